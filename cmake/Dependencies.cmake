@@ -1,0 +1,12 @@
+# Third-party libraries, each by pkg-config as an imported target PkgConfig::NAME.
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(GIO REQUIRED IMPORTED_TARGET gio-2.0 gio-unix-2.0)
+pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat libavcodec libavutil libswresample)
+pkg_check_modules(TURBOJPEG REQUIRED IMPORTED_TARGET libturbojpeg)
+pkg_check_modules(VIPS REQUIRED IMPORTED_TARGET vips)
+pkg_check_modules(ZIMG REQUIRED IMPORTED_TARGET zimg)
+pkg_check_modules(LCMS REQUIRED IMPORTED_TARGET lcms2)
+pkg_check_modules(PANGO REQUIRED IMPORTED_TARGET pangocairo pangoft2)
+pkg_check_modules(PLIST REQUIRED IMPORTED_TARGET libplist-2.0)
+pkg_check_modules(FMT REQUIRED IMPORTED_TARGET fmt)
+find_package(CLI11 REQUIRED)

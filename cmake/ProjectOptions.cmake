@@ -1,0 +1,27 @@
+# Settings that every target of the project shares.
+option(STILLORA_BUILD_TESTS "Build the tests" ON)
+option(STILLORA_BUILD_BENCH "Build the benchmarks" OFF)
+set(STILLORA_SANITIZE "" CACHE STRING "Sanitizers to build with: address,undefined or thread")
+set(STILLORA_WEB_ADDRESS "stillora.app" CACHE STRING "The product's web address, drawn as the watermark's second line")
+
+find_program(CCACHE ccache)
+if(CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+endif()
+
+add_library(project_options INTERFACE)
+target_include_directories(project_options INTERFACE ${PROJECT_SOURCE_DIR})
+target_compile_options(project_options INTERFACE
+    -Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wundef -Wvla)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    target_compile_options(project_options INTERFACE -Wthread-safety)
+endif()
+if(STILLORA_SANITIZE)
+    target_compile_options(project_options INTERFACE -fsanitize=${STILLORA_SANITIZE} -fno-omit-frame-pointer)
+    target_link_options(project_options INTERFACE -fsanitize=${STILLORA_SANITIZE})
+    if(STILLORA_SANITIZE MATCHES "undefined")
+        target_compile_options(project_options INTERFACE -fno-sanitize-recover=undefined)
+    endif()
+endif()
+find_package(Threads REQUIRED)
+target_link_libraries(project_options INTERFACE Threads::Threads)

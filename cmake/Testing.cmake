@@ -1,0 +1,12 @@
+# stillora_add_test(NAME SOURCES... LIBRARIES...): one test executable, each of its tests known to CTest.
+include(CTest)
+include(GoogleTest)
+function(stillora_add_test name)
+    cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LIBRARIES" ${ARGN})
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 300)
+    endif()
+    add_executable(${name} ${ARG_SOURCES})
+    target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} project_options GTest::gtest GTest::gmock GTest::gtest_main)
+    gtest_discover_tests(${name} TEST_PREFIX "${name}." DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT ${ARG_TIMEOUT})
+endfunction()

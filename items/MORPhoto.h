@@ -1,0 +1,64 @@
+#pragma once
+
+#include "platform/archive/NSCoder.h"
+#include "platform/foundation/NSColor.h"
+#include "platform/foundation/NSData.h"
+#include "platform/foundation/NSDate.h"
+#include "platform/foundation/NSGeometry.h"
+#include "platform/foundation/NSURL.h"
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// One photo of a slideshow. A plain value holder; properties may be read on one thread while another sets them.
+class MORPhoto : public platform::NSSecureCoding {
+public:
+    MORPhoto() = default;
+
+    /// Builds an item from a blob made by `saveData`; its file is looked for in the document at `saveLocation`.
+    /// @return null if the blob is no archive of this version, or names no file below "Resources/"
+    static std::shared_ptr<MORPhoto> photoWithSaveData(const std::optional<platform::NSData>& data,
+                                                       const platform::NSURL& saveLocation,
+                                                       platform::NSError* error = nullptr);
+    /// The saved form: a keyed archive. Fails for an item without a location or title.
+    std::optional<platform::NSData> saveData(platform::NSError* error = nullptr) const;
+
+    static std::shared_ptr<MORPhoto> initWithCoder(const platform::NSCoder& coder, platform::NSError* error = nullptr);
+    void encodeWithCoder(platform::NSCoder& coder) const override;
+    std::string className() const override { return "MORPhoto"; }
+    static bool supportsSecureCoding() { return true; }
+
+    std::optional<platform::NSURL> photoURL() const;
+    void setPhotoURL(std::optional<platform::NSURL> url);
+    std::optional<std::string> title() const;
+    void setTitle(std::optional<std::string> title);
+    std::optional<platform::NSDate> dateCreated() const;
+    void setDateCreated(std::optional<platform::NSDate> date);
+    std::optional<platform::NSColor> averageImageColor() const;
+    void setAverageImageColor(std::optional<platform::NSColor> color);
+    /// Pixels, upright; zero until set.
+    platform::CGSize size() const;
+    void setSize(platform::CGSize size);
+    /// Bytes.
+    int64_t fileSize() const;
+    void setFileSize(int64_t bytes);
+    bool isFeatured() const;
+    void setIsFeatured(bool isFeatured);
+
+private:
+    mutable std::mutex mutex_;
+    std::optional<platform::NSURL> photoURL_;
+    std::optional<std::string> title_;
+    std::optional<platform::NSDate> dateCreated_;
+    std::optional<platform::NSColor> averageImageColor_;
+    platform::CGSize size_;
+    int64_t fileSize_ = 0;
+    bool isFeatured_ = false;
+};
+
+using MORPhotoPtr = std::shared_ptr<MORPhoto>;
+using PhotoList = std::vector<MORPhotoPtr>;

@@ -1,0 +1,69 @@
+#pragma once
+
+#include "platform/archive/NSCoder.h"
+#include "platform/foundation/NSData.h"
+#include "platform/foundation/NSURL.h"
+#include "platform/media/AVURLAsset.h"
+
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// The selected part of a sound file, in seconds from the file's start.
+struct SoundtrackSelection {
+    double start = 0;
+    double end = 0;
+    /// `end` minus `start`.
+    double length = 0;
+
+    friend bool operator==(const SoundtrackSelection&, const SoundtrackSelection&) = default;
+};
+
+/// Marks that nothing was selected, so that the whole file plays; all zeros mean the same.
+inline constexpr SoundtrackSelection kNoSelection{-51919.0, -51919.0, -51919.0};
+
+/// One sound file of a slideshow and the selected part of it. Properties may be read on one thread while another sets
+/// them; `duration` and `asset` are for one thread at a time.
+class MORSoundtrack : public platform::NSSecureCoding {
+public:
+    MORSoundtrack() = default;
+
+    static std::shared_ptr<MORSoundtrack> soundtrackWithURL(const platform::NSURL& url, SoundtrackSelection selection);
+
+    /// Builds an item from a blob made by `saveData`; its file is looked for in the document at `saveLocation`.
+    /// @return null if the blob is no archive of this version, or names no file below "Resources/"
+    static std::shared_ptr<MORSoundtrack> soundtrackWithSaveData(const std::optional<platform::NSData>& data,
+                                                                 const platform::NSURL& saveLocation,
+                                                                 platform::NSError* error = nullptr);
+    /// The saved form: a keyed archive. Fails for an item without a location or original path.
+    std::optional<platform::NSData> saveData(platform::NSError* error = nullptr) const;
+
+    static std::shared_ptr<MORSoundtrack> initWithCoder(const platform::NSCoder& coder,
+                                                        platform::NSError* error = nullptr);
+    void encodeWithCoder(platform::NSCoder& coder) const override;
+    std::string className() const override { return "MORSoundtrack"; }
+    static bool supportsSecureCoding() { return true; }
+
+    /// Seconds that the item plays: the selection's length, else the whole file's, measured once a path.
+    double duration() const;
+    /// The file, with precise timing; one asset for all items of a file.
+    platform::AVURLAssetPtr asset() const;
+
+    std::optional<platform::NSURL> soundtrackURL() const;
+    void setSoundtrackURL(std::optional<platform::NSURL> url);
+    std::optional<std::string> _originalPath() const;
+    void set_originalPath(std::optional<std::string> path);
+    SoundtrackSelection selection() const;
+    void setSelection(SoundtrackSelection selection);
+
+private:
+    mutable std::mutex mutex_;
+    std::optional<platform::NSURL> soundtrackURL_;
+    std::optional<std::string> originalPath_;
+    SoundtrackSelection selection_;
+};
+
+using MORSoundtrackPtr = std::shared_ptr<MORSoundtrack>;
+using SoundtrackList = std::vector<MORSoundtrackPtr>;

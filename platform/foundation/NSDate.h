@@ -1,0 +1,18 @@
+#pragma once
+
+namespace platform {
+
+/// A point in time: seconds since 2001-01-01 00:00:00 UTC.
+struct NSDate {
+    double timeIntervalSinceReferenceDate = 0;
+
+    /// Now, by the system's clock.
+    static NSDate date();
+
+    friend bool operator==(const NSDate&, const NSDate&) = default;
+};
+
+/// Seconds between the UNIX epoch and the reference date.
+inline constexpr double kTimeIntervalSince1970 = 978307200.0;
+
+} // namespace platform

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "platform/foundation/NSError.h"
+#include "platform/foundation/NSURL.h"
+
+#include <string>
+
+namespace platform {
+
+/// File operations. Stateless: any thread.
+class NSFileManager final {
+public:
+    static NSFileManager& defaultManager();
+
+    /// Follows symbolic links: a dangling link does not exist.
+    bool fileExistsAtPath(const std::string& path) const;
+    bool fileExistsAtPath(const std::string& path, bool* isDirectory) const;
+
+    /// A folder that is there already is no failure; a file in the way is (516).
+    bool createDirectoryAtURL(const NSURL& url, bool withIntermediateDirectories, NSError* error = nullptr) const;
+
+    /// Never overwrites: fails with 516 if the destination exists, also when it appears in the same moment. A file
+    /// moved to another volume is copied under a hidden name, flushed, and only then gets its name; the original is
+    /// removed last. On success the file and its folder are flushed to the disk.
+    bool moveItemAtURL(const NSURL& source, const NSURL& destination, NSError* error = nullptr) const;
+
+    /// A folder with all it holds; links are not followed.
+    bool removeItemAtURL(const NSURL& url, NSError* error = nullptr) const;
+
+private:
+    NSFileManager() = default;
+};
+
+/// `$TMPDIR`, else "/tmp/"; ends in "/".
+std::string NSTemporaryDirectory();
+
+/// A fresh random UUID as text: upper case, with hyphens.
+std::string NSUUIDString();
+
+} // namespace platform

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace platform {
+
+/// Leading white space is skipped, then the longest number counts; no hex, no "inf", no "nan", no locale. Text that is
+/// no number is 0; overflow is +-HUGE_VAL.
+double doubleValue(std::string_view text);
+
+/// Length in UTF-16 code units; bytes that are not UTF-8 count as one each.
+size_t lengthInUTF16(std::string_view text);
+
+/// "%f" in the C locale: six decimals.
+std::string stringWithSixDecimals(double value);
+
+} // namespace platform

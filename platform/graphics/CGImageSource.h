@@ -1,0 +1,57 @@
+#pragma once
+
+#include "platform/foundation/NSURL.h"
+#include "platform/graphics/CGImage.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace platform {
+
+/// A picture file, recognised by its content. Opened and read once; the first picture of a file counts. One thread at a
+/// time.
+class CGImageSource {
+public:
+    /// The most pixels that a picture may claim (2^28).
+    static constexpr uint64_t kMaxPixels = uint64_t{1} << 28;
+
+    struct Properties {
+        /// As stored, before orientation.
+        size_t pixelWidth = 0;
+        size_t pixelHeight = 0;
+        /// EXIF orientation 1 to 8; nothing where the file states none. For HEIC and AVIF the container's own rotation
+        /// is applied while decoding and counted in the stored size, and no orientation is given.
+        std::optional<int> orientation;
+        /// "jpeg", "png", "webp", "heic", "avif", "tiff", "gif", "bmp" or "jp2".
+        std::string format;
+        /// Dots an inch; nothing where the file states none.
+        std::optional<double> dpi;
+    };
+
+    struct ThumbnailOptions {
+        /// The longer side is at most this many pixels, and never more than the picture's own; truncated to an integer,
+        /// at least 1. Nothing: the picture's own size.
+        std::optional<double> maxPixelSize;
+        /// Turn the picture upright by its orientation.
+        bool withTransform = false;
+    };
+
+    /// Opens the file and recognises its format; reads no pixels.
+    /// @return null if it cannot be read or is no picture of a known format; `error` names the file and why
+    static std::unique_ptr<CGImageSource> createWithURL(const platform::NSURL& url, NSError* error = nullptr);
+
+    virtual ~CGImageSource() = default;
+
+    /// From the file's header alone; nothing if it is damaged or claims more than kMaxPixels.
+    virtual std::optional<Properties> copyPropertiesAtIndex(NSError* error = nullptr) = 0;
+
+    /// Decodes at the size asked for, to sRGB. A picture that is cut off shows what could be decoded.
+    /// @return null on failure; may be asked again
+    virtual CGImagePtr createThumbnailAtIndex(const ThumbnailOptions& options, NSError* error = nullptr) = 0;
+
+    /// Decodes in full, as stored, to sRGB.
+    CGImagePtr createImageAtIndex(NSError* error = nullptr) { return createThumbnailAtIndex({}, error); }
+};
+
+} // namespace platform

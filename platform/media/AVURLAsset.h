@@ -1,0 +1,64 @@
+#pragma once
+
+#include "platform/foundation/NSURL.h"
+#include "platform/media/CMTime.h"
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace platform {
+
+inline constexpr std::string_view kAVMediaTypeVideo = "vide";
+inline constexpr std::string_view kAVMediaTypeAudio = "soun";
+
+/// One track of a media file.
+struct AVAssetTrack {
+    int32_t trackID = 0;
+    /// "vide" or "soun".
+    std::string mediaType;
+    /// What of the track plays on the file's time line; encoder delay and padding are counted out. The scale is the
+    /// track's own: the sample rate for sound.
+    CMTimeRange timeRange;
+    /// Index of the stream within the file.
+    int streamIndex = 0;
+};
+
+/// A media file by its location. Never fails to be made: a missing or foreign file has no tracks and an invalid
+/// duration. The file is looked at on the first question, once. Any thread.
+class AVURLAsset final {
+public:
+    struct Options {
+        /// Measure files without an index by scanning them, instead of estimating from the bit rate.
+        bool preferPreciseDurationAndTiming = false;
+    };
+
+    explicit AVURLAsset(NSURL url);
+    AVURLAsset(NSURL url, Options options);
+
+    static std::shared_ptr<AVURLAsset> URLAssetWithURL(NSURL url)
+    {
+        return std::make_shared<AVURLAsset>(std::move(url));
+    }
+
+    const NSURL& URL() const { return url_; }
+    /// Exact to the sample for indexed files; in the sample rate's scale for files that hold sound alone.
+    CMTime duration() const;
+    const std::vector<AVAssetTrack>& tracks() const;
+
+private:
+    struct Contents;
+    const Contents& contents() const;
+
+    const NSURL url_;
+    const Options options_;
+    mutable std::once_flag once_;
+    mutable std::shared_ptr<const Contents> contents_;
+};
+
+using AVURLAssetPtr = std::shared_ptr<AVURLAsset>;
+
+} // namespace platform

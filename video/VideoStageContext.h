@@ -1,0 +1,23 @@
+#pragma once
+
+#include "platform/dispatch/NSOperationQueue.h"
+#include "util/StageContext.h"
+#include "video/FrameList.h"
+
+#include <cstdint>
+#include <memory>
+
+/// What the video stages of one creator share besides.
+class VideoStageContext : public StageContext {
+public:
+    /// The queue that renders frames.
+    virtual platform::NSOperationQueue& bufferCreationQ() = 0;
+
+    /// The photo that the writer needs next.
+    virtual uint64_t currentNeededPhotoIndex() const = 0;
+    virtual void setCurrentNeededPhotoIndex(uint64_t index) = 0;
+
+    /// The finished frames; null between jobs.
+    virtual std::shared_ptr<FrameList> imageBuffers() const = 0;
+    virtual void setImageBuffers(std::shared_ptr<FrameList> frames) = 0;
+};
