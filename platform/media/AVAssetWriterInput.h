@@ -1,0 +1,78 @@
+#pragma once
+
+#include "platform/dispatch/DispatchQueue.h"
+#include "platform/media/AVURLAsset.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace platform {
+
+class AVAssetWriter;
+
+/// @name Codecs of pictures, by their four-character codes
+/// @{
+inline constexpr std::string_view kAVVideoCodecJPEG = "jpeg";
+inline constexpr std::string_view kAVVideoCodecH264 = "avc1";
+inline constexpr std::string_view kAVVideoCodecHEVC = "hvc1";
+inline constexpr std::string_view kAVVideoCodecAppleProRes422 = "apcn";
+inline constexpr std::string_view kAVVideoCodecAppleProRes4444 = "ap4h";
+inline constexpr std::string_view kAVVideoCodecAppleProRes422HQ = "apch";
+inline constexpr std::string_view kAVVideoCodecAppleProRes422LT = "apcs";
+inline constexpr std::string_view kAVVideoCodecAppleProRes422Proxy = "apco";
+inline constexpr std::string_view kAVVideoCodecAppleProRes4444XQ = "ap4x";
+/// @}
+
+/// Keeps the aspect of a frame and fills the rest with black; nothing to do where frame and video are of one size.
+inline constexpr std::string_view kAVVideoScalingModeResizeAspect = "AVVideoScalingModeResizeAspect";
+
+/// How the pictures of an input are coded; each member stands for the settings key of its name.
+struct AVVideoSettings {
+    /// AVVideoCodecKey
+    std::string codec{kAVVideoCodecJPEG};
+    /// AVVideoWidthKey, AVVideoHeightKey: pixels; even, 2 to 16384.
+    double width = 0;
+    double height = 0;
+    /// AVVideoScalingModeKey
+    std::string scalingMode{kAVVideoScalingModeResizeAspect};
+};
+
+/// One track of a movie that is being written. Any thread.
+class AVAssetWriterInput final {
+public:
+    AVAssetWriterInput(std::string_view mediaType, AVVideoSettings outputSettings);
+    ~AVAssetWriterInput();
+    AVAssetWriterInput(const AVAssetWriterInput&) = delete;
+    AVAssetWriterInput& operator=(const AVAssetWriterInput&) = delete;
+
+    const std::string& mediaType() const { return mediaType_; }
+    const AVVideoSettings& outputSettings() const { return outputSettings_; }
+
+    /// Kept as data: this writer never drops media.
+    bool expectsMediaDataInRealTime() const;
+    void setExpectsMediaDataInRealTime(bool value);
+
+    /// Whether there is room for another frame: the writer is writing, its session has started, the input is not
+    /// finished and the short queue before the encoders is not full.
+    bool isReadyForMoreMediaData() const;
+
+    /// Runs `block` on `queue` whenever the input is ready for more, again each time it has returned and the input is
+    /// ready still, until the input is finished or the writer has ended. To be called once.
+    void requestMediaDataWhenReadyOnQueue(std::shared_ptr<DispatchQueue> queue, std::function<void()> block);
+
+    /// No more media will come, and `block` is not called any more. A call that runs now goes on.
+    void markAsFinished();
+
+private:
+    friend class AVAssetWriter;
+    friend class AVAssetWriterInputPixelBufferAdaptor;
+    struct State;
+
+    const std::string mediaType_;
+    const AVVideoSettings outputSettings_;
+    const std::shared_ptr<State> state_;
+};
+
+} // namespace platform

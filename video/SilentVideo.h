@@ -1,0 +1,59 @@
+#pragma once
+
+#include "items/MORPhoto.h"
+#include "platform/media/AVURLAsset.h"
+#include "video/VideoStageContext.h"
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+/// What the silent video is made with; what is left empty is the service's own.
+struct SilentVideoStages {
+    /// Chooses the size of the video; zero when cancelled.
+    std::function<platform::CGSize(VideoStageContext& context, int64_t quality, const PhotoList& photos,
+                                   uint64_t* totalFileSize, PhotoList* failedPhotos)>
+        videoSize;
+    /// Sets a new list of frames in the context, queues the frames of all photos and returns.
+    std::function<void(VideoStageContext& context, const PhotoList& photos, platform::CGSize videoSize,
+                       bool reduceBorders)>
+        fillBufferArray;
+    /// 0: the machine's.
+    uint64_t processorCount = 0;
+};
+
+/// Makes the picture track of the movie: one frame a photo, frame i from durationPerPhoto * i seconds, no sound. Blocks
+/// until the movie is whole; with fewer than five photos for ever, as five frames are waited for. On the job's thread.
+///
+/// @param photos            in their order in the movie; each object once
+/// @param quality           height of the video, or any other number for the size of the smallest photo
+/// @param durationPerPhoto  seconds
+/// @param desiredCodec      four-character code; nothing means "jpeg"
+/// @param error             out, optional: why there is no movie; emptied where the writer failed
+/// @return "videoWithoutSound.mov" in a new folder below the temporary folder; null without an error means cancelled,
+///         nothing to do, or that the writer failed (the cancelled flag is then set)
+platform::AVURLAssetPtr videoWithPhotos(VideoStageContext& context, const PhotoList& photos, int64_t quality,
+                                        bool reduceBorders, double durationPerPhoto,
+                                        const std::optional<std::string>& desiredCodec,
+                                        platform::NSError* error = nullptr, const SilentVideoStages& stages = {});
+
+/// The time that rendering still takes, from the bytes of the photos already written.
+class RemainingTimeEstimate final {
+public:
+    /// No estimate yet.
+    static constexpr double kUnknown = -1;
+
+    RemainingTimeEstimate(uint64_t processorCount, uint64_t photoCount, uint64_t totalFileSize);
+
+    /// Counts the photo at `index` as written, `elapsedSeconds` after writing began.
+    /// @return seconds left, or kUnknown while the first frames of the pipeline are written
+    double secondsLeftAfter(uint64_t index, int64_t readBytes, double elapsedSeconds);
+
+private:
+    const uint64_t processorCount_;
+    const uint64_t photoCount_;
+    const uint64_t totalFileSize_;
+    int64_t bytesRead_ = 0;
+    double estimatedTotalSeconds_ = 0;
+};
