@@ -1,0 +1,229 @@
+#!/usr/bin/env python3
+"""Checks how the source tree is built up.
+
+usage: structure.py CHECK ROOT
+
+Prints one line for each fault, "file:line: reason", and exits 1 if there is one. The checks are the functions below
+whose names begin with "check_", named without that beginning and with "-" for "_".
+"""
+
+import os
+import re
+import sys
+from pathlib import Path
+
+# Folders inside platform/, each of which may use those before it.
+PLATFORM = ["foundation", "dispatch", "archive", "graphics", "connection", "media", "system"]
+
+# What each folder may use besides itself; every platform folder stands as "platform/NAME".
+ALL_PLATFORM = [f"platform/{name}" for name in PLATFORM]
+USES = {f"platform/{name}": ALL_PLATFORM[:position] for position, name in enumerate(PLATFORM)}
+USES["util"] = ALL_PLATFORM
+USES["items"] = ["util"] + USES["util"]
+USES["video"] = ["items"] + USES["items"]
+USES["audio"] = ["items"] + USES["items"]
+USES["service"] = ["video", "audio"] + USES["video"]
+USES["client"] = ["video", "audio"] + USES["video"]
+
+# Libraries of media, images and text: the platform's sources alone know them, so that one can be exchanged.
+BACKING = re.compile(
+    r"^(libav\w+/|libsw\w+/|turbojpeg\.h|jpeglib\.h|vips/|zimg|lcms2|pango/|cairo|plist/|taglib/|\w*(tag|file|frame)\.h$"
+    r"|unicode/|opencv2/|hb[-.]|ft2build|fontconfig/|png\.h|tiff|webp/|libheif/|x26[45]\.h)"
+)
+COMMAND_LINE = re.compile(r"^CLI/")
+FORMATTING = re.compile(r"^fmt/")
+DESKTOP = re.compile(r"^(gio/|glib|gobject/|gmodule|dbus/|systemd/)")
+TESTING = re.compile(r"^(gtest/|gmock/|benchmark/)")
+SYSTEM = re.compile(
+    r"^(sys/|linux/|bits/|arpa/|netinet/|cxxabi\.h|unistd\.h|fcntl\.h|dirent\.h|dlfcn\.h|endian\.h|errno\.h|execinfo\.h"
+    r"|fnmatch\.h|ftw\.h|glob\.h|grp\.h|immintrin\.h|arm_neon\.h|langinfo\.h|libintl\.h|limits\.h|locale\.h|mntent\.h|poll\.h"
+    r"|pthread\.h|pty\.h|pwd\.h|sched\.h|semaphore\.h|signal\.h|spawn\.h|stdint\.h|stdio\.h|stdlib\.h|string\.h"
+    r"|strings\.h|syslog\.h|termios\.h|time\.h|utime\.h|wchar\.h|wordexp\.h)"
+)
+STANDARD = re.compile(r"^[a-z0-9_]+$")
+
+INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*(?:"([^"]+)"|<([^>]+)>)', re.MULTILINE)
+
+CODE = (".h", ".cpp")
+
+
+def files_below(root, suffixes=None):
+    """Every file of the project, its path relative to `root`; what a build or a tool leaves there does not count."""
+    found = []
+    for folder, names, files in os.walk(root):
+        names[:] = sorted(n for n in names if not n.startswith("build") and n not in (".git", "__pycache__"))
+        for name in sorted(files):
+            path = Path(folder, name).relative_to(root)
+            # In a worktree .git is a file.
+            if path.name != ".git" and (suffixes is None or path.suffix in suffixes):
+                found.append(path)
+    return found
+
+
+def read(root, path):
+    return (Path(root) / path).read_text(encoding="utf-8", errors="replace")
+
+
+def without_comments(text):
+    """The text with comments blanked, lines kept, so that a commented include is none."""
+    blank = lambda match: re.sub(r"[^\n]", " ", match.group(0)) if match.group(0)[0] == "/" else match.group(0)
+    return re.sub(r'"(?:\\.|[^"\\\n])*"|//[^\n]*|/\*.*?\*/', blank, text, flags=re.DOTALL)
+
+
+def includes(root, path):
+    """(line number, name, whether in quotes) of each include."""
+    text = without_comments(read(root, path))
+    for match in INCLUDE.finditer(text):
+        line = text.count("\n", 0, match.start(1) if match.group(1) else match.start(2)) + 1
+        yield line, match.group(1) or match.group(2), match.group(1) is not None
+
+
+def folder_of(path):
+    """The unit that a file belongs to: "video", "platform/media", "tests"; none for files at the top."""
+    parts = Path(path).parts
+    if len(parts) < 2:
+        return None
+    if parts[0] == "platform":
+        return f"platform/{parts[1]}" if len(parts) > 2 else "platform"
+    return parts[0]
+
+
+def check_include_direction(root):
+    """Includes point one way: client, service -> video, audio -> items -> util -> platform, and inside platform to the
+    folders before. They are written from the root."""
+    for path in files_below(root, CODE):
+        folder = folder_of(path)
+        for line, name, quoted in includes(root, path):
+            if not quoted:
+                continue
+            target = folder_of(name)
+            if not (Path(root) / name).is_file():
+                if not (Path(root) / (name + ".in")).is_file():
+                    yield f"{path}:{line}: \"{name}\" is no file of the project, seen from its root"
+            elif folder in USES:
+                if target != folder and target not in USES[folder]:
+                    yield f"{path}:{line}: {folder} includes \"{name}\", which points back or sideways"
+            elif folder == "samples":
+                if target != folder:
+                    yield f"{path}:{line}: the samples stand alone, but include \"{name}\""
+            elif folder == "tests":
+                # A test may use what its folder may; what the tests share stands in tests/support.
+                own = folder_of(Path(*path.parts[1:]))
+                allowed = [own, "tests"] + USES.get(own, list(USES))
+                if target == "tests" and Path(name).parts[1] not in ("support", path.parts[1]):
+                    yield f"{path}:{line}: a test includes another folder's test \"{name}\""
+                elif target not in allowed:
+                    yield f"{path}:{line}: a test of {own} includes \"{name}\", which {own} itself may not"
+
+
+def check_third_party_headers(root):
+    """Media, image and text libraries are included by platform's sources alone, the command line parser by the client's;
+    a header of the project shows none of them. A library that is not known here is refused until it is entered."""
+    for path in files_below(root, CODE):
+        folder = folder_of(path) or ""
+        unit = folder.split("/")[0]
+        source = path.suffix == ".cpp"
+        for line, name, quoted in includes(root, path):
+            if quoted or STANDARD.match(name) or SYSTEM.match(name):
+                continue
+            if TESTING.match(name):
+                allowed, where = unit in ("tests", "bench"), "tests and benchmarks"
+            elif unit in ("tests", "bench", "samples"):
+                allowed, where = True, ""
+            elif BACKING.match(name):
+                allowed, where = unit == "platform" and source, "sources of platform"
+            elif COMMAND_LINE.match(name):
+                allowed, where = unit == "client" and source, "sources of client"
+            elif FORMATTING.match(name):
+                allowed, where = source, "sources"
+            elif DESKTOP.match(name):
+                allowed, where = unit == "platform" or (unit in ("client", "service") and source), "platform"
+            else:
+                allowed, where = False, "nobody: it is not known to this check"
+            if not allowed:
+                yield f"{path}:{line}: <{name}> is for {where}"
+
+
+def check_headers(root):
+    """Headers are guarded, and a source includes its own header first, which proves that it stands alone."""
+    for path in files_below(root, CODE):
+        if path.suffix == ".h":
+            if not re.search(r"^#pragma once$", read(root, path), re.MULTILINE):
+                yield f"{path}:1: no #pragma once"
+        elif (Path(root) / path).with_suffix(".h").is_file():
+            first = next(includes(root, path), None)
+            if first is None or first[1] != path.with_suffix(".h").as_posix():
+                yield f"{path}:{first[0] if first else 1}: the first include is not its own header"
+
+
+def check_file_names(root):
+    """A header with one class is named for it, a source for its header (and what backs it)."""
+    code = [p for p in files_below(root, CODE) if folder_of(p) in USES]
+    stems = {}
+    for path in code:
+        if path.suffix == ".h":
+            stems.setdefault(path.parent, set()).add(path.stem)
+            text = without_comments(read(root, path))
+            # Macros such as CAPABILITY("mutex") may stand between the word and the name.
+            defined = re.findall(r"^class\s+(?:[A-Z_]+\([^)]*\)\s+)?(\w+)[^;{]*\{", text, re.MULTILINE)
+            if len(defined) == 1 and defined[0] != path.stem:
+                yield f"{path}:1: its one class has another name, {defined[0]}"
+    for path in code:
+        if path.suffix == ".cpp" and path.stem != "main":
+            if not any(path.stem.startswith(stem) for stem in stems.get(path.parent, ())):
+                yield f"{path}:1: no header of this folder has the name that this one begins with"
+
+
+def check_listed_sources(root):
+    """Every source is built: it stands in its folder's CMakeLists.txt or in one above."""
+    for path in files_below(root, (".cpp",)):
+        lists = [parent / "CMakeLists.txt" for parent in path.parents]
+        named = (
+            re.search(rf"(?<![\w/.-]){re.escape(path.relative_to(file.parent).as_posix())}(?![\w.])", read(root, file))
+            or re.search(rf"(?<![\w.-]){re.escape(path.name)}(?![\w.])", read(root, file))
+            for file in lists
+            if (Path(root) / file).is_file()
+        )
+        if not any(named):
+            yield f"{path}:1: stands in no CMakeLists.txt"
+
+
+def check_machine_paths(root):
+    """No file names a place on the machine it was written on: this clone's folder, or somebody's home."""
+    top = Path(root).resolve()
+    # Folders that every machine has say nothing about this one.
+    common = {Path("/")} | {Path("/", name) for name in "home media mnt opt root run srv tmp usr var".split()}
+    here = [re.escape(str(place)) for place in [top, *top.parents] if place not in common and place.parent not in
+            {Path("/home")}]
+    patterns = [rf"(?<![\w.~-]){place}(?=[/\s\"'`]|$)" for place in here]
+    patterns += [r"(?<![\w.~-])/home/(?!user\b|USER\b|\$|\{)[a-z_][\w-]*/", r"(?<![\w.~-])/[r]oot/"]
+    forbidden = re.compile("|".join(patterns), re.MULTILINE)
+    for path in files_below(root):
+        data = (Path(root) / path).read_bytes()
+        if b"\0" in data:
+            continue
+        text = data.decode("utf-8", errors="replace")
+        for match in forbidden.finditer(text):
+            yield f"{path}:{text.count(chr(10), 0, match.start()) + 1}: names the place {match.group(0)!r}"
+
+
+CHECKS = {
+    name[len("check_"):].replace("_", "-"): check for name, check in list(globals().items()) if name.startswith("check_")
+}
+
+
+def main(arguments):
+    if len(arguments) != 2 or arguments[0] not in CHECKS:
+        print(__doc__, "\nchecks:", *CHECKS, file=sys.stderr)
+        return 2
+    if not files_below(arguments[1], CODE):
+        print(f"no code below {arguments[1]}", file=sys.stderr)
+        return 2
+    faults = list(CHECKS[arguments[0]](arguments[1]))
+    for fault in faults:
+        print(fault)
+    return 1 if faults else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))

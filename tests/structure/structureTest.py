@@ -1,0 +1,150 @@
+#!/usr/bin/env python3
+"""Tests of the structure checks: each must find what it is there for, and let pass what is right."""
+
+import tempfile
+import unittest
+from pathlib import Path
+
+import structure
+
+
+class StructureTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.root = Path(folder.name).resolve()
+        self.write("platform/foundation/NSURL.h", "#pragma once\nclass NSURL;\n")
+        self.write("platform/media/CMTime.h", "#pragma once\nstruct CMTime {};\n")
+        self.write("util/Names.h", "#pragma once\nnamespace Names {}\n")
+        self.write("items/MORPhoto.h", "#pragma once\nclass MORPhoto;\n")
+        self.write("video/FrameList.h", "#pragma once\nclass FrameList;\n")
+        self.write("audio/Waveform.h", "#pragma once\nclass Waveform;\n")
+        self.write("service/Creator.h", "#pragma once\nclass Creator;\n")
+        self.write("client/Plan.h", "#pragma once\nclass Plan;\n")
+
+    def write(self, path, text):
+        file = self.root / path
+        file.parent.mkdir(parents=True, exist_ok=True)
+        file.write_text(text)
+
+    def faults(self, check):
+        return list(structure.CHECKS[check](str(self.root)))
+
+    def assertFault(self, check, *parts):
+        faults = self.faults(check)
+        self.assertEqual(len(faults), 1, faults)
+        for part in parts:
+            self.assertIn(part, faults[0])
+
+    def test_a_right_tree_has_no_faults(self):
+        self.write("video/FrameList.cpp", '#include "video/FrameList.h"\n\n#include "items/MORPhoto.h"\n#include <vector>\n')
+        self.write("video/CMakeLists.txt", "add_library(video STATIC FrameList.cpp)\n")
+        for check in structure.CHECKS:
+            self.assertEqual(self.faults(check), [], check)
+
+    def test_an_include_that_points_back_is_found(self):
+        for path, name in [
+            ("util/A.h", "items/MORPhoto.h"),
+            ("items/A.h", "video/FrameList.h"),
+            ("video/A.h", "service/Creator.h"),
+            ("platform/foundation/A.h", "util/Names.h"),
+            ("platform/foundation/A.h", "platform/media/CMTime.h"),
+        ]:
+            with self.subTest(path=path, name=name):
+                self.write(path, f'// first line\n#include "{name}"\n')
+                self.assertFault("include-direction", f"{path}:2:", name)
+                (self.root / path).unlink()
+
+    def test_an_include_that_points_sideways_is_found(self):
+        for path, name in [
+            ("audio/A.cpp", "video/FrameList.h"),
+            ("video/A.cpp", "audio/Waveform.h"),
+            ("client/A.cpp", "service/Creator.h"),
+            ("service/A.cpp", "client/Plan.h"),
+        ]:
+            with self.subTest(path=path, name=name):
+                self.write(path, f'#include "{name}"\n')
+                self.assertFault("include-direction", f"{path}:1:", "sideways")
+                (self.root / path).unlink()
+
+    def test_an_include_not_written_from_the_root_is_found(self):
+        self.write("video/A.cpp", '#include "FrameList.h"\n')
+        self.assertFault("include-direction", "video/A.cpp:1:", "no file of the project")
+
+    def test_a_test_may_include_only_what_its_folder_may(self):
+        self.write("tests/items/MORPhotoTest.cpp", '#include "items/MORPhoto.h"\n#include "util/Names.h"\n')
+        self.assertEqual(self.faults("include-direction"), [])
+        self.write("tests/items/MORPhotoTest.cpp", '#include "video/FrameList.h"\n')
+        self.assertFault("include-direction", "tests/items/MORPhotoTest.cpp:1:")
+
+    def test_includes_in_comments_do_not_count(self):
+        self.write("util/A.h", '/* like this:\n#include "video/FrameList.h"\n*/\n//#include "items/MORPhoto.h"\n')
+        self.assertEqual(self.faults("include-direction"), [])
+
+    def test_includes_that_are_indented_or_spaced_count(self):
+        self.write("util/A.h", '#if 1\n #  include  "video/FrameList.h"\n#endif\n')
+        self.assertFault("include-direction", "util/A.h:2:")
+
+    def test_a_media_library_outside_platforms_sources_is_found(self):
+        for path, name in [
+            ("video/A.cpp", "libavformat/avformat.h"),
+            ("platform/media/A.h", "libavcodec/avcodec.h"),
+            ("util/A.h", "vips/vips.h"),
+            ("client/A.h", "CLI/CLI.hpp"),
+            ("items/A.h", "fmt/format.h"),
+            ("video/A.cpp", "gio/gio.h"),
+            ("service/A.cpp", "gtest/gtest.h"),
+            ("platform/media/A.cpp", "somebody/else.h"),
+        ]:
+            with self.subTest(path=path, name=name):
+                self.write(path, f"extern \"C\" {{\n#include <{name}>\n}}\n")
+                self.assertFault("third-party-headers", f"{path}:2:", name)
+                (self.root / path).unlink()
+
+    def test_a_media_library_in_platforms_sources_is_right(self):
+        self.write("platform/media/CMTimeAv.cpp", "#include <libavutil/avutil.h>\n#include <sys/stat.h>\n#include <map>\n")
+        self.assertEqual(self.faults("third-party-headers"), [])
+
+    def test_a_header_without_guard_is_found(self):
+        self.write("util/A.h", "// #pragma once is missing\n")
+        self.assertFault("headers", "util/A.h:1:")
+
+    def test_a_source_whose_own_header_is_not_first_is_found(self):
+        self.write("video/FrameList.cpp", '#include <vector>\n#include "video/FrameList.h"\n')
+        self.assertFault("headers", "video/FrameList.cpp:1:")
+
+    def test_a_header_whose_one_class_has_another_name_is_found(self):
+        self.write("util/Other.h", '#pragma once\nclass Forward;\nclass CAPABILITY("x") Other final : public A {\n};\n')
+        self.write("util/Helpers.h", "#pragma once\nclass Forward;\nclass Other : public A {\n};\n")
+        self.assertFault("file-names", "util/Helpers.h")
+
+    def test_a_source_named_for_no_header_is_found(self):
+        self.write("util/Stray.cpp", "int stray;\n")
+        self.write("util/NamesPosix.cpp", "int backed;\n")
+        self.assertFault("file-names", "util/Stray.cpp")
+
+    def test_a_source_that_is_not_built_is_found(self):
+        self.write("util/NamesPosix.cpp", "int forgotten;\n")
+        self.write("util/CMakeLists.txt", "add_library(util STATIC OtherNamesPosix.cpp)\n")
+        self.assertFault("listed-sources", "util/NamesPosix.cpp")
+
+    def test_a_place_on_this_machine_is_found(self):
+        self.write("docs/a.md", f"fine\nsee {self.root}/somewhere\n")
+        self.assertFault("machine-paths", "docs/a.md:2:")
+        self.write("docs/a.md", "see /home/" + "jane/movies\n")
+        self.assertFault("machine-paths", "docs/a.md:1:")
+
+    def test_places_that_every_machine_has_are_right(self):
+        self.write("docs/a.md", "#!/usr/bin/env bash\n/tmp/x /home/user/Pictures ~/Movies/Stillora/ /var/lib\n")
+        self.assertEqual(self.faults("machine-paths"), [])
+
+    def test_the_command_exits_with_one_for_a_fault_and_two_without_code(self):
+        self.assertEqual(structure.main(["headers", str(self.root)]), 0)
+        self.write("util/A.h", "\n")
+        self.assertEqual(structure.main(["headers", str(self.root)]), 1)
+        self.assertEqual(structure.main(["headers", str(self.root / "docs")]), 2)
+        self.assertEqual(structure.main(["no-such-check", str(self.root)]), 2)
+
+
+if __name__ == "__main__":
+    unittest.main()
