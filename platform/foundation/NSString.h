@@ -12,6 +12,10 @@ double doubleValue(std::string_view text);
 /// Length in UTF-16 code units; bytes that are not UTF-8 count as one each.
 size_t lengthInUTF16(std::string_view text);
 
+/// The text with every byte that is not part of well-formed UTF-8 replaced by U+FFFD.
+std::string stringByReplacingInvalidUTF8(std::string_view text);
+bool isValidUTF8(std::string_view text);
+
 /// "%f" in the C locale: six decimals.
 std::string stringWithSixDecimals(double value);
 

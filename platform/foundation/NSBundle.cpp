@@ -1,0 +1,154 @@
+#include "platform/foundation/NSBundle.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <utility>
+
+namespace platform {
+
+namespace {
+
+/// Reads the tables of a compiled gettext catalogue. Nothing in it is trusted: a damaged file has no texts.
+class CatalogueReader final {
+public:
+    explicit CatalogueReader(std::string bytes) : bytes_(std::move(bytes)) {}
+
+    template <typename Texts>
+    Texts texts()
+    {
+        static constexpr uint32_t kMagic = 0x950412DE;
+        static constexpr uint32_t kMagicOfOtherByteOrder = 0xDE120495;
+        const auto magic = numberAt(0);
+        if (magic == kMagicOfOtherByteOrder)
+            swapped_ = true;
+        else if (magic != kMagic)
+            return {};
+        const auto count = numberAt(8);
+        const auto keys = numberAt(12);
+        const auto values = numberAt(16);
+        if (!count || !keys || !values)
+            return {};
+        Texts texts;
+        for (uint64_t i = 0; i < *count; ++i) {
+            const auto key = textAt(*keys + 8 * i);
+            const auto value = textAt(*values + 8 * i);
+            if (!key || !value)
+                return {};
+            texts.emplace(*key, *value);
+        }
+        // The empty key holds the catalogue's header.
+        texts.erase("");
+        return texts;
+    }
+
+private:
+    std::optional<uint32_t> numberAt(uint64_t offset) const
+    {
+        if (offset + 4 > bytes_.size())
+            return std::nullopt;
+        uint32_t number = 0;
+        for (unsigned i = 0; i < 4; ++i) {
+            const auto byte = static_cast<unsigned char>(bytes_[offset + i]);
+            number |= uint32_t{byte} << (swapped_ ? 24 - 8 * i : 8 * i);
+        }
+        return number;
+    }
+
+    std::optional<std::string> textAt(uint64_t offset) const
+    {
+        const auto length = numberAt(offset);
+        const auto start = numberAt(offset + 4);
+        if (!length || !start || uint64_t{*start} + *length > bytes_.size())
+            return std::nullopt;
+        return bytes_.substr(*start, *length);
+    }
+
+    const std::string bytes_;
+    bool swapped_ = false;
+};
+
+void appendLanguage(std::vector<std::string>& languages, std::string name)
+{
+    // "de_AT.UTF-8@euro": first with the country, then without.
+    name = name.substr(0, name.find_first_of(".@"));
+    if (name.empty() || name == "C" || name == "POSIX" || name.find('/') != std::string::npos)
+        return;
+    languages.push_back(name);
+    if (const size_t country = name.find('_'); country != std::string::npos)
+        languages.push_back(name.substr(0, country));
+}
+
+/// The user's languages, the wished-for one first; the texts were written in English, so that one is last.
+std::vector<std::string> preferredLanguages()
+{
+    std::vector<std::string> languages;
+    const auto value = [](const char* variable) -> std::string {
+        const char* text = getenv(variable);
+        return text ? text : "";
+    };
+    std::string locale;
+    for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+        locale = value(variable);
+        if (!locale.empty())
+            break;
+    }
+    // As gettext has it: the list of languages counts only where a language was chosen at all.
+    const bool plain = locale.empty() || locale == "C" || locale == "POSIX";
+    if (std::string list = value("LANGUAGE"); !list.empty() && !plain) {
+        for (size_t begin = 0; begin <= list.size();) {
+            const size_t end = std::min(list.find(':', begin), list.size());
+            appendLanguage(languages, list.substr(begin, end - begin));
+            begin = end + 1;
+        }
+    }
+    appendLanguage(languages, locale);
+    languages.emplace_back("en");
+    return languages;
+}
+
+} // namespace
+
+NSBundle& NSBundle::mainBundle()
+{
+    static NSBundle bundle;
+    return bundle;
+}
+
+std::string NSBundle::localizedStringForKey(std::string_view key, std::string_view value, std::string_view table) const
+{
+    if (!key.empty() && !folder_.empty()) {
+        const std::string domain(table.empty() ? std::string_view(domain_) : table);
+        for (const std::string& language : languages_) {
+            const Texts& texts = textsOfDomain(domain, language);
+            if (const auto found = texts.find(key); found != texts.end())
+                return found->second;
+        }
+    }
+    return std::string(value.empty() ? key : value);
+}
+
+void NSBundle::setLocalizations(std::string folder, std::string domain)
+{
+    const std::lock_guard lock(mutex_);
+    folder_ = std::move(folder);
+    domain_ = std::move(domain);
+    languages_ = preferredLanguages();
+    catalogues_.clear();
+}
+
+const NSBundle::Texts& NSBundle::textsOfDomain(const std::string& domain, const std::string& language) const
+{
+    const std::lock_guard lock(mutex_);
+    const auto [entry, isNew] = catalogues_.try_emplace(language + "/" + domain);
+    if (isNew) {
+        std::ifstream file(folder_ + "/" + language + "/LC_MESSAGES/" + domain + ".mo", std::ios::binary);
+        entry->second = CatalogueReader({std::istreambuf_iterator<char>(file), {}}).texts<Texts>();
+    }
+    return entry->second;
+}
+
+} // namespace platform

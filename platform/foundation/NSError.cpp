@@ -1,0 +1,55 @@
+#include "platform/foundation/NSError.h"
+
+#include "platform/foundation/NSString.h"
+
+#include <cerrno>
+#include <cstring>
+#include <optional>
+
+namespace platform {
+
+namespace {
+
+std::optional<int64_t> cocoaCode(int errnoValue, FileAccess access)
+{
+    const bool reading = access == FileAccess::Reading;
+    switch (errnoValue) {
+    case ENOENT:
+        return reading ? kNSFileReadNoSuchFileError : kNSFileNoSuchFileError;
+    case EACCES:
+    case EPERM:
+        return reading ? kNSFileReadNoPermissionError : kNSFileWriteNoPermissionError;
+    case EEXIST:
+        return kNSFileWriteFileExistsError;
+    case ENOSPC:
+    case EDQUOT:
+        return kNSFileWriteOutOfSpaceError;
+    case EROFS:
+        return kNSFileWriteVolumeReadOnlyError;
+    default:
+        return std::nullopt;
+    }
+}
+
+} // namespace
+
+bool fail(NSError* error, std::string_view domain, int64_t code, std::string description)
+{
+    if (error)
+        *error = {std::string(domain), code, stringByReplacingInvalidUTF8(description)};
+    return false;
+}
+
+bool failWithErrno(NSError* error, int errnoValue, std::string_view what, FileAccess access)
+{
+    // Not strerror: it speaks the process's language and may share a buffer between threads.
+    const char* reason = strerrordesc_np(errnoValue);
+    std::string description(what);
+    description += ": ";
+    description += reason ? reason : "error " + std::to_string(errnoValue);
+    if (const auto code = cocoaCode(errnoValue, access))
+        return fail(error, kNSCocoaErrorDomain, *code, std::move(description));
+    return fail(error, kNSPOSIXErrorDomain, errnoValue, std::move(description));
+}
+
+} // namespace platform

@@ -1,0 +1,332 @@
+#include "platform/foundation/NSFileManager.h"
+
+#include "platform/foundation/FileDescriptor.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <filesystem>
+#include <memory>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace platform {
+
+namespace {
+
+struct CloseFolder {
+    void operator()(DIR* folder) const { closedir(folder); }
+};
+using FolderPtr = std::unique_ptr<DIR, CloseFolder>;
+
+std::string parentOf(const std::string& path)
+{
+    const size_t slash = path.rfind('/');
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+/// Names of a folder's entries but "." and "..", or false with `errno`.
+bool listFolder(const std::string& path, std::vector<std::string>& names)
+{
+    const FolderPtr folder(opendir(path.c_str()));
+    if (!folder)
+        return false;
+    for (;;) {
+        errno = 0;
+        const dirent* entry = readdir(folder.get());
+        if (!entry)
+            return errno == 0;
+        if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0)
+            names.emplace_back(entry->d_name);
+    }
+}
+
+/// False with `errno`. File systems that cannot flush say EINVAL, and there is then nothing to wait for.
+bool flushDescriptor(int descriptor)
+{
+    return fsync(descriptor) == 0 || errno == EINVAL || errno == EROFS || errno == ENOTSUP;
+}
+
+bool flushFolder(const std::string& path)
+{
+    const FileDescriptor folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    // A folder that may be written but not read cannot be opened; its entries are flushed with the file system.
+    return !folder || flushDescriptor(folder.get());
+}
+
+/// Flushes a file, or a folder with all it holds; false with `errno`.
+bool flushTree(const std::string& path)
+{
+    struct stat status {};
+    if (lstat(path.c_str(), &status) != 0)
+        return false;
+    if (S_ISREG(status.st_mode)) {
+        FileDescriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+        if (!file)
+            file.reset(open(path.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+        // A file that its owner may neither read nor write can still be moved.
+        return !file || flushDescriptor(file.get());
+    }
+    if (!S_ISDIR(status.st_mode))
+        return true;
+    std::vector<std::string> names;
+    if (!listFolder(path, names))
+        return errno == EACCES;
+    for (const std::string& name : names) {
+        if (!flushTree(path + "/" + name))
+            return false;
+    }
+    return flushFolder(path);
+}
+
+/// Gives `source` the name `destination` on the same volume unless that name is taken; false with `errno`.
+bool renameWithoutOverwriting(const std::string& source, const std::string& destination)
+{
+    if (renameat2(AT_FDCWD, source.c_str(), AT_FDCWD, destination.c_str(), RENAME_NOREPLACE) == 0)
+        return true;
+    if (errno != EINVAL && errno != ENOSYS && errno != ENOTSUP)
+        return false;
+
+    // This file system cannot rename so. A hard link does not overwrite either.
+    struct stat status {};
+    if (lstat(source.c_str(), &status) != 0)
+        return false;
+    if (S_ISDIR(status.st_mode)) {
+        // An empty folder of our own may be replaced.
+        if (mkdir(destination.c_str(), 0700) != 0)
+            return false;
+        if (rename(source.c_str(), destination.c_str()) == 0)
+            return true;
+        const int reason = errno;
+        rmdir(destination.c_str());
+        errno = reason;
+        return false;
+    }
+    if (linkat(AT_FDCWD, source.c_str(), AT_FDCWD, destination.c_str(), 0) == 0) {
+        if (unlink(source.c_str()) == 0)
+            return true;
+        const int reason = errno;
+        unlink(destination.c_str());
+        errno = reason;
+        return false;
+    }
+    if (errno != EPERM && errno != ENOTSUP && errno != ENOSYS && errno != EMLINK)
+        return false;
+    // Nor has it links: reserve the name with an empty file, then replace that.
+    const FileDescriptor reserved(open(destination.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (!reserved)
+        return false;
+    if (rename(source.c_str(), destination.c_str()) == 0)
+        return true;
+    const int reason = errno;
+    unlink(destination.c_str());
+    errno = reason;
+    return false;
+}
+
+bool copyBytes(int source, int destination)
+{
+    std::vector<char> buffer(1 << 20);
+    for (;;) {
+        const ssize_t got = read(source, buffer.data(), buffer.size());
+        if (got == 0)
+            return true;
+        if (got < 0) {
+            if (errno == EINTR)
+                continue;
+            return false;
+        }
+        for (ssize_t done = 0; done < got;) {
+            const ssize_t put = write(destination, buffer.data() + done, static_cast<size_t>(got - done));
+            if (put < 0 && errno == EINTR)
+                continue;
+            if (put < 0)
+                return false;
+            done += put;
+        }
+    }
+}
+
+/// Copies a file, a link or a folder with all it holds, with permissions and times, flushed; false with `errno`.
+bool copyTree(const std::string& source, const std::string& destination)
+{
+    struct stat status {};
+    if (lstat(source.c_str(), &status) != 0)
+        return false;
+    const std::array<timespec, 2> times{status.st_atim, status.st_mtim};
+
+    if (S_ISREG(status.st_mode)) {
+        const FileDescriptor input(open(source.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+        if (!input)
+            return false;
+        const FileDescriptor output(open(destination.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+        if (!output || !copyBytes(input.get(), output.get()))
+            return false;
+        // Some file systems have no permissions or times of their own; the copy is whole without them.
+        (void)!fchmod(output.get(), status.st_mode & 07777);
+        (void)!futimens(output.get(), times.data());
+        return flushDescriptor(output.get());
+    }
+    if (S_ISLNK(status.st_mode)) {
+        std::error_code failure;
+        std::filesystem::copy_symlink(source, destination, failure);
+        errno = failure.value();
+        return !failure;
+    }
+    if (!S_ISDIR(status.st_mode)) {
+        errno = ENOTSUP;
+        return false;
+    }
+    if (mkdir(destination.c_str(), 0700) != 0)
+        return false;
+    std::vector<std::string> names;
+    if (!listFolder(source, names))
+        return false;
+    for (const std::string& name : names) {
+        if (!copyTree(source + "/" + name, destination + "/" + name))
+            return false;
+    }
+    (void)!chmod(destination.c_str(), status.st_mode & 07777);
+    (void)!utimensat(AT_FDCWD, destination.c_str(), times.data(), 0);
+    return flushFolder(destination);
+}
+
+/// False with `errno`; removes what it can.
+bool removeTree(const std::string& path)
+{
+    std::error_code failure;
+    std::filesystem::remove_all(path, failure);
+    errno = failure.value();
+    return !failure;
+}
+
+/// Moves to another volume: copy under a hidden name, flush, name, and only then remove the original.
+bool moveAcrossVolumes(const std::string& source, const std::string& destination, const std::string& what,
+                       NSError* error)
+{
+    // Not made from the destination's name, which may be as long as a name can be.
+    const std::string hidden = parentOf(destination) + "/.moving-" + NSUUIDString();
+    if (!copyTree(source, hidden) || !renameWithoutOverwriting(hidden, destination)) {
+        const int reason = errno;
+        removeTree(hidden);
+        return failWithErrno(error, reason, what);
+    }
+    if (!flushFolder(parentOf(destination)))
+        return failWithErrno(error, errno, what);
+    if (!removeTree(source))
+        return failWithErrno(error, errno, "\"" + source + "\" was copied but could not be removed");
+    return true;
+}
+
+} // namespace
+
+NSFileManager& NSFileManager::defaultManager()
+{
+    static NSFileManager manager;
+    return manager;
+}
+
+bool NSFileManager::fileExistsAtPath(const std::string& path) const
+{
+    return fileExistsAtPath(path, nullptr);
+}
+
+bool NSFileManager::fileExistsAtPath(const std::string& path, bool* isDirectory) const
+{
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0)
+        return false;
+    if (isDirectory)
+        *isDirectory = S_ISDIR(status.st_mode);
+    return true;
+}
+
+bool NSFileManager::createDirectoryAtURL(const NSURL& url, bool withIntermediateDirectories, NSError* error) const
+{
+    const std::string& path = url.path();
+    const std::string what = "The folder \"" + path + "\" could not be made";
+    bool isDirectory = false;
+    if (fileExistsAtPath(path, &isDirectory))
+        return isDirectory || failWithErrno(error, EEXIST, what);
+
+    const std::string parent = parentOf(path);
+    if (withIntermediateDirectories && parent != path &&
+        !createDirectoryAtURL(NSURL::fileURLWithPath(parent, true), true, error))
+        return false;
+    if (mkdir(path.c_str(), 0777) == 0)
+        return true;
+    const int reason = errno;
+    // Another may have made it in between.
+    if (reason == EEXIST && fileExistsAtPath(path, &isDirectory) && isDirectory)
+        return true;
+    return failWithErrno(error, reason, what);
+}
+
+bool NSFileManager::moveItemAtURL(const NSURL& source, const NSURL& destination, NSError* error) const
+{
+    const std::string& from = source.path();
+    const std::string& to = destination.path();
+    const std::string what = "\"" + from + "\" could not be moved to \"" + to + "\"";
+
+    struct stat status {};
+    if (lstat(from.c_str(), &status) != 0)
+        return failWithErrno(error, errno, what);
+    // Said before a long copy; whether the name is still free is decided when it is taken.
+    if (lstat(to.c_str(), &status) == 0)
+        return failWithErrno(error, EEXIST, what);
+    if (!flushTree(from))
+        return failWithErrno(error, errno, what);
+    if (!renameWithoutOverwriting(from, to)) {
+        if (errno == EXDEV)
+            return moveAcrossVolumes(from, to, what, error);
+        return failWithErrno(error, errno, what);
+    }
+    if (!flushFolder(parentOf(to)) || !flushFolder(parentOf(from)))
+        return failWithErrno(error, errno, "\"" + to + "\" has its name but may not be safe on the disk");
+    return true;
+}
+
+bool NSFileManager::removeItemAtURL(const NSURL& url, NSError* error) const
+{
+    const std::string what = "\"" + url.path() + "\" could not be removed";
+    struct stat status {};
+    if (lstat(url.path().c_str(), &status) != 0 || !removeTree(url.path()))
+        return failWithErrno(error, errno, what);
+    return true;
+}
+
+std::string NSTemporaryDirectory()
+{
+    const char* folder = getenv("TMPDIR");
+    std::string path = folder && *folder ? folder : "/tmp/";
+    if (path.back() != '/')
+        path += '/';
+    return path;
+}
+
+std::string NSUUIDString()
+{
+    std::array<unsigned char, 16> bytes{};
+    // Never short below 256 bytes; it waits only while the system boots.
+    while (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
+    }
+    bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0F) | 0x40);
+    bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3F) | 0x80);
+    static constexpr char kHexDigits[] = "0123456789ABCDEF";
+    std::string text;
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        if (i == 4 || i == 6 || i == 8 || i == 10)
+            text += '-';
+        text += kHexDigits[bytes[i] >> 4];
+        text += kHexDigits[bytes[i] & 0xF];
+    }
+    return text;
+}
+
+} // namespace platform
