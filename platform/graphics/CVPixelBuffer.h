@@ -10,6 +10,7 @@ namespace platform {
 
 /// Success of the pixel buffer operations.
 inline constexpr int32_t kCVReturnSuccess = 0;
+inline constexpr int32_t kCVReturnError = -6660;
 inline constexpr int32_t kCVReturnInvalidArgument = -6661;
 inline constexpr int32_t kCVReturnAllocationFailed = -6662;
 inline constexpr int32_t kCVReturnInvalidPixelFormat = -6680;
@@ -20,7 +21,7 @@ inline constexpr uint32_t kCVPixelFormatType_32ARGB = 32;
 
 /// The pixels of one frame: rows of 4-byte pixels X R G B, top row first. Shared by its makers and users; pixels may be
 /// touched only between lock and unlock. Beyond a budget of the process, unlocked pixels lie in an unlinked file and
-/// are taken back when locked again.
+/// are taken back when locked again; where the file cannot grow they stay in memory.
 class CVPixelBuffer final {
 public:
     ~CVPixelBuffer();
@@ -33,7 +34,7 @@ public:
     /// At least 4 * width; a multiple of 64.
     size_t bytesPerRow() const { return bytesPerRow_; }
 
-    /// One thread at a time.
+    /// One thread at a time; locks nest. Pixels that cannot be read back from the file stay there, to be tried again.
     /// @return kCVReturnSuccess, or another status if the pixels could not be taken back into memory
     [[nodiscard]] int32_t lockBaseAddress();
     void unlockBaseAddress();
@@ -43,12 +44,15 @@ public:
 private:
     friend int32_t CVPixelBufferCreate(size_t, size_t, uint32_t, const NSURL*, std::shared_ptr<CVPixelBuffer>*);
     struct Storage;
+    void spill();
     CVPixelBuffer(size_t width, size_t height, size_t bytesPerRow, std::unique_ptr<Storage> storage);
 
     const size_t width_;
     const size_t height_;
     const size_t bytesPerRow_;
+    // One thread at a time.
     uint8_t* base_ = nullptr;
+    size_t locks_ = 0;
     std::unique_ptr<Storage> storage_;
 };
 
@@ -59,5 +63,13 @@ private:
 /// @return kCVReturnSuccess, or what was wrong: size (each side 1 to 16384), format, no memory
 [[nodiscard]] int32_t CVPixelBufferCreate(size_t width, size_t height, uint32_t pixelFormatType,
                                           const NSURL* spillFolder, std::shared_ptr<CVPixelBuffer>* buffer);
+
+/// Bytes of pixels that all buffers of the process may keep in memory before unlocked ones are written out; 256 MB
+/// unless set. Any thread.
+size_t pixelBufferMemoryBudget();
+void setPixelBufferMemoryBudget(size_t bytes);
+
+/// Bytes of pixels that all buffers of the process have in memory now. Any thread.
+size_t pixelBufferBytesInMemory();
 
 } // namespace platform

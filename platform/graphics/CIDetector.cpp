@@ -1,0 +1,32 @@
+#include "platform/graphics/CIDetector.h"
+
+#include "platform/dispatch/Lock.h"
+
+#include <utility>
+
+namespace platform {
+
+namespace {
+
+Lock factoryLock;
+CIDetector::Factory faceDetectorFactory GUARDED_BY(factoryLock);
+
+} // namespace
+
+std::unique_ptr<CIDetector> CIDetector::detectorOfTypeFace()
+{
+    Factory factory;
+    {
+        LockGuard guard(factoryLock);
+        factory = faceDetectorFactory;
+    }
+    return factory ? factory() : nullptr;
+}
+
+void CIDetector::setFaceDetectorFactory(Factory factory)
+{
+    LockGuard guard(factoryLock);
+    faceDetectorFactory = std::move(factory);
+}
+
+} // namespace platform
