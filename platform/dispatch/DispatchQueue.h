@@ -57,7 +57,8 @@ public:
     static void runMain();
     /// Makes `runMain` return after the block that runs now. Any thread; also before `runMain`.
     static void stopMain();
-    /// For tests: runs the main queue's blocks here until `done` answers true; it is asked after each block.
+    /// Runs the main queue's blocks here until `done` answers true; it is asked after each block, and often while none
+    /// waits. For tests, and for the last moments of a process.
     /// @return false if that took longer than `timeoutSeconds`
     static bool runMainUntil(const std::function<bool()>& done, double timeoutSeconds);
 

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "platform/dispatch/Lock.h"
+
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <set>
+#include <sys/types.h>
+
+namespace platform {
+
+/// Threads that run blocks in order of adding. As many threads run as there are processors; a thread that sleeps or
+/// waits does not count, and another takes its place while blocks wait. Idle threads end after a while. Never
+/// destroyed: blocks may wait for ever, and must not be torn down under the process's own exit.
+class ThreadPool final {
+public:
+    /// The pool whose threads run at the process's niceness plus `niceness` (0 to 19).
+    static ThreadPool& withNiceness(int niceness);
+
+    void submit(std::move_only_function<void()> block) EXCLUDES(lock_);
+
+    /// Threads alive now, for tests.
+    size_t threadCount() EXCLUDES(lock_);
+
+private:
+    explicit ThreadPool(int niceness);
+
+    void work() EXCLUDES(lock_);
+    void watch() EXCLUDES(lock_);
+    bool addThread() REQUIRES(lock_);
+    size_t runningThreads() const REQUIRES(lock_);
+
+    const int niceness_;
+    const size_t processors_;
+
+    Lock lock_;
+    Condition workAdded_;
+    Condition workWaits_;
+    std::deque<std::move_only_function<void()>> pending_ GUARDED_BY(lock_);
+    std::set<pid_t> threads_ GUARDED_BY(lock_);
+    /// Made, but not yet in `threads_`.
+    size_t starting_ GUARDED_BY(lock_) = 0;
+    size_t idle_ GUARDED_BY(lock_) = 0;
+    bool watching_ GUARDED_BY(lock_) = false;
+};
+
+} // namespace platform
