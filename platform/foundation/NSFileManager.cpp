@@ -130,6 +130,22 @@ bool renameWithoutOverwriting(const std::string& source, const std::string& dest
     return false;
 }
 
+/// False with `errno`.
+bool writeBytes(int descriptor, const void* bytes, size_t count)
+{
+    const auto* rest = static_cast<const char*>(bytes);
+    while (count > 0) {
+        const ssize_t put = write(descriptor, rest, count);
+        if (put < 0 && errno == EINTR)
+            continue;
+        if (put < 0)
+            return false;
+        rest += put;
+        count -= static_cast<size_t>(put);
+    }
+    return true;
+}
+
 bool copyBytes(int source, int destination)
 {
     std::vector<char> buffer(1 << 20);
@@ -142,14 +158,8 @@ bool copyBytes(int source, int destination)
                 continue;
             return false;
         }
-        for (ssize_t done = 0; done < got;) {
-            const ssize_t put = write(destination, buffer.data() + done, static_cast<size_t>(got - done));
-            if (put < 0 && errno == EINTR)
-                continue;
-            if (put < 0)
-                return false;
-            done += put;
-        }
+        if (!writeBytes(destination, buffer.data(), static_cast<size_t>(got)))
+            return false;
     }
 }
 
@@ -299,6 +309,62 @@ bool NSFileManager::removeItemAtURL(const NSURL& url, NSError* error) const
     if (lstat(url.path().c_str(), &status) != 0 || !removeTree(url.path()))
         return failWithErrno(error, errno, what);
     return true;
+}
+
+std::optional<NSData> NSFileManager::contentsAtURL(const NSURL& url, uint64_t maximumBytes, NSError* error) const
+{
+    const std::string what = "\"" + url.path() + "\" could not be read";
+    // Without O_NONBLOCK a named pipe would hold us here.
+    const FileDescriptor file(open(url.path().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct stat status {};
+    if (!file || fstat(file.get(), &status) != 0) {
+        failWithErrno(error, errno, what, FileAccess::Reading);
+        return std::nullopt;
+    }
+    if (!S_ISREG(status.st_mode) || static_cast<uint64_t>(status.st_size) > maximumBytes) {
+        fail(error, kNSCocoaErrorDomain, kNSFileReadUnknownError, what + ": it is no file of a fitting size");
+        return std::nullopt;
+    }
+    NSData contents(static_cast<size_t>(status.st_size));
+    size_t done = 0;
+    while (done < contents.size()) {
+        const ssize_t got = read(file.get(), contents.data() + done, contents.size() - done);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0) {
+            failWithErrno(error, errno, what, FileAccess::Reading);
+            return std::nullopt;
+        }
+        if (got == 0)
+            break;
+        done += static_cast<size_t>(got);
+    }
+    contents.resize(done);
+    return contents;
+}
+
+bool NSFileManager::writeContents(const NSData& contents, const NSURL& url, NSError* error) const
+{
+    const std::string what = "\"" + url.path() + "\" could not be written";
+    std::error_code ignored;
+    std::string path = url.path();
+    if (std::filesystem::is_symlink(path, ignored)) {
+        if (const auto target = std::filesystem::canonical(path, ignored); !ignored)
+            path = target.native();
+    }
+    struct stat status {};
+    const mode_t mode = stat(path.c_str(), &status) == 0 ? status.st_mode & 0777 : 0600;
+    const std::string hidden = parentOf(path) + "/.writing-" + NSUUIDString();
+    const FileDescriptor file(open(hidden.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+    if (!file)
+        return failWithErrno(error, errno, what);
+    if (!writeBytes(file.get(), contents.data(), contents.size()) || !flushDescriptor(file.get()) ||
+        rename(hidden.c_str(), path.c_str()) != 0) {
+        const int reason = errno;
+        unlink(hidden.c_str());
+        return failWithErrno(error, reason, what);
+    }
+    return flushFolder(parentOf(path)) || failWithErrno(error, errno, what);
 }
 
 std::string NSTemporaryDirectory()

@@ -1,8 +1,11 @@
 #pragma once
 
+#include "platform/foundation/NSData.h"
 #include "platform/foundation/NSError.h"
 #include "platform/foundation/NSURL.h"
 
+#include <cstdint>
+#include <optional>
 #include <string>
 
 namespace platform {
@@ -26,6 +29,13 @@ public:
 
     /// A folder with all it holds; links are not followed.
     bool removeItemAtURL(const NSURL& url, NSError* error = nullptr) const;
+
+    /// A whole file; nothing for one that is no regular file or longer than `maximumBytes`.
+    std::optional<NSData> contentsAtURL(const NSURL& url, uint64_t maximumBytes, NSError* error = nullptr) const;
+
+    /// Replaces a file, or makes it, in one step: readers see the old contents or the new ones, also after a power
+    /// failure. A link is kept and what it leads to replaced. A new file belongs to the user alone.
+    bool writeContents(const NSData& contents, const NSURL& url, NSError* error = nullptr) const;
 
 private:
     NSFileManager() = default;
