@@ -2,7 +2,6 @@
 
 #include <cmath>
 #include <limits>
-#include <type_traits>
 #include <utility>
 
 namespace platform {
@@ -62,10 +61,15 @@ std::string_view nameOf(CodedClass codedClass)
     return "";
 }
 
+void NSCoder::encodeObject(CodedValue value, std::string_view key)
+{
+    values_.insert_or_assign(std::string(key), std::move(value));
+}
+
 void NSCoder::encodeObject(std::optional<CodedValue> value, std::string_view key)
 {
     if (value)
-        values_.insert_or_assign(std::string(key), std::move(*value));
+        encodeObject(std::move(*value), key);
 }
 
 std::optional<CodedValue> NSCoder::decodeObjectOfClass(CodedClass codedClass, std::string_view key,

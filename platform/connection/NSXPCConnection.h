@@ -79,9 +79,12 @@ public:
     int processIdentifier() const;
 
 private:
+    friend class NSXPCListener;
     friend class NSXPCProxy;
     struct Core;
     explicit NSXPCConnection(std::shared_ptr<Core> core);
+    /// For the listener: called after the invalidation handler.
+    void setEndHandler(std::function<void()> handler);
 
     const std::shared_ptr<Core> core_;
 };

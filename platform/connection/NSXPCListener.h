@@ -13,8 +13,8 @@ class NSXPCListenerDelegate {
 public:
     virtual ~NSXPCListenerDelegate() = default;
 
-    /// Sets a new connection up and resumes it; false closes it. Its peer is a process of the same user. On the
-    /// connection's own queue.
+    /// Sets a new connection up and resumes it; false closes it. Its peer is a process of the same user. May be called
+    /// on several threads at once, for a connection each.
     virtual bool listener(NSXPCListener& listener, const NSXPCConnectionPtr& shouldAcceptNewConnection) = 0;
 };
 
@@ -37,7 +37,8 @@ public:
     void setDelegate(std::weak_ptr<NSXPCListenerDelegate> delegate);
 
     /// Takes connections and runs the main queue on this thread. Returns when the only client of a connected socket
-    /// has gone, on `invalidate`, and on SIGTERM; connections are then invalidated. Once.
+    /// has gone, on `invalidate`, on SIGTERM and, with a listening socket, on SIGINT; connections are then invalidated.
+    /// Once.
     void resume();
 
     /// Makes `resume` return. Any thread.

@@ -15,7 +15,7 @@
 namespace platform {
 
 /// Objects of classes that can cross a connection, in order.
-using NSXPCObjects = std::vector<std::shared_ptr<const NSSecureCoding>>;
+using NSXPCObjects = std::vector<std::shared_ptr<NSSecureCoding>>;
 
 /// One argument of a call, or one value of its reply. Each kind stands for one signature: `b`, `x`, `d`, `s`, `ay`,
 /// `a(sa{sv})` and `a(sxs)`.

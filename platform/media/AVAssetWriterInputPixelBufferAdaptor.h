@@ -2,7 +2,6 @@
 
 #include "platform/graphics/CVPixelBuffer.h"
 #include "platform/media/AVAssetWriterInput.h"
-#include "platform/media/CMTime.h"
 
 #include <memory>
 
