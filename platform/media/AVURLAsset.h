@@ -1,35 +1,18 @@
 #pragma once
 
 #include "platform/foundation/NSURL.h"
+#include "platform/media/AVAsset.h"
 #include "platform/media/CMTime.h"
 
-#include <cstdint>
 #include <memory>
 #include <mutex>
-#include <string>
-#include <string_view>
 #include <vector>
 
 namespace platform {
 
-inline constexpr std::string_view kAVMediaTypeVideo = "vide";
-inline constexpr std::string_view kAVMediaTypeAudio = "soun";
-
-/// One track of a media file.
-struct AVAssetTrack {
-    int32_t trackID = 0;
-    /// "vide" or "soun".
-    std::string mediaType;
-    /// What of the track plays on the file's time line; encoder delay and padding are counted out. The scale is the
-    /// track's own: the sample rate for sound.
-    CMTimeRange timeRange;
-    /// Index of the stream within the file.
-    int streamIndex = 0;
-};
-
 /// A media file by its location. Never fails to be made: a missing or foreign file has no tracks and an invalid
 /// duration. The file is looked at on the first question, once. Any thread.
-class AVURLAsset final {
+class AVURLAsset final : public AVAsset {
 public:
     struct Options {
         /// Measure files without an index by scanning them, instead of estimating from the bit rate.
@@ -46,8 +29,8 @@ public:
 
     const NSURL& URL() const { return url_; }
     /// Exact to the sample for indexed files; in the sample rate's scale for files that hold sound alone.
-    CMTime duration() const;
-    const std::vector<AVAssetTrack>& tracks() const;
+    CMTime duration() const override;
+    std::vector<AVAssetTrack> tracks() const override;
 
 private:
     struct Contents;

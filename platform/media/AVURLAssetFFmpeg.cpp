@@ -1,0 +1,105 @@
+#include "platform/media/AVURLAsset.h"
+
+#include "platform/media/FFmpegHandles.h"
+#include "platform/media/MovieBoxes.h"
+#include "platform/media/SoundTimeline.h"
+
+extern "C" {
+#include <libavcodec/codec_par.h>
+#include <libavformat/avformat.h>
+#include <libavutil/mathematics.h>
+}
+
+#include <algorithm>
+#include <utility>
+
+namespace platform {
+
+struct AVURLAsset::Contents {
+    CMTime duration = kCMTimeInvalid;
+    std::vector<AVAssetTrack> tracks;
+};
+
+namespace {
+
+/// What of a video track plays, in its own scale.
+CMTimeRange videoRangeOf(const AVStream& stream, const std::optional<MovieBoxes>& boxes)
+{
+    if (boxes) {
+        for (const MovieTrackBoxes& track : boxes->tracks) {
+            if (track.trackID != stream.id)
+                continue;
+            int64_t length = 0;
+            for (const MovieEdit& edit : track.edits) {
+                const int64_t rest = edit.mediaTime < 0 ? INT64_MAX : track.mediaDuration - edit.mediaTime;
+                length += std::min(av_rescale(edit.duration, track.timescale, boxes->timescale), rest);
+            }
+            if (length <= 0)
+                length = track.mediaDuration;
+            return {CMTimeMake(0, track.timescale), CMTimeMake(length, track.timescale)};
+        }
+    }
+    const int64_t length = stream.duration > 0 ? stream.duration : 0;
+    const AVRational scale = stream.time_base;
+    return {CMTimeMake(0, scale.den), CMTimeMake(length * scale.num, scale.den)};
+}
+
+} // namespace
+
+AVURLAsset::AVURLAsset(NSURL url) : AVURLAsset(std::move(url), Options{}) {}
+
+AVURLAsset::AVURLAsset(NSURL url, Options options) : url_(std::move(url)), options_(options) {}
+
+CMTime AVURLAsset::duration() const
+{
+    return contents().duration;
+}
+
+std::vector<AVAssetTrack> AVURLAsset::tracks() const
+{
+    return contents().tracks;
+}
+
+const AVURLAsset::Contents& AVURLAsset::contents() const
+{
+    std::call_once(once_, [this] {
+        auto contents = std::make_shared<Contents>();
+        contents_ = contents;
+        const InputPtr input = openMediaFile(url_, true);
+        if (!input)
+            return;
+        const auto boxes = readMovieBoxes(url_);
+        const TimelinePrecision precision =
+            options_.preferPreciseDurationAndTiming ? TimelinePrecision::ByScanning : TimelinePrecision::FromIndex;
+        bool hasVideo = false;
+        CMTime end = kCMTimeInvalid;
+        for (unsigned i = 0; i < input->nb_streams; ++i) {
+            const AVStream& stream = *input->streams[i];
+            AVAssetTrack track;
+            track.trackID = boxes ? stream.id : stream.index + 1;
+            track.streamIndex = stream.index;
+            track.assetURL = url_;
+            if (soundStreamOf(*input, stream.index)) {
+                const int32_t rate = stream.codecpar->sample_rate;
+                const SoundTimeline timeline = soundTimelineOf(*input, stream, url_, boxes, precision);
+                track.mediaType = kAVMediaTypeAudio;
+                track.timeRange = {CMTimeMake(0, rate), CMTimeMake(timeline.length(), rate)};
+            } else if (stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO &&
+                       !(stream.disposition & AV_DISPOSITION_ATTACHED_PIC)) {
+                track.mediaType = kAVMediaTypeVideo;
+                track.timeRange = videoRangeOf(stream, boxes);
+                hasVideo = true;
+            } else {
+                continue;
+            }
+            if (!end.isValid() || CMTimeCompare(track.timeRange.duration, end) > 0)
+                end = track.timeRange.duration;
+            contents->tracks.push_back(std::move(track));
+        }
+        const bool headerKnows = boxes && boxes->duration > 0;
+        contents->duration = hasVideo && headerKnows ? CMTimeMake(boxes->duration, boxes->timescale) : end;
+    });
+    return *contents_;
+}
+
+} // namespace platform

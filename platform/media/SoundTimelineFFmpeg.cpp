@@ -1,0 +1,316 @@
+#include "platform/media/SoundTimeline.h"
+
+#include "platform/media/FFmpegHandles.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/dict.h>
+#include <libavutil/intreadwrite.h>
+#include <libavutil/mathematics.h>
+}
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <numeric>
+#include <string_view>
+
+namespace platform {
+namespace {
+
+/// Encoder delay and padding that tags tell, in samples.
+struct GaplessTag {
+    int64_t delay = 0;
+    /// Samples between delay and padding; nothing where the tag does not say.
+    std::optional<int64_t> length;
+};
+
+bool isFormat(const AVFormatContext& input, std::string_view name)
+{
+    const std::string_view names = input.iformat->name;
+    return names == name || names.starts_with(std::string(name) + ",");
+}
+
+int64_t rescale(int64_t value, int64_t toScale, int64_t fromScale)
+{
+    return av_rescale(value, toScale, fromScale);
+}
+
+int64_t inSamples(int64_t time, const AVStream& stream)
+{
+    return av_rescale_q(time, stream.time_base, {1, stream.codecpar->sample_rate});
+}
+
+/// Length of the text part that begins an MP3 file, with the bytes that announce it.
+size_t sizeOfID3(const std::array<uint8_t, 10>& header)
+{
+    if (memcmp(header.data(), "ID3", 3) != 0)
+        return 0;
+    const size_t size = size_t(header[6] & 0x7F) << 21 | size_t(header[7] & 0x7F) << 14 |
+                        size_t(header[8] & 0x7F) << 7 | size_t(header[9] & 0x7F);
+    const bool hasFooter = header[5] & 0x10;
+    return size + (hasFooter ? 20 : 10);
+}
+
+/// What the frame of information at the start of an MP3 file says of delay, padding and length.
+std::optional<GaplessTag> gaplessTagOfMP3(const NSURL& url)
+{
+    std::ifstream file(url.path(), std::ios::binary);
+    std::streamoff start = 0;
+    std::array<uint8_t, 10> header{};
+    for (int tags = 0; tags < 16; ++tags) {
+        file.seekg(start);
+        if (!file.read(reinterpret_cast<char*>(header.data()), header.size()))
+            return std::nullopt;
+        const size_t size = sizeOfID3(header);
+        if (size == 0)
+            break;
+        start += static_cast<std::streamoff>(size);
+    }
+
+    std::vector<uint8_t> bytes(size_t{1} << 16);
+    file.seekg(start);
+    file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    bytes.resize(static_cast<size_t>(file.gcount()));
+
+    // The first frame: 11 bits of ones, layer 3, a valid bit rate.
+    size_t frame = 0;
+    while (frame + 200 < bytes.size() &&
+           !(bytes[frame] == 0xFF && (bytes[frame + 1] & 0xE6) == 0xE2 && (bytes[frame + 2] & 0xF0) != 0xF0))
+        ++frame;
+    if (frame + 200 >= bytes.size())
+        return std::nullopt;
+    const bool isMPEG1 = (bytes[frame + 1] & 0x18) == 0x18;
+    const bool isMono = (bytes[frame + 3] & 0xC0) == 0xC0;
+    const size_t sideInformation = isMPEG1 ? (isMono ? 17 : 32) : (isMono ? 9 : 17);
+    const uint8_t* tag = bytes.data() + frame + 4 + sideInformation;
+    if (memcmp(tag, "Xing", 4) != 0 && memcmp(tag, "Info", 4) != 0)
+        return std::nullopt;
+
+    const uint32_t flags = AV_RB32(tag + 4);
+    const uint8_t* field = tag + 8;
+    int64_t frames = 0;
+    if (flags & 1) {
+        frames = AV_RB32(field);
+        field += 4;
+    }
+    if (flags & 2)
+        field += 4;
+    if (flags & 4)
+        field += 100;
+    if (flags & 8)
+        field += 4;
+    if (field + 24 > bytes.data() + bytes.size())
+        return std::nullopt;
+    // Only these encoders write delay and padding here.
+    if (memcmp(field, "LAME", 4) != 0 && memcmp(field, "Lavc", 4) != 0 && memcmp(field, "Lavf", 4) != 0)
+        return std::nullopt;
+    const uint32_t pads = AV_RB24(field + 21);
+    const int64_t startPad = pads >> 12;
+    const int64_t endPad = pads & 0xFFF;
+    // The decoder's own delay comes on top of the encoder's.
+    constexpr int64_t kDecoderDelay = 528 + 1;
+    GaplessTag result{startPad + kDecoderDelay, std::nullopt};
+    if (frames > 0)
+        result.length = frames * (isMPEG1 ? 1152 : 576) - startPad - endPad;
+    return result;
+}
+
+/// What the packet table of a CAF file says: frames that play, frames before them.
+std::optional<GaplessTag> gaplessTagOfCAF(const NSURL& url)
+{
+    std::ifstream file(url.path(), std::ios::binary);
+    std::streamoff offset = 8;
+    // Chunks before the packet table are few; a file with more is not worth the walk.
+    for (int chunk = 0; chunk < 256; ++chunk) {
+        std::array<uint8_t, 36> bytes{};
+        file.seekg(offset);
+        if (!file.read(reinterpret_cast<char*>(bytes.data()), 12))
+            return std::nullopt;
+        const auto size = static_cast<int64_t>(AV_RB64(bytes.data() + 4));
+        if (memcmp(bytes.data(), "pakt", 4) == 0) {
+            if (size < 24 || !file.read(reinterpret_cast<char*>(bytes.data()), 24))
+                return std::nullopt;
+            const auto validFrames = static_cast<int64_t>(AV_RB64(bytes.data() + 8));
+            const auto priming = static_cast<int32_t>(AV_RB32(bytes.data() + 16));
+            if (priming < 0 || validFrames <= 0)
+                return std::nullopt;
+            return GaplessTag{priming, validFrames};
+        }
+        if (size < 0 || size > INT64_MAX / 2)
+            return std::nullopt;
+        offset += 12 + size;
+    }
+    return std::nullopt;
+}
+
+/// The text tag in which some encoders of MPEG-4 sound tell delay, padding and length, in hexadecimal numbers.
+std::optional<GaplessTag> gaplessTagOfMovie(const AVFormatContext& input)
+{
+    const AVDictionaryEntry* entry = av_dict_get(input.metadata, "iTunSMPB", nullptr, 0);
+    if (!entry)
+        return std::nullopt;
+    unsigned delay = 0;
+    unsigned padding = 0;
+    unsigned long long length = 0;
+    if (std::sscanf(entry->value, "%*x %x %x %llx", &delay, &padding, &length) != 3 || length > INT64_MAX)
+        return std::nullopt;
+    return GaplessTag{delay, length > 0 ? std::optional(static_cast<int64_t>(length)) : std::nullopt};
+}
+
+/// Samples from the file's first to its last, by reading every packet's times.
+int64_t endByScanning(AVFormatContext& input, const AVStream& stream)
+{
+    const PacketPtr packet(av_packet_alloc());
+    int64_t end = 0;
+    while (packet && av_read_frame(&input, packet.get()) >= 0) {
+        if (packet->stream_index == stream.index && packet->pts != AV_NOPTS_VALUE)
+            end = std::max(end, inSamples(packet->pts + packet->duration, stream));
+        av_packet_unref(packet.get());
+    }
+    return end;
+}
+
+/// Whole frames that lie between the first packet and the end of the file; nothing if the packets have no fixed size.
+std::optional<int64_t> framesInFile(AVFormatContext& input, const AVStream& stream)
+{
+    const int bits = av_get_exact_bits_per_sample(stream.codecpar->codec_id);
+    const int64_t frameSize = int64_t{bits} * stream.codecpar->ch_layout.nb_channels / 8;
+    if (frameSize <= 0)
+        return std::nullopt;
+    const PacketPtr packet(av_packet_alloc());
+    if (!packet || av_read_frame(&input, packet.get()) < 0)
+        return 0;
+    const int64_t size = avio_size(input.pb);
+    if (packet->pos < 0 || size < packet->pos)
+        return std::nullopt;
+    return (size - packet->pos) / frameSize;
+}
+
+SoundTimeline oneSegment(int64_t mediaStart, int64_t length, bool isExact = true)
+{
+    SoundTimeline timeline;
+    if (length > 0)
+        timeline.segments.push_back({mediaStart, length});
+    timeline.isExact = isExact;
+    return timeline;
+}
+
+SoundTimeline timelineOfMovie(AVFormatContext& input, const AVStream& stream, const MovieBoxes& boxes)
+{
+    const auto track = std::find_if(boxes.tracks.begin(), boxes.tracks.end(),
+                                    [&](const MovieTrackBoxes& candidate) { return candidate.trackID == stream.id; });
+    const int64_t rate = stream.codecpar->sample_rate;
+    int64_t mediaEnd = 0;
+    if (track != boxes.tracks.end() && !boxes.isFragmented)
+        mediaEnd = rescale(track->mediaDuration, rate, track->timescale);
+    else
+        mediaEnd = endByScanning(input, stream);
+    if (track == boxes.tracks.end() || track->edits.empty()) {
+        const auto tag = gaplessTagOfMovie(input);
+        if (!tag || tag->delay >= mediaEnd)
+            return oneSegment(0, mediaEnd);
+        const int64_t rest = mediaEnd - tag->delay;
+        return oneSegment(tag->delay, std::min(tag->length.value_or(rest), rest));
+    }
+
+    // Longer than any music; keeps sums of hostile lengths in range.
+    const int64_t limit = INT64_MAX / 65536 / 4;
+    SoundTimeline timeline;
+    for (const MovieEdit& edit : track->edits) {
+        int64_t length = std::min(rescale(edit.duration, rate, boxes.timescale), limit);
+        if (edit.mediaTime < 0) {
+            if (length > 0)
+                timeline.segments.push_back({std::nullopt, length});
+            continue;
+        }
+        const int64_t start = rescale(edit.mediaTime, rate, track->timescale);
+        const int64_t rest = mediaEnd - start;
+        // The movie's scale may be coarser than a sample: an edit that ends within a tick of the media ends with it.
+        const int64_t tick = rate / boxes.timescale + 1;
+        if (edit.duration == 0 || length > rest || rest - length <= tick)
+            length = rest;
+        if (length > 0)
+            timeline.segments.push_back({start, length});
+    }
+    return timeline;
+}
+
+SoundTimeline timelineOfMP3(AVFormatContext& input, const AVStream& stream, const NSURL& url,
+                            TimelinePrecision precision)
+{
+    const auto tag = gaplessTagOfMP3(url);
+    const int64_t delay = tag ? tag->delay : 0;
+    if (precision == TimelinePrecision::FromIndex) {
+        if (tag && tag->length)
+            return oneSegment(delay, *tag->length);
+        const bool isEstimate = input.duration_estimation_method == AVFMT_DURATION_FROM_BITRATE;
+        return oneSegment(delay, inSamples(std::max<int64_t>(stream.duration, 0), stream) - delay, !isEstimate);
+    }
+    const int64_t rest = endByScanning(input, stream) - delay;
+    // A file cut short plays what it has; one that goes on behind what the tag counts, and so was put together from
+    // several, plays to its end.
+    if (tag && tag->length && rest >= *tag->length && rest - *tag->length < 4096)
+        return oneSegment(delay, *tag->length);
+    return oneSegment(delay, rest);
+}
+
+} // namespace
+
+int64_t SoundTimeline::length() const
+{
+    return std::accumulate(segments.begin(), segments.end(), int64_t{0},
+                           [](int64_t sum, const SoundSegment& segment) { return sum + segment.length; });
+}
+
+bool isFoundByCounting(const AVFormatContext& input)
+{
+    return isFormat(input, "mp3") || isFormat(input, "aac") || isFormat(input, "ogg") || isFormat(input, "flac");
+}
+
+AVStream* soundStreamOf(AVFormatContext& input, std::optional<int> streamIndex)
+{
+    for (unsigned i = 0; i < input.nb_streams; ++i) {
+        AVStream* stream = input.streams[i];
+        const AVCodecParameters& parameters = *stream->codecpar;
+        if (streamIndex && *streamIndex != stream->index)
+            continue;
+        if (parameters.codec_type == AVMEDIA_TYPE_AUDIO && parameters.sample_rate > 0 &&
+            parameters.ch_layout.nb_channels > 0)
+            return stream;
+    }
+    return nullptr;
+}
+
+SoundTimeline soundTimelineOf(AVFormatContext& input, const AVStream& stream, const NSURL& url,
+                              const std::optional<MovieBoxes>& boxes, TimelinePrecision precision)
+{
+    if (isFormat(input, "mov") && boxes)
+        return timelineOfMovie(input, stream, *boxes);
+    if (isFormat(input, "mp3"))
+        return timelineOfMP3(input, stream, url, precision);
+
+    const int64_t claimed = stream.duration > 0 ? inSamples(stream.duration, stream) : 0;
+    // Lengths in headers of uncompressed sound are often wrong; the file's size is not.
+    if (const auto frames = framesInFile(input, stream))
+        return oneSegment(0, claimed > 0 ? std::min(claimed, *frames) : *frames);
+    if (isFormat(input, "caf")) {
+        if (const auto tag = gaplessTagOfCAF(url); tag && tag->length)
+            return oneSegment(tag->delay, *tag->length);
+    }
+    if (isFormat(input, "ogg") && stream.codecpar->codec_id == AV_CODEC_ID_OPUS && claimed > 0 &&
+        stream.codecpar->extradata_size >= 12) {
+        // The stream starts before zero by what its header says is to be skipped; its length counts that in.
+        return oneSegment(0, claimed - AV_RL16(stream.codecpar->extradata + 10));
+    }
+    const bool isEstimate = input.duration_estimation_method == AVFMT_DURATION_FROM_BITRATE;
+    if (precision == TimelinePrecision::ByScanning && (isEstimate || claimed == 0))
+        return oneSegment(0, endByScanning(input, stream));
+    return oneSegment(0, claimed, !isEstimate && claimed > 0);
+}
+
+} // namespace platform
