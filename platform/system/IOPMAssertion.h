@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace platform {
+
+/// A status; 0 is success.
+using IOReturn = int32_t;
+inline constexpr IOReturn kIOReturnSuccess = 0;
+inline constexpr IOReturn kIOReturnError = static_cast<IOReturn>(0xe00002bc);
+inline constexpr IOReturn kIOReturnBadArgument = static_cast<IOReturn>(0xe00002c2);
+inline constexpr IOReturn kIOReturnTimeout = static_cast<IOReturn>(0xe00002d6);
+inline constexpr IOReturn kIOReturnNotFound = static_cast<IOReturn>(0xe00002f0);
+
+using IOPMAssertionID = uint32_t;
+inline constexpr IOPMAssertionID kIOPMNullAssertionID = 0;
+
+using IOPMAssertionLevel = uint32_t;
+inline constexpr IOPMAssertionLevel kIOPMAssertionLevelOff = 0;
+inline constexpr IOPMAssertionLevel kIOPMAssertionLevelOn = 255;
+
+inline constexpr std::string_view kIOPMAssertPreventUserIdleSystemSleep = "PreventUserIdleSystemSleep";
+
+/// Holds off idle sleep until it is released or the process ends: an inhibitor of the login manager on the system bus.
+/// Waits a few seconds at most, also where there is no login manager or it does not answer. Any thread.
+///
+/// @param type         kIOPMAssertPreventUserIdleSystemSleep; the only one there is here
+/// @param level        on; off makes an assertion that holds nothing off
+/// @param name         the reason, which the user is shown
+/// @param assertionID  out: what to release; kIOPMNullAssertionID on failure
+/// @return 0 on success
+IOReturn IOPMAssertionCreateWithName(std::string_view type, IOPMAssertionLevel level, const std::string& name,
+                                     IOPMAssertionID* assertionID);
+
+/// @return 0 on success; kIOReturnNotFound for what was never made, or was released before
+IOReturn IOPMAssertionRelease(IOPMAssertionID assertionID);
+
+} // namespace platform
