@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+
+namespace platform {
+
+/// What a picture's EXIF block tells.
+struct EXIF {
+    /// 1 to 8; nothing where another value or none stands there.
+    std::optional<int> orientation;
+    /// Dots an inch.
+    std::optional<double> dpi;
+};
+
+/// Reads a TIFF structure, with or without "Exif\0\0" in front. Damage gives what was read before it.
+EXIF parseEXIF(std::span<const uint8_t> bytes);
+
+} // namespace platform

@@ -1,0 +1,185 @@
+#include "platform/graphics/ImageDecoder.h"
+
+#include "platform/graphics/ImageFormat.h"
+#include "platform/graphics/ImageOrientation.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <new>
+#include <utility>
+
+namespace platform {
+
+std::unique_ptr<CGImageSource> CGImageSource::createWithURL(const NSURL& url, NSError* error)
+{
+    auto file = ImageFile::open(url, error);
+    if (!file)
+        return nullptr;
+    const std::string name = file->name();
+    const auto start = file->first(kImageFormatBytes);
+    const std::string_view format = imageFormatOfContent(start);
+    if (format.empty()) {
+        fail(error, kNSCocoaErrorDomain, kNSFileReadCorruptFileError,
+             name + (file->length() == 0 ? " is empty" : " is no picture of a known format"));
+        return nullptr;
+    }
+    if (format == "jpeg")
+        return makeJPEGDecoder(std::move(file));
+    if (format == "bmp" || format == "jp2")
+        return makeAVCodecDecoder(std::move(file), format);
+    return makeVipsDecoder(std::move(file), format);
+}
+
+ImageDecoder::ImageDecoder(std::unique_ptr<ImageFile> file, std::string_view format)
+    : file_(std::move(file)), format_(format)
+{}
+
+bool ImageDecoder::failDecoding(NSError* error, std::string_view what) const
+{
+    return fail(error, kNSCocoaErrorDomain, kNSFileReadCorruptFileError, file_->name() + " " + std::string(what));
+}
+
+std::optional<CGImageSource::Properties> ImageDecoder::copyPropertiesAtIndex(NSError* error)
+{
+    if (hasProperties_)
+        return properties_;
+    Properties properties;
+    if (!readProperties(properties, error))
+        return std::nullopt;
+    if (properties.pixelWidth == 0 || properties.pixelHeight == 0) {
+        failDecoding(error, "has no pixels");
+        return std::nullopt;
+    }
+    if (properties.pixelWidth > kMaxPixels / properties.pixelHeight) {
+        failDecoding(error, "claims " + std::to_string(properties.pixelWidth) + " x " +
+                                std::to_string(properties.pixelHeight) + " pixels, which is too many");
+        return std::nullopt;
+    }
+    properties.format = format_;
+    properties_ = std::move(properties);
+    hasProperties_ = true;
+    return properties_;
+}
+
+CGImagePtr ImageDecoder::createThumbnailAtIndex(const ThumbnailOptions& options, NSError* error)
+{
+    try {
+        if (!copyPropertiesAtIndex(error))
+            return nullptr;
+        const PixelSize size = thumbnailSize({properties_.pixelWidth, properties_.pixelHeight}, options.maxPixelSize);
+        CGImage image;
+        ColorDescription colors;
+        if (!decode(size.width, size.height, image, colors, error))
+            return nullptr;
+        convertToSRGB(image, colors);
+        if (options.withTransform)
+            image = uprightImage(std::move(image), properties_.orientation.value_or(1));
+        return std::make_shared<const CGImage>(std::move(image));
+    } catch (const std::bad_alloc&) {
+        failDecoding(error, "needs more memory than there is");
+        return nullptr;
+    }
+}
+
+PixelSize thumbnailSize(PixelSize picture, std::optional<double> maxPixelSize)
+{
+    const size_t longer = std::max(picture.width, picture.height);
+    if (!maxPixelSize || *maxPixelSize >= static_cast<double>(longer))
+        return picture;
+    // A bound that is no number fails every comparison and becomes the least.
+    const size_t bound = *maxPixelSize >= 1 ? static_cast<size_t>(*maxPixelSize) : 1;
+    const auto scaled = [&](size_t side) {
+        if (side == longer)
+            return bound;
+        const double nearest =
+            std::floor(static_cast<double>(side) * static_cast<double>(bound) / static_cast<double>(longer) + 0.5);
+        return std::max<size_t>(1, static_cast<size_t>(nearest));
+    };
+    return {scaled(picture.width), scaled(picture.height)};
+}
+
+RowCollector::RowCollector(PixelSize picture, size_t bands, bool hasAlpha, PixelSize wanted)
+    : picture_(picture), bands_(bands), hasAlpha_(hasAlpha),
+      factor_(std::max<size_t>(1, std::min(picture.width / wanted.width, picture.height / wanted.height) / 2)),
+      planeCount_(bands == 2 ? 4 : bands), planeWidth_((picture.width + factor_ - 1) / factor_),
+      planeHeight_((picture.height + factor_ - 1) / factor_), bytesPerRow_(alignedRow(planeWidth_)),
+      memory_(ScratchMemory::take(ScratchMemory::Use::Planes, planeCount_ * bytesPerRow_ * planeHeight_))
+{
+    if (factor_ > 1)
+        sums_.assign(bands_ * planeWidth_, 0);
+    if (hasAlpha_)
+        multiplied_.resize(bands_ * picture_.width);
+    if (memory_)
+        std::memset(memory_, 0, planeCount_ * bytesPerRow_ * planeHeight_);
+}
+
+void RowCollector::addRow(const uint8_t* samples)
+{
+    if (nextRow_ >= picture_.height)
+        return;
+    if (hasAlpha_) {
+        const uint8_t* from = samples;
+        uint8_t* to = multiplied_.data();
+        for (size_t x = 0; x < picture_.width; ++x, from += bands_, to += bands_) {
+            const unsigned alpha = from[bands_ - 1];
+            for (size_t band = 0; band + 1 < bands_; ++band)
+                to[band] = static_cast<uint8_t>((from[band] * alpha + 127) / 255);
+            to[bands_ - 1] = static_cast<uint8_t>(alpha);
+        }
+        samples = multiplied_.data();
+    }
+
+    const size_t row = nextRow_++;
+    if (factor_ == 1) {
+        for (size_t plane = 0; plane < planeCount_; ++plane) {
+            const size_t band = bands_ == 2 ? plane / 3 : plane;
+            uint8_t* const to = memory_ + (plane * planeHeight_ + row) * bytesPerRow_;
+            for (size_t x = 0; x < picture_.width; ++x)
+                to[x] = samples[x * bands_ + band];
+        }
+        return;
+    }
+    size_t x = 0;
+    for (size_t column = 0; column < planeWidth_; ++column) {
+        uint32_t* const sums = sums_.data() + column * bands_;
+        for (const size_t end = std::min(picture_.width, x + factor_); x < end; ++x)
+            for (size_t band = 0; band < bands_; ++band)
+                sums[band] += samples[x * bands_ + band];
+    }
+    if (nextRow_ % factor_ == 0)
+        finishSquares(factor_);
+    else if (nextRow_ == picture_.height)
+        finishSquares(nextRow_ % factor_);
+}
+
+void RowCollector::finishSquares(size_t rows)
+{
+    const size_t row = (nextRow_ - 1) / factor_;
+    for (size_t plane = 0; plane < planeCount_; ++plane) {
+        const size_t band = bands_ == 2 ? plane / 3 : plane;
+        uint8_t* const to = memory_ + (plane * planeHeight_ + row) * bytesPerRow_;
+        for (size_t column = 0; column < planeWidth_; ++column) {
+            const size_t columns = std::min(factor_, picture_.width - column * factor_);
+            const auto pixels = static_cast<uint32_t>(rows * columns);
+            to[column] = static_cast<uint8_t>((sums_[column * bands_ + band] + pixels / 2) / pixels);
+        }
+    }
+    std::ranges::fill(sums_, 0u);
+}
+
+ImagePlanes RowCollector::planes() const
+{
+    ImagePlanes planes;
+    planes.family = planeCount_ == 1 ? ImagePlanes::Family::Grey : ImagePlanes::Family::RGB;
+    planes.width = planeWidth_;
+    planes.height = planeHeight_;
+    planes.shownWidth = static_cast<double>(picture_.width) / static_cast<double>(factor_);
+    planes.shownHeight = static_cast<double>(picture_.height) / static_cast<double>(factor_);
+    planes.count = planeCount_;
+    for (size_t plane = 0; plane < planeCount_; ++plane)
+        planes.planes[plane] = {memory_ + plane * planeHeight_ * bytesPerRow_, bytesPerRow_};
+    return planes;
+}
+
+} // namespace platform

@@ -1,0 +1,58 @@
+#pragma once
+
+#include "platform/foundation/NSError.h"
+#include "platform/foundation/NSURL.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <span>
+#include <string>
+#include <sys/types.h>
+
+namespace platform {
+
+/// A file that is opened once and whose bytes are read once, as far as they are asked for. Read, not mapped: a file
+/// that another program cuts off meanwhile must not end this process. One thread at a time.
+class ImageFile final {
+public:
+    /// The longest file taken for a picture.
+    static constexpr size_t kMaxBytes = size_t{1} << 31;
+
+    /// @return null if it cannot be opened, is no regular file or too long; `error` says which
+    static std::unique_ptr<ImageFile> open(const NSURL& url, NSError* error);
+
+    ~ImageFile();
+    ImageFile(const ImageFile&) = delete;
+    ImageFile& operator=(const ImageFile&) = delete;
+
+    /// The file's last path component, for messages.
+    const std::string& name() const { return name_; }
+    size_t length() const { return length_; }
+
+    /// The first `count` bytes, fewer where the file ends or cannot be read; 64 bytes behind them may be read and are
+    /// zero once the whole file has been asked for.
+    std::span<const uint8_t> first(size_t count);
+    std::span<const uint8_t> all() { return first(length_); }
+
+    /// Reads at a place without keeping the bytes.
+    /// @return bytes read, 0 at the end, -1 on failure
+    ssize_t readAt(size_t offset, uint8_t* bytes, size_t count) const;
+
+private:
+    struct Free {
+        void operator()(uint8_t* memory) const { std::free(memory); }
+    };
+
+    ImageFile(int descriptor, size_t length, std::string name);
+
+    const int descriptor_;
+    const size_t length_;
+    const std::string name_;
+    std::unique_ptr<uint8_t, Free> bytes_;
+    size_t read_ = 0;
+    bool ended_ = false;
+};
+
+} // namespace platform
