@@ -115,7 +115,7 @@ class StructureTest(unittest.TestCase):
 
     def test_a_header_whose_one_class_has_another_name_is_found(self):
         self.write("util/Other.h", '#pragma once\nclass Forward;\nclass CAPABILITY("x") Other final : public A {\n};\n')
-        self.write("util/Helpers.h", "#pragma once\nclass Forward;\nclass Other : public A {\n};\n")
+        self.write("util/Helpers.h", "#pragma once\nclass Forward;\nclass Other : public A {\npublic:\n    Other();\n};\n")
         self.assertFault("file-names", "util/Helpers.h")
 
     def test_a_source_named_for_no_header_is_found(self):
