@@ -1,0 +1,350 @@
+"""The command line as a user meets it: what it prints, how it ends, and what it makes of bad input."""
+
+import json
+import os
+import shutil
+import signal
+import struct
+import subprocess
+import time
+import unittest
+import zlib
+from pathlib import Path
+
+import stillora
+from stillora import hold_times, picture, wait_until
+
+# Root may read and write everything; without these two rights it is as anybody else, and still reaches the programs.
+AS_ANYBODY = ["setpriv", "--bounding-set=-dac_override,-dac_read_search"] if os.geteuid() == 0 else []
+
+
+def can_mount():
+    """Whether a small file system can be mounted for one process alone."""
+    probe = ["unshare", "--user", "--map-root-user", "--mount", "mount", "-t", "tmpfs", "none", "/mnt"]
+    return subprocess.run(probe, capture_output=True).returncode == 0
+
+
+def png_claiming(width, height):
+    def chunk(kind, data):
+        return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
+
+    header = struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0)
+    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", header) + chunk(b"IDAT", zlib.compress(bytes(2000))) + chunk(b"IEND", b""))
+
+
+def bmp_claiming(width, height):
+    return (b"BM" + struct.pack("<IHHI", 1024, 0, 0, 54) +
+            struct.pack("<IiiHHIIiiII", 40, width, height, 1, 24, 0, 0, 2835, 2835, 0, 0)).ljust(1024, b"\x55")
+
+
+class CommandLineTest(stillora.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.photos = stillora.pictures(cls.shared / "photos", 6)
+        cls.many = stillora.pictures(cls.shared / "many", 150, 1600, 1200)
+
+    def assertNothingMade(self):
+        self.assertEqual(self.leftovers(self.save), [])
+
+    def assertRefused(self, result, *words):
+        """A clear error: a bad exit code, words on standard error, nothing on standard output and nothing made."""
+        self.assertNotEqual(result.returncode, 0)
+        self.assertGreater(result.returncode, 0, "it was ended by a signal")
+        self.assertEqual(result.out, "")
+        for word in words:
+            self.assertIn(word, result.err)
+        self.assertNothingMade()
+
+    # What it prints
+
+    def test_the_movies_path_alone_goes_to_standard_output(self):
+        result = self.create("--quality", "240", *self.photos)
+        movie = self.made_movie(result)
+        self.assertEqual(result.out, f"{movie}\n")
+        self.assertEqual(self.leftovers(self.save), [movie.name])
+        self.assertEqual(movie.suffix, ".mov")
+
+    def test_quiet_prints_nothing_else(self):
+        result = self.create("--quiet", "--quality", "240", *self.photos)
+        self.assertEqual(result.err, "")
+        self.made_movie(result)
+
+    def test_json_writes_one_object_for_each_update_and_a_last_one_with_the_result(self):
+        result = self.create("--json", "--quality", "240", *self.photos)
+        objects = [json.loads(line) for line in result.out.splitlines()]
+        self.assertGreater(len(objects), 1)
+        movies = list(self.save.glob("*.mov"))
+        self.assertEqual(len(movies), 1)
+        self.assertIn(str(movies[0]), objects[-1].values())
+        for update in objects[:-1]:
+            self.assertNotIn(str(movies[0]), update.values())
+
+    def test_help_names_every_option_and_the_exit_codes(self):
+        text = self.run_stillora("create", "--help").out
+        for option in ("--seconds", "--quality", "--codec", "--reduce-borders", "--title", "--save", "--json", "--quiet",
+                       "--skip-bad"):
+            self.assertIn(option, text)
+        self.assertIn("130", self.run_stillora("--help").out)
+
+    def test_a_folder_is_read_in_natural_order(self):
+        folder = self.folder / "numbered"
+        folder.mkdir()
+        for number in (1, 2, 3, 9, 10, 11):
+            colour = f"0x{number * 20:02x}{number * 20:02x}{number * 20:02x}"
+            stillora.run("ffmpeg", "-v", "error", "-f", "lavfi", "-i", f"color={colour}:size=320x240", "-frames:v", "1",
+                         folder / f"photo {number}.png")
+        movie = self.made_movie(self.create("--quality", "240", "--seconds", "1", folder))
+        # The middle of the picture, clear of the watermark.
+        greys = [stillora.frame(movie, index, 32, 24)[3 * (6 * 32 + 16)] for index in range(6)]
+        for grey, number in zip(greys, (1, 2, 3, 9, 10, 11)):
+            self.assertAlmostEqual(grey, number * 20, delta=6)
+
+    # How it ends
+
+    def start(self, *arguments):
+        return subprocess.Popen([stillora.STILLORA, "create", "--save", self.save, *arguments], stdin=subprocess.DEVNULL,
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, env=self.environment())
+
+    def started(self, *arguments):
+        """A running job that has written something, and its service's process number."""
+        process = self.start("--json", *arguments)
+        for line in process.stdout:
+            if b"Rendering" in line:
+                break
+        else:
+            self.fail(f"it never rendered: {process.stderr.read()}")
+        children = Path(f"/proc/{process.pid}/task/{process.pid}/children").read_text().split()
+        self.assertEqual(len(children), 1)
+        return process, int(children[0])
+
+    def ended(self, number):
+        """Whether a process that may be nobody's child any more has ended."""
+        try:
+            return Path(f"/proc/{number}/stat").read_text().rpartition(")")[2].split()[0] == "Z"
+        except OSError:
+            return True
+
+    def test_ctrl_c_cancels_and_leaves_nothing_behind(self):
+        process, service = self.started("--quality", "1080", *self.many)
+        process.send_signal(signal.SIGINT)
+        process.communicate(timeout=stillora.DEADLINE)
+        self.assertEqual(process.returncode, 130)
+        self.assertNothingMade()
+        wait_until(lambda: self.ended(service), "the service ends")
+
+    def test_ctrl_c_twice_leaves_at_once(self):
+        process, service = self.started("--quality", "1080", *self.many)
+        process.send_signal(signal.SIGINT)
+        process.send_signal(signal.SIGINT)
+        process.communicate(timeout=stillora.DEADLINE)
+        self.assertEqual(process.returncode, 130)
+        wait_until(lambda: self.ended(service), "the service ends")
+
+    def test_a_client_that_is_killed_takes_the_service_with_it_and_the_next_job_cleans_up(self):
+        process, service = self.started("--quality", "1080", *self.many)
+        process.kill()
+        process.communicate(timeout=stillora.DEADLINE)
+        wait_until(lambda: self.ended(service), "the service ends")
+        movie = self.made_movie(self.create("--quality", "240", *self.photos))
+        self.assertEqual(self.leftovers(self.save), [movie.name])
+
+    def test_a_service_that_is_killed_is_told_plainly(self):
+        process, service = self.started("--quality", "1080", *self.many)
+        os.kill(service, signal.SIGKILL)
+        _, said = process.communicate(timeout=stillora.DEADLINE)
+        self.assertGreater(process.returncode, 0)
+        self.assertIn(b"service", said)
+        self.assertNothingMade()
+
+    def test_standard_output_that_is_closed_is_no_crash(self):
+        process = self.start("--json", "--quality", "240", *self.photos)
+        process.stdout.close()
+        said = process.stderr.read()
+        process.stderr.close()
+        process.wait(stillora.DEADLINE)
+        self.assertNotIn(b"terminate called", said)
+        self.assertNotIn(process.returncode, (-signal.SIGSEGV, -signal.SIGABRT))
+
+    # Bad photos
+
+    def bad_photo(self, name, data):
+        file = self.folder / name
+        file.write_bytes(data)
+        return file
+
+    def test_bad_photos_are_all_named_with_their_reasons_before_anything_starts(self):
+        bad = [
+            self.bad_photo("notes.jpg", b"these are no pixels\n" * 50),
+            self.bad_photo("empty.jpg", b""),
+            self.bad_photo("huge.png", png_claiming(100_000, 100_000)),
+        ]
+        result = self.create(*self.photos, *bad, expect=None)
+        self.assertRefused(result, *(file.name for file in bad))
+        reasons = {line for line in result.err.splitlines() if any(file.name in line for file in bad)}
+        self.assertGreaterEqual(len(reasons), 3)
+
+    def test_skip_bad_leaves_them_out(self):
+        bad = self.bad_photo("notes.jpg", b"these are no pixels\n" * 50)
+        result = self.create("--skip-bad", "--seconds", "1", "--quality", "240", bad, *self.photos)
+        self.assertIn("notes.jpg", result.err)
+        self.assertEqual(len(hold_times(self.made_movie(result))), 6)
+
+    def test_what_is_no_picture_is_refused(self):
+        cases = {
+            "text.jpg": b"Dear diary,\n" * 20,
+            "empty.png": b"",
+            "one byte.jpg": b"\xff",
+            "only a beginning.jpg": b"\xff\xd8\xff\xe0\x00\x10JFIF\x00",
+            "archive.heic": b"PK\x03\x04" + bytes(500),
+            "noise.webp": b"RIFF\xff\xff\xff\xffWEBPVP8 " + bytes(range(256)),
+            "nothing.gif": b"GIF89a" + bytes(7),
+            "script.tiff": b"#!/bin/sh\nexit 1\n",
+        }
+        for name, data in cases.items():
+            with self.subTest(name):
+                self.assertRefused(self.create(*self.photos, self.bad_photo(name, data), expect=None), name)
+
+    def test_a_playlist_named_as_a_picture_opens_nothing(self):
+        secret = self.folder / "secret.ts"
+        secret.write_bytes(b"secret")
+        bad = self.bad_photo("list.bmp", f"#EXTM3U\n#EXTINF:1,\n{secret}\n".encode())
+        self.assertRefused(self.create(*self.photos, bad, expect=None), "list.bmp")
+
+    def test_gigantic_claims_in_a_kilobyte_are_refused_quickly(self):
+        jpeg = bytearray(self.photos[0].read_bytes()[:1024])
+        frame = jpeg.index(b"\xff\xc0")
+        jpeg[frame + 5:frame + 9] = struct.pack(">HH", 65_500, 65_500)
+        cases = {"claims.png": png_claiming(100_000, 100_000), "claims.bmp": bmp_claiming(100_000, 100_000),
+                 "claims.jpg": bytes(jpeg)}
+        for name, data in cases.items():
+            with self.subTest(name):
+                start = time.monotonic()
+                self.assertRefused(self.create(*self.photos, self.bad_photo(name, data), expect=None), name)
+                self.assertLess(time.monotonic() - start, 60)
+
+    def test_a_truncated_jpeg_is_shown_as_far_as_it_goes_or_refused(self):
+        whole = picture(self.folder / "whole.jpg", 1600, 1200, 3).read_bytes()
+        for share in (0.3, 0.6, 0.95):
+            with self.subTest(share):
+                cut = self.bad_photo(f"cut {share}.jpg", whole[:int(len(whole) * share)])
+                result = self.create("--seconds", "1", "--quality", "240", "--title", f"cut {share}", *self.photos, cut,
+                                     expect=None)
+                if result.returncode == 0:
+                    self.assertEqual(len(hold_times(self.made_movie(result))), 7)
+                else:
+                    self.assertIn(cut.name, result.err)
+
+    def test_an_unreadable_photo_is_refused(self):
+        secret = self.folder / "secret.jpg"
+        shutil.copy(self.photos[0], secret)
+        secret.chmod(0)
+        self.assertRefused(self.create(*self.photos, secret, expect=None, prefix=AS_ANYBODY), "secret.jpg", "ermission")
+
+    def test_a_photo_that_is_not_there_is_refused(self):
+        self.assertRefused(self.create(*self.photos, self.folder / "gone.jpg", expect=None), "gone.jpg")
+
+    def test_a_folder_without_photos_is_refused(self):
+        empty = self.folder / "empty"
+        empty.mkdir()
+        self.assertRefused(self.create(empty, expect=None), "empty")
+
+    def test_a_folder_named_as_a_photo_is_no_photo(self):
+        folder = self.folder / "folder.jpg"
+        folder.mkdir()
+        self.assertRefused(self.create(*self.photos, folder, expect=None), "folder.jpg")
+
+    @unittest.skipUnless(hasattr(os, "mkfifo"), "no pipes")
+    def test_a_pipe_named_as_a_photo_does_not_hang(self):
+        pipe = self.folder / "pipe.jpg"
+        os.mkfifo(pipe)
+        self.assertRefused(self.create(*self.photos, pipe, expect=None), "pipe.jpg")
+
+    def test_no_photos_at_all_is_an_error_of_usage(self):
+        self.assertRefused(self.create(expect=None))
+
+    def test_numbers_out_of_range_are_errors_of_usage(self):
+        for option, value in (("--seconds", "0"), ("--seconds", "-1"), ("--seconds", "nan"), ("--seconds", "1e300"),
+                              ("--quality", "17"), ("--codec", "zzzz")):
+            with self.subTest(f"{option} {value}"):
+                self.assertRefused(self.create(option, value, *self.photos, expect=None), option.lstrip("-"))
+
+    # Bad places
+
+    def test_a_save_folder_that_cannot_be_written_is_refused(self):
+        self.save.chmod(0o555)
+        try:
+            result = self.create(*self.photos, expect=None, prefix=AS_ANYBODY)
+        finally:
+            self.save.chmod(0o755)
+        self.assertRefused(result, "save", "ermission")
+
+    def test_a_save_folder_that_is_a_file_is_refused(self):
+        file = self.folder / "file"
+        file.write_bytes(b"precious")
+        result = self.run_stillora("create", "--save", file, *self.photos, expect=None)
+        self.assertRefused(result, "file")
+        self.assertEqual(file.read_bytes(), b"precious")
+
+    def test_a_save_folder_that_is_not_there_is_made(self):
+        self.save = self.folder / "new" / "and deeper"
+        self.made_movie(self.create("--quality", "240", *self.photos))
+
+    @unittest.skipUnless(can_mount(), "this machine lets nobody mount a small file system")
+    def test_a_full_disk_is_told_plainly(self):
+        script = 'mount -t tmpfs -o size=300k none "$1" && shift && exec "$@"'
+        prefix = ["unshare", "--user", "--map-root-user", "--mount", "sh", "-c", script, "sh", str(self.save)]
+        result = self.create("--quality", "1080", *self.many[:20], expect=None, prefix=prefix)
+        self.assertRefused(result)
+        self.assertRegex(result.err.lower(), "no space|disk|full")
+
+    def test_a_limit_on_the_size_of_files_leaves_nothing_behind(self):
+        result = self.create("--quality", "1080", *self.many[:20], expect=None, prefix=["prlimit", "--fsize=200000"])
+        self.assertRefused(result)
+
+    # Names
+
+    def test_a_name_of_255_bytes_is_no_trouble(self):
+        long = self.folder / ("x" * 251 + ".jpg")
+        shutil.copy(self.photos[0], long)
+        movie = self.made_movie(self.create("--quality", "240", "--seconds", "1", long, *self.photos[1:]))
+        self.assertEqual(len(hold_times(movie)), 6)
+
+    def test_a_title_too_long_for_a_file_is_refused(self):
+        self.assertRefused(self.create("--title", "t" * 255, *self.photos, expect=None), "title")
+
+    def test_names_that_are_not_utf_8_are_no_trouble(self):
+        folder = os.fsencode(self.folder / "photos") + b"\xff\xfe"
+        os.mkdir(folder)
+        for number, file in enumerate(self.photos):
+            shutil.copy(file, folder + b"/caf\xe9 %d.jpg" % number)
+        movie = self.made_movie(self.create("--quality", "240", "--seconds", "1", "--title", "Named", os.fsdecode(folder)))
+        self.assertEqual(len(hold_times(movie)), 6)
+
+    def test_a_save_folder_whose_name_is_not_utf_8_gets_its_movie_or_a_clear_refusal(self):
+        self.save = Path(os.fsdecode(os.fsencode(self.folder / "save") + b"\xe9"))
+        result = self.create("--quality", "240", "--title", "Named", *self.photos, expect=None)
+        if result.returncode == 0:
+            self.made_movie(result)
+        else:
+            self.assertGreater(result.returncode, 0)
+            self.assertIn("UTF-8", result.err)
+
+    def test_names_with_blanks_quotes_and_other_scripts_are_no_trouble(self):
+        folder = self.folder / "it's \"ours\" \t 夏 🏖"
+        folder.mkdir()
+        for number, file in enumerate(self.photos):
+            shutil.copy(file, folder / f"{number} – Ünïcödé %s \\ *?.jpg")
+        movie = self.made_movie(self.create("--quality", "240", "--seconds", "1", folder))
+        self.assertEqual(len(hold_times(movie)), 6)
+
+    def test_the_title_names_the_movie(self):
+        movie = self.made_movie(self.create("--quality", "240", "--title", "Summer – 夏.2024", *self.photos))
+        self.assertEqual(movie.name, "Summer – 夏.2024.mov")
+
+    def test_a_title_that_would_leave_the_folder_is_refused(self):
+        self.assertRefused(self.create("--title", "../escaped", *self.photos, expect=None), "title")
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)

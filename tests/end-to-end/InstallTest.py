@@ -1,0 +1,114 @@
+"""What an installation holds, and that it works from wherever it was put."""
+
+import os
+import shutil
+import socket
+import subprocess
+import unittest
+from pathlib import Path
+
+import stillora
+from stillora import hold_times, run
+
+BUILD = os.environ["STILLORA_BUILD"]
+SOURCE = Path(__file__).resolve().parents[2]
+
+
+class InstallTest(stillora.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        # A blank and a per cent sign, as a user's folder may have.
+        cls.prefix = cls.shared / "the 100% prefix"
+        run("cmake", "--install", BUILD, "--prefix", cls.prefix)
+        cls.photos = stillora.pictures(cls.shared / "photos", 6)
+
+    def installed(self, *parts):
+        place = self.prefix.joinpath(*parts)
+        self.assertTrue(place.is_file(), f"{place} is not there; there are {self.leftovers(self.prefix)}")
+        return place
+
+    def installed_run(self, *arguments, **environment):
+        return subprocess.run([self.prefix / "bin/stillora", *map(str, arguments)], stdin=subprocess.DEVNULL,
+                              capture_output=True, text=True, env=self.environment(**environment), timeout=stillora.DEADLINE)
+
+    def test_everything_is_in_its_place(self):
+        for place in ("bin/stillora", "libexec/stillora/stillora-video-creator",
+                      "lib/systemd/user/app.stillora.VideoCreator.socket",
+                      "lib/systemd/user/app.stillora.VideoCreator@.service",
+                      "share/dbus-1/interfaces/app.stillora.morStilloraVideoCreatorProtocol.xml",
+                      "share/dbus-1/interfaces/app.stillora.morStilloraXPCCreatorUpdateProtocol.xml",
+                      "share/man/man1/stillora.1", "share/locale/de/LC_MESSAGES/stillora.mo",
+                      "share/doc/stillora/README.md", "share/doc/stillora/protocol.md", "share/doc/stillora/LICENSE"):
+            with self.subTest(place):
+                self.installed(place)
+
+    def test_nothing_that_is_installed_names_the_build(self):
+        for place in self.leftovers(self.prefix):
+            data = (self.prefix / place).read_bytes()
+            for folder in (BUILD, str(SOURCE)):
+                if not data.startswith(b"\x7fELF"):
+                    self.assertNotIn(os.fsencode(folder), data, place)
+
+    def test_the_installed_programs_make_a_movie_without_the_build(self):
+        # Moved once more, so that neither the build's folder nor the first prefix can be what it is found by.
+        moved = self.folder / "moved"
+        shutil.copytree(self.prefix, moved)
+        result = subprocess.run([moved / "bin/stillora", "create", "--quality", "240", "--seconds", "1", "--save", self.save,
+                                 *self.photos], stdin=subprocess.DEVNULL, capture_output=True, text=True,
+                                env=self.environment(), timeout=stillora.DEADLINE)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(hold_times(result.stdout.strip()), [(float(i), 1.0) for i in range(6)])
+
+    def test_the_installed_translations_are_found(self):
+        english = self.installed_run("create")
+        german = self.installed_run("create", LC_ALL="C.UTF-8", LANGUAGE="de")
+        self.assertNotEqual(english.returncode, 0)
+        self.assertEqual(english.returncode, german.returncode)
+
+    def test_systemd_accepts_the_units(self):
+        units = self.prefix / "lib/systemd/user"
+        result = subprocess.run(["systemd-analyze", "verify", "--user", "--man=no", *sorted(units.iterdir())],
+                                stdin=subprocess.DEVNULL, capture_output=True, text=True, env=self.environment(),
+                                timeout=stillora.DEADLINE)
+        self.assertEqual((result.returncode, result.stdout, result.stderr), (0, "", ""))
+
+    def test_the_socket_unit_keeps_others_out_and_starts_a_process_for_each_client(self):
+        unit = self.installed("lib/systemd/user/app.stillora.VideoCreator.socket").read_text().splitlines()
+        for line in ("ListenStream=%t/app.stillora.VideoCreator", "Accept=yes", "SocketMode=0600"):
+            self.assertIn(line, unit)
+        service = self.installed("lib/systemd/user/app.stillora.VideoCreator@.service").read_text()
+        program = str(self.prefix / "libexec/stillora/stillora-video-creator").replace("%", "%%")
+        self.assertIn(f'ExecStart="{program}"\n', service)
+
+    def test_the_manual_page_renders_without_complaint(self):
+        page = self.installed("share/man/man1/stillora.1")
+        result = subprocess.run(["man", "--warnings", "-l", str(page)], stdin=subprocess.DEVNULL, capture_output=True, text=True,
+                                env=self.environment(MANWIDTH="80"), timeout=stillora.DEADLINE)
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        self.assertIn("EXIT STATUS", result.stdout)
+
+    def test_the_socket_of_systemd_starts_the_installed_service(self):
+        """As the unit does it: one process for each connection."""
+        path = self.folder / "socket"
+        program = self.prefix / "libexec/stillora/stillora-video-creator"
+        activator = subprocess.Popen(["systemd-socket-activate", "-l", path, "--accept", program], stdin=subprocess.DEVNULL,
+                                     stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, env=self.environment())
+        try:
+            stillora.wait_until(path.exists, "systemd listens")
+            clients = []
+            for _ in range(2):
+                connection = socket.socket(socket.AF_UNIX)
+                connection.connect(str(path))
+                clients.append(stillora.Client.on_socket(connection))
+            clients[0].cancel()
+            # Another process: the first one's cancel is none of its business.
+            movie = clients[1].request(self.photos, self.save, self.temporary).movie()
+            self.assertEqual(len(hold_times(movie)), 6)
+        finally:
+            activator.terminate()
+            activator.communicate(timeout=stillora.DEADLINE)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
