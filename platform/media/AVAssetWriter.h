@@ -1,10 +1,12 @@
 #pragma once
 
+#include "platform/dispatch/Lock.h"
 #include "platform/foundation/NSError.h"
 #include "platform/foundation/NSURL.h"
 #include "platform/media/AVAssetWriterInput.h"
 #include "platform/media/CMTime.h"
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -16,6 +18,8 @@ inline constexpr std::string_view kAVFileTypeQuickTimeMovie = "com.apple.quickti
 
 /// Where a writer stands, by the platform's numbers.
 enum class AVAssetWriterStatus : int { Unknown = 0, Writing = 1, Completed = 2, Failed = 3, Cancelled = 4 };
+
+class AVAssetWriterSession;
 
 /// Writes one movie file. Frames are encoded in parallel on threads of its own, behind a short queue, and written in
 /// order of appending. Every frame is a key frame and one packet at exactly its time; the last one lasts as long as the
@@ -41,6 +45,10 @@ public:
     std::optional<NSURL> directoryForTemporaryFiles() const;
     void setDirectoryForTemporaryFiles(std::optional<NSURL> url);
 
+    /// How many frames are coded at once, set before the writer starts; 0, as at first: as many as there are
+    /// processors, at most 8. The movie is the same with any number.
+    void setEncoderCount(size_t count);
+
     /// One input of pictures, before `startWriting`.
     bool canAddInput(const AVAssetWriterInput& input) const;
     void addInput(std::shared_ptr<AVAssetWriterInput> input);
@@ -53,8 +61,8 @@ public:
     /// Samples keep their distance to `startTime`, which becomes the movie's start.
     void startSessionAtSourceTime(CMTime startTime);
 
-    /// Finishes the inputs and completes the file without waiting: the status stays writing until the file is whole
-    /// and flushed to the disk. `handler` then runs once, on another thread, whatever the end.
+    /// Finishes the input and completes the file without waiting: the status stays writing until the file is whole.
+    /// `handler` then runs once, on another thread, whatever the end.
     void finishWritingWithCompletionHandler(std::function<void()> handler);
 
     /// Stops the encoders, deletes the file and waits until that is done; the status is then cancelled. Does nothing
@@ -70,10 +78,15 @@ public:
     AVAssetWriterStatus waitWhileWriting(double seconds) const;
 
 private:
-    struct State;
-    explicit AVAssetWriter(std::shared_ptr<State> state);
+    explicit AVAssetWriter(NSURL url);
 
-    const std::shared_ptr<State> state_;
+    const std::shared_ptr<AVAssetWriterSession> session_;
+
+    mutable Lock lock_;
+    bool shouldOptimizeForNetworkUse_ GUARDED_BY(lock_) = false;
+    std::optional<NSURL> directoryForTemporaryFiles_ GUARDED_BY(lock_);
+    size_t encoderCount_ GUARDED_BY(lock_) = 0;
+    std::shared_ptr<AVAssetWriterInput> input_ GUARDED_BY(lock_);
 };
 
 } // namespace platform

@@ -1,16 +1,19 @@
 #pragma once
 
 #include "platform/dispatch/DispatchQueue.h"
-#include "platform/media/AVURLAsset.h"
+#include "platform/dispatch/Lock.h"
 
+#include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
 namespace platform {
 
 class AVAssetWriter;
+class AVAssetWriterSession;
 
 /// @name Codecs of pictures, by their four-character codes
 /// @{
@@ -42,6 +45,7 @@ struct AVVideoSettings {
 /// One track of a movie that is being written. Any thread.
 class AVAssetWriterInput final {
 public:
+    /// @param mediaType  kAVMediaTypeVideo
     AVAssetWriterInput(std::string_view mediaType, AVVideoSettings outputSettings);
     ~AVAssetWriterInput();
     AVAssetWriterInput(const AVAssetWriterInput&) = delete;
@@ -54,12 +58,18 @@ public:
     bool expectsMediaDataInRealTime() const;
     void setExpectsMediaDataInRealTime(bool value);
 
+    /// The most frames that will come; to be set before the writer starts. Room for their index is then kept at the
+    /// front of the file, and one frame more fails the writer. Nothing: the file is rewritten once at the end to make
+    /// room for the index.
+    std::optional<size_t> maximumSampleCount() const;
+    void setMaximumSampleCount(std::optional<size_t> count);
+
     /// Whether there is room for another frame: the writer is writing, its session has started, the input is not
     /// finished and the short queue before the encoders is not full.
     bool isReadyForMoreMediaData() const;
 
     /// Runs `block` on `queue` whenever the input is ready for more, again each time it has returned and the input is
-    /// ready still, until the input is finished or the writer has ended. To be called once.
+    /// ready still, until the input is finished or the writer has ended. Once, for an input that was added to a writer.
     void requestMediaDataWhenReadyOnQueue(std::shared_ptr<DispatchQueue> queue, std::function<void()> block);
 
     /// No more media will come, and `block` is not called any more. A call that runs now goes on.
@@ -68,11 +78,16 @@ public:
 private:
     friend class AVAssetWriter;
     friend class AVAssetWriterInputPixelBufferAdaptor;
-    struct State;
+
+    std::shared_ptr<AVAssetWriterSession> session() const;
 
     const std::string mediaType_;
     const AVVideoSettings outputSettings_;
-    const std::shared_ptr<State> state_;
+    mutable Lock lock_;
+    bool expectsMediaDataInRealTime_ GUARDED_BY(lock_) = false;
+    std::optional<size_t> maximumSampleCount_ GUARDED_BY(lock_);
+    /// The writer's; null until the input is added to one.
+    std::shared_ptr<AVAssetWriterSession> session_ GUARDED_BY(lock_);
 };
 
 } // namespace platform

@@ -2,6 +2,7 @@
 
 #include "platform/graphics/CVPixelBuffer.h"
 #include "platform/media/AVAssetWriterInput.h"
+#include "platform/media/CMTime.h"
 
 #include <memory>
 

@@ -23,13 +23,6 @@ constexpr const char* kDecoders =
     "pcm_f64le,pcm_mulaw,pcm_s16be,pcm_s16le,pcm_s24be,pcm_s24le,pcm_s32be,pcm_s32le,pcm_s8,pcm_u8,vorbis";
 constexpr const char* kProtocols = "file";
 
-/// The libraries write to standard error by themselves; what matters comes back as an error.
-void silenceLibraries()
-{
-    static std::once_flag once;
-    std::call_once(once, [] { av_log_set_level(AV_LOG_QUIET); });
-}
-
 class Options final {
 public:
     ~Options() { av_dict_free(&dictionary_); }
@@ -65,6 +58,12 @@ void FreePacket::operator()(AVPacket* packet) const
 void FreeResampler::operator()(SwrContext* context) const
 {
     swr_free(&context);
+}
+
+void silenceLibraries()
+{
+    static std::once_flag once;
+    std::call_once(once, [] { av_log_set_level(AV_LOG_QUIET); });
 }
 
 std::string textOfAVError(int code)

@@ -36,6 +36,9 @@ using FramePtr = std::unique_ptr<AVFrame, FreeFrame>;
 using PacketPtr = std::unique_ptr<AVPacket, FreePacket>;
 using ResamplerPtr = std::unique_ptr<SwrContext, FreeResampler>;
 
+/// Keeps the libraries from writing to standard error by themselves; what matters comes back as an error.
+void silenceLibraries();
+
 /// What went wrong, in the library's words.
 std::string textOfAVError(int code);
 

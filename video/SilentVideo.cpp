@@ -1,0 +1,327 @@
+#include "video/SilentVideo.h"
+
+#include "platform/dispatch/DispatchQueue.h"
+#include "platform/dispatch/Lock.h"
+#include "platform/foundation/NSDate.h"
+#include "platform/foundation/NSFileManager.h"
+#include "platform/foundation/NSLog.h"
+#include "platform/foundation/NSString.h"
+#include "platform/media/AVAssetWriter.h"
+#include "platform/media/AVAssetWriterInputPixelBufferAdaptor.h"
+#include "platform/system/NSProcessInfo.h"
+#include "platform/system/NSWorkspace.h"
+#include "video/FrameProduction.h"
+#include "video/VideoSize.h"
+
+#include <algorithm>
+#include <memory>
+#include <thread>
+#include <utility>
+
+using platform::AVAssetWriter;
+using platform::AVAssetWriterInput;
+using platform::AVAssetWriterInputPixelBufferAdaptor;
+using platform::AVAssetWriterStatus;
+using platform::CGSize;
+using platform::DispatchQueue;
+using platform::NSError;
+using platform::NSURL;
+
+namespace {
+
+constexpr const char* kOperation = "-[morStilloraVideoCreator "
+                                   "videoWithPhotos:quality:reduceBorders:durationPerPhoto:desiredCodec:error:]";
+
+/// Of all times of the movie.
+constexpr int32_t kTimescale = 10000;
+/// Writing starts when so many frames are finished.
+constexpr size_t kFramesAhead = 5;
+/// The longest waits between two looks; what is waited for ends them at once.
+constexpr double kStatusPollSeconds = 0.5;
+constexpr double kFramePollSeconds = 0.01;
+
+platform::CMTime timeOfFrame(uint64_t index, double durationPerPhoto)
+{
+    return platform::CMTimeMakeWithSeconds(durationPerPhoto * static_cast<double>(index), kTimescale);
+}
+
+/// Waits a little for another frame.
+void waitForFrame(const std::shared_ptr<FrameList>& frames, uint64_t& seen, double seconds)
+{
+    if (frames)
+        seen = frames->waitForAppend(seen, seconds);
+    else
+        std::this_thread::yield();
+}
+
+/// No way out but the frames: too few photos are waited for until the process ends.
+void waitForFirstFrames(const VideoStageContext& context)
+{
+    uint64_t seen = 0;
+    while (true) {
+        const auto frames = context.imageBuffers();
+        if (frames && frames->count() >= kFramesAhead)
+            return;
+        waitForFrame(frames, seen, kStatusPollSeconds);
+    }
+}
+
+/// One for the whole process: movies of several connections are written one after another.
+const std::shared_ptr<DispatchQueue>& writingQueue()
+{
+    static const auto queue =
+        DispatchQueue::create("app.stillora.VideoCreator.VideoCreationQueue",
+                              {.kind = DispatchQueue::Kind::Serial,
+                               .autoreleaseFrequency = DispatchQueue::AutoreleaseFrequency::WorkItem,
+                               .qosClass = platform::QOSClass::UserInitiated,
+                               .relativePriority = -1});
+    return queue;
+}
+
+void reportWriting(StageContext& context)
+{
+    context.queueProgress([]() -> std::optional<ProgressUpdate> {
+        return ProgressUpdate{.title = "VideoCreationTitleWritingVideo",
+                              .image = platform::NSWorkspace::sharedWorkspace().iconForFileType("mov"),
+                              .timeInterval = ProgressUpdate::kNoEstimate};
+    });
+}
+
+/// Feeds the writer with frames in photo order. The writing queue calls it as the input asks; it touches the context
+/// only until it is closed.
+class FrameFeeder final {
+public:
+    FrameFeeder(VideoStageContext& context, std::shared_ptr<AVAssetWriter> writer,
+                std::shared_ptr<AVAssetWriterInput> input, uint64_t photoCount, double durationPerPhoto,
+                RemainingTimeEstimate estimate)
+        : context_(context), writer_(std::move(writer)), input_(std::move(input)), adaptor_(input_),
+          photoCount_(photoCount), durationPerPhoto_(durationPerPhoto), estimate_(estimate),
+          startTime_(platform::NSDate::date().timeIntervalSinceReferenceDate)
+    {}
+
+    /// What the input's block does.
+    void feed()
+    {
+        platform::LockGuard guard(lock_);
+        if (isClosed_ || !input_->isReadyForMoreMediaData())
+            return;
+        uint64_t seen = 0;
+        while (feedNextFrame(seen)) {
+        }
+    }
+
+    /// Waits until a running `feed` has returned; later ones do nothing.
+    void close()
+    {
+        platform::LockGuard guard(lock_);
+        isClosed_ = true;
+    }
+
+    double secondsSinceStart() const { return platform::NSDate::date().timeIntervalSinceReferenceDate - startTime_; }
+
+private:
+    /// @return whether to go on with the next pass
+    bool feedNextFrame(uint64_t& seen) REQUIRES(lock_)
+    {
+        const uint64_t index = context_.currentNeededPhotoIndex();
+        const auto frames = context_.imageBuffers();
+        const bool isThere = frames && frames->contains(index);
+        if (context_.isCancelled()) {
+            abandon();
+            return false;
+        }
+        if (!isThere) {
+            if (!input_->isReadyForMoreMediaData())
+                return false;
+            waitForFrame(frames, seen, kFramePollSeconds);
+            return true;
+        }
+        auto record = frames->take(index);
+        // The writer alone keeps the buffer now.
+        if (!record || !adaptor_.appendPixelBuffer(std::move(record->buffer), timeOfFrame(index, durationPerPhoto_))) {
+            abandon();
+            return false;
+        }
+        reportRendering(index, std::move(record->icon),
+                        estimate_.secondsLeftAfter(index, record->readBytes, secondsSinceStart()));
+        if (index + 1 == photoCount_) {
+            reportWriting(context_);
+            input_->markAsFinished();
+            writer_->finishWritingWithCompletionHandler([] {});
+            return false;
+        }
+        context_.setCurrentNeededPhotoIndex(index + 1);
+        return input_->isReadyForMoreMediaData();
+    }
+
+    void abandon()
+    {
+        input_->markAsFinished();
+        writer_->cancelWriting();
+        platform::NSFileManager::defaultManager().removeItemAtURL(writer_->outputURL());
+    }
+
+    void reportRendering(uint64_t index, platform::NSImagePtr icon, double secondsLeft)
+    {
+        StageContext& context = context_;
+        const auto progress = static_cast<double>(index + 1);
+        const auto total = static_cast<double>(photoCount_);
+        context.queueProgress([&context, icon = std::move(icon), progress, total,
+                               secondsLeft]() mutable -> std::optional<ProgressUpdate> {
+            if (context.isCancelled())
+                return std::nullopt;
+            context.fbQ().cancelAllOperations();
+            return ProgressUpdate{.title = "VideoCreationTitleRenderingVideo",
+                                  .image = std::exchange(icon, nullptr),
+                                  .determinate = true,
+                                  .progress = progress,
+                                  .total = total,
+                                  .timeInterval = secondsLeft};
+        });
+    }
+
+    VideoStageContext& context_;
+    const std::shared_ptr<AVAssetWriter> writer_;
+    const std::shared_ptr<AVAssetWriterInput> input_;
+    AVAssetWriterInputPixelBufferAdaptor adaptor_;
+    const uint64_t photoCount_;
+    const double durationPerPhoto_;
+
+    /// Held while feeding.
+    platform::Lock lock_;
+    RemainingTimeEstimate estimate_ GUARDED_BY(lock_);
+    bool isClosed_ GUARDED_BY(lock_) = false;
+    const double startTime_;
+};
+
+PhotoList without(PhotoList photos, const PhotoList& failedPhotos)
+{
+    std::erase_if(photos, [&](const MORPhotoPtr& photo) { return std::ranges::count(failedPhotos, photo) > 0; });
+    return photos;
+}
+
+std::shared_ptr<AVAssetWriter> makeWriter(const StageContext& context, NSError* error)
+{
+    const auto& files = platform::NSFileManager::defaultManager();
+    const NSURL folder = context.temporaryURL().URLByAppendingPathComponent(platform::NSUUIDString(), true);
+    NSError reason;
+    if (!files.createDirectoryAtURL(folder, true, &reason) && !files.fileExistsAtPath(folder.path())) {
+        platform::logFailure(kOperation, "could not create temporary dir");
+        if (error)
+            *error = reason;
+        return nullptr;
+    }
+    auto writer = AVAssetWriter::assetWriterWithURL(folder.URLByAppendingPathComponent("videoWithoutSound.mov", false),
+                                                    platform::kAVFileTypeQuickTimeMovie, &reason);
+    if (!writer) {
+        platform::logFailure(kOperation, "could not create assetWriter");
+        if (error)
+            *error = reason;
+        return nullptr;
+    }
+    writer->setShouldOptimizeForNetworkUse(true);
+    writer->setDirectoryForTemporaryFiles(context.temporaryURL());
+    return writer;
+}
+
+CGSize sizeOfVideo(const SilentVideoStages& stages, VideoStageContext& context, int64_t quality,
+                   const PhotoList& photos, uint64_t* totalFileSize, PhotoList* failedPhotos)
+{
+    if (stages.videoSize)
+        return stages.videoSize(context, quality, photos, totalFileSize, failedPhotos);
+    return VideoSize::videoSizeForQuality(context, quality, photos, totalFileSize, failedPhotos);
+}
+
+void startFrames(const SilentVideoStages& stages, VideoStageContext& context, const PhotoList& photos, CGSize size,
+                 bool reduceBorders)
+{
+    if (stages.fillBufferArray)
+        stages.fillBufferArray(context, photos, size, reduceBorders);
+    else
+        fillBufferArray(context, photos, size, reduceBorders);
+}
+
+} // namespace
+
+platform::AVURLAssetPtr videoWithPhotos(VideoStageContext& context, const PhotoList& photos, int64_t quality,
+                                        bool reduceBorders, double durationPerPhoto,
+                                        const std::optional<std::string>& desiredCodec, NSError* error,
+                                        const SilentVideoStages& stages)
+{
+    if (photos.empty())
+        return nullptr;
+    uint64_t totalFileSize = 0;
+    PhotoList failedPhotos;
+    const CGSize size = sizeOfVideo(stages, context, quality, photos, &totalFileSize, &failedPhotos);
+    if (size == platform::kNSZeroSize)
+        return nullptr;
+
+    const auto writer = makeWriter(context, error);
+    if (!writer)
+        return nullptr;
+    const PhotoList photosToWrite = without(photos, failedPhotos);
+    const auto input = std::make_shared<AVAssetWriterInput>(
+        platform::kAVMediaTypeVideo,
+        platform::AVVideoSettings{.codec = desiredCodec.value_or(std::string(platform::kAVVideoCodecJPEG)),
+                                  .width = size.width,
+                                  .height = size.height,
+                                  .scalingMode = std::string(platform::kAVVideoScalingModeResizeAspect)});
+    input->setExpectsMediaDataInRealTime(false);
+    input->setMaximumSampleCount(photosToWrite.size());
+    writer->addInput(input);
+    // A writer that cannot start has failed; the poll below sees it.
+    (void)writer->startWriting();
+    writer->startSessionAtSourceTime(platform::kCMTimeZero);
+
+    context.setCurrentNeededPhotoIndex(0);
+    startFrames(stages, context, photosToWrite, size, reduceBorders);
+    waitForFirstFrames(context);
+
+    context.fbQ().cancelAllOperations();
+    const uint64_t processorCount =
+        stages.processorCount > 0 ? stages.processorCount : platform::NSProcessInfo::processInfo().processorCount();
+    const auto feeder =
+        std::make_shared<FrameFeeder>(context, writer, input, photosToWrite.size(), durationPerPhoto,
+                                      RemainingTimeEstimate(processorCount, photosToWrite.size(), totalFileSize));
+    input->requestMediaDataWhenReadyOnQueue(writingQueue(), [feeder] { feeder->feed(); });
+
+    AVAssetWriterStatus status = writer->status();
+    while (status == AVAssetWriterStatus::Writing)
+        status = writer->waitWhileWriting(kStatusPollSeconds);
+    feeder->close();
+    context.setImageBuffers(nullptr);
+
+    if (status == AVAssetWriterStatus::Completed) {
+        platform::NSLog("*!!* raw video file creation took " +
+                        platform::stringWithSixDecimals(feeder->secondsSinceStart()) + " seconds");
+        return platform::AVURLAsset::URLAssetWithURL(writer->outputURL());
+    }
+    // Cancelled, or failed: the writer has logged why, and the client is told that the job was cancelled.
+    if (error && writer->error())
+        *error = {};
+    context.setIsCancelled(true);
+    return nullptr;
+}
+
+RemainingTimeEstimate::RemainingTimeEstimate(uint64_t processorCount, uint64_t photoCount, uint64_t totalFileSize)
+    : processorCount_(processorCount), photoCount_(photoCount), totalFileSize_(totalFileSize)
+{}
+
+double RemainingTimeEstimate::secondsLeftAfter(uint64_t index, int64_t readBytes, double elapsedSeconds)
+{
+    bytesRead_ += readBytes;
+    if (bytesRead_ < 2 || index + 1 < processorCount_ + 2)
+        return kUnknown;
+    const auto total = static_cast<double>(totalFileSize_);
+    const double bytesPerSecond = static_cast<double>(bytesRead_) / elapsedSeconds;
+    // Every fifth of the way the whole is estimated anew.
+    const uint64_t fifth = photoCount_ / 5;
+    if ((fifth > 0 && index % fifth == 0) || estimatedTotalSeconds_ < 1)
+        estimatedTotalSeconds_ = total / bytesPerSecond;
+    double remaining = estimatedTotalSeconds_ - elapsedSeconds;
+    if (remaining < 0) {
+        remaining = (total - static_cast<double>(bytesRead_)) / bytesPerSecond;
+        estimatedTotalSeconds_ = 0;
+    }
+    return remaining;
+}
