@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -31,9 +32,17 @@ public:
     using Value =
         std::variant<bool, int64_t, uint64_t, double, std::string, NSData, NSDate, PropertyListUID, Array, Dictionary>;
 
+    /// Spelled out, as asking the variant would lead back to this class.
+    template <typename T>
+    static constexpr bool kIsValueKind =
+        std::is_same_v<T, bool> || std::is_same_v<T, int64_t> || std::is_same_v<T, uint64_t> ||
+        std::is_same_v<T, double> || std::is_same_v<T, std::string> || std::is_same_v<T, NSData> ||
+        std::is_same_v<T, NSDate> || std::is_same_v<T, PropertyListUID> || std::is_same_v<T, Array> ||
+        std::is_same_v<T, Dictionary>;
+
     PropertyList() = default;
     template <typename T>
-    requires std::is_constructible_v<Value, std::in_place_type_t<std::remove_cvref_t<T>>, T> PropertyList(T&& value)
+    requires kIsValueKind<std::remove_cvref_t<T>> PropertyList(T&& value)
         : value_(std::in_place_type<std::remove_cvref_t<T>>, std::forward<T>(value))
     {}
 

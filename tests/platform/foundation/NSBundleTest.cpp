@@ -1,0 +1,146 @@
+#include "platform/foundation/NSBundle.h"
+
+#include "tests/support/EnvironmentVariable.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+#include <map>
+
+using namespace platform;
+
+namespace {
+
+enum class ByteOrder { Little, Big };
+
+/// A compiled gettext catalogue, made by hand.
+std::string catalogue(const std::map<std::string, std::string>& texts, ByteOrder order = ByteOrder::Little)
+{
+    std::string bytes;
+    const auto number = [&](size_t value) {
+        for (int i = 0; i < 4; ++i)
+            bytes += static_cast<char>(value >> (order == ByteOrder::Little ? 8 * i : 24 - 8 * i));
+    };
+    const size_t keys = 28;
+    const size_t values = keys + 8 * texts.size();
+    number(0x950412DE);
+    number(0);
+    number(texts.size());
+    number(keys);
+    number(values);
+    number(0);
+    number(0);
+    size_t offset = values + 8 * texts.size();
+    for (const auto& [key, value] : texts) {
+        number(key.size());
+        number(offset);
+        offset += key.size() + 1;
+    }
+    for (const auto& [key, value] : texts) {
+        number(value.size());
+        number(offset);
+        offset += value.size() + 1;
+    }
+    for (const auto& [key, value] : texts)
+        bytes += key + '\0';
+    for (const auto& [key, value] : texts)
+        bytes += value + '\0';
+    return bytes;
+}
+
+/// The bundle with catalogues in a folder of the test's own and a chosen language.
+class BundleTest : public testing::Test {
+protected:
+    ~BundleTest() override { NSBundle::mainBundle().setLocalizations("", ""); }
+
+    void speak(const std::string& locale, const std::string& languages = "")
+    {
+        const EnvironmentVariable all("LC_ALL", std::nullopt);
+        const EnvironmentVariable messages("LC_MESSAGES", std::nullopt);
+        const EnvironmentVariable lang("LANG", locale);
+        const EnvironmentVariable list("LANGUAGE", languages);
+        NSBundle::mainBundle().setLocalizations(folder_.path(), "domain");
+    }
+
+    TemporaryFolder folder_;
+};
+
+std::string text(std::string_view key, std::string_view value = "", std::string_view table = "")
+{
+    return NSBundle::mainBundle().localizedStringForKey(key, value, table);
+}
+
+} // namespace
+
+TEST_F(BundleTest, GivesTheKeyWhereThereAreNoTexts)
+{
+    EXPECT_EQ(text("VideoCreationMovieFileTitleUntitled"), "VideoCreationMovieFileTitleUntitled");
+    EXPECT_EQ(text("UnknownTitle", "", "MORAudioWaveStrings"), "UnknownTitle");
+}
+
+TEST_F(BundleTest, GivesTheValueForAMissingKey)
+{
+    EXPECT_EQ(text("Missing", "value"), "value");
+    EXPECT_EQ(text("", "value"), "value");
+    EXPECT_EQ(text(""), "");
+}
+
+TEST_F(BundleTest, SpeaksTheUsersLanguage)
+{
+    folder_.makeFile("de/LC_MESSAGES/domain.mo", catalogue({{"", "header"}, {"Untitled", "Ohne Titel"}}));
+    folder_.makeFile("en/LC_MESSAGES/domain.mo", catalogue({{"Untitled", "Untitled movie"}, {"Only", "English"}}));
+    speak("de_AT.UTF-8");
+    EXPECT_EQ(text("Untitled"), "Ohne Titel");
+    EXPECT_EQ(text("Only"), "English");
+    EXPECT_EQ(text(""), "");
+}
+
+TEST_F(BundleTest, SpeaksEnglishWithoutALocale)
+{
+    folder_.makeFile("en/LC_MESSAGES/domain.mo", catalogue({{"Untitled", "Untitled movie"}}));
+    for (const char* locale : {"C", "POSIX", "", "xx_YY"}) {
+        speak(locale);
+        EXPECT_EQ(text("Untitled"), "Untitled movie") << locale;
+    }
+}
+
+TEST_F(BundleTest, PrefersTheListOfLanguages)
+{
+    folder_.makeFile("fr/LC_MESSAGES/domain.mo", catalogue({{"Untitled", "Sans titre"}}));
+    folder_.makeFile("de/LC_MESSAGES/domain.mo", catalogue({{"Untitled", "Ohne Titel"}}));
+    speak("de_DE.UTF-8", "it:fr");
+    EXPECT_EQ(text("Untitled"), "Sans titre");
+    speak("C", "fr");
+    EXPECT_EQ(text("Untitled"), "Untitled");
+}
+
+TEST_F(BundleTest, HasTablesOfTheirOwn)
+{
+    folder_.makeFile("en/LC_MESSAGES/MORAudioWaveStrings.mo", catalogue({{"UnknownTitle", "Unknown title"}}));
+    speak("C");
+    EXPECT_EQ(text("UnknownTitle", "", "MORAudioWaveStrings"), "Unknown title");
+    EXPECT_EQ(text("UnknownTitle"), "UnknownTitle");
+}
+
+TEST_F(BundleTest, KeepsAnEmptyText)
+{
+    folder_.makeFile("en/LC_MESSAGES/domain.mo", catalogue({{"Empty", ""}}));
+    speak("C");
+    EXPECT_EQ(text("Empty", "value"), "");
+}
+
+TEST_F(BundleTest, ReadsCataloguesOfEitherByteOrder)
+{
+    folder_.makeFile("en/LC_MESSAGES/domain.mo", catalogue({{"Untitled", "Untitled movie"}}, ByteOrder::Big));
+    speak("C");
+    EXPECT_EQ(text("Untitled"), "Untitled movie");
+}
+
+TEST_F(BundleTest, HasNoTextsInADamagedCatalogue)
+{
+    const std::string whole = catalogue({{"Untitled", "Untitled movie"}});
+    for (size_t length = 0; length + 1 < whole.size(); ++length) {
+        folder_.makeFile("en/LC_MESSAGES/domain.mo", whole.substr(0, length));
+        speak("C");
+        EXPECT_EQ(text("Untitled"), "Untitled") << length;
+    }
+}
