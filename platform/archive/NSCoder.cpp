@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <limits>
+#include <type_traits>
 #include <utility>
 
 namespace platform {
@@ -61,15 +62,10 @@ std::string_view nameOf(CodedClass codedClass)
     return "";
 }
 
-void NSCoder::encodeObject(CodedValue value, std::string_view key)
-{
-    values_.insert_or_assign(std::string(key), std::move(value));
-}
-
 void NSCoder::encodeObject(std::optional<CodedValue> value, std::string_view key)
 {
     if (value)
-        encodeObject(std::move(*value), key);
+        values_.insert_or_assign(std::string(key), std::move(*value));
 }
 
 std::optional<CodedValue> NSCoder::decodeObjectOfClass(CodedClass codedClass, std::string_view key,

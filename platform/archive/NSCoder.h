@@ -35,7 +35,7 @@ std::string_view nameOf(CodedClass codedClass);
 /// The keyed values of one item on its way across the connection. A value that is not there is not written.
 class NSCoder final {
 public:
-    void encodeObject(CodedValue value, std::string_view key);
+    // One operation for both: with an overload for the plain value a text or number would fit either.
     void encodeObject(std::optional<CodedValue> value, std::string_view key);
 
     /// The value of a key. Absent is nothing without an error; a value of another class is nothing, and `error` tells

@@ -1,0 +1,74 @@
+#pragma once
+
+#include "platform/archive/NSCoder.h"
+#include "platform/foundation/NSData.h"
+#include "platform/foundation/NSError.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace platform {
+
+class ArchivedValue;
+
+/// A dictionary of an archive. The entries keep their order; keys are not looked for twice, so give each once.
+struct NSDictionary {
+    std::vector<std::pair<std::string, ArchivedValue>> entries;
+    /// Archives tell a mutable dictionary from one that is not; readers take either.
+    bool isMutable = false;
+
+    /// The value of a key; null where there is none.
+    const ArchivedValue* objectForKey(std::string_view key) const;
+    void setObjectForKey(ArchivedValue value, std::string key);
+};
+
+/// An object of a class that is not known here.
+struct UnknownObject {
+    std::string className;
+};
+
+/// One object of an archive with all that it holds.
+class ArchivedValue final {
+public:
+    using Value = std::variant<NSData, std::string, NSNumber, NSDate, NSColor, NSDictionary, std::vector<ArchivedValue>,
+                               UnknownObject>;
+
+    template <typename T>
+    requires(!std::is_same_v<std::remove_cvref_t<T>, ArchivedValue>) ArchivedValue(T&& value)
+        : value_(std::forward<T>(value))
+    {}
+
+    const Value& value() const { return value_; }
+    /// The value if it is of that class, else null.
+    template <typename T>
+    const T* as() const
+    {
+        return std::get_if<T>(&value_);
+    }
+
+private:
+    Value value_;
+};
+
+/// Writes keyed archives, as binary property lists.
+class NSKeyedArchiver final {
+public:
+    /// @return nothing if a text is not UTF-8 or holds a zero byte, or an unknown object is in it (error 512)
+    static std::optional<NSData> archivedDataWithRootObject(const ArchivedValue& root, NSError* error = nullptr);
+};
+
+/// Reads keyed archives, in the binary or the XML format. The data may come from anyone: depth and the number of
+/// objects are limited, and references that lead in a circle are refused.
+class NSKeyedUnarchiver final {
+public:
+    /// Entries of a dictionary that hold nil are left out, so are colours that have no RGB components.
+    ///
+    /// @return nothing for what is no archive, or a damaged one (kNSCoderReadCorruptError), or where the root is nil
+    static std::optional<ArchivedValue> unarchiveObjectWithData(const NSData& data, NSError* error = nullptr);
+};
+
+} // namespace platform
