@@ -1,0 +1,24 @@
+#pragma once
+
+#include "platform/foundation/NSGeometry.h"
+#include "platform/foundation/NSURL.h"
+
+/// Operations that all parts share: where files go, and what an image is. Never instantiated. Any thread.
+class MORPalvineCommons final {
+public:
+    MORPalvineCommons() = delete;
+
+    /// "~/Movies/Stillora/". Made if it is missing; returned whether or not that succeeds.
+    static platform::NSURL defaultSaveDirectory();
+
+    /// The folder of the user default "destinationURL", a bookmark, if it is there, else the default save folder. A
+    /// bookmark that went stale is replaced.
+    static platform::NSURL customSaveDirectory();
+
+    /// ".MORStilloraTemporaryFiles/" in the custom save folder, or in the system's temporary folder where it cannot be
+    /// made there.
+    static platform::NSURL temporarySaveDirectory();
+
+    /// Pixels of the image, upright; zero for what is no image.
+    static platform::CGSize sizeOfImageAtURL(const platform::NSURL& url);
+};
