@@ -19,15 +19,29 @@ class MORPhoto : public platform::NSSecureCoding {
 public:
     MORPhoto() = default;
 
-    /// Builds an item from a blob made by `saveData`; its file is looked for in the document at `saveLocation`.
+    /// Builds an item from a blob made by `saveData`; its file is looked for in the document at `saveLocation`. The
+    /// item is of the class that is asked for, so that a subclass loads as itself.
+    /// @param error  out, optional: how the archive is damaged; a version or path that does not fit is no error
     /// @return null if the blob is no archive of this version, or names no file below "Resources/"
-    static std::shared_ptr<MORPhoto> photoWithSaveData(const std::optional<platform::NSData>& data,
-                                                       const platform::NSURL& saveLocation,
-                                                       platform::NSError* error = nullptr);
+    template <typename Item = MORPhoto>
+    static std::shared_ptr<Item> photoWithSaveData(const std::optional<platform::NSData>& data,
+                                                   const platform::NSURL& saveLocation,
+                                                   platform::NSError* error = nullptr)
+    {
+        auto item = std::make_shared<Item>();
+        return item->loadSaveData(data, saveLocation, error) ? item : nullptr;
+    }
     /// The saved form: a keyed archive. Fails for an item without a location or title.
     std::optional<platform::NSData> saveData(platform::NSError* error = nullptr) const;
 
-    static std::shared_ptr<MORPhoto> initWithCoder(const platform::NSCoder& coder, platform::NSError* error = nullptr);
+    /// @return null if a value is of another class than its key's; `error` then names the key
+    template <typename Item = MORPhoto>
+    static std::shared_ptr<Item> initWithCoder(const platform::NSCoder& coder, platform::NSError* error = nullptr)
+    {
+        auto item = std::make_shared<Item>();
+        return item->decode(coder, error) ? item : nullptr;
+    }
+    /// A location whose file is not there is not encoded.
     void encodeWithCoder(platform::NSCoder& coder) const override;
     std::string className() const override { return "MORPhoto"; }
     static bool supportsSecureCoding() { return true; }
@@ -50,6 +64,10 @@ public:
     void setIsFeatured(bool isFeatured);
 
 private:
+    bool loadSaveData(const std::optional<platform::NSData>& data, const platform::NSURL& saveLocation,
+                      platform::NSError* error);
+    bool decode(const platform::NSCoder& coder, platform::NSError* error);
+
     mutable std::mutex mutex_;
     std::optional<platform::NSURL> photoURL_;
     std::optional<std::string> title_;

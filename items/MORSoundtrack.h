@@ -9,6 +9,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 /// The selected part of a sound file, in seconds from the file's start.
@@ -30,25 +31,51 @@ class MORSoundtrack : public platform::NSSecureCoding {
 public:
     MORSoundtrack() = default;
 
-    static std::shared_ptr<MORSoundtrack> soundtrackWithURL(const platform::NSURL& url, SoundtrackSelection selection);
+    /// An item of the class that is asked for, so that a subclass is made as itself; so are those below.
+    template <typename Item = MORSoundtrack>
+    static std::shared_ptr<Item> soundtrackWithURL(const platform::NSURL& url, SoundtrackSelection selection)
+    {
+        auto item = std::make_shared<Item>();
+        item->setSoundtrackURL(url);
+        item->set_originalPath(url.path());
+        item->setSelection(selection);
+        return item;
+    }
 
     /// Builds an item from a blob made by `saveData`; its file is looked for in the document at `saveLocation`.
+    /// @param error  out, optional: how the archive is damaged; a version or path that does not fit is no error
     /// @return null if the blob is no archive of this version, or names no file below "Resources/"
-    static std::shared_ptr<MORSoundtrack> soundtrackWithSaveData(const std::optional<platform::NSData>& data,
-                                                                 const platform::NSURL& saveLocation,
-                                                                 platform::NSError* error = nullptr);
+    template <typename Item = MORSoundtrack>
+    static std::shared_ptr<Item> soundtrackWithSaveData(const std::optional<platform::NSData>& data,
+                                                        const platform::NSURL& saveLocation,
+                                                        platform::NSError* error = nullptr)
+    {
+        auto saved = readSaveData(data, saveLocation, error);
+        if (!saved)
+            return nullptr;
+        auto item = soundtrackWithURL<Item>(saved->url, saved->selection);
+        item->set_originalPath(std::move(saved->originalPath));
+        return item;
+    }
     /// The saved form: a keyed archive. Fails for an item without a location or original path.
     std::optional<platform::NSData> saveData(platform::NSError* error = nullptr) const;
 
-    static std::shared_ptr<MORSoundtrack> initWithCoder(const platform::NSCoder& coder,
-                                                        platform::NSError* error = nullptr);
+    /// @return null if one of the three values is missing or of another class than its key's; `error` names the key
+    template <typename Item = MORSoundtrack>
+    static std::shared_ptr<Item> initWithCoder(const platform::NSCoder& coder, platform::NSError* error = nullptr)
+    {
+        auto item = std::make_shared<Item>();
+        return item->decode(coder, error) ? item : nullptr;
+    }
+    /// A location whose file is not there is not encoded.
     void encodeWithCoder(platform::NSCoder& coder) const override;
     std::string className() const override { return "MORSoundtrack"; }
     static bool supportsSecureCoding() { return true; }
 
-    /// Seconds that the item plays: the selection's length, else the whole file's, measured once a path.
+    /// Seconds that the item plays: the selection's length, else the whole file's, measured once a path. Not a number
+    /// for a file that cannot be measured.
     double duration() const;
-    /// The file, with precise timing; one asset for all items of a file.
+    /// The file, with precise timing; one asset for all items of a file. Null without a location.
     platform::AVURLAssetPtr asset() const;
 
     std::optional<platform::NSURL> soundtrackURL() const;
@@ -59,6 +86,15 @@ public:
     void setSelection(SoundtrackSelection selection);
 
 private:
+    struct SaveData {
+        platform::NSURL url;
+        SoundtrackSelection selection;
+        std::optional<std::string> originalPath;
+    };
+    static std::optional<SaveData> readSaveData(const std::optional<platform::NSData>& data,
+                                                const platform::NSURL& saveLocation, platform::NSError* error);
+    bool decode(const platform::NSCoder& coder, platform::NSError* error);
+
     mutable std::mutex mutex_;
     std::optional<platform::NSURL> soundtrackURL_;
     std::optional<std::string> originalPath_;

@@ -1,0 +1,84 @@
+#include "items/SavedForm.h"
+
+#include "platform/foundation/NSString.h"
+
+#include <algorithm>
+
+using namespace platform;
+
+namespace saved_form {
+
+namespace {
+
+constexpr std::string_view kResources = "Resources/";
+
+std::string keyOfBytes(std::string_view key)
+{
+    return std::string(key) + "Bytes";
+}
+
+/// Whether an object of an unknown class is anywhere below.
+bool holdsUnknownObject(const ArchivedValue& value)
+{
+    if (const auto* dictionary = value.as<NSDictionary>())
+        return std::ranges::any_of(dictionary->entries,
+                                   [](const auto& entry) { return holdsUnknownObject(entry.second); });
+    if (const auto* array = value.as<std::vector<ArchivedValue>>())
+        return std::ranges::any_of(*array, holdsUnknownObject);
+    return value.as<UnknownObject>() != nullptr;
+}
+
+} // namespace
+
+std::optional<NSDictionary> read(const std::optional<NSData>& data, std::string_view keyOfAnyClass, NSError* error)
+{
+    if (!data)
+        return std::nullopt;
+    const auto root = NSKeyedUnarchiver::unarchiveObjectWithData(*data, error);
+    const auto* archived = root ? root->as<NSDictionary>() : nullptr;
+    if (!archived)
+        return std::nullopt;
+    NSDictionary dictionary = *archived;
+    std::erase_if(dictionary.entries,
+                  [&](const auto& entry) { return entry.first == keyOfAnyClass && holdsUnknownObject(entry.second); });
+    if (holdsUnknownObject(dictionary)) {
+        fail(error, kNSCocoaErrorDomain, kNSCoderReadCorruptError,
+             "The keyed archive holds an object of an unknown class");
+        return std::nullopt;
+    }
+    const ArchivedValue* version = dictionary.objectForKey(kVersionKey);
+    const auto* text = version ? version->as<std::string>() : nullptr;
+    if (!text || *text != kVersion)
+        return std::nullopt;
+    return dictionary;
+}
+
+std::optional<NSURL> readLocation(const NSDictionary& dictionary, std::string_view key, const NSURL& saveLocation,
+                                  NSError* error)
+{
+    std::optional<std::string> path;
+    std::optional<NSData> bytes;
+    if (!readValue(dictionary, key, path, error) || !readValue(dictionary, keyOfBytes(key), bytes, error) || !path)
+        return std::nullopt;
+    if (bytes)
+        path->assign(bytes->begin(), bytes->end());
+    const size_t tail = path->rfind(kResources);
+    // The system's paths end at a zero byte.
+    if (tail == std::string::npos || path->find('\0') != std::string::npos)
+        return std::nullopt;
+    return saveLocation.URLByAppendingPathComponent(std::string_view(*path).substr(tail));
+}
+
+void addPath(NSDictionary& dictionary, std::string_view key, const std::string& path)
+{
+    dictionary.setObjectForKey(stringByReplacingInvalidUTF8(path), std::string(key));
+    if (!isValidUTF8(path))
+        dictionary.setObjectForKey(NSData(path.begin(), path.end()), keyOfBytes(key));
+}
+
+std::string textOfPath(const std::string& path)
+{
+    return isValidUTF8(path) ? path : NSURL::fileURLWithPath(path, false).absoluteString();
+}
+
+} // namespace saved_form
