@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+/// Domain of the errors that the client library makes itself.
+inline constexpr std::string_view kClientErrorDomain = "StilloraClientErrorDomain";
+
+enum ClientErrorCode : int64_t {
+    kClientErrorNothingToShow = 1,
+    kClientErrorOutOfRange = 2,
+    kClientErrorServiceNotFound = 3,
+    kClientErrorServiceNotStarted = 4,
+    kClientErrorServiceEnded = 5,
+    kClientErrorServiceStalled = 6,
+    kClientErrorServiceFailed = 7,
+    kClientErrorDiskFull = 8,
+};

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+/// The text of one of the service's keys ("VideoCreationTitleRenderingVideo"), or of one of this program's own texts,
+/// which are written in English, in the user's language; itself where it is not known. Any thread.
+std::string localized(std::string_view text);
+
+/// Chooses the user's language, and finds the translations of an installed program or of the folder it was built in.
+/// Numbers keep the C locale. Called once at start, before other threads run.
+void setUpLocalization();

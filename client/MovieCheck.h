@@ -1,0 +1,26 @@
+#pragma once
+
+#include "platform/foundation/NSGeometry.h"
+#include "platform/media/MediaInspection.h"
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// What a finished movie has to be.
+struct ExpectedMovie {
+    size_t frameCount = 0;
+    double secondsPerFrame = 0;
+    platform::CGSize size;
+    /// Four-character code.
+    std::string codec;
+    /// Seconds at which the sound ends; nothing for a silent movie.
+    std::optional<double> soundEnd;
+};
+
+/// Compares a movie that was read back with what was asked for: every photo there, each held as long as the others, the
+/// last one too, in the right size, with sound to the end.
+///
+/// @return one sentence for each thing that is off
+std::vector<std::string> findFaults(const platform::MediaReport& movie, const ExpectedMovie& expected);

@@ -1,0 +1,453 @@
+#include "client/MovieMaker.h"
+
+#include "client/ClientError.h"
+#include "client/JobFolder.h"
+#include "client/MovieCheck.h"
+#include "client/ServiceProcess.h"
+#include "client/Text.h"
+#include "items/morStilloraVideoCreatorProtocol.h"
+#include "platform/dispatch/Lock.h"
+#include "platform/foundation/NSFileManager.h"
+#include "platform/foundation/NSString.h"
+#include "platform/media/MediaInspection.h"
+#include "util/MORURLCategory.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <limits>
+#include <utility>
+
+#include <fmt/format.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+/// Between two looks at the clock, and two turns of a display.
+constexpr milliseconds kTick{150};
+
+/// How often the job's folder is measured, at the rarest.
+constexpr milliseconds kMeasureInterval{2'000};
+
+/// How long a service that has answered may take to end by itself.
+constexpr milliseconds kGoodbye{2'000};
+
+/// With less free space than this after a failure, the disk counts as full.
+constexpr double kFullDiskBytes = 4e6;
+
+/// With less before the start, no movie is begun.
+constexpr double kLeastFreeBytes = 1e6;
+
+std::optional<double> freeBytes(const std::string& folder)
+{
+    struct statvfs status = {};
+    if (statvfs(folder.c_str(), &status) != 0)
+        return std::nullopt;
+    return static_cast<double>(status.f_bavail) * static_cast<double>(status.f_frsize);
+}
+
+/// What the connection's queue hands over to the thread that makes the movie. Outlives both.
+struct Mailbox {
+    struct Answer {
+        std::optional<platform::NSData> movie;
+        std::optional<platform::NSError> error;
+        bool isCancelled = false;
+    };
+
+    explicit Mailbox(std::shared_ptr<platform::FileDescriptor> descriptor) : wakeUp(std::move(descriptor)) {}
+
+    void wake() const noexcept
+    {
+        const uint64_t one = 1;
+        static_cast<void>(!write(wakeUp->get(), &one, sizeof one));
+    }
+
+    const std::shared_ptr<platform::FileDescriptor> wakeUp;
+
+    platform::Lock lock;
+    std::optional<MovieProgress> progress GUARDED_BY(lock);
+    std::optional<Answer> answer GUARDED_BY(lock);
+};
+
+class ProgressReceiver final : public morStilloraXPCCreatorUpdateProtocol {
+public:
+    explicit ProgressReceiver(std::shared_ptr<Mailbox> mailbox) : mailbox_(std::move(mailbox)) {}
+
+    void updateProgressWithTitle(const std::string& title, const std::optional<platform::NSData>& image,
+                                 bool determinate, double progress, double total, double timeInterval) override
+    {
+        MovieProgress update{title, image, determinate, progress, total, std::nullopt};
+        if (timeInterval >= 0)
+            update.secondsLeft = timeInterval;
+        {
+            const platform::LockGuard guard(mailbox_->lock);
+            mailbox_->progress = std::move(update);
+        }
+        mailbox_->wake();
+    }
+
+private:
+    const std::shared_ptr<Mailbox> mailbox_;
+};
+
+/// The newest line that tells of a failure; timings and empty lines do not.
+std::string lastComplaint(const std::vector<std::string>& logLines)
+{
+    for (auto line = logLines.rbegin(); line != logLines.rend(); ++line)
+        if (!line->empty() && line->find("*!!*") == std::string::npos)
+            return printable(*line);
+    return {};
+}
+
+bool isEndOfConnection(const platform::NSError& error)
+{
+    return error.domain == platform::kNSCocoaErrorDomain && error.code == platform::kNSXPCConnectionInvalid;
+}
+
+} // namespace
+
+/// One run of `makeMovie`.
+class MovieMaker::Job final {
+public:
+    Job(MovieMaker& maker, const MovieRequest& request, Observer& observer)
+        : maker_(maker), request_(request), observer_(observer), mailbox_(std::make_shared<Mailbox>(maker.wakeUp_))
+    {}
+
+    MovieOutcome run();
+
+private:
+    enum class Ending { Answered, Cancelled, Stalled, ProcessEnded };
+
+    bool prepare();
+    bool connect();
+    bool send();
+    Ending watch();
+    bool deliverProgress();
+    bool isSilentForTooLong(Clock::time_point now);
+    MovieOutcome finish(Ending ending);
+    MovieOutcome takeMovie(const platform::NSURL& made);
+    void explainFailure(const Mailbox::Answer& answer);
+    void endService();
+
+    MovieOutcome failed() const { return {MovieOutcome::Kind::Failed, std::nullopt, {}, error_}; }
+    MovieOutcome cancelled() const { return {MovieOutcome::Kind::Cancelled, std::nullopt, {}, {}}; }
+
+    MovieMaker& maker_;
+    const MovieRequest& request_;
+    Observer& observer_;
+    const std::shared_ptr<Mailbox> mailbox_;
+
+    platform::NSError error_;
+    // In the order of making; the process ends before its folder is removed.
+    std::unique_ptr<JobFolder> folder_;
+    std::unique_ptr<ServiceProcess> service_;
+    platform::NSXPCConnectionPtr connection_;
+    std::optional<Mailbox::Answer> answer_;
+
+    Clock::time_point lastSignOfLife_;
+    Clock::time_point lastMeasured_;
+    uint64_t measuredSize_ = 0;
+    double leastFree_ = std::numeric_limits<double>::max();
+};
+
+MovieMaker::MovieMaker() : MovieMaker(Limits{}) {}
+
+MovieMaker::MovieMaker(Limits limits)
+    : limits_(limits), wakeUp_(std::make_shared<platform::FileDescriptor>(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)))
+{}
+
+void MovieMaker::cancel() noexcept
+{
+    const int before = errno;
+    ++cancelRequests_;
+    const uint64_t one = 1;
+    static_cast<void>(!write(wakeUp_->get(), &one, sizeof one));
+    errno = before;
+}
+
+MovieOutcome MovieMaker::makeMovie(const MovieRequest& request, Observer& observer)
+{
+    return Job(*this, request, observer).run();
+}
+
+MovieOutcome MovieMaker::Job::run()
+{
+    if (maker_.isCancelled())
+        return cancelled();
+    if (!prepare() || !connect() || !send()) {
+        endService();
+        return maker_.isCancelled() ? cancelled() : failed();
+    }
+    return finish(watch());
+}
+
+bool MovieMaker::Job::prepare()
+{
+    folder_ = JobFolder::create(request_.saveFolder, &error_);
+    if (!folder_)
+        return false;
+    const std::optional<double> free = freeBytes(request_.saveFolder.path());
+    if (free && *free < kLeastFreeBytes)
+        return platform::fail(&error_, kClientErrorDomain, kClientErrorDiskFull,
+                              fmt::format("the disk of the save folder {} is full: only {} are left",
+                                          request_.saveFolder.path(), bytesText(*free)));
+    return true;
+}
+
+bool MovieMaker::Job::connect()
+{
+    const auto program = ServiceProcess::findProgram(&error_);
+    if (!program)
+        return false;
+    service_ = ServiceProcess::start(*program, &error_);
+    if (!service_)
+        return false;
+    platform::NSError reason;
+    connection_ = platform::NSXPCConnection::connectionWithSocket(service_->takeSocket(), &reason);
+    if (!connection_) {
+        std::string how = reason.localizedDescription;
+        if (service_->waitForEnd(milliseconds(200)))
+            how = "it ended " + service_->howItEnded();
+        service_->readLog();
+        if (const std::string complaint = lastComplaint(service_->logLines()); !complaint.empty())
+            how += ", saying: " + complaint;
+        return platform::fail(&error_, kClientErrorDomain, kClientErrorServiceNotStarted,
+                              fmt::format("the rendering service {} cannot be used: {}", *program, how));
+    }
+    connection_->setRemoteObjectInterface(morStilloraVideoCreatorProtocol::interface());
+    connection_->setExportedInterface(morStilloraXPCCreatorUpdateProtocol::interface());
+    connection_->setExportedObject(std::make_shared<ProgressReceiver>(mailbox_));
+    connection_->resume();
+    return true;
+}
+
+bool MovieMaker::Job::send()
+{
+    const MoviePlan& plan = request_.plan;
+    PhotoList photos;
+    photos.reserve(plan.frameCount(request_.photos.size()));
+    for (const PhotoFacts& facts : request_.photos) {
+        const auto url = platform::NSURL::fileURLWithPath(facts.path, false);
+        const std::string title =
+            platform::stringByReplacingInvalidUTF8(platform::stringByDeletingPathExtension(url.lastPathComponent()));
+        // Objects of their own: the service counts one that stands twice as the first.
+        for (size_t i = 0; i < plan.framesPerPhoto; ++i) {
+            auto photo = std::make_shared<MORPhoto>();
+            photo->setPhotoURL(url);
+            photo->setTitle(title);
+            photo->setSize(facts.size);
+            photo->setFileSize(facts.fileSize);
+            photos.push_back(std::move(photo));
+        }
+    }
+
+    const auto document = folder_->makeDocument(request_.title, &error_);
+    if (!document)
+        return false;
+    const auto documentURL = document->bookmarkData(platform::BookmarkCreationOptions::None, &error_);
+    const auto saveURL = folder_->outputURL().bookmarkData(platform::BookmarkCreationOptions::None, &error_);
+    const auto temporaryURL = folder_->temporaryURL().bookmarkData(platform::BookmarkCreationOptions::None, &error_);
+    if (!documentURL || !saveURL || !temporaryURL)
+        return false;
+
+    VideoCreatorProxy(connection_->remoteObjectProxy())
+        .createStillMotionVideoWithPhotos(
+            photos, {}, plan.totalVideoDuration, plan.totalSoundtrackDuration, false, plan.secondsPerFrame,
+            request_.codec, request_.quality, request_.reducesBorders, *documentURL, *saveURL, *temporaryURL,
+            [mailbox = mailbox_](std::optional<platform::NSData> movie, std::optional<platform::NSError> error,
+                                 bool isCancelled) {
+                {
+                    const platform::LockGuard guard(mailbox->lock);
+                    mailbox->answer = Mailbox::Answer{std::move(movie), std::move(error), isCancelled};
+                }
+                mailbox->wake();
+            });
+    return true;
+}
+
+/// @return whether there was something new
+bool MovieMaker::Job::deliverProgress()
+{
+    std::optional<MovieProgress> progress;
+    {
+        const platform::LockGuard guard(mailbox_->lock);
+        std::swap(progress, mailbox_->progress);
+        if (mailbox_->answer)
+            answer_ = mailbox_->answer;
+    }
+    if (progress)
+        observer_.progressChanged(*progress);
+    return progress.has_value();
+}
+
+/// Some stages report nothing for minutes (long music is converted in one go), but their files grow.
+bool MovieMaker::Job::isSilentForTooLong(Clock::time_point now)
+{
+    if (now - lastMeasured_ >= std::min(kMeasureInterval, maker_.limits_.stall / 4)) {
+        lastMeasured_ = now;
+        const uint64_t size = folder_->sizeOfContents();
+        if (std::exchange(measuredSize_, size) != size)
+            lastSignOfLife_ = now;
+    }
+    return now - lastSignOfLife_ >= maker_.limits_.stall;
+}
+
+MovieMaker::Job::Ending MovieMaker::Job::watch()
+{
+    lastSignOfLife_ = lastMeasured_ = Clock::now();
+    std::optional<Clock::time_point> deadline;
+    Ending ending = Ending::Answered;
+    bool hasLog = true;
+    for (;;) {
+        // The answer may have come in the same moment as whatever else is looked at below.
+        if (deliverProgress())
+            lastSignOfLife_ = Clock::now();
+        if (answer_)
+            return ending;
+        const auto now = Clock::now();
+        // The service removes what it could not finish, so that later there is room again.
+        leastFree_ = std::min(leastFree_, freeBytes(request_.saveFolder.path()).value_or(leastFree_));
+        if (!deadline && maker_.isCancelled()) {
+            ending = Ending::Cancelled;
+        } else if (!deadline && isSilentForTooLong(now)) {
+            ending = Ending::Stalled;
+        }
+        if (!deadline && ending != Ending::Answered) {
+            VideoCreatorProxy(connection_->remoteObjectProxy()).cancelCreation();
+            deadline = now + maker_.limits_.cancel;
+        }
+        if (deadline && (now >= *deadline || maker_.cancelRequests_ > 1))
+            return ending;
+        observer_.timePassed();
+
+        std::array<pollfd, 3> waits{pollfd{mailbox_->wakeUp->get(), POLLIN, 0},
+                                    pollfd{service_->endedDescriptor(), POLLIN, 0},
+                                    pollfd{hasLog ? service_->logDescriptor() : -1, POLLIN, 0}};
+        poll(waits.data(), waits.size(), static_cast<int>(kTick.count()));
+        if (waits[0].revents) {
+            uint64_t count = 0;
+            static_cast<void>(!read(mailbox_->wakeUp->get(), &count, sizeof count));
+        }
+        if (waits[2].revents)
+            hasLog = service_->readLog();
+        if (waits[1].revents) {
+            // What it said last may still be on its way through the socket.
+            const auto patience = Clock::now() + kGoodbye;
+            while (!answer_ && Clock::now() < patience) {
+                deliverProgress();
+                pollfd wait{mailbox_->wakeUp->get(), POLLIN, 0};
+                poll(&wait, 1, static_cast<int>(kTick.count()));
+                uint64_t count = 0;
+                static_cast<void>(!read(wait.fd, &count, sizeof count));
+            }
+            return maker_.isCancelled() ? Ending::Cancelled : Ending::ProcessEnded;
+        }
+    }
+}
+
+void MovieMaker::Job::endService()
+{
+    if (connection_)
+        connection_->invalidate();
+    if (!service_)
+        return;
+    // The service of one connection ends with it; one that hangs is ended.
+    if (maker_.isCancelled() || !connection_ || !service_->waitForEnd(kGoodbye))
+        service_->kill();
+    service_->readLog();
+}
+
+MovieOutcome MovieMaker::Job::finish(Ending ending)
+{
+    if (ending == Ending::Stalled && !answer_) {
+        service_->kill();
+        endService();
+        platform::fail(&error_, kClientErrorDomain, kClientErrorServiceStalled,
+                       fmt::format("the rendering service was ended, since it reported nothing for {}",
+                                   secondsText(std::chrono::duration<double>(maker_.limits_.stall).count())));
+        return failed();
+    }
+    if (maker_.isCancelled()) {
+        // Also where the movie was made in the same moment: who stops the work wants nothing of it.
+        endService();
+        return cancelled();
+    }
+    if (answer_ && answer_->movie) {
+        // The bookmark leads to the file even where the service gave it another name than was asked for.
+        if (const auto made = platform::NSURL::URLByResolvingBookmarkData(*answer_->movie)) {
+            MovieOutcome outcome = takeMovie(*made);
+            endService();
+            return outcome;
+        }
+    }
+    // The connection notices the end before the process has left the system's tables.
+    const bool isConnectionLost = !answer_ || (answer_->error && isEndOfConnection(*answer_->error));
+    if (isConnectionLost && service_->waitForEnd(kGoodbye)) {
+        endService();
+        std::string reason = "the rendering service ended unexpectedly " + service_->howItEnded();
+        if (const std::string complaint = lastComplaint(service_->logLines()); !complaint.empty())
+            reason += ", saying: " + complaint;
+        platform::fail(&error_, kClientErrorDomain, kClientErrorServiceEnded, std::move(reason));
+        return failed();
+    }
+    endService();
+    explainFailure(answer_.value_or(Mailbox::Answer{}));
+    return failed();
+}
+
+/// The service often answers without a reason; then the disk and the service's log are asked for one.
+void MovieMaker::Job::explainFailure(const Mailbox::Answer& answer)
+{
+    const std::string complaint = lastComplaint(service_->logLines());
+    const bool isFull = leastFree_ < kFullDiskBytes || complaint.find("No space left") != std::string::npos;
+    if (isFull)
+        platform::fail(&error_, kClientErrorDomain, kClientErrorDiskFull,
+                       fmt::format("no movie was made: the disk of {} is full", request_.saveFolder.path()));
+    else if (answer.error)
+        error_ = *answer.error;
+    else if (!complaint.empty())
+        platform::fail(&error_, kClientErrorDomain, kClientErrorServiceFailed,
+                       "no movie was made; the rendering service said: " + complaint);
+    else
+        platform::fail(&error_, kClientErrorDomain, kClientErrorServiceFailed,
+                       "no movie was made; the rendering service gave no reason");
+}
+
+/// Reads the movie back and gives it its place.
+MovieOutcome MovieMaker::Job::takeMovie(const platform::NSURL& made)
+{
+    const MoviePlan& plan = request_.plan;
+    ExpectedMovie expected;
+    expected.frameCount = plan.frameCount(request_.photos.size());
+    expected.secondsPerFrame = plan.secondsPerFrame;
+    expected.size = frameSizeForQuality(request_.quality, request_.photos);
+    expected.codec = request_.codec;
+
+    MovieOutcome outcome;
+    const auto report = platform::inspectMedia(made, &error_);
+    if (!report)
+        return failed();
+    outcome.faults = findFaults(*report, expected);
+
+    const auto wished = request_.saveFolder.URLByAppendingPathComponent(request_.title + ".mov", false);
+    for (;;) {
+        const platform::NSURL place = MORURLCategory::URLForNotOverridingURL(wished);
+        platform::NSError error;
+        if (platform::NSFileManager::defaultManager().moveItemAtURL(made, place, &error)) {
+            outcome.kind = MovieOutcome::Kind::Made;
+            outcome.movie = place;
+            return outcome;
+        }
+        // Taken between the look and the move: the next free name will do.
+        if (error.code != platform::kNSFileWriteFileExistsError || error.domain != platform::kNSCocoaErrorDomain) {
+            error_ = error;
+            return failed();
+        }
+    }
+}

@@ -1,0 +1,145 @@
+#include "client/MoviePlan.h"
+
+#include "client/ClientError.h"
+#include "client/Text.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+
+#include <fmt/format.h>
+
+namespace {
+
+/// The service writes nothing before it has so many frames.
+constexpr size_t kFramesBeforeWriting = 5;
+
+/// Time values of the picture track are whole numbers of this scale.
+constexpr double kPictureTimescale = 10000;
+
+/// A piece that would begin in the last seconds, where the music fades, is not begun.
+constexpr double kFadeSeconds = 5;
+
+/// Seconds by which the sound is planned longer than the pictures, so that rounding to samples never leaves it shorter:
+/// only a soundtrack that reaches the end is faded and cut there.
+constexpr double kOverlapSeconds = 0.25;
+
+/// So much shorter than the music are the pictures that fit it, for the same reason.
+constexpr double kFitReserveSeconds = 0.05;
+
+/// More pieces than any sensible soundtrack; each is opened and joined by the service.
+constexpr size_t kMaxSounds = 5000;
+
+struct SizeRow {
+    int height;
+    int width;
+};
+
+constexpr std::array<SizeRow, 7> kSizes{
+    {{240, 320}, {360, 640}, {480, 854}, {720, 1280}, {1080, 1920}, {1440, 2560}, {2160, 3840}}};
+
+platform::CGSize sizeOf(const SizeRow& row)
+{
+    return {static_cast<double>(row.width), static_cast<double>(row.height)};
+}
+
+double lengthOfAll(const std::vector<SoundFacts>& sounds)
+{
+    double length = 0;
+    for (const SoundFacts& sound : sounds)
+        length += sound.length;
+    return length;
+}
+
+/// Chooses the pieces of music and sets what is heard of them.
+bool planMusic(const MovieWish& wish, MoviePlan& plan, platform::NSError* error)
+{
+    const double end = plan.totalVideoDuration;
+    std::vector<bool> isUsed(wish.sounds.size());
+    double cursor = 0;
+    for (size_t i = 0; !wish.sounds.empty(); ++i) {
+        if (!wish.loopsSounds && i == wish.sounds.size())
+            break;
+        if (cursor > 0 && cursor >= end - kFadeSeconds)
+            break;
+        if (plan.sounds.size() == kMaxSounds)
+            return platform::fail(error, kClientErrorDomain, kClientErrorOutOfRange,
+                                  fmt::format("the music is too short to be repeated for {}: that takes more than {} "
+                                              "repeats",
+                                              secondsText(end), kMaxSounds));
+        const size_t source = i % wish.sounds.size();
+        const SoundFacts& sound = wish.sounds[source];
+        PlannedSound piece{source, sound.selection, sound.length};
+        const double needed = end - cursor + kOverlapSeconds;
+        // A repeated file is converted once, with its first selection, so only a first one is worth shortening.
+        if (!isUsed[source] && piece.length > needed + kOverlapSeconds) {
+            const double start = sound.selection ? sound.selection->start : 0;
+            piece.selection = SoundFacts::Selection{start, start + needed};
+            piece.length = needed;
+        }
+        isUsed[source] = true;
+        cursor += piece.length;
+        plan.sounds.push_back(piece);
+    }
+    plan.musicEnd = std::min(cursor, end);
+    if (!plan.sounds.empty() && cursor >= end)
+        plan.fadeStart = end - std::min(end, kFadeSeconds);
+    if (cursor < end && wish.fillsSilence) {
+        const double length = end - cursor + kOverlapSeconds;
+        plan.sounds.push_back({std::nullopt, std::nullopt, length});
+        cursor += length;
+    }
+    plan.totalSoundtrackDuration = std::min(cursor, end);
+    return true;
+}
+
+} // namespace
+
+std::optional<MoviePlan> planMovie(const MovieWish& wish, platform::NSError* error)
+{
+    const auto refuse = [&](ClientErrorCode code, std::string reason) {
+        platform::fail(error, kClientErrorDomain, code, std::move(reason));
+        return std::nullopt;
+    };
+    if (wish.photos.empty())
+        return refuse(kClientErrorNothingToShow, "there is no photo to show");
+
+    MoviePlan plan;
+    const auto photoCount = static_cast<double>(wish.photos.size());
+    plan.secondsPerPhoto = wish.secondsPerPhoto;
+    if (wish.fitsMusic) {
+        const double length = lengthOfAll(wish.sounds) - kFitReserveSeconds;
+        plan.secondsPerPhoto = std::floor(length / photoCount * kPictureTimescale) / kPictureTimescale;
+    }
+    if (!(plan.secondsPerPhoto >= kMinSecondsPerPhoto && plan.secondsPerPhoto <= kMaxSecondsPerPhoto))
+        return refuse(kClientErrorOutOfRange,
+                      fmt::format("{} a photo is out of range: from {} to {} can be shown",
+                                  secondsText(std::max(plan.secondsPerPhoto, 0.0)), secondsText(kMinSecondsPerPhoto),
+                                  secondsText(kMaxSecondsPerPhoto)));
+
+    plan.framesPerPhoto = (kFramesBeforeWriting + wish.photos.size() - 1) / wish.photos.size();
+    plan.secondsPerFrame = plan.secondsPerPhoto / static_cast<double>(plan.framesPerPhoto);
+    plan.totalVideoDuration = plan.secondsPerPhoto * photoCount;
+    if (!planMusic(wish, plan, error))
+        return std::nullopt;
+    return plan;
+}
+
+platform::CGSize frameSizeForQuality(int64_t quality, const std::vector<PhotoFacts>& photos)
+{
+    for (const SizeRow& row : kSizes)
+        if (row.height == quality)
+            return sizeOf(row);
+    double smallestWidth = std::numeric_limits<double>::max();
+    double smallestHeight = std::numeric_limits<double>::max();
+    for (const PhotoFacts& photo : photos) {
+        smallestWidth = std::min(smallestWidth, photo.size.width);
+        smallestHeight = std::min(smallestHeight, photo.size.height);
+    }
+    size_t row = 0;
+    while (row + 1 < kSizes.size() && smallestWidth >= kSizes[row + 1].width &&
+           smallestHeight >= kSizes[row + 1].height)
+        ++row;
+    return sizeOf(kSizes[row]);
+}

@@ -1,0 +1,43 @@
+#include "client/MovieTitle.h"
+
+#include "client/Text.h"
+#include "platform/foundation/NSString.h"
+#include "platform/foundation/NSURL.h"
+
+#include <filesystem>
+#include <system_error>
+
+#include <fmt/format.h>
+
+std::optional<std::string> faultOfTitle(const std::string& title)
+{
+    if (!platform::isValidUTF8(title))
+        return "is not valid UTF-8";
+    if (printable(title) != title)
+        return "holds control characters";
+    if (title.find_first_not_of(' ') == std::string::npos)
+        return "is empty";
+    if (title.find('/') != std::string::npos)
+        return "holds a \"/\", which no file name can";
+    if (title.front() == '.')
+        return "begins with a dot, which would hide the movie";
+    if (title.size() > kMaxTitleBytes)
+        return fmt::format("is {} bytes long; {} are possible", title.size(), kMaxTitleBytes);
+    return std::nullopt;
+}
+
+std::string titleForPhotos(const std::vector<PhotoFacts>& photos)
+{
+    std::optional<std::string> common;
+    for (const PhotoFacts& photo : photos) {
+        // "." and a link to a folder have the name of what they lead to.
+        std::error_code failure;
+        const auto folder = std::filesystem::canonical(std::filesystem::absolute(photo.path).parent_path(), failure);
+        if (failure || (common && *common != folder.native()))
+            return "Slideshow";
+        common = folder.native();
+    }
+    std::string title = printable(platform::lastPathComponent(common.value_or("")));
+    title = prefixOfBytes(title, kMaxTitleBytes);
+    return faultOfTitle(title) ? "Slideshow" : title;
+}

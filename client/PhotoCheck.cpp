@@ -1,0 +1,154 @@
+#include "client/PhotoCheck.h"
+
+#include "platform/dispatch/Lock.h"
+#include "platform/dispatch/NSOperationQueue.h"
+#include "platform/foundation/NSURL.h"
+#include "platform/graphics/CGImageSource.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <thread>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+using platform::CGImageSource;
+using platform::NSError;
+
+/// The longer side of the picture that is decoded. An eighth of most photos is larger, so a JPEG is decoded at the
+/// cheapest scale; all of its data is read even so.
+constexpr double kThumbnailPixels = 64;
+
+constexpr auto kProgressInterval = std::chrono::milliseconds(100);
+
+/// What the checking operations share with the thread that waits for them.
+struct Findings {
+    enum class Kind { NotLookedAt, Good, Bad, PassedOver };
+    struct Finding {
+        Kind kind = Kind::NotLookedAt;
+        PhotoFacts facts;
+        std::string reason;
+    };
+
+    platform::Lock lock;
+    platform::Condition changed;
+    std::vector<Finding> findings GUARDED_BY(lock);
+    size_t done GUARDED_BY(lock) = 0;
+};
+
+std::string reasonText(int errnoValue)
+{
+    const char* reason = strerrordesc_np(errnoValue);
+    return reason ? reason : "error " + std::to_string(errnoValue);
+}
+
+/// The sentence without the path that it may begin with or hold; reports name the path themselves.
+std::string withoutPath(std::string sentence, const platform::NSURL& url)
+{
+    for (const std::string& name : {url.path(), url.lastPathComponent()})
+        for (const std::string& separator : {std::string(": "), std::string(" ")})
+            if (sentence.starts_with(name + separator))
+                return sentence.substr(name.size() + separator.size());
+    return sentence;
+}
+
+Findings::Finding lookInto(const PhotoCandidate& candidate)
+{
+    Findings::Finding finding;
+    finding.facts.path = candidate.path;
+    const auto bad = [&](std::string reason) {
+        finding.kind = Findings::Kind::Bad;
+        finding.reason = std::move(reason);
+        return finding;
+    };
+    struct stat status = {};
+    if (stat(candidate.path.c_str(), &status) != 0)
+        return bad(reasonText(errno));
+    // Anything else might keep whoever opens it waiting.
+    if (!S_ISREG(status.st_mode))
+        return bad("is not a regular file");
+    if (access(candidate.path.c_str(), R_OK) != 0)
+        return bad(reasonText(errno));
+    const bool mayBeAnything = candidate.origin == PhotoCandidate::Origin::FoundAsFile;
+    if (status.st_size == 0 && !mayBeAnything)
+        return bad("is empty");
+
+    const auto url = platform::NSURL::fileURLWithPath(candidate.path, false);
+    NSError error;
+    const auto source = CGImageSource::createWithURL(url, &error);
+    if (!source) {
+        if (mayBeAnything) {
+            finding.kind = Findings::Kind::PassedOver;
+            return finding;
+        }
+        return bad(withoutPath(error.localizedDescription, url));
+    }
+    const auto properties = source->copyPropertiesAtIndex(&error);
+    if (!properties)
+        return bad(withoutPath(error.localizedDescription, url));
+    if (!source->createThumbnailAtIndex({kThumbnailPixels, true}, &error))
+        return bad(withoutPath(error.localizedDescription, url));
+
+    const bool isTurned = properties->orientation.value_or(1) >= 5;
+    const auto width = static_cast<double>(properties->pixelWidth);
+    const auto height = static_cast<double>(properties->pixelHeight);
+    finding.facts.size = isTurned ? platform::CGSize{height, width} : platform::CGSize{width, height};
+    finding.facts.fileSize = status.st_size;
+    finding.kind = Findings::Kind::Good;
+    return finding;
+}
+
+} // namespace
+
+CheckedPhotos checkPhotos(const std::vector<PhotoCandidate>& candidates, const std::function<bool(size_t)>& progress)
+{
+    const auto shared = std::make_shared<Findings>();
+    {
+        const platform::LockGuard guard(shared->lock);
+        shared->findings.resize(candidates.size());
+    }
+    platform::NSOperationQueue queue;
+    queue.setMaxConcurrentOperationCount(static_cast<int>(std::max(1u, std::thread::hardware_concurrency())));
+    for (size_t i = 0; i < candidates.size(); ++i)
+        queue.addOperationWithBlock([shared, i, candidate = candidates[i]] {
+            Findings::Finding finding = lookInto(candidate);
+            const platform::LockGuard guard(shared->lock);
+            shared->findings[i] = std::move(finding);
+            ++shared->done;
+            shared->changed.notify_all();
+        });
+
+    CheckedPhotos checked;
+    for (;;) {
+        size_t done = 0;
+        {
+            const platform::LockGuard guard(shared->lock);
+            if (shared->done < candidates.size())
+                shared->changed.wait_for(shared->lock, kProgressInterval);
+            done = shared->done;
+        }
+        checked.isCancelled = !progress(done);
+        if (done == candidates.size() || checked.isCancelled)
+            break;
+    }
+    if (checked.isCancelled) {
+        queue.cancelAllOperations();
+        return checked;
+    }
+    const platform::LockGuard guard(shared->lock);
+    for (Findings::Finding& finding : shared->findings) {
+        if (finding.kind == Findings::Kind::Good)
+            checked.good.push_back(std::move(finding.facts));
+        else if (finding.kind == Findings::Kind::Bad)
+            checked.bad.push_back({std::move(finding.facts.path), std::move(finding.reason)});
+        else
+            ++checked.passedOver;
+    }
+    return checked;
+}

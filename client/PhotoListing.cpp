@@ -1,0 +1,119 @@
+#include "client/PhotoListing.h"
+
+#include "client/NaturalOrder.h"
+#include "client/Text.h"
+#include "platform/foundation/NSURL.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <string_view>
+
+#include <dirent.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+
+namespace {
+
+constexpr std::array<std::string_view, 20> kPictureExtensions{"avif", "bmp", "dib",  "gif", "heic", "heif", "hif",
+                                                              "j2c",  "j2k", "jfif", "jp2", "jpc",  "jpe",  "jpeg",
+                                                              "jpf",  "jpg", "png",  "tif", "tiff", "webp"};
+
+/// Files that lie beside photos, and camera raw files, whose containers would pass for small pictures.
+constexpr std::array<std::string_view, 50> kOtherExtensions{
+    "3gp", "aac", "aae",  "aif",  "aiff", "arw",  "avi", "caf",  "cr2",  "cr3",  "crw", "csv", "db",
+    "dng", "doc", "docx", "flac", "htm",  "html", "ini", "json", "log",  "m4a",  "m4v", "md",  "mkv",
+    "mov", "mp3", "mp4",  "mpg",  "mts",  "nef",  "nrw", "odt",  "ogg",  "opus", "orf", "pdf", "pef",
+    "raf", "raw", "rw2",  "srw",  "svg",  "thm",  "txt", "wav",  "webm", "xmp",  "zip"};
+
+struct CloseFolder {
+    void operator()(DIR* folder) const { closedir(folder); }
+};
+
+std::string lowered(std::string text)
+{
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    return text;
+}
+
+template <size_t N>
+bool contains(const std::array<std::string_view, N>& names, const std::string& name)
+{
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+std::string joined(const std::string& folder, const std::string& name)
+{
+    return folder.ends_with('/') ? folder + name : folder + "/" + name;
+}
+
+void listFolder(const std::string& path, PhotoListing& listing)
+{
+    const std::unique_ptr<DIR, CloseFolder> folder(opendir(path.c_str()));
+    if (!folder) {
+        listing.bad.push_back({path, fmt::format("the folder cannot be read: {}", std::strerror(errno))});
+        return;
+    }
+    std::vector<std::string> names;
+    while (const dirent* entry = readdir(folder.get()))
+        if (entry->d_name[0] != '.')
+            names.emplace_back(entry->d_name);
+    std::sort(names.begin(), names.end(), isBeforeInNaturalOrder);
+
+    const size_t before = listing.candidates.size();
+    size_t folders = 0;
+    size_t others = 0;
+    for (const std::string& name : names) {
+        const std::string file = joined(path, name);
+        const std::string extension = lowered(platform::pathExtension(name));
+        struct stat status = {};
+        const bool exists = stat(file.c_str(), &status) == 0;
+        if (exists && S_ISDIR(status.st_mode)) {
+            ++folders;
+        } else if (isPictureExtension(extension)) {
+            // A dangling link with a picture's name is a photo that the user would miss.
+            listing.candidates.push_back({file, PhotoCandidate::Origin::FoundAsPicture});
+        } else if (!exists || !S_ISREG(status.st_mode) || contains(kOtherExtensions, extension)) {
+            ++others;
+        } else {
+            listing.candidates.push_back({file, PhotoCandidate::Origin::FoundAsFile});
+        }
+    }
+    if (listing.candidates.size() == before) {
+        listing.bad.push_back({path, "the folder holds no photos"});
+        return;
+    }
+    if (others > 0)
+        listing.notes.push_back(fmt::format("{}: {} passed over", path,
+                                            others == 1 ? "1 file that is no photo was"
+                                                        : fmt::format("{} files that are no photos were", others)));
+    if (folders > 0)
+        listing.notes.push_back(
+            fmt::format("{}: {} not looked into", path,
+                        folders == 1 ? "1 folder inside was" : fmt::format("{} folders inside were", folders)));
+}
+
+} // namespace
+
+bool isPictureExtension(const std::string& extension)
+{
+    return contains(kPictureExtensions, lowered(extension));
+}
+
+PhotoListing listPhotos(const std::vector<std::string>& arguments)
+{
+    PhotoListing listing;
+    for (const std::string& argument : arguments) {
+        struct stat status = {};
+        if (stat(argument.c_str(), &status) != 0)
+            listing.bad.push_back({argument, std::strerror(errno)});
+        else if (S_ISDIR(status.st_mode))
+            listFolder(argument, listing);
+        else
+            listing.candidates.push_back({argument, PhotoCandidate::Origin::Named});
+    }
+    return listing;
+}

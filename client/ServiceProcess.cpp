@@ -1,0 +1,309 @@
+#include "client/ServiceProcess.h"
+
+#include "client/ClientError.h"
+#include "client/Text.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <utility>
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+// Where the program lies when everything is installed.
+#ifndef STILLORA_SERVICE_PATH
+#define STILLORA_SERVICE_PATH "/usr/local/libexec/stillora/stillora-video-creator"
+#endif
+
+extern char** environ;
+
+namespace {
+
+constexpr const char* kProgramName = "stillora-video-creator";
+constexpr const char* kProgramVariable = "STILLORA_VIDEO_CREATOR";
+
+/// The first descriptor that socket activation hands over.
+constexpr int kSocketDescriptor = 3;
+
+constexpr size_t kMaxLogLines = 200;
+constexpr size_t kMaxLineBytes = 4096;
+
+/// A pair of connected descriptors: the ends of a pipe (reading end first) or of a socket pair.
+struct DescriptorPair {
+    platform::FileDescriptor first;
+    platform::FileDescriptor second;
+};
+
+std::optional<DescriptorPair> makePipe()
+{
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0)
+        return std::nullopt;
+    return DescriptorPair{platform::FileDescriptor(ends[0]), platform::FileDescriptor(ends[1])};
+}
+
+/// Everything that the child needs between fork and exec, made ready before: there, only calls that are safe in a
+/// signal handler are allowed, since another thread may have held any lock at the fork.
+struct ChildSetup {
+    const char* program = nullptr;
+    std::array<char*, 2> arguments{};
+    std::vector<char*> environment;
+    /// "LISTEN_PID=" and room for the digits, which only the child knows.
+    std::array<char, 32> listenPid{};
+    size_t listenPidLength = 0;
+    int socket = -1;
+    int log = -1;
+    int failure = -1;
+    int null = -1;
+    int parent = 0;
+};
+
+void appendNumber(std::array<char, 32>& text, size_t length, unsigned number)
+{
+    std::array<char, 12> digits{};
+    size_t count = 0;
+    do {
+        digits[count++] = static_cast<char>('0' + number % 10);
+        number /= 10;
+    } while (number > 0);
+    while (count > 0)
+        text[length++] = digits[--count];
+    text[length] = '\0';
+}
+
+/// Above the numbers that are given to the program, so that putting one there never closes another.
+int movedUp(int descriptor)
+{
+    return fcntl(descriptor, F_DUPFD_CLOEXEC, 16);
+}
+
+[[noreturn]] void runChild(ChildSetup& setup)
+{
+    const auto leave = [&](int descriptor) {
+        const int reason = errno;
+        static_cast<void>(!write(descriptor, &reason, sizeof reason));
+        _exit(127);
+    };
+    // A session of its own: the terminal's signals are for the client, which then asks the service to stop.
+    setsid();
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != setup.parent)
+        _exit(127);
+
+    const int failure = movedUp(setup.failure);
+    const int socket = movedUp(setup.socket);
+    const int log = movedUp(setup.log);
+    const int null = movedUp(setup.null);
+    if (failure < 0 || socket < 0 || log < 0 || null < 0)
+        leave(setup.failure);
+    if (dup2(null, STDIN_FILENO) < 0 || dup2(log, STDOUT_FILENO) < 0 || dup2(log, STDERR_FILENO) < 0 ||
+        dup2(socket, kSocketDescriptor) < 0)
+        leave(failure);
+        // Whatever this process has open besides is none of the service's business; the report of a failure stays open
+        // until the program runs.
+#ifdef SYS_close_range
+    syscall(SYS_close_range, kSocketDescriptor + 1, failure - 1, 0);
+    syscall(SYS_close_range, failure + 1, ~0U, 0);
+#endif
+
+    for (const int signal : {SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD})
+        std::signal(signal, SIG_DFL);
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+
+    appendNumber(setup.listenPid, setup.listenPidLength, static_cast<unsigned>(getpid()));
+    execve(setup.program, setup.arguments.data(), setup.environment.data());
+    leave(failure);
+    _exit(127);
+}
+
+std::string folderOfThisProgram()
+{
+    std::array<char, 4096> path{};
+    const ssize_t length = readlink("/proc/self/exe", path.data(), path.size() - 1);
+    if (length <= 0)
+        return {};
+    const std::string program(path.data(), static_cast<size_t>(length));
+    return program.substr(0, program.rfind('/'));
+}
+
+} // namespace
+
+std::optional<std::string> ServiceProcess::findProgram(platform::NSError* error)
+{
+    if (const char* named = getenv(kProgramVariable); named && *named) {
+        if (access(named, X_OK) == 0)
+            return named;
+        platform::fail(error, kClientErrorDomain, kClientErrorServiceNotFound,
+                       fmt::format("{}, named by {}, is no program: {}", printable(named), kProgramVariable,
+                                   std::strerror(errno)));
+        return std::nullopt;
+    }
+    const std::string folder = folderOfThisProgram();
+    const std::array<std::string, 3> places{folder + "/" + kProgramName,
+                                            folder + "/../libexec/stillora/" + kProgramName, STILLORA_SERVICE_PATH};
+    for (const std::string& place : places)
+        if (access(place.c_str(), X_OK) == 0)
+            return place;
+    platform::fail(error, kClientErrorDomain, kClientErrorServiceNotFound,
+                   fmt::format("the rendering service was not found as {}, {} or {}; {} may name it", places[0],
+                               places[1], places[2], kProgramVariable));
+    return std::nullopt;
+}
+
+std::unique_ptr<ServiceProcess> ServiceProcess::start(const std::string& program, platform::NSError* error)
+{
+    const auto refuse = [&](int errnoValue) {
+        platform::fail(
+            error, kClientErrorDomain, kClientErrorServiceNotStarted,
+            fmt::format("the rendering service {} cannot be started: {}", program, std::strerror(errnoValue)));
+        return nullptr;
+    };
+    std::array<int, 2> ends{};
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0)
+        return refuse(errno);
+    DescriptorPair sockets{platform::FileDescriptor(ends[0]), platform::FileDescriptor(ends[1])};
+    auto log = makePipe();
+    auto failure = makePipe();
+    const platform::FileDescriptor null(open("/dev/null", O_RDWR | O_CLOEXEC));
+    if (!log || !failure || !null)
+        return refuse(errno);
+    fcntl(log->first.get(), F_SETFL, O_NONBLOCK);
+
+    ChildSetup setup;
+    std::string programName = program;
+    std::string listenFds = "LISTEN_FDS=1";
+    const std::string listenPid = "LISTEN_PID=";
+    std::copy(listenPid.begin(), listenPid.end(), setup.listenPid.begin());
+    setup.listenPidLength = listenPid.size();
+    for (char** variable = environ; *variable; ++variable)
+        if (std::strncmp(*variable, "LISTEN_", 7) != 0)
+            setup.environment.push_back(*variable);
+    setup.environment.insert(setup.environment.end(), {listenFds.data(), setup.listenPid.data(), nullptr});
+    setup.program = program.c_str();
+    setup.arguments = {programName.data(), nullptr};
+    setup.socket = sockets.second.get();
+    setup.log = log->second.get();
+    setup.failure = failure->second.get();
+    setup.null = null.get();
+    setup.parent = getpid();
+
+    // No handler of this process may run in the child.
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    const int pid = fork();
+    if (pid == 0)
+        runChild(setup);
+    const int forkReason = errno;
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    if (pid < 0)
+        return refuse(forkReason);
+
+    sockets.second.reset();
+    log->second.reset();
+    failure->second.reset();
+    int reason = 0;
+    ssize_t count = 0;
+    while ((count = read(failure->first.get(), &reason, sizeof reason)) < 0 && errno == EINTR) {
+    }
+    platform::FileDescriptor ended(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+    if (count != 0 || !ended) {
+        const int why = count != 0 ? reason : errno;
+        ::kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+        return refuse(why);
+    }
+    return std::unique_ptr<ServiceProcess>(
+        new ServiceProcess(pid, std::move(ended), std::move(sockets.first), std::move(log->first)));
+}
+
+ServiceProcess::ServiceProcess(int pid, platform::FileDescriptor ended, platform::FileDescriptor socket,
+                               platform::FileDescriptor log)
+    : pid_(pid), ended_(std::move(ended)), socket_(std::move(socket)), log_(std::move(log))
+{}
+
+ServiceProcess::~ServiceProcess()
+{
+    kill();
+}
+
+bool ServiceProcess::readLog()
+{
+    std::array<char, 4096> buffer{};
+    for (;;) {
+        const ssize_t count = read(log_.get(), buffer.data(), buffer.size());
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0 && errno == EAGAIN)
+            return true;
+        if (count <= 0) {
+            if (!unfinishedLine_.empty())
+                logLines_.push_back(std::exchange(unfinishedLine_, {}));
+            return false;
+        }
+        for (const char c : std::string_view(buffer.data(), static_cast<size_t>(count))) {
+            if (c != '\n') {
+                if (unfinishedLine_.size() < kMaxLineBytes)
+                    unfinishedLine_ += c;
+                continue;
+            }
+            logLines_.push_back(std::exchange(unfinishedLine_, {}));
+            if (logLines_.size() > kMaxLogLines)
+                logLines_.erase(logLines_.begin());
+        }
+    }
+}
+
+bool ServiceProcess::waitForEnd(std::chrono::milliseconds limit)
+{
+    if (status_)
+        return true;
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    for (;;) {
+        int status = 0;
+        if (waitpid(pid_, &status, WNOHANG) == pid_) {
+            status_ = status;
+            return true;
+        }
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0)
+            return false;
+        // A process whose log nobody reads would wait for room in the pipe.
+        const bool hasLog = readLog();
+        std::array<pollfd, 2> waits{pollfd{ended_.get(), POLLIN, 0}, pollfd{hasLog ? log_.get() : -1, POLLIN, 0}};
+        poll(waits.data(), waits.size(), static_cast<int>(left.count()) + 1);
+    }
+}
+
+void ServiceProcess::kill()
+{
+    if (status_)
+        return;
+    ::kill(pid_, SIGKILL);
+    int status = 0;
+    while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+    }
+    status_ = status;
+}
+
+std::string ServiceProcess::howItEnded() const
+{
+    if (!status_)
+        return {};
+    if (WIFSIGNALED(*status_))
+        return fmt::format("by signal {} ({})", WTERMSIG(*status_), strsignal(WTERMSIG(*status_)));
+    return fmt::format("with exit status {}", WEXITSTATUS(*status_));
+}

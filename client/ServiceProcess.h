@@ -1,0 +1,63 @@
+#pragma once
+
+#include "platform/foundation/FileDescriptor.h"
+#include "platform/foundation/NSError.h"
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// The rendering service as a child of this process, connected by a socket pair. It gets no terminal signals and ends
+/// with the thread that started it. One thread, which has to live as long as the object.
+class ServiceProcess final {
+public:
+    /// Where the program is: what the environment variable STILLORA_VIDEO_CREATOR names, else beside this program, else
+    /// where it is installed.
+    /// @return nothing if it is in none of these places; `error` names them
+    static std::optional<std::string> findProgram(platform::NSError* error = nullptr);
+
+    /// @return null if the process could not be made or the program not run
+    static std::unique_ptr<ServiceProcess> start(const std::string& program, platform::NSError* error = nullptr);
+
+    /// Ends the process at once if it still runs.
+    ~ServiceProcess();
+    ServiceProcess(const ServiceProcess&) = delete;
+    ServiceProcess& operator=(const ServiceProcess&) = delete;
+
+    /// The client's end of the socket pair, once; the caller closes it.
+    int takeSocket() { return socket_.release(); }
+
+    /// Readable when the process has ended.
+    int endedDescriptor() const { return ended_.get(); }
+    /// Readable when the process has written to its standard error, or closed it.
+    int logDescriptor() const { return log_.get(); }
+
+    /// Takes what the process wrote to its standard error so far, without waiting.
+    /// @return false once there will be no more
+    bool readLog();
+    /// The last lines it wrote, newest last; never more than a few hundred.
+    const std::vector<std::string>& logLines() const { return logLines_; }
+
+    /// @return whether the process has ended, after waiting for at most so long
+    bool waitForEnd(std::chrono::milliseconds limit);
+    /// Ends the process without asking it.
+    void kill();
+
+    /// How it ended, as part of a sentence: "with exit status 1", "by signal 9 (Killed)". Empty while it runs.
+    std::string howItEnded() const;
+
+private:
+    ServiceProcess(int pid, platform::FileDescriptor ended, platform::FileDescriptor socket,
+                   platform::FileDescriptor log);
+
+    const int pid_;
+    const platform::FileDescriptor ended_;
+    platform::FileDescriptor socket_;
+    const platform::FileDescriptor log_;
+    /// As waitpid gives it, once the process has ended.
+    std::optional<int> status_;
+    std::string unfinishedLine_;
+    std::vector<std::string> logLines_;
+};

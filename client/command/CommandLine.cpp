@@ -1,0 +1,155 @@
+#include "client/command/CommandLine.h"
+
+#include "client/MoviePlan.h"
+#include "client/MovieTitle.h"
+#include "client/Text.h"
+#include "client/command/ExitStatus.h"
+#include "client/command/Help.h"
+#include "platform/foundation/NSURL.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <string_view>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+namespace {
+
+constexpr std::array<std::string_view, 9> kCodecs{"avc1", "hvc1", "jpeg", "apcn", "ap4h",
+                                                  "apch", "apcs", "apco", "ap4x"};
+
+constexpr std::array<int64_t, 7> kQualities{240, 360, 480, 720, 1080, 1440, 2160};
+
+CommandLineAnswer usageError(const std::string& reason, const std::string& command = "")
+{
+    return {fmt::format("stillora: {}\nTry 'stillora {}--help'.\n", printable(reason),
+                        command.empty() ? "" : command + " "),
+            kExitUsage};
+}
+
+/// The whole text as a number, in the C locale.
+std::optional<double> numberOf(std::string_view text)
+{
+    double number = 0;
+    const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (failure != std::errc() || end != text.data() + text.size() || !std::isfinite(number))
+        return std::nullopt;
+    return number;
+}
+
+/// Reads what CLI11 leaves as text, so that the program says itself what is wrong. Returns that, or nothing.
+std::string readSeconds(const std::string& text, CreateOptions& options)
+{
+    const auto seconds = numberOf(text);
+    if (!seconds || *seconds < kMinSecondsPerPhoto || *seconds > kMaxSecondsPerPhoto)
+        return fmt::format("--seconds takes a number from {} to {}, not \"{}\"", kMinSecondsPerPhoto,
+                           kMaxSecondsPerPhoto, text);
+    options.seconds = seconds;
+    return {};
+}
+
+std::string readQuality(const std::string& text, CreateOptions& options)
+{
+    if (text == "auto") {
+        options.quality = CreateOptions::kAutomaticQuality;
+        return {};
+    }
+    for (const int64_t quality : kQualities)
+        if (text == std::to_string(quality)) {
+            options.quality = quality;
+            return {};
+        }
+    return fmt::format("--quality takes auto, {}, not \"{}\"", fmt::join(kQualities, ", "), text);
+}
+
+std::string readCodec(const std::string& text, CreateOptions& options)
+{
+    if (std::find(kCodecs.begin(), kCodecs.end(), text) == kCodecs.end())
+        return fmt::format("--codec takes {}, not \"{}\"", fmt::join(kCodecs, ", "), text);
+    options.codec = text;
+    return {};
+}
+
+std::string readTitle(std::string text, CreateOptions& options)
+{
+    // The extension is added anyway.
+    std::string extension = platform::pathExtension(text);
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    if (extension == "mov")
+        text = text.substr(0, text.size() - std::string_view(".mov").size());
+    if (const auto fault = faultOfTitle(text))
+        return fmt::format("the title \"{}\" {}", prefixOfBytes(printable(text), 60), *fault);
+    options.title = std::move(text);
+    return {};
+}
+
+ParsedCommandLine parseCreate(const std::vector<std::string>& arguments)
+{
+    CreateOptions options;
+    std::string seconds;
+    std::string quality;
+    std::string codec;
+    std::string title;
+    std::string saveFolder;
+    CLI::App app;
+    app.add_option("photos", options.photos);
+    CLI::Option* const secondsOption = app.add_option("--seconds", seconds);
+    CLI::Option* const qualityOption = app.add_option("--quality", quality);
+    CLI::Option* const codecOption = app.add_option("--codec", codec);
+    CLI::Option* const titleOption = app.add_option("--title", title);
+    CLI::Option* const saveOption = app.add_option("--save", saveFolder);
+    app.add_flag("--reduce-borders", options.reducesBorders);
+    app.add_flag("--skip-bad", options.skipsBad);
+    app.add_flag("--json", options.isJSON);
+    app.add_flag("--quiet", options.isQuiet);
+    try {
+        // CLI11 takes them from the end.
+        std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+        app.parse(reversed);
+    } catch (const CLI::CallForHelp&) {
+        return CommandLineAnswer{createHelp(), kExitDone};
+    } catch (const CLI::ParseError& failure) {
+        return usageError(failure.what(), "create");
+    }
+
+    std::string fault;
+    const auto read = [&](const CLI::Option* option, const std::string& text, auto reader) {
+        if (fault.empty() && option->count() > 0)
+            fault = reader(text, options);
+    };
+    read(secondsOption, seconds, readSeconds);
+    read(qualityOption, quality, readQuality);
+    read(codecOption, codec, readCodec);
+    read(titleOption, title, readTitle);
+    if (saveOption->count() > 0) {
+        if (saveFolder.empty() && fault.empty())
+            fault = "--save takes the path of a folder";
+        options.saveFolder = saveFolder;
+    }
+    if (fault.empty() && options.photos.empty())
+        fault = "no photos were given";
+    if (!fault.empty())
+        return usageError(fault, "create");
+    return options;
+}
+
+} // namespace
+
+ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments)
+{
+    if (arguments.empty())
+        return usageError("a command is missing");
+    const std::string& command = arguments.front();
+    if (command == "--help" || command == "-h" || command == "help")
+        return CommandLineAnswer{generalHelp(), kExitDone};
+    if (command == "--version")
+        return CommandLineAnswer{versionText(), kExitDone};
+    // Each command is parsed on its own, so that a photo may have the name of a command.
+    if (command == "create")
+        return parseCreate({arguments.begin() + 1, arguments.end()});
+    return usageError(fmt::format("there is no {} {}", command.starts_with('-') ? "option" : "command", command));
+}

@@ -1,0 +1,7 @@
+#pragma once
+
+#include "client/command/CreateOptions.h"
+
+/// `stillora create`: checks the photos, makes the movie and tells about it on standard output and standard error.
+/// @return the program's exit status
+int runCreateCommand(const CreateOptions& options);

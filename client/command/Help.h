@@ -1,0 +1,10 @@
+#pragma once
+
+#include <string>
+
+/// The texts of `--help`, ready for a terminal of 80 columns.
+std::string generalHelp();
+std::string createHelp();
+
+/// "stillora 0.1.0"
+std::string versionText();

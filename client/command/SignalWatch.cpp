@@ -1,0 +1,66 @@
+#include "client/command/SignalWatch.h"
+
+#include "client/MovieMaker.h"
+#include "client/command/ExitStatus.h"
+
+#include <array>
+#include <atomic>
+#include <csignal>
+
+#include <unistd.h>
+
+namespace {
+
+constexpr std::array<int, 3> kSignals{SIGINT, SIGTERM, SIGHUP};
+
+// All that a handler may touch.
+std::atomic<MovieMaker*> watched{nullptr};
+std::atomic<int> firstSignal{0};
+static_assert(std::atomic<MovieMaker*>::is_always_lock_free && std::atomic<int>::is_always_lock_free);
+
+void interrupted(int signal)
+{
+    int none = 0;
+    if (!firstSignal.compare_exchange_strong(none, signal))
+        alarm(1);
+    if (MovieMaker* maker = watched)
+        maker->cancel();
+}
+
+void patienceIsOver(int)
+{
+    _exit(kExitSignalled + firstSignal);
+}
+
+void install(int signal, void (*handler)(int))
+{
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    action.sa_flags = SA_RESTART;
+    sigemptyset(&action.sa_mask);
+    sigaction(signal, &action, nullptr);
+}
+
+} // namespace
+
+SignalWatch::SignalWatch(MovieMaker& maker)
+{
+    watched = &maker;
+    firstSignal = 0;
+    install(SIGALRM, patienceIsOver);
+    for (const int signal : kSignals) {
+        struct sigaction before = {};
+        if (sigaction(signal, nullptr, &before) == 0 && before.sa_handler != SIG_IGN)
+            install(signal, interrupted);
+    }
+}
+
+SignalWatch::~SignalWatch()
+{
+    watched = nullptr;
+}
+
+int SignalWatch::signal() const
+{
+    return firstSignal;
+}

@@ -1,0 +1,17 @@
+#pragma once
+
+class MovieMaker;
+
+/// While it lives, SIGINT, SIGTERM and SIGHUP cancel a maker instead of ending the program; a second one cancels it at
+/// once, and ends the program a second later whatever it does. Signals that were ignored at the start stay so. One at a
+/// time.
+class SignalWatch final {
+public:
+    explicit SignalWatch(MovieMaker& maker);
+    ~SignalWatch();
+    SignalWatch(const SignalWatch&) = delete;
+    SignalWatch& operator=(const SignalWatch&) = delete;
+
+    /// The first signal that came; 0 if none did.
+    int signal() const;
+};

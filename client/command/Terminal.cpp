@@ -1,0 +1,96 @@
+#include "client/command/Terminal.h"
+
+#include "client/Text.h"
+
+#include <cerrno>
+#include <cstdlib>
+
+#include <langinfo.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int kUsualColumns = 80;
+
+void writeAll(std::string_view text)
+{
+    while (!text.empty()) {
+        const ssize_t count = write(STDERR_FILENO, text.data(), text.size());
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            return;
+        text.remove_prefix(static_cast<size_t>(count));
+    }
+}
+
+bool canDrawOverLines()
+{
+    const char* kind = getenv("TERM");
+    return isatty(STDERR_FILENO) == 1 && kind && *kind && std::string_view(kind) != "dumb";
+}
+
+/// Whether the terminal breaks lines anew when it gets narrower. Others cut them.
+bool breaksLinesAnew()
+{
+    const char* kind = getenv("TERM");
+    return getenv("TMUX") || getenv("VTE_VERSION") || getenv("KONSOLE_VERSION") ||
+           (kind && (std::string_view(kind).starts_with("tmux") || std::string_view(kind) == "xterm-kitty" ||
+                     std::string_view(kind) == "alacritty" || std::string_view(kind).starts_with("foot")));
+}
+
+} // namespace
+
+Terminal::Terminal(ProgressLines lines)
+    : showsProgress_(lines == ProgressLines::Shown && canDrawOverLines()),
+      characters_(std::string_view(nl_langinfo(CODESET)) == "UTF-8" ? LineCharacters::UTF8 : LineCharacters::ASCII)
+{}
+
+Terminal::~Terminal()
+{
+    clearProgress();
+}
+
+int Terminal::columns() const
+{
+    winsize size = {};
+    if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0)
+        return size.ws_col;
+    return kUsualColumns;
+}
+
+/// A line that the terminal has broken, because it got narrower, stands on several rows now.
+std::string Terminal::eraseLastLine(int columns) const
+{
+    const int width = displayWidth(lastLine_);
+    if (columns < lastColumns_ && width > columns && breaksLinesAnew())
+        return "\x1b[" + std::to_string((width - 1) / columns) + "A\r\x1b[J";
+    return "\r\x1b[K";
+}
+
+void Terminal::drawProgress(const ProgressLineContent& content)
+{
+    if (!showsProgress_)
+        return;
+    const int now = columns();
+    std::string line = progressLine(content, now, characters_);
+    if (line == lastLine_ && now == lastColumns_)
+        return;
+    writeAll(eraseLastLine(now) + line);
+    lastLine_ = std::move(line);
+    lastColumns_ = now;
+}
+
+void Terminal::clearProgress()
+{
+    if (!lastLine_.empty())
+        writeAll(eraseLastLine(columns()));
+    lastLine_.clear();
+}
+
+void Terminal::writeLine(std::string_view line)
+{
+    clearProgress();
+    writeAll(printable(line) + "\n");
+}

@@ -1,0 +1,227 @@
+#include "client/MoviePlan.h"
+
+#include "client/ClientError.h"
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+std::vector<PhotoFacts> photos(size_t count)
+{
+    return std::vector<PhotoFacts>(count, PhotoFacts{"/photos/a.jpg", {4000, 3000}, 1000});
+}
+
+MovieWish wishOf(size_t photoCount, double seconds)
+{
+    MovieWish wish;
+    wish.photos = photos(photoCount);
+    wish.secondsPerPhoto = seconds;
+    return wish;
+}
+
+SoundFacts sound(double length)
+{
+    return {"/music/a.mp3", std::nullopt, length};
+}
+
+TEST(MoviePlan, ShowsFivePhotosOnceEach)
+{
+    const auto plan = planMovie(wishOf(5, 3));
+    ASSERT_TRUE(plan);
+    EXPECT_EQ(plan->framesPerPhoto, 1u);
+    EXPECT_EQ(plan->secondsPerFrame, 3);
+    EXPECT_EQ(plan->totalVideoDuration, 15);
+}
+
+TEST(MoviePlan, RepeatsFewerPhotosSoThatEachStandsForItsTime)
+{
+    const struct {
+        size_t photos;
+        size_t framesPerPhoto;
+        double secondsPerFrame;
+    } rows[] = {{1, 5, 0.8}, {2, 3, 4.0 / 3}, {3, 2, 2}, {4, 2, 2}};
+    for (const auto& row : rows) {
+        const auto plan = planMovie(wishOf(row.photos, 4));
+        ASSERT_TRUE(plan);
+        EXPECT_EQ(plan->framesPerPhoto, row.framesPerPhoto) << row.photos;
+        EXPECT_GE(plan->frameCount(row.photos), 5u) << row.photos;
+        EXPECT_DOUBLE_EQ(plan->secondsPerFrame, row.secondsPerFrame) << row.photos;
+        EXPECT_DOUBLE_EQ(plan->totalVideoDuration, 4.0 * static_cast<double>(row.photos));
+    }
+}
+
+TEST(MoviePlan, RefusesAMovieWithoutPhotos)
+{
+    platform::NSError error;
+    EXPECT_FALSE(planMovie(wishOf(0, 4), &error));
+    EXPECT_EQ(error.domain, kClientErrorDomain);
+    EXPECT_EQ(error.code, kClientErrorNothingToShow);
+}
+
+TEST(MoviePlan, RefusesTimesThatCannotBeShown)
+{
+    for (const double seconds : {0.0, -1.0, 0.009, 3601.0, std::nan(""), HUGE_VAL}) {
+        platform::NSError error;
+        EXPECT_FALSE(planMovie(wishOf(5, seconds), &error)) << seconds;
+        EXPECT_EQ(error.code, kClientErrorOutOfRange) << seconds;
+    }
+    EXPECT_TRUE(planMovie(wishOf(5, kMinSecondsPerPhoto)));
+    EXPECT_TRUE(planMovie(wishOf(5, kMaxSecondsPerPhoto)));
+}
+
+TEST(MoviePlan, FillsAMovieWithoutMusicWithSilence)
+{
+    const auto plan = planMovie(wishOf(10, 4));
+    ASSERT_TRUE(plan);
+    ASSERT_EQ(plan->sounds.size(), 1u);
+    EXPECT_FALSE(plan->sounds[0].source);
+    EXPECT_GT(plan->sounds[0].length, 40);
+    EXPECT_EQ(plan->totalSoundtrackDuration, 40);
+    EXPECT_EQ(plan->musicEnd, 0);
+    EXPECT_FALSE(plan->fadeStart);
+}
+
+TEST(MoviePlan, HasNoSoundWhereSilenceIsNotWanted)
+{
+    MovieWish wish = wishOf(10, 4);
+    wish.fillsSilence = false;
+    const auto plan = planMovie(wish);
+    ASSERT_TRUE(plan);
+    EXPECT_TRUE(plan->sounds.empty());
+    EXPECT_EQ(plan->totalSoundtrackDuration, 0);
+}
+
+TEST(MoviePlan, FadesMusicThatIsLongerThanThePictures)
+{
+    MovieWish wish = wishOf(10, 4);
+    wish.sounds = {sound(30), sound(30), sound(30)};
+    const auto plan = planMovie(wish);
+    ASSERT_TRUE(plan);
+    ASSERT_EQ(plan->sounds.size(), 2u) << "the third would begin after the end";
+    EXPECT_EQ(plan->sounds[1].source, 1u);
+    EXPECT_EQ(plan->musicEnd, 40);
+    ASSERT_TRUE(plan->fadeStart);
+    EXPECT_EQ(*plan->fadeStart, 35);
+}
+
+TEST(MoviePlan, ConvertsNoMoreOfTheLastPieceThanIsHeard)
+{
+    MovieWish wish = wishOf(10, 4);
+    wish.sounds = {sound(3600)};
+    const auto plan = planMovie(wish);
+    ASSERT_TRUE(plan);
+    ASSERT_TRUE(plan->sounds[0].selection);
+    EXPECT_EQ(plan->sounds[0].selection->start, 0);
+    EXPECT_GE(plan->sounds[0].selection->end, 40) << "the fade needs sound up to the end";
+    EXPECT_LT(plan->sounds[0].selection->end, 42);
+}
+
+TEST(MoviePlan, ShortensASelectionFromItsOwnStart)
+{
+    MovieWish wish = wishOf(10, 4);
+    wish.sounds = {{"/music/a.mp3", SoundFacts::Selection{100, 300}, 200}};
+    const auto plan = planMovie(wish);
+    ASSERT_TRUE(plan);
+    EXPECT_EQ(plan->sounds[0].selection->start, 100);
+    EXPECT_GE(plan->sounds[0].selection->end, 140);
+    EXPECT_LT(plan->sounds[0].selection->end, 142);
+}
+
+TEST(MoviePlan, NeverTellsTheServiceOfMoreSoundThanPictures)
+{
+    // The service would otherwise choose the pieces again; of a movie under five seconds it would leave none.
+    for (const double seconds : {0.1, 0.8, 4.0, 30.0})
+        for (const double length : {0.5, 3.0, 10.0, 5000.0}) {
+            MovieWish wish = wishOf(5, seconds);
+            wish.sounds = {sound(length), sound(length)};
+            for (const bool loops : {false, true}) {
+                wish.loopsSounds = loops;
+                const auto plan = planMovie(wish);
+                ASSERT_TRUE(plan);
+                EXPECT_FALSE(plan->sounds.empty());
+                EXPECT_LE(plan->totalSoundtrackDuration, plan->totalVideoDuration);
+                double sum = 0;
+                for (const PlannedSound& piece : plan->sounds)
+                    sum += piece.length;
+                EXPECT_GE(sum, plan->totalVideoDuration) << "sound reaches the end of the pictures";
+            }
+        }
+}
+
+TEST(MoviePlan, AppendsSilenceWhereTheMusicEndsEarly)
+{
+    MovieWish wish = wishOf(10, 4);
+    wish.sounds = {sound(30)};
+    const auto plan = planMovie(wish);
+    ASSERT_TRUE(plan);
+    ASSERT_EQ(plan->sounds.size(), 2u);
+    EXPECT_FALSE(plan->sounds[1].source);
+    EXPECT_GE(plan->sounds[1].length, 10);
+    EXPECT_EQ(plan->musicEnd, 30);
+    EXPECT_FALSE(plan->fadeStart) << "it ends by itself";
+}
+
+TEST(MoviePlan, RepeatsTheMusicByItselfWhenLooping)
+{
+    MovieWish wish = wishOf(10, 4);
+    wish.sounds = {sound(7), sound(6)};
+    wish.loopsSounds = true;
+    const auto plan = planMovie(wish);
+    ASSERT_TRUE(plan);
+    // 7 13 20 26 33 39, then the last five seconds have begun.
+    std::vector<std::optional<size_t>> sources;
+    for (const PlannedSound& piece : plan->sounds)
+        sources.push_back(piece.source);
+    EXPECT_EQ(sources, (std::vector<std::optional<size_t>>{0, 1, 0, 1, 0, 1, std::nullopt}));
+    EXPECT_DOUBLE_EQ(plan->musicEnd, 39);
+}
+
+TEST(MoviePlan, RefusesToRepeatASoundThousandsOfTimes)
+{
+    MovieWish wish = wishOf(100, 60);
+    wish.sounds = {sound(0.5)};
+    wish.loopsSounds = true;
+    platform::NSError error;
+    EXPECT_FALSE(planMovie(wish, &error));
+    EXPECT_EQ(error.code, kClientErrorOutOfRange);
+}
+
+TEST(MoviePlan, SharesTheMusicAmongThePhotosWhenFitting)
+{
+    MovieWish wish = wishOf(7, 0);
+    wish.sounds = {sound(100), sound(80)};
+    wish.fitsMusic = true;
+    const auto plan = planMovie(wish);
+    ASSERT_TRUE(plan);
+    EXPECT_LE(plan->totalVideoDuration, 180);
+    EXPECT_GT(plan->totalVideoDuration, 179.9);
+    EXPECT_EQ(plan->sounds.size(), 2u) << "no silence";
+    EXPECT_TRUE(plan->fadeStart);
+    const double ticks = plan->secondsPerPhoto * 10000;
+    EXPECT_NEAR(ticks, std::round(ticks), 1e-6) << "whole ticks of the picture track";
+}
+
+TEST(MoviePlan, ChoosesTheFrameSizeAsTheServiceDoes)
+{
+    const auto size = [](int64_t quality, std::vector<platform::CGSize> sizes) {
+        std::vector<PhotoFacts> list;
+        for (const platform::CGSize& each : sizes)
+            list.push_back({"", each, 0});
+        return frameSizeForQuality(quality, list);
+    };
+    EXPECT_EQ(size(720, {{100, 100}}), (platform::CGSize{1280, 720}));
+    EXPECT_EQ(size(480, {}), (platform::CGSize{854, 480}));
+    EXPECT_EQ(size(0, {{4000, 3000}, {1000, 2000}}), (platform::CGSize{854, 480}));
+    EXPECT_EQ(size(100, {{1920, 1080}}), (platform::CGSize{1920, 1080}));
+    EXPECT_EQ(size(-1, {{1919, 1080}}), (platform::CGSize{1280, 720}));
+    EXPECT_EQ(size(0, {{1280, 720}}), (platform::CGSize{1280, 720}));
+    EXPECT_EQ(size(0, {{10, 10}}), (platform::CGSize{320, 240}));
+    EXPECT_EQ(size(0, {{9000, 9000}}), (platform::CGSize{3840, 2160}));
+    EXPECT_EQ(size(0, {}), (platform::CGSize{3840, 2160}));
+}
+
+} // namespace

@@ -1,0 +1,163 @@
+#include "client/command/CommandLine.h"
+
+#include "client/command/Help.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+using Arguments = std::vector<std::string>;
+
+CreateOptions created(const Arguments& arguments)
+{
+    const ParsedCommandLine parsed = parseCommandLine(arguments);
+    if (const auto* answer = std::get_if<CommandLineAnswer>(&parsed)) {
+        ADD_FAILURE() << answer->text;
+        return {};
+    }
+    return std::get<CreateOptions>(parsed);
+}
+
+CommandLineAnswer answered(const Arguments& arguments)
+{
+    const ParsedCommandLine parsed = parseCommandLine(arguments);
+    if (const auto* answer = std::get_if<CommandLineAnswer>(&parsed))
+        return *answer;
+    ADD_FAILURE() << "the command line was taken";
+    return {};
+}
+
+TEST(CommandLine, HasTheDefaultsThatTheHelpTells)
+{
+    const CreateOptions options = created({"create", "a.jpg"});
+    EXPECT_THAT(options.photos, ElementsAre("a.jpg"));
+    EXPECT_FALSE(options.seconds);
+    EXPECT_EQ(options.codec, "avc1");
+    EXPECT_EQ(options.quality, CreateOptions::kAutomaticQuality);
+    EXPECT_FALSE(options.reducesBorders || options.isJSON || options.isQuiet || options.skipsBad);
+    EXPECT_FALSE(options.title || options.saveFolder);
+}
+
+TEST(CommandLine, ReadsEveryOption)
+{
+    const CreateOptions options =
+        created({"create", "a.jpg", "--seconds", "2.5", "--quality", "1080", "--codec", "hvc1", "--reduce-borders", "b",
+                 "--title", "Trip v1.2", "--save", "/movies", "--json", "--quiet", "--skip-bad", "c.png"});
+    EXPECT_THAT(options.photos, ElementsAre("a.jpg", "b", "c.png"));
+    EXPECT_EQ(options.seconds, 2.5);
+    EXPECT_EQ(options.quality, 1080);
+    EXPECT_EQ(options.codec, "hvc1");
+    EXPECT_TRUE(options.reducesBorders && options.isJSON && options.isQuiet && options.skipsBad);
+    EXPECT_EQ(options.title, "Trip v1.2");
+    EXPECT_EQ(options.saveFolder, "/movies");
+}
+
+TEST(CommandLine, TakesWhatFollowsTwoHyphensAsPhotos)
+{
+    EXPECT_THAT(created({"create", "--quiet", "--", "--json", "-a.jpg"}).photos, ElementsAre("--json", "-a.jpg"));
+    EXPECT_THAT(created({"create", "--seconds=3", "a.jpg"}).photos, ElementsAre("a.jpg"));
+}
+
+TEST(CommandLine, TakesPhotosThatAreNamedLikeACommand)
+{
+    EXPECT_THAT(created({"create", "create", "help"}).photos, ElementsAre("create", "help"));
+}
+
+TEST(CommandLine, KeepsBytesOfNamesThatAreNoUTF8)
+{
+    EXPECT_THAT(created({"create", "caf\xE9.jpg"}).photos, ElementsAre("caf\xE9.jpg"));
+}
+
+TEST(CommandLine, KnowsEveryQualityOfTheTable)
+{
+    for (const int64_t quality : {240, 360, 480, 720, 1080, 1440, 2160})
+        EXPECT_EQ(created({"create", "a", "--quality", std::to_string(quality)}).quality, quality);
+    EXPECT_EQ(created({"create", "a", "--quality", "auto"}).quality, CreateOptions::kAutomaticQuality);
+}
+
+TEST(CommandLine, TakesTheExtensionOffATitle)
+{
+    EXPECT_EQ(created({"create", "a", "--title", "Holiday.mov"}).title, "Holiday");
+    EXPECT_EQ(created({"create", "a", "--title", "Holiday.MOV"}).title, "Holiday");
+    EXPECT_EQ(created({"create", "a", "--title", "St. Ives"}).title, "St. Ives");
+}
+
+TEST(CommandLine, RefusesWhatItCannotUseAndSaysWhy)
+{
+    const struct {
+        Arguments arguments;
+        std::string reason;
+    } rows[] = {
+        {{}, "a command is missing"},
+        {{"make"}, "there is no command make"},
+        {{"--make"}, "there is no option --make"},
+        {{"create"}, "no photos were given"},
+        {{"create", "--quiet"}, "no photos were given"},
+        {{"create", "a", "--seconds", "0"}, "--seconds takes a number from 0.01 to 3600, not \"0\""},
+        {{"create", "a", "--seconds", "-1"}, "--seconds"},
+        {{"create", "a", "--seconds", "2,5"}, "\"2,5\""},
+        {{"create", "a", "--seconds", "2s"}, "\"2s\""},
+        {{"create", "a", "--seconds", "nan"}, "\"nan\""},
+        {{"create", "a", "--seconds", "inf"}, "\"inf\""},
+        {{"create", "a", "--seconds", "1e99"}, "\"1e99\""},
+        {{"create", "a", "--seconds", ""}, "\"\""},
+        {{"create", "a", "--quality", "1081"}, "--quality takes auto, 240, 360, 480, 720, 1080, 1440, 2160, not"},
+        {{"create", "a", "--quality", "1080p"}, "\"1080p\""},
+        {{"create", "a", "--codec", "h264"}, "--codec takes avc1, hvc1, jpeg, apcn, ap4h, apch, apcs, apco, ap4x, not"},
+        {{"create", "a", "--codec", ""}, "--codec"},
+        {{"create", "a", "--title", "a/b"}, "the title \"a/b\" holds a \"/\""},
+        {{"create", "a", "--title", ""}, "is empty"},
+        {{"create", "a", "--title", "  "}, "is empty"},
+        {{"create", "a", "--title", ".mov"}, "begins with a dot"},
+        {{"create", "a", "--title", "a\nb"}, "control characters"},
+        {{"create", "a", "--title", "caf\xE9"}, "not valid UTF-8"},
+        {{"create", "a", "--title", std::string(251, 'x')}, "is 251 bytes long; 200 are possible"},
+        {{"create", "a", "--save", ""}, "--save"},
+        {{"create", "a", "--save"}, "--save"},
+        {{"create", "a", "--loudly"}, "--loudly"},
+        {{"create", "a", "--seconds", "1", "--seconds", "2"}, "--seconds"},
+    };
+    for (const auto& row : rows) {
+        const CommandLineAnswer answer = answered(row.arguments);
+        EXPECT_EQ(answer.exitStatus, 2) << row.reason;
+        EXPECT_THAT(answer.text, AllOf(StartsWith("stillora: "), HasSubstr(row.reason), HasSubstr("--help'.\n")));
+    }
+}
+
+TEST(CommandLine, ShowsTheVersion)
+{
+    EXPECT_EQ(answered({"--version"}).exitStatus, 0);
+    EXPECT_THAT(answered({"--version"}).text, testing::MatchesRegex("stillora [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+}
+
+TEST(CommandLine, ShowsEveryOptionAndExitStatusInTheHelp)
+{
+    for (const Arguments& arguments : {Arguments{"--help"}, Arguments{"-h"}, Arguments{"create", "--help"},
+                                       Arguments{"create", "-h"}, Arguments{"create", "a", "--help"}}) {
+        const CommandLineAnswer answer = answered(arguments);
+        EXPECT_EQ(answer.exitStatus, 0);
+        for (const char* option : {"--seconds", "--quality", "--codec", "--reduce-borders", "--title", "--save",
+                                   "--skip-bad", "--json", "--quiet", "--help", "default 4"})
+            EXPECT_THAT(answer.text, HasSubstr(option));
+        for (const char* status : {"\n  0 ", "\n  1 ", "\n  2 ", "\n  3 ", "\n  4 ", "\n  5 ", "130"})
+            EXPECT_THAT(answer.text, HasSubstr(status));
+    }
+    EXPECT_THAT(answered({"--help"}).text, HasSubstr("--version"));
+}
+
+TEST(CommandLine, HelpFitsATerminalOf80Columns)
+{
+    for (const std::string& text : {generalHelp(), createHelp()}) {
+        std::istringstream lines(text);
+        for (std::string line; std::getline(lines, line);)
+            EXPECT_LE(line.size(), 80u) << line;
+    }
+}
+
+} // namespace
