@@ -24,6 +24,8 @@ using namespace std::chrono_literals;
 constexpr auto kIdleLife = 10s;
 /// Between two looks at threads that are too busy to take what waits.
 constexpr auto kWatchInterval = 2ms;
+/// After this long without a block begun, another thread is made however busy the others are: some blocks spin.
+constexpr auto kPatience = 20ms;
 
 pid_t currentThreadId()
 {
@@ -136,6 +138,7 @@ void ThreadPool::work()
         }
         auto block = std::move(pending_.front());
         pending_.pop_front();
+        ++begun_;
         lock_.unlock();
         block();
         // What the block holds goes before the next one starts, and outside the lock.
@@ -150,14 +153,22 @@ void ThreadPool::watch()
 {
     lock_.lock();
     auto idleDeadline = std::chrono::steady_clock::now() + kIdleLife;
+    auto lastProgress = std::chrono::steady_clock::now();
+    uint64_t begunThen = begun_;
     for (;;) {
+        const auto now = std::chrono::steady_clock::now();
         if (pending_.size() > idle_) {
-            if (runningThreads() < processors_)
-                addThread();
-            idleDeadline = std::chrono::steady_clock::now() + kIdleLife;
+            if (begun_ != begunThen) {
+                begunThen = begun_;
+                lastProgress = now;
+            }
+            if ((runningThreads() < processors_ || now - lastProgress > kPatience) && addThread())
+                lastProgress = now;
+            idleDeadline = now + kIdleLife;
             workWaits_.wait_for(lock_, kWatchInterval);
             continue;
         }
+        lastProgress = now;
         if (workWaits_.wait_until(lock_, idleDeadline) == std::cv_status::timeout && pending_.size() <= idle_)
             break;
     }

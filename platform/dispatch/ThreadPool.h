@@ -3,6 +3,7 @@
 #include "platform/dispatch/Lock.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <set>
@@ -11,8 +12,9 @@
 namespace platform {
 
 /// Threads that run blocks in order of adding. As many threads run as there are processors; a thread that sleeps or
-/// waits does not count, and another takes its place while blocks wait. Idle threads end after a while. Never
-/// destroyed: blocks may wait for ever, and must not be torn down under the process's own exit.
+/// waits does not count, and another takes its place while blocks wait; where all are busy for long, one more is made.
+/// Idle threads end after a while. Never destroyed: blocks may wait for ever, and must not be torn down under the
+/// process's own exit.
 class ThreadPool final {
 public:
     /// The pool whose threads run at the process's niceness plus `niceness` (0 to 19).
@@ -42,6 +44,8 @@ private:
     /// Made, but not yet in `threads_`.
     size_t starting_ GUARDED_BY(lock_) = 0;
     size_t idle_ GUARDED_BY(lock_) = 0;
+    /// Blocks taken so far.
+    uint64_t begun_ GUARDED_BY(lock_) = 0;
     bool watching_ GUARDED_BY(lock_) = false;
 };
 

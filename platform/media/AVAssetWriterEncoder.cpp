@@ -1,7 +1,5 @@
 #include "platform/media/AVAssetWriterEncoder.h"
 
-#include "platform/foundation/NSGeometry.h"
-
 #include <algorithm>
 #include <cmath>
 #include <optional>
@@ -44,7 +42,8 @@ std::unique_ptr<AVAssetWriterEncoder> AVAssetWriterEncoder::create(const AVVideo
     const auto height = side(settings.height);
     if (!width || !height) {
         fail(error, kAVFoundationErrorDomain, kAVErrorUnknown,
-             "a video cannot have the size " + NSStringFromSize({settings.width, settings.height}));
+             "a video cannot be " + std::to_string(settings.width) + " x " + std::to_string(settings.height) +
+                 " pixels");
         return nullptr;
     }
     if (settings.codec == kAVVideoCodecJPEG)

@@ -112,6 +112,25 @@ TEST(DispatchQueue, IsNotStarvedByBlocksThatWait)
     left.wait();
 }
 
+TEST(DispatchQueue, IsNotStarvedByBlocksThatSpin)
+{
+    const auto count = 2 * std::thread::hardware_concurrency();
+    std::atomic<bool> open{false};
+    std::latch left(count);
+    for (unsigned i = 0; i < count; ++i) {
+        DispatchQueue::global()->async([&] {
+            while (!open)
+                std::this_thread::yield();
+            left.count_down();
+        });
+    }
+    std::promise<void> ran;
+    DispatchQueue::global()->async([&] { ran.set_value(); });
+    EXPECT_EQ(ran.get_future().wait_for(kDeadline), std::future_status::ready);
+    open = true;
+    left.wait();
+}
+
 TEST(DispatchQueue, DoesNotMakeAThreadForEachBlockThatComputes)
 {
     const auto queue = DispatchQueue::create("busy", {.kind = DispatchQueue::Kind::Concurrent, .niceness = 2});

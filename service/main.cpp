@@ -1,0 +1,81 @@
+#include "platform/connection/NSXPCListener.h"
+#include "platform/dispatch/DispatchQueue.h"
+#include "platform/foundation/NSBundle.h"
+#include "platform/foundation/NSLog.h"
+#include "platform/system/NSProcessInfo.h"
+#include "service/ServiceDelegate.h"
+#include "service/morStilloraVideoCreator.h"
+
+#include <clocale>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <malloc.h>
+#include <memory>
+#include <string>
+#include <system_error>
+
+namespace {
+
+/// What cancelled jobs get to come to their end in, once nobody listens any more. Some never do.
+constexpr double kLastSeconds = 10;
+
+/// Frames come and go by the dozen, each some megabytes: blocks of that size go back to the system when they are freed,
+/// and the small ones are shared by few arenas, whose holes do not add up.
+void limitMemory()
+{
+    mallopt(M_MMAP_THRESHOLD, 4 << 20);
+    mallopt(M_TRIM_THRESHOLD, 16 << 20);
+    mallopt(M_ARENA_MAX, 4);
+}
+
+/// The translations: in `share/locale` of the first folder above the program that has one, wherever that was put.
+void findTranslations()
+{
+    std::setlocale(LC_MESSAGES, "");
+    std::error_code error;
+    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
+    for (auto folder = program.parent_path(); folder.has_relative_path(); folder = folder.parent_path()) {
+        const auto translations = folder / "share/locale";
+        if (std::filesystem::is_directory(translations, error)) {
+            platform::NSBundle::mainBundle().setLocalizations(translations, "stillora");
+            return;
+        }
+    }
+}
+
+} // namespace
+
+int main()
+{
+    limitMemory();
+    // A client that is gone is an error of the write, not the end of the process. A terminal's interrupt is for the
+    // client that was started there: it cancels its job and waits for the answer.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGINT, SIG_IGN);
+    platform::NSProcessInfo::processInfo().setProcessName("Stillora");
+    findTranslations();
+
+    const auto delegate = std::make_shared<ServiceDelegate>();
+    platform::NSError error;
+    const auto listener = platform::NSXPCListener::serviceListener(&error);
+    if (!listener) {
+        std::fprintf(stderr,
+                     "stillora-video-creator: %s\n"
+                     "It is started by a client, or by socket activation: systemd-socket-activate -l PATH %s\n",
+                     error.localizedDescription.c_str(), program_invocation_short_name);
+        return EXIT_FAILURE;
+    }
+    listener->setDelegate(delegate);
+    listener->resume();
+
+    const bool isIdle = platform::DispatchQueue::runMainUntil(
+        [] { return morStilloraVideoCreator::unansweredRequests() == 0; }, kLastSeconds);
+    if (!isIdle) {
+        platform::NSLog("A job did not come to its end in time; the process ends without it");
+        // Its threads still run, so nothing that they use is torn down.
+        std::_Exit(EXIT_SUCCESS);
+    }
+    return EXIT_SUCCESS;
+}

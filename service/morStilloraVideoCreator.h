@@ -1,0 +1,115 @@
+#pragma once
+
+#include "items/morStilloraVideoCreatorProtocol.h"
+#include "platform/connection/NSXPCConnection.h"
+#include "platform/dispatch/Lock.h"
+#include "platform/dispatch/NSOperationQueue.h"
+#include "platform/foundation/NSGeometry.h"
+#include "platform/media/AVURLAsset.h"
+#include "service/VideoCreatorStages.h"
+#include "video/VideoStageContext.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+/// Runs the jobs of one connection, and holds what their stages share. Held by a shared_ptr. Any thread.
+///
+/// Once cancelled it stays so: later requests are answered as cancelled.
+class morStilloraVideoCreator final : public morStilloraVideoCreatorProtocol,
+                                      public VideoStageContext,
+                                      public std::enable_shared_from_this<morStilloraVideoCreator> {
+public:
+    explicit morStilloraVideoCreator(VideoCreatorStages stages = VideoCreatorStages::real());
+    /// Waits for the operations that its queues still run, which use it; those that wait are dropped.
+    ~morStilloraVideoCreator() override;
+
+    /// How many frames are made at once on a machine of so many processors.
+    static int frameOperationCountForProcessors(uint64_t processorCount);
+
+    /// Requests of all creators that have not been answered yet.
+    static size_t unansweredRequests();
+
+    /// Returns at once: the job runs on the global queue and answers once, on the main queue.
+    void createStillMotionVideoWithPhotos(PhotoList photos, SoundtrackList soundtracks, double totalVideoDuration,
+                                          double totalSoundtrackDuration, bool shouldLoopSoundtrack,
+                                          double durationPerPhoto, const std::optional<std::string>& desiredCodec,
+                                          int64_t quality, bool shouldReduceBorders,
+                                          const platform::NSData& documentURL, const platform::NSData& saveURL,
+                                          const platform::NSData& temporaryURL, Reply reply) override;
+
+    /// Only sets the flag, which the running job and its stages look at, and allows automatic termination.
+    void cancelCreation() override;
+
+    /// @name Stages; each blocks its caller but for the last but one.
+    /// @{
+    platform::AVURLAssetPtr finishedSoundtrackWithSoundtracks(const SoundtrackList& soundtracks,
+                                                              double totalVideoDuration, double totalSoundtrackDuration,
+                                                              bool shouldLoopSoundtrack,
+                                                              platform::NSError* error = nullptr);
+    platform::AVURLAssetPtr videoWithPhotos(const PhotoList& photos, int64_t quality, bool reduceBorders,
+                                            double durationPerPhoto, const std::optional<std::string>& desiredCodec,
+                                            platform::NSError* error = nullptr);
+    platform::CGSize videoSizeForQuality(int64_t quality, const PhotoList& photos, uint64_t* totalFileSize = nullptr,
+                                         PhotoList* failedPhotos = nullptr);
+    platform::AVURLAssetPtr movieByCombiningVideo(const platform::AVURLAssetPtr& video,
+                                                  const platform::AVURLAssetPtr& withSoundtrack,
+                                                  const std::optional<platform::NSURL>& forFinalDocURL,
+                                                  platform::NSError* error = nullptr);
+    void _fillBufferArrayUsingPhotos(const PhotoList& photos, platform::CGSize maxVidSize, bool reduceBorders);
+    platform::NSURL _URLForFinalVideoAtDocumentURL(const std::optional<platform::NSURL>& documentURL);
+    /// @}
+
+    /// Removes the asset's file if its path contains the text of the temporary folder's URL; does nothing for null.
+    /// A path does not contain a URL's scheme, so files of an ordinary temporary folder stay: that is wanted.
+    void _deleteAsset(const platform::AVURLAssetPtr& asset);
+    void _setAutomaticTerminationEnabled(bool isEnabled);
+
+    /// @name Properties
+    /// @{
+    bool isCancelled() const override { return isCancelled_; }
+    void setIsCancelled(bool isCancelled) override { isCancelled_ = isCancelled; }
+    /// The connection that owns this creator; null while there is none.
+    platform::NSXPCConnectionPtr xpcConnection() const;
+    void setXpcConnection(platform::NSXPCConnectionPtr connection);
+    platform::NSURL destinationURL() const override;
+    void setDestinationURL(platform::NSURL url);
+    platform::NSURL temporaryURL() const override;
+    void setTemporaryURL(platform::NSURL url);
+    platform::NSOperationQueue& fbQ() override { return fbQ_; }
+    platform::NSOperationQueue& bufferCreationQ() override { return bufferCreationQ_; }
+    uint64_t currentNeededPhotoIndex() const override { return currentNeededPhotoIndex_; }
+    void setCurrentNeededPhotoIndex(uint64_t index) override { currentNeededPhotoIndex_ = index; }
+    std::shared_ptr<FrameList> imageBuffers() const override;
+    void setImageBuffers(std::shared_ptr<FrameList> frames) override;
+    /// @}
+
+    void updateProgress(const ProgressUpdate& update) override;
+
+private:
+    struct Job;
+
+    void run(const std::shared_ptr<Job>& job);
+    /// Answers without a movie, on the main queue, with the flag as it is then.
+    void answer(const std::shared_ptr<Job>& job, const platform::NSError& error);
+    void releaseAssertion(const Job& job) const;
+    platform::AVURLAssetPtr movieByMovingVideo(const platform::AVURLAssetPtr& video,
+                                               const std::optional<platform::NSURL>& documentURL);
+
+    const VideoCreatorStages stages_;
+
+    std::atomic<bool> isCancelled_{false};
+    std::atomic<uint64_t> currentNeededPhotoIndex_{0};
+
+    mutable platform::Lock lock_;
+    platform::NSXPCConnectionPtr xpcConnection_ GUARDED_BY(lock_);
+    platform::NSURL destinationURL_ GUARDED_BY(lock_);
+    platform::NSURL temporaryURL_ GUARDED_BY(lock_);
+    std::shared_ptr<FrameList> imageBuffers_ GUARDED_BY(lock_);
+
+    platform::NSOperationQueue fbQ_;
+    platform::NSOperationQueue bufferCreationQ_;
+};
