@@ -70,10 +70,9 @@ public:
         if (content_.title.empty())
             content_.title = localized("Starting");
         content_.timeLeft.clear();
-        if (secondsLeft_) {
-            const double left = std::max(*secondsLeft_ - secondsSince(lastUpdate_), 0.0);
+        // An estimate that has run out says nothing any more.
+        if (const double left = secondsLeft_.value_or(0) - secondsSince(lastUpdate_); left > 0)
             content_.timeLeft = fmt::format(fmt::runtime(localized("{} left")), clockText(left));
-        }
         content_.turns = secondsSince(start_) / kTurnSeconds;
         terminal_.drawProgress(content_);
     }

@@ -16,6 +16,13 @@ constexpr int kLongestBar = 32;
 constexpr int kShortestBar = 8;
 constexpr int kShortestTitle = 8;
 
+/// Left free at the end: some terminals wrap in the last column, and the "^C" of an interruption would wrap too, which
+/// leaves a piece of the line behind. On the narrowest terminals every column counts.
+int freeColumns(int columns)
+{
+    return columns >= 20 ? 3 : 1;
+}
+
 /// Columns of the block that moves in a bar without a fraction.
 constexpr int kBlockColumns = 3;
 
@@ -88,7 +95,7 @@ std::string withoutOtherCharacters(const std::string& text, LineCharacters chara
 
 std::string progressLine(const ProgressLineContent& content, int columns, LineCharacters characters)
 {
-    const int room = columns - 1;
+    const int room = columns - freeColumns(columns);
     const std::string_view mark = characters == LineCharacters::UTF8 ? "…" : "...";
     const std::string title = withoutOtherCharacters(printable(content.title), characters);
     const std::string timeLeft = withoutOtherCharacters(content.timeLeft, characters);

@@ -19,7 +19,7 @@ struct ProgressLineContent {
 
 enum class LineCharacters { UTF8, ASCII };
 
-/// The line for a terminal of so many columns, without control characters. It leaves the last column free, where some
-/// terminals already wrap. What does not fit is left out in this order: the bar's length, the count, the time, the bar,
-/// the end of the title; the percentage stays to the last.
+/// The line for a terminal of so many columns, without control characters. It leaves the last columns free. What does
+/// not fit is left out in this order: the bar's length, the count, the time, the bar, the end of the title; the
+/// percentage stays to the last.
 std::string progressLine(const ProgressLineContent& content, int columns, LineCharacters characters);

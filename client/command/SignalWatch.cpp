@@ -37,7 +37,10 @@ void install(int signal, void (*handler)(int))
     struct sigaction action = {};
     action.sa_handler = handler;
     action.sa_flags = SA_RESTART;
+    // Else the second of two that come together would be handled first.
     sigemptyset(&action.sa_mask);
+    for (const int other : kSignals)
+        sigaddset(&action.sa_mask, other);
     sigaction(signal, &action, nullptr);
 }
 

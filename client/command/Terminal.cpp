@@ -75,17 +75,19 @@ void Terminal::drawProgress(const ProgressLineContent& content)
         return;
     const int now = columns();
     std::string line = progressLine(content, now, characters_);
-    if (line == lastLine_ && now == lastColumns_)
+    if (isDrawn_ && line == lastLine_ && now == lastColumns_)
         return;
     writeAll(eraseLastLine(now) + line);
+    isDrawn_ = true;
     lastLine_ = std::move(line);
     lastColumns_ = now;
 }
 
 void Terminal::clearProgress()
 {
-    if (!lastLine_.empty())
+    if (isDrawn_)
         writeAll(eraseLastLine(columns()));
+    isDrawn_ = false;
     lastLine_.clear();
 }
 

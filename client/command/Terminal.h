@@ -32,6 +32,8 @@ private:
 
     const bool showsProgress_;
     const LineCharacters characters_;
+    /// Also of an empty line, on a terminal that has no room for more.
+    bool isDrawn_ = false;
     std::string lastLine_;
     int lastColumns_ = 0;
 };

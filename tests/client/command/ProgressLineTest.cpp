@@ -44,11 +44,11 @@ TEST_F(ProgressLine, NeverReachesTheLastColumn)
 TEST_F(ProgressLine, LeavesOutTheCountThenTheTimeThenTheBarThenTheTitle)
 {
     EXPECT_EQ(progressLine(content, 60, LineCharacters::ASCII),
-              "Rendering the photos  [###--------]   30%  12/40  0:42 left");
-    EXPECT_EQ(progressLine(content, 52, LineCharacters::ASCII), "Rendering the photos  [###-------]   30%  0:42 left");
-    EXPECT_EQ(progressLine(content, 40, LineCharacters::ASCII), "Rendering the photos  [##-------]   30%");
+              "Rendering the photos  [##-------]   30%  12/40  0:42 left");
+    EXPECT_EQ(progressLine(content, 52, LineCharacters::ASCII), "Rendering the photos  [##------]   30%  0:42 left");
+    EXPECT_EQ(progressLine(content, 40, LineCharacters::ASCII), "Rendering the photos  [##-----]   30%");
     EXPECT_EQ(progressLine(content, 30, LineCharacters::ASCII), "Rendering the photos   30%");
-    EXPECT_EQ(progressLine(content, 20, LineCharacters::ASCII), "Rendering...   30%");
+    EXPECT_EQ(progressLine(content, 20, LineCharacters::ASCII), "Renderin...   30%");
     EXPECT_EQ(progressLine(content, 10, LineCharacters::ASCII), "30%");
     EXPECT_EQ(progressLine(content, 3, LineCharacters::ASCII), "");
 }
@@ -73,11 +73,11 @@ TEST_F(ProgressLine, BearsFractionsOutOfRange)
 TEST_F(ProgressLine, MovesABlockWhereNoFractionIsKnown)
 {
     ProgressLineContent each{"Title", std::nullopt, "", ""};
-    EXPECT_EQ(progressLine(each, 30, LineCharacters::ASCII), "Title  [###-----------------]");
+    EXPECT_EQ(progressLine(each, 30, LineCharacters::ASCII), "Title  [###---------------]");
     each.turns = 0.5;
-    EXPECT_EQ(progressLine(each, 30, LineCharacters::ASCII), "Title  [-----------------###]");
+    EXPECT_EQ(progressLine(each, 30, LineCharacters::ASCII), "Title  [---------------###]");
     each.turns = 1;
-    EXPECT_EQ(progressLine(each, 30, LineCharacters::ASCII), "Title  [###-----------------]");
+    EXPECT_EQ(progressLine(each, 30, LineCharacters::ASCII), "Title  [###---------------]");
     EXPECT_EQ(progressLine(each, 8, LineCharacters::ASCII), "Title");
 }
 
@@ -91,7 +91,7 @@ TEST_F(ProgressLine, SaysInASCIIWhatItCannotShow)
 TEST_F(ProgressLine, CountsWideTitlesByColumns)
 {
     ProgressLineContent each{"写真を描画しています", 0.5, "", ""};
-    EXPECT_EQ(displayWidth(progressLine(each, 40, LineCharacters::UTF8)), 39);
+    EXPECT_EQ(displayWidth(progressLine(each, 40, LineCharacters::UTF8)), 37);
     EXPECT_EQ(progressLine(each, 19, LineCharacters::UTF8), "写真を描画…   50%");
 }
 

@@ -1,0 +1,156 @@
+#include "client/PhotoCheck.h"
+
+#include "tests/support/TemporaryFolder.h"
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::SizeIs;
+using Origin = PhotoCandidate::Origin;
+
+class PhotoCheck : public testing::Test {
+protected:
+    std::string picture(const std::string& name, int width, int height) const
+    {
+        const std::string path = folder_.path(name);
+        const std::string command = "ffmpeg -v error -y -f lavfi -i testsrc=size=" + std::to_string(width) + "x" +
+                                    std::to_string(height) + ":rate=1 -frames:v 1 '" + path + "'";
+        EXPECT_EQ(std::system(command.c_str()), 0);
+        return path;
+    }
+
+    static CheckedPhotos check(const std::vector<std::string>& paths, Origin origin = Origin::Named)
+    {
+        std::vector<PhotoCandidate> candidates;
+        for (const std::string& path : paths)
+            candidates.push_back({path, origin});
+        return checkPhotos(candidates, [](size_t) { return true; });
+    }
+
+    std::string reasonFor(const std::string& path) const
+    {
+        const CheckedPhotos checked = check({path});
+        EXPECT_THAT(checked.good, IsEmpty());
+        return checked.bad.size() == 1 && checked.bad[0].path == path ? checked.bad[0].reason : "not refused";
+    }
+
+    const TemporaryFolder folder_;
+};
+
+TEST_F(PhotoCheck, MeasuresGoodPhotosInTheOrderGiven)
+{
+    const std::string a = picture("a.jpg", 320, 240);
+    const std::string b = picture("b.png", 640, 480);
+    const CheckedPhotos checked = check({b, a, b});
+    ASSERT_THAT(checked.good, SizeIs(3));
+    EXPECT_THAT(checked.bad, IsEmpty());
+    EXPECT_EQ(checked.good[0].path, b);
+    EXPECT_EQ(checked.good[0].size, (platform::CGSize{640, 480}));
+    EXPECT_EQ(checked.good[1].size, (platform::CGSize{320, 240}));
+    struct stat status = {};
+    ASSERT_EQ(stat(a.c_str(), &status), 0);
+    EXPECT_EQ(checked.good[1].fileSize, status.st_size);
+}
+
+TEST_F(PhotoCheck, MeasuresTurnedPhotosUpright)
+{
+    const std::string photo = picture("turned.jpg", 320, 240);
+    ASSERT_EQ(std::system(("exiftool -q -overwrite_original -n -Orientation=6 " + photo).c_str()), 0);
+    const CheckedPhotos checked = check({photo});
+    ASSERT_THAT(checked.good, SizeIs(1));
+    EXPECT_EQ(checked.good[0].size, (platform::CGSize{240, 320}));
+}
+
+TEST_F(PhotoCheck, TakesAPhotoByItsContentNotByItsName)
+{
+    const std::string photo = picture("a.jpg", 320, 240);
+    const std::string other = folder_.makeFile("named.txt", TemporaryFolder::contentsOf(photo));
+    EXPECT_THAT(check({other}).good, SizeIs(1));
+    EXPECT_THAT(check({other}, Origin::FoundAsFile).good, SizeIs(1));
+}
+
+TEST_F(PhotoCheck, SaysWhyAFileIsNoPhoto)
+{
+    EXPECT_EQ(reasonFor(folder_.path("missing.jpg")), "No such file or directory");
+    EXPECT_EQ(reasonFor(folder_.makeFile("empty.jpg", "")), "is empty");
+    EXPECT_EQ(reasonFor(folder_.makeFolder("folder.jpg")), "is not a regular file");
+    EXPECT_THAT(reasonFor(folder_.makeFile("text.jpg", "Dear diary")), Not(testing::AnyOf("", "not refused")));
+}
+
+TEST_F(PhotoCheck, DoesNotRepeatThePathInTheReason)
+{
+    const std::string path = folder_.makeFile("text.jpg", "Dear diary, this is no picture at all.");
+    EXPECT_THAT(reasonFor(path), Not(HasSubstr("text.jpg")));
+}
+
+TEST_F(PhotoCheck, WaitsForNoPipe)
+{
+    const std::string path = folder_.path("pipe.jpg");
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    EXPECT_EQ(reasonFor(path), "is not a regular file");
+}
+
+TEST_F(PhotoCheck, RefusesAPhotoWhoseHeaderAloneIsGood)
+{
+    // The header says what there is; only decoding tells that it is not there.
+    const std::string whole = TemporaryFolder::contentsOf(picture("whole.png", 640, 480));
+    const std::string damaged = folder_.makeFile("damaged.png", whole.substr(0, 60));
+    EXPECT_THAT(reasonFor(damaged), Not(testing::AnyOf("", "not refused")));
+}
+
+TEST_F(PhotoCheck, PassesOverFilesOfAFolderThatAreNoPictures)
+{
+    const std::string text = folder_.makeFile("README", "not a picture");
+    const std::string empty = folder_.makeFile("empty", "");
+    const CheckedPhotos checked = check({text, empty}, Origin::FoundAsFile);
+    EXPECT_THAT(checked.bad, IsEmpty());
+    EXPECT_EQ(checked.passedOver, 2u);
+    EXPECT_THAT(check({folder_.makeFile("a.jpg", "text")}, Origin::FoundAsPicture).bad, SizeIs(1))
+        << "a damaged photo would be missed";
+}
+
+TEST_F(PhotoCheck, NamesAllBadPhotosNotOnlyTheFirst)
+{
+    const std::string good = picture("good.jpg", 320, 240);
+    const CheckedPhotos checked =
+        check({folder_.makeFile("a.jpg", "x"), good, folder_.makeFile("b.jpg", ""), folder_.path("c.jpg")});
+    EXPECT_THAT(checked.good, SizeIs(1));
+    EXPECT_THAT(checked.bad, SizeIs(3));
+}
+
+TEST_F(PhotoCheck, CanBeStopped)
+{
+    const std::string photo = picture("a.jpg", 320, 240);
+    const CheckedPhotos checked =
+        checkPhotos(std::vector<PhotoCandidate>(500, PhotoCandidate{photo}), [](size_t) { return false; });
+    EXPECT_TRUE(checked.isCancelled);
+    EXPECT_THAT(checked.good, IsEmpty());
+}
+
+TEST_F(PhotoCheck, TellsHowManyAreDone)
+{
+    const std::string photo = picture("a.jpg", 320, 240);
+    size_t last = 0;
+    bool isInOrder = true;
+    checkPhotos(std::vector<PhotoCandidate>(20, PhotoCandidate{photo}), [&](size_t done) {
+        isInOrder = isInOrder && done >= last;
+        last = done;
+        return true;
+    });
+    EXPECT_TRUE(isInOrder);
+    EXPECT_EQ(last, 20u);
+}
+
+} // namespace
