@@ -1,0 +1,19 @@
+#pragma once
+
+#include "platform/foundation/NSURL.h"
+#include "platform/media/AVAsset.h"
+#include "platform/media/SoundExport.h"
+
+#include <optional>
+
+namespace platform {
+
+/// Copies an asset's picture and sound tracks, packet by packet, into a new MPEG-4 movie: samples in order of time,
+/// times exact, the index before the media if asked for. Each track must be one stretch of a file; sound is cut by an
+/// edit list, picture cannot be cut.
+///
+/// @return false on failure, or if cancelled, which is no error; what was written is then left
+[[nodiscard]] bool copyMovie(const AVAsset& asset, const std::optional<CMTimeRange>& timeRange, const NSURL& url,
+                             bool indexFirst, const ExportControl& control, NSError* error = nullptr);
+
+} // namespace platform

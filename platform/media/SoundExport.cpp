@@ -1,0 +1,626 @@
+#include "platform/media/SoundExport.h"
+
+#include "platform/dispatch/DispatchQueue.h"
+#include "platform/dispatch/Lock.h"
+#include "platform/media/AACEncoder.h"
+#include "platform/media/AVMutableComposition.h"
+#include "platform/media/AVURLAsset.h"
+#include "platform/media/M4AFile.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+
+namespace platform {
+namespace {
+
+constexpr int64_t kPacket = kAACPacketLength;
+/// Packets that are encoded in one go; the size of a part decides nothing but speed and memory.
+constexpr int64_t kPartPackets = 1024;
+/// Packets of lead-in, after which an encoder that starts late has come to the same decisions as one that did not.
+constexpr int64_t kLeadIn = 64;
+/// Packets by which a part goes on into the next one, and in which a joint may lie.
+constexpr int64_t kOverlap = 16;
+/// Packets before the last one that can be copied, in which the change to encoded ones may lie.
+constexpr int64_t kCopyJointRange = 32;
+
+/// Samples of a time at a rate, to the nearest.
+int64_t inSamples(CMTime time, int sampleRateHz)
+{
+    const CMTime converted = CMTimeConvertScale(time, sampleRateHz, CMTimeRoundingMethod::RoundHalfAwayFromZero);
+    // Times beyond 64 bits come back infinite.
+    if (!converted.isNumeric())
+        return converted.flags & CMTime::PositiveInfinity ? INT64_MAX / 4 : 0;
+    return std::clamp(converted.value, INT64_MIN / 4, INT64_MAX / 4);
+}
+
+double inExactSamples(CMTime time, int sampleRateHz)
+{
+    return static_cast<double>(time.value) * sampleRateHz / time.timescale;
+}
+
+bool failNothingToExport(NSError* error, const std::string& why)
+{
+    return fail(error, kAVFoundationErrorDomain, kAVErrorOperationNotSupportedForAsset, why);
+}
+
+/// A part of a file and where it goes, as times.
+struct Placed {
+    SoundFacts facts;
+    CMTimeRange source;
+    CMTime target;
+    int32_t trackID = 0;
+};
+
+/// Rate and channels for all pieces: those of the first, which can then be copied, unless its quality is too low for
+/// the others.
+void chooseFormat(const std::vector<Placed>& placed, SoundPlan& plan)
+{
+    int highest = 0;
+    for (const Placed& piece : placed) {
+        highest = std::max(highest, nearestAACRate(piece.facts.sampleRateHz));
+        plan.channels = std::max(plan.channels, piece.facts.channels);
+    }
+    const int first = nearestAACRate(placed.front().facts.sampleRateHz);
+    plan.sampleRateHz = first >= 44100 ? first : highest;
+}
+
+std::vector<SoundRamp> rampsOf(int32_t trackID, const AVMutableAudioMix* audioMix, int sampleRateHz)
+{
+    std::vector<SoundRamp> ramps;
+    if (!audioMix)
+        return ramps;
+    for (const AVMutableAudioMixInputParameters& parameters : audioMix->inputParameters()) {
+        if (parameters.trackID() != trackID)
+            continue;
+        for (const auto& ramp : parameters.volumeRamps()) {
+            const CMTime end = CMTimeRangeGetEnd(ramp.timeRange);
+            if (ramp.timeRange.start.isNumeric() && end.isNumeric())
+                ramps.push_back({inExactSamples(ramp.timeRange.start, sampleRateHz), inExactSamples(end, sampleRateHz),
+                                 ramp.startVolume, ramp.endVolume});
+        }
+    }
+    return ramps;
+}
+
+std::optional<std::vector<Placed>> placeSound(const AVAsset& asset, NSError* error)
+{
+    std::vector<Placed> placed;
+    if (const auto* composition = dynamic_cast<const AVMutableComposition*>(&asset)) {
+        for (const auto& track : composition->compositionTracks()) {
+            if (track->mediaType() != kAVMediaTypeAudio)
+                continue;
+            for (const AVCompositionTrackSegment& segment : track->segments()) {
+                if (!segment.source || !segment.source->assetURL)
+                    continue;
+                auto facts = readSoundFacts(*segment.source->assetURL, segment.source->streamIndex, error);
+                if (!facts)
+                    return std::nullopt;
+                placed.push_back({*std::move(facts), segment.sourceRange, segment.targetRange.start, track->trackID()});
+            }
+        }
+        if (placed.empty()) {
+            failNothingToExport(error, "The composition holds no sound");
+            return std::nullopt;
+        }
+        std::stable_sort(placed.begin(), placed.end(),
+                         [](const Placed& a, const Placed& b) { return CMTimeCompare(a.target, b.target) < 0; });
+        return placed;
+    }
+    const auto* file = dynamic_cast<const AVURLAsset*>(&asset);
+    if (!file) {
+        failNothingToExport(error, "The asset is of a kind that cannot be read");
+        return std::nullopt;
+    }
+    auto facts = readSoundFacts(file->URL(), std::nullopt, error);
+    if (!facts)
+        return std::nullopt;
+    const CMTime length = CMTimeMake(facts->timeline.length(), facts->sampleRateHz);
+    placed.push_back({*std::move(facts), {kCMTimeZero, length}, kCMTimeZero, 1});
+    return placed;
+}
+
+float volumeAt(const std::vector<SoundRamp>& ramps, int64_t position)
+{
+    float volume = 1;
+    const auto time = static_cast<double>(position);
+    for (const SoundRamp& ramp : ramps) {
+        if (time < ramp.start)
+            break;
+        if (time < ramp.end) {
+            const double part = (time - ramp.start) / (ramp.end - ramp.start);
+            return static_cast<float>(ramp.startVolume + (ramp.endVolume - ramp.startVolume) * part);
+        }
+        volume = ramp.endVolume;
+    }
+    return volume;
+}
+
+/// Reads a plan's sound, pieces added together, volumes applied.
+class SoundMixer final {
+public:
+    explicit SoundMixer(const SoundPlan& plan) : plan_(plan)
+    {
+        for (const SoundPiece& piece : plan.pieces)
+            voices_.push_back({&piece, nullptr, piece.targetStart, piece.targetEnd()});
+        // An encoder that hears what lies before and after a cut hears no edge there.
+        voices_.front().start = INT64_MIN;
+        if (voices_.front().piece->targetStart > plan.rangeStart)
+            voices_.front().start = voices_.front().piece->targetStart;
+        if (voices_.back().end >= plan.rangeEnd)
+            voices_.back().end = INT64_MAX;
+    }
+
+    /// Where sound ends for good, earlier than planned, because the last file holds less than it says.
+    std::optional<int64_t> end() const { return end_; }
+
+    /// The sound from `position` on; silence where there is none. Positions go forward.
+    bool read(int64_t position, std::span<float> samples, NSError* error)
+    {
+        const auto channels = static_cast<size_t>(plan_.channels);
+        const auto count = static_cast<int64_t>(samples.size() / channels);
+        std::fill(samples.begin(), samples.end(), 0.0F);
+        for (Voice& voice : voices_) {
+            const int64_t from = std::max(position, voice.start);
+            const int64_t to = std::min(position + count, voice.end);
+            if (from >= to) {
+                if (position >= voice.end)
+                    voice.reader.reset();
+                continue;
+            }
+            if (!voice.reader)
+                voice.reader = SoundReader::open(voice.piece->facts, plan_.sampleRateHz, plan_.channels, error);
+            if (!voice.reader)
+                return false;
+            // The first sound of a file has nothing before it.
+            const int64_t source = from - voice.piece->targetStart + voice.piece->sourceStart;
+            const int64_t missing = std::clamp<int64_t>(-source, 0, to - from);
+            if (missing == to - from)
+                continue;
+            block_.resize(static_cast<size_t>(to - from - missing) * channels);
+            const size_t got = voice.reader->read(source + missing, block_);
+            const int64_t start = from + missing;
+            for (size_t frame = 0; frame < got; ++frame) {
+                const float volume = volumeAt(voice.piece->ramps, start + static_cast<int64_t>(frame));
+                const size_t target = (static_cast<size_t>(start - position) + frame) * channels;
+                for (size_t channel = 0; channel < channels; ++channel)
+                    samples[target + channel] += block_[frame * channels + channel] * volume;
+            }
+            const int64_t heard = start + static_cast<int64_t>(got);
+            if (heard < std::min(to, voice.piece->targetEnd()) && &voice == &voices_.back() && !end_)
+                end_ = heard;
+        }
+        return true;
+    }
+
+private:
+    struct Voice {
+        const SoundPiece* piece = nullptr;
+        std::unique_ptr<SoundReader> reader;
+        int64_t start = 0;
+        int64_t end = 0;
+    };
+
+    const SoundPlan& plan_;
+    std::vector<Voice> voices_;
+    std::vector<float> block_;
+    std::optional<int64_t> end_;
+};
+
+/// Where packets lie: packet i decodes to the 1024 samples of the grid from i * 1024 on; the first sample of the range
+/// lies at `start`.
+struct PacketGrid {
+    int64_t start = 0;
+    /// Samples of the range.
+    int64_t length = 0;
+
+    int64_t packets() const { return (start + length + kPacket - 1) / kPacket; }
+};
+
+/// Packets of the first file that can be taken over.
+struct CopyPlan {
+    /// Index in the file of the packet that becomes the first.
+    int64_t firstPacket = 0;
+    PacketGrid grid;
+    /// Packets from this one on must be encoded; all can be copied if it is the grid's number of packets.
+    int64_t end = 0;
+};
+
+/// How far the first piece plays unchanged and alone, from the start of the range on.
+int64_t unchangedLength(const SoundPlan& plan)
+{
+    const SoundPiece& first = plan.pieces.front();
+    int64_t end = std::min(first.targetEnd(), plan.rangeEnd);
+    for (const SoundRamp& ramp : first.ramps) {
+        if (ramp.startVolume != 1 || ramp.endVolume != 1)
+            end = std::min(end, static_cast<int64_t>(std::ceil(std::max(ramp.start, 0.0))));
+    }
+    for (size_t i = 1; i < plan.pieces.size(); ++i)
+        end = std::min(end, plan.pieces[i].targetStart);
+    return end - plan.rangeStart;
+}
+
+std::optional<CopyPlan> planCopy(const SoundPlan& plan)
+{
+    const SoundPiece& first = plan.pieces.front();
+    const SoundFacts& facts = first.facts;
+    if (facts.codec == SoundCodec::Other || facts.sampleRateHz != plan.sampleRateHz ||
+        facts.channels != plan.channels || first.targetStart > plan.rangeStart)
+        return std::nullopt;
+    const int64_t unchanged = unchangedLength(plan);
+    if (unchanged <= 0)
+        return std::nullopt;
+    // One packet before the cut, whose window reaches into the first packet that plays.
+    const int64_t leadIn = facts.codec == SoundCodec::AAC ? 1 : 0;
+    const int64_t mediaStart =
+        *facts.timeline.segments.front().mediaStart + first.sourceStart + plan.rangeStart - first.targetStart;
+    CopyPlan copy;
+    copy.firstPacket = std::max<int64_t>(0, mediaStart / facts.packetLength - leadIn);
+    copy.grid.start = mediaStart - copy.firstPacket * facts.packetLength;
+    copy.grid.length = plan.rangeEnd - plan.rangeStart;
+    if (unchanged >= copy.grid.length)
+        copy.end = (copy.grid.start + copy.grid.length + facts.packetLength - 1) / facts.packetLength;
+    else
+        // Both packets whose windows overlap at the change must have heard the same sound there.
+        copy.end = (copy.grid.start + unchanged) / facts.packetLength - 1;
+    return copy;
+}
+
+/// A part of the sound while it is encoded.
+struct Part {
+    int64_t firstPacket = 0;
+    /// The first packet that is wanted of this part, but for the choice of the joint.
+    int64_t boundary = 0;
+    std::vector<float> samples;
+
+    /// @name Once it is finished, and then not changed
+    /// @{
+    bool has(int64_t packet) const NO_THREAD_SAFETY_ANALYSIS
+    {
+        return packet >= firstPacket && packet - firstPacket < static_cast<int64_t>(packets->count());
+    }
+    std::span<const uint8_t> packet(int64_t index) const NO_THREAD_SAFETY_ANALYSIS
+    {
+        return packets->packet(static_cast<size_t>(index - firstPacket));
+    }
+    /// @}
+
+    Lock lock;
+    Condition finished;
+    bool isFinished GUARDED_BY(lock) = false;
+    std::optional<PacketRun> packets GUARDED_BY(lock);
+    NSError error GUARDED_BY(lock);
+};
+
+/// Encodes a plan's sound in parts on all processors and hands on the packets in order.
+class PartEncoder final {
+public:
+    /// @param boundary  the first packet that is wanted
+    /// @param range     packets before it that may be asked for as well
+    PartEncoder(const SoundPlan& plan, PacketGrid grid, int64_t boundary, int64_t range, const ExportControl& control)
+        : plan_(plan), grid_(grid), control_(control), mixer_(plan), nextBoundary_(boundary), nextRange_(range),
+          cancelled_(std::make_shared<std::atomic<bool>>(false))
+    {}
+    ~PartEncoder() { cancelled_->store(true); }
+    PartEncoder(const PartEncoder&) = delete;
+    PartEncoder& operator=(const PartEncoder&) = delete;
+
+    /// The grid; shorter than it was asked for once the sound is known to end early.
+    const PacketGrid& grid() const { return grid_; }
+
+    /// The next part's packets, encoded; null at the end, when cancelled or on failure.
+    std::shared_ptr<Part> next(NSError* error)
+    {
+        while (static_cast<int>(running_.size()) < partsAtOnce() && nextBoundary_ < grid_.packets()) {
+            if (!start(error))
+                return nullptr;
+        }
+        if (running_.empty())
+            return nullptr;
+        const std::shared_ptr<Part> part = running_.front();
+        running_.pop_front();
+        if (!waitFor(*part, error))
+            return nullptr;
+        return part;
+    }
+
+private:
+    static int partsAtOnce()
+    {
+        // One more than there are processors, so that none waits while the next part is decoded; a limit on memory.
+        return static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1U, 8U)) + 1;
+    }
+
+    static DispatchQueue& queue()
+    {
+        static const std::shared_ptr<DispatchQueue> queue =
+            DispatchQueue::create("SoundEncodingQueue", {.kind = DispatchQueue::Kind::Concurrent});
+        return *queue;
+    }
+
+    bool start(NSError* error)
+    {
+        const auto channels = static_cast<size_t>(plan_.channels);
+        auto part = std::make_shared<Part>();
+        part->boundary = nextBoundary_;
+        // The encoder's first packet decodes to what lies before its first frame.
+        const int64_t firstFrame = part->boundary - std::exchange(nextRange_, 0) - kLeadIn + 1;
+        part->firstPacket = firstFrame - 1;
+        nextBoundary_ += kPartPackets;
+        // A packet is encoded once the frame after its window is known.
+        const int64_t endFrame = std::min(nextBoundary_ + kOverlap, grid_.packets()) + 2;
+        const int64_t firstSample = firstFrame * kPacket;
+        const auto total = static_cast<size_t>((endFrame - firstFrame) * kPacket);
+        part->samples.resize(total * channels);
+
+        // What the part before this one has read already.
+        size_t known = 0;
+        if (!tail_.empty()) {
+            const auto skip = static_cast<size_t>(firstSample - tailStart_) * channels;
+            known = std::min(tail_.size() - skip, part->samples.size());
+            std::copy_n(tail_.begin() + static_cast<ptrdiff_t>(skip), known, part->samples.begin());
+        }
+        const int64_t readFrom = firstSample + static_cast<int64_t>(known / channels) - grid_.start + plan_.rangeStart;
+        if (known < part->samples.size() && !mixer_.read(readFrom, std::span(part->samples).subspan(known), error))
+            return false;
+        const auto keep = static_cast<size_t>((kLeadIn + kOverlap + 2) * kPacket) * channels;
+        const size_t kept = std::min(keep, part->samples.size());
+        tail_.assign(part->samples.end() - static_cast<ptrdiff_t>(kept), part->samples.end());
+        tailStart_ = endFrame * kPacket - static_cast<int64_t>(kept / channels);
+        if (const auto end = mixer_.end())
+            grid_.length = std::min(grid_.length, *end - plan_.rangeStart);
+
+        running_.push_back(part);
+        queue().async([part, cancelled = cancelled_, rate = plan_.sampleRateHz, width = plan_.channels] {
+            NSError failure;
+            auto packets = encodeAAC(
+                part->samples, rate, width, [&] { return cancelled->load(); }, &failure);
+            part->samples = {};
+            const LockGuard guard(part->lock);
+            part->packets = std::move(packets);
+            part->error = std::move(failure);
+            part->isFinished = true;
+            part->finished.notify_all();
+        });
+        return true;
+    }
+
+    // The analysis does not know that unique_lock locks.
+    bool waitFor(Part& part, NSError* error) NO_THREAD_SAFETY_ANALYSIS
+    {
+        std::unique_lock lock(part.lock);
+        // The end of the part wakes this up; a cancel is looked for now and then.
+        while (!part.finished.wait_for(lock, std::chrono::milliseconds(50), [&] { return part.isFinished; })) {
+            if (control_.isCancelled())
+                return false;
+        }
+        if (!part.packets && error && !part.error.domain.empty())
+            *error = part.error;
+        return part.packets.has_value() && !control_.isCancelled();
+    }
+
+    const SoundPlan& plan_;
+    PacketGrid grid_;
+    const ExportControl& control_;
+    SoundMixer mixer_;
+    int64_t nextBoundary_ = 0;
+    int64_t nextRange_ = 0;
+    std::deque<std::shared_ptr<Part>> running_;
+    /// The last samples of the newest part and where on the grid they start.
+    std::vector<float> tail_;
+    int64_t tailStart_ = 0;
+    const std::shared_ptr<std::atomic<bool>> cancelled_;
+};
+
+/// Whether packet `joint` may be taken from another encoder than the packet before it: both must have closed that one
+/// with the same window.
+bool windowsAgree(std::span<const uint8_t> before, std::span<const uint8_t> otherBefore)
+{
+    const auto window = windowOfAAC(before);
+    return window && window == windowOfAAC(otherBefore);
+}
+
+/// The first packet to take from `next`.
+int64_t jointOf(const Part& part, const Part& next)
+{
+    const auto fits = [&](int64_t joint) {
+        return part.has(joint - 1) && next.has(joint - 1) && next.has(joint) &&
+               windowsAgree(part.packet(joint - 1), next.packet(joint - 1));
+    };
+    for (int64_t distance = 0; distance < kOverlap; ++distance) {
+        if (fits(next.boundary + distance))
+            return next.boundary + distance;
+        if (fits(next.boundary - distance))
+            return next.boundary - distance;
+    }
+    return next.boundary;
+}
+
+M4AFile::Format formatOf(const SoundPlan& plan)
+{
+    return {SoundCodec::AAC, plan.sampleRateHz, plan.channels, configurationOfAAC(plan.sampleRateHz, plan.channels),
+            kAACPacketLength};
+}
+
+/// Copies packets [0, end) of a copy plan.
+/// @return how many there were; nothing on failure or if cancelled
+std::optional<int64_t> copyPackets(const SoundFacts& facts, const CopyPlan& copy, int64_t end, M4AFile& file,
+                                   const ExportControl& control, NSError* error)
+{
+    const auto reader = SoundPacketReader::open(facts, error);
+    if (!reader)
+        return std::nullopt;
+    const int64_t total = (copy.grid.start + copy.grid.length) / facts.packetLength + 1;
+    for (int64_t packet = 0; packet < end; ++packet) {
+        if (control.isCancelled())
+            return std::nullopt;
+        const auto bytes = reader->packet(copy.firstPacket + packet);
+        if (bytes.empty())
+            return packet;
+        if (!file.append(bytes, error))
+            return std::nullopt;
+        control.setProgress(static_cast<double>(packet) / static_cast<double>(total));
+    }
+    return end;
+}
+
+/// Copies a whole plan, which ends early if the file does.
+bool copyAll(const SoundPlan& plan, const CopyPlan& copy, const NSURL& url, const ExportControl& control,
+             NSError* error)
+{
+    const SoundFacts& facts = plan.pieces.front().facts;
+    const auto file = M4AFile::create(
+        url, {facts.codec, facts.sampleRateHz, facts.channels, facts.configuration, facts.packetLength}, error);
+    if (!file)
+        return false;
+    const auto packets = copyPackets(facts, copy, copy.end, *file, control, error);
+    if (!packets)
+        return false;
+    const int64_t length = std::min(copy.grid.length, *packets * facts.packetLength - copy.grid.start);
+    if (length <= 0)
+        return failNothingToExport(error, facts.url.path() + " holds none of the sound that was asked for");
+    return file->finish(copy.grid.start, length, error);
+}
+
+/// The packet from which encoded ones can follow the copied ones; nothing if the windows never agree.
+std::optional<int64_t> jointAfterCopy(const SoundFacts& facts, const CopyPlan& copy, const Part& part)
+{
+    const auto reader = SoundPacketReader::open(facts);
+    if (!reader)
+        return std::nullopt;
+    std::optional<int64_t> last;
+    for (int64_t joint = copy.end - kCopyJointRange; joint <= copy.end; ++joint) {
+        const auto bytes = reader->packet(copy.firstPacket + joint - 1);
+        if (!bytes.empty() && part.has(joint - 1) && part.has(joint) && windowsAgree(bytes, part.packet(joint - 1)))
+            last = joint;
+    }
+    return last;
+}
+
+/// Writes packets from `from` on: those of `part`, then those of the parts that follow.
+bool writeParts(PartEncoder& encoder, std::shared_ptr<Part> part, int64_t from, M4AFile& file,
+                const ExportControl& control, NSError* error)
+{
+    while (part) {
+        NSError failure;
+        const std::shared_ptr<Part> next = encoder.next(&failure);
+        if (!next && (control.isCancelled() || !failure.domain.empty())) {
+            if (error && !failure.domain.empty())
+                *error = failure;
+            return false;
+        }
+        const int64_t total = encoder.grid().packets();
+        const int64_t end = std::min(next ? jointOf(*part, *next) : total, total);
+        for (; from < end && part->has(from); ++from) {
+            if (!file.append(part->packet(from), error))
+                return false;
+        }
+        control.setProgress(static_cast<double>(from) / static_cast<double>(std::max<int64_t>(total, 1)));
+        part = next;
+    }
+    if (encoder.grid().length <= 0)
+        return failNothingToExport(error, "None of the sound that was asked for could be decoded");
+    return file.finish(encoder.grid().start, encoder.grid().length, error);
+}
+
+} // namespace
+
+std::optional<SoundPlan> planSound(const AVAsset& asset, const std::optional<CMTimeRange>& timeRange,
+                                   const AVMutableAudioMix* audioMix, NSError* error)
+{
+    const auto placed = placeSound(asset, error);
+    if (!placed)
+        return std::nullopt;
+    SoundPlan plan;
+    chooseFormat(*placed, plan);
+    const int rate = plan.sampleRateHz;
+    for (const Placed& place : *placed) {
+        SoundPiece piece{place.facts, inSamples(place.source.start, rate), inSamples(place.target, rate), 0, {}};
+        piece.length = inSamples(CMTimeAdd(place.target, place.source.duration), rate) - piece.targetStart;
+        // Times made of seconds may be a sample off, which must leave neither gap nor overlap.
+        if (!plan.pieces.empty()) {
+            const int64_t end = plan.pieces.back().targetEnd();
+            if (std::abs(piece.targetStart - end) <= 1)
+                piece.targetStart = end;
+        }
+        piece.ramps = rampsOf(place.trackID, audioMix, rate);
+        plan.rangeEnd = std::max(plan.rangeEnd, piece.targetEnd());
+        plan.pieces.push_back(std::move(piece));
+    }
+    if (timeRange) {
+        const bool isRange = CMTimeRangeIsValid(*timeRange) && timeRange->start.isNumeric() &&
+                             !timeRange->duration.isIndefinite() && !CMTimeRangeIsEmpty(*timeRange);
+        const int64_t end = isRange ? inSamples(CMTimeRangeGetEnd(*timeRange), rate) : 0;
+        plan.rangeStart = isRange ? std::max<int64_t>(0, inSamples(timeRange->start, rate)) : 0;
+        plan.rangeEnd = std::min(plan.rangeEnd, end);
+    }
+    if (plan.rangeStart >= plan.rangeEnd) {
+        failNothingToExport(error, "The time range to export holds nothing of " + placed->front().facts.url.path());
+        return std::nullopt;
+    }
+    // What lies outside of the range is not read.
+    std::erase_if(plan.pieces, [&](const SoundPiece& piece) {
+        return piece.targetEnd() <= plan.rangeStart || piece.targetStart >= plan.rangeEnd;
+    });
+    if (plan.pieces.empty()) {
+        failNothingToExport(error, "The time range to export holds no sound");
+        return std::nullopt;
+    }
+    return plan;
+}
+
+bool exportSoundToM4A(const SoundPlan& plan, const NSURL& url, const ExportControl& control, NSError* error)
+{
+    const auto copy = planCopy(plan);
+    const bool isAAC = copy && plan.pieces.front().facts.codec == SoundCodec::AAC;
+    if (isAAC && copy->end >= copy->grid.packets())
+        return copyAll(plan, *copy, url, control, error);
+
+    // Not worth a joint below this.
+    const bool copiesStart = isAAC && copy->end >= kLeadIn + kCopyJointRange;
+    if (copiesStart) {
+        PartEncoder encoder(plan, copy->grid, copy->end, kCopyJointRange, control);
+        const auto part = encoder.next(error);
+        if (!part)
+            return false;
+        if (const auto joint = jointAfterCopy(plan.pieces.front().facts, *copy, *part)) {
+            const auto file = M4AFile::create(url, formatOf(plan), error);
+            if (!file)
+                return false;
+            const auto copied = copyPackets(plan.pieces.front().facts, *copy, *joint, *file, control, error);
+            if (!copied)
+                return false;
+            if (*copied < *joint)
+                return fail(error, kAVFoundationErrorDomain, kAVErrorFileFailedToParse,
+                            plan.pieces.front().facts.url.path() + " ends too early");
+            return writeParts(encoder, part, *joint, *file, control, error);
+        }
+    }
+
+    const auto file = M4AFile::create(url, formatOf(plan), error);
+    if (!file)
+        return false;
+    PartEncoder encoder(plan, {kPacket, plan.rangeEnd - plan.rangeStart}, 0, 0, control);
+    const auto part = encoder.next(error);
+    return part && writeParts(encoder, part, 0, *file, control, error);
+}
+
+bool copySoundToM4A(const SoundPlan& plan, const NSURL& url, const ExportControl& control, NSError* error)
+{
+    const auto copy = planCopy(plan);
+    const SoundFacts& facts = plan.pieces.front().facts;
+    const bool isWhole =
+        copy && copy->end * facts.packetLength >= copy->grid.start + copy->grid.length && plan.pieces.size() == 1;
+    if (!isWhole)
+        return failNothingToExport(error, facts.url.path() + " holds sound that cannot be copied into an M4A file");
+    return copyAll(plan, *copy, url, control, error);
+}
+
+} // namespace platform
