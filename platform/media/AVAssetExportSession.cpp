@@ -92,7 +92,7 @@ bool AVAssetExportSession::State::mayStart(NSError* why) const
     if (!isKnown)
         return fail(why, kAVFoundationErrorDomain, kAVErrorOperationNotSupportedForAsset,
                     url->path() + " cannot be made as a file of type \"" + fileType + "\"");
-    if (NSFileManager::defaultManager().fileExistsAtPath(url->path()))
+    if (!nextFreeURL && NSFileManager::defaultManager().fileExistsAtPath(url->path()))
         return failFileExists(why, *url);
     return true;
 }
@@ -131,7 +131,11 @@ bool AVAssetExportSession::State::giveName(const NSURL& hidden, NSError* why)
         }
         if (!nextFreeURL || cancelled)
             return failFileExists(why, url);
-        url = nextFreeURL(url);
+        // A dangling link looks free and is not.
+        const NSURL next = nextFreeURL(url);
+        if (next == url)
+            return failFileExists(why, url);
+        url = next;
     }
     const LockGuard guard(lock);
     outputURL = url;

@@ -8,6 +8,7 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/channel_layout.h>
+#include <libavutil/intreadwrite.h>
 #include <libavutil/mathematics.h>
 #include <libavutil/samplefmt.h>
 #include <libswresample/swresample.h>
@@ -85,12 +86,15 @@ void describePackets(const AVFormatContext& input, const AVStream& stream, Sound
         }
         return;
     }
-    if (parameters.codec_id == AV_CODEC_ID_ALAC && isMovie && countsSamples && parameters.extradata_size >= 36 &&
-        parameters.frame_size > 0 && facts.timeline.segments.size() == 1 && facts.timeline.segments[0].mediaStart &&
-        hasEvenPackets(stream, parameters.frame_size)) {
+    // The configuration is a box: length, type, version, then the length of packets.
+    const int packetLength = parameters.codec_id == AV_CODEC_ID_ALAC && parameters.extradata_size >= 36
+                                 ? static_cast<int>(AV_RB32(parameters.extradata + 12) & INT32_MAX)
+                                 : 0;
+    if (packetLength > 0 && isMovie && countsSamples && facts.timeline.segments.size() == 1 &&
+        facts.timeline.segments[0].mediaStart && hasEvenPackets(stream, packetLength)) {
         facts.codec = SoundCodec::ALAC;
         facts.configuration.assign(parameters.extradata, parameters.extradata + parameters.extradata_size);
-        facts.packetLength = parameters.frame_size;
+        facts.packetLength = packetLength;
     }
 }
 

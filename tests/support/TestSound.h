@@ -1,9 +1,5 @@
 #pragma once
 
-#include "platform/foundation/NSFileManager.h"
-#include "platform/foundation/NSURL.h"
-
-#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -17,44 +13,19 @@
 #include <string>
 #include <vector>
 
-/// What tests of sound share: folders, tones, files made with the ffmpeg command, and decoding with it.
+/// What tests of sound share: tones, files made with the ffmpeg command, and decoding with it.
 namespace testsound {
 
-/// A folder that goes with its maker.
-class TemporaryFolder final {
-public:
-    TemporaryFolder() : path_(platform::NSTemporaryDirectory() + "stillora-test-" + platform::NSUUIDString())
-    {
-        std::filesystem::create_directories(path_);
+/// Names of all files in a folder and below, hidden ones too.
+inline std::vector<std::string> filesBelow(const std::string& folder)
+{
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
+        if (!entry.is_directory())
+            names.push_back(std::filesystem::relative(entry.path(), folder).string());
     }
-    ~TemporaryFolder()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-    std::string path(const std::string& name = "") const { return name.empty() ? path_ : path_ + "/" + name; }
-    platform::NSURL url(const std::string& name = "") const
-    {
-        return name.empty() ? platform::NSURL::fileURLWithPath(path_, true)
-                            : platform::NSURL::fileURLWithPath(path(name), false);
-    }
-    /// Names of all files below, hidden ones too.
-    std::vector<std::string> files() const
-    {
-        std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::recursive_directory_iterator(path_)) {
-            if (!entry.is_directory())
-                names.push_back(std::filesystem::relative(entry.path(), path_).string());
-        }
-        return names;
-    }
-
-private:
-    const std::string path_;
-};
+    return names;
+}
 
 /// Interleaved samples, full scale at +-1.
 struct Sound {

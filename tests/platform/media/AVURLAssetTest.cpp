@@ -1,5 +1,6 @@
 #include "platform/media/AVURLAsset.h"
 
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestSound.h"
 
 #include <gtest/gtest.h>
@@ -48,16 +49,11 @@ TEST(AVURLAsset, DurationIsExactToTheSampleInEveryFormatWithAnIndex)
         const char* options;
     };
     const Row rows[] = {
-        {"t.wav", nullptr},
-        {"float.wav", "-c:a pcm_f32le"},
-        {"t.aiff", "-c:a pcm_s16be"},
-        {"t.aifc", "-f aiff -c:a pcm_s16le"},
-        {"t.caf", "-c:a pcm_s24be"},
-        {"t.flac", "-c:a flac"},
-        {"alac.m4a", "-c:a alac"},
-        {"t.ogg", "-c:a libvorbis"},
-        {"t.mp3", "-c:a libmp3lame"},
-        {"vbr.mp3", "-c:a libmp3lame -q:a 4"},
+        {"t.wav", nullptr},           {"float.wav", "-c:a pcm_f32le"},
+        {"t.aiff", "-c:a pcm_s16be"}, {"t.aifc", "-f aiff -c:a pcm_s16le"},
+        {"t.caf", "-c:a pcm_s24be"},  {"t.flac", "-c:a flac"},
+        {"alac.m4a", "-c:a alac"},    {"t.ogg", "-c:a libvorbis"},
+        {"t.mp3", "-c:a libmp3lame"}, {"vbr.mp3", "-c:a libmp3lame -q:a 4"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
