@@ -46,7 +46,7 @@ public:
     void setDirectoryForTemporaryFiles(std::optional<NSURL> url);
 
     /// How many frames are coded at once, set before the writer starts; 0, as at first: as many as there are
-    /// processors, at most 8. The movie is the same with any number.
+    /// processors, at most 8. The pictures are the same with any number.
     void setEncoderCount(size_t count);
 
     /// One input of pictures, before `startWriting`.

@@ -1,5 +1,7 @@
 #include "platform/media/AVAssetWriterEncoder.h"
 
+#include "platform/foundation/NSGeometry.h"
+
 #include <algorithm>
 #include <cmath>
 #include <optional>
@@ -42,8 +44,7 @@ std::unique_ptr<AVAssetWriterEncoder> AVAssetWriterEncoder::create(const AVVideo
     const auto height = side(settings.height);
     if (!width || !height) {
         fail(error, kAVFoundationErrorDomain, kAVErrorUnknown,
-             "a video cannot be " + std::to_string(settings.width) + " x " + std::to_string(settings.height) +
-                 " pixels");
+             "a video cannot have the size " + NSStringFromSize({settings.width, settings.height}));
         return nullptr;
     }
     if (settings.codec == kAVVideoCodecJPEG)

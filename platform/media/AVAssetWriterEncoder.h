@@ -13,7 +13,8 @@ struct AVCodecParameters;
 namespace platform {
 
 /// Codes single frames for the writer; every packet is a key frame that needs no other. Encoders made with the same
-/// settings are interchangeable: which of them codes a frame shows nowhere in the packet. One thread at a time each.
+/// settings are interchangeable: a packet decodes to the same picture whichever of them made it, and but for HEVC it is
+/// the same packet. One thread at a time each.
 class AVAssetWriterEncoder {
 public:
     /// @return null for an unknown codec or a size that it cannot have; `error` says which

@@ -61,7 +61,7 @@ constexpr std::array kRecipes{
            AV_PIX_FMT_YUV420P,
            Layout::YUV420,
            FF_PROFILE_HEVC_MAIN,
-           {{{"preset", "ultrafast"}, {"crf", "15"}, {"forced-idr", "1"}, {"x265-params", kX265Parameters}}}},
+           {{{"preset", "ultrafast"}, {"qp", "15"}, {"forced-idr", "1"}, {"x265-params", kX265Parameters}}}},
     Recipe{kAVVideoCodecAppleProRes422Proxy, "prores_aw", AV_PIX_FMT_YUV422P10, Layout::YUV422Deep, 0, {}},
     Recipe{kAVVideoCodecAppleProRes422LT, "prores_aw", AV_PIX_FMT_YUV422P10, Layout::YUV422Deep, 1, {}},
     Recipe{kAVVideoCodecAppleProRes422, "prores_aw", AV_PIX_FMT_YUV422P10, Layout::YUV422Deep, 2, {}},

@@ -125,6 +125,31 @@ MediaTrackReport reportOf(const AVStream& stream, const MovieBoxes& boxes)
     return report;
 }
 
+/// The demuxer tells how long a packet lasts only where packets are stored in order of showing. Else that is the
+/// distance to the next stored one; the last lasts as long as the one before.
+class MissingDurations final {
+public:
+    void add(MediaTrackReport& track, int64_t storedAt, AVRational timeBase)
+    {
+        auto& samples = track.samples;
+        if (samples.size() > 1 && isMissing_)
+            samples[samples.size() - 2].duration = timeOf(storedAt - storedAt_, timeBase);
+        isMissing_ = samples.back().duration.value == 0;
+        storedAt_ = storedAt;
+    }
+
+    void finish(MediaTrackReport& track) const
+    {
+        auto& samples = track.samples;
+        if (samples.size() > 1 && isMissing_)
+            samples.back().duration = samples[samples.size() - 2].duration;
+    }
+
+private:
+    bool isMissing_ = false;
+    int64_t storedAt_ = 0;
+};
+
 } // namespace
 
 std::optional<MediaReport> inspectMedia(const NSURL& url, NSError* error)
@@ -164,6 +189,7 @@ std::optional<MediaReport> inspectMedia(const NSURL& url, NSError* error)
         report.tracks.push_back(reportOf(stream, *boxes));
     }
 
+    std::vector<MissingDurations> missingDurations(trackOfStream.size());
     const PacketPtr packet(av_packet_alloc());
     while (packet && av_read_frame(input.get(), packet.get()) >= 0) {
         const auto stream = static_cast<size_t>(packet->stream_index);
@@ -178,11 +204,15 @@ std::optional<MediaReport> inspectMedia(const NSURL& url, NSError* error)
                  .duration = timeOf(packet->duration, timeBase),
                  .size = static_cast<uint32_t>(packet->size),
                  .isKeyFrame = (packet->flags & AV_PKT_FLAG_KEY) != 0});
+            missingDurations[stream].add(report.tracks[*trackOfStream[stream]], packet->dts, timeBase);
         }
         av_packet_unref(packet.get());
         if (isCut)
             return refuseCut();
     }
+    for (size_t stream = 0; stream < trackOfStream.size(); ++stream)
+        if (trackOfStream[stream])
+            missingDurations[stream].finish(report.tracks[*trackOfStream[stream]]);
     return report;
 }
 
