@@ -3,8 +3,8 @@
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/TemporaryFolder.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <regex>
 #include <set>
 #include <sys/stat.h>
 #include <thread>
@@ -296,11 +296,11 @@ TEST(NSFileManager, NamesTheTemporaryFolder)
 
 TEST(NSFileManager, MakesFreshUUIDs)
 {
-    const std::regex form("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
+    const char* form = "[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}";
     std::set<std::string> made;
     for (int i = 0; i < 100; ++i) {
         const std::string uuid = NSUUIDString();
-        EXPECT_TRUE(std::regex_match(uuid, form)) << uuid;
+        EXPECT_THAT(uuid, testing::MatchesRegex(form));
         EXPECT_TRUE(made.insert(uuid).second);
     }
 }
