@@ -94,9 +94,9 @@ Bytes heifBytes(const std::vector<Picture>& tiles, const HEIFOptions& options)
     std::vector<Bytes> coded;
     Bytes configuration;
     for (const Picture& tile : tiles) {
-        save(tile, folder.file("tile.png"));
-        run({"heif-enc", "-q", "95", folder.file("tile.png"), "-o", folder.file("tile.heic")});
-        const Bytes file = readFile(folder.file("tile.heic"));
+        save(tile, folder.path("tile.png"));
+        run({"heif-enc", "-q", "95", folder.path("tile.png"), "-o", folder.path("tile.heic")});
+        const Bytes file = readFile(folder.path("tile.heic"));
         const Bytes media = extracted(file, "mdat");
         coded.emplace_back(media.begin() + 8, media.end());
         configuration = extracted(file, "hvcC");

@@ -10,9 +10,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <random>
@@ -84,20 +82,6 @@ Color gradientAt(size_t x, size_t y, size_t width, size_t height)
 }
 
 } // namespace
-
-TemporaryFolder::TemporaryFolder()
-{
-    std::string pattern = (std::filesystem::temp_directory_path() / "stillora-test-XXXXXX").string();
-    if (!mkdtemp(pattern.data()))
-        std::abort();
-    path_ = pattern;
-}
-
-TemporaryFolder::~TemporaryFolder()
-{
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-}
 
 Picture plain(size_t width, size_t height, Color color)
 {

@@ -2,6 +2,7 @@
 
 #include "platform/foundation/NSURL.h"
 #include "platform/graphics/CGImage.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <array>
 #include <cstdint>
@@ -11,21 +12,6 @@
 
 /// Pictures that tests make themselves.
 namespace test {
-
-/// A folder that is removed with all it holds.
-class TemporaryFolder final {
-public:
-    TemporaryFolder();
-    ~TemporaryFolder();
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-    const std::string& path() const { return path_; }
-    std::string file(const std::string& name) const { return path_ + "/" + name; }
-
-private:
-    std::string path_;
-};
 
 using Color = std::array<int, 3>;
 

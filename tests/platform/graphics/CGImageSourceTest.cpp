@@ -81,14 +81,14 @@ class CGImageSourceTest : public testing::Test {
 protected:
     std::string file(const std::string& name, const std::vector<uint8_t>& bytes) const
     {
-        test::writeFile(folder_.file(name), bytes);
-        return folder_.file(name);
+        test::writeFile(folder_.path(name), bytes);
+        return folder_.path(name);
     }
     std::string saved(const std::string& name, const test::Picture& picture, int bits = 8,
                       const std::vector<uint8_t>& colorProfile = {}) const
     {
-        test::save(picture, folder_.file(name), bits, colorProfile);
-        return folder_.file(name);
+        test::save(picture, folder_.path(name), bits, colorProfile);
+        return folder_.path(name);
     }
     /// A picture in another program's file format.
     std::string converted(const std::string& name, const test::Picture& picture,
@@ -96,12 +96,12 @@ protected:
     {
         std::vector<std::string> command = {"ffmpeg", "-loglevel", "error", "-y", "-i", saved("from.png", picture)};
         command.insert(command.end(), options.begin(), options.end());
-        command.push_back(folder_.file(name));
+        command.push_back(folder_.path(name));
         test::run(command);
-        return folder_.file(name);
+        return folder_.path(name);
     }
 
-    const test::TemporaryFolder folder_;
+    const TemporaryFolder folder_;
 };
 
 } // namespace
@@ -189,10 +189,10 @@ TEST_F(CGImageSourceTest, DecodesPNG)
 {
     expectQuadrants(thumbnail(saved("a.png", test::quadrants(403, 301)), 200), kUpright, kLossless, "8 bit");
     expectQuadrants(thumbnail(saved("b.png", test::quadrants(403, 301), 16), 200), kUpright, kLossless, "16 bit");
-    test::save(test::quadrants(403, 301), folder_.file("c.png[palette]"));
+    test::save(test::quadrants(403, 301), folder_.path("c.png[palette]"));
     // The palette's maker rounds by itself.
-    expectQuadrants(thumbnail(folder_.file("c.png"), 200), kUpright, kLossy, "palette");
-    EXPECT_EQ(properties(folder_.file("c.png"))->format, "png");
+    expectQuadrants(thumbnail(folder_.path("c.png"), 200), kUpright, kLossy, "palette");
+    EXPECT_EQ(properties(folder_.path("c.png"))->format, "png");
 }
 
 TEST_F(CGImageSourceTest, DecodesGreyPNGOfOneBit)
@@ -200,8 +200,8 @@ TEST_F(CGImageSourceTest, DecodesGreyPNGOfOneBit)
     test::Picture picture{64, 64, 1, std::vector<uint8_t>(64 * 64, 0)};
     for (size_t y = 0; y < 64; ++y)
         std::fill_n(picture.at(32, y), 32, uint8_t{255});
-    test::save(picture, folder_.file("a.png[bitdepth=1]"));
-    const auto image = thumbnail(folder_.file("a.png"));
+    test::save(picture, folder_.path("a.png[bitdepth=1]"));
+    const auto image = thumbnail(folder_.path("a.png"));
     ASSERT_NE(image, nullptr);
     test::expectColor(*image, 10, 30, {0, 0, 0}, 0);
     test::expectColor(*image, 50, 30, {255, 255, 255}, 0);
@@ -240,21 +240,21 @@ TEST_F(CGImageSourceTest, DecodesTIFF)
 {
     expectQuadrants(thumbnail(saved("a.tiff", test::quadrants(403, 301)), 200), kUpright, kLossless, "8 bit");
     expectQuadrants(thumbnail(saved("b.tiff", test::quadrants(403, 301), 16), 200), kUpright, kLossless, "16 bit");
-    test::save(test::quadrants(403, 301), folder_.file("c.tiff[tile,compression=deflate]"));
-    expectQuadrants(thumbnail(folder_.file("c.tiff"), 200), kUpright, kLossless, "tiles");
-    EXPECT_EQ(properties(folder_.file("c.tiff"))->format, "tiff");
+    test::save(test::quadrants(403, 301), folder_.path("c.tiff[tile,compression=deflate]"));
+    expectQuadrants(thumbnail(folder_.path("c.tiff"), 200), kUpright, kLossless, "tiles");
+    EXPECT_EQ(properties(folder_.path("c.tiff"))->format, "tiff");
 }
 
 TEST_F(CGImageSourceTest, DecodesTheFirstPictureOfAGIF)
 {
-    test::save(test::quadrants(200, 150), folder_.file("first.png"));
-    test::save(test::plain(200, 150, kWhite), folder_.file("second.png"));
-    test::run({"ffmpeg", "-loglevel", "error", "-y", "-i", folder_.file("first.png"), "-i", folder_.file("second.png"),
-               "-filter_complex", "[0][1]concat=n=2", folder_.file("a.gif")});
-    EXPECT_EQ(properties(folder_.file("a.gif"))->format, "gif");
-    EXPECT_EQ(properties(folder_.file("a.gif"))->pixelHeight, 150u);
+    test::save(test::quadrants(200, 150), folder_.path("first.png"));
+    test::save(test::plain(200, 150, kWhite), folder_.path("second.png"));
+    test::run({"ffmpeg", "-loglevel", "error", "-y", "-i", folder_.path("first.png"), "-i", folder_.path("second.png"),
+               "-filter_complex", "[0][1]concat=n=2", folder_.path("a.gif")});
+    EXPECT_EQ(properties(folder_.path("a.gif"))->format, "gif");
+    EXPECT_EQ(properties(folder_.path("a.gif"))->pixelHeight, 150u);
     // A general palette: its nearest colours.
-    expectQuadrants(thumbnail(folder_.file("a.gif"), 100), kUpright, 24, "GIF");
+    expectQuadrants(thumbnail(folder_.path("a.gif"), 100), kUpright, 24, "GIF");
 }
 
 TEST_F(CGImageSourceTest, DecodesBMP)
@@ -308,9 +308,9 @@ TEST_F(CGImageSourceTest, DecodesHEIC)
 
 TEST_F(CGImageSourceTest, DecodesHEICOfTenBits)
 {
-    test::save(test::quadrants(400, 300), folder_.file("a.png"), 16);
-    test::run({"heif-enc", "-q", "95", "-b", "10", folder_.file("a.png"), "-o", folder_.file("a.heic")});
-    expectQuadrants(thumbnail(folder_.file("a.heic"), 200), kUpright, kLossy, "ten bits");
+    test::save(test::quadrants(400, 300), folder_.path("a.png"), 16);
+    test::run({"heif-enc", "-q", "95", "-b", "10", folder_.path("a.png"), "-o", folder_.path("a.heic")});
+    expectQuadrants(thumbnail(folder_.path("a.heic"), 200), kUpright, kLossy, "ten bits");
 }
 
 TEST_F(CGImageSourceTest, DecodesHEICOfTilesThatReachOverTheEdge)
@@ -360,18 +360,18 @@ TEST_F(CGImageSourceTest, TurnsAHEICOfTiles)
 
 TEST_F(CGImageSourceTest, DecodesAVIF)
 {
-    test::save(test::quadrants(403, 301), folder_.file("a.png"));
-    test::run({"heif-enc", "-A", "-q", "90", folder_.file("a.png"), "-o", folder_.file("a.avif")});
-    EXPECT_EQ(properties(folder_.file("a.avif"))->format, "avif");
-    expectQuadrants(thumbnail(folder_.file("a.avif"), 200), kUpright, 2 * kLossy, "AVIF");
+    test::save(test::quadrants(403, 301), folder_.path("a.png"));
+    test::run({"heif-enc", "-A", "-q", "90", folder_.path("a.png"), "-o", folder_.path("a.avif")});
+    EXPECT_EQ(properties(folder_.path("a.avif"))->format, "avif");
+    expectQuadrants(thumbnail(folder_.path("a.avif"), 200), kUpright, 2 * kLossy, "AVIF");
 }
 
 TEST_F(CGImageSourceTest, GoesByContentNotByName)
 {
     expectQuadrants(thumbnail(file("a.png", test::jpegBytes(test::quadrants(64, 64)))), kUpright, kLossy, "JPEG");
-    test::save(test::quadrants(40, 30), folder_.file("b.png"));
-    std::filesystem::rename(folder_.file("b.png"), folder_.file("noextension"));
-    expectQuadrants(thumbnail(folder_.file("noextension")), kUpright, kLossless, "PNG");
+    test::save(test::quadrants(40, 30), folder_.path("b.png"));
+    std::filesystem::rename(folder_.path("b.png"), folder_.path("noextension"));
+    expectQuadrants(thumbnail(folder_.path("noextension")), kUpright, kLossless, "PNG");
 }
 
 // Orientation
@@ -424,9 +424,9 @@ TEST_F(CGImageSourceTest, ReadsTheOrientationThatAnotherProgramWrote)
             file(name, test::jpegBytes(test::quadrants(40, 30)));
         else
             saved(name, test::quadrants(40, 30));
-        test::run({"exiftool", "-q", "-overwrite_original", "-n", "-Orientation=6", folder_.file(name)});
-        EXPECT_EQ(properties(folder_.file(name))->orientation, 6) << name;
-        const auto image = thumbnail(folder_.file(name));
+        test::run({"exiftool", "-q", "-overwrite_original", "-n", "-Orientation=6", folder_.path(name)});
+        EXPECT_EQ(properties(folder_.path(name))->orientation, 6) << name;
+        const auto image = thumbnail(folder_.path(name));
         expectSize(image, 30, 40, name);
         expectQuadrants(image, {kBlue, kRed, kWhite, kGreen}, 2 * kLossy, name);
     }
@@ -550,8 +550,8 @@ TEST_F(CGImageSourceTest, ShowsWhatCouldBeDecodedOfATruncatedPNG)
 
 TEST_F(CGImageSourceTest, RefusesWhatIsNoPictureAndNamesTheFile)
 {
-    std::filesystem::create_directory(folder_.file("folder.jpg"));
-    ASSERT_EQ(mkfifo(folder_.file("pipe.jpg").c_str(), 0600), 0);
+    std::filesystem::create_directory(folder_.path("folder.jpg"));
+    ASSERT_EQ(mkfifo(folder_.path("pipe.jpg").c_str(), 0600), 0);
     const std::vector<std::pair<std::string, std::string>> rows = {
         {"missing.jpg", "missing.jpg cannot be opened"},
         {"folder.jpg", "folder.jpg is a folder, not a picture"},
@@ -563,9 +563,9 @@ TEST_F(CGImageSourceTest, RefusesWhatIsNoPictureAndNamesTheFile)
     file("text.jpg", {'H', 'e', 'l', 'l', 'o', ',', ' ', 'w', 'o', 'r', 'l', 'd'});
     for (const auto& [name, message] : rows) {
         NSError error;
-        EXPECT_EQ(CGImageSource::createWithURL(test::url(folder_.file(name)), &error), nullptr) << name;
+        EXPECT_EQ(CGImageSource::createWithURL(test::url(folder_.path(name)), &error), nullptr) << name;
         EXPECT_TRUE(error.localizedDescription.starts_with(message)) << error.localizedDescription;
-        EXPECT_EQ(CGImageSource::createWithURL(test::url(folder_.file(name))), nullptr);
+        EXPECT_EQ(CGImageSource::createWithURL(test::url(folder_.path(name))), nullptr);
     }
 }
 
@@ -627,8 +627,8 @@ TEST_F(CGImageSourceTest, RefusesAMillionTimesMorePixelsThanBytesBeforeTakingMem
 TEST_F(CGImageSourceTest, SurvivesDamageInEveryFormat)
 {
     const test::Picture picture = test::textured(120, 90);
-    test::save(picture, folder_.file("from.png"));
-    test::run({"heif-enc", "-A", "-q", "50", folder_.file("from.png"), "-o", folder_.file("f.avif")});
+    test::save(picture, folder_.path("from.png"));
+    test::run({"heif-enc", "-A", "-q", "50", folder_.path("from.png"), "-o", folder_.path("f.avif")});
     const std::vector<std::pair<std::string, int>> files = {
         {file("a.jpg", test::jpegBytes(picture, {.orientation = 6, .colorProfile = test::displayP3Profile()})), 200},
         {file("b.jpg", test::jpegBytes(picture, {.isProgressive = true})), 200},
@@ -636,7 +636,7 @@ TEST_F(CGImageSourceTest, SurvivesDamageInEveryFormat)
         {saved("d.tiff", picture), 100},
         {saved("e.gif", picture), 100},
         {saved("e.webp", picture), 100},
-        {folder_.file("f.avif"), 30},
+        {folder_.path("f.avif"), 30},
         {file("g.heic", test::heifBytes({picture}, {.quarterTurns = 1, .primaries = 12})), 60},
         {converted("h.bmp", picture, {"-pix_fmt", "bgr24"}), 200},
         {converted("i.jp2", picture), 60},

@@ -85,7 +85,7 @@ TEST(CVPixelBuffer, RefusesWhatItCannotMake)
 
 TEST(CVPixelBuffer, StaysInMemoryWithinTheBudget)
 {
-    const test::TemporaryFolder folder;
+    const TemporaryFolder folder;
     const NSURL url = test::url(folder.path());
     const Budget budget(pixelBufferBytesInMemory() + (size_t{4} << 20));
     const size_t before = pixelBufferBytesInMemory();
@@ -97,7 +97,7 @@ TEST(CVPixelBuffer, StaysInMemoryWithinTheBudget)
 
 TEST(CVPixelBuffer, LeavesMemoryBeyondTheBudgetAndComesBackUnchanged)
 {
-    const test::TemporaryFolder folder;
+    const TemporaryFolder folder;
     const NSURL url = test::url(folder.path());
     const Budget budget(0);
     const size_t before = pixelBufferBytesInMemory();
@@ -115,7 +115,7 @@ TEST(CVPixelBuffer, LeavesMemoryBeyondTheBudgetAndComesBackUnchanged)
 
 TEST(CVPixelBuffer, StaysInMemoryWhileItIsLocked)
 {
-    const test::TemporaryFolder folder;
+    const TemporaryFolder folder;
     const NSURL url = test::url(folder.path());
     const Budget budget(0);
     const auto buffer = make(64, 64, &url);
@@ -141,7 +141,7 @@ TEST(CVPixelBuffer, KeepsItsPixelsInMemoryWhereTheFolderIsMissing)
 
 TEST(CVPixelBuffer, KeepsItsPixelsInMemoryWhereTheFileCannotGrow)
 {
-    const test::TemporaryFolder folder;
+    const TemporaryFolder folder;
     const NSURL url = test::url(folder.path());
     const Budget budget(0);
     // A limit on file lengths is answered like a full disk.
@@ -168,7 +168,7 @@ TEST(CVPixelBuffer, KeepsItsPixelsInMemoryWhereTheFileCannotGrow)
 
 TEST(CVPixelBuffer, GivesItsPlaceInTheFileToTheNext)
 {
-    const test::TemporaryFolder folder;
+    const TemporaryFolder folder;
     const NSURL url = test::url(folder.path());
     const Budget budget(0);
     const auto kept = make(64, 64, &url);
@@ -183,7 +183,7 @@ TEST(CVPixelBuffer, GivesItsPlaceInTheFileToTheNext)
 
 TEST(CVPixelBuffer, MayBeMadeAndSpilledOnManyThreads)
 {
-    const test::TemporaryFolder folder;
+    const TemporaryFolder folder;
     const NSURL url = test::url(folder.path());
     const Budget budget(0);
     std::array<bool, 4> isRight{};

@@ -25,9 +25,9 @@ CGImagePtr fourPixels(bool hasAlpha)
 
 CGImagePtr readBack(const platform::NSData& png)
 {
-    const test::TemporaryFolder folder;
-    test::writeFile(folder.file("image.png"), png);
-    const auto source = platform::CGImageSource::createWithURL(test::url(folder.file("image.png")));
+    const TemporaryFolder folder;
+    test::writeFile(folder.path("image.png"), png);
+    const auto source = platform::CGImageSource::createWithURL(test::url(folder.path("image.png")));
     return source ? source->createImageAtIndex() : nullptr;
 }
 
