@@ -304,6 +304,9 @@ void NSXPCConnection::Core::start()
         }),
         new std::shared_ptr<Core>(shared_from_this()), deleteSharedClosure<Core>, static_cast<GConnectFlags>(0));
     g_dbus_connection_start_message_processing(handle.get());
+    // What ended before there was anybody to tell.
+    if (g_dbus_connection_is_closed(handle.get()))
+        end();
 }
 
 void NSXPCConnection::Core::end()

@@ -411,6 +411,29 @@ TEST(NSXPCConnection, TellsItsOwnerOnceWhenThePeerGoesAway)
     EXPECT_FALSE(journal.waitFor(2, std::chrono::milliseconds(50)));
 }
 
+TEST(NSXPCConnection, NoticesAnEndFromBeforeItWasResumed)
+{
+    const auto quiet = g_log_set_default_handler([](const char*, GLogLevelFlags, const char*, gpointer) {}, nullptr);
+    const std::string rows[] = {"", std::string("l\1\0\1\x10\0\0\0\1\0\0\0\x20", 13),
+                                std::string("l\1\0\1\xff\xff\xff\xff\1\0\0\0\xff\xff\xff\xff", 16)};
+    // Often enough that the end comes before, while and after the connection is resumed.
+    for (size_t i = 0; i < 20 * std::size(rows); ++i) {
+        const auto [one, other] = socketPair();
+        auto accepted = acceptLater(one);
+        RawClient client(other);
+        ASSERT_TRUE(client.authenticate());
+        client.send(rows[i % std::size(rows)]);
+        client.stopSending();
+        const auto service = accepted.get();
+        std::promise<void> ended;
+        service->setInvalidationHandler([&] { ended.set_value(); });
+        service->resume();
+        ASSERT_EQ(ended.get_future().wait_for(kDeadline), std::future_status::ready);
+        EXPECT_TRUE(client.waitForEnd());
+    }
+    g_log_set_default_handler(quiet, nullptr);
+}
+
 TEST(NSXPCConnection, LetsGoOfItsObjectWhenItEnds)
 {
     const ConnectionPair pair;

@@ -364,6 +364,7 @@ public:
         send("BEGIN\r\n");
         return true;
     }
+    void stopSending() { shutdown(socket_, SHUT_WR); }
     /// Whether the peer closes within the deadline.
     bool waitForEnd()
     {
