@@ -1,6 +1,6 @@
 #include "platform/media/AVAssetWriterEncoder.h"
 
-#include <limits>
+#include <memory>
 #include <string>
 #include <turbojpeg.h>
 
@@ -32,7 +32,8 @@ public:
         if (!compressor_ || !parameters_)
             return fail(error, kAVFoundationErrorDomain, kAVErrorUnknown, "the JPEG encoder cannot be made");
         // Enough for any picture of this size, so that the library never has to ask for more.
-        output_.resize(tjBufSize(width, height, TJSAMP_420));
+        outputBytes_ = tjBufSize(width, height, TJSAMP_420);
+        output_ = std::make_unique_for_overwrite<unsigned char[]>(outputBytes_);
         AVCodecParameters& parameters = *parameters_;
         parameters.codec_type = AVMEDIA_TYPE_VIDEO;
         parameters.codec_id = AV_CODEC_ID_MJPEG;
@@ -53,8 +54,8 @@ public:
     {
         if (buffer->lockBaseAddress() != kCVReturnSuccess)
             return fail(error, kAVFoundationErrorDomain, kAVErrorUnknown, "a frame's pixels cannot be read back");
-        unsigned char* to = output_.data();
-        unsigned long size = output_.size();
+        unsigned char* to = output_.get();
+        unsigned long size = outputBytes_;
         const int result = tjCompress2(compressor_.get(), buffer->baseAddress(), static_cast<int>(buffer->width()),
                                        static_cast<int>(buffer->bytesPerRow()), static_cast<int>(buffer->height()),
                                        TJPF_XRGB, &to, &size, TJSAMP_420, kQuality, TJFLAG_NOREALLOC);
@@ -71,7 +72,9 @@ public:
 private:
     std::unique_ptr<void, DestroyCompressor> compressor_;
     std::unique_ptr<AVCodecParameters, FreeParameters> parameters_;
-    std::vector<unsigned char> output_;
+    /// Only the part that a picture needs is ever touched.
+    std::unique_ptr<unsigned char[]> output_;
+    unsigned long outputBytes_ = 0;
 };
 
 } // namespace

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <system_error>
 #include <utility>
 
 namespace platform {
@@ -67,9 +68,26 @@ bool AVAssetWriterSession::start(const std::optional<AVVideoSettings>& settings,
         capacity_ = encoders_.size() + 1;
         threadsAtWork_ = encoders_.size();
     }
-    for (size_t place = 0; place < encoders_.size(); ++place)
-        threads_.emplace_back([this, place] { work(place); });
-    return true;
+    return startThreads();
+}
+
+bool AVAssetWriterSession::startThreads()
+{
+    const size_t count = encoders_.size();
+    threads_.reserve(count);
+    std::string reason;
+    try {
+        for (size_t place = 0; place < count; ++place)
+            threads_.emplace_back([this, place] { work(place); });
+        return true;
+    } catch (const std::system_error& exception) {
+        reason = exception.what();
+    }
+    end(AVAssetWriterStatus::Failed, makeError(url_.lastPathComponent() + " cannot be written: " + reason));
+    // As if the threads that are missing had come and gone.
+    for (size_t missing = threads_.size(); missing < count; ++missing)
+        leave();
+    return false;
 }
 
 void AVAssetWriterSession::startAtSourceTime(CMTime startTime)

@@ -80,6 +80,7 @@ private:
     std::optional<int64_t> movieTime(const CVPixelBuffer& buffer, CMTime presentationTime, NSError* error)
         REQUIRES(lock_);
 
+    bool startThreads();
     /// What a thread does, with the encoder of its place.
     void work(size_t place);
     bool makeAlikeEncoder(size_t place, NSError* error);
