@@ -1,0 +1,287 @@
+#include "video/FinalMovie.h"
+
+#include "platform/foundation/NSBundle.h"
+#include "platform/media/AVAssetExportSession.h"
+#include "platform/media/MediaInspection.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/TestSound.h"
+#include "tests/support/TestStageContext.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <string>
+#include <unistd.h>
+
+using namespace platform;
+using namespace testsound;
+
+namespace {
+
+class FinalMovie : public testing::Test {
+protected:
+    FinalMovie()
+    {
+        folder_.makeFolder("movies");
+        folder_.makeFolder("temporary");
+        context_.emplace(folder_.url("movies"), folder_.url("temporary"));
+    }
+
+    StageContext& context() { return *context_; }
+    NSURL document(const std::string& name) const { return folder_.url("documents/" + name); }
+
+    /// A silent movie: so many photos, three seconds each.
+    AVURLAssetPtr makeVideo(int photos, const std::string& codec = "-c:v mjpeg", const std::string& name = "v.mov")
+    {
+        outputOf("ffmpeg -nostdin -v error -f lavfi -i testsrc=s=128x96:r=1/3 -frames:v " + std::to_string(photos) +
+                 " " + codec + " -video_track_timescale 10000 -movie_timescale 10000 " + quoted(folder_.path(name)));
+        return AVURLAsset::URLAssetWithURL(folder_.url(name));
+    }
+
+    /// A finished soundtrack, as the assembly makes it.
+    AVURLAssetPtr makeSoundtrack(double seconds)
+    {
+        writeWav(folder_.path("s.wav"), makeTone(44100, 2, static_cast<size_t>(seconds * 44100)));
+        AVAssetExportSession session(AVURLAsset::URLAssetWithURL(folder_.url("s.wav")),
+                                     std::string(kAVAssetExportPresetAppleM4A));
+        session.setOutputFileType(kAVFileTypeAppleM4A);
+        session.setOutputURL(folder_.url("s.m4a"));
+        session.exportAsynchronouslyWithCompletionHandler({});
+        EXPECT_TRUE(session.waitForEnd(60));
+        return AVURLAsset::URLAssetWithURL(folder_.url("s.m4a"));
+    }
+
+    AVURLAssetPtr combine(const AVURLAssetPtr& video, const AVURLAssetPtr& sound, const std::string& name)
+    {
+        NSError error;
+        auto movie = movieByCombiningVideo(context(), video, sound, document(name), &error);
+        EXPECT_TRUE(movie) << error.localizedDescription;
+        return movie;
+    }
+
+    static std::string packetHashes(const std::string& path, const std::string& kind)
+    {
+        return outputOf("ffmpeg -nostdin -v error -i " + quoted(path) + " -map 0:" + kind +
+                        " -c copy -f framehash -hash md5 - | grep -v '^#' | awk -F, '{print $NF}'");
+    }
+
+    TemporaryFolder folder_;
+    std::optional<TestStageContext> context_;
+};
+
+TEST_F(FinalMovie, DocumentNamedHolidaySlidesYieldsHolidayMov)
+{
+    EXPECT_EQ(URLForFinalVideoAtDocumentURL(context(), document("Holiday.slides")).path(),
+              folder_.path("movies/Holiday.mov"));
+    folder_.makeFile("movies/Holiday.mov");
+    EXPECT_EQ(URLForFinalVideoAtDocumentURL(context(), document("Holiday.slides")).path(),
+              folder_.path("movies/Holiday-2.mov"));
+    folder_.makeFile("movies/Holiday-2.mov");
+    EXPECT_EQ(URLForFinalVideoAtDocumentURL(context(), document("Holiday.slides")).path(),
+              folder_.path("movies/Holiday-3.mov"));
+}
+
+TEST_F(FinalMovie, OnlyTheLastExtensionOfTheDocumentIsReplaced)
+{
+    EXPECT_EQ(URLForFinalVideoAtDocumentURL(context(), document("a.b.slides")).lastPathComponent(), "a.b.mov");
+    EXPECT_EQ(URLForFinalVideoAtDocumentURL(context(), document("plain")).lastPathComponent(), "plain.mov");
+}
+
+TEST_F(FinalMovie, NoDocumentYieldsTheLocalisedUntitledNameWithoutAnExtension)
+{
+    const std::string untitled = NSBundle::mainBundle().localizedStringForKey("VideoCreationMovieFileTitleUntitled");
+    EXPECT_EQ(URLForFinalVideoAtDocumentURL(context(), std::nullopt).path(), folder_.path("movies/" + untitled));
+    folder_.makeFile("movies/" + untitled);
+    EXPECT_EQ(URLForFinalVideoAtDocumentURL(context(), std::nullopt).path(), folder_.path("movies/" + untitled + "-2"));
+}
+
+TEST_F(FinalMovie, MissingVideoOrSoundtrackYieldsNothingAndSendsNothing)
+{
+    NSError error;
+    EXPECT_FALSE(movieByCombiningVideo(context(), nullptr, makeSoundtrack(1), document("a.slides"), &error));
+    EXPECT_FALSE(movieByCombiningVideo(context(), makeVideo(2), nullptr, document("a.slides"), &error));
+    EXPECT_EQ(error, NSError{});
+    EXPECT_TRUE(context_->updates().empty());
+}
+
+TEST_F(FinalMovie, PictureAndSoundAreCopiedBitForBit)
+{
+    const auto video = makeVideo(5);
+    const auto sound = makeSoundtrack(15);
+    const auto movie = combine(video, sound, "a.slides");
+    ASSERT_TRUE(movie);
+    EXPECT_EQ(movie->URL().path(), folder_.path("movies/a.mov"));
+    EXPECT_EQ(packetHashes(movie->URL().path(), "v"), packetHashes(video->URL().path(), "v"));
+    EXPECT_EQ(packetHashes(movie->URL().path(), "a"), packetHashes(sound->URL().path(), "a"));
+    EXPECT_EQ(filesBelow(folder_.path("movies")), std::vector<std::string>{"a.mov"});
+}
+
+TEST_F(FinalMovie, EveryCodecLiesInAnMP42FileWithItsIndexFirst)
+{
+    struct Row {
+        const char* name;
+        const char* options;
+        const char* entry;
+    };
+    const Row rows[] = {
+        {"jpeg", "-c:v mjpeg -pix_fmt yuvj420p", "jpeg"},
+        {"h264", "-c:v libx264 -pix_fmt yuv420p", "avc1"},
+        {"intra", "-c:v libx264 -pix_fmt yuv420p -g 1 -bf 0", "avc1"},
+        {"hevc", "-c:v libx265 -x265-params log-level=none -pix_fmt yuv420p -tag:v hvc1", "hvc1"},
+        {"prores", "-c:v prores_ks -profile:v 2", "apcn"},
+        {"prores4444", "-c:v prores_ks -profile:v 4 -pix_fmt yuva444p10le", "ap4h"},
+    };
+    const auto sound = makeSoundtrack(12);
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const auto video = makeVideo(4, row.options, std::string(row.name) + ".mov");
+        const auto movie = combine(video, sound, std::string(row.name) + ".slides");
+        ASSERT_TRUE(movie);
+        const std::string path = movie->URL().path();
+        EXPECT_TRUE(path.ends_with(".mov"));
+        EXPECT_EQ(readBytes(path).substr(4, 8), "ftypmp42");
+        EXPECT_EQ(packetHashes(path, "v"), packetHashes(video->URL().path(), "v"));
+        EXPECT_EQ(packetHashes(path, "a"), packetHashes(sound->URL().path(), "a"));
+        const auto report = inspectMedia(movie->URL());
+        ASSERT_TRUE(report);
+        EXPECT_TRUE(report->indexFirst);
+        ASSERT_EQ(report->tracks.size(), 2U);
+        EXPECT_EQ(report->tracks[0].codec, row.entry);
+        EXPECT_EQ(report->tracks[1].codec, "mp4a");
+        // Every photo in its time, the last one held as long as the others.
+        ASSERT_EQ(report->tracks[0].samples.size(), 4U);
+        std::vector<double> times;
+        for (const MediaSample& sample : report->tracks[0].samples)
+            times.push_back(CMTimeGetSeconds(sample.presentationTime));
+        std::sort(times.begin(), times.end());
+        EXPECT_EQ(times, (std::vector<double>{0, 3, 6, 9}));
+        EXPECT_EQ(CMTimeGetSeconds(report->tracks[0].end), 12);
+        EXPECT_EQ(CMTimeGetSeconds(report->tracks[1].end), 12);
+        EXPECT_EQ(CMTimeGetSeconds(report->duration), 12);
+    }
+}
+
+TEST_F(FinalMovie, SoundStartsAtZeroWithTheEncodersDelayCountedOut)
+{
+    const auto movie = combine(makeVideo(2), makeSoundtrack(6), "a.slides");
+    ASSERT_TRUE(movie);
+    const Sound heard = decodeWithFFmpeg(movie->URL().path());
+    const Sound tone = makeTone(44100, 2, 6 * 44100);
+    EXPECT_GT(signalToNoise(heard, 4096, tone, 4096, 5 * 44100), 35);
+    EXPECT_EQ(probe(movie->URL().path(), "a", "start_pts"), "0");
+}
+
+TEST_F(FinalMovie, SoundtrackLongerThanTheVideoYieldsAMovieAsLongAsTheSoundtrack)
+{
+    const auto movie = combine(makeVideo(2), makeSoundtrack(8.5), "a.slides");
+    ASSERT_TRUE(movie);
+    EXPECT_EQ(CMTimeGetSeconds(movie->duration()), 8.5);
+}
+
+TEST_F(FinalMovie, VideoLongerThanTheSoundtrackKeepsItsLength)
+{
+    const auto movie = combine(makeVideo(3), makeSoundtrack(2.25), "a.slides");
+    ASSERT_TRUE(movie);
+    EXPECT_EQ(CMTimeGetSeconds(movie->duration()), 9);
+    EXPECT_EQ(CMTimeGetSeconds(movie->tracksWithMediaType(kAVMediaTypeAudio).at(0).timeRange.duration), 2.25);
+}
+
+TEST_F(FinalMovie, SamplesLieInOrderOfTimeAtMostASecondApart)
+{
+    const auto movie = combine(makeVideo(6), makeSoundtrack(18), "a.slides");
+    ASSERT_TRUE(movie);
+    // Position in the file and time of each packet.
+    const std::string list =
+        outputOf("ffprobe -v error -show_entries packet=pos,pts_time -of csv=p=0 " + quoted(movie->URL().path()));
+    std::vector<std::pair<long, double>> packets;
+    std::istringstream lines(list);
+    for (std::string line; std::getline(lines, line);) {
+        double time = 0;
+        long position = 0;
+        if (std::sscanf(line.c_str(), "%lf,%ld", &time, &position) == 2)
+            packets.emplace_back(position, time);
+    }
+    ASSERT_GT(packets.size(), 700U);
+    std::sort(packets.begin(), packets.end());
+    double latest = 0;
+    for (const auto& [position, time] : packets) {
+        EXPECT_GT(time, latest - 1) << position;
+        latest = std::max(latest, time);
+    }
+}
+
+TEST_F(FinalMovie, UnusableAssetsYieldTheInsertionsError)
+{
+    folder_.makeFile("text.mov", "no movie");
+    const auto foreign = AVURLAsset::URLAssetWithURL(folder_.url("text.mov"));
+    NSError error;
+    EXPECT_FALSE(movieByCombiningVideo(context(), foreign, makeSoundtrack(1), document("a.slides"), &error));
+    EXPECT_EQ(error.domain, kAVFoundationErrorDomain);
+    error = {};
+    EXPECT_FALSE(movieByCombiningVideo(context(), makeVideo(2), foreign, document("a.slides"), &error));
+    EXPECT_EQ(error.domain, kAVFoundationErrorDomain);
+    EXPECT_TRUE(filesBelow(folder_.path("movies")).empty());
+}
+
+TEST_F(FinalMovie, FolderThatIsNotThereYieldsTheSessionsError)
+{
+    const auto video = makeVideo(2);
+    const auto sound = makeSoundtrack(1);
+    TestStageContext nowhere(folder_.url("nowhere"), folder_.url("temporary"));
+    NSError error;
+    EXPECT_FALSE(movieByCombiningVideo(nowhere, video, sound, document("a.slides"), &error));
+    EXPECT_FALSE(error.localizedDescription.empty());
+}
+
+TEST_F(FinalMovie, CancelDuringTheExportEndsTheCallWithoutAnErrorAndWithoutAMovie)
+{
+    const auto video = makeVideo(2);
+    const auto sound = makeSoundtrack(120);
+    context().setIsCancelled(true);
+    NSError error;
+    const auto start = std::chrono::steady_clock::now();
+    const auto movie = movieByCombiningVideo(context(), video, sound, document("a.slides"), &error);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+    // The export may have been quicker than the first look at the flag.
+    if (!movie) {
+        EXPECT_EQ(error, NSError{});
+        EXPECT_TRUE(filesBelow(folder_.path("movies")).empty());
+    }
+}
+
+TEST_F(FinalMovie, NameThatIsTakenInTheMeantimeGivesWayToTheNextFreeOne)
+{
+    const auto video = makeVideo(2);
+    const auto sound = makeSoundtrack(2);
+    // The first look at the flag comes after the name was chosen.
+    bool isTaken = false;
+    context_->onCancelledCheck = [&] {
+        if (!isTaken)
+            folder_.makeFile("movies/a.mov", "another's");
+        isTaken = true;
+    };
+    const auto movie = combine(video, sound, "a.slides");
+    ASSERT_TRUE(movie);
+    if (isTaken && readBytes(folder_.path("movies/a.mov")) == "another's") {
+        EXPECT_EQ(movie->URL().lastPathComponent(), "a-2.mov");
+    }
+}
+
+TEST_F(FinalMovie, TellsBothStagesOfItsWork)
+{
+    const auto movie = combine(makeVideo(2), makeSoundtrack(60), "a.slides");
+    ASSERT_TRUE(movie);
+    const auto updates = context_->updates();
+    ASSERT_FALSE(updates.empty());
+    for (const ProgressUpdate& update : updates) {
+        EXPECT_TRUE(update.title == "VideoCreationCompositingVideoAndSoundtrack" ||
+                    update.title == "VideoCreationWritingFinalVideo");
+        EXPECT_TRUE(update.determinate);
+        EXPECT_EQ(update.total, 1);
+        EXPECT_EQ(update.timeInterval, -2);
+        EXPECT_TRUE(update.image);
+    }
+}
+
+} // namespace
