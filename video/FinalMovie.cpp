@@ -1,6 +1,7 @@
 #include "video/FinalMovie.h"
 
 #include "platform/foundation/NSBundle.h"
+#include "platform/foundation/NSFileManager.h"
 #include "platform/media/AVAssetExportSession.h"
 #include "platform/media/AVMutableComposition.h"
 #include "platform/system/NSWorkspace.h"
@@ -75,6 +76,9 @@ AVURLAssetPtr movieByCombiningVideo(StageContext& context, const AVURLAssetPtr& 
         queueUpdate(context, "VideoCreationWritingFinalVideo", double{session.progress()});
         if (context.isCancelled()) {
             session.cancelExport();
+            // The export may have ended since the last look; a movie that the answer denies is not left behind.
+            if (session.status() == AVAssetExportSessionStatus::Completed)
+                NSFileManager::defaultManager().removeItemAtURL(*session.outputURL());
             return nullptr;
         }
         session.waitForEnd(1);

@@ -154,7 +154,13 @@ bool AVAssetExportSession::State::writeAndName(NSError* why)
 void AVAssetExportSession::State::run()
 {
     NSError why;
-    if (writeAndName(&why)) {
+    bool isDone = writeAndName(&why);
+    if (isDone && cancelled) {
+        // It got its name in the moment of the cancel.
+        NSFileManager::defaultManager().removeItemAtURL(*output());
+        isDone = false;
+    }
+    if (isDone) {
         progress = 1;
         return end(AVAssetExportSessionStatus::Completed, std::nullopt);
     }

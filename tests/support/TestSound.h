@@ -139,7 +139,7 @@ inline std::string quoted(const std::string& text)
 inline std::string outputOf(const std::string& command)
 {
     // A command that waits for ever must not hold the tests.
-    FILE* pipe = popen(("timeout 60 " + command).c_str(), "r");
+    FILE* pipe = popen(("timeout 60 sh -c " + quoted(command)).c_str(), "r");
     if (!pipe)
         throw std::runtime_error("cannot run " + command);
     std::string output;

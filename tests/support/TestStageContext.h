@@ -22,12 +22,17 @@ public:
 
     bool isCancelled() const override
     {
-        if (onCancelledCheck)
-            onCancelledCheck();
+        if (onCancelledAsked)
+            onCancelledAsked();
         return cancelled_;
     }
     void setIsCancelled(bool isCancelled) override { cancelled_ = isCancelled; }
-    platform::NSURL destinationURL() const override { return destination_; }
+    platform::NSURL destinationURL() const override
+    {
+        if (onDestinationAsked)
+            onDestinationAsked();
+        return destination_;
+    }
     platform::NSURL temporaryURL() const override { return temporary_; }
     platform::NSOperationQueue& fbQ() override { return feedback_; }
     void updateProgress(const ProgressUpdate& update) override
@@ -52,8 +57,9 @@ public:
         return false;
     }
 
-    /// Called at each look at the flag, before it.
-    std::function<void()> onCancelledCheck;
+    /// Called before each look at the flag or the folder.
+    std::function<void()> onCancelledAsked;
+    std::function<void()> onDestinationAsked;
 
 private:
     const platform::NSURL destination_;

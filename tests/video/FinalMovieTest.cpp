@@ -11,6 +11,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
+#include <optional>
+#include <sstream>
 #include <string>
 #include <unistd.h>
 
@@ -237,40 +240,49 @@ TEST_F(FinalMovie, FolderThatIsNotThereYieldsTheSessionsError)
 TEST_F(FinalMovie, CancelDuringTheExportEndsTheCallWithoutAnErrorAndWithoutAMovie)
 {
     const auto video = makeVideo(2);
-    const auto sound = makeSoundtrack(120);
+    const auto sound = makeSoundtrack(30);
+    // Seen at the first look, when the export runs.
     context().setIsCancelled(true);
     NSError error;
     const auto start = std::chrono::steady_clock::now();
-    const auto movie = movieByCombiningVideo(context(), video, sound, document("a.slides"), &error);
+    EXPECT_FALSE(movieByCombiningVideo(context(), video, sound, document("a.slides"), &error));
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
-    // The export may have been quicker than the first look at the flag.
-    if (!movie) {
-        EXPECT_EQ(error, NSError{});
-        EXPECT_TRUE(filesBelow(folder_.path("movies")).empty());
-    }
+    EXPECT_EQ(error, NSError{});
+    EXPECT_TRUE(filesBelow(folder_.path("movies")).empty());
 }
 
 TEST_F(FinalMovie, NameThatIsTakenInTheMeantimeGivesWayToTheNextFreeOne)
 {
     const auto video = makeVideo(2);
     const auto sound = makeSoundtrack(2);
-    // The first look at the flag comes after the name was chosen.
-    bool isTaken = false;
-    context_->onCancelledCheck = [&] {
-        if (!isTaken)
-            folder_.makeFile("movies/a.mov", "another's");
-        isTaken = true;
+    // A dangling link looks free when the name is chosen and is not when it is given; then its target appears.
+    ASSERT_EQ(symlink(folder_.path("target").c_str(), folder_.path("movies/a.mov").c_str()), 0);
+    int looks = 0;
+    context_->onDestinationAsked = [&] {
+        if (++looks == 2)
+            folder_.makeFile("target", "another's");
     };
     const auto movie = combine(video, sound, "a.slides");
     ASSERT_TRUE(movie);
-    if (isTaken && readBytes(folder_.path("movies/a.mov")) == "another's") {
-        EXPECT_EQ(movie->URL().lastPathComponent(), "a-2.mov");
-    }
+    EXPECT_EQ(movie->URL().lastPathComponent(), "a-2.mov");
+    EXPECT_EQ(CMTimeGetSeconds(movie->duration()), 6);
+    EXPECT_EQ(readBytes(folder_.path("target")), "another's");
+}
+
+TEST_F(FinalMovie, NameThatStaysTakenIsAnErrorNotAnEndlessSearch)
+{
+    const auto video = makeVideo(2);
+    const auto sound = makeSoundtrack(2);
+    ASSERT_EQ(symlink(folder_.path("nothing").c_str(), folder_.path("movies/a.mov").c_str()), 0);
+    NSError error;
+    EXPECT_FALSE(movieByCombiningVideo(context(), video, sound, document("a.slides"), &error));
+    EXPECT_EQ(error.code, kAVErrorFileAlreadyExists);
+    EXPECT_FALSE(std::filesystem::exists(folder_.path("nothing")));
 }
 
 TEST_F(FinalMovie, TellsBothStagesOfItsWork)
 {
-    const auto movie = combine(makeVideo(2), makeSoundtrack(60), "a.slides");
+    const auto movie = combine(makeVideo(2), makeSoundtrack(10), "a.slides");
     ASSERT_TRUE(movie);
     const auto updates = context_->updates();
     ASSERT_FALSE(updates.empty());

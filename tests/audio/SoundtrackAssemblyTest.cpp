@@ -1,0 +1,337 @@
+#include "audio/SoundtrackAssembly.h"
+
+#include "platform/foundation/NSLog.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/TestSound.h"
+#include "tests/support/TestStageContext.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <sys/resource.h>
+#include <vector>
+
+using namespace platform;
+using namespace testsound;
+
+namespace {
+
+constexpr const char* kOperation =
+    "-[morStilloraVideoCreator finishedSoundtrackWithSoundtracks:totalVideoDuration:totalSoundtrackDuration:"
+    "shouldLoopSoundtrack:error:]";
+// Low, so that minutes of sound are made quickly.
+constexpr int kRate = 8000;
+
+class SoundtrackAssembly : public testing::Test {
+protected:
+    SoundtrackAssembly()
+    {
+        folder_.makeFolder("temporary");
+        context_.emplace(folder_.url(), folder_.url("temporary"));
+        setLogSink([this](const std::string& line) { log_.push_back(line); });
+    }
+    ~SoundtrackAssembly() override { setLogSink({}); }
+
+    /// A file of a tone.
+    NSURL makeFile(const std::string& name, double seconds, double frequency)
+    {
+        writeWav(folder_.path(name), makeTone(kRate, 1, static_cast<size_t>(seconds * kRate), frequency));
+        return folder_.url(name);
+    }
+
+    MORSoundtrackPtr item(const std::string& name, double seconds, double frequency = 440,
+                          SoundtrackSelection selection = {})
+    {
+        return MORSoundtrack::soundtrackWithURL(makeFile(name, seconds, frequency), selection);
+    }
+
+    AVURLAssetPtr assemble(const SoundtrackList& items, double video, double sound, bool loops = false)
+    {
+        return finishedSoundtrackWithSoundtracks(*context_, items, video, sound, loops, &error_);
+    }
+
+    /// Loudness of a stretch of the result relative to a sine of half scale: 1 is the tone at full volume.
+    double volume(const Sound& sound, double start, double duration = 0.2) const
+    {
+        double sum = 0;
+        const auto from = static_cast<size_t>(start * kRate);
+        const auto count = static_cast<size_t>(duration * kRate);
+        for (size_t i = 0; i < count; ++i)
+            sum += double(sound.at(from + i)) * sound.at(from + i);
+        return std::sqrt(sum / static_cast<double>(count)) / (0.5 / std::numbers::sqrt2);
+    }
+
+    /// Times that the tone goes from below to above zero in a second.
+    int pitch(const Sound& sound, double start) const
+    {
+        int crossings = 0;
+        const auto from = static_cast<size_t>(start * kRate);
+        for (size_t i = from; i < from + kRate; ++i)
+            crossings += sound.at(i) < 0 && sound.at(i + 1) >= 0;
+        return crossings;
+    }
+
+    std::vector<std::string> temporaryFiles() const { return filesBelow(folder_.path("temporary")); }
+
+    TemporaryFolder folder_;
+    std::optional<TestStageContext> context_;
+    std::vector<std::string> log_;
+    NSError error_;
+};
+
+TEST_F(SoundtrackAssembly, EmptyListYieldsNothingAndSendsNothing)
+{
+    EXPECT_FALSE(assemble({}, 10, 0));
+    EXPECT_EQ(error_, NSError{});
+    EXPECT_TRUE(context_->updates().empty());
+    EXPECT_TRUE(log_.empty());
+}
+
+TEST_F(SoundtrackAssembly, ThreeItemsOf30SecondsWithAVideoOf40KeepTwoAndFadeTheSecond)
+{
+    const SoundtrackList items = {item("1.wav", 30, 300), item("2.wav", 30, 500), item("3.wav", 30, 700)};
+    const auto finished = assemble(items, 40, 90);
+    ASSERT_TRUE(finished) << error_.localizedDescription;
+    EXPECT_EQ(finished->URL().lastPathComponent(), "stilloraFinishedAudio.m4a");
+    EXPECT_EQ(finished->duration().value, 40 * kRate);
+    const Sound heard = decodeWithFFmpeg(finished->URL().path());
+    EXPECT_NEAR(pitch(heard, 10), 300, 1);
+    EXPECT_NEAR(pitch(heard, 32), 500, 1);
+    EXPECT_NEAR(volume(heard, 29), 1, 0.03);
+    EXPECT_NEAR(volume(heard, 34.5), 1, 0.03);
+    EXPECT_NEAR(volume(heard, 37.4), 0.5, 0.03);
+    EXPECT_NEAR(volume(heard, 39.4), 0.1, 0.03);
+    // The third was not converted; the converted files are gone, their folders stay.
+    EXPECT_EQ(temporaryFiles().size(), 1U);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_.path("temporary")), {}), 3);
+}
+
+TEST_F(SoundtrackAssembly, VideoOf4SecondsWithAnItemOf10HasAnEmptyListAndFails)
+{
+    EXPECT_FALSE(assemble({item("1.wav", 10)}, 4, 10));
+    // Nothing is converted; the empty composition is exported as it is.
+    EXPECT_EQ(error_.domain, kAVFoundationErrorDomain);
+    EXPECT_EQ(log_, std::vector<std::string>{std::string(kOperation) + " - writing failed"});
+    EXPECT_TRUE(temporaryFiles().empty());
+}
+
+TEST_F(SoundtrackAssembly, ItemsOf38SecondsWithAVideoOf40AndLoopingAreUsedAsTheyAre)
+{
+    const auto finished = assemble({item("1.wav", 20, 300), item("2.wav", 18, 500)}, 40, 38, true);
+    ASSERT_TRUE(finished) << error_.localizedDescription;
+    EXPECT_EQ(finished->duration().value, 38 * kRate);
+    EXPECT_NEAR(volume(decodeWithFFmpeg(finished->URL().path()), 37.5), 1, 0.03);
+}
+
+TEST_F(SoundtrackAssembly, ItemsOf30SecondsWithAVideoOf40WithoutLoopingAreUsedAsTheyAre)
+{
+    const auto finished = assemble({item("1.wav", 30)}, 40, 30);
+    ASSERT_TRUE(finished) << error_.localizedDescription;
+    EXPECT_EQ(finished->duration().value, 30 * kRate);
+    EXPECT_NEAR(volume(decodeWithFFmpeg(finished->URL().path()), 29.5), 1, 0.03);
+}
+
+TEST_F(SoundtrackAssembly, SameFileTwiceWithDifferentSelectionsPlaysTheFirstTwice)
+{
+    // The pitch tells the place: 300 in the first half, 900 in the second.
+    writeWav(folder_.path("two.wav"), makeSound(kRate, 1, 20 * kRate, [](size_t frame, int) {
+                 return 0.5 * std::sin(2 * std::numbers::pi * (frame < 10 * kRate ? 300 : 900) * double(frame) / kRate);
+             }));
+    const auto first = MORSoundtrack::soundtrackWithURL(folder_.url("two.wav"), {2, 8, 6});
+    const auto second = MORSoundtrack::soundtrackWithURL(folder_.url("two.wav"), {12, 16, 4});
+    const auto finished = assemble({first, second}, 60, 10);
+    ASSERT_TRUE(finished) << error_.localizedDescription;
+    EXPECT_EQ(finished->duration().value, 12 * kRate);
+    const Sound heard = decodeWithFFmpeg(finished->URL().path());
+    EXPECT_NEAR(pitch(heard, 3), 300, 1);
+    EXPECT_NEAR(pitch(heard, 9), 300, 1);
+}
+
+TEST_F(SoundtrackAssembly, ItemWhoseSelectionIsZeroPlaysItsWholeFile)
+{
+    for (const SoundtrackSelection selection : {SoundtrackSelection{0, 0, 0}, kNoSelection}) {
+        const auto finished = assemble({item("1.wav", 7, 440, selection)}, 60, 7);
+        ASSERT_TRUE(finished) << error_.localizedDescription;
+        EXPECT_EQ(finished->duration().value, 7 * kRate);
+    }
+}
+
+TEST_F(SoundtrackAssembly, ItemOf3SecondsWithAVideoOf3FadesOverAllOfIt)
+{
+    const auto finished = assemble({item("1.wav", 3)}, 3, 3);
+    ASSERT_TRUE(finished) << error_.localizedDescription;
+    EXPECT_EQ(finished->duration().value, 3 * kRate);
+    const Sound heard = decodeWithFFmpeg(finished->URL().path());
+    EXPECT_NEAR(volume(heard, 0.65), 0.75, 0.04);
+    EXPECT_NEAR(volume(heard, 1.4), 0.5, 0.04);
+    EXPECT_NEAR(volume(heard, 2.15), 0.25, 0.04);
+}
+
+TEST_F(SoundtrackAssembly, LastItemShorterThanTheFadeFadesOnlyOverItsOwnPart)
+{
+    const auto finished = assemble({item("1.wav", 18, 300), item("2.wav", 4, 500)}, 20, 22);
+    ASSERT_TRUE(finished) << error_.localizedDescription;
+    // 22 - 4 = 18 seconds lie before item 2, not less than 15: it is dropped, and item 1 alone is too short to fade.
+    EXPECT_EQ(finished->duration().value, 18 * kRate);
+
+    const auto both = assemble({item("3.wav", 14, 300), item("4.wav", 2, 500)}, 16, 15.9);
+    ASSERT_TRUE(both) << error_.localizedDescription;
+    const Sound heard = decodeWithFFmpeg(both->URL().path());
+    EXPECT_NEAR(volume(heard, 13), 1, 0.03) << "an earlier item keeps its volume";
+    EXPECT_NEAR(volume(heard, 14.4), 0.3, 0.03);
+    EXPECT_NEAR(volume(heard, 15.4), 0.1, 0.03);
+}
+
+TEST_F(SoundtrackAssembly, RemainderEqualToTheThresholdDropsTheItem)
+{
+    // A video of 15 seconds: an item that starts at exactly 10 is not needed.
+    const auto finished = assemble({item("1.wav", 10, 300), item("2.wav", 10, 500)}, 15, 20);
+    ASSERT_TRUE(finished) << error_.localizedDescription;
+    EXPECT_EQ(finished->duration().value, 10 * kRate);
+}
+
+TEST_F(SoundtrackAssembly, RepeatedItemEndsTheListAtItsFirstPlace)
+{
+    const auto repeated = item("1.wav", 10, 300);
+    const SoundtrackList items = {repeated, item("2.wav", 10, 500), repeated};
+    // The walk stops at the third item, which is the first one.
+    const auto finished = assemble(items, 28, 30);
+    ASSERT_TRUE(finished) << error_.localizedDescription;
+    EXPECT_EQ(finished->duration().value, 10 * kRate);
+}
+
+TEST_F(SoundtrackAssembly, LoopFlagPlaysNoPartWhereThereIsTooMuchSound)
+{
+    const auto finished = assemble({item("1.wav", 30)}, 20, 30, true);
+    ASSERT_TRUE(finished) << error_.localizedDescription;
+    EXPECT_EQ(finished->duration().value, 20 * kRate);
+}
+
+TEST_F(SoundtrackAssembly, SelectionIsCutToTheSample)
+{
+    const auto finished = assemble({item("1.wav", 10, 440, {1.25, 6.5, 5.25})}, 60, 5.25);
+    ASSERT_TRUE(finished) << error_.localizedDescription;
+    EXPECT_EQ(finished->duration().value, int64_t(5.25 * kRate));
+    const Sound wanted = makeTone(kRate, 1, 10 * kRate, 440);
+    const Sound heard = decodeWithFFmpeg(finished->URL().path());
+    EXPECT_GT(signalToNoise(heard, 0, wanted, size_t(1.25 * kRate), size_t(5.25 * kRate)), 25);
+}
+
+TEST_F(SoundtrackAssembly, MissingFileIsLoggedAndItsErrorPassedOn)
+{
+    const auto missing = MORSoundtrack::soundtrackWithURL(folder_.url("missing.mp3"), {});
+    EXPECT_FALSE(assemble({missing}, 60, 10));
+    EXPECT_EQ(log_, std::vector<std::string>{std::string(kOperation) + " - trimmedconvertedurl == nil"});
+    EXPECT_NE(error_.localizedDescription.find("missing.mp3"), std::string::npos);
+}
+
+TEST_F(SoundtrackAssembly, ItemWithoutALocationFailsWithoutAnError)
+{
+    EXPECT_FALSE(assemble({std::make_shared<MORSoundtrack>()}, 60, 10));
+    EXPECT_EQ(log_, std::vector<std::string>{std::string(kOperation) + " - trimmedconvertedurl == nil"});
+    EXPECT_EQ(error_, NSError{});
+}
+
+TEST_F(SoundtrackAssembly, SelectionOfNoLengthFails)
+{
+    EXPECT_FALSE(assemble({item("1.wav", 10, 440, {3, 3, 0})}, 60, 10));
+    EXPECT_EQ(log_, std::vector<std::string>{std::string(kOperation) + " - trimmedconvertedurl == nil"});
+    EXPECT_FALSE(error_.localizedDescription.empty());
+}
+
+TEST_F(SoundtrackAssembly, FolderThatCannotBeMadeIsLogged)
+{
+    // An empty working list: nothing needs a folder before the export does.
+    folder_.makeFile("file");
+    TestStageContext context(folder_.url(), folder_.url("file"));
+    EXPECT_FALSE(finishedSoundtrackWithSoundtracks(context, {item("1.wav", 10)}, 4, 10, false, &error_));
+    EXPECT_EQ(log_, std::vector<std::string>{std::string(kOperation) + " - could not create temporary directory"});
+    EXPECT_EQ(error_, NSError{});
+}
+
+TEST_F(SoundtrackAssembly, CancelBeforeTheWorkYieldsNothing)
+{
+    context_->setIsCancelled(true);
+    EXPECT_FALSE(assemble({item("1.wav", 10)}, 60, 10));
+    EXPECT_EQ(error_, NSError{});
+    EXPECT_TRUE(temporaryFiles().empty());
+    EXPECT_TRUE(log_.empty());
+}
+
+TEST_F(SoundtrackAssembly, CancelDuringAConversionTakesEffectAfterIt)
+{
+    int looks = 0;
+    context_->onCancelledAsked = [&] {
+        if (++looks == 2)
+            context_->setIsCancelled(true);
+    };
+    EXPECT_FALSE(assemble({item("1.wav", 3, 300), item("2.wav", 3, 500)}, 60, 6));
+    EXPECT_EQ(error_, NSError{});
+    // The first piece was converted and stays; the second was not.
+    ASSERT_EQ(temporaryFiles().size(), 1U);
+    EXPECT_TRUE(temporaryFiles()[0].ends_with("/1.m4a"));
+}
+
+TEST_F(SoundtrackAssembly, CancelDuringTheExportLeavesThePieces)
+{
+    int looks = 0;
+    context_->onCancelledAsked = [&] {
+        // Before the work, after the conversion, then at the export.
+        if (++looks == 3)
+            context_->setIsCancelled(true);
+    };
+    EXPECT_FALSE(assemble({item("1.wav", 3)}, 60, 3));
+    EXPECT_EQ(error_, NSError{});
+    EXPECT_TRUE(log_.empty());
+}
+
+TEST_F(SoundtrackAssembly, UpdatesAreNotDeterminateAndCarryNoEstimate)
+{
+    ASSERT_TRUE(assemble({item("1.wav", 3)}, 60, 3));
+    const auto updates = context_->updates();
+    ASSERT_FALSE(updates.empty());
+    for (const ProgressUpdate& update : updates) {
+        EXPECT_TRUE(update.title == "VideoCreationTitleCalculatingSoundtrackDuration" ||
+                    update.title == "VideoCreationTitleConvertingAndTrimmingAssets");
+        EXPECT_FALSE(update.determinate);
+        EXPECT_EQ(update.timeInterval, -2);
+        EXPECT_TRUE(update.image);
+        EXPECT_EQ(update.image, updates.front().image);
+    }
+}
+
+// Run by the next test alone, in a process of its own.
+TEST_F(SoundtrackAssembly, DISABLED_LoopsUntilTheProcessIsStopped)
+{
+    assemble({item("1.wav", 3, 440, {0, 2, 2})}, 60, 2, true);
+    std::puts("returned");
+}
+
+TEST_F(SoundtrackAssembly, LoopingMoreThanFiveSecondsShortNeverReturns)
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    const std::string memoryLimit; // these builds take more address space than any limit
+#else
+    const std::string memoryLimit = "ulimit -v 1000000; ";
+#endif
+    const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
+    // Only the limit of two seconds of processor time ends it, by a signal, which the shell reports as 128 and more.
+    const std::string command =
+        "TMPDIR=" + quoted(folder_.makeFolder("child")) + " sh -c \"ulimit -c 0; " + memoryLimit + "ulimit -t 2; " +
+        quoted(self) +
+        " --gtest_also_run_disabled_tests "
+        "--gtest_filter=SoundtrackAssembly.DISABLED_LoopsUntilTheProcessIsStopped; echo status \\$?\" 2>&1";
+    const std::string output = outputOf(command);
+    EXPECT_EQ(output.find("returned"), std::string::npos) << output;
+    const size_t found = output.find("status ");
+    ASSERT_NE(found, std::string::npos) << output;
+    EXPECT_GE(std::stoi(output.substr(found + 7)), 128) << output;
+    rusage usage{};
+    ASSERT_EQ(getrusage(RUSAGE_CHILDREN, &usage), 0);
+    EXPECT_GE(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec, 1) << "it kept a processor busy";
+}
+
+} // namespace
