@@ -209,9 +209,10 @@ void AVAssetWriterSession::pump()
     }
     queue->async([weakSession = weak_from_this(), block = std::move(block)] {
         const auto session = weakSession.lock();
-        if (!session || !session->isReady())
+        if (!session)
             return;
-        (*block)();
+        if (session->isReady())
+            (*block)();
         {
             LockGuard guard(session->lock_);
             if (session->request_)

@@ -580,6 +580,29 @@ TEST_F(AVAssetWriterTest, AsksForMediaOnTheQueueUntilTheInputIsFinished)
     EXPECT_EQ(inspectMedia(url).value_or(MediaReport{}).tracks.at(0).samples.size(), 12u);
 }
 
+TEST_F(AVAssetWriterTest, AsksAgainWhereTheRoomWasTakenBeforeItsTurnCame)
+{
+    Writing writing(url, "hvc1", 640, 360);
+    writing.writer->setEncoderCount(1);
+    const auto queue = DispatchQueue::create("test", {});
+    std::promise<void> gate;
+    queue->async([opened = gate.get_future()] { opened.wait(); });
+    std::atomic<int> calls{0};
+    ASSERT_TRUE(writing.start());
+    writing.input->requestMediaDataWhenReadyOnQueue(queue, [&] {
+        ++calls;
+        writing.input->markAsFinished();
+        writing.writer->finishWritingWithCompletionHandler({});
+    });
+    const auto frame = makeNthFrame(640, 360, 0);
+    for (int i = 0; i < 8; ++i)
+        ASSERT_TRUE(writing.adaptor.appendPixelBuffer(frame, at(i)));
+    EXPECT_FALSE(writing.input->isReadyForMoreMediaData());
+    gate.set_value();
+    EXPECT_EQ(writing.writer->waitWhileWriting(kDeadlineSeconds), AVAssetWriterStatus::Completed);
+    EXPECT_EQ(calls, 1);
+}
+
 TEST_F(AVAssetWriterTest, StopsAskingWhenItFails)
 {
     Writing writing(url);
