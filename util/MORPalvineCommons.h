@@ -3,6 +3,8 @@
 #include "platform/foundation/NSGeometry.h"
 #include "platform/foundation/NSURL.h"
 
+#include <optional>
+
 /// Operations that all parts share: where files go, and what an image is. Never instantiated. Any thread.
 class MORPalvineCommons final {
 public:
@@ -20,5 +22,5 @@ public:
     static platform::NSURL temporarySaveDirectory();
 
     /// Pixels of the image, upright; zero for what is no image.
-    static platform::CGSize sizeOfImageAtURL(const platform::NSURL& url);
+    static platform::CGSize sizeOfImageAtURL(const std::optional<platform::NSURL>& url);
 };

@@ -4,6 +4,7 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavutil/imgutils.h>
+#include <libavutil/opt.h>
 #include <libavutil/pixdesc.h>
 }
 
@@ -180,6 +181,8 @@ private:
             failDecoding(error, "is too long for a picture of this format");
             return nullptr;
         }
+        // Its remarks on odd files are for nobody; what fails is reported by us.
+        av_log_set_level(AV_LOG_QUIET);
         // By name: the system may bring a second decoder of JPEG 2000.
         const AVCodec* const codec = avcodec_find_decoder_by_name(isBMP_ ? "bmp" : "jpeg2000");
         const ContextPtr context(codec ? avcodec_alloc_context3(codec) : nullptr);
@@ -192,7 +195,7 @@ private:
         context->thread_count = 1;
         context->max_pixels = static_cast<int64_t>(kMaxPixels);
         if (!isBMP_)
-            context->lowres = halvings(width, height);
+            av_opt_set_int(context->priv_data, "lowres", halvings(width, height), 0);
         packet->data = const_cast<uint8_t*>(bytes.data());
         packet->size = static_cast<int>(bytes.size());
         const bool isDecoded = avcodec_open2(context.get(), codec, nullptr) == 0 &&

@@ -148,7 +148,20 @@ private:
                                                static_cast<int>(scaled.height), kFlags),
                        error))
             return false;
+        repeatEdges(pointers[0], planes.planes[0].bytesPerRow, scaled, {planes.width, planes.height});
         return scalePlanes(planes, width, height, image) || failDecoding(error, "cannot be scaled to this size");
+    }
+
+    /// The decoder leaves brightness undefined where the plane is larger than the picture, and the scaler's window
+    /// reaches there.
+    static void repeatEdges(uint8_t* plane, size_t bytesPerRow, PixelSize picture, PixelSize whole)
+    {
+        for (size_t y = 0; y < picture.height && picture.width < whole.width; ++y) {
+            uint8_t* const row = plane + y * bytesPerRow;
+            std::fill(row + picture.width, row + whole.width, row[picture.width - 1]);
+        }
+        for (size_t y = picture.height; y < whole.height; ++y)
+            std::copy_n(plane + (picture.height - 1) * bytesPerRow, whole.width, plane + y * bytesPerRow);
     }
 
     bool decodePixels(std::span<const uint8_t> bytes, tjscalingfactor factor, PixelSize scaled, int space, size_t width,

@@ -20,7 +20,7 @@ struct ColorDescription {
 
     Model model = Model::RGB;
     /// An ICC profile; empty for none.
-    std::vector<uint8_t> profile;
+    std::vector<uint8_t> profile = {};
     /// Primaries and transfer by the numbers of ITU-T H.273 where a container gives those instead; 2 means not stated.
     int primaries = 2;
     int transfer = 2;

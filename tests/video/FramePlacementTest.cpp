@@ -1,0 +1,151 @@
+#include "video/FramePlacement.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+using platform::CGPoint;
+using platform::CGRect;
+using platform::CGSize;
+
+namespace {
+
+constexpr CGSize kFrame = {1280, 720};
+
+std::vector<size_t> markedFrames(size_t count)
+{
+    std::vector<size_t> marked;
+    for (size_t i = 0; i < count; ++i)
+        if (carriesWatermark(i, count))
+            marked.push_back(i);
+    return marked;
+}
+
+} // namespace
+
+TEST(ThumbnailBound, FitsALargeLandscapeByTheHeightOfTheFrame)
+{
+    EXPECT_EQ(thumbnailBound({4000, 3000}, kFrame, false), 960);
+}
+
+TEST(ThumbnailBound, NeverEnlargesASmallPhoto)
+{
+    EXPECT_EQ(thumbnailBound({640, 480}, kFrame, false), 640);
+    EXPECT_EQ(thumbnailBound({480, 640}, kFrame, false), 640);
+}
+
+TEST(ThumbnailBound, CoversTheFrameWhereBordersAreReduced)
+{
+    EXPECT_EQ(thumbnailBound({4000, 3000}, kFrame, true), 1280);
+}
+
+TEST(ThumbnailBound, FollowsTheRuleOfEachShape)
+{
+    struct Row {
+        std::string what;
+        CGSize photo;
+        bool reduceBorders;
+        double expected;
+    };
+    const std::vector<Row> rows = {
+        {"portrait, by height", {3000, 4000}, false, 720},
+        {"portrait, small", {300, 400}, false, 400},
+        {"portrait, higher than the frame alone", {500, 800}, false, 720},
+        {"square", {2000, 2000}, false, 720},
+        {"panorama, by width", {6000, 1000}, false, 1280},
+        {"the frame's own shape", {1920, 1080}, false, 1280},
+        {"portrait, cover by width", {3000, 4000}, true, 4.0 / 3 * 1280},
+        {"landscape flatter than the frame, cover by height", {4000, 1000}, true, 720 / 0.25},
+        {"square, cover", {2000, 2000}, true, 1280},
+        {"small portrait, cover not reached", {300, 400}, true, 720},
+        {"small landscape, cover not reached", {640, 480}, true, 640},
+        {"flat landscape, too low", {2000, 500}, true, 1280},
+        {"narrow portrait, high enough", {1000, 3000}, true, 3000},
+        {"narrow portrait, higher than its own cover", {1279, 1500}, true, 1500},
+        {"landscape too narrow by a pixel", {1279, 1000}, true, 1279},
+        {"low landscape that the width does not cover", {1000, 720}, true, 1000},
+    };
+    for (const Row& row : rows)
+        EXPECT_DOUBLE_EQ(thumbnailBound(row.photo, kFrame, row.reduceBorders), row.expected) << row.what;
+}
+
+TEST(ThumbnailBound, OfAPhotoThatWasNeverMeasuredIsNothing)
+{
+    EXPECT_EQ(thumbnailBound({0, 0}, kFrame, false), 0);
+}
+
+TEST(UnionOfFaces, IsTheRectangleAroundAll)
+{
+    EXPECT_EQ(unionOfFaces({{{10, 20}, {30, 40}}}), (CGRect{{10, 20}, {30, 40}}));
+    EXPECT_EQ(unionOfFaces({{{10, 20}, {30, 40}}, {{5, 50}, {10, 60}}, {{100, 30}, {1, 1}}}),
+              (CGRect{{5, 20}, {96, 90}}));
+}
+
+TEST(UnionOfFaces, IsEmptyWithoutAnyAndWhereNothingIsRightOfOrAboveTheCorner)
+{
+    EXPECT_EQ(unionOfFaces({}), CGRect{});
+    EXPECT_EQ(unionOfFaces({{{-20, -20}, {20, 20}}}), CGRect{});
+    EXPECT_EQ(unionOfFaces({{{-20, -20}, {25, 20}}}), (CGRect{{-20, -20}, {25, 20}}));
+}
+
+TEST(Placement, CentresAPictureWithoutAFace)
+{
+    EXPECT_EQ(placement({960, 720}, {}, kFrame), (CGPoint{160, 0}));
+    EXPECT_EQ(placement({1280, 960}, {}, kFrame), (CGPoint{0, -120}));
+    EXPECT_EQ(placement({641, 481}, {}, kFrame), (CGPoint{319.5, 119.5}));
+}
+
+TEST(Placement, CentresAPictureWhoseFaceIsInTheFrame)
+{
+    // Touching the edges is inside: the frame shows 120 to 840 of 960.
+    EXPECT_EQ(placement({1280, 960}, {{0, 120}, {1280, 720}}, kFrame), (CGPoint{0, -120}));
+    EXPECT_EQ(placement({1280, 960}, {{600, 400}, {100, 100}}, kFrame), (CGPoint{0, -120}));
+}
+
+TEST(Placement, MovesAFaceNearAnEdgeToTheMiddleOrToThePicturesEdge)
+{
+    // One just above the frame: its middle comes to that of the frame, at 360, but for the picture's edge.
+    EXPECT_EQ(placement({1280, 960}, {{600, 800}, {100, 100}}, kFrame), (CGPoint{0, -240}));
+    // Of a higher picture there is room to centre it, near its top, not at its bottom.
+    EXPECT_EQ(placement({1280, 2000}, {{600, 1500}, {100, 100}}, kFrame), (CGPoint{0, -1190}));
+    EXPECT_EQ(placement({1280, 2000}, {{600, 300}, {100, 100}}, kFrame), (CGPoint{0, 0}));
+    // To the left and right.
+    EXPECT_EQ(placement({2000, 720}, {{100, 300}, {100, 100}}, kFrame), (CGPoint{0, 0}));
+    EXPECT_EQ(placement({4000, 720}, {{1200, 300}, {100, 100}}, kFrame), (CGPoint{-610, 0}));
+    EXPECT_EQ(placement({4000, 720}, {{3900, 300}, {100, 100}}, kFrame), (CGPoint{-2720, 0}));
+}
+
+TEST(Placement, CentresAFaceThatIsLargerThanTheFrame)
+{
+    EXPECT_EQ(placement({1280, 2000}, {{0, 500}, {1280, 900}}, kFrame), (CGPoint{0, -590}));
+}
+
+TEST(Placement, LeavesAnAxisAloneThatThePictureDoesNotFill)
+{
+    // Too narrow: the face cannot be moved sideways, but upwards.
+    EXPECT_EQ(placement({1000, 2000}, {{-200, 1500}, {100, 100}}, kFrame), (CGPoint{140, -1190}));
+    // Too low.
+    EXPECT_EQ(placement({4000, 500}, {{3900, -300}, {100, 100}}, kFrame), (CGPoint{-2720, 110}));
+}
+
+TEST(Watermark, IsOnTheFirstTheLastAndNineInTheMiddle)
+{
+    EXPECT_EQ(markedFrames(20), (std::vector<size_t>{0, 6, 7, 8, 9, 10, 11, 12, 13, 14, 19}));
+    EXPECT_EQ(markedFrames(21), (std::vector<size_t>{0, 6, 7, 8, 9, 10, 11, 12, 13, 14, 20}));
+}
+
+TEST(Watermark, IsOnTheFirstAndLastAloneOfFewerThanTen)
+{
+    for (size_t count = 2; count < 10; ++count)
+        EXPECT_EQ(markedFrames(count), (std::vector<size_t>{0, count - 1})) << count;
+    EXPECT_EQ(markedFrames(1), std::vector<size_t>{0});
+}
+
+TEST(Watermark, IsOnEveryFrameOfTen)
+{
+    EXPECT_EQ(markedFrames(10).size(), 10u);
+    EXPECT_EQ(markedFrames(11).size(), 11u);
+    EXPECT_EQ(markedFrames(12), (std::vector<size_t>{0, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}));
+}

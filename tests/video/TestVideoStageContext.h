@@ -1,0 +1,76 @@
+#pragma once
+
+#include "tests/support/TemporaryFolder.h"
+#include "video/VideoStageContext.h"
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+/// What a creator would share with its stages, without a connection. Updates are kept.
+class TestVideoStageContext final : public VideoStageContext {
+public:
+    explicit TestVideoStageContext(int concurrentFrames = 2)
+    {
+        fbQ_.setMaxConcurrentOperationCount(1);
+        bufferCreationQ_.setMaxConcurrentOperationCount(concurrentFrames);
+    }
+    ~TestVideoStageContext() override { finish(); }
+
+    bool isCancelled() const override
+    {
+        if (whenAskedForCancelled)
+            whenAskedForCancelled();
+        return isCancelled_;
+    }
+    void setIsCancelled(bool isCancelled) override { isCancelled_ = isCancelled; }
+    platform::NSURL destinationURL() const override { return folder_.url(); }
+    platform::NSURL temporaryURL() const override { return folder_.url(); }
+    platform::NSOperationQueue& fbQ() override { return fbQ_; }
+    void updateProgress(const ProgressUpdate& update) override
+    {
+        const std::lock_guard guard(mutex_);
+        updates_.push_back(update);
+    }
+    platform::NSOperationQueue& bufferCreationQ() override { return bufferCreationQ_; }
+    uint64_t currentNeededPhotoIndex() const override { return currentNeededPhotoIndex_; }
+    void setCurrentNeededPhotoIndex(uint64_t index) override { currentNeededPhotoIndex_ = index; }
+    std::shared_ptr<FrameList> imageBuffers() const override
+    {
+        const std::lock_guard guard(mutex_);
+        return imageBuffers_;
+    }
+    void setImageBuffers(std::shared_ptr<FrameList> frames) override
+    {
+        const std::lock_guard guard(mutex_);
+        imageBuffers_ = std::move(frames);
+    }
+
+    /// Waits until all frames and updates are through.
+    void finish()
+    {
+        bufferCreationQ_.waitUntilAllOperationsAreFinished();
+        fbQ_.waitUntilAllOperationsAreFinished();
+    }
+    std::vector<ProgressUpdate> updates() const
+    {
+        const std::lock_guard guard(mutex_);
+        return updates_;
+    }
+    const TemporaryFolder& folder() const { return folder_; }
+
+    /// Called before each answer; set before the first.
+    std::function<void()> whenAskedForCancelled;
+
+private:
+    const TemporaryFolder folder_;
+    std::atomic<bool> isCancelled_{false};
+    std::atomic<uint64_t> currentNeededPhotoIndex_{0};
+    mutable std::mutex mutex_;
+    std::vector<ProgressUpdate> updates_;
+    std::shared_ptr<FrameList> imageBuffers_;
+    platform::NSOperationQueue fbQ_;
+    platform::NSOperationQueue bufferCreationQ_;
+};
