@@ -4,6 +4,7 @@
 #include "platform/foundation/NSString.h"
 #include "tests/items/ReferenceReader.h"
 #include "tests/support/ArchiveBytes.h"
+#include "tests/support/CommaLocale.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -271,6 +272,19 @@ TEST(MORPhoto, LoadsWhatItSaved)
     EXPECT_EQ(loaded->fileSize(), photo.fileSize());
     EXPECT_TRUE(loaded->isFeatured());
     EXPECT_EQ(loaded->dateCreated(), photo.dateCreated());
+    EXPECT_EQ(loaded->averageImageColor(), photo.averageImageColor());
+}
+
+TEST(MORPhoto, WritesItsNumbersAlikeInEveryLocale)
+{
+    const CommaLocale comma;
+    ASSERT_TRUE(comma) << "localedef could not make a locale";
+    MORPhoto photo;
+    filled(photo).setSize({0.5, 2.25});
+    photo.setAverageImageColor(NSColor{NSColor::Space::Device, 0.25, 0.5, 0.75, 0.125});
+    const auto loaded = load(photo.saveData().value());
+    ASSERT_TRUE(loaded);
+    EXPECT_EQ(loaded->size(), photo.size());
     EXPECT_EQ(loaded->averageImageColor(), photo.averageImageColor());
 }
 

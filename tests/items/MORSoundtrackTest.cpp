@@ -4,6 +4,7 @@
 #include "platform/media/CMTime.h"
 #include "tests/items/ReferenceReader.h"
 #include "tests/support/ArchiveBytes.h"
+#include "tests/support/CommaLocale.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <cmath>
@@ -336,6 +337,15 @@ TEST(MORSoundtrack, IsAnItemThoughItsBookmarkLeadsNowhere)
     ASSERT_TRUE(item);
     EXPECT_EQ(item->soundtrackURL(), std::nullopt);
     EXPECT_EQ(item->_originalPath(), "/a/song.mp3");
+}
+
+TEST(MORSoundtrack, WritesItsSelectionAlikeInEveryLocale)
+{
+    const CommaLocale comma;
+    ASSERT_TRUE(comma) << "localedef could not make a locale";
+    const auto loaded = load(soundtrack("/a/Resources/song.mp3", {0.25, 1.5, 1.25})->saveData().value());
+    ASSERT_TRUE(loaded);
+    EXPECT_EQ(loaded->selection(), (SoundtrackSelection{0.25, 1.5, 1.25}));
 }
 
 TEST(MORSoundtrack, KeepsANameThatIsNotUTF8)

@@ -1,7 +1,6 @@
 #include "platform/foundation/NSPropertyListSerialization.h"
 
 #include <chrono>
-#include <clocale>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <random>
@@ -238,17 +237,6 @@ TEST(NSPropertyListSerialization, ReadsTheXMLFormat)
     EXPECT_EQ(*list->objectForKey<NSData>("data"), (NSData{1, 2, 3}));
     EXPECT_EQ(*list->objectForKey<bool>("yes"), true);
     EXPECT_EQ(*list->objectForKey<PropertyListUID>("reference"), PropertyListUID{3});
-}
-
-TEST(NSPropertyListSerialization, ReadsXMLNumbersInEveryLocale)
-{
-    const std::string old = setlocale(LC_ALL, nullptr);
-    for (const char* name : {"de_DE.UTF-8", "fr_FR.UTF-8", "C"}) {
-        if (setlocale(LC_ALL, name)) {
-            EXPECT_EQ(readAs<double>(bytesOf("<plist><real>1.5</real></plist>")), 1.5) << name;
-        }
-    }
-    setlocale(LC_ALL, old.c_str());
 }
 
 TEST(NSPropertyListSerialization, SurvivesDamagedXML)

@@ -1,6 +1,9 @@
 #include "platform/foundation/NSString.h"
 
-#include <clocale>
+#include "platform/foundation/NSGeometry.h"
+#include "platform/foundation/NSPropertyListSerialization.h"
+#include "tests/support/CommaLocale.h"
+
 #include <cmath>
 #include <gtest/gtest.h>
 
@@ -54,18 +57,17 @@ TEST(NSString, WritesSixDecimals)
 
 TEST(NSString, ReadsAndWritesNumbersAlikeInEveryLocale)
 {
-    const std::string old = setlocale(LC_ALL, nullptr);
-    bool anyWithComma = false;
-    for (const char* name : {"de_DE.UTF-8", "fr_FR.UTF-8", "de_DE", "C"}) {
-        if (!setlocale(LC_ALL, name))
-            continue;
-        anyWithComma |= std::string_view(localeconv()->decimal_point) == ",";
-        EXPECT_EQ(doubleValue("1.5"), 1.5) << name;
-        EXPECT_EQ(stringWithSixDecimals(1.5), "1.500000") << name;
-    }
-    setlocale(LC_ALL, old.c_str());
-    if (!anyWithComma)
-        GTEST_LOG_(INFO) << "no locale with a decimal comma is installed here";
+    const CommaLocale comma;
+    ASSERT_TRUE(comma) << "localedef could not make a locale";
+    EXPECT_EQ(doubleValue("1.5"), 1.5);
+    EXPECT_EQ(doubleValue("1,5"), 1);
+    EXPECT_EQ(stringWithSixDecimals(1.5), "1.500000");
+    EXPECT_EQ(NSStringFromSize({0.5, 1e6}), "{0.5, 1000000}");
+    EXPECT_EQ(NSSizeFromString("{0.5, 2.5}"), (CGSize{0.5, 2.5}));
+    const std::string_view xml = "<plist><real>1.5</real></plist>";
+    const auto list = propertyListWithData(NSData(xml.begin(), xml.end()));
+    ASSERT_TRUE(list && list->as<double>());
+    EXPECT_EQ(*list->as<double>(), 1.5);
 }
 
 TEST(NSString, CountsUnitsOfUTF16)
