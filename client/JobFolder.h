@@ -31,8 +31,11 @@ public:
     /// An empty file whose name without its extension is `title`.
     std::optional<platform::NSURL> makeDocument(const std::string& title, platform::NSError* error = nullptr) const;
 
-    /// Another name, of plain characters, for a file: a link with the file's extension.
+    /// Another location for a file: a link with the file's extension.
     std::optional<platform::NSURL> makeAlias(const std::string& path, platform::NSError* error = nullptr) const;
+
+    /// For files that the client makes for the service.
+    std::string pathForFile(const std::string& name) const { return path_ + "/documents/" + name; }
 
     /// Bytes of all files below, what is being written included; a sign of life of a stage that reports nothing.
     uint64_t sizeOfContents() const;

@@ -15,8 +15,14 @@ using platform::MediaTrackReport;
 /// another.
 constexpr double kPictureTolerance = 0.000201;
 
-/// Two AAC packets; where sound is cut, players round to packets.
+/// Where sound is cut it may end with a packet of its own, of so many samples.
+constexpr double kSoundPackets = 2 * 1024;
 constexpr double kSoundTolerance = 0.05;
+
+double soundTolerance(const MediaTrackReport& sound)
+{
+    return std::max(kSoundTolerance, sound.sampleRateHz > 0 ? kSoundPackets / sound.sampleRateHz : 0);
+}
 
 double secondsOf(const platform::CMTime& time)
 {
@@ -70,7 +76,7 @@ std::vector<std::string> findFaults(const platform::MediaReport& movie, const Ex
     const MediaTrackReport* sound = trackOfType(movie, "soun");
     if (expected.soundEnd && (!sound || sound->samples.empty()))
         faults.emplace_back("it has no sound");
-    else if (expected.soundEnd && std::abs(secondsOf(sound->end) - *expected.soundEnd) > kSoundTolerance)
+    else if (expected.soundEnd && std::abs(secondsOf(sound->end) - *expected.soundEnd) > soundTolerance(*sound))
         faults.push_back(fmt::format("its sound ends after {} instead of {}", secondsText(secondsOf(sound->end)),
                                      secondsText(*expected.soundEnd)));
     else if (!expected.soundEnd && sound)

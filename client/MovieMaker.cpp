@@ -4,6 +4,7 @@
 #include "client/JobFolder.h"
 #include "client/MovieCheck.h"
 #include "client/ServiceProcess.h"
+#include "client/SilentSound.h"
 #include "client/Text.h"
 #include "items/morStilloraVideoCreatorProtocol.h"
 #include "platform/dispatch/Lock.h"
@@ -16,6 +17,7 @@
 #include <array>
 #include <cerrno>
 #include <limits>
+#include <map>
 #include <utility>
 
 #include <fmt/format.h>
@@ -34,6 +36,8 @@ constexpr milliseconds kTick{150};
 
 /// How often the job's folder is measured, at the rarest.
 constexpr milliseconds kMeasureInterval{2'000};
+
+constexpr int kSilenceRateHz = 44100;
 
 /// How long a service that has answered may take to end by itself.
 constexpr milliseconds kGoodbye{2'000};
@@ -132,6 +136,7 @@ private:
     bool isSilentForTooLong(Clock::time_point now);
     MovieOutcome finish(Ending ending);
     MovieOutcome takeMovie(const platform::NSURL& made);
+    std::optional<platform::NSURL> locationOfSound(const PlannedSound& piece);
     void explainFailure(const Mailbox::Answer& answer);
     void endService();
 
@@ -149,6 +154,10 @@ private:
     std::unique_ptr<ServiceProcess> service_;
     platform::NSXPCConnectionPtr connection_;
     std::optional<Mailbox::Answer> answer_;
+
+    std::optional<platform::NSURL> silence_;
+    /// The locations that a file goes by, one for each part of it.
+    std::map<std::string, std::vector<std::pair<SoundFacts::Selection, platform::NSURL>>> locationsOfSounds_;
 
     Clock::time_point lastSignOfLife_;
     Clock::time_point lastMeasured_;
@@ -227,6 +236,35 @@ bool MovieMaker::Job::connect()
     return true;
 }
 
+/// The service converts each location once, with the selection that it meets first, so that another part of a file
+/// needs another location.
+std::optional<platform::NSURL> MovieMaker::Job::locationOfSound(const PlannedSound& piece)
+{
+    if (!piece.source) {
+        if (!silence_) {
+            // As the music before it, so that nothing has to be converted to it.
+            const bool hasMusic = !request_.sounds.empty();
+            const int rate = hasMusic ? request_.sounds.back().sampleRateHz : 0;
+            const std::string path = folder_->pathForFile("silence.wav");
+            if (!writeSilence(path, piece.length, rate > 0 ? rate : kSilenceRateHz, hasMusic ? 2 : 1, &error_))
+                return std::nullopt;
+            silence_ = platform::NSURL::fileURLWithPath(path, false);
+        }
+        return silence_;
+    }
+    const std::string& path = request_.sounds[*piece.source].path;
+    const SoundFacts::Selection part = piece.selection.value_or(SoundFacts::Selection{});
+    auto& locations = locationsOfSounds_[path];
+    for (const auto& [selection, location] : locations)
+        if (selection.start == part.start && selection.end == part.end)
+            return location;
+    const auto location = locations.empty() ? std::optional(platform::NSURL::fileURLWithPath(path, false))
+                                            : folder_->makeAlias(path, &error_);
+    if (location)
+        locations.emplace_back(part, *location);
+    return location;
+}
+
 bool MovieMaker::Job::send()
 {
     const MoviePlan& plan = request_.plan;
@@ -247,6 +285,18 @@ bool MovieMaker::Job::send()
         }
     }
 
+    SoundtrackList sounds;
+    for (const PlannedSound& piece : plan.sounds) {
+        const auto url = locationOfSound(piece);
+        if (!url)
+            return false;
+        // Zeros mean the whole file, and unlike the marker for it they survive being sent.
+        const SoundFacts::Selection part = piece.selection.value_or(SoundFacts::Selection{});
+        auto sound = MORSoundtrack::soundtrackWithURL(*url, {part.start, part.end, part.end - part.start});
+        sound->set_originalPath(platform::stringByReplacingInvalidUTF8(url->path()));
+        sounds.push_back(std::move(sound));
+    }
+
     const auto document = folder_->makeDocument(request_.title, &error_);
     if (!document)
         return false;
@@ -258,7 +308,7 @@ bool MovieMaker::Job::send()
 
     VideoCreatorProxy(connection_->remoteObjectProxy())
         .createStillMotionVideoWithPhotos(
-            photos, {}, plan.totalVideoDuration, plan.totalSoundtrackDuration, false, plan.secondsPerFrame,
+            photos, sounds, plan.totalVideoDuration, plan.totalSoundtrackDuration, false, plan.secondsPerFrame,
             request_.codec, request_.quality, request_.reducesBorders, *documentURL, *saveURL, *temporaryURL,
             [mailbox = mailbox_](std::optional<platform::NSData> movie, std::optional<platform::NSError> error,
                                  bool isCancelled) {
@@ -428,6 +478,7 @@ MovieOutcome MovieMaker::Job::takeMovie(const platform::NSURL& made)
     expected.secondsPerFrame = plan.secondsPerFrame;
     expected.size = frameSizeForQuality(request_.quality, request_.photos);
     expected.codec = request_.codec;
+    expected.soundEnd = plan.soundEnd();
 
     MovieOutcome outcome;
     const auto report = platform::inspectMedia(made, &error_);

@@ -18,7 +18,7 @@ constexpr size_t kFramesBeforeWriting = 5;
 /// Time values of the picture track are whole numbers of this scale.
 constexpr double kPictureTimescale = 10000;
 
-/// A piece that would begin in the last seconds, where the music fades, is not begun.
+/// The next sound of a list is not begun in the last seconds, where the music fades.
 constexpr double kFadeSeconds = 5;
 
 /// Seconds by which the sound is planned longer than the pictures, so that rounding to samples never leaves it shorter:
@@ -27,6 +27,9 @@ constexpr double kOverlapSeconds = 0.25;
 
 /// So much shorter than the music are the pictures that fit it, for the same reason.
 constexpr double kFitReserveSeconds = 0.05;
+
+/// The longest piece of silence.
+constexpr double kMaxSilenceSeconds = 600;
 
 /// More pieces than any sensible soundtrack; each is opened and joined by the service.
 constexpr size_t kMaxSounds = 5000;
@@ -61,7 +64,8 @@ bool planMusic(const MovieWish& wish, MoviePlan& plan, platform::NSError* error)
     for (size_t i = 0; !wish.sounds.empty(); ++i) {
         if (!wish.loopsSounds && i == wish.sounds.size())
             break;
-        if (cursor > 0 && cursor >= end - kFadeSeconds)
+        // What is to be repeated until the end is heard until the end, however little of it is left.
+        if (cursor > 0 && cursor >= (wish.loopsSounds ? end : end - kFadeSeconds))
             break;
         if (plan.sounds.size() == kMaxSounds)
             return platform::fail(error, kClientErrorDomain, kClientErrorOutOfRange,
@@ -86,8 +90,11 @@ bool planMusic(const MovieWish& wish, MoviePlan& plan, platform::NSError* error)
     if (!plan.sounds.empty() && cursor >= end)
         plan.fadeStart = end - std::min(end, kFadeSeconds);
     if (cursor < end && wish.fillsSilence) {
+        // One file for all pieces, so that hours of silence are converted in minutes; the last is cut anyway.
         const double length = end - cursor + kOverlapSeconds;
-        plan.sounds.push_back({std::nullopt, std::nullopt, length});
+        const double pieces = std::ceil(length / kMaxSilenceSeconds);
+        for (double i = 0; i < pieces; ++i)
+            plan.sounds.push_back({std::nullopt, std::nullopt, length / pieces});
         cursor += length;
     }
     plan.totalSoundtrackDuration = std::min(cursor, end);
@@ -124,6 +131,16 @@ std::optional<MoviePlan> planMovie(const MovieWish& wish, platform::NSError* err
     if (!planMusic(wish, plan, error))
         return std::nullopt;
     return plan;
+}
+
+std::optional<double> MoviePlan::soundEnd() const
+{
+    if (sounds.empty())
+        return std::nullopt;
+    double length = 0;
+    for (const PlannedSound& piece : sounds)
+        length += piece.length;
+    return std::min(length, totalVideoDuration);
 }
 
 platform::CGSize frameSizeForQuality(int64_t quality, const std::vector<PhotoFacts>& photos)

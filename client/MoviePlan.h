@@ -31,6 +31,7 @@ struct SoundFacts {
     std::optional<Selection> selection;
     /// Seconds that the selection, or the whole file, plays.
     double length = 0;
+    int sampleRateHz = 0;
 };
 
 struct MovieWish {
@@ -74,6 +75,8 @@ struct MoviePlan {
     /// From here to the end the music gets quieter; nothing where it ends by itself.
     std::optional<double> fadeStart;
 
+    /// Seconds until the sound ends, silence included; nothing for a movie without sound.
+    std::optional<double> soundEnd() const;
     size_t frameCount(size_t photoCount) const { return framesPerPhoto * photoCount; }
 };
 

@@ -1,5 +1,6 @@
 #include "client/PhotoCheck.h"
 
+#include "client/FileReason.h"
 #include "platform/dispatch/Lock.h"
 #include "platform/dispatch/NSOperationQueue.h"
 #include "platform/foundation/NSURL.h"
@@ -8,7 +9,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <memory>
 #include <optional>
 #include <thread>
@@ -42,12 +42,6 @@ struct Findings {
     size_t done GUARDED_BY(lock) = 0;
 };
 
-std::string reasonText(int errnoValue)
-{
-    const char* reason = strerrordesc_np(errnoValue);
-    return reason ? reason : "error " + std::to_string(errnoValue);
-}
-
 /// The sentence without the path that it may begin with or hold; reports name the path themselves.
 std::string withoutPath(std::string sentence, const platform::NSURL& url)
 {
@@ -69,12 +63,12 @@ Findings::Finding lookInto(const PhotoCandidate& candidate)
     };
     struct stat status = {};
     if (stat(candidate.path.c_str(), &status) != 0)
-        return bad(reasonText(errno));
+        return bad(reasonOfErrno(errno));
     // Anything else might keep whoever opens it waiting.
     if (!S_ISREG(status.st_mode))
         return bad("is not a regular file");
     if (access(candidate.path.c_str(), R_OK) != 0)
-        return bad(reasonText(errno));
+        return bad(reasonOfErrno(errno));
     const bool mayBeAnything = candidate.origin == PhotoCandidate::Origin::FoundAsFile;
     if (status.st_size == 0 && !mayBeAnything)
         return bad("is empty");

@@ -1,5 +1,6 @@
 #include "client/PhotoListing.h"
 
+#include "client/FileReason.h"
 #include "client/NaturalOrder.h"
 #include "client/Text.h"
 #include "platform/foundation/NSURL.h"
@@ -7,7 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <memory>
 #include <string_view>
 
@@ -50,11 +50,18 @@ std::string joined(const std::string& folder, const std::string& name)
     return folder.ends_with('/') ? folder + name : folder + "/" + name;
 }
 
+/// A folder may be given twice; once is enough to say it.
+void addNote(PhotoListing& listing, std::string note)
+{
+    if (std::find(listing.notes.begin(), listing.notes.end(), note) == listing.notes.end())
+        listing.notes.push_back(std::move(note));
+}
+
 void listFolder(const std::string& path, PhotoListing& listing)
 {
     const std::unique_ptr<DIR, CloseFolder> folder(opendir(path.c_str()));
     if (!folder) {
-        listing.bad.push_back({path, fmt::format("the folder cannot be read: {}", std::strerror(errno))});
+        listing.bad.push_back({path, fmt::format("the folder cannot be read: {}", reasonOfErrno(errno))});
         return;
     }
     std::vector<std::string> names;
@@ -87,13 +94,13 @@ void listFolder(const std::string& path, PhotoListing& listing)
         return;
     }
     if (others > 0)
-        listing.notes.push_back(fmt::format("{}: {} passed over", path,
-                                            others == 1 ? "1 file that is no photo was"
-                                                        : fmt::format("{} files that are no photos were", others)));
+        addNote(listing, fmt::format("{}: {} passed over", path,
+                                     others == 1 ? "1 file that is no photo was"
+                                                 : fmt::format("{} files that are no photos were", others)));
     if (folders > 0)
-        listing.notes.push_back(
-            fmt::format("{}: {} not looked into", path,
-                        folders == 1 ? "1 folder inside was" : fmt::format("{} folders inside were", folders)));
+        addNote(listing,
+                fmt::format("{}: {} not looked into", path,
+                            folders == 1 ? "1 folder inside was" : fmt::format("{} folders inside were", folders)));
 }
 
 } // namespace
@@ -109,7 +116,7 @@ PhotoListing listPhotos(const std::vector<std::string>& arguments)
     for (const std::string& argument : arguments) {
         struct stat status = {};
         if (stat(argument.c_str(), &status) != 0)
-            listing.bad.push_back({argument, std::strerror(errno)});
+            listing.bad.push_back({argument, reasonOfErrno(errno)});
         else if (S_ISDIR(status.st_mode))
             listFolder(argument, listing);
         else

@@ -1,6 +1,7 @@
 #include "client/ServiceProcess.h"
 
 #include "client/ClientError.h"
+#include "client/FileReason.h"
 #include "client/Text.h"
 
 #include <algorithm>
@@ -146,7 +147,7 @@ std::optional<std::string> ServiceProcess::findProgram(platform::NSError* error)
             return named;
         platform::fail(error, kClientErrorDomain, kClientErrorServiceNotFound,
                        fmt::format("{}, named by {}, is no program: {}", printable(named), kProgramVariable,
-                                   std::strerror(errno)));
+                                   reasonOfErrno(errno)));
         return std::nullopt;
     }
     const std::string folder = folderOfThisProgram();
@@ -166,7 +167,7 @@ std::unique_ptr<ServiceProcess> ServiceProcess::start(const std::string& program
     const auto refuse = [&](int errnoValue) {
         platform::fail(
             error, kClientErrorDomain, kClientErrorServiceNotStarted,
-            fmt::format("the rendering service {} cannot be started: {}", program, std::strerror(errnoValue)));
+            fmt::format("the rendering service {} cannot be started: {}", program, reasonOfErrno(errnoValue)));
         return nullptr;
     };
     std::array<int, 2> ends{};

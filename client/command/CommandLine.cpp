@@ -87,6 +87,63 @@ std::string readTitle(std::string text, CreateOptions& options)
     return {};
 }
 
+/// "83", "1:23" or "1:02:03.5" in seconds; nothing for other texts.
+std::optional<double> timeOf(std::string_view text)
+{
+    double seconds = 0;
+    bool isFirst = true;
+    for (int part = 0; part < 3; ++part) {
+        const size_t colon = text.find(':');
+        const std::string_view number = text.substr(0, colon);
+        const bool isWhole = number.find_first_not_of("0123456789") == std::string_view::npos;
+        const auto value = number.empty() || number[0] == '-' ? std::nullopt : numberOf(number);
+        // Only the last part may have a fraction, and only the first may be 60 or more.
+        if (!value || *value < 0 || (colon != std::string_view::npos && !isWhole) || (!isFirst && *value >= 60))
+            return std::nullopt;
+        seconds = seconds * 60 + *value;
+        if (colon == std::string_view::npos)
+            return seconds;
+        text.remove_prefix(colon + 1);
+        isFirst = false;
+    }
+    return std::nullopt;
+}
+
+/// "FILE" or "FILE@START-END", where start and end may be left out. What does not read as times belongs to the name.
+SoundArgument soundOf(const std::string& text)
+{
+    const size_t at = text.rfind('@');
+    const size_t hyphen = at == std::string::npos ? at : text.find('-', at);
+    if (hyphen == std::string::npos)
+        return {text, std::nullopt, std::nullopt};
+    const std::string_view start = std::string_view(text).substr(at + 1, hyphen - at - 1);
+    const std::string_view end = std::string_view(text).substr(hyphen + 1);
+    const auto startTime = timeOf(start);
+    const auto endTime = timeOf(end);
+    if ((!start.empty() && !startTime) || (!end.empty() && !endTime))
+        return {text, std::nullopt, std::nullopt};
+    return {text.substr(0, at), startTime, endTime};
+}
+
+std::string readSounds(const std::vector<std::string>& texts, CreateOptions& options)
+{
+    for (const std::string& text : texts) {
+        SoundArgument sound = soundOf(text);
+        if (sound.path.empty())
+            return "--soundtrack takes the path of a sound file";
+        if (sound.end && *sound.end <= sound.start.value_or(0))
+            return fmt::format("the selection of \"{}\" ends before it starts", text);
+        options.sounds.push_back(std::move(sound));
+    }
+    if (options.sounds.empty() && (options.loopsSounds || options.fitsMusic))
+        return fmt::format("{} needs a --soundtrack", options.loopsSounds ? "--loop" : "--fit-music");
+    if (options.fitsMusic && options.loopsSounds)
+        return "--fit-music leaves nothing to --loop";
+    if (options.fitsMusic && options.seconds)
+        return "--fit-music chooses the seconds itself, without --seconds";
+    return {};
+}
+
 ParsedCommandLine parseCreate(const std::vector<std::string>& arguments)
 {
     CreateOptions options;
@@ -102,6 +159,13 @@ ParsedCommandLine parseCreate(const std::vector<std::string>& arguments)
     CLI::Option* const codecOption = app.add_option("--codec", codec);
     CLI::Option* const titleOption = app.add_option("--title", title);
     CLI::Option* const saveOption = app.add_option("--save", saveFolder);
+    std::vector<std::string> sounds;
+    bool isSilenceLeftOut = false;
+    // One value each, so that photos may follow.
+    app.add_option("--soundtrack", sounds)->allow_extra_args(false);
+    app.add_flag("--loop", options.loopsSounds);
+    app.add_flag("--fit-music", options.fitsMusic);
+    app.add_flag("--no-silence", isSilenceLeftOut);
     app.add_flag("--reduce-borders", options.reducesBorders);
     app.add_flag("--skip-bad", options.skipsBad);
     app.add_flag("--json", options.isJSON);
@@ -130,6 +194,9 @@ ParsedCommandLine parseCreate(const std::vector<std::string>& arguments)
             fault = "--save takes the path of a folder";
         options.saveFolder = saveFolder;
     }
+    options.fillsSilence = !isSilenceLeftOut;
+    if (fault.empty())
+        fault = readSounds(sounds, options);
     if (fault.empty() && options.photos.empty())
         fault = "no photos were given";
     if (!fault.empty())

@@ -8,9 +8,11 @@
 #include "client/MovieTitle.h"
 #include "client/PhotoCheck.h"
 #include "client/PhotoListing.h"
+#include "client/SoundCheck.h"
 #include "client/Text.h"
 #include "client/command/ExitStatus.h"
 #include "client/command/SignalWatch.h"
+#include "client/command/SoundSentence.h"
 #include "client/command/Terminal.h"
 #include "util/MORPalvineCommons.h"
 
@@ -118,8 +120,8 @@ public:
     int run();
 
 private:
-    int makeMovie(std::vector<PhotoFacts> photos);
-    int refuseBadPhotos(const std::vector<BadPhoto>& bad);
+    int makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFacts> sounds);
+    int refuseBadInput(const std::vector<BadPhoto>& photos, const std::vector<BadSound>& sounds);
     int finish(const MovieRequest& request, const MovieOutcome& outcome);
     int fail(ExitStatus status, const std::string& reason);
     int stopped();
@@ -157,34 +159,45 @@ int Creation::run()
                  : fmt::format("{} more files that are no photos were passed over", checked.passedOver));
     std::vector<BadPhoto> bad = std::move(listing.bad);
     bad.insert(bad.end(), checked.bad.begin(), checked.bad.end());
-    if (!bad.empty() && !options_.skipsBad)
-        return refuseBadPhotos(bad);
+    CheckedSounds sounds = checkSounds(options_.sounds);
+    if ((!bad.empty() && !options_.skipsBad) || !sounds.bad.empty())
+        return refuseBadInput(bad, sounds.bad);
     for (const BadPhoto& photo : bad)
         note(fmt::format("left out: {}: {}", photo.path, photo.reason));
     if (checked.good.empty())
         return fail(kExitBadInput, bad.empty()
                                        ? fmt::format("there are no photos in {}", fmt::join(options_.photos, ", "))
                                        : "no photo can be used");
-    return makeMovie(std::move(checked.good));
+    return makeMovie(std::move(checked.good), std::move(sounds.good));
 }
 
-int Creation::refuseBadPhotos(const std::vector<BadPhoto>& bad)
+int Creation::refuseBadInput(const std::vector<BadPhoto>& photos, const std::vector<BadSound>& sounds)
 {
+    const auto tell = [&](const auto& files) {
+        std::vector<JSONWriter> list;
+        for (const auto& file : files) {
+            complain(fmt::format("{}: {}", file.path, file.reason));
+            list.push_back(JSONWriter().add("path", file.path).add("reason", file.reason));
+        }
+        return list;
+    };
+    const auto counted = [](size_t count, const char* name) {
+        return fmt::format("{} {}{} cannot be used", count, name, count == 1 ? "" : "s");
+    };
+    const bool areBadPhotosRefused = !options_.skipsBad && !photos.empty();
+    const auto badPhotos = tell(areBadPhotosRefused ? photos : std::vector<BadPhoto>());
+    const auto badSounds = tell(sounds);
+    std::string reason = areBadPhotosRefused ? counted(photos.size(), "photo") : "";
+    if (!sounds.empty())
+        reason += (reason.empty() ? "" : ", ") + counted(sounds.size(), "sound");
+    complain(reason + (areBadPhotosRefused ? "; --skip-bad leaves out photos that cannot" : ""));
     JSONWriter result;
-    std::vector<JSONWriter> list;
-    for (const BadPhoto& photo : bad) {
-        complain(fmt::format("{}: {}", photo.path, photo.reason));
-        list.push_back(JSONWriter().add("path", photo.path).add("reason", photo.reason));
-    }
-    const std::string reason =
-        bad.size() == 1 ? "1 photo cannot be used" : fmt::format("{} photos cannot be used", bad.size());
-    complain(reason + "; --skip-bad leaves out what cannot");
-    writeResult(
-        result.add("ok", false).add("cancelled", false).addNull("movie").add("error", reason).add("badPhotos", list));
+    result.add("ok", false).add("cancelled", false).addNull("movie").add("error", reason);
+    writeResult(result.add("badPhotos", badPhotos).add("badSounds", badSounds));
     return kExitBadInput;
 }
 
-int Creation::makeMovie(std::vector<PhotoFacts> photos)
+int Creation::makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFacts> sounds)
 {
     if (options_.codec != "avc1")
         note(fmt::format("browsers do not show the codec {}; avc1 plays everywhere", options_.codec));
@@ -192,7 +205,10 @@ int Creation::makeMovie(std::vector<PhotoFacts> photos)
     MovieWish wish;
     wish.photos = std::move(photos);
     wish.secondsPerPhoto = options_.seconds.value_or(kDefaultSecondsPerPhoto);
-    wish.fillsSilence = false;
+    wish.sounds = std::move(sounds);
+    wish.loopsSounds = options_.loopsSounds;
+    wish.fitsMusic = options_.fitsMusic;
+    wish.fillsSilence = options_.fillsSilence;
     platform::NSError error;
     const auto plan = planMovie(wish, &error);
     if (!plan)
@@ -201,8 +217,10 @@ int Creation::makeMovie(std::vector<PhotoFacts> photos)
     const auto saveFolder = options_.saveFolder ? platform::NSURL::fileURLWithPath(*options_.saveFolder, true)
                                                 : MORPalvineCommons::customSaveDirectory();
     const std::string title = options_.title.value_or(titleForPhotos(wish.photos));
-    MovieRequest request{std::move(wish.photos),  {},    *plan,     options_.codec, options_.quality,
-                         options_.reducesBorders, title, saveFolder};
+    if (const std::string sentence = soundSentence(*plan, wish.sounds); !sentence.empty() && !wish.sounds.empty())
+        note(sentence);
+    MovieRequest request{std::move(wish.photos), std::move(wish.sounds),  *plan, options_.codec,
+                         options_.quality,       options_.reducesBorders, title, saveFolder};
     teller_.serviceStarts();
     const MovieOutcome outcome = maker_.makeMovie(request, teller_);
     terminal_.clearProgress();
@@ -234,6 +252,14 @@ int Creation::finish(const MovieRequest& request, const MovieOutcome& outcome)
     result.add("photos", static_cast<int64_t>(request.photos.size()))
         .add("secondsPerPhoto", request.plan.secondsPerPhoto);
     result.add("duration", request.plan.totalVideoDuration);
+    if (const auto soundEnd = request.plan.soundEnd())
+        result.add("soundEnd", *soundEnd).add("musicEnd", request.plan.musicEnd);
+    else
+        result.addNull("soundEnd").addNull("musicEnd");
+    if (request.plan.fadeStart)
+        result.add("fadeStart", *request.plan.fadeStart);
+    else
+        result.addNull("fadeStart");
     result.add("width", static_cast<int64_t>(size.width)).add("height", static_cast<int64_t>(size.height));
     result.add("codec", request.codec).add("bytes", static_cast<int64_t>(bytes)).add("faults", outcome.faults);
     if (options_.isJSON) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "client/SoundCheck.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -18,6 +20,11 @@ struct CreateOptions {
     bool reducesBorders = false;
     std::optional<std::string> title;
     std::optional<std::string> saveFolder;
+    /// In playing order.
+    std::vector<SoundArgument> sounds;
+    bool loopsSounds = false;
+    bool fitsMusic = false;
+    bool fillsSilence = true;
     bool isJSON = false;
     bool isQuiet = false;
     bool skipsBad = false;

@@ -14,7 +14,7 @@ constexpr const char* kExitStatuses = R"(Exit status:
   0    the movie was made
   1    no movie was made: the job failed
   2    the command line is wrong
-  3    photos cannot be used; nothing was started
+  3    photos or sounds cannot be used; nothing was started
   4    the rendering service could not be started
   5    the movie was made, but is not what was asked for
   129, 130, 143
@@ -32,6 +32,13 @@ std::string createOptions()
                      or auto, the largest that enlarges no photo (default auto)
   --codec NAME       avc1 (H.264, default), hvc1 (HEVC), jpeg, or ProRes: apcn,
                      ap4h, apch, apcs, apco, ap4x; browsers play only avc1
+  --soundtrack FILE[@START-END]
+                     play FILE, or the part of it from START to END (seconds,
+                     m:ss or h:mm:ss; either may be left out); may be repeated
+  --loop             repeat the music until the pictures end
+  --fit-music        choose the seconds so that pictures and music end together
+  --no-silence       do not fill with silence where the music ends early, or
+                     where there is none; some players then drop the last photo
   --reduce-borders   let photos fill the frame, cropped around faces, instead of
                      showing them whole with black borders
   --title NAME       name of the movie (default: the folder that all photos lie

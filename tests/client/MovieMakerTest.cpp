@@ -135,6 +135,28 @@ TEST_F(MovieMakerTest, SendsWhatWasPlanned)
     EXPECT_THAT(photos, ElementsAre(first, first, first, second, second, second));
 }
 
+TEST_F(MovieMakerTest, SendsTheSoundAsItWasPlanned)
+{
+    setenv("PRETENDED_SERVICE", "fails", 1);
+    MovieRequest request = requestOf(6);
+    const std::string song = other_.makeFile("song.mp3", "music");
+    request.sounds = {{song, std::nullopt, 3, 48000}, {song, SoundFacts::Selection{1, 2.5}, 1.5, 48000}};
+    request.plan.sounds = {{0, std::nullopt, 3},
+                           {1, SoundFacts::Selection{1, 2.5}, 1.5},
+                           {0, std::nullopt, 3},
+                           {std::nullopt, std::nullopt, 2}};
+    request.plan.totalSoundtrackDuration = 6;
+    EXPECT_EQ(maker_.makeMovie(request, listener_).kind, Kind::Failed);
+    const auto record = recordedRequest();
+    EXPECT_EQ(record.find("sound")->second, "6");
+    EXPECT_EQ(record.find("loop")->second, "0") << "the service would never come to an end";
+    std::vector<std::string> sounds;
+    for (auto [each, end] = record.equal_range("soundtrack"); each != end; ++each)
+        sounds.push_back(each->second);
+    // One location for each part: the service converts a location once.
+    EXPECT_THAT(sounds, ElementsAre("song.mp3 0-0", "1.mp3 1-2.5", "song.mp3 0-0", "silence.wav 0-0"));
+}
+
 TEST_F(MovieMakerTest, PutsTheMovieIntoTheSaveFolderAndTidiesUp)
 {
     makeMovieFile(6);

@@ -172,12 +172,51 @@ TEST(MoviePlan, RepeatsTheMusicByItselfWhenLooping)
     wish.loopsSounds = true;
     const auto plan = planMovie(wish);
     ASSERT_TRUE(plan);
-    // 7 13 20 26 33 39, then the last five seconds have begun.
+    // They end at 7 13 20 26 33 39 46.
     std::vector<std::optional<size_t>> sources;
     for (const PlannedSound& piece : plan->sounds)
         sources.push_back(piece.source);
-    EXPECT_EQ(sources, (std::vector<std::optional<size_t>>{0, 1, 0, 1, 0, 1, std::nullopt}));
-    EXPECT_DOUBLE_EQ(plan->musicEnd, 39);
+    EXPECT_EQ(sources, (std::vector<std::optional<size_t>>{0, 1, 0, 1, 0, 1, 0}));
+    EXPECT_EQ(plan->musicEnd, 40);
+    EXPECT_EQ(plan->fadeStart, 35);
+    for (const PlannedSound& piece : plan->sounds)
+        EXPECT_FALSE(piece.selection) << "whole files, so that each is converted once";
+}
+
+TEST(MoviePlan, BeginsNoFurtherSoundOfAListInTheLastFiveSeconds)
+{
+    MovieWish wish = wishOf(10, 4);
+    wish.sounds = {sound(36), sound(36)};
+    const auto plan = planMovie(wish);
+    ASSERT_TRUE(plan);
+    ASSERT_EQ(plan->sounds.size(), 2u);
+    EXPECT_FALSE(plan->sounds[1].source) << "silence instead";
+    EXPECT_EQ(plan->musicEnd, 36);
+}
+
+TEST(MoviePlan, FillsHoursWithOnePieceOfSilenceAgainAndAgain)
+{
+    MovieWish wish = wishOf(100, 60);
+    const auto plan = planMovie(wish);
+    ASSERT_TRUE(plan);
+    double sum = 0;
+    for (const PlannedSound& piece : plan->sounds) {
+        EXPECT_EQ(piece.length, plan->sounds[0].length) << "one file serves all";
+        sum += piece.length;
+    }
+    EXPECT_GT(plan->sounds.size(), 1u);
+    EXPECT_GE(sum, 6000);
+    EXPECT_EQ(plan->soundEnd(), 6000);
+}
+
+TEST(MoviePlan, TellsWhereTheSoundEnds)
+{
+    MovieWish wish = wishOf(10, 4);
+    EXPECT_EQ(planMovie(wish)->soundEnd(), 40);
+    wish.fillsSilence = false;
+    EXPECT_EQ(planMovie(wish)->soundEnd(), std::nullopt);
+    wish.sounds = {sound(30)};
+    EXPECT_EQ(planMovie(wish)->soundEnd(), 30);
 }
 
 TEST(MoviePlan, RefusesToRepeatASoundThousandsOfTimes)

@@ -70,8 +70,9 @@ TEST(PhotoListing, NotesOtherFilesAndFoldersOfAFolder)
     folder.makeFile("clip.MOV", "x");
     folder.makeFile("raw.CR2", "x");
     folder.makeFile("more/b.jpg", "x");
-    const PhotoListing listing = listPhotos({folder.path()});
-    EXPECT_THAT(names(listing), ElementsAre("a.jpg"));
+    const PhotoListing listing = listPhotos({folder.path(), folder.path()});
+    EXPECT_THAT(names(listing), ElementsAre("a.jpg", "a.jpg"));
+    // Once, however often the folder is given.
     EXPECT_THAT(listing.notes, ElementsAre(HasSubstr("2 files that are no photos"), HasSubstr("1 folder inside")));
 }
 

@@ -88,6 +88,42 @@ TEST(CommandLine, TakesTheExtensionOffATitle)
     EXPECT_EQ(created({"create", "a", "--title", "St. Ives"}).title, "St. Ives");
 }
 
+TEST(CommandLine, ReadsSoundtracksAndTheirParts)
+{
+    const auto soundOf = [](const std::string& text) {
+        const CreateOptions options = created({"create", "--soundtrack", text, "a.jpg"});
+        EXPECT_THAT(options.photos, ElementsAre("a.jpg")) << "photos may follow";
+        return options.sounds.size() == 1 ? options.sounds[0] : SoundArgument{"wrong count", {}, {}};
+    };
+    const std::optional<double> none;
+    EXPECT_EQ(soundOf("song.mp3"), (SoundArgument{"song.mp3", none, none}));
+    EXPECT_EQ(soundOf("song.mp3@10-25.5"), (SoundArgument{"song.mp3", 10, 25.5}));
+    EXPECT_EQ(soundOf("song.mp3@1:05-2:30.25"), (SoundArgument{"song.mp3", 65, 150.25}));
+    EXPECT_EQ(soundOf("song.mp3@90-1:02:03"), (SoundArgument{"song.mp3", 90, 3723}));
+    EXPECT_EQ(soundOf("song.mp3@30-"), (SoundArgument{"song.mp3", 30, none}));
+    EXPECT_EQ(soundOf("song.mp3@-30"), (SoundArgument{"song.mp3", none, 30}));
+    // Names that hold an at sign; an empty selection ends one that looks like a selection itself.
+    EXPECT_EQ(soundOf("live@home.mp3"), (SoundArgument{"live@home.mp3", none, none}));
+    EXPECT_EQ(soundOf("live@the-club.mp3"), (SoundArgument{"live@the-club.mp3", none, none}));
+    EXPECT_EQ(soundOf("a@b.mp3@1-2"), (SoundArgument{"a@b.mp3", 1, 2}));
+    EXPECT_EQ(soundOf("mix@1-2@-"), (SoundArgument{"mix@1-2", none, none}));
+    for (const char* name :
+         {"s@1:60-90", "s@1:2:3:4-9", "s@1.5:00-9", "s@nan-9", "s@1-inf", "s@+1-2", "s@1--2", "s@1:-2"})
+        EXPECT_EQ(soundOf(name), (SoundArgument{name, none, none})) << name;
+}
+
+TEST(CommandLine, ReadsTheOptionsOfSound)
+{
+    const CreateOptions options =
+        created({"create", "a", "--soundtrack", "1.mp3", "b", "--soundtrack=2.mp3@1-2", "--loop", "--no-silence"});
+    EXPECT_THAT(options.photos, ElementsAre("a", "b"));
+    EXPECT_EQ(options.sounds.size(), 2u);
+    EXPECT_TRUE(options.loopsSounds);
+    EXPECT_FALSE(options.fillsSilence);
+    EXPECT_TRUE(created({"create", "a"}).fillsSilence);
+    EXPECT_TRUE(created({"create", "a", "--soundtrack", "s", "--fit-music"}).fitsMusic);
+}
+
 TEST(CommandLine, RefusesWhatItCannotUseAndSaysWhy)
 {
     const struct {
@@ -118,6 +154,16 @@ TEST(CommandLine, RefusesWhatItCannotUseAndSaysWhy)
         {{"create", "a", "--title", "a\nb"}, "control characters"},
         {{"create", "a", "--title", "caf\xE9"}, "not valid UTF-8"},
         {{"create", "a", "--title", std::string(251, 'x')}, "is 251 bytes long; 200 are possible"},
+        {{"create", "a", "--soundtrack", "s.mp3@10-5"}, "ends before it starts"},
+        {{"create", "a", "--soundtrack", "s.mp3@5-5"}, "ends before it starts"},
+        {{"create", "a", "--soundtrack", "s.mp3@-0"}, "ends before it starts"},
+        {{"create", "a", "--soundtrack", ""}, "--soundtrack"},
+        {{"create", "a", "--soundtrack"}, "--soundtrack"},
+        {{"create", "a", "--soundtrack", "@1-2"}, "--soundtrack"},
+        {{"create", "a", "--loop"}, "--loop needs a --soundtrack"},
+        {{"create", "a", "--fit-music"}, "--fit-music needs a --soundtrack"},
+        {{"create", "a", "--soundtrack", "s", "--fit-music", "--loop"}, "--fit-music leaves nothing to --loop"},
+        {{"create", "a", "--soundtrack", "s", "--fit-music", "--seconds", "3"}, "without --seconds"},
         {{"create", "a", "--save", ""}, "--save"},
         {{"create", "a", "--save"}, "--save"},
         {{"create", "a", "--loudly"}, "--loudly"},
@@ -143,7 +189,8 @@ TEST(CommandLine, ShowsEveryOptionAndExitStatusInTheHelp)
         const CommandLineAnswer answer = answered(arguments);
         EXPECT_EQ(answer.exitStatus, 0);
         for (const char* option : {"--seconds", "--quality", "--codec", "--reduce-borders", "--title", "--save",
-                                   "--skip-bad", "--json", "--quiet", "--help", "default 4"})
+                                   "--skip-bad", "--soundtrack FILE[@START-END]", "--loop", "--fit-music",
+                                   "--no-silence", "--json", "--quiet", "--help", "default 4"})
             EXPECT_THAT(answer.text, HasSubstr(option));
         for (const char* status : {"\n  0 ", "\n  1 ", "\n  2 ", "\n  3 ", "\n  4 ", "\n  5 ", "130"})
             EXPECT_THAT(answer.text, HasSubstr(status));

@@ -1,0 +1,12 @@
+#pragma once
+
+#include "platform/foundation/NSError.h"
+
+#include <string>
+
+/// Writes a WAV file of silence: 16 bits, takes no room on the disk however long it is.
+///
+/// @param seconds  at most an hour
+/// @return false if the file could not be written; `error` names it and why
+bool writeSilence(const std::string& path, double seconds, int sampleRateHz, int channels,
+                  platform::NSError* error = nullptr);

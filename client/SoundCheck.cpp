@@ -1,0 +1,91 @@
+#include "client/SoundCheck.h"
+
+#include "client/FileReason.h"
+#include "client/Text.h"
+#include "platform/media/AVURLAsset.h"
+#include "platform/media/CMTime.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <map>
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+/// Seconds by which a selection may end behind its file: times are given to hundredths.
+constexpr double kEndTolerance = 0.05;
+
+/// What is known of a file, or why it cannot be used.
+struct Measure {
+    double seconds = 0;
+    int sampleRateHz = 0;
+    std::string fault;
+};
+
+Measure measure(const std::string& path)
+{
+    const auto bad = [](std::string fault) { return Measure{0, 0, std::move(fault)}; };
+    struct stat status = {};
+    if (stat(path.c_str(), &status) != 0)
+        return bad(reasonOfErrno(errno));
+    // Anything else might keep whoever opens it waiting.
+    if (!S_ISREG(status.st_mode))
+        return bad("is not a regular file");
+    if (access(path.c_str(), R_OK) != 0)
+        return bad(reasonOfErrno(errno));
+    if (status.st_size == 0)
+        return bad("is empty");
+    platform::AVURLAsset::Options options;
+    options.preferPreciseDurationAndTiming = true;
+    const platform::AVURLAsset asset(platform::NSURL::fileURLWithPath(path, false), options);
+    const auto& tracks = asset.tracks();
+    const auto sound = std::find_if(tracks.begin(), tracks.end(), [](const platform::AVAssetTrack& track) {
+        return track.mediaType == platform::kAVMediaTypeAudio;
+    });
+    if (sound == tracks.end())
+        return bad(tracks.empty() ? "is no sound file that can be read" : "has no sound");
+    const double seconds = platform::CMTimeGetSeconds(asset.duration());
+    if (!std::isfinite(seconds) || seconds <= 0)
+        return bad("has no length");
+    return {seconds, sound->timeRange.duration.timescale, {}};
+}
+
+} // namespace
+
+CheckedSounds checkSounds(const std::vector<SoundArgument>& arguments)
+{
+    // A file that is given several times is measured once: without an index that takes reading all of it.
+    std::map<std::string, Measure> measures;
+    CheckedSounds checked;
+    for (const SoundArgument& argument : arguments) {
+        const auto [entry, isNew] = measures.try_emplace(argument.path);
+        if (isNew)
+            entry->second = measure(argument.path);
+        const Measure& file = entry->second;
+        const auto bad = [&](std::string reason) { checked.bad.push_back({argument.path, std::move(reason)}); };
+        if (!file.fault.empty()) {
+            bad(file.fault);
+            continue;
+        }
+        if (!argument.start && !argument.end) {
+            checked.good.push_back({argument.path, std::nullopt, file.seconds, file.sampleRateHz});
+            continue;
+        }
+        const double start = argument.start.value_or(0);
+        const double end = argument.end.value_or(file.seconds);
+        if (start >= file.seconds)
+            bad(fmt::format("is only {} long, and cannot be played from {}", secondsText(file.seconds),
+                            secondsText(start)));
+        else if (end > file.seconds + kEndTolerance)
+            bad(fmt::format("is only {} long, and cannot be played up to {}", secondsText(file.seconds),
+                            secondsText(end)));
+        else
+            checked.good.push_back({argument.path, SoundFacts::Selection{start, std::min(end, file.seconds)},
+                                    std::min(end, file.seconds) - start, file.sampleRateHz});
+    }
+    return checked;
+}

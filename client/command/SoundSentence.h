@@ -1,0 +1,10 @@
+#pragma once
+
+#include "client/MoviePlan.h"
+
+#include <string>
+#include <vector>
+
+/// Tells what will be heard, in one sentence: which pieces, for how long, and where the music fades. Empty for a movie
+/// without sound.
+std::string soundSentence(const MoviePlan& plan, const std::vector<SoundFacts>& sounds);

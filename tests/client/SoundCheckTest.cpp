@@ -1,0 +1,81 @@
+#include "client/SoundCheck.h"
+
+#include "tests/support/TemporaryFolder.h"
+
+#include <cstdlib>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+namespace {
+
+using testing::IsEmpty;
+using testing::SizeIs;
+
+class SoundCheck : public testing::Test {
+protected:
+    std::string sound(const std::string& name, int seconds) const
+    {
+        const std::string path = folder_.path(name);
+        const std::string command =
+            "ffmpeg -v error -f lavfi -i sine=duration=" + std::to_string(seconds) + " '" + path + "'";
+        EXPECT_EQ(std::system(command.c_str()), 0);
+        return path;
+    }
+
+    std::string reasonFor(const SoundArgument& argument) const
+    {
+        const CheckedSounds checked = checkSounds({argument});
+        EXPECT_THAT(checked.good, IsEmpty());
+        return checked.bad.size() == 1 && checked.bad[0].path == argument.path ? checked.bad[0].reason : "not refused";
+    }
+
+    const TemporaryFolder folder_;
+};
+
+TEST_F(SoundCheck, MeasuresWholeFilesAndParts)
+{
+    const std::string wav = sound("a.wav", 10);
+    const CheckedSounds checked =
+        checkSounds({{wav, {}, {}}, {wav, 2.5, 4}, {wav, 6, {}}, {wav, {}, 3}, {wav, 0, 10.01}});
+    EXPECT_THAT(checked.bad, IsEmpty());
+    ASSERT_THAT(checked.good, SizeIs(5));
+    EXPECT_FALSE(checked.good[0].selection);
+    EXPECT_EQ(checked.good[0].length, 10);
+    EXPECT_EQ(checked.good[0].sampleRateHz, 44100);
+    EXPECT_EQ(checked.good[1].selection->start, 2.5);
+    EXPECT_EQ(checked.good[1].length, 1.5);
+    EXPECT_EQ(checked.good[2].selection->end, 10);
+    EXPECT_EQ(checked.good[2].length, 4);
+    EXPECT_EQ(checked.good[3].selection->start, 0);
+    EXPECT_EQ(checked.good[3].length, 3);
+    EXPECT_EQ(checked.good[4].length, 10) << "no more than there is";
+}
+
+TEST_F(SoundCheck, RefusesPartsThatAreNotThere)
+{
+    const std::string wav = sound("a.wav", 10);
+    EXPECT_EQ(reasonFor({wav, 10, 12}), "is only 10 s long, and cannot be played from 10 s");
+    EXPECT_EQ(reasonFor({wav, 90, {}}), "is only 10 s long, and cannot be played from 1 min 30 s");
+    EXPECT_EQ(reasonFor({wav, 5, 11}), "is only 10 s long, and cannot be played up to 11 s");
+}
+
+TEST_F(SoundCheck, RefusesWhatIsNoSound)
+{
+    EXPECT_EQ(reasonFor({folder_.path("gone.mp3"), {}, {}}), "No such file or directory");
+    EXPECT_EQ(reasonFor({folder_.makeFile("empty.mp3", ""), {}, {}}), "is empty");
+    EXPECT_EQ(reasonFor({folder_.makeFile("text.mp3", "la la la"), {}, {}}), "is no sound file that can be read");
+    EXPECT_EQ(reasonFor({folder_.makeFolder("folder.mp3"), {}, {}}), "is not a regular file");
+    ASSERT_EQ(mkfifo(folder_.path("pipe.mp3").c_str(), 0600), 0);
+    EXPECT_EQ(reasonFor({folder_.path("pipe.mp3"), {}, {}}), "is not a regular file");
+}
+
+TEST_F(SoundCheck, RefusesMoviesWithoutSound)
+{
+    const std::string movie = folder_.path("silent.mp4");
+    ASSERT_EQ(std::system(("ffmpeg -v error -f lavfi -i testsrc -frames:v 5 -pix_fmt yuv420p " + movie).c_str()), 0);
+    EXPECT_EQ(reasonFor({movie, {}, {}}), "has no sound");
+}
+
+} // namespace

@@ -1,0 +1,55 @@
+#include "client/command/SoundSentence.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+const SoundFacts kSong{"/music/song.mp3", std::nullopt, 200, 44100};
+const SoundFacts kPart{"/music/part.m4a", SoundFacts::Selection{30, 50}, 20, 48000};
+
+std::string sentence(double seconds, std::vector<SoundFacts> sounds, bool loops = false, bool fillsSilence = true)
+{
+    MovieWish wish;
+    wish.photos.assign(10, PhotoFacts{});
+    wish.secondsPerPhoto = seconds;
+    wish.sounds = std::move(sounds);
+    wish.loopsSounds = loops;
+    wish.fillsSilence = fillsSilence;
+    return soundSentence(planMovie(wish).value(), wish.sounds);
+}
+
+TEST(SoundSentence, TellsWhatIsHeardAndWhereItFades)
+{
+    EXPECT_EQ(sentence(10, {kSong}), "sound: song.mp3 for 1:40; it fades from 1:35 to 1:40");
+    EXPECT_EQ(sentence(10, {kPart, kSong}),
+              "sound: part.m4a from 0:30 for 0:20, then song.mp3 for 1:20; it fades from 1:35 to 1:40");
+}
+
+TEST(SoundSentence, TellsWhereTheMusicEndsEarly)
+{
+    EXPECT_EQ(sentence(10, {kPart}), "sound: part.m4a from 0:30 for 0:20; silence from 0:20 to 1:40");
+    EXPECT_EQ(sentence(10, {kPart}, false, false), "sound: part.m4a from 0:30 for 0:20; nothing from 0:20 to 1:40");
+}
+
+TEST(SoundSentence, NamesWhatIsRepeatedOnce)
+{
+    EXPECT_EQ(sentence(100, {kSong, kPart}, true),
+              "sound: song.mp3 for 3:20, then part.m4a from 0:30 for 0:20, repeated to "
+              "the end; it fades from 16:35 to 16:40");
+}
+
+TEST(SoundSentence, CountsWhatWouldBeALongList)
+{
+    EXPECT_EQ(sentence(100, std::vector<SoundFacts>(10, kPart)),
+              "sound: part.m4a from 0:30 for 0:20, then part.m4a from 0:30 for 0:20, then part.m4a from 0:30 for 0:20, "
+              "then part.m4a from 0:30 for 0:20, then part.m4a from 0:30 for 0:20, then part.m4a from 0:30 for 0:20, "
+              "then 4 more; silence from 3:20 to 16:40");
+}
+
+TEST(SoundSentence, IsShortWithoutMusic)
+{
+    EXPECT_EQ(sentence(10, {}), "sound: silence");
+    EXPECT_EQ(sentence(10, {}, false, false), "");
+}
+
+} // namespace
