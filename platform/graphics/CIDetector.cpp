@@ -1,6 +1,7 @@
 #include "platform/graphics/CIDetector.h"
 
 #include "platform/dispatch/Lock.h"
+#include "platform/graphics/CIDetectorModule.h"
 
 #include <utility>
 
@@ -9,7 +10,9 @@ namespace platform {
 namespace {
 
 Lock factoryLock;
-CIDetector::Factory faceDetectorFactory GUARDED_BY(factoryLock);
+CIDetector::Factory faceDetectorFactory GUARDED_BY(factoryLock) = [] {
+    return CIDetectorModule::mainModule().makeDetector();
+};
 
 } // namespace
 

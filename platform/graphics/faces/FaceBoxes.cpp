@@ -1,0 +1,106 @@
+#include "platform/graphics/faces/FaceBoxes.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace faces {
+
+namespace {
+
+/// Weights and threshold of `agreement`, measured: docs/faces.md.
+constexpr double kWeightInPassing = 0.2;
+constexpr double kWeightNear = 0.4;
+constexpr double kLeastAgreement = 0.4;
+
+/// A last look is hardly ever surer than this where the one before had doubts.
+constexpr double kBestLastLook = 0.85;
+
+/// How far a face reaches beyond the network's box, as shares of its side: the mean over faces marked by eye.
+constexpr double kForehead = 0.19;
+constexpr double kChin = 0.03;
+constexpr double kCheek = -0.03;
+
+/// The logarithm of the odds: scores near 0 and 1 weigh more than a mean of the scores would let them.
+double logOdds(double score)
+{
+    const double inside = std::clamp(score, 0.01, 0.99);
+    return std::log(inside / (1 - inside));
+}
+
+void sortBySureness(std::vector<FaceBox>& boxes)
+{
+    std::stable_sort(boxes.begin(), boxes.end(), [](const FaceBox& a, const FaceBox& b) { return a.score > b.score; });
+}
+
+} // namespace
+
+double overlap(const FaceBox& a, const FaceBox& b)
+{
+    const double width = std::min(a.x + a.width, b.x + b.width) - std::max(a.x, b.x);
+    const double height = std::min(a.y + a.height, b.y + b.height) - std::max(a.y, b.y);
+    if (width <= 0 || height <= 0)
+        return 0;
+    const double common = width * height;
+    return common / (a.width * a.height + b.width * b.height - common);
+}
+
+std::vector<FaceBox> joinBoxes(std::vector<FaceBox> boxes, double limit)
+{
+    sortBySureness(boxes);
+    std::vector<FaceBox> joined;
+    while (!boxes.empty()) {
+        const FaceBox surest = boxes.front();
+        FaceBox mean{.score = surest.score};
+        double weight = 0;
+        std::vector<FaceBox> others;
+        for (size_t i = 0; i < boxes.size(); ++i) {
+            const FaceBox& box = boxes[i];
+            if (i > 0 && overlap(surest, box) <= limit) {
+                others.push_back(box);
+                continue;
+            }
+            mean.x += box.x * box.score;
+            mean.y += box.y * box.score;
+            mean.width += box.width * box.score;
+            mean.height += box.height * box.score;
+            weight += box.score;
+        }
+        if (weight > 0)
+            joined.push_back({mean.x / weight, mean.y / weight, mean.width / weight, mean.height / weight, mean.score});
+        boxes = std::move(others);
+    }
+    return joined;
+}
+
+std::vector<FaceBox> surestBoxes(std::vector<FaceBox> boxes, double limit)
+{
+    sortBySureness(boxes);
+    std::vector<FaceBox> kept;
+    for (const FaceBox& box : boxes) {
+        if (std::none_of(kept.begin(), kept.end(), [&](const FaceBox& other) { return overlap(box, other) > limit; }))
+            kept.push_back(box);
+    }
+    return kept;
+}
+
+double agreement(double inPassing, double near, double nearer)
+{
+    return kWeightInPassing * logOdds(inPassing) + kWeightNear * (logOdds(near) + logOdds(nearer)) - kLeastAgreement;
+}
+
+double bestAgreement(double inPassing, double near)
+{
+    return agreement(inPassing, near, kBestLastLook);
+}
+
+FaceBox faceBounds(const FaceBox& box, double pictureWidth, double pictureHeight)
+{
+    const double left = std::clamp(box.x - kCheek * box.width, 0.0, pictureWidth);
+    const double right = std::clamp(box.x + box.width * (1 + kCheek), 0.0, pictureWidth);
+    const double top = std::clamp(box.y - kForehead * box.height, 0.0, pictureHeight);
+    const double bottom = std::clamp(box.y + box.height * (1 + kChin), 0.0, pictureHeight);
+    return {left, top, right - left, bottom - top, box.score};
+}
+
+} // namespace faces

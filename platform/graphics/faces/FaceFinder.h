@@ -1,0 +1,35 @@
+#pragma once
+
+#include "platform/graphics/faces/FaceBoxes.h"
+#include "platform/graphics/faces/FaceModule.h"
+#include "platform/graphics/faces/FaceNetwork.h"
+
+#include <string>
+#include <vector>
+
+namespace faces {
+
+/// Finds the faces of a picture: the network passes over the whole picture in two sizes, and every place where it may
+/// have seen a face is looked at again from near. One thread at a time. Throws the exceptions of the library behind it.
+class FaceFinder final {
+public:
+    explicit FaceFinder(const std::string& modelPath);
+
+    /// The bounds of each face, inside the picture; the surest first.
+    std::vector<FaceBox> facesInPicture(const StilloraFacePicture& picture);
+
+private:
+    bool isFace(const PicturePyramid& picture, FaceBox& box);
+
+    // One for each size of input: a network that changes its size gets new memory each time.
+    FaceNetwork large_;
+    FaceNetwork small_;
+    FaceNetwork near_;
+    FaceNetwork nearer_;
+};
+
+/// The long side of the finer pass, in pixels of the network: more for panoramas, so that each pass takes about the
+/// same time, and never more than what the picture's shape makes sense of.
+size_t finePassSide(double pictureWidth, double pictureHeight);
+
+} // namespace faces
