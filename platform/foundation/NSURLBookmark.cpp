@@ -13,9 +13,11 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
+#include <mutex>
 #include <set>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <unordered_map>
 #include <utility>
 
 namespace platform {
@@ -201,6 +203,48 @@ bool isOnVolume(const Bookmark& bookmark, const std::string& folder)
     return bookmark.device && identity && identity->device == *bookmark.device;
 }
 
+/// What the last search that found nothing has seen, so that a whole folder of deleted photos is searched for once and
+/// not once a photo.
+class LastWalk final {
+public:
+    using Entries = std::unordered_multimap<uint64_t, std::string>;
+
+    static LastWalk& shared()
+    {
+        static LastWalk walk;
+        return walk;
+    }
+
+    void remember(const std::string& folder, Entries entries)
+    {
+        const std::lock_guard lock(mutex_);
+        folder_ = folder;
+        entries_ = std::move(entries);
+        when_ = std::chrono::steady_clock::now();
+    }
+
+    /// Paths of entries with that inode. Nothing if the search did not begin in that folder, or too long ago.
+    std::optional<std::vector<std::string>> entriesWithInode(const std::string& folder, uint64_t inode) const
+    {
+        const std::lock_guard lock(mutex_);
+        if (folder != folder_ || std::chrono::steady_clock::now() - when_ > kMaximumAge)
+            return std::nullopt;
+        std::vector<std::string> paths;
+        const auto [begin, end] = entries_.equal_range(inode);
+        for (auto entry = begin; entry != end; ++entry)
+            paths.push_back(entry->second);
+        return paths;
+    }
+
+private:
+    static constexpr std::chrono::seconds kMaximumAge{2};
+
+    mutable std::mutex mutex_;
+    std::string folder_;
+    Entries entries_;
+    std::chrono::steady_clock::time_point when_;
+};
+
 /// Looks for a file that is no longer at its path, within limits.
 class Search final {
 public:
@@ -225,16 +269,23 @@ public:
 
         if (auto found = followRenamedFolders(folder, depth))
             return found;
-        // Near to far: all below that folder, then all below its parent and so on.
-        for (;;) {
-            if (auto found = walk(folder))
-                return found;
-            const std::string parent = parentOf(folder);
-            const auto above = identityOf(parent, Links::Follow);
-            if (parent == folder || isExhausted() || !above || above->device != device_)
-                return std::nullopt;
-            folder = parent;
+        if (const auto known = LastWalk::shared().entriesWithInode(folder, *bookmark_.inode)) {
+            const auto found =
+                std::find_if(known->begin(), known->end(), [this](const auto& path) { return isTheFile(path); });
+            return found == known->end() ? std::nullopt : std::optional(*found);
         }
+        // Near to far: all below that folder, then all below its parent and so on.
+        for (std::string top = folder;;) {
+            if (auto found = walk(top))
+                return found;
+            const std::string parent = parentOf(top);
+            const auto above = identityOf(parent, Links::Follow);
+            if (parent == top || isExhausted() || !above || above->device != device_)
+                break;
+            top = parent;
+        }
+        LastWalk::shared().remember(folder, std::move(seen_));
+        return std::nullopt;
     }
 
 private:
@@ -320,7 +371,8 @@ private:
                     return true;
                 }
                 if (type == DT_DIR || type == DT_UNKNOWN)
-                    folders.push_back(std::move(path));
+                    folders.push_back(path);
+                seen_.emplace(inode, std::move(path));
                 return false;
             });
         }
@@ -333,6 +385,7 @@ private:
     int entries_ = 0;
     const std::chrono::steady_clock::time_point deadline_ = std::chrono::steady_clock::now() + kMaximumSearchTime;
     std::set<uint64_t> walked_;
+    LastWalk::Entries seen_;
 };
 
 } // namespace

@@ -352,6 +352,23 @@ TEST(NSURLBookmark, StopsLookingAfterAWhile)
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
 }
 
+TEST(NSURLBookmark, SearchesOnceForAFolderOfDeletedFiles)
+{
+    const TemporaryFolder folder;
+    std::vector<NSData> bookmarks;
+    for (int i = 0; i < 200; ++i)
+        bookmarks.push_back(bookmarkOf(folder.makeFile("photos/" + std::to_string(i))));
+    const NSData moved = bookmarkOf(folder.makeFile("photos/moved"));
+    std::filesystem::rename(folder.path("photos/moved"), folder.path("elsewhere"));
+    std::filesystem::remove_all(folder.path("photos"));
+    const auto begin = std::chrono::steady_clock::now();
+    for (const NSData& bookmark : bookmarks)
+        expectGone(bookmark);
+    // One by one, each of 200 could take 200 ms.
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
+    expectFoundAt(moved, folder.path("elsewhere"));
+}
+
 TEST(NSURLBookmark, SurvivesDamage)
 {
     const TemporaryFolder folder;
