@@ -21,6 +21,11 @@ constexpr double kForehead = 0.19;
 constexpr double kChin = 0.03;
 constexpr double kCheek = -0.03;
 
+/// The finer pass over a photo of 3 : 2, which sees faces of a thirtieth of its long side.
+constexpr double kFineSide = 512;
+constexpr double kFineAspect = 1.5;
+constexpr double kLongestSide = 2048;
+
 /// The logarithm of the odds: scores near 0 and 1 weigh more than a mean of the scores would let them.
 double logOdds(double score)
 {
@@ -101,6 +106,12 @@ FaceBox faceBounds(const FaceBox& box, double pictureWidth, double pictureHeight
     const double top = std::clamp(box.y - kForehead * box.height, 0.0, pictureHeight);
     const double bottom = std::clamp(box.y + box.height * (1 + kChin), 0.0, pictureHeight);
     return {left, top, right - left, bottom - top, box.score};
+}
+
+size_t finePassSide(double pictureWidth, double pictureHeight)
+{
+    const double aspect = std::max(pictureWidth, pictureHeight) / std::min(pictureWidth, pictureHeight);
+    return static_cast<size_t>(std::min(kFineSide * std::sqrt(std::max(1.0, aspect / kFineAspect)), kLongestSide));
 }
 
 } // namespace faces

@@ -38,4 +38,8 @@ double bestAgreement(double inPassing, double near);
 /// picture. A width or height of 0 where nothing is left.
 FaceBox faceBounds(const FaceBox& box, double pictureWidth, double pictureHeight);
 
+/// The long side of the finer pass, in pixels of the network: more for panoramas, so that each pass takes about the
+/// same time, and never more than what the picture's shape makes sense of.
+size_t finePassSide(double pictureWidth, double pictureHeight);
+
 } // namespace faces

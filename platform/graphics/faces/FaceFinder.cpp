@@ -1,7 +1,6 @@
 #include "platform/graphics/faces/FaceFinder.h"
 
 #include <algorithm>
-#include <cmath>
 #include <optional>
 
 namespace faces {
@@ -14,11 +13,8 @@ constexpr size_t kLeastPictureSide = 16;
 /// No decoder makes larger pictures; sides fit the library's integers.
 constexpr size_t kMostPixels = size_t{1} << 28;
 
-/// The finer pass of a photo of 3 : 2, and how much smaller the other one is, which sees the faces that fill the photo.
-constexpr double kFineSide = 512;
-constexpr double kFineAspect = 1.5;
+/// How much smaller the other pass is, which sees the faces that fill the photo.
 constexpr double kCoarseShare = 0.375;
-constexpr double kLongestSide = 2048;
 
 /// What a pass must say of a place to have it looked at again.
 constexpr double kLeastScore = 0.3;
@@ -44,7 +40,7 @@ constexpr size_t kCrowd = 16;
 constexpr size_t kMostLooks = 96;
 
 /// What a face inside a crowd needs that is not looked at again.
-constexpr double kSureScore = 0.6;
+constexpr double kSureScore = 0.7;
 
 FaceBox surroundings(const FaceBox& box, double faces)
 {
@@ -80,12 +76,6 @@ std::optional<FaceBox> lookAgain(FaceNetwork& network, const PicturePyramid& pic
 }
 
 } // namespace
-
-size_t finePassSide(double pictureWidth, double pictureHeight)
-{
-    const double aspect = std::max(pictureWidth, pictureHeight) / std::min(pictureWidth, pictureHeight);
-    return static_cast<size_t>(std::min(kFineSide * std::sqrt(std::max(1.0, aspect / kFineAspect)), kLongestSide));
-}
 
 FaceFinder::FaceFinder(const std::string& modelPath)
     : large_(modelPath), small_(modelPath), near_(modelPath), nearer_(modelPath)

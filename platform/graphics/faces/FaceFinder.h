@@ -28,8 +28,4 @@ private:
     FaceNetwork nearer_;
 };
 
-/// The long side of the finer pass, in pixels of the network: more for panoramas, so that each pass takes about the
-/// same time, and never more than what the picture's shape makes sense of.
-size_t finePassSide(double pictureWidth, double pictureHeight);
-
 } // namespace faces
