@@ -22,8 +22,9 @@ namespace platform {
 namespace {
 
 constexpr int64_t kPacket = kAACPacketLength;
-/// Packets that are encoded in one go; the size of a part decides nothing but speed and memory.
-constexpr int64_t kPartPackets = 1024;
+/// Packets that are encoded in one go: fewer waste time on lead-ins, more waste memory.
+constexpr int64_t kSmallestPart = 512;
+constexpr int64_t kLargestPart = 2048;
 /// Packets of lead-in, after which an encoder that starts late has come to the same decisions as one that did not.
 constexpr int64_t kLeadIn = 64;
 /// Packets by which a part goes on into the next one, and in which a joint may lie.
@@ -273,6 +274,17 @@ std::optional<CopyPlan> planCopy(const SoundPlan& plan)
     return copy;
 }
 
+/// How many of so many packets are encoded in one go. By their number alone, so that the result is the same on every
+/// machine; the parts are as long as each other and their number suits the usual numbers of processors.
+int64_t partSize(int64_t packets)
+{
+    constexpr int64_t kProcessors = 4;
+    int64_t parts = (packets + kLargestPart - 1) / kLargestPart;
+    parts = (parts + kProcessors - 1) / kProcessors * kProcessors;
+    parts = std::clamp<int64_t>(packets / kSmallestPart, 1, parts);
+    return (packets + parts - 1) / parts;
+}
+
 /// A part of the sound while it is encoded.
 struct Part {
     int64_t firstPacket = 0;
@@ -305,8 +317,8 @@ public:
     /// @param boundary  the first packet that is wanted
     /// @param range     packets before it that may be asked for as well
     PartEncoder(const SoundPlan& plan, PacketGrid grid, int64_t boundary, int64_t range, const ExportControl& control)
-        : plan_(plan), grid_(grid), control_(control), mixer_(plan), nextBoundary_(boundary), nextRange_(range),
-          cancelled_(std::make_shared<std::atomic<bool>>(false))
+        : plan_(plan), grid_(grid), control_(control), mixer_(plan), partPackets_(partSize(grid.packets() - boundary)),
+          nextBoundary_(boundary), nextRange_(range), cancelled_(std::make_shared<std::atomic<bool>>(false))
     {}
     ~PartEncoder() { cancelled_->store(true); }
     PartEncoder(const PartEncoder&) = delete;
@@ -353,7 +365,7 @@ private:
         // The encoder's first packet decodes to what lies before its first frame.
         const int64_t firstFrame = part->boundary - std::exchange(nextRange_, 0) - kLeadIn + 1;
         part->firstPacket = firstFrame - 1;
-        nextBoundary_ += kPartPackets;
+        nextBoundary_ += partPackets_;
         // A packet is encoded once the frame after its window is known.
         const int64_t endFrame = std::min(nextBoundary_ + kOverlap, grid_.packets()) + 2;
         const int64_t firstSample = firstFrame * kPacket;
@@ -410,6 +422,7 @@ private:
     PacketGrid grid_;
     const ExportControl& control_;
     SoundMixer mixer_;
+    const int64_t partPackets_;
     int64_t nextBoundary_ = 0;
     int64_t nextRange_ = 0;
     std::deque<std::shared_ptr<Part>> running_;
