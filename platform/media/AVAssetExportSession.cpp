@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <mutex>
+#include <condition_variable>
 #include <utility>
 
 namespace platform {
@@ -264,10 +264,17 @@ void AVAssetExportSession::cancelExport()
     }
 }
 
-bool AVAssetExportSession::waitForEnd(double seconds) const NO_THREAD_SAFETY_ANALYSIS
+bool AVAssetExportSession::waitForEnd(double seconds) const
 {
-    std::unique_lock lock(state_->lock);
-    return state_->ended.wait_for(lock, std::chrono::duration<double>(seconds), [this] { return state_->hasEnded(); });
+    const auto deadline =
+        std::chrono::steady_clock::now() +
+        std::chrono::duration_cast<std::chrono::steady_clock::duration>(std::chrono::duration<double>(seconds));
+    const LockGuard guard(state_->lock);
+    while (!state_->hasEnded()) {
+        if (state_->ended.wait_until(state_->lock, deadline) == std::cv_status::timeout)
+            return state_->hasEnded();
+    }
+    return true;
 }
 
 } // namespace platform

@@ -13,7 +13,6 @@
 #include <cmath>
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -404,12 +403,12 @@ private:
         return true;
     }
 
-    // The analysis does not know that unique_lock locks.
-    bool waitFor(Part& part, NSError* error) NO_THREAD_SAFETY_ANALYSIS
+    bool waitFor(Part& part, NSError* error)
     {
-        std::unique_lock lock(part.lock);
-        // The end of the part wakes this up; a cancel is looked for now and then.
-        while (!part.finished.wait_for(lock, std::chrono::milliseconds(50), [&] { return part.isFinished; })) {
+        const LockGuard guard(part.lock);
+        while (!part.isFinished) {
+            // The end of the part wakes this up; a cancel is looked for now and then.
+            part.finished.wait_for(part.lock, std::chrono::milliseconds(50));
             if (control_.isCancelled())
                 return false;
         }

@@ -89,7 +89,7 @@ std::shared_ptr<AVMutableComposition> endToEnd(const std::vector<NSURL>& urls)
 TEST(AVAssetExportSession, EveryFormatKeepsItsLengthAndItsPlaceToTheSample)
 {
     const TemporaryFolder folder;
-    constexpr size_t kFrames = 146999;
+    constexpr size_t kFrames = 60001;
     const Sound tone = makeTone(44100, 2, kFrames);
     writeWav(folder.path("t.wav"), tone);
     struct Row {
@@ -143,23 +143,23 @@ TEST(AVAssetExportSession, OpusKeepsItsLengthAndItsPlaceToTheSample)
 TEST(AVAssetExportSession, RangesAreCutToTheSample)
 {
     const TemporaryFolder folder;
-    const Sound tone = makeMusic(44100, 2, 10 * 44100);
+    const Sound tone = makeMusic(44100, 1, 5 * 44100);
     writeWav(folder.path("t.wav"), tone);
     for (const char* name : {"t.wav", "t.flac", "t.mp3", "aac.m4a", "alac.m4a", "t.ogg", "t.aac"}) {
         SCOPED_TRACE(name);
         if (std::string(name) != "t.wav")
-            convertWithFFmpeg(folder.path("t.wav"), std::string(name).starts_with("alac") ? "-c:a alac" : "-b:a 192k",
+            convertWithFFmpeg(folder.path("t.wav"), std::string(name).starts_with("alac") ? "-c:a alac" : "-b:a 128k",
                               folder.path(name));
         const NSURL output = folder.url(std::string(name) + ".out.m4a");
-        const CMTimeRange range{CMTimeMake(123457, 44100), CMTimeMake(200001, 44100)};
+        const CMTimeRange range{CMTimeMake(61727, 44100), CMTimeMake(100001, 44100)};
         expectExported(exportM4A(assetOf(folder.url(name)), output, range));
-        EXPECT_EQ(AVURLAsset(output).duration().value, 200001);
+        EXPECT_EQ(AVURLAsset(output).duration().value, 100001);
         const Sound heard = decodeWithFFmpeg(output.path());
         // A raw AAC file starts with its encoder's delay, of which it tells nothing.
         const size_t delay = std::string(name) == "t.aac" ? 1024 : 0;
-        EXPECT_GT(signalToNoise(heard, 0, tone, 123457 - delay, 200001), 15);
-        EXPECT_GT(signalToNoise(heard, 0, tone, 123457 - delay, 1024), 12) << "at the start";
-        EXPECT_GT(signalToNoise(heard, 200001 - 1024, tone, 123457 - delay + 200001 - 1024, 1024), 12) << "at the end";
+        EXPECT_GT(signalToNoise(heard, 0, tone, 61727 - delay, 100001), 15);
+        EXPECT_GT(signalToNoise(heard, 0, tone, 61727 - delay, 1024), 12) << "at the start";
+        EXPECT_GT(signalToNoise(heard, 100001 - 1024, tone, 61727 - delay + 100001 - 1024, 1024), 12) << "at the end";
     }
 }
 
@@ -218,7 +218,7 @@ TEST(AVAssetExportSession, ToneRunsThroughJointsOfPartsAsThroughAnyPacket)
 TEST(AVAssetExportSession, ManyRunsGiveTheSameBytes)
 {
     const TemporaryFolder folder;
-    writeWav(folder.path("t.wav"), makeMusic(44100, 2, 30 * 44100));
+    writeWav(folder.path("t.wav"), makeMusic(44100, 1, 26 * 44100));
     expectExported(exportM4A(assetOf(folder.url("t.wav")), folder.url("1.m4a")));
     expectExported(exportM4A(assetOf(folder.url("t.wav")), folder.url("2.m4a")));
     EXPECT_EQ(readBytes(folder.path("1.m4a")), readBytes(folder.path("2.m4a")));
@@ -351,33 +351,33 @@ TEST(AVAssetExportSession, AACIsCopiedNotEncodedAgain)
 TEST(AVAssetExportSession, SoundtrackOfOnePieceIsCopiedUpToTheFade)
 {
     const TemporaryFolder folder;
-    const Sound music = makeMusic(44100, 2, 60 * 44100);
+    const Sound music = makeMusic(44100, 1, 40 * 44100);
     writeWav(folder.path("t.wav"), music);
     expectExported(exportM4A(assetOf(folder.url("t.wav")), folder.url("piece.m4a")));
     const auto composition = endToEnd({folder.url("piece.m4a")});
     AVMutableAudioMixInputParameters parameters(1);
-    parameters.setVolumeRamp(1, 0, seconds(45, 5));
+    parameters.setVolumeRamp(1, 0, seconds(25, 5));
     AVMutableAudioMix mix;
     mix.setInputParameters({parameters});
-    expectExported(exportM4A(composition, folder.url("out.m4a"), seconds(0, 50), mix));
-    EXPECT_EQ(AVURLAsset(folder.url("out.m4a")).duration().value, 50 * 44100);
+    expectExported(exportM4A(composition, folder.url("out.m4a"), seconds(0, 30), mix));
+    EXPECT_EQ(AVURLAsset(folder.url("out.m4a")).duration().value, 30 * 44100);
     const std::string source = readBytes(folder.path("piece.m4a"));
     const std::string copied = readBytes(folder.path("out.m4a"));
-    EXPECT_EQ(copied.substr(44, 600000), source.substr(44, 600000));
+    EXPECT_EQ(copied.substr(44, 160000), source.substr(44, 160000));
     const Sound heard = decodeWithFFmpeg(folder.path("out.m4a"));
-    const Sound wanted = makeSound(44100, 2, 50 * 44100, [&](size_t frame, int channel) {
+    const Sound wanted = makeSound(44100, 1, 30 * 44100, [&](size_t frame, int channel) {
         const double seconds = static_cast<double>(frame) / 44100;
-        return music.at(frame, size_t(channel)) * (seconds < 45 ? 1 : 1 - (seconds - 45) / 5);
+        return music.at(frame, size_t(channel)) * (seconds < 25 ? 1 : 1 - (seconds - 25) / 5);
     });
-    const double before = signalToNoise(heard, 30 * 44100, wanted, 30 * 44100, 10 * 44100);
-    EXPECT_GT(signalToNoise(heard, 44 * 44100, wanted, 44 * 44100, 2 * 44100), before - 3) << "around the change";
-    EXPECT_GT(signalToNoise(heard, 46 * 44100, wanted, 46 * 44100, 2 * 44100), before - 5) << "in the fade";
+    const double before = signalToNoise(heard, 15 * 44100, wanted, 15 * 44100, 8 * 44100);
+    EXPECT_GT(signalToNoise(heard, 24 * 44100, wanted, 24 * 44100, 2 * 44100), before - 3) << "around the change";
+    EXPECT_GT(signalToNoise(heard, 26 * 44100, wanted, 26 * 44100, 2 * 44100), before - 5) << "in the fade";
 }
 
 TEST(AVAssetExportSession, StatusReadsExportingAsSoonAsTheStartSucceeded)
 {
     const TemporaryFolder folder;
-    writeWav(folder.path("t.wav"), makeMusic(44100, 2, 30 * 44100));
+    writeWav(folder.path("t.wav"), makeTone(44100, 1, 15 * 44100));
     AVAssetExportSession session(assetOf(folder.url("t.wav")), std::string(kAVAssetExportPresetAppleM4A));
     EXPECT_EQ(session.status(), Status::Unknown);
     session.setOutputFileType(kAVFileTypeAppleM4A);
@@ -419,7 +419,7 @@ TEST(AVAssetExportSession, NeverOverwritesAFile)
 TEST(AVAssetExportSession, CancelLeavesNothingOfTheOutput)
 {
     const TemporaryFolder folder;
-    writeWav(folder.path("t.wav"), makeMusic(44100, 2, 120 * 44100));
+    writeWav(folder.path("t.wav"), makeTone(44100, 1, 90 * 44100));
     AVAssetExportSession session(assetOf(folder.url("t.wav")), std::string(kAVAssetExportPresetAppleM4A));
     session.setOutputFileType(kAVFileTypeAppleM4A);
     session.setOutputURL(folder.url("out.m4a"));
