@@ -6,6 +6,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <map>
@@ -25,23 +26,78 @@ constexpr size_t kRowAlignment = 64;
 std::atomic<size_t> memoryBudget{size_t{256} << 20};
 std::atomic<size_t> bytesInMemory{0};
 
-/// Memory straight from the kernel, so that giving it back takes it out of the process at once.
-uint8_t* mapMemory(size_t bytes)
-{
-    void* const memory = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (memory == MAP_FAILED)
-        return nullptr;
-    // Big pages save two thousand page faults on every frame; without them all goes on as usual.
-    madvise(memory, bytes, MADV_HUGEPAGE);
-    bytesInMemory += bytes;
-    return static_cast<uint8_t*>(memory);
-}
+/// Memory straight from the kernel, so that giving it back takes it out of the process at once. A few blocks are kept
+/// for the next frames, which are all of one size: new memory costs as much time as drawing in it.
+class PixelMemory final {
+public:
+    /// Undefined bytes, aligned to a page.
+    static uint8_t* take(size_t bytes)
+    {
+        uint8_t* memory = takeKept(bytes);
+        if (!memory) {
+            void* const mapped = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+            if (mapped == MAP_FAILED)
+                return nullptr;
+            // Big pages save two thousand page faults on every frame; without them all goes on as usual.
+            madvise(mapped, bytes, MADV_HUGEPAGE);
+            memory = static_cast<uint8_t*>(mapped);
+        }
+        bytesInMemory += bytes;
+        return memory;
+    }
 
-void unmapMemory(uint8_t* memory, size_t bytes)
-{
-    munmap(memory, bytes);
-    bytesInMemory -= bytes;
-}
+    static void give(uint8_t* memory, size_t bytes)
+    {
+        bytesInMemory -= bytes;
+        if (!keep(memory, bytes))
+            munmap(memory, bytes);
+    }
+
+private:
+    struct Block {
+        uint8_t* memory;
+        size_t bytes;
+    };
+
+    // Two frames of the largest size.
+    static constexpr size_t kMaxKeptBytes = size_t{72} << 20;
+
+    static uint8_t* takeKept(size_t bytes)
+    {
+        LockGuard guard(lock_);
+        const auto found = std::ranges::find(kept_, bytes, &Block::bytes);
+        if (found == kept_.end())
+            return nullptr;
+        uint8_t* const memory = found->memory;
+        kept_.erase(found);
+        return memory;
+    }
+
+    static bool keep(uint8_t* memory, size_t bytes)
+    {
+        LockGuard guard(lock_);
+        size_t sum = bytes;
+        for (const Block& block : kept_)
+            sum += block.bytes;
+        // Blocks of an earlier job's size make room first.
+        for (auto block = kept_.begin(); block != kept_.end() && sum > kMaxKeptBytes;) {
+            if (block->bytes == bytes) {
+                ++block;
+                continue;
+            }
+            sum -= block->bytes;
+            munmap(block->memory, block->bytes);
+            block = kept_.erase(block);
+        }
+        if (sum > kMaxKeptBytes)
+            return false;
+        kept_.push_back({memory, bytes});
+        return true;
+    }
+
+    static inline Lock lock_;
+    static inline std::vector<Block> kept_ GUARDED_BY(lock_);
+};
 
 /// An unlinked file that buffers of one folder share: one descriptor for thousands of frames.
 class SpillFile final {
@@ -158,7 +214,7 @@ struct CVPixelBuffer::Storage {
     ~Storage()
     {
         if (memory)
-            unmapMemory(memory, bytes);
+            PixelMemory::give(memory, bytes);
         else if (file)
             file->release(offset, bytes);
     }
@@ -181,11 +237,11 @@ CVPixelBuffer::~CVPixelBuffer() = default;
 int32_t CVPixelBuffer::lockBaseAddress()
 {
     if (!storage_->memory) {
-        uint8_t* const memory = mapMemory(storage_->bytes);
+        uint8_t* const memory = PixelMemory::take(storage_->bytes);
         if (!memory)
             return kCVReturnAllocationFailed;
         if (!storage_->file->read(storage_->offset, memory, storage_->bytes)) {
-            unmapMemory(memory, storage_->bytes);
+            PixelMemory::give(memory, storage_->bytes);
             return kCVReturnError;
         }
         storage_->file->release(storage_->offset, storage_->bytes);
@@ -215,7 +271,7 @@ void CVPixelBuffer::spill()
     const auto offset = file->write(storage_->memory, storage_->bytes);
     if (!offset)
         return;
-    unmapMemory(std::exchange(storage_->memory, nullptr), storage_->bytes);
+    PixelMemory::give(std::exchange(storage_->memory, nullptr), storage_->bytes);
     storage_->file = std::move(file);
     storage_->offset = *offset;
 }
@@ -233,7 +289,7 @@ int32_t CVPixelBufferCreate(size_t width, size_t height, uint32_t pixelFormatTyp
     const size_t bytesPerRow = (width * 4 + kRowAlignment - 1) / kRowAlignment * kRowAlignment;
     auto storage = std::make_unique<CVPixelBuffer::Storage>(
         bytesPerRow * height, spillFolder ? std::optional(spillFolder->path()) : std::nullopt);
-    storage->memory = mapMemory(storage->bytes);
+    storage->memory = PixelMemory::take(storage->bytes);
     if (!storage->memory)
         return kCVReturnAllocationFailed;
     buffer->reset(new CVPixelBuffer(width, height, bytesPerRow, std::move(storage)));

@@ -2,6 +2,7 @@
 
 #include "platform/graphics/ImageFormat.h"
 #include "platform/graphics/ImageOrientation.h"
+#include "platform/graphics/PixelRecycling.h"
 
 #include <algorithm>
 #include <cmath>
@@ -69,13 +70,14 @@ CGImagePtr ImageDecoder::createThumbnailAtIndex(const ThumbnailOptions& options,
             return nullptr;
         const PixelSize size = thumbnailSize({properties_.pixelWidth, properties_.pixelHeight}, options.maxPixelSize);
         CGImage image;
+        image.pixels = PixelRecycling::take();
         ColorDescription colors;
         if (!decode(size.width, size.height, image, colors, error))
             return nullptr;
         convertToSRGB(image, colors);
         if (options.withTransform)
             image = uprightImage(std::move(image), properties_.orientation.value_or(1));
-        return std::make_shared<const CGImage>(std::move(image));
+        return shareRecycled(std::move(image));
     } catch (const std::bad_alloc&) {
         failDecoding(error, "needs more memory than there is");
         return nullptr;

@@ -1,5 +1,7 @@
 #include "platform/graphics/ImageOrientation.h"
 
+#include "platform/graphics/PixelRecycling.h"
+
 #include <algorithm>
 #include <cstring>
 #include <utility>
@@ -55,12 +57,14 @@ CGImage uprightImage(CGImage image, int orientation)
     upright.width = turnsByQuarter(orientation) ? image.height : image.width;
     upright.height = turnsByQuarter(orientation) ? image.width : image.height;
     upright.bytesPerRow = upright.width * 4;
+    upright.pixels = PixelRecycling::take();
     upright.pixels.resize(upright.bytesPerRow * upright.height);
 
     // The stored picture is: 2 mirrored, 3 turned by half, 4 both, 5 transposed, 6 turned a quarter to the left, 7
     // transposed and turned by half, 8 turned a quarter to the right.
     if (turnsByQuarter(orientation)) {
         turn(image, upright, orientation == 7 || orientation == 8, orientation == 6 || orientation == 7);
+        PixelRecycling::give(std::move(image.pixels));
         return upright;
     }
     for (size_t y = 0; y < upright.height; ++y) {
@@ -70,6 +74,7 @@ CGImage uprightImage(CGImage image, int orientation)
         else
             mirrorRow(from, upright.row(y), upright.width);
     }
+    PixelRecycling::give(std::move(image.pixels));
     return upright;
 }
 

@@ -278,28 +278,29 @@ bool scaleImage(const CGImage& from, size_t width, size_t height, CGImage& image
     for (size_t i = 0; i < count; ++i)
         planes.planes[i] = {memory + i * rowBytes * planeHeight, rowBytes};
 
-    std::vector<uint32_t> sums(4 * planeWidth);
+    // Columns are added up first: whole rows at a time, which the compiler turns into vector instructions.
+    std::vector<uint32_t> columnSums(4 * from.width);
     for (size_t y = 0; y < planeHeight; ++y) {
         const size_t rows = std::min(factor, from.height - y * factor);
-        std::ranges::fill(sums, 0u);
+        std::ranges::fill(columnSums, 0u);
         for (size_t row = 0; row < rows; ++row) {
-            const uint8_t* pixel = from.row(y * factor + row);
-            for (size_t column = 0; column < planeWidth; ++column) {
-                uint32_t* const sum = sums.data() + 4 * column;
-                const size_t pixels = std::min(factor, from.width - column * factor);
-                for (size_t x = 0; x < pixels; ++x, pixel += 4)
-                    for (size_t i = 0; i < 4; ++i)
-                        sum[i] += pixel[i];
-            }
+            const uint8_t* const bytes = from.row(y * factor + row);
+            uint32_t* const sums = columnSums.data();
+            for (size_t i = 0; i < 4 * from.width; ++i)
+                sums[i] += bytes[i];
         }
-        for (size_t i = 0; i < count; ++i) {
+        for (size_t column = 0; column < planeWidth; ++column) {
+            const size_t columns = std::min(factor, from.width - column * factor);
+            const auto pixels = static_cast<uint32_t>(rows * columns);
+            std::array<uint32_t, 4> sum{};
+            const uint32_t* sums = columnSums.data() + 4 * column * factor;
+            for (size_t x = 0; x < columns; ++x, sums += 4)
+                for (size_t i = 0; i < 4; ++i)
+                    sum[i] += sums[i];
             // Byte 0 of a pixel is alpha, the last plane.
-            const uint32_t* const sum = sums.data() + (i + 1) % 4;
-            uint8_t* const to = memory + (i * planeHeight + y) * rowBytes;
-            for (size_t column = 0; column < planeWidth; ++column) {
-                const auto pixels = static_cast<uint32_t>(rows * std::min(factor, from.width - column * factor));
-                to[column] = static_cast<uint8_t>((sum[4 * column] + pixels / 2) / pixels);
-            }
+            for (size_t i = 0; i < count; ++i)
+                memory[(i * planeHeight + y) * rowBytes + column] =
+                    static_cast<uint8_t>((sum[(i + 1) % 4] + pixels / 2) / pixels);
         }
     }
     return scalePlanes(planes, width, height, image);
