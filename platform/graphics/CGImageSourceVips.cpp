@@ -4,6 +4,8 @@
 
 #include <vips/vips.h>
 
+#include <dlfcn.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <mutex>
@@ -20,19 +22,76 @@ using ImagePtr = std::unique_ptr<VipsImage, Unreference>;
 using RegionPtr = std::unique_ptr<VipsRegion, Unreference>;
 using SourcePtr = std::unique_ptr<VipsSourceCustom, Unreference>;
 
+/// The library's functions, looked up at first use: linked in, it and the hundred libraries that it brings would
+/// cost every start of a program 20 ms, pictures or not.
+struct Vips {
+#define STILLORA_VIPS_FUNCTIONS(X)                                                                                     \
+    X(block_untrusted_set)                                                                                             \
+    X(cache_set_max)                                                                                                   \
+    X(cast)                                                                                                            \
+    X(colourspace)                                                                                                     \
+    X(concurrency_set)                                                                                                 \
+    X(error_clear)                                                                                                     \
+    X(gifload_source)                                                                                                  \
+    X(heifload_source)                                                                                                 \
+    X(image_get_bands)                                                                                                 \
+    X(image_get_blob)                                                                                                  \
+    X(image_get_format)                                                                                                \
+    X(image_get_height)                                                                                                \
+    X(image_get_int)                                                                                                   \
+    X(image_get_interpretation)                                                                                        \
+    X(image_get_typeof)                                                                                                \
+    X(image_get_width)                                                                                                 \
+    X(image_get_xres)                                                                                                  \
+    X(init)                                                                                                            \
+    X(pngload_source)                                                                                                  \
+    X(region_new)                                                                                                      \
+    X(region_prepare)                                                                                                  \
+    X(source_custom_new)                                                                                               \
+    X(tiffload_source)                                                                                                 \
+    X(webpload_source)
+
+#define STILLORA_DECLARE(name) decltype(&vips_##name) name = nullptr;
+    STILLORA_VIPS_FUNCTIONS(STILLORA_DECLARE)
+#undef STILLORA_DECLARE
+
+    bool isLoaded = false;
+
+    Vips()
+    {
+        // The name that stands for the ABI of the headers; never closed, as its types stay registered.
+        void* const library = dlopen("libvips.so.42", RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+        if (!library)
+            return;
+        isLoaded = true;
+#define STILLORA_LOOK_UP(name)                                                                                         \
+    name = reinterpret_cast<decltype(name)>(dlsym(library, "vips_" #name));                                            \
+    isLoaded = isLoaded && name;
+        STILLORA_VIPS_FUNCTIONS(STILLORA_LOOK_UP)
+#undef STILLORA_LOOK_UP
+    }
+};
+#undef STILLORA_VIPS_FUNCTIONS
+
+const Vips& vips()
+{
+    static const Vips library;
+    return library;
+}
+
 /// At first use, as it loads modules that a service without such pictures never needs.
 bool startVips()
 {
     static std::once_flag once;
     static bool started = false;
     std::call_once(once, [] {
-        started = vips_init("stillora") == 0;
+        started = vips().isLoaded && vips().init("stillora") == 0;
         if (!started)
             return;
-        vips_block_untrusted_set(TRUE);
+        vips().block_untrusted_set(TRUE);
         // One photo is one thread, and no photo is opened twice.
-        vips_concurrency_set(1);
-        vips_cache_set_max(0);
+        vips().concurrency_set(1);
+        vips().cache_set_max(0);
         // Its remarks on odd files are for nobody.
         g_log_set_handler(
             "VIPS", static_cast<GLogLevelFlags>(G_LOG_LEVEL_MASK | G_LOG_FLAG_FATAL | G_LOG_FLAG_RECURSION),
@@ -72,8 +131,8 @@ std::vector<uint8_t> blob(VipsImage* image, const char* name)
 {
     const void* bytes = nullptr;
     size_t length = 0;
-    if (vips_image_get_typeof(image, name) == 0 || vips_image_get_blob(image, name, &bytes, &length) != 0) {
-        vips_error_clear();
+    if (vips().image_get_typeof(image, name) == 0 || vips().image_get_blob(image, name, &bytes, &length) != 0) {
+        vips().error_clear();
         return {};
     }
     const auto* const first = static_cast<const uint8_t*>(bytes);
@@ -83,8 +142,8 @@ std::vector<uint8_t> blob(VipsImage* image, const char* name)
 std::optional<int> integer(VipsImage* image, const char* name)
 {
     int value = 0;
-    if (vips_image_get_typeof(image, name) == 0 || vips_image_get_int(image, name, &value) != 0) {
-        vips_error_clear();
+    if (vips().image_get_typeof(image, name) == 0 || vips().image_get_int(image, name, &value) != 0) {
+        vips().error_clear();
         return std::nullopt;
     }
     return value;
@@ -104,22 +163,23 @@ private:
     static VipsImage* open(VipsSource* source)
     {
         VipsImage* image = nullptr;
-        return load(source, &image, "access", VIPS_ACCESS_SEQUENTIAL, static_cast<void*>(nullptr)) == 0 ? image
-                                                                                                        : nullptr;
+        return (vips().*load)(source, &image, "access", VIPS_ACCESS_SEQUENTIAL, static_cast<void*>(nullptr)) == 0
+                   ? image
+                   : nullptr;
     }
 
     /// Named, not found by content: no other loader can be talked into opening the file.
     static Loader loaderOf(std::string_view format)
     {
         if (format == "png")
-            return open<vips_pngload_source>;
+            return open<&Vips::pngload_source>;
         if (format == "webp")
-            return open<vips_webpload_source>;
+            return open<&Vips::webpload_source>;
         if (format == "tiff")
-            return open<vips_tiffload_source>;
+            return open<&Vips::tiffload_source>;
         if (format == "gif")
-            return open<vips_gifload_source>;
-        return open<vips_heifload_source>;
+            return open<&Vips::gifload_source>;
+        return open<&Vips::heifload_source>;
     }
 
     bool openImage(NSError* error)
@@ -127,11 +187,11 @@ private:
         if (!startVips())
             return failDecoding(error, "cannot be decoded: the image library does not start");
         reader_ = std::make_unique<Reader>(Reader{&file()});
-        source_.reset(vips_source_custom_new());
+        source_.reset(vips().source_custom_new());
         g_signal_connect(source_.get(), "read", G_CALLBACK(readFrom), reader_.get());
         g_signal_connect(source_.get(), "seek", G_CALLBACK(seekTo), reader_.get());
-        image_.reset(load_(VIPS_SOURCE(source_.get())));
-        vips_error_clear();
+        image_.reset(load_(reinterpret_cast<VipsSource*>(source_.get())));
+        vips().error_clear();
         return image_ != nullptr || failDecoding(error, "is damaged: its header cannot be read");
     }
 
@@ -146,8 +206,8 @@ private:
     {
         if (!openImage(error))
             return false;
-        properties.pixelWidth = static_cast<size_t>(vips_image_get_width(image_.get()));
-        properties.pixelHeight = static_cast<size_t>(vips_image_get_height(image_.get()));
+        properties.pixelWidth = static_cast<size_t>(vips().image_get_width(image_.get()));
+        properties.pixelHeight = static_cast<size_t>(vips().image_get_height(image_.get()));
         const EXIF exif = parseEXIF(blob(image_.get(), VIPS_META_EXIF_NAME));
         if (!isHEIF_) {
             properties.orientation = exif.orientation;
@@ -157,8 +217,8 @@ private:
         }
         properties.dpi = exif.dpi;
         constexpr double kMillimetresPerInch = 25.4;
-        if (!properties.dpi && vips_image_get_typeof(image_.get(), VIPS_META_RESOLUTION_UNIT) != 0)
-            properties.dpi = vips_image_get_xres(image_.get()) * kMillimetresPerInch;
+        if (!properties.dpi && vips().image_get_typeof(image_.get(), VIPS_META_RESOLUTION_UNIT) != 0)
+            properties.dpi = vips().image_get_xres(image_.get()) * kMillimetresPerInch;
         return true;
     }
 
@@ -169,7 +229,7 @@ private:
         const bool succeeded = decodeOpened(width, height, image, colors, error);
         // Rows come in order and only once: to be asked again, the file is opened again.
         closeImage();
-        vips_error_clear();
+        vips().error_clear();
         return succeeded;
     }
 
@@ -184,8 +244,8 @@ private:
         if (!simplify(colors))
             return failDecoding(error, "cannot be decoded: its colours are of a kind that is not known");
 
-        const auto bands = static_cast<size_t>(vips_image_get_bands(image_.get()));
-        const bool isInk = vips_image_get_interpretation(image_.get()) == VIPS_INTERPRETATION_CMYK;
+        const auto bands = static_cast<size_t>(vips().image_get_bands(image_.get()));
+        const bool isInk = vips().image_get_interpretation(image_.get()) == VIPS_INTERPRETATION_CMYK;
         const bool isColor = bands >= 3;
         const size_t colorBands = isInk ? 4 : isColor ? 3 : 1;
         const bool hasAlpha = !isInk && bands > colorBands;
@@ -206,26 +266,26 @@ private:
     /// Brings rare kinds of pixels to brightness, red, green and blue, or ink, of 8 or 16 bits.
     bool simplify(ColorDescription& colors)
     {
-        const auto kind = vips_image_get_interpretation(image_.get());
+        const auto kind = vips().image_get_interpretation(image_.get());
         const bool isKnown = kind == VIPS_INTERPRETATION_sRGB || kind == VIPS_INTERPRETATION_RGB ||
                              kind == VIPS_INTERPRETATION_B_W || kind == VIPS_INTERPRETATION_RGB16 ||
                              kind == VIPS_INTERPRETATION_GREY16 || kind == VIPS_INTERPRETATION_CMYK;
-        const auto format = vips_image_get_format(image_.get());
+        const auto format = vips().image_get_format(image_.get());
         const bool isWhole = format == VIPS_FORMAT_UCHAR || format == VIPS_FORMAT_USHORT;
         if (isKnown && isWhole)
             return true;
         VipsImage* simple = nullptr;
         if (kind == VIPS_INTERPRETATION_MULTIBAND || (isKnown && !isWhole)) {
-            if (vips_cast(image_.get(), &simple, VIPS_FORMAT_UCHAR, static_cast<void*>(nullptr)) != 0)
+            if (vips().cast(image_.get(), &simple, VIPS_FORMAT_UCHAR, static_cast<void*>(nullptr)) != 0)
                 return false;
         } else {
-            if (vips_colourspace(image_.get(), &simple, VIPS_INTERPRETATION_sRGB, static_cast<void*>(nullptr)) != 0)
+            if (vips().colourspace(image_.get(), &simple, VIPS_INTERPRETATION_sRGB, static_cast<void*>(nullptr)) != 0)
                 return false;
             // The profile told of the numbers as they were.
             colors.profile.clear();
             ImagePtr whole(simple);
             simple = nullptr;
-            if (vips_cast(whole.get(), &simple, VIPS_FORMAT_UCHAR, static_cast<void*>(nullptr)) != 0)
+            if (vips().cast(whole.get(), &simple, VIPS_FORMAT_UCHAR, static_cast<void*>(nullptr)) != 0)
                 return false;
         }
         image_.reset(simple);
@@ -235,15 +295,15 @@ private:
     /// Reads rows until the end or the first damage; whether there was one at least.
     bool collect(RowCollector& rows, PixelSize picture, size_t bands, size_t used)
     {
-        const RegionPtr region(vips_region_new(image_.get()));
-        const bool isWide = vips_image_get_format(image_.get()) == VIPS_FORMAT_USHORT;
+        const RegionPtr region(vips().region_new(image_.get()));
+        const bool isWide = vips().image_get_format(image_.get()) == VIPS_FORMAT_USHORT;
         std::vector<uint8_t> narrow(isWide || used != bands ? picture.width * used : 0);
         // Strips as high as a usual tile, so that tiles are decoded once.
         constexpr int kStrip = 16;
         const auto height = static_cast<int>(picture.height);
         for (int top = 0; top < height; top += kStrip) {
             const VipsRect strip = {0, top, static_cast<int>(picture.width), std::min(kStrip, height - top)};
-            if (vips_region_prepare(region.get(), &strip) != 0)
+            if (vips().region_prepare(region.get(), &strip) != 0)
                 return top > 0;
             for (int y = top; y < top + strip.height; ++y) {
                 const uint8_t* samples = VIPS_REGION_ADDR(region.get(), 0, y);
