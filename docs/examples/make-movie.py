@@ -4,7 +4,7 @@
 usage: make-movie.py SOCKET SAVE-FOLDER PHOTO...      (at least five photos)
 
 SOCKET is the one that the installed user unit listens on, "$XDG_RUNTIME_DIR/app.stillora.VideoCreator", or that of
-    systemd-socket-activate -l SOCKET stillora-video-creator
+    systemd-socket-activate -l SOCKET PREFIX/libexec/stillora/stillora-video-creator
 Needs the Debian packages python3-gi and gir1.2-gdkpixbuf-2.0.
 """
 

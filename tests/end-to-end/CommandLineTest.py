@@ -18,6 +18,9 @@ from stillora import hold_times, picture, wait_until
 AS_ANYBODY = ["setpriv", "--bounding-set=-dac_override,-dac_read_search"] if os.geteuid() == 0 else []
 
 
+FAILED, USAGE, BAD_INPUT = 1, 2, 3
+
+
 def can_mount():
     """Whether a small file system can be mounted for one process alone."""
     probe = ["unshare", "--user", "--map-root-user", "--mount", "mount", "-t", "tmpfs", "none", "/mnt"]
@@ -47,10 +50,9 @@ class CommandLineTest(stillora.TestCase):
     def assertNothingMade(self):
         self.assertEqual(self.leftovers(self.save), [])
 
-    def assertRefused(self, result, *words):
-        """A clear error: a bad exit code, words on standard error, nothing on standard output and nothing made."""
-        self.assertNotEqual(result.returncode, 0)
-        self.assertGreater(result.returncode, 0, "it was ended by a signal")
+    def assertRefused(self, result, *words, code=BAD_INPUT):
+        """A clear error: its exit code, words on standard error, nothing on standard output and nothing made."""
+        self.assertEqual(result.returncode, code, result.err)
         self.assertEqual(result.out, "")
         for word in words:
             self.assertIn(word, result.err)
@@ -261,13 +263,13 @@ class CommandLineTest(stillora.TestCase):
         self.assertRefused(self.create(*self.photos, pipe, expect=None), "pipe.jpg")
 
     def test_no_photos_at_all_is_an_error_of_usage(self):
-        self.assertRefused(self.create(expect=None))
+        self.assertRefused(self.create(expect=None), code=USAGE)
 
     def test_numbers_out_of_range_are_errors_of_usage(self):
         for option, value in (("--seconds", "0"), ("--seconds", "-1"), ("--seconds", "nan"), ("--seconds", "1e300"),
                               ("--quality", "17"), ("--codec", "zzzz")):
             with self.subTest(f"{option} {value}"):
-                self.assertRefused(self.create(option, value, *self.photos, expect=None), option.lstrip("-"))
+                self.assertRefused(self.create(option, value, *self.photos, expect=None), option, code=USAGE)
 
     # Bad places
 
@@ -277,13 +279,13 @@ class CommandLineTest(stillora.TestCase):
             result = self.create(*self.photos, expect=None, prefix=AS_ANYBODY)
         finally:
             self.save.chmod(0o755)
-        self.assertRefused(result, "save", "ermission")
+        self.assertRefused(result, "save", "ermission", code=FAILED)
 
     def test_a_save_folder_that_is_a_file_is_refused(self):
         file = self.folder / "file"
         file.write_bytes(b"precious")
         result = self.run_stillora("create", "--save", file, *self.photos, expect=None)
-        self.assertRefused(result, "file")
+        self.assertRefused(result, "file", code=FAILED)
         self.assertEqual(file.read_bytes(), b"precious")
 
     def test_a_save_folder_that_is_not_there_is_made(self):
@@ -295,12 +297,12 @@ class CommandLineTest(stillora.TestCase):
         script = 'mount -t tmpfs -o size=300k none "$1" && shift && exec "$@"'
         prefix = ["unshare", "--user", "--map-root-user", "--mount", "sh", "-c", script, "sh", str(self.save)]
         result = self.create("--quality", "1080", *self.many[:20], expect=None, prefix=prefix)
-        self.assertRefused(result)
+        self.assertRefused(result, code=FAILED)
         self.assertRegex(result.err.lower(), "no space|disk|full")
 
     def test_a_limit_on_the_size_of_files_leaves_nothing_behind(self):
         result = self.create("--quality", "1080", *self.many[:20], expect=None, prefix=["prlimit", "--fsize=200000"])
-        self.assertRefused(result)
+        self.assertRefused(result, code=FAILED)
 
     # Names
 
@@ -311,7 +313,7 @@ class CommandLineTest(stillora.TestCase):
         self.assertEqual(len(hold_times(movie)), 6)
 
     def test_a_title_too_long_for_a_file_is_refused(self):
-        self.assertRefused(self.create("--title", "t" * 255, *self.photos, expect=None), "title")
+        self.assertRefused(self.create("--title", "t" * 255, *self.photos, expect=None), "title", code=USAGE)
 
     def test_names_that_are_not_utf_8_are_no_trouble(self):
         folder = os.fsencode(self.folder / "photos") + b"\xff\xfe"
@@ -343,7 +345,7 @@ class CommandLineTest(stillora.TestCase):
         self.assertEqual(movie.name, "Summer – 夏.2024.mov")
 
     def test_a_title_that_would_leave_the_folder_is_refused(self):
-        self.assertRefused(self.create("--title", "../escaped", *self.photos, expect=None), "title")
+        self.assertRefused(self.create("--title", "../escaped", *self.photos, expect=None), "title", code=USAGE)
 
 
 if __name__ == "__main__":

@@ -38,7 +38,7 @@ class InstallTest(stillora.TestCase):
                       "lib/systemd/user/app.stillora.VideoCreator@.service",
                       "share/dbus-1/interfaces/app.stillora.morStilloraVideoCreatorProtocol.xml",
                       "share/dbus-1/interfaces/app.stillora.morStilloraXPCCreatorUpdateProtocol.xml",
-                      "share/man/man1/stillora.1", "share/locale/de/LC_MESSAGES/stillora.mo",
+                      "share/man/man1/stillora.1", "share/man/man8/stillora-video-creator.8", "share/locale/de/LC_MESSAGES/stillora.mo",
                       "share/doc/stillora/README.md", "share/doc/stillora/protocol.md", "share/doc/stillora/LICENSE"):
             with self.subTest(place):
                 self.installed(place)

@@ -10,12 +10,22 @@ import stillora
 from gi.repository import GLib
 from stillora import Service, hold_times, photo, wait_until
 
+# The message that every client of a bus begins with: org.freedesktop.DBus.Hello, serial 1, no arguments.
+HELLO = (b"l\1\0\1" + bytes(4) + b"\1\0\0\0" + b"\x4e\0\0\0" +
+         b"\1\1o\0\x15\0\0\0/org/freedesktop/DBus\0\0\0" +
+         b"\2\1s\0\x14\0\0\0org.freedesktop.DBus\0\0\0\0" + b"\3\1s\0\5\0\0\0Hello\0\0\0")
+
 INVALID = "org.freedesktop.DBus.Error.InvalidArgs"
 
 
 def tool(*command):
     """A command of the desktop's own tools; returns what it prints, whatever way it ends."""
     return subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=stillora.DEADLINE)
+
+
+def is_rendering(client):
+    """Whether frames are being written: from then on a cancel is answered."""
+    return any(update.title == "VideoCreationTitleRenderingVideo" for update in client.updates)
 
 
 class ServiceTest(stillora.TestCase):
@@ -65,11 +75,14 @@ class ServiceTest(stillora.TestCase):
             self.assertTrue(service.is_running())
 
     def test_cancelling_on_one_connection_leaves_the_job_of_another(self):
+        document = self.folder / "other.slides"
+        document.touch()
         with Service.listening(self) as service:
             one, other = service.connect(), service.connect()
-            cancelled = one.request(self.many, self.save, self.temporary, quality=720, document=self.folder / "one.slides")
-            kept = other.request(self.photos, self.save, self.temporary, document=self.folder / "other.slides")
-            wait_until(lambda: one.updates, "the first job runs")
+            cancelled = one.request(self.many, self.save, self.temporary, quality=720)
+            wait_until(lambda: is_rendering(one), "the first job writes frames")
+            kept = other.request(self.photos, self.save, self.temporary, document=document)
+            wait_until(lambda: other.updates, "the second job runs")
             one.cancel()
             self.assertEqual(cancelled.result(), ([], [], True))
             movie = kept.movie()
@@ -83,7 +96,7 @@ class ServiceTest(stillora.TestCase):
         os.chmod(self.folder, 0o711)
         with Service.listening(self) as service:
             os.chmod(service.path, 0o777)
-            ping = ["gdbus", "call", "--address", service.address, "--object-path", stillora.PATH, "--method",
+            ping = ["gdbus", "call", "--address", service.address, "--dest", "app.stillora.VideoCreator", "--object-path", stillora.PATH, "--method",
                     "org.freedesktop.DBus.Peer.Ping", "--timeout", "20"]
             other = tool("setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", *ping)
             self.assertNotEqual(other.returncode, 0)
@@ -93,10 +106,10 @@ class ServiceTest(stillora.TestCase):
 
     def test_gdbus_pings_and_introspects(self):
         with Service.listening(self) as service:
-            ping = tool("gdbus", "call", "--address", service.address, "--object-path", stillora.PATH, "--method",
+            ping = tool("gdbus", "call", "--address", service.address, "--dest", "app.stillora.VideoCreator", "--object-path", stillora.PATH, "--method",
                         "org.freedesktop.DBus.Peer.Ping")
             self.assertEqual((ping.returncode, ping.stdout.strip()), (0, "()"), ping.stderr)
-            shown = tool("gdbus", "call", "--address", service.address, "--object-path", stillora.PATH, "--method",
+            shown = tool("gdbus", "call", "--address", service.address, "--dest", "app.stillora.VideoCreator", "--object-path", stillora.PATH, "--method",
                          "org.freedesktop.DBus.Introspectable.Introspect")
             self.assertEqual(shown.returncode, 0, shown.stderr)
             self.assertIn(stillora.INTERFACE, shown.stdout)
@@ -148,6 +161,7 @@ class ServiceTest(stillora.TestCase):
     def test_a_second_request_on_a_connection_makes_a_second_movie(self):
         with Service.connected(self) as service:
             document = self.folder / "Holiday.slides"
+            document.touch()
             first = service.client.request(self.photos, self.save, self.temporary, document=document).movie()
             second = service.client.request(self.photos, self.save, self.temporary, document=document).movie()
             self.assertEqual(first.name, "Holiday.mov")
@@ -163,7 +177,7 @@ class ServiceTest(stillora.TestCase):
     def test_a_cancelled_job_leaves_no_movie(self):
         with Service.connected(self) as service:
             answer = service.client.request(self.many, self.save, self.temporary, quality=1080)
-            wait_until(lambda: any("Rendering" in u.title for u in service.client.updates), "frames are written")
+            wait_until(lambda: is_rendering(service.client), "frames are written")
             service.client.cancel()
             self.assertEqual(answer.result(), ([], [], True))
             self.assertEqual(answer.count, 1)
@@ -227,26 +241,37 @@ class ServiceTest(stillora.TestCase):
             identity = str(os.getuid()).encode().hex().encode()
             peer.sendall(b"\0AUTH EXTERNAL " + identity + b"\r\n")
             self.assertTrue(peer.recv(4096).startswith(b"OK "))
-            peer.sendall(b"BEGIN\r\n")
+            # A greeting that is answered shows that the connection is up.
+            peer.sendall(b"BEGIN\r\n" + HELLO)
+            self.assertIn(b":1.", peer.recv(4096))
             return peer
 
-        messages = {
+        nonsense = {
             "no message at all": b"\xde\xad\xbe\xef" * 64,
-            "a header that promises 128 MB": b"l\1\0\1" + (0x07FFFFFF).to_bytes(4, "little") + b"\1\0\0\0" + b"\0" * 4,
             "a header that promises more than there can be": b"l\1\0\1\xff\xff\xff\xff\1\0\0\0\xff\xff\xff\xff",
-            "half a message": b"l\1\0\1\x10\0\0\0\1\0\0\0\x20",
+        }
+        unfinished = {
+            "a header that promises 128 MB": b"l\1\0\1" + (0x07FFFFF0).to_bytes(4, "little") + b"\1\0\0\0" + b"\0" * 4,
+            "half a header": b"l\1\0\1\x10\0\0\0\1\0\0\0\x20",
         }
         with Service.listening(self) as service:
-            for name, message in messages.items():
+            service.connect().call("Ping", interface="org.freedesktop.DBus.Peer").result()
+            descriptors = lambda: len(os.listdir(f"/proc/{service.process.pid}/fd"))
+            before = descriptors()
+            for name, message in nonsense.items():
                 with self.subTest(name), handshaken(service.path) as peer:
                     peer.sendall(message)
-                    peer.shutdown(socket.SHUT_WR)
                     try:
                         while peer.recv(4096):
                             pass
                     except ConnectionResetError:
                         pass
+            for name, message in unfinished.items():
+                with self.subTest(name), handshaken(service.path) as peer:
+                    peer.sendall(message)
+            wait_until(lambda: descriptors() <= before, "nothing is left of these connections")
             self.assertTrue(service.is_running())
+            self.assertLess(service.peak_memory(), 100e6 if "ASAN_OPTIONS" not in os.environ else 1e9)
             service.connect().call("Ping", interface="org.freedesktop.DBus.Peer").result()
 
     def test_a_client_that_says_nothing_keeps_nobody_waiting(self):
@@ -258,7 +283,7 @@ class ServiceTest(stillora.TestCase):
         with Service.listening(self) as service:
             client = service.connect()
             client.request(self.many, self.save, self.temporary, quality=1080)
-            wait_until(lambda: any("Rendering" in u.title for u in client.updates), "frames are written")
+            wait_until(lambda: is_rendering(client), "frames are written")
             client.close()
             wait_until(lambda: not any(p.endswith(".mov") for p in self.leftovers(self.temporary)), "the job's file is gone")
             self.assertEqual(self.leftovers(self.save), [])
@@ -269,7 +294,7 @@ class ServiceTest(stillora.TestCase):
     def test_a_process_of_one_client_ends_when_that_client_vanishes_in_the_middle(self):
         with Service.connected(self) as service:
             service.client.request(self.many, self.save, self.temporary, quality=1080)
-            wait_until(lambda: any("Rendering" in u.title for u in service.client.updates), "frames are written")
+            wait_until(lambda: is_rendering(service.client), "frames are written")
             service.client.close()
             self.assertEqual(service.wait(), 0)
             self.assertEqual(self.leftovers(self.save), [])

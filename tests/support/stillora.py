@@ -160,6 +160,8 @@ def picture(file, width=320, height=240, number=0, *options):
     else:
         if file.suffix in (".jpg", ".jpeg"):
             source += ["-q:v", "3", "-pix_fmt", "yuvj420p"]
+        elif file.suffix == ".tiff":
+            source += ["-pix_fmt", "rgb24"]
         run("ffmpeg", "-v", "error", "-y", *source, *options, file)
     return file
 
