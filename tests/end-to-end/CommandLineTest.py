@@ -78,9 +78,10 @@ class CommandLineTest(stillora.TestCase):
         self.assertGreater(len(objects), 1)
         movies = list(self.save.glob("*.mov"))
         self.assertEqual(len(movies), 1)
-        self.assertIn(str(movies[0]), objects[-1].values())
-        for update in objects[:-1]:
-            self.assertNotIn(str(movies[0]), update.values())
+        result = objects.pop()
+        self.assertEqual((result["event"], result["ok"], result["movie"]), ("result", True, str(movies[0])))
+        self.assertEqual({update["event"] for update in objects}, {"progress"})
+        self.assertTrue(all(update["stage"].startswith("VideoCreation") for update in objects))
 
     def test_help_names_every_option_and_the_exit_codes(self):
         text = self.run_stillora("create", "--help").out

@@ -1,5 +1,6 @@
 """What an installation holds, and that it works from wherever it was put."""
 
+import json
 import os
 import shutil
 import socket
@@ -61,10 +62,19 @@ class InstallTest(stillora.TestCase):
         self.assertEqual(hold_times(result.stdout.strip()), [(float(i), 1.0) for i in range(6)])
 
     def test_the_installed_translations_are_found(self):
-        english = self.installed_run("create")
-        german = self.installed_run("create", LC_ALL="C.UTF-8", LANGUAGE="de")
-        self.assertNotEqual(english.returncode, 0)
-        self.assertEqual(english.returncode, german.returncode)
+        def titles(language):
+            result = self.installed_run("create", "--json", "--quality", "240", "--save", self.save, *self.photos,
+                                        LANGUAGE=language)
+            self.assertEqual(result.returncode, 0, result.stderr)
+            updates = [json.loads(line) for line in result.stdout.splitlines()]
+            return {update["stage"]: update["title"] for update in updates if update["event"] == "progress"}
+
+        english, german = titles("en"), titles("de")
+        both = english.keys() & german.keys()
+        self.assertNotEqual(both, set())
+        for stage in both:
+            self.assertNotIn(stage, (english[stage], german[stage]), "the key instead of a text")
+            self.assertNotEqual(english[stage], german[stage])
 
     def test_systemd_accepts_the_units(self):
         units = self.prefix / "lib/systemd/user"
