@@ -51,7 +51,10 @@ void closeFinder(void* finder)
 #ifndef STILLORA_FAKE_VERSION
 #define STILLORA_FAKE_VERSION kStilloraFaceModuleVersion
 #endif
+#ifndef STILLORA_FAKE_SYMBOL
+#define STILLORA_FAKE_SYMBOL stilloraFaceModule
+#endif
 
-extern "C" [[gnu::visibility("default")]] const StilloraFaceModule stilloraFaceModule;
+extern "C" [[gnu::visibility("default")]] const StilloraFaceModule STILLORA_FAKE_SYMBOL;
 
-const StilloraFaceModule stilloraFaceModule = {STILLORA_FAKE_VERSION, openFinder, findFaces, closeFinder};
+const StilloraFaceModule STILLORA_FAKE_SYMBOL = {STILLORA_FAKE_VERSION, openFinder, findFaces, closeFinder};
