@@ -306,7 +306,9 @@ private:
             if (vips().region_prepare(region.get(), &strip) != 0)
                 return top > 0;
             for (int y = top; y < top + strip.height; ++y) {
-                const uint8_t* samples = VIPS_REGION_ADDR(region.get(), 0, y);
+                // What VIPS_REGION_ADDR says for the first column, without the function that it calls.
+                const uint8_t* samples =
+                    region->data + static_cast<size_t>(y - region->valid.top) * static_cast<size_t>(region->bpl);
                 if (!narrow.empty()) {
                     for (size_t x = 0; x < picture.width; ++x)
                         for (size_t band = 0; band < used; ++band) {
