@@ -486,16 +486,17 @@ MovieOutcome MovieMaker::Job::takeMovie(const platform::NSURL& made)
         return failed();
     outcome.faults = findFaults(*report, expected);
 
-    const auto wished = request_.saveFolder.URLByAppendingPathComponent(request_.title + ".mov", false);
-    for (;;) {
-        const platform::NSURL place = MORURLCategory::URLForNotOverridingURL(wished);
+    // A name may be taken between the look and the move, or by a link that leads nowhere, which the look does not see.
+    for (int number = 1;; ++number) {
+        const std::string name = number == 1 ? request_.title : fmt::format("{}-{}", request_.title, number);
+        const platform::NSURL place = MORURLCategory::URLForNotOverridingURL(
+            request_.saveFolder.URLByAppendingPathComponent(name + ".mov", false));
         platform::NSError error;
         if (platform::NSFileManager::defaultManager().moveItemAtURL(made, place, &error)) {
             outcome.kind = MovieOutcome::Kind::Made;
             outcome.movie = place;
             return outcome;
         }
-        // Taken between the look and the move: the next free name will do.
         if (error.code != platform::kNSFileWriteFileExistsError || error.domain != platform::kNSCocoaErrorDomain) {
             error_ = error;
             return failed();

@@ -177,6 +177,16 @@ TEST_F(MovieMakerTest, NeverReplacesAnExistingMovie)
     EXPECT_EQ(std::filesystem::file_size(save_.path("Trip v1.2.mov")), 3u);
 }
 
+TEST_F(MovieMakerTest, GoesRoundALinkThatLeadsNowhere)
+{
+    makeMovieFile(6);
+    std::filesystem::create_symlink("/nowhere/at/all", save_.path("Trip v1.2.mov"));
+    const MovieOutcome outcome = make("makes");
+    ASSERT_EQ(outcome.kind, Kind::Made) << outcome.error.localizedDescription;
+    EXPECT_EQ(outcome.movie->path(), save_.path("Trip v1.2-2.mov"));
+    EXPECT_TRUE(std::filesystem::is_symlink(save_.path("Trip v1.2.mov")));
+}
+
 TEST_F(MovieMakerTest, SaysWhatIsOffAboutTheMovie)
 {
     makeMovieFile(5);
