@@ -1,6 +1,6 @@
 #include "platform/graphics/CIDetector.h"
 #include "platform/graphics/CIDetectorModule.h"
-#include "tests/platform/graphics/CIDetectorPictures.h"
+#include "tests/support/FacePictures.h"
 #include "tests/support/LogRecorder.h"
 
 #include <gtest/gtest.h>

@@ -1,0 +1,243 @@
+#include "video/PhotoFrame.h"
+
+#include "platform/graphics/CIDetector.h"
+#include "platform/graphics/CIDetectorModule.h"
+#include "tests/support/FacePictures.h"
+#include "tests/support/LogRecorder.h"
+#include "tests/support/TestPicture.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <thread>
+#include <vector>
+
+using namespace test;
+using platform::CGPoint;
+using platform::CGSize;
+using platform::CIDetector;
+using platform::CIDetectorModule;
+
+namespace {
+
+constexpr CGSize kFrame = {1280, 720};
+
+/// The head of the astronaut, square, and where the face lies in it.
+constexpr CGRect kHead = {{128, 316}, {190, 190}};
+const CGRect kFaceOfHead = moved(kAstronautFace, -kHead.origin.x, -kHead.origin.y);
+
+class PhotoFrameTest : public testing::Test {
+protected:
+    PhotoFrameTest()
+    {
+        CIDetector::setFaceDetectorFactory([] { return CIDetectorModule::mainModule().makeDetector(); });
+    }
+    ~PhotoFrameTest() override { CIDetector::setFaceDetectorFactory({}); }
+
+    /// A meadow with heads.
+    /// @param heads  the lower left corners, and the side of all
+    void makePhoto(CGSize size, const std::vector<CGPoint>& heads, double side)
+    {
+        size_ = size;
+        CGImage image = scaled(photo("grass.png"), static_cast<size_t>(size.width), static_cast<size_t>(size.height));
+        const CGImage head = cropped(photo("astronaut.png"), kHead);
+        for (const CGPoint corner : heads)
+            paste(image, head, {corner, {side, side}});
+        Picture picture{.width = image.width, .height = image.height, .samples = {}};
+        picture.samples.resize(image.width * image.height * 3);
+        for (size_t y = 0; y < image.height; ++y)
+            for (size_t x = 0; x < image.width; ++x)
+                std::copy_n(image.row(y) + x * 4 + 1, 3, picture.at(x, y));
+        writeFile(folder_.path("photo.jpg"), jpegBytes(picture));
+    }
+
+    PhotoFrameOptions options(bool reduceBorders) const
+    {
+        return {.photo = folder_.url("photo.jpg"), .photoSize = size_, .frame = kFrame, .reduceBorders = reduceBorders};
+    }
+
+    /// Where a face of the photo lies in the frame.
+    CGRect inFrame(const PhotoFrame& frame, CGPoint head, double side) const
+    {
+        const double scale = static_cast<double>(frame.picture->width) / size_.width;
+        const CGRect inPhoto = moved(zoomed(kFaceOfHead, side / kHead.size.width), head.x, head.y);
+        return moved(zoomed(inPhoto, scale), frame.origin.x, frame.origin.y);
+    }
+
+    static void expectInside(const CGRect& face)
+    {
+        EXPECT_GE(face.origin.x, 0);
+        EXPECT_GE(face.origin.y, 0);
+        EXPECT_LE(right(face), kFrame.width);
+        EXPECT_LE(top(face), kFrame.height);
+    }
+
+    /// The finished frame as a picture.
+    static CGImage pixels(const PhotoFrame& frame)
+    {
+        auto& buffer = *frame.buffer;
+        EXPECT_EQ(buffer.lockBaseAddress(), platform::kCVReturnSuccess);
+        CGImage image{.width = buffer.width(),
+                      .height = buffer.height(),
+                      .bytesPerRow = buffer.bytesPerRow(),
+                      .hasAlpha = false,
+                      .pixels = {}};
+        image.pixels.assign(buffer.baseAddress(), buffer.baseAddress() + image.bytesPerRow * image.height);
+        buffer.unlockBaseAddress();
+        return image;
+    }
+
+    TemporaryFolder folder_;
+    CGSize size_;
+};
+
+} // namespace
+
+TEST_F(PhotoFrameTest, ShowsAWholeFaceThatIsNearTheTopOfATallerPhoto)
+{
+    const CGPoint head = {1500, 2390};
+    makePhoto({4000, 3000}, {head}, 600);
+    const auto frame = renderPhotoFrame(options(true));
+    ASSERT_TRUE(frame);
+    EXPECT_EQ(frame->picture->width, 1280U);
+    EXPECT_EQ(frame->picture->height, 960U);
+    ASSERT_EQ(frame->faces.size(), 1U);
+    // The face is so near the edge that the photo's edge is reached first.
+    EXPECT_EQ(frame->origin, (CGPoint{0, -240}));
+    expectInside(inFrame(*frame, head, 600));
+
+    // What the frame shows is a face again, and in the middle of the photo it would be cut.
+    const auto shown = CIDetector::detectorOfTypeFace()->featuresInImage(pixels(*frame));
+    ASSERT_EQ(shown.size(), 1U);
+    expectNear(shown[0], inFrame(*frame, head, 600));
+    EXPECT_GT(top(moved(inFrame(*frame, head, 600), 0, 120)), kFrame.height);
+}
+
+TEST_F(PhotoFrameTest, MovesAFaceToTheMiddleWhereThePhotoReachesFarEnough)
+{
+    // A photo so tall that the face can stand in the middle.
+    const CGPoint head = {1000, 4200};
+    makePhoto({3000, 6000}, {head}, 800);
+    const auto frame = renderPhotoFrame(options(true));
+    ASSERT_TRUE(frame);
+    ASSERT_EQ(frame->faces.size(), 1U);
+    EXPECT_EQ(frame->picture->width, 1280U);
+    EXPECT_EQ(frame->origin.x, 0);
+    const double middle = frame->origin.y + frame->faces[0].origin.y + frame->faces[0].size.height / 2;
+    EXPECT_NEAR(middle, kFrame.height / 2, 0.5);
+    expectInside(inFrame(*frame, head, 800));
+}
+
+TEST_F(PhotoFrameTest, ShowsAWholeFaceThatIsNearTheBottom)
+{
+    const CGPoint head = {2500, 10};
+    makePhoto({4000, 3000}, {head}, 600);
+    const auto frame = renderPhotoFrame(options(true));
+    ASSERT_TRUE(frame);
+    EXPECT_EQ(frame->origin, (CGPoint{0, 0}));
+    expectInside(inFrame(*frame, head, 600));
+}
+
+TEST_F(PhotoFrameTest, ShowsWholeFacesAtTheEndsOfAPanorama)
+{
+    for (const double x : {50.0, 5350.0}) {
+        SCOPED_TRACE(x);
+        const CGPoint head = {x, 700};
+        makePhoto({6000, 2000}, {head}, 600);
+        const auto frame = renderPhotoFrame(options(true));
+        ASSERT_TRUE(frame);
+        EXPECT_EQ(frame->picture->width, 2160U);
+        EXPECT_EQ(frame->origin, (CGPoint{x < 3000 ? 0 : -880.0, 0}));
+        expectInside(inFrame(*frame, head, 600));
+    }
+}
+
+TEST_F(PhotoFrameTest, StaysInTheMiddleForAFaceThatIsThere)
+{
+    makePhoto({4000, 3000}, {{1700, 1200}}, 600);
+    const auto frame = renderPhotoFrame(options(true));
+    ASSERT_TRUE(frame);
+    EXPECT_EQ(frame->faces.size(), 1U);
+    EXPECT_EQ(frame->origin, (CGPoint{0, -120}));
+}
+
+TEST_F(PhotoFrameTest, PutsTheMiddleOfAllFacesInTheMiddle)
+{
+    // One at the top, one in the middle: together they reach from 1450 to 2900 of 3000.
+    makePhoto({4000, 3000}, {{500, 2350}, {3000, 1300}}, 500);
+    const auto frame = renderPhotoFrame(options(true));
+    ASSERT_TRUE(frame);
+    EXPECT_EQ(frame->faces.size(), 2U);
+    EXPECT_EQ(frame->origin, (CGPoint{0, -240}));
+    expectInside(inFrame(*frame, {500, 2350}, 500));
+    expectInside(inFrame(*frame, {3000, 1300}, 500));
+}
+
+TEST_F(PhotoFrameTest, StaysInTheMiddleWithoutFacesAndWithoutADetector)
+{
+    makePhoto({4000, 3000}, {}, 0);
+    auto frame = renderPhotoFrame(options(true));
+    ASSERT_TRUE(frame);
+    EXPECT_TRUE(frame->faces.empty());
+    EXPECT_EQ(frame->origin, (CGPoint{0, -120}));
+
+    makePhoto({4000, 3000}, {{1500, 2390}}, 600);
+    CIDetector::setFaceDetectorFactory({});
+    frame = renderPhotoFrame(options(true));
+    ASSERT_TRUE(frame);
+    EXPECT_EQ(frame->origin, (CGPoint{0, -120}));
+}
+
+TEST_F(PhotoFrameTest, LooksForFacesOnlyWhereTheyCanMoveThePhotoUnlessTold)
+{
+    int asked = 0;
+    CIDetector::setFaceDetectorFactory([&] {
+        ++asked;
+        return CIDetectorModule::mainModule().makeDetector();
+    });
+    makePhoto({4000, 3000}, {{1500, 2390}}, 600);
+    ASSERT_TRUE(renderPhotoFrame(options(false)));
+    EXPECT_EQ(asked, 0) << "borders are kept";
+    auto always = options(false);
+    always.alwaysFindsFaces = true;
+    const auto frame = renderPhotoFrame(always);
+    ASSERT_TRUE(frame);
+    EXPECT_EQ(asked, 1);
+    EXPECT_EQ(frame->faces.size(), 1U);
+    EXPECT_EQ(frame->origin, (CGPoint{160, 0})) << "a photo that is shown whole does not move";
+
+    makePhoto({1280, 720}, {{500, 500}}, 200);
+    ASSERT_TRUE(renderPhotoFrame(options(true)));
+    EXPECT_EQ(asked, 1) << "the photo fills the frame exactly";
+    makePhoto({640, 480}, {{200, 300}}, 150);
+    ASSERT_TRUE(renderPhotoFrame(options(true)));
+    EXPECT_EQ(asked, 1) << "the photo is smaller than the frame";
+}
+
+TEST_F(PhotoFrameTest, EightAtOnceGiveTheSameFrames)
+{
+    makePhoto({2400, 1800}, {{900, 1430}}, 360);
+    const auto expected = renderPhotoFrame(options(true));
+    ASSERT_TRUE(expected);
+    const auto expectedPixels = pixels(*expected).pixels;
+    std::array<bool, 8> same{};
+    {
+        std::vector<std::jthread> threads;
+        for (size_t i = 0; i < same.size(); ++i)
+            threads.emplace_back([&, i] {
+                const auto frame = renderPhotoFrame(options(true));
+                same[i] = frame && frame->faces == expected->faces && frame->origin == expected->origin &&
+                          pixels(*frame).pixels == expectedPixels;
+            });
+    }
+    for (size_t i = 0; i < same.size(); ++i)
+        EXPECT_TRUE(same[i]) << i;
+}
+
+TEST_F(PhotoFrameTest, SaysWhyAPhotoCannotBeShown)
+{
+    LogRecorder log;
+    EXPECT_FALSE(renderPhotoFrame({.photo = folder_.url("absent.jpg"), .photoSize = {100, 100}, .frame = kFrame}));
+    ASSERT_EQ(log.lines().size(), 1U);
+    EXPECT_NE(log.lines()[0].find("could not instantiate image source for URL: "), std::string::npos);
+}
