@@ -100,6 +100,11 @@ protected:
     DelegateTest() : main_([] { DispatchQueue::runMain(); }) {}
     ~DelegateTest() override
     {
+        {
+            // A client may be done before the service has heard of it.
+            std::unique_lock guard(mutex_);
+            EXPECT_TRUE(accepted_.wait_for(guard, kDeadline, [&] { return connections_.size() == asked_; }));
+        }
         for (const auto& connection : connections_)
             connection->invalidate();
         DispatchQueue::main()->async([] { DispatchQueue::stopMain(); });
@@ -116,9 +121,10 @@ protected:
         }
         std::array<int, 2> sockets{};
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets.data()), 0);
+        ++asked_;
         DispatchQueue::global()->async([this, socket = sockets[0]] {
             const auto connection = NSXPCConnection::acceptedConnectionWithSocket(socket);
-            ASSERT_TRUE(connection);
+            EXPECT_TRUE(connection);
             EXPECT_TRUE(delegate_->listener(*listener_, connection));
             const std::lock_guard guard(mutex_);
             connections_.push_back(connection);
@@ -147,6 +153,7 @@ private:
     std::mutex mutex_;
     std::condition_variable accepted_;
     std::vector<platform::NSXPCConnectionPtr> connections_;
+    size_t asked_ = 0;
     std::thread main_;
 };
 
