@@ -1,34 +1,12 @@
 #include "platform/connection/MainLoopThread.h"
 
-#include <gio/gio.h>
+#include <glib.h>
 
-#include <memory>
 #include <semaphore>
 #include <thread>
 #include <utility>
 
 namespace platform {
-
-namespace {
-
-using Block = std::move_only_function<void()>;
-
-gboolean runBlock(gpointer data)
-{
-    (*static_cast<Block*>(data))();
-    return G_SOURCE_REMOVE;
-}
-
-void deleteBlock(gpointer data)
-{
-    delete static_cast<Block*>(data);
-}
-
-struct UnrefSource {
-    void operator()(GSource* source) const { g_source_unref(source); }
-};
-
-} // namespace
 
 MainLoopThread& MainLoopThread::shared()
 {
@@ -38,18 +16,31 @@ MainLoopThread& MainLoopThread::shared()
 
 MainLoopThread::MainLoopThread() : context_(g_main_context_new())
 {
-    std::thread([context = context_] {
-        g_main_context_push_thread_default(context);
-        g_main_loop_run(g_main_loop_new(context, FALSE));
-    }).detach();
+    std::thread([this] { run(); }).detach();
+}
+
+void MainLoopThread::run()
+{
+    g_main_context_push_thread_default(context_);
+    for (;;) {
+        g_main_context_iteration(context_, TRUE);
+        std::deque<std::move_only_function<void()>> blocks;
+        {
+            LockGuard guard(lock_);
+            blocks.swap(blocks_);
+        }
+        for (auto& block : blocks)
+            std::exchange(block, nullptr)();
+    }
 }
 
 void MainLoopThread::async(std::move_only_function<void()> block)
 {
-    const std::unique_ptr<GSource, UnrefSource> source(g_idle_source_new());
-    g_source_set_priority(source.get(), G_PRIORITY_DEFAULT);
-    g_source_set_callback(source.get(), runBlock, new Block(std::move(block)), deleteBlock);
-    g_source_attach(source.get(), context_);
+    {
+        LockGuard guard(lock_);
+        blocks_.push_back(std::move(block));
+    }
+    g_main_context_wakeup(context_);
 }
 
 void MainLoopThread::sync(const std::function<void()>& block)

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "platform/dispatch/Lock.h"
+
+#include <deque>
 #include <functional>
 
 extern "C" {
@@ -17,14 +20,18 @@ public:
     _GMainContext* context() const { return context_; }
 
     /// Runs the block on the thread, in order of calling.
-    void async(std::move_only_function<void()> block);
+    void async(std::move_only_function<void()> block) EXCLUDES(lock_);
     /// Waits until the block has run; on the thread itself it is run at once.
     void sync(const std::function<void()>& block);
 
 private:
     MainLoopThread();
+    void run() EXCLUDES(lock_);
 
     _GMainContext* const context_;
+
+    Lock lock_;
+    std::deque<std::move_only_function<void()>> blocks_ GUARDED_BY(lock_);
 };
 
 } // namespace platform

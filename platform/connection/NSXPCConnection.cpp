@@ -110,17 +110,6 @@ std::optional<ucred> peerCredentials(int socket)
     return credentials;
 }
 
-template <typename Shared>
-void deleteShared(gpointer data)
-{
-    delete static_cast<std::shared_ptr<Shared>*>(data);
-}
-template <typename Shared>
-void deleteSharedClosure(gpointer data, GClosure*)
-{
-    delete static_cast<std::shared_ptr<Shared>*>(data);
-}
-
 NSError lostConnection(std::string_view selector)
 {
     return {std::string(kNSCocoaErrorDomain), kNSXPCConnectionInvalid,
@@ -157,7 +146,13 @@ struct NSXPCConnection::Core final : std::enable_shared_from_this<Core> {
     /// Keeps a resumed connection alive.
     NSXPCConnectionPtr self GUARDED_BY(lock);
 
+    /// What GLib knows this by: it keeps numbers, not memory, and asks for them on threads of its own.
+    static std::shared_ptr<Core> withNumber(gpointer number);
+    gpointer addNumber();
+    void removeNumber();
+
     // Only on the main loop's thread.
+    gpointer number = nullptr;
     guint filter = 0;
     gulong closedSignal = 0;
     std::vector<guint> objects;
@@ -196,6 +191,41 @@ void refuseCall(GDBusConnection*, const char*, const char*, const char*, const c
 }
 
 } // namespace
+
+struct NSXPCConnection::Registry {
+    Lock lock;
+    std::map<guintptr, std::shared_ptr<Core>> cores GUARDED_BY(lock);
+    guintptr last GUARDED_BY(lock) = 0;
+
+    static Registry& shared()
+    {
+        static auto& registry = *new Registry;
+        return registry;
+    }
+};
+
+std::shared_ptr<NSXPCConnection::Core> NSXPCConnection::Core::withNumber(gpointer number)
+{
+    auto& registry = Registry::shared();
+    LockGuard guard(registry.lock);
+    const auto found = registry.cores.find(reinterpret_cast<guintptr>(number));
+    return found == registry.cores.end() ? nullptr : found->second;
+}
+
+gpointer NSXPCConnection::Core::addNumber()
+{
+    auto& registry = Registry::shared();
+    LockGuard guard(registry.lock);
+    registry.cores.emplace(++registry.last, shared_from_this());
+    return reinterpret_cast<gpointer>(registry.last);
+}
+
+void NSXPCConnection::Core::removeNumber()
+{
+    auto& registry = Registry::shared();
+    LockGuard guard(registry.lock);
+    registry.cores.erase(reinterpret_cast<guintptr>(number));
+}
 
 NSXPCConnectionPtr NSXPCConnection::Core::connect(int socket, Side side, NSError* error, double timeoutSeconds)
 {
@@ -257,9 +287,8 @@ void NSXPCConnection::Core::registerObject(const char* path, const char* xml, st
     const std::unique_ptr<GDBusNodeInfo, UnrefNode> node(g_dbus_node_info_new_for_xml(xml, nullptr));
     auto* info = g_dbus_node_info_lookup_interface(node.get(), std::string(interfaceName).c_str());
     ErrorHolder reason;
-    const auto identifier = g_dbus_connection_register_object(handle.get(), path, info, vtable,
-                                                              new std::shared_ptr<Core>(shared_from_this()),
-                                                              deleteShared<Core>, reason.out());
+    const auto identifier =
+        g_dbus_connection_register_object(handle.get(), path, info, vtable, number, nullptr, reason.out());
     if (identifier == 0)
         logFailure("NSXPCConnection resume", std::string(path) + " cannot be exported: " + reason.message());
     else
@@ -279,11 +308,15 @@ void NSXPCConnection::Core::start()
     static const GDBusInterfaceVTable busTable{
         [](GDBusConnection*, const char*, const char*, const char*, const char* method, GVariant* parameters,
            GDBusMethodInvocation* invocation, gpointer data) {
-            (*static_cast<std::shared_ptr<Core>*>(data))->answerBusCall(invocation, method, parameters);
+            if (const auto core = withNumber(data))
+                core->answerBusCall(invocation, method, parameters);
+            else
+                g_dbus_method_invocation_return_dbus_error(invocation, kFailed, "The connection has ended");
         },
         nullptr,
         nullptr,
         {}};
+    number = addNumber();
     if (interface) {
         registerObject(interface->objectPath().c_str(), interface->introspectionXML().c_str(), interface->name(),
                        &exportedTable);
@@ -293,16 +326,16 @@ void NSXPCConnection::Core::start()
     filter = g_dbus_connection_add_filter(
         handle.get(),
         [](GDBusConnection*, GDBusMessage* message, gboolean isIncoming, gpointer data) {
-            return isIncoming ? (*static_cast<std::shared_ptr<Core>*>(data))->filterMessage(message) : message;
+            const auto core = isIncoming ? withNumber(data) : nullptr;
+            return core ? core->filterMessage(message) : message;
         },
-        new std::shared_ptr<Core>(shared_from_this()), deleteShared<Core>);
-    closedSignal = g_signal_connect_data(
-        handle.get(), "closed", G_CALLBACK(+[](GDBusConnection*, gboolean, GError*, gpointer data) {
-            // A copy, since the end takes the signal's own away.
-            const auto core = *static_cast<std::shared_ptr<Core>*>(data);
-            core->end();
-        }),
-        new std::shared_ptr<Core>(shared_from_this()), deleteSharedClosure<Core>, static_cast<GConnectFlags>(0));
+        number, nullptr);
+    closedSignal =
+        g_signal_connect(handle.get(), "closed", G_CALLBACK(+[](GDBusConnection*, gboolean, GError*, gpointer data) {
+                             if (const auto core = withNumber(data))
+                                 core->end();
+                         }),
+                         number);
     g_dbus_connection_start_message_processing(handle.get());
     // What ended before there was anybody to tell.
     if (g_dbus_connection_is_closed(handle.get()))
@@ -334,6 +367,7 @@ void NSXPCConnection::Core::end()
             g_dbus_connection_unregister_object(core->handle.get(), identifier);
         if (core->closedSignal != 0)
             g_signal_handler_disconnect(core->handle.get(), std::exchange(core->closedSignal, 0));
+        core->removeNumber();
         g_dbus_connection_close(core->handle.get(), nullptr, nullptr, nullptr);
     });
     queue->async([lost = std::move(lost), handler = std::move(handler), atEnd = std::move(atEnd),

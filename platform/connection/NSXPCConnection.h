@@ -82,6 +82,7 @@ private:
     friend class NSXPCListener;
     friend class NSXPCProxy;
     struct Core;
+    struct Registry;
     explicit NSXPCConnection(std::shared_ptr<Core> core);
     /// For the listener: called after the invalidation handler.
     void setEndHandler(std::function<void()> handler);

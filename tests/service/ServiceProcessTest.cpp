@@ -207,7 +207,7 @@ TEST(ServiceProcess, ReturnsZeroWhenItsOnlyClientHasGone)
     auto connection = connectTo(other);
     EXPECT_TRUE(answers(connection));
     connection->invalidate();
-    EXPECT_EQ(service.waitForExit(), 0);
+    EXPECT_EQ(service.waitForExit(), 0) << service.standardError();
 }
 
 TEST(ServiceProcess, ReturnsZeroWhenItsClientNeverSaysAWord)
@@ -215,7 +215,7 @@ TEST(ServiceProcess, ReturnsZeroWhenItsClientNeverSaysAWord)
     const auto [one, other] = socketPair();
     ServiceProcess service(one);
     close(other);
-    EXPECT_EQ(service.waitForExit(), 0);
+    EXPECT_EQ(service.waitForExit(), 0) << service.standardError();
 }
 
 TEST(ServiceProcess, EndsCleanlyOnATerminationSignal)
@@ -225,7 +225,7 @@ TEST(ServiceProcess, EndsCleanlyOnATerminationSignal)
     const auto connection = connectTo(other);
     EXPECT_TRUE(answers(connection));
     service.signal(SIGTERM);
-    EXPECT_EQ(service.waitForExit(), 0);
+    EXPECT_EQ(service.waitForExit(), 0) << service.standardError();
 }
 
 TEST(ServiceProcess, LeavesATerminalsInterruptToItsClient)
@@ -237,7 +237,7 @@ TEST(ServiceProcess, LeavesATerminalsInterruptToItsClient)
     service.signal(SIGINT);
     EXPECT_TRUE(answers(connection));
     connection->invalidate();
-    EXPECT_EQ(service.waitForExit(), 0);
+    EXPECT_EQ(service.waitForExit(), 0) << service.standardError();
 }
 
 TEST(ServiceProcess, ServesManyClientsOfAListeningSocketOneAfterAnotherAndAtOnce)
@@ -254,7 +254,7 @@ TEST(ServiceProcess, ServesManyClientsOfAListeningSocketOneAfterAnotherAndAtOnce
     EXPECT_TRUE(answers(connectTo(socket.connected())));
     EXPECT_TRUE(answers(first));
     service.signal(SIGINT);
-    EXPECT_EQ(service.waitForExit(), 0);
+    EXPECT_EQ(service.waitForExit(), 0) << service.standardError();
 }
 
 TEST(ServiceProcess, IsNotHarmedByAClientThatSendsGarbage)
@@ -269,7 +269,7 @@ TEST(ServiceProcess, IsNotHarmedByAClientThatSendsGarbage)
         close(garbage);
     }
     service.signal(SIGTERM);
-    EXPECT_EQ(service.waitForExit(), 0);
+    EXPECT_EQ(service.waitForExit(), 0) << service.standardError();
 }
 
 TEST(ServiceProcess, LetsTheToolsOfABusIn)
@@ -301,5 +301,5 @@ TEST(ServiceProcess, LetsTheToolsOfABusIn)
                   "");
     }
     service.signal(SIGTERM);
-    EXPECT_EQ(service.waitForExit(), 0);
+    EXPECT_EQ(service.waitForExit(), 0) << service.standardError();
 }

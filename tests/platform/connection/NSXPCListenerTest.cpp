@@ -25,7 +25,8 @@ public:
         const auto object = std::make_shared<EchoObject>();
         connection->setExportedInterface(testInterface());
         connection->setExportedObject(object);
-        connection->setInvalidationHandler([this] { journal.add("gone"); });
+        // May come after the delegate itself has gone.
+        connection->setInvalidationHandler([journal = journal] { journal->add("gone"); });
         {
             const std::lock_guard guard(mutex_);
             objects_.push_back(object);
@@ -40,7 +41,7 @@ public:
     }
 
     bool accepts = true;
-    Journal journal;
+    const std::shared_ptr<Journal> journal = std::make_shared<Journal>();
 
 private:
     mutable std::mutex mutex_;
@@ -114,7 +115,7 @@ TEST(NSXPCListener, ReturnsWhenTheOnlyClientOfAConnectedSocketHasGone)
         EXPECT_EQ(running.returned.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
     }
     EXPECT_TRUE(running.waitForReturn());
-    EXPECT_EQ(running.delegate->journal.entries(), std::vector<std::string>({"gone"}));
+    EXPECT_EQ(running.delegate->journal->entries(), std::vector<std::string>({"gone"}));
 }
 
 TEST(NSXPCListener, ReturnsWhenTheOnlyClientLeavesBeforeItSaysWhoItIs)
@@ -153,7 +154,7 @@ TEST(NSXPCListener, ServesOthersAfterAClientHasGone)
             PlainClient client(socket.connected());
             EXPECT_EQ(client.callText("ping", "()"), "()");
         }
-        EXPECT_TRUE(running.delegate->journal.waitFor(i));
+        EXPECT_TRUE(running.delegate->journal->waitFor(i));
     }
     EXPECT_EQ(running.returned.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
     running.listener->invalidate();
@@ -193,7 +194,7 @@ TEST(NSXPCListener, EndsItsConnectionsWhenItIsInvalidated)
     EXPECT_EQ(client.callText("ping", "()"), "()");
     running.listener->invalidate();
     EXPECT_TRUE(running.waitForReturn());
-    EXPECT_TRUE(running.delegate->journal.waitFor(1));
+    EXPECT_TRUE(running.delegate->journal->waitFor(1));
 }
 
 TEST(NSXPCListener, ReturnsOnATerminationSignal)
@@ -204,7 +205,7 @@ TEST(NSXPCListener, ReturnsOnATerminationSignal)
     EXPECT_EQ(client.callText("ping", "()"), "()");
     kill(getpid(), SIGTERM);
     EXPECT_TRUE(running.waitForReturn());
-    EXPECT_TRUE(running.delegate->journal.waitFor(1));
+    EXPECT_TRUE(running.delegate->journal->waitFor(1));
 }
 
 TEST(NSXPCListener, RefusesADescriptorThatIsNoUnixStreamSocket)
