@@ -222,7 +222,10 @@ std::shared_ptr<NSXPCListener> NSXPCListener::listenerWithSocket(int socket, NSE
     fcntl(socket, F_SETFL, fcntl(socket, F_GETFL) | O_NONBLOCK);
     const auto core = std::make_shared<Core>(socket, socketOption(socket, SO_ACCEPTCONN) == 1);
     std::shared_ptr<NSXPCListener> listener(new NSXPCListener(core));
-    core->listener = listener;
+    {
+        LockGuard guard(core->lock);
+        core->listener = listener;
+    }
     return listener;
 }
 

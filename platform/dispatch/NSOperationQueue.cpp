@@ -12,6 +12,8 @@ namespace platform {
 namespace {
 
 struct Operation {
+    explicit Operation(std::move_only_function<void()> theBlock) : block(std::move(theBlock)) {}
+
     std::move_only_function<void()> block;
     bool isCancelled = false;
 };
