@@ -21,10 +21,6 @@ namespace {
 using platform::CGImageSource;
 using platform::NSError;
 
-/// The longer side of the picture that is decoded. An eighth of most photos is larger, so a JPEG is decoded at the
-/// cheapest scale; all of its data is read even so.
-constexpr double kThumbnailPixels = 64;
-
 constexpr auto kProgressInterval = std::chrono::milliseconds(100);
 
 /// What the checking operations share with the thread that waits for them.
@@ -86,7 +82,7 @@ Findings::Finding lookInto(const PhotoCandidate& candidate)
     const auto properties = source->copyPropertiesAtIndex(&error);
     if (!properties)
         return bad(withoutPath(error.localizedDescription, url));
-    if (!source->createThumbnailAtIndex({kThumbnailPixels, true}, &error))
+    if (!source->canDecode(&error))
         return bad(withoutPath(error.localizedDescription, url));
 
     const bool isTurned = properties->orientation.value_or(1) >= 5;

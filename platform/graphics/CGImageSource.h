@@ -50,6 +50,10 @@ public:
     /// @return null on failure; may be asked again
     virtual CGImagePtr createThumbnailAtIndex(const ThumbnailOptions& options, NSError* error = nullptr) = 0;
 
+    /// Whether a picture comes of decoding the file. Looks at no more of it than tells: damage that would only show in
+    /// the picture is not looked for.
+    virtual bool canDecode(NSError* error = nullptr) = 0;
+
     /// Decodes in full, as stored, to sRGB.
     CGImagePtr createImageAtIndex(NSError* error = nullptr) { return createThumbnailAtIndex({}, error); }
 };

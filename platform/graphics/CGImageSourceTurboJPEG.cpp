@@ -48,11 +48,28 @@ private:
 
     bool decode(size_t width, size_t height, CGImage& image, ColorDescription& colors, NSError* error) override
     {
+        return decode(file().all(), width, height, image, colors, error);
+    }
+
+    /// Only its tables and its first rows can make a file of one pass unreadable: what is wrong behind them is shown as
+    /// it is. A photo's entropy-coded data is nearly all that decoding it at a small scale costs.
+    bool probe(NSError* error) override
+    {
+        constexpr size_t kFirstRowsBytes = 64 * 1024;
+        if (header_.isProgressive)
+            return ImageDecoder::probe(error);
+        CGImage image;
+        ColorDescription colors;
+        return decode(file().first(header_.length + kFirstRowsBytes), 1, 1, image, colors, error);
+    }
+
+    bool decode(std::span<const uint8_t> bytes, size_t width, size_t height, CGImage& image, ColorDescription& colors,
+                NSError* error)
+    {
         if (header_.bitsPerSample != 8)
             return failDecoding(error, "is a JPEG file of another depth than 8 bits");
         if (header_.isProgressive && isTooShort())
             return failDecoding(error, "is damaged: it is too short for the size that it claims");
-        const auto bytes = file().all();
         const tjhandle handle = decompressor();
         int fullWidth = 0;
         int fullHeight = 0;

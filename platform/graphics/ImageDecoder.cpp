@@ -84,6 +84,22 @@ CGImagePtr ImageDecoder::createThumbnailAtIndex(const ThumbnailOptions& options,
     }
 }
 
+bool ImageDecoder::canDecode(NSError* error)
+{
+    try {
+        return copyPropertiesAtIndex(error) && probe(error);
+    } catch (const std::bad_alloc&) {
+        return failDecoding(error, "needs more memory than there is");
+    }
+}
+
+bool ImageDecoder::probe(NSError* error)
+{
+    // Small enough for every format's cheapest scale.
+    constexpr double kProbePixels = 64;
+    return createThumbnailAtIndex({kProbePixels, false}, error) != nullptr;
+}
+
 PixelSize thumbnailSize(PixelSize picture, std::optional<double> maxPixelSize)
 {
     const size_t longer = std::max(picture.width, picture.height);

@@ -22,6 +22,7 @@ class ImageDecoder : public CGImageSource {
 public:
     std::optional<Properties> copyPropertiesAtIndex(NSError* error) final;
     CGImagePtr createThumbnailAtIndex(const ThumbnailOptions& options, NSError* error) final;
+    bool canDecode(NSError* error) final;
 
 protected:
     ImageDecoder(std::unique_ptr<ImageFile> file, std::string_view format);
@@ -31,6 +32,9 @@ protected:
 
     /// Decodes the stored picture at exactly this size, which is not larger than its own.
     virtual bool decode(size_t width, size_t height, CGImage& image, ColorDescription& colors, NSError* error) = 0;
+
+    /// Whether `decode` will succeed; told without decoding all of the file where that is possible.
+    virtual bool probe(NSError* error);
 
     ImageFile& file() { return *file_; }
     const Properties& properties() const { return properties_; }

@@ -130,6 +130,7 @@ std::optional<JPEGHeader> readJPEGHeader(ImageFile& file)
     }
     if (header.components == 0)
         return std::nullopt;
+    header.length = offset;
     header.orientation = exif.orientation;
     if (!header.dpi)
         header.dpi = exif.dpi;

@@ -15,6 +15,8 @@ struct JPEGHeader {
     unsigned bitsPerSample = 8;
     unsigned components = 0;
     bool isProgressive = false;
+    /// Bytes before the first scan.
+    size_t length = 0;
     /// Whether inks are stored upside down, as the maker of the Adobe segment does.
     bool hasAdobeSegment = false;
     std::optional<int> orientation;

@@ -548,6 +548,46 @@ TEST_F(CGImageSourceTest, ShowsWhatCouldBeDecodedOfATruncatedPNG)
     test::expectColor(*image, 160, 20, {expected.at(160, 20)[0], expected.at(160, 20)[1], expected.at(160, 20)[2]}, 30);
 }
 
+TEST_F(CGImageSourceTest, FindsOutWhetherADamagedFileCanBeDecoded)
+{
+    // The short look and decoding must agree, wherever the file is cut off or its header damaged.
+    for (const bool isProgressive : {false, true}) {
+        const auto whole = test::jpegBytes(test::textured(640, 480), {.isProgressive = isProgressive});
+        size_t readable = 0;
+        size_t unreadable = 0;
+        const auto check = [&](const std::vector<uint8_t>& bytes, const std::string& what) {
+            const auto path = file("a.jpg", bytes);
+            const auto source = CGImageSource::createWithURL(platform::NSURL::fileURLWithPath(path, false));
+            const bool canDecode = source && source->canDecode();
+            EXPECT_EQ(canDecode, thumbnail(path, 320) != nullptr) << what;
+            ++(canDecode ? readable : unreadable);
+        };
+        check(whole, "whole");
+        for (size_t length = 3; length < whole.size(); length += length < 700 ? 23 : whole.size() / 20) {
+            auto bytes = whole;
+            bytes.resize(length);
+            check(bytes, "cut to " + std::to_string(length));
+        }
+        for (size_t place = 20; place < 640; place += 7) {
+            auto bytes = whole;
+            bytes[place] ^= 0x5A;
+            check(bytes, "damaged at " + std::to_string(place));
+        }
+        EXPECT_GT(readable, 20u);
+        EXPECT_GT(unreadable, 20u);
+    }
+}
+
+TEST_F(CGImageSourceTest, FindsOutWhetherOtherFormatsCanBeDecoded)
+{
+    for (const std::string name : {"a.png", "a.webp", "a.tiff", "a.gif"}) {
+        const auto path = saved(name, test::textured(64, 48));
+        const auto source = CGImageSource::createWithURL(platform::NSURL::fileURLWithPath(path, false));
+        ASSERT_NE(source, nullptr) << name;
+        EXPECT_TRUE(source->canDecode()) << name;
+    }
+}
+
 TEST_F(CGImageSourceTest, RefusesWhatIsNoPictureAndNamesTheFile)
 {
     std::filesystem::create_directory(folder_.path("folder.jpg"));
