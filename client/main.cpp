@@ -1,6 +1,7 @@
 #include "client/Localization.h"
 #include "client/command/CommandLine.h"
 #include "client/command/CreateCommand.h"
+#include "client/command/FrameCommand.h"
 
 #include <csignal>
 #include <cstdio>
@@ -17,5 +18,7 @@ int main(int argc, char** argv)
         fmt::print(answer->exitStatus == 0 ? stdout : stderr, "{}", answer->text);
         return std::fflush(stdout) == 0 ? answer->exitStatus : 1;
     }
+    if (const auto* frame = std::get_if<FrameOptions>(&parsed))
+        return runFrameCommand(*frame);
     return runCreateCommand(std::get<CreateOptions>(parsed));
 }

@@ -51,7 +51,8 @@ std::string readSeconds(const std::string& text, CreateOptions& options)
     return {};
 }
 
-std::string readQuality(const std::string& text, CreateOptions& options)
+template <typename Options>
+std::string readQuality(const std::string& text, Options& options)
 {
     if (text == "auto") {
         options.quality = CreateOptions::kAutomaticQuality;
@@ -186,7 +187,7 @@ ParsedCommandLine parseCreate(const std::vector<std::string>& arguments)
             fault = reader(text, options);
     };
     read(secondsOption, seconds, readSeconds);
-    read(qualityOption, quality, readQuality);
+    read(qualityOption, quality, readQuality<CreateOptions>);
     read(codecOption, codec, readCodec);
     read(titleOption, title, readTitle);
     if (saveOption->count() > 0) {
@@ -204,6 +205,37 @@ ParsedCommandLine parseCreate(const std::vector<std::string>& arguments)
     return options;
 }
 
+ParsedCommandLine parseFrame(const std::vector<std::string>& arguments)
+{
+    FrameOptions options;
+    std::string quality;
+    CLI::App app;
+    CLI::Option* const photoOption = app.add_option("photo", options.photo);
+    CLI::Option* const outputOption = app.add_option("-o,--output", options.output);
+    CLI::Option* const qualityOption = app.add_option("--quality", quality);
+    app.add_flag("--reduce-borders", options.reducesBorders);
+    app.add_flag("--show-faces", options.showsFaces);
+    try {
+        std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+        app.parse(reversed);
+    } catch (const CLI::CallForHelp&) {
+        return CommandLineAnswer{frameHelp(), kExitDone};
+    } catch (const CLI::ParseError& failure) {
+        return usageError(failure.what(), "frame");
+    }
+
+    std::string fault;
+    if (qualityOption->count() > 0)
+        fault = readQuality(quality, options);
+    if (fault.empty() && (photoOption->count() == 0 || options.photo.empty()))
+        fault = "no photo was given";
+    if (fault.empty() && (outputOption->count() == 0 || options.output.empty()))
+        fault = "-o takes the path of the PNG file to be made";
+    if (!fault.empty())
+        return usageError(fault, "frame");
+    return options;
+}
+
 } // namespace
 
 ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments)
@@ -218,5 +250,7 @@ ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments)
     // Each command is parsed on its own, so that a photo may have the name of a command.
     if (command == "create")
         return parseCreate({arguments.begin() + 1, arguments.end()});
+    if (command == "frame")
+        return parseFrame({arguments.begin() + 1, arguments.end()});
     return usageError(fmt::format("there is no {} {}", command.starts_with('-') ? "option" : "command", command));
 }

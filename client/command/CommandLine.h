@@ -1,6 +1,7 @@
 #pragma once
 
 #include "client/command/CreateOptions.h"
+#include "client/command/FrameOptions.h"
 
 #include <string>
 #include <variant>
@@ -14,7 +15,7 @@ struct CommandLineAnswer {
 };
 
 /// What the program is to do.
-using ParsedCommandLine = std::variant<CommandLineAnswer, CreateOptions>;
+using ParsedCommandLine = std::variant<CommandLineAnswer, CreateOptions, FrameOptions>;
 
 /// Reads the arguments that follow the program's name. Touches no file.
 ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments);

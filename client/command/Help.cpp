@@ -64,25 +64,56 @@ The movie's path is the only line on standard output. Ctrl-C stops the work and
 leaves nothing behind; a second one does not wait for the service's answer.
 )";
 
+constexpr const char* kFrameHelp = R"(Usage: stillora frame PHOTO -o OUT.png [OPTION]...
+
+Shows what becomes of a photo in a movie: saves one finished frame as a picture.
+An existing OUT.png is replaced; its path is the only line on standard output.
+
+Options of frame:
+  -o, --output OUT.png
+                     the picture to be made
+  --quality Q        height of the frame: 240, 360, 480, 720, 1080, 1440, 2160,
+                     or auto, the largest that does not enlarge the photo
+                     (default auto)
+  --reduce-borders   let the photo fill the frame, cropped around faces, instead
+                     of showing it whole with black borders
+  --show-faces       draw a box around each face that is found (yellow), and
+                     around all of them together (green)
+  -h, --help         show this help
+
+Exit status:
+  0    the picture was made
+  1    it could not be made or saved
+  2    the command line is wrong
+  3    the photo cannot be used
+)";
+
 } // namespace
 
 std::string generalHelp()
 {
     return std::string(R"(Usage: stillora create PHOTO|FOLDER... [OPTION]...
+       stillora frame PHOTO -o OUT.png [OPTION]...
        stillora --help | --version
 
 Makes movies of photos.
 
 Commands:
   create             make a movie of photos
+  frame              save one frame of a movie as a picture
 
 )") + createOptions() +
-           "\n" + kExitStatuses + "\nMore: stillora create --help, man stillora\n";
+           "\n" + kExitStatuses + "\nMore: stillora create --help, stillora frame --help, man stillora\n";
 }
 
 std::string createHelp()
 {
     return std::string(kCreateUsage) + "\n" + kCreateAbout + "\n" + createOptions() + "\n" + kExitStatuses;
+}
+
+std::string frameHelp()
+{
+    return kFrameHelp;
 }
 
 std::string versionText()
