@@ -1,5 +1,7 @@
-// Paints the sample photos: a dozen landscapes as a camera would have taken them, the same on every machine.
+// Makes the samples: a dozen landscapes as a camera would have taken them, and music to go with them. The same on every
+// machine.
 #include "samples/Landscape.h"
+#include "samples/Music.h"
 
 #include <algorithm>
 #include <atomic>
@@ -7,6 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -274,7 +277,7 @@ std::vector<Sample> samples()
 int main(int count, char** arguments)
 {
     if (count < 2) {
-        std::fprintf(stderr, "usage: %s FOLDER [NUMBER]...\n", arguments[0]);
+        std::fprintf(stderr, "usage: %s FOLDER [NUMBER|music]...\n", arguments[0]);
         return 2;
     }
     const std::filesystem::path folder = arguments[1];
@@ -287,11 +290,22 @@ int main(int count, char** arguments)
 
     const std::vector<Sample> all = samples();
     std::vector<size_t> wanted;
-    for (int i = 2; i < count; ++i)
+    bool wantsMusic = count == 2;
+    for (int i = 2; i < count; ++i) {
+        if (std::string_view(arguments[i]) == "music") {
+            wantsMusic = true;
+            continue;
+        }
         wanted.push_back(std::clamp<size_t>(std::strtoul(arguments[i], nullptr, 10), 1, all.size()) - 1);
-    if (wanted.empty())
+    }
+    if (count == 2)
         for (size_t i = 0; i < all.size(); ++i)
             wanted.push_back(i);
+
+    if (const auto file = folder / "Music.wav"; wantsMusic && !writeMusic(file)) {
+        std::fprintf(stderr, "%s could not be written\n", file.c_str());
+        return 1;
+    }
 
     std::atomic<size_t> next{0};
     std::atomic<bool> failed{false};
