@@ -68,10 +68,10 @@ std::optional<Header> readBMPHeader(std::span<const uint8_t> bytes)
 std::optional<Header> readJPEG2000Header(std::span<const uint8_t> bytes)
 {
     constexpr std::array<uint8_t, 4> kStart = {0xFF, 0x4F, 0xFF, 0x51};
-    const auto found = std::ranges::search(bytes, kStart);
-    if (found.empty())
+    const auto found = std::search(bytes.begin(), bytes.end(), kStart.begin(), kStart.end());
+    if (found == bytes.end())
         return std::nullopt;
-    const auto stream = bytes.subspan(static_cast<size_t>(found.begin() - bytes.begin()));
+    const auto stream = bytes.subspan(static_cast<size_t>(found - bytes.begin()));
     const auto right = bigEndian32(stream, 8);
     const auto bottom = bigEndian32(stream, 12);
     const auto left = bigEndian32(stream, 16);

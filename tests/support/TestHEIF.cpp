@@ -46,11 +46,11 @@ Bytes fullBox(std::string_view type, unsigned version, unsigned flags, const std
 /// A box as a whole, found by its type.
 Bytes extracted(const Bytes& file, std::string_view type)
 {
-    const auto found = std::ranges::search(file, text(type));
-    EXPECT_FALSE(found.empty()) << type;
-    if (found.empty())
+    const auto found = std::search(file.begin(), file.end(), type.begin(), type.end());
+    EXPECT_NE(found, file.end()) << type;
+    if (found == file.end())
         return {};
-    const auto start = found.begin() - 4;
+    const auto start = found - 4;
     const size_t length = size_t{start[0]} << 24 | size_t{start[1]} << 16 | size_t{start[2]} << 8 | start[3];
     return {start, start + static_cast<std::ptrdiff_t>(length)};
 }

@@ -176,9 +176,8 @@ TEST_F(CGImageSourceTest, DecodesJPEGOfSamplingsWithoutAName)
     // Every component sampled two by two is a picture of full sampling said in a roundabout way.
     auto bytes = test::jpegBytes(test::quadrants(160, 96), {.sampling = JPEGOptions::Sampling::Full});
     const std::array<uint8_t, 2> frameHeader = {0xFF, 0xC0};
-    const auto found = std::ranges::search(bytes, frameHeader);
-    ASSERT_FALSE(found.empty());
-    const auto header = found.begin();
+    const auto header = std::search(bytes.begin(), bytes.end(), frameHeader.begin(), frameHeader.end());
+    ASSERT_NE(header, bytes.end());
     // Three luminance blocks in a row for one of each colour: decoded as what it claims, if not as it was meant.
     header[11] = 0x31;
     const auto path = file("a.jpg", bytes);
@@ -636,7 +635,7 @@ TEST_F(CGImageSourceTest, RefusesAMillionTimesMorePixelsThanBytesBeforeTakingMem
     // 100,000 x 100,000 (65,535 where a format has no room for more) claimed in about a kilobyte.
     std::vector<uint8_t> jpeg = test::jpegBytes(test::plain(16, 16, kRed));
     const std::array<uint8_t, 2> frameHeader = {0xFF, 0xC0};
-    const auto header = std::ranges::search(jpeg, frameHeader).begin();
+    const auto header = std::search(jpeg.begin(), jpeg.end(), frameHeader.begin(), frameHeader.end());
     std::fill_n(header + 5, 4, uint8_t{0xFF});
     std::vector<uint8_t> png = test::readFile(saved("small.png", test::plain(16, 16, kRed)));
     const std::array<uint8_t, 8> side = {0, 1, 0x86, 0xA0, 0, 1, 0x86, 0xA0};
@@ -645,10 +644,10 @@ TEST_F(CGImageSourceTest, RefusesAMillionTimesMorePixelsThanBytesBeforeTakingMem
     std::ranges::copy(std::array<uint8_t, 8>{0xA0, 0x86, 1, 0, 0xA0, 0x86, 1, 0}, bmp.begin() + 18);
     std::vector<uint8_t> jp2 = test::readFile(converted("small.jp2", test::plain(16, 16, kRed)));
     const std::array<uint8_t, 4> stream = {0xFF, 0x4F, 0xFF, 0x51};
-    std::ranges::copy(side, std::ranges::search(jp2, stream).begin() + 8);
+    std::ranges::copy(side, std::search(jp2.begin(), jp2.end(), stream.begin(), stream.end()) + 8);
     std::vector<uint8_t> heic = test::heifBytes({test::plain(64, 64, kRed)});
     const std::array<uint8_t, 4> ispe = {'i', 's', 'p', 'e'};
-    std::ranges::copy(side, std::ranges::search(heic, ispe).begin() + 8);
+    std::ranges::copy(side, std::search(heic.begin(), heic.end(), ispe.begin(), ispe.end()) + 8);
     const std::vector<std::pair<std::string, std::vector<uint8_t>>> rows = {
         {"a.jpg", jpeg}, {"b.png", png}, {"c.bmp", bmp}, {"d.jp2", jp2}, {"e.heic", heic}};
     for (const auto& [name, bytes] : rows) {
