@@ -37,7 +37,8 @@ constexpr milliseconds kTick{150};
 /// How often the job's folder is measured, at the rarest.
 constexpr milliseconds kMeasureInterval{2'000};
 
-constexpr int kSilenceRateHz = 44100;
+/// A rate that every player knows and that is quick to encode: a movie without music needs no more.
+constexpr int kSilenceRateHz = 16000;
 
 /// How long a service that has answered may take to end by itself.
 constexpr milliseconds kGoodbye{2'000};
