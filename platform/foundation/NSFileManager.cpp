@@ -343,7 +343,7 @@ std::optional<NSData> NSFileManager::contentsAtURL(const NSURL& url, uint64_t ma
     return contents;
 }
 
-bool NSFileManager::writeContents(const NSData& contents, const NSURL& url, NSError* error) const
+bool NSFileManager::writeContents(const NSData& contents, const NSURL& url, NSError* error, NewFile newFile) const
 {
     const std::string what = "\"" + url.path() + "\" could not be written";
     std::error_code ignored;
@@ -353,7 +353,9 @@ bool NSFileManager::writeContents(const NSData& contents, const NSURL& url, NSEr
             path = target.native();
     }
     struct stat status {};
-    const mode_t mode = stat(path.c_str(), &status) == 0 ? status.st_mode & 0777 : 0600;
+    const mode_t mode = stat(path.c_str(), &status) == 0 ? status.st_mode & 0777
+                        : newFile == NewFile::Private    ? 0600
+                                                         : 0666;
     const std::string hidden = parentOf(path) + "/.writing-" + NSUUIDString();
     const FileDescriptor file(open(hidden.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
     if (!file)

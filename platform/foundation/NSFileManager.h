@@ -13,6 +13,9 @@ namespace platform {
 /// File operations. Stateless: any thread.
 class NSFileManager final {
 public:
+    /// Who may read a file that was not there: whom the process's file mode mask lets, or the user alone.
+    enum class NewFile { ByMask, Private };
+
     static NSFileManager& defaultManager();
 
     /// Follows symbolic links: a dangling link does not exist.
@@ -34,8 +37,9 @@ public:
     std::optional<NSData> contentsAtURL(const NSURL& url, uint64_t maximumBytes, NSError* error = nullptr) const;
 
     /// Replaces a file, or makes it, in one step: readers see the old contents or the new ones, also after a power
-    /// failure. A link is kept and what it leads to replaced. A new file belongs to the user alone.
-    bool writeContents(const NSData& contents, const NSURL& url, NSError* error = nullptr) const;
+    /// failure. A link is kept and what it leads to replaced; a file that is there keeps its permissions.
+    bool writeContents(const NSData& contents, const NSURL& url, NSError* error = nullptr,
+                       NewFile newFile = NewFile::ByMask) const;
 
 private:
     NSFileManager() = default;

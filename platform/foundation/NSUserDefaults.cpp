@@ -59,7 +59,7 @@ bool changeDefaults(const Change& change)
         return false;
     change(*keys);
     const auto data = dataWithPropertyList(std::move(*keys));
-    return data && NSFileManager::defaultManager().writeContents(*data, url);
+    return data && NSFileManager::defaultManager().writeContents(*data, url, nullptr, NSFileManager::NewFile::Private);
 }
 
 } // namespace

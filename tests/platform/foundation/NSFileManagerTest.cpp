@@ -267,7 +267,7 @@ TEST(NSFileManager, ReadsWholeFiles)
 TEST(NSFileManager, ReplacesContentsInOneStep)
 {
     const TemporaryFolder folder;
-    EXPECT_TRUE(manager().writeContents({'a'}, folder.url("file")));
+    EXPECT_TRUE(manager().writeContents({'a'}, folder.url("file"), nullptr, platform::NSFileManager::NewFile::Private));
     EXPECT_EQ(std::filesystem::status(folder.path("file")).permissions(), std::filesystem::perms(0600));
     chmod(folder.path("file").c_str(), 0644);
     std::filesystem::create_symlink("file", folder.path("link"));
@@ -278,6 +278,15 @@ TEST(NSFileManager, ReplacesContentsInOneStep)
     NSError error;
     EXPECT_FALSE(manager().writeContents({'a'}, folder.url("gone/file"), &error));
     EXPECT_EQ(error.code, kNSFileNoSuchFileError);
+}
+
+TEST(NSFileManager, LetsTheMaskSayWhoMayReadANewFile)
+{
+    const TemporaryFolder folder;
+    const mode_t before = umask(0027);
+    EXPECT_TRUE(manager().writeContents({'a'}, folder.url("file")));
+    umask(before);
+    EXPECT_EQ(std::filesystem::status(folder.path("file")).permissions(), std::filesystem::perms(0640));
 }
 
 TEST(NSFileManager, NamesTheTemporaryFolder)
