@@ -51,6 +51,19 @@ class InstallTest(stillora.TestCase):
                 if not data.startswith(b"\x7fELF"):
                     self.assertNotIn(os.fsencode(folder), data, place)
 
+    def test_the_installed_detector_finds_faces(self):
+        self.installed("share/stillora/models/LICENSE-Apache-2.0.txt")
+        photo = Path("/usr/lib/python3/dist-packages/skimage/data/astronaut.png")
+        result = self.installed_run("frame", photo, "-o", self.folder / "frame.png", "--show-faces")
+        self.assertEqual((result.returncode, result.stderr), (0, "stillora: 320 x 240, 1 face\n"))
+        module, = (self.prefix / "lib").glob("**/stillora-faces.so")
+        self.addCleanup(module.with_suffix(".off").rename, module)
+        module.rename(module.with_suffix(".off"))
+        result = self.installed_run("frame", photo, "-o", self.folder / "frame.png", "--show-faces")
+        self.assertEqual(result.returncode, 0)
+        self.assertTrue(result.stderr.endswith("stillora: 320 x 240, no faces\n"), result.stderr)
+        self.assertIn("there is no face detector at ", result.stderr)
+
     def test_the_installed_programs_make_a_movie_without_the_build(self):
         # Moved once more, so that neither the build's folder nor the first prefix can be what it is found by.
         moved = self.folder / "moved"
