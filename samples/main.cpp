@@ -290,7 +290,7 @@ int main(int count, char** arguments)
 
     const std::vector<Sample> all = samples();
     std::vector<size_t> wanted;
-    bool wantsMusic = count == 2;
+    bool wantsMusic = false;
     for (int i = 2; i < count; ++i) {
         if (std::string_view(arguments[i]) == "music") {
             wantsMusic = true;
