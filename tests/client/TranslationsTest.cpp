@@ -14,7 +14,7 @@ TEST(Translations, AreCompleteInEveryLanguage)
     for (const char* domain : {"stillora", "MORAudioWaveStrings"})
         for (const char* language : {"de", "fr"}) {
             const std::string folder = std::string(STILLORA_PO_FOLDER) + "/" + domain + "/";
-            const std::string command = "msgcmp " + folder + language + ".po " + folder + domain + ".pot";
+            const std::string command = "msgcmp '" + folder + language + ".po' '" + folder + domain + ".pot'";
             EXPECT_EQ(std::system(command.c_str()), 0) << command;
             ++count;
         }

@@ -45,7 +45,7 @@ public:
         EXPECT_EQ(pipe2(errors.data(), O_CLOEXEC), 0);
         posix_spawn_file_actions_adddup2(&actions, errors[1], STDERR_FILENO);
         // The shell knows its own process, which then becomes the program.
-        const std::string command = variables + " exec " VIDEO_CREATOR_PROGRAM;
+        const std::string command = variables + " exec '" VIDEO_CREATOR_PROGRAM "'";
         std::string shell = "/bin/sh";
         std::string option = "-c";
         std::array<char*, 4> arguments{shell.data(), option.data(), const_cast<char*>(command.c_str()), nullptr};
