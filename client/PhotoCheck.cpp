@@ -129,6 +129,8 @@ CheckedPhotos checkPhotos(const std::vector<PhotoCandidate>& candidates, const s
     }
     if (checked.isCancelled) {
         queue.cancelAllOperations();
+        // The process may end right after this, and with it the libraries that a check still uses.
+        queue.waitUntilAllOperationsAreFinished();
         return checked;
     }
     const platform::LockGuard guard(shared->lock);

@@ -5,14 +5,14 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 
 #include <fmt/format.h>
 
-int main(int argc, char** argv)
+namespace {
+
+int run(int argc, char** argv)
 {
-    // A reader that goes away is noticed when writing fails.
-    std::signal(SIGPIPE, SIG_IGN);
-    setUpLocalization();
     const ParsedCommandLine parsed = parseCommandLine({argv + (argc > 0 ? 1 : 0), argv + argc});
     if (const auto* answer = std::get_if<CommandLineAnswer>(&parsed)) {
         fmt::print(answer->exitStatus == 0 ? stdout : stderr, "{}", answer->text);
@@ -21,4 +21,19 @@ int main(int argc, char** argv)
     if (const auto* frame = std::get_if<FrameOptions>(&parsed))
         return runFrameCommand(*frame);
     return runCreateCommand(std::get<CreateOptions>(parsed));
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    // A reader that goes away is noticed when writing fails.
+    std::signal(SIGPIPE, SIG_IGN);
+    // So is a limit on the size of files.
+    std::signal(SIGXFSZ, SIG_IGN);
+    setUpLocalization();
+    const int status = run(argc, argv);
+    std::fflush(nullptr);
+    // Threads of the pools may still run, so nothing that they use is torn down.
+    std::_Exit(status);
 }

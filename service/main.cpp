@@ -53,6 +53,8 @@ int main()
     // A client that is gone is an error of the write, not the end of the process. A terminal's interrupt is for the
     // client that was started there: it cancels its job and waits for the answer.
     std::signal(SIGPIPE, SIG_IGN);
+    // A limit on the size of files is one too.
+    std::signal(SIGXFSZ, SIG_IGN);
     std::signal(SIGINT, SIG_IGN);
     platform::NSProcessInfo::processInfo().setProcessName("Stillora");
     findTranslations();

@@ -147,6 +147,10 @@ public:
     Result finish()
     {
         readUntil([] { return false; });
+        if (!hasEnded(kDeadline)) {
+            ADD_FAILURE() << "the program does not end";
+            kill(pid_, SIGKILL);
+        }
         int status = 0;
         EXPECT_EQ(waitpid(pid_, &status, 0), pid_);
         pid_ = -1;
