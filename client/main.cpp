@@ -1,29 +1,10 @@
 #include "client/Localization.h"
 #include "client/command/CommandLine.h"
-#include "client/command/CreateCommand.h"
-#include "client/command/FrameCommand.h"
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-
-#include <fmt/format.h>
-
-namespace {
-
-int run(int argc, char** argv)
-{
-    const ParsedCommandLine parsed = parseCommandLine({argv + (argc > 0 ? 1 : 0), argv + argc});
-    if (const auto* answer = std::get_if<CommandLineAnswer>(&parsed)) {
-        fmt::print(answer->exitStatus == 0 ? stdout : stderr, "{}", answer->text);
-        return std::fflush(stdout) == 0 ? answer->exitStatus : 1;
-    }
-    if (const auto* frame = std::get_if<FrameOptions>(&parsed))
-        return runFrameCommand(*frame);
-    return runCreateCommand(std::get<CreateOptions>(parsed));
-}
-
-} // namespace
+#include <variant>
 
 int main(int argc, char** argv)
 {
@@ -32,7 +13,9 @@ int main(int argc, char** argv)
     // So is a limit on the size of files.
     std::signal(SIGXFSZ, SIG_IGN);
     setUpLocalization();
-    const int status = run(argc, argv);
+    const Parsed<CommandCall> parsed = parseCommandLine({argv + (argc > 0 ? 1 : 0), argv + argc});
+    const auto* call = std::get_if<CommandCall>(&parsed);
+    const int status = call ? call->command->run(call->arguments) : give(std::get<CommandLineAnswer>(parsed));
     std::fflush(nullptr);
     // Threads of the pools may still run, so nothing that they use is torn down.
     std::_Exit(status);

@@ -1,21 +1,21 @@
 #pragma once
 
-#include "client/command/CreateOptions.h"
-#include "client/command/FrameOptions.h"
+#include "client/command/Arguments.h"
+#include "client/command/Command.h"
 
 #include <string>
 #include <variant>
 #include <vector>
 
-/// Nothing is left to do but to say something: help, the version, or what is wrong with the command line.
-struct CommandLineAnswer {
-    std::string text;
-    /// An error's text is for standard error, help for standard output.
-    int exitStatus = 0;
+/// A command to be run.
+struct CommandCall {
+    const Command* command = nullptr;
+    /// Those that follow its name.
+    std::vector<std::string> arguments;
 };
 
-/// What the program is to do.
-using ParsedCommandLine = std::variant<CommandLineAnswer, CreateOptions, FrameOptions>;
+/// Reads the arguments that follow the program's name, as far as they are the same for every command. Touches no file.
+Parsed<CommandCall> parseCommandLine(const std::vector<std::string>& arguments);
 
-/// Reads the arguments that follow the program's name. Touches no file.
-ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments);
+/// The text of `stillora --help`, for a terminal of 80 columns.
+std::string generalHelp();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "client/SoundCheck.h"
+#include "client/command/Arguments.h"
 
 #include <cstdint>
 #include <optional>
@@ -29,3 +30,15 @@ struct CreateOptions {
     bool isQuiet = false;
     bool skipsBad = false;
 };
+
+/// Reads the arguments of `stillora create`. Touches no file.
+Parsed<CreateOptions> parseCreate(const std::vector<std::string>& arguments);
+
+/// Its help.
+std::string createHelp();
+
+/// The part of the help that tells of its options.
+std::string createOptionsHelp();
+
+/// Exit statuses of the commands that make a movie, for their help.
+std::string_view movieExitStatuses();

@@ -1,7 +1,10 @@
 #pragma once
 
+#include "client/command/Arguments.h"
+
 #include <cstdint>
 #include <string>
+#include <vector>
 
 /// The command line of `stillora frame`.
 struct FrameOptions {
@@ -12,3 +15,9 @@ struct FrameOptions {
     bool reducesBorders = false;
     bool showsFaces = false;
 };
+
+/// Reads the arguments of `stillora frame`. Touches no file.
+Parsed<FrameOptions> parseFrame(const std::vector<std::string>& arguments);
+
+/// Its help.
+std::string frameHelp();

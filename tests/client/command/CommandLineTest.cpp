@@ -1,6 +1,6 @@
 #include "client/command/CommandLine.h"
 
-#include "client/command/Help.h"
+#include "client/command/CreateOptions.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,20 +14,30 @@ using testing::StartsWith;
 
 using Arguments = std::vector<std::string>;
 
+/// The arguments as far as they are read without touching a file.
+Parsed<CreateOptions> parsed(const Arguments& arguments)
+{
+    const Parsed<CommandCall> call = parseCommandLine(arguments);
+    if (const auto* answer = std::get_if<CommandLineAnswer>(&call))
+        return *answer;
+    EXPECT_EQ(std::get<CommandCall>(call).command->name, "create");
+    return parseCreate(std::get<CommandCall>(call).arguments);
+}
+
 CreateOptions created(const Arguments& arguments)
 {
-    const ParsedCommandLine parsed = parseCommandLine(arguments);
-    if (const auto* answer = std::get_if<CommandLineAnswer>(&parsed)) {
+    const Parsed<CreateOptions> result = parsed(arguments);
+    if (const auto* answer = std::get_if<CommandLineAnswer>(&result)) {
         ADD_FAILURE() << answer->text;
         return {};
     }
-    return std::get<CreateOptions>(parsed);
+    return std::get<CreateOptions>(result);
 }
 
 CommandLineAnswer answered(const Arguments& arguments)
 {
-    const ParsedCommandLine parsed = parseCommandLine(arguments);
-    if (const auto* answer = std::get_if<CommandLineAnswer>(&parsed))
+    const Parsed<CreateOptions> result = parsed(arguments);
+    if (const auto* answer = std::get_if<CommandLineAnswer>(&result))
         return *answer;
     ADD_FAILURE() << "the command line was taken";
     return {};
@@ -196,6 +206,13 @@ TEST(CommandLine, ShowsEveryOptionAndExitStatusInTheHelp)
             EXPECT_THAT(answer.text, HasSubstr(status));
     }
     EXPECT_THAT(answered({"--help"}).text, HasSubstr("--version"));
+}
+
+TEST(CommandLine, ListsEveryCommandInTheHelp)
+{
+    for (const Command& command : commands())
+        EXPECT_THAT(generalHelp(), testing::ContainsRegex("\n  " + std::string(command.name) + " +" +
+                                                          std::string(command.summary) + "\n"));
 }
 
 TEST(CommandLine, HelpFitsATerminalOf80Columns)

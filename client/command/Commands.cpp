@@ -1,0 +1,12 @@
+#include "client/command/Command.h"
+#include "client/command/CreateCommand.h"
+#include "client/command/FrameCommand.h"
+
+const std::vector<Command>& commands()
+{
+    static const std::vector<Command> all{
+        {"create", "make a movie of photos", runParsed<CreateOptions, parseCreate, runCreateCommand>},
+        {"frame", "save one frame of a movie as a picture", runParsed<FrameOptions, parseFrame, runFrameCommand>},
+    };
+    return all;
+}
