@@ -4,6 +4,7 @@
 #include "platform/foundation/NSURL.h"
 
 #include <optional>
+#include <string>
 
 /// Operations that all parts share: where files go, and what an image is. Never instantiated. Any thread.
 class MORPalvineCommons final {
@@ -23,4 +24,10 @@ public:
 
     /// Pixels of the image, upright; zero for what is no image.
     static platform::CGSize sizeOfImageAtURL(const std::optional<platform::NSURL>& url);
+
+    /// A length of time in minutes and seconds, in the user's language: "62 minutes, 5 seconds". Rounded to whole
+    /// seconds, halves to even; no number is no time, and what is too large is the largest time that can be told.
+    ///
+    /// @param timeInterval  seconds
+    static std::string soundtrackDurationStringForTimeInterval(double timeInterval);
 };

@@ -55,6 +55,22 @@ double doubleValue(std::string_view text)
     return strtod_l(number.c_str(), nullptr, cLocale);
 }
 
+int64_t integerValue(std::string_view text)
+{
+    const size_t begin = text.find_first_not_of(" \t\n\v\f\r");
+    if (begin == std::string_view::npos)
+        return 0;
+    text.remove_prefix(begin);
+    const bool isNegative = text.front() == '-';
+    // The number is read with its own minus sign alone.
+    if (text.front() == '+' && !text.substr(1).starts_with('-'))
+        text.remove_prefix(1);
+    int64_t value = 0;
+    if (std::from_chars(text.data(), text.data() + text.size(), value).ec == std::errc::result_out_of_range)
+        return isNegative ? std::numeric_limits<int64_t>::min() : std::numeric_limits<int64_t>::max();
+    return value;
+}
+
 size_t lengthInUTF16(std::string_view text)
 {
     size_t length = 0;

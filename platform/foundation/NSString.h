@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -8,6 +9,10 @@ namespace platform {
 /// Leading white space is skipped, then the longest number counts; no hex, no "inf", no "nan", no locale. Text that is
 /// no number is 0; overflow is +-HUGE_VAL.
 double doubleValue(std::string_view text);
+
+/// Leading white space is skipped, then a sign and the digits count; text that is no number is 0, and what is too large
+/// is the limit.
+int64_t integerValue(std::string_view text);
 
 /// Length in UTF-16 code units; bytes that are not UTF-8 count as one each.
 size_t lengthInUTF16(std::string_view text);

@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <gtest/gtest.h>
+#include <limits>
 
 using namespace platform;
 
@@ -95,4 +96,16 @@ TEST(NSString, ReplacesOnlyWhatIsNoText)
 {
     EXPECT_EQ(stringByReplacingInvalidUTF8("Grüße 😀"), "Grüße 😀");
     EXPECT_EQ(stringByReplacingInvalidUTF8("a\xFF\xC3z"), "a\uFFFD\uFFFDz");
+}
+
+TEST(NSString, ReadsWholeNumbersUpToTheirLimits)
+{
+    EXPECT_EQ(platform::integerValue("42"), 42);
+    EXPECT_EQ(platform::integerValue(" \n+7 apples"), 7);
+    EXPECT_EQ(platform::integerValue("-0"), 0);
+    EXPECT_EQ(platform::integerValue("-12.9"), -12);
+    for (const char* text : {"", " ", "nan", "inf", "-", "+-3", "x1"})
+        EXPECT_EQ(platform::integerValue(text), 0) << text;
+    EXPECT_EQ(platform::integerValue("9223372036854775808"), std::numeric_limits<int64_t>::max());
+    EXPECT_EQ(platform::integerValue("-99999999999999999999"), std::numeric_limits<int64_t>::min());
 }
