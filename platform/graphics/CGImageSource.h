@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/foundation/NSData.h"
 #include "platform/foundation/NSURL.h"
 #include "platform/graphics/CGImage.h"
 
@@ -40,6 +41,11 @@ public:
     /// Opens the file and recognises its format; reads no pixels.
     /// @return null if it cannot be read or is no picture of a known format; `error` names the file and why
     static std::unique_ptr<CGImageSource> createWithURL(const platform::NSURL& url, NSError* error = nullptr);
+
+    /// The same of a file's bytes.
+    /// @param name  stands for the file in messages
+    static std::unique_ptr<CGImageSource> createWithData(platform::NSData data, const std::string& name,
+                                                         NSError* error = nullptr);
 
     virtual ~CGImageSource() = default;
 

@@ -1,3 +1,4 @@
+#include "platform/graphics/ByteReader.h"
 #include "platform/graphics/EXIF.h"
 #include "platform/graphics/HEIFContainer.h"
 #include "platform/graphics/ImageDecoder.h"
@@ -7,6 +8,7 @@
 #include <dlfcn.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <mutex>
 #include <utility>
@@ -149,11 +151,39 @@ std::optional<int> integer(VipsImage* image, const char* name)
     return value;
 }
 
+/// Dots an inch by the chunk "pHYs", which the library reads without telling whether it was there.
+std::optional<double> readPNGResolution(const ImageFile& file)
+{
+    constexpr size_t kSignature = 8;
+    constexpr size_t kChunkFrame = 12;
+    // Files of thousands of chunks before the pixels are made to keep readers busy.
+    constexpr int kMostChunks = 256;
+    size_t offset = kSignature;
+    for (int i = 0; i < kMostChunks; ++i) {
+        std::array<uint8_t, 17> chunk{};
+        if (file.readAt(offset, chunk.data(), chunk.size()) != static_cast<ssize_t>(chunk.size()))
+            return std::nullopt;
+        const std::string_view name(reinterpret_cast<const char*>(chunk.data()) + 4, 4);
+        if (name == "pHYs") {
+            constexpr double kMetresPerInch = 0.0254;
+            constexpr uint8_t kMetre = 1;
+            const uint32_t perMetre = bigEndian32(chunk, 8).value_or(0);
+            if (chunk[16] != kMetre || perMetre == 0)
+                return std::nullopt;
+            return perMetre * kMetresPerInch;
+        }
+        if (name == "IDAT")
+            return std::nullopt;
+        offset += kChunkFrame + bigEndian32(chunk, 0).value_or(0);
+    }
+    return std::nullopt;
+}
+
 class VipsDecoder final : public ImageDecoder {
 public:
     VipsDecoder(std::unique_ptr<ImageFile> imageFile, std::string_view imageFormat)
         : ImageDecoder(std::move(imageFile), imageFormat), isHEIF_(imageFormat == "heic" || imageFormat == "avif"),
-          load_(loaderOf(imageFormat))
+          isPNG_(imageFormat == "png"), load_(loaderOf(imageFormat))
     {}
 
 private:
@@ -215,7 +245,10 @@ private:
             if (!properties.orientation && tag && *tag >= 1 && *tag <= 8)
                 properties.orientation = tag;
         }
-        properties.dpi = exif.dpi;
+        if (isPNG_)
+            properties.dpi = readPNGResolution(file());
+        if (!properties.dpi)
+            properties.dpi = exif.dpi;
         constexpr double kMillimetresPerInch = 25.4;
         if (!properties.dpi && vips().image_get_typeof(image_.get(), VIPS_META_RESOLUTION_UNIT) != 0)
             properties.dpi = vips().image_get_xres(image_.get()) * kMillimetresPerInch;
@@ -328,6 +361,7 @@ private:
     }
 
     const bool isHEIF_;
+    const bool isPNG_;
     const Loader load_;
     // In the order in which each needs the one before.
     std::unique_ptr<Reader> reader_;

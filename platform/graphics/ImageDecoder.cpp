@@ -12,9 +12,10 @@
 
 namespace platform {
 
-std::unique_ptr<CGImageSource> CGImageSource::createWithURL(const NSURL& url, NSError* error)
+namespace {
+
+std::unique_ptr<CGImageSource> createWithFile(std::unique_ptr<ImageFile> file, NSError* error)
 {
-    auto file = ImageFile::open(url, error);
     if (!file)
         return nullptr;
     const std::string name = file->name();
@@ -30,6 +31,18 @@ std::unique_ptr<CGImageSource> CGImageSource::createWithURL(const NSURL& url, NS
     if (format == "bmp" || format == "jp2")
         return makeAVCodecDecoder(std::move(file), format);
     return makeVipsDecoder(std::move(file), format);
+}
+
+} // namespace
+
+std::unique_ptr<CGImageSource> CGImageSource::createWithURL(const NSURL& url, NSError* error)
+{
+    return createWithFile(ImageFile::open(url, error), error);
+}
+
+std::unique_ptr<CGImageSource> CGImageSource::createWithData(NSData data, const std::string& name, NSError* error)
+{
+    return createWithFile(ImageFile::withData(std::move(data), name, error), error);
 }
 
 ImageDecoder::ImageDecoder(std::unique_ptr<ImageFile> file, std::string_view format)

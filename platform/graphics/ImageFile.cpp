@@ -18,6 +18,12 @@ constexpr size_t kReadStep = size_t{64} << 10;
 // Decoders read a few bytes past the end.
 constexpr size_t kPadding = 64;
 
+NSData padded(NSData data)
+{
+    data.resize(data.size() + kPadding, 0);
+    return data;
+}
+
 } // namespace
 
 std::unique_ptr<ImageFile> ImageFile::open(const NSURL& url, NSError* error)
@@ -48,14 +54,30 @@ ImageFile::ImageFile(int descriptor, size_t length, std::string name)
     : descriptor_(descriptor), length_(length), name_(std::move(name))
 {}
 
+std::unique_ptr<ImageFile> ImageFile::withData(NSData data, std::string name, NSError* error)
+{
+    if (data.size() > kMaxBytes) {
+        fail(error, kNSCocoaErrorDomain, kNSFileReadUnknownError, name + " is too long for a picture");
+        return nullptr;
+    }
+    return std::unique_ptr<ImageFile>(new ImageFile(std::move(data), std::move(name)));
+}
+
+ImageFile::ImageFile(NSData data, std::string name)
+    : descriptor_(-1), length_(data.size()), name_(std::move(name)), data_(padded(std::move(data)))
+{}
+
 ImageFile::~ImageFile()
 {
-    close(descriptor_);
+    if (descriptor_ >= 0)
+        close(descriptor_);
 }
 
 std::span<const uint8_t> ImageFile::first(size_t count)
 {
     count = std::min(count, length_);
+    if (descriptor_ < 0)
+        return std::span(data_).first(count);
     if (count > read_ && !ended_) {
         if (!bytes_) {
             // Memory for the whole file, of which the kernel gives only what is written.
@@ -82,6 +104,12 @@ std::span<const uint8_t> ImageFile::first(size_t count)
 
 ssize_t ImageFile::readAt(size_t offset, uint8_t* bytes, size_t count) const
 {
+    if (descriptor_ < 0) {
+        const size_t start = std::min(offset, length_);
+        const size_t available = std::min(count, length_ - start);
+        std::copy_n(data_.data() + start, available, bytes);
+        return static_cast<ssize_t>(available);
+    }
     ssize_t got = 0;
     do
         got = pread(descriptor_, bytes, count, static_cast<off_t>(offset));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/foundation/NSData.h"
 #include "platform/foundation/NSError.h"
 #include "platform/foundation/NSURL.h"
 
@@ -22,6 +23,9 @@ public:
 
     /// @return null if it cannot be opened, is no regular file or too long; `error` says which
     static std::unique_ptr<ImageFile> open(const NSURL& url, NSError* error);
+
+    /// Bytes that are there already; nothing if they are too long for a picture.
+    static std::unique_ptr<ImageFile> withData(NSData data, std::string name, NSError* error);
 
     ~ImageFile();
     ImageFile(const ImageFile&) = delete;
@@ -46,10 +50,14 @@ private:
     };
 
     ImageFile(int descriptor, size_t length, std::string name);
+    ImageFile(NSData data, std::string name);
 
+    // -1 for bytes that are there already.
     const int descriptor_;
     const size_t length_;
     const std::string name_;
+    // With padding; empty for a file.
+    const NSData data_;
     std::unique_ptr<uint8_t, Free> bytes_;
     size_t read_ = 0;
     bool ended_ = false;

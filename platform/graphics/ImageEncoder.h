@@ -1,0 +1,30 @@
+#pragma once
+
+#include "platform/foundation/NSData.h"
+#include "platform/foundation/NSGeometry.h"
+#include "platform/graphics/CGImage.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+namespace platform {
+
+/// @name One for each format; nothing if the picture has no pixels or more than the format can hold, or memory is
+/// short. Any thread.
+///
+/// @param size  points; what the file says of its resolution comes of it
+/// @{
+
+/// Uncompressed, with alpha beside colours that are not multiplied with it.
+std::optional<NSData> encodeTIFF(const CGImage& image, CGSize size);
+std::optional<NSData> encodePNG(const CGImage& image, CGSize size);
+/// @}
+
+/// Dots an inch of a side of so many pixels; 72 where the points are none that a picture can have.
+double dotsPerInch(size_t pixels, double points);
+
+/// A row's samples: red, green, blue, and alpha where the picture has it, which the colours are then divided by.
+void copyUnmultiplied(const CGImage& image, size_t y, uint8_t* samples);
+
+} // namespace platform
