@@ -298,7 +298,7 @@ bool MovieMaker::Job::send()
         sounds.push_back(std::move(sound));
     }
 
-    const auto document = folder_->makeDocument(request_.title, &error_);
+    const auto document = request_.document ? request_.document : folder_->makeDocument(request_.title, &error_);
     if (!document)
         return false;
     const auto documentURL = document->bookmarkData(platform::BookmarkCreationOptions::None, &error_);

@@ -28,6 +28,8 @@ struct MovieRequest {
     std::string title;
     /// Receives the movie; made if it is missing.
     platform::NSURL saveFolder;
+    /// The document that the movie is made of, if there is one; its name without the extension is the title.
+    std::optional<platform::NSURL> document = {};
 };
 
 /// How far the service is.

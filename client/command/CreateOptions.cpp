@@ -1,21 +1,18 @@
 #include "client/command/CreateOptions.h"
 
 #include "client/MoviePlan.h"
+#include "client/MovieSettings.h"
 #include "client/MovieTitle.h"
 #include "client/Text.h"
 #include "client/command/ExitStatus.h"
 #include "platform/foundation/NSURL.h"
 
 #include <algorithm>
-#include <array>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 namespace {
-
-constexpr std::array<std::string_view, 9> kCodecs{"avc1", "hvc1", "jpeg", "apcn", "ap4h",
-                                                  "apch", "apcs", "apco", "ap4x"};
 
 constexpr std::string_view kExitStatuses = R"(Exit status:
   0    the movie was made
@@ -50,8 +47,8 @@ std::string readSeconds(const std::string& text, CreateOptions& options)
 
 std::string readCodec(const std::string& text, CreateOptions& options)
 {
-    if (std::find(kCodecs.begin(), kCodecs.end(), text) == kCodecs.end())
-        return fmt::format("--codec takes {}, not \"{}\"", fmt::join(kCodecs, ", "), text);
+    if (std::find(kMovieCodecs.begin(), kMovieCodecs.end(), text) == kMovieCodecs.end())
+        return fmt::format("--codec takes {}, not \"{}\"", fmt::join(kMovieCodecs, ", "), text);
     options.codec = text;
     return {};
 }

@@ -1,0 +1,248 @@
+#include "client/command/MovieCommand.h"
+
+#include "client/ClientError.h"
+#include "client/Localization.h"
+#include "client/Text.h"
+#include "client/command/SoundSentence.h"
+#include "util/MORPalvineCommons.h"
+
+#include <cstdio>
+#include <utility>
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// Seconds in which the bar of a stage that cannot tell how far it is goes there and back.
+constexpr double kTurnSeconds = 3;
+
+double secondsSince(Clock::time_point start)
+{
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+} // namespace
+
+void ProgressTeller::stepDone(const std::string& title, double fraction, size_t done, size_t total)
+{
+    content_.title = title;
+    content_.fraction = fraction;
+    content_.count = fmt::format("{}/{}", done, total);
+    terminal_.drawProgress(content_);
+}
+
+void ProgressTeller::serviceStarts()
+{
+    content_ = {};
+    content_.title = localized("Starting");
+}
+
+void ProgressTeller::progressChanged(const MovieProgress& progress)
+{
+    if (isJSON_)
+        writeJSON(progress);
+    content_.title = localized(progress.stage);
+    const bool hasFraction = progress.isDeterminate && progress.total > 0;
+    content_.fraction = hasFraction ? std::optional(progress.progress / progress.total) : std::nullopt;
+    // A total of 1 is a fraction, not a count.
+    content_.count = hasFraction && progress.total > 1 ? fmt::format("{:.0f}/{:.0f}", progress.progress, progress.total)
+                                                       : std::string();
+    secondsLeft_ = progress.secondsLeft;
+    lastUpdate_ = Clock::now();
+    timePassed();
+}
+
+void ProgressTeller::timePassed()
+{
+    if (content_.title.empty())
+        content_.title = localized("Starting");
+    content_.timeLeft.clear();
+    // An estimate that has run out says nothing any more.
+    if (const double left = secondsLeft_.value_or(0) - secondsSince(lastUpdate_); left > 0)
+        content_.timeLeft = fmt::format(fmt::runtime(localized("{} left")), clockText(left));
+    content_.turns = secondsSince(start_) / kTurnSeconds;
+    terminal_.drawProgress(content_);
+}
+
+void ProgressTeller::writeJSON(const MovieProgress& progress) const
+{
+    JSONWriter json;
+    json.add("event", "progress").add("stage", progress.stage).add("title", localized(progress.stage));
+    json.add("determinate", progress.isDeterminate).add("progress", progress.progress).add("total", progress.total);
+    if (progress.secondsLeft)
+        json.add("secondsLeft", *progress.secondsLeft);
+    else
+        json.addNull("secondsLeft");
+    fmt::print("{}\n", json.text());
+    std::fflush(stdout);
+}
+
+MovieCommand::MovieCommand(const Output& output)
+    : output_(output),
+      terminal_(output.isQuiet || output.isJSON ? Terminal::ProgressLines::Hidden : Terminal::ProgressLines::Shown),
+      teller_(terminal_, output.isJSON), signals_(maker_)
+{}
+
+bool MovieCommand::photosChecked(size_t done, size_t total)
+{
+    if (total > 0)
+        teller_.stepDone(localized("Checking the photos"), static_cast<double>(done) / static_cast<double>(total), done,
+                         total);
+    return !isCancelled();
+}
+
+void MovieCommand::note(const std::string& text)
+{
+    if (!output_.isQuiet)
+        complain(text);
+}
+
+void MovieCommand::complain(const std::string& text)
+{
+    terminal_.writeLine("stillora: " + text);
+}
+
+int MovieCommand::fail(ExitStatus status, const std::string& reason)
+{
+    complain(reason);
+    JSONWriter result;
+    result.add("ok", false).add("cancelled", false).addNull(output_.product).add("error", reason);
+    writeResult(result);
+    return status;
+}
+
+int MovieCommand::stopped()
+{
+    terminal_.clearProgress();
+    note(localized("stopped; nothing was left behind"));
+    writeResult(JSONWriter().add("ok", false).add("cancelled", true).addNull(output_.product).addNull("error"));
+    return kExitSignalled + signals_.signal();
+}
+
+int MovieCommand::refuseBadInput(const std::vector<BadInput>& photos, const std::vector<BadInput>& sounds,
+                                 std::string_view hint)
+{
+    const auto tell = [&](const std::vector<BadInput>& files) {
+        std::vector<JSONWriter> list;
+        for (const BadInput& file : files) {
+            complain(fmt::format("{}: {}", file.path, file.reason));
+            list.push_back(JSONWriter().add("path", file.path).add("reason", file.reason));
+        }
+        return list;
+    };
+    const auto counted = [](size_t count, const char* name) {
+        return fmt::format("{} {}{} cannot be used", count, name, count == 1 ? "" : "s");
+    };
+    const auto badPhotos = tell(photos);
+    const auto badSounds = tell(sounds);
+    std::string reason = photos.empty() ? "" : counted(photos.size(), "photo");
+    if (!sounds.empty())
+        reason += (reason.empty() ? "" : ", ") + counted(sounds.size(), "sound");
+    complain(reason + std::string(hint));
+    JSONWriter result;
+    result.add("ok", false).add("cancelled", false).addNull(output_.product).add("error", reason);
+    writeResult(result.add("badPhotos", badPhotos).add("badSounds", badSounds));
+    return kExitBadInput;
+}
+
+int MovieCommand::makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFacts> sounds,
+                            const MovieSettings& settings, const std::string& title,
+                            const std::optional<platform::NSURL>& document,
+                            const std::optional<std::string>& saveFolder)
+{
+    if (settings.codec != "avc1")
+        note(fmt::format("browsers do not show the codec {}; avc1 plays everywhere", settings.codec));
+
+    MovieWish wish;
+    wish.photos = std::move(photos);
+    wish.secondsPerPhoto = settings.secondsPerPhoto;
+    wish.sounds = std::move(sounds);
+    wish.loopsSounds = settings.loopsSounds;
+    wish.fitsMusic = settings.fitsMusic;
+    wish.fillsSilence = settings.fillsSilence;
+    platform::NSError error;
+    const auto plan = planMovie(wish, &error);
+    if (!plan)
+        return fail(kExitUsage, error.localizedDescription);
+
+    if (const std::string sentence = soundSentence(*plan, wish.sounds); !sentence.empty() && !wish.sounds.empty())
+        note(sentence);
+    const auto folder =
+        saveFolder ? platform::NSURL::fileURLWithPath(*saveFolder, true) : MORPalvineCommons::customSaveDirectory();
+    const MovieRequest request{.photos = std::move(wish.photos),
+                               .sounds = std::move(wish.sounds),
+                               .plan = *plan,
+                               .codec = settings.codec,
+                               .quality = settings.quality,
+                               .reducesBorders = settings.reducesBorders,
+                               .title = title,
+                               .saveFolder = folder,
+                               .document = document};
+    teller_.serviceStarts();
+    const MovieOutcome outcome = maker_.makeMovie(request, teller_);
+    terminal_.clearProgress();
+    return finish(request, outcome);
+}
+
+int MovieCommand::finish(const MovieRequest& request, const MovieOutcome& outcome)
+{
+    if (outcome.kind == MovieOutcome::Kind::Cancelled)
+        return stopped();
+    if (outcome.kind == MovieOutcome::Kind::Failed) {
+        const bool isStart =
+            outcome.error.domain == kClientErrorDomain &&
+            (outcome.error.code == kClientErrorServiceNotFound || outcome.error.code == kClientErrorServiceNotStarted);
+        return fail(isStart ? kExitNoService : kExitFailed, outcome.error.localizedDescription);
+    }
+    const std::string& path = outcome.movie->path();
+    const platform::CGSize size = frameSizeForQuality(request.quality, request.photos);
+    struct stat status = {};
+    const double bytes = stat(path.c_str(), &status) == 0 ? static_cast<double>(status.st_size) : 0;
+    for (const std::string& fault : outcome.faults)
+        complain(fmt::format("the movie is not as it should be: {}", fault));
+    note(fmt::format("{} {} of {}, {:.0f} x {:.0f}, {}, {}", request.photos.size(),
+                     request.photos.size() == 1 ? "photo" : "photos", secondsText(request.plan.secondsPerPhoto),
+                     size.width, size.height, secondsText(request.plan.totalVideoDuration), bytesText(bytes)));
+
+    JSONWriter result;
+    result.add("ok", outcome.faults.empty()).add("cancelled", false).add("movie", path).addNull("error");
+    result.add("photos", static_cast<int64_t>(request.photos.size()))
+        .add("secondsPerPhoto", request.plan.secondsPerPhoto);
+    result.add("duration", request.plan.totalVideoDuration);
+    if (const auto soundEnd = request.plan.soundEnd())
+        result.add("soundEnd", *soundEnd).add("musicEnd", request.plan.musicEnd);
+    else
+        result.addNull("soundEnd").addNull("musicEnd");
+    if (request.plan.fadeStart)
+        result.add("fadeStart", *request.plan.fadeStart);
+    else
+        result.addNull("fadeStart");
+    result.add("width", static_cast<int64_t>(size.width)).add("height", static_cast<int64_t>(size.height));
+    result.add("codec", request.codec).add("bytes", static_cast<int64_t>(bytes)).add("faults", outcome.faults);
+    return succeed(path, result, outcome.faults.empty() ? kExitDone : kExitFaultyMovie);
+}
+
+int MovieCommand::succeed(const std::string& path, const JSONWriter& result, ExitStatus status)
+{
+    if (output_.isJSON)
+        writeResult(result);
+    else
+        fmt::print("{}\n", path);
+    if (std::fflush(stdout) != 0 || std::ferror(stdout))
+        return fail(kExitFailed, fmt::format("the {} was made, but its path could not be written to standard output",
+                                             output_.product));
+    return status;
+}
+
+void MovieCommand::writeResult(const JSONWriter& result)
+{
+    if (!output_.isJSON)
+        return;
+    // The event comes first, as in every line.
+    const std::string members = result.text().substr(1);
+    fmt::print("{{\"event\": \"result\", {}\n", members);
+    std::fflush(stdout);
+}

@@ -1,0 +1,104 @@
+#pragma once
+
+#include "client/JSONWriter.h"
+#include "client/MovieMaker.h"
+#include "client/MoviePlan.h"
+#include "client/MovieSettings.h"
+#include "client/command/ExitStatus.h"
+#include "client/command/SignalWatch.h"
+#include "client/command/Terminal.h"
+#include "platform/foundation/NSURL.h"
+
+#include <chrono>
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// How far the work is, told to the user: a line on the terminal, or JSON on standard output.
+class ProgressTeller final : public MovieMaker::Observer {
+public:
+    ProgressTeller(Terminal& terminal, bool isJSON) : terminal_(terminal), isJSON_(isJSON) {}
+
+    /// Of a stage of this program.
+    /// @param title  in the user's language
+    void stepDone(const std::string& title, double fraction, size_t done, size_t total);
+    /// Before the service's first word.
+    void serviceStarts();
+
+    void progressChanged(const MovieProgress& progress) override;
+    void timePassed() override;
+
+private:
+    void writeJSON(const MovieProgress& progress) const;
+
+    Terminal& terminal_;
+    const bool isJSON_;
+    const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+    ProgressLineContent content_;
+    std::optional<double> secondsLeft_;
+    std::chrono::steady_clock::time_point lastUpdate_ = start_;
+};
+
+/// A file that cannot be used, and why.
+struct BadInput {
+    std::string path;
+    /// One sentence without the path.
+    std::string reason;
+};
+
+/// What is common to the commands that take photos and sounds and make something of them: how they tell of their
+/// progress and of their end, and how they stop. One at a time.
+class MovieCommand final {
+public:
+    struct Output {
+        bool isJSON = false;
+        bool isQuiet = false;
+        /// What the command makes, as the result's member in JSON.
+        std::string_view product = "movie";
+    };
+
+    explicit MovieCommand(const Output& output);
+
+    ProgressTeller& teller() { return teller_; }
+    bool isCancelled() const { return maker_.isCancelled(); }
+
+    /// For "Checking the photos".
+    /// @return whether to go on
+    bool photosChecked(size_t done, size_t total);
+
+    /// A line on standard error, unless the user wants errors alone.
+    void note(const std::string& text);
+    void complain(const std::string& text);
+    void clearProgress() { terminal_.clearProgress(); }
+
+    /// @name The ends of a command: each tells it, and returns the program's exit status
+    /// @{
+    int fail(ExitStatus status, const std::string& reason);
+    int stopped();
+    /// @param hint  follows the count of bad files; may be empty
+    int refuseBadInput(const std::vector<BadInput>& photos, const std::vector<BadInput>& sounds,
+                       std::string_view hint = "");
+    /// @param path  the product's
+    int succeed(const std::string& path, const JSONWriter& result, ExitStatus status = kExitDone);
+
+    /// Makes a movie of photos and sounds that were checked.
+    /// @param title      the movie's name
+    /// @param document   the document that they are of, if they are of one and the movie has its name
+    /// @param saveFolder nothing for the one that the user has chosen
+    int makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFacts> sounds, const MovieSettings& settings,
+                  const std::string& title, const std::optional<platform::NSURL>& document,
+                  const std::optional<std::string>& saveFolder);
+    /// @}
+
+private:
+    int finish(const MovieRequest& request, const MovieOutcome& outcome);
+    void writeResult(const JSONWriter& result);
+
+    const Output output_;
+    MovieMaker maker_;
+    Terminal terminal_;
+    ProgressTeller teller_;
+    const SignalWatch signals_;
+};
