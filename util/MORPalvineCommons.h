@@ -5,6 +5,11 @@
 
 #include <optional>
 #include <string>
+#include <vector>
+
+namespace platform {
+class LaunchServices;
+}
 
 /// Operations that all parts share: where files go, and what an image is. Never instantiated. Any thread.
 class MORPalvineCommons final {
@@ -24,6 +29,25 @@ public:
 
     /// Pixels of the image, upright; zero for what is no image.
     static platform::CGSize sizeOfImageAtURL(const std::optional<platform::NSURL>& url);
+
+    /// @name What the running system can do, by the classes that are registered; the first answer is kept.
+    /// On this system no such class is there unless the program registered it.
+    /// @{
+    static bool isAtLeastMavericks();
+    static bool isAtLeastYosemite();
+    static bool isAtLeastElCapitan();
+    static bool supportsTouchBar();
+    /// @}
+
+    /// The other applications that can open a file, by the desktop's database: those that can be read and run, sorted
+    /// by the last component of their URLs' text, without regard to case.
+    /// @return nothing if there is no URL, or the desktop knows no application for it
+    static std::optional<std::vector<platform::NSURL>>
+    URLsOfApplicationsForOpeningFileURL(const std::optional<platform::NSURL>& fileURL);
+    /// As above, with another database.
+    static std::optional<std::vector<platform::NSURL>>
+    URLsOfApplicationsForOpeningFileURL(const std::optional<platform::NSURL>& fileURL,
+                                        const platform::LaunchServices& launchServices);
 
     /// A length of time in minutes and seconds, in the user's language: "62 minutes, 5 seconds". Rounded to whole
     /// seconds, halves to even; no number is no time, and what is too large is the largest time that can be told.

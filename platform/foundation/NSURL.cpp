@@ -94,6 +94,40 @@ std::string absolutePath(std::string_view path)
     return folder;
 }
 
+int hexDigit(char character)
+{
+    if (character >= '0' && character <= '9')
+        return character - '0';
+    if (character >= 'A' && character <= 'F')
+        return character - 'A' + 10;
+    if (character >= 'a' && character <= 'f')
+        return character - 'a' + 10;
+    return -1;
+}
+
+/// Nothing if an escape is not one, or what stands there is no path.
+std::optional<std::string> removingPercentEscapes(std::string_view text)
+{
+    std::string path;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '?' || text[i] == '#')
+            return std::nullopt;
+        if (text[i] != '%') {
+            path += text[i];
+            continue;
+        }
+        const int high = i + 1 < text.size() ? hexDigit(text[i + 1]) : -1;
+        const int low = i + 2 < text.size() ? hexDigit(text[i + 2]) : -1;
+        if (high < 0 || low < 0)
+            return std::nullopt;
+        path += static_cast<char>(high * 16 + low);
+        i += 2;
+    }
+    if (path.find('\0') != std::string::npos)
+        return std::nullopt;
+    return path;
+}
+
 } // namespace
 
 std::string lastPathComponent(std::string_view path)
@@ -137,6 +171,13 @@ std::string stringByExpandingTildeInPath(std::string_view path)
 
 NSURL::NSURL(std::string path, bool isDirectory) : path_(std::move(path)), isDirectory_(isDirectory) {}
 
+NSURL NSURL::withPath(std::string path, bool isDirectory) const
+{
+    NSURL url(std::move(path), isDirectory);
+    url.host_ = host_;
+    return url;
+}
+
 NSURL NSURL::fileURLWithPath(std::string_view path)
 {
     const std::string absolute = absolutePath(path);
@@ -150,11 +191,29 @@ NSURL NSURL::fileURLWithPath(std::string_view path, bool isDirectory)
     return {std::move(absolute), isDirectory || isRoot};
 }
 
+std::optional<NSURL> NSURL::URLWithString(std::string_view text)
+{
+    static constexpr std::string_view kScheme = "file://";
+    if (!text.starts_with(kScheme))
+        return std::nullopt;
+    text.remove_prefix(kScheme.size());
+    const size_t slash = text.find('/');
+    const std::string_view host = text.substr(0, slash);
+    if (slash == std::string_view::npos || (!host.empty() && host != "localhost"))
+        return std::nullopt;
+    const auto path = removingPercentEscapes(text.substr(slash));
+    if (!path)
+        return std::nullopt;
+    NSURL url = fileURLWithPath(*path, endsInSlash(*path));
+    url.host_ = host;
+    return url;
+}
+
 std::string NSURL::absoluteString() const
 {
     static constexpr char kHexDigits[] = "0123456789ABCDEF";
     static constexpr std::string_view kPlain = "!$&'()*+,-./:=@_~";
-    std::string text = "file://";
+    std::string text = "file://" + host_;
     for (const char character : path_) {
         const auto byte = static_cast<unsigned char>(character);
         const bool isAlphanumeric =
@@ -186,7 +245,7 @@ NSURL NSURL::URLByAppendingPathComponent(std::string_view component) const
 {
     const NSURL plain = URLByAppendingPathComponent(component, false);
     if (component.empty() || endsInSlash(component) || isExistingFolder(plain.path_))
-        return {plain.path_, true};
+        return withPath(plain.path_, true);
     return plain;
 }
 
@@ -201,7 +260,7 @@ NSURL NSURL::URLByAppendingPathComponent(std::string_view component, bool isDire
             path += '/';
         path += component;
     }
-    return {std::string(withoutTrailingSlashes(path)), isDirectory || path == "/"};
+    return withPath(std::string(withoutTrailingSlashes(path)), isDirectory || path == "/");
 }
 
 NSURL NSURL::URLByDeletingLastPathComponent() const
@@ -211,16 +270,16 @@ NSURL NSURL::URLByDeletingLastPathComponent() const
         return *this;
     // What "." and ".." stand for lies elsewhere; only one more step up leaves it.
     if (last == "." || last == "..")
-        return {path_ + "/..", true};
+        return withPath(path_ + "/..", true);
     const std::string_view parent = std::string_view(path_).substr(0, path_.rfind('/') + 1);
-    return {std::string(withoutTrailingSlashes(parent)), true};
+    return withPath(std::string(withoutTrailingSlashes(parent)), true);
 }
 
 NSURL NSURL::URLByDeletingPathExtension() const
 {
     const size_t begin = path_.rfind('/') + 1;
     if (const auto dot = extensionDot(std::string_view(path_).substr(begin)))
-        return {path_.substr(0, begin + *dot), isDirectory_};
+        return withPath(path_.substr(0, begin + *dot), isDirectory_);
     return *this;
 }
 
@@ -228,7 +287,7 @@ NSURL NSURL::URLByAppendingPathExtension(std::string_view extension) const
 {
     if (path_ == "/" || !isValidExtension(extension))
         return *this;
-    return {path_ + "." + std::string(extension), isDirectory_};
+    return withPath(path_ + "." + std::string(extension), isDirectory_);
 }
 
 } // namespace platform

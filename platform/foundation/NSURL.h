@@ -32,6 +32,10 @@ public:
     static NSURL fileURLWithPath(std::string_view path);
     static NSURL fileURLWithPath(std::string_view path, bool isDirectory);
 
+    /// Reads a file URL, percent-escapes included; a trailing "/" means a folder. The host "localhost" is kept.
+    /// @return nothing for what is no file URL, or one of another machine
+    static std::optional<NSURL> URLWithString(std::string_view text);
+
     /// Finds what the bookmark was made of, also after it was renamed or moved on its volume.
     ///
     /// @param stale  out, optional: whether a new bookmark should be made of the result
@@ -48,7 +52,7 @@ public:
     /// Bookmark data that names the path alone, whether or not a file is there.
     NSData bookmarkDataOfPathAlone() const;
 
-    /// "file://" and the path, percent-escaped; a folder's ends in "/".
+    /// "file://", the host if there was one, and the path, percent-escaped; a folder's ends in "/".
     std::string absoluteString() const;
     /// Decoded, without a trailing "/" but for "/" itself.
     const std::string& path() const { return path_; }
@@ -72,7 +76,9 @@ public:
 
 private:
     NSURL(std::string path, bool isDirectory);
+    NSURL withPath(std::string path, bool isDirectory) const;
 
+    std::string host_;
     std::string path_;
     bool isDirectory_ = false;
 };

@@ -164,3 +164,32 @@ TEST(NSURL, AnswersThatAccessWasStarted)
 {
     EXPECT_TRUE(fileURL("/a").startAccessingSecurityScopedResource());
 }
+
+TEST(NSURL, ReadsItsOwnText)
+{
+    for (const std::string text :
+         {"file:///a/b%20c.mov", "file:///a/", "file:///", "file://localhost/a/%C3%A4.mov", "file:///a%25b%3F%23"}) {
+        const auto url = NSURL::URLWithString(text);
+        ASSERT_TRUE(url) << text;
+        EXPECT_EQ(url->absoluteString(), text);
+    }
+    EXPECT_EQ(NSURL::URLWithString("file:///b%20c%e4")->path(), "/b c\xe4");
+    EXPECT_NE(NSURL::URLWithString("file://localhost/a"), NSURL::URLWithString("file:///a"));
+}
+
+TEST(NSURL, KeepsItsHostForWhatLiesBeside)
+{
+    const auto url = NSURL::URLWithString("file://localhost/Volumes/Disk/a.mov");
+    ASSERT_TRUE(url);
+    EXPECT_EQ(url->URLByDeletingLastPathComponent().absoluteString(), "file://localhost/Volumes/Disk/");
+    EXPECT_EQ(url->URLByDeletingPathExtension().absoluteString(), "file://localhost/Volumes/Disk/a");
+    EXPECT_EQ(url->URLByAppendingPathExtension("bak").absoluteString(), "file://localhost/Volumes/Disk/a.mov.bak");
+    EXPECT_EQ(url->URLByAppendingPathComponent("b", false).absoluteString(), "file://localhost/Volumes/Disk/a.mov/b");
+}
+
+TEST(NSURL, IsNoneOfATextThatNamesNoFileHere)
+{
+    for (const char* text : {"", "/a", "http://localhost/a", "file:/a", "file://", "file://server/a", "file:///a%2",
+                             "file:///a%zz", "file:///a%00b", "file:///a?b", "file:///a#b"})
+        EXPECT_FALSE(NSURL::URLWithString(text)) << text;
+}
