@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/foundation/NSURL.h"
+#include "platform/media/AVMetadataItem.h"
 #include "platform/media/CMTime.h"
 
 #include <cstdint>
@@ -36,6 +37,9 @@ public:
 
     virtual CMTime duration() const = 0;
     virtual std::vector<AVAssetTrack> tracks() const = 0;
+
+    /// Those entries of the tags that stand for a common key, in their order; each keeps its own key and key space.
+    virtual AVMetadataItemList commonMetadata() const { return {}; }
 
     /// In order of the tracks.
     std::vector<AVAssetTrack> tracksWithMediaType(std::string_view mediaType) const;

@@ -31,6 +31,8 @@ public:
     /// Exact to the sample for indexed files; in the sample rate's scale for files that hold sound alone.
     CMTime duration() const override;
     std::vector<AVAssetTrack> tracks() const override;
+    /// Of ID3 tags, of MPEG-4 and QuickTime files, and of others with key spaces of this project's own.
+    AVMetadataItemList commonMetadata() const override;
 
 private:
     struct Contents;
@@ -40,6 +42,8 @@ private:
     const Options options_;
     mutable std::once_flag once_;
     mutable std::shared_ptr<const Contents> contents_;
+    mutable std::once_flag metadataOnce_;
+    mutable AVMetadataItemList commonMetadata_;
 };
 
 using AVURLAssetPtr = std::shared_ptr<AVURLAsset>;

@@ -1,6 +1,7 @@
 #include "platform/media/AVURLAsset.h"
 
 #include "platform/media/FFmpegHandles.h"
+#include "platform/media/FileTags.h"
 #include "platform/media/MovieBoxes.h"
 #include "platform/media/SoundTimeline.h"
 
@@ -58,6 +59,12 @@ CMTime AVURLAsset::duration() const
 std::vector<AVAssetTrack> AVURLAsset::tracks() const
 {
     return contents().tracks;
+}
+
+AVMetadataItemList AVURLAsset::commonMetadata() const
+{
+    std::call_once(metadataOnce_, [this] { commonMetadata_ = readFileTags(url_); });
+    return commonMetadata_;
 }
 
 const AVURLAsset::Contents& AVURLAsset::contents() const
