@@ -33,8 +33,9 @@ class ServiceTest(stillora.TestCase):
     def setUpClass(cls):
         super().setUpClass()
         cls.photos = stillora.pictures(cls.shared / "photos", 6)
-        # Enough that a job of them is still running when a test has seen that it runs.
-        cls.many = stillora.pictures(cls.shared / "many", 150, 1600, 1200)
+        # A photo that cannot be shown is waited for, so a job of these runs until it is cancelled, however fast it is.
+        cls.endless = [*cls.photos, cls.shared / "notes.jpg"]
+        cls.endless[-1].write_bytes(b"these are no pixels\n" * 50)
 
     # The socket
 
@@ -79,7 +80,7 @@ class ServiceTest(stillora.TestCase):
         document.touch()
         with Service.listening(self) as service:
             one, other = service.connect(), service.connect()
-            cancelled = one.request(self.many, self.save, self.temporary, quality=720)
+            cancelled = one.request(self.endless, self.save, self.temporary, quality=720)
             wait_until(lambda: is_rendering(one), "the first job writes frames")
             kept = other.request(self.photos, self.save, self.temporary, document=document)
             wait_until(lambda: other.updates, "the second job runs")
@@ -176,10 +177,13 @@ class ServiceTest(stillora.TestCase):
 
     def test_a_cancelled_job_leaves_no_movie(self):
         with Service.connected(self) as service:
-            answer = service.client.request(self.many, self.save, self.temporary, quality=1080)
+            answer = service.client.request(self.endless, self.save, self.temporary, quality=1080)
             wait_until(lambda: is_rendering(service.client), "frames are written")
+            self.assertEqual(answer.count, 0)
             service.client.cancel()
             self.assertEqual(answer.result(), ([], [], True))
+            # Whatever else there is to come has come before the answer to a later call.
+            service.client.call("Ping", interface="org.freedesktop.DBus.Peer").result()
             self.assertEqual(answer.count, 1)
             self.assertEqual(self.leftovers(self.save), [])
             self.assertEqual([p for p in self.leftovers(self.temporary) if p.endswith(".mov")], [])
@@ -282,10 +286,12 @@ class ServiceTest(stillora.TestCase):
     def test_a_client_that_vanishes_takes_its_job_with_it(self):
         with Service.listening(self) as service:
             client = service.connect()
-            client.request(self.many, self.save, self.temporary, quality=1080)
+            client.request(self.endless, self.save, self.temporary, quality=1080)
             wait_until(lambda: is_rendering(client), "frames are written")
+            movies = lambda: [p for p in self.leftovers(self.temporary) if p.endswith(".mov")]
+            self.assertEqual(len(movies()), 1)
             client.close()
-            wait_until(lambda: not any(p.endswith(".mov") for p in self.leftovers(self.temporary)), "the job's file is gone")
+            wait_until(lambda: movies() == [], "the job's file is gone")
             self.assertEqual(self.leftovers(self.save), [])
             # The service lives on for others.
             movie = service.connect().request(self.photos, self.save, self.temporary).movie()
@@ -293,7 +299,7 @@ class ServiceTest(stillora.TestCase):
 
     def test_a_process_of_one_client_ends_when_that_client_vanishes_in_the_middle(self):
         with Service.connected(self) as service:
-            service.client.request(self.many, self.save, self.temporary, quality=1080)
+            service.client.request(self.endless, self.save, self.temporary, quality=1080)
             wait_until(lambda: is_rendering(service.client), "frames are written")
             service.client.close()
             self.assertEqual(service.wait(), 0)

@@ -208,6 +208,20 @@ def decoded_frames(movie):
 
 # The service and a client
 
+def connect_when_listened(path):
+    """A socket connected to `path`, once somebody listens there: the file is there a moment before that."""
+    def attempt():
+        connection = socket.socket(socket.AF_UNIX)
+        try:
+            connection.connect(str(path))
+        except (FileNotFoundError, ConnectionRefusedError):
+            connection.close()
+            return None
+        return connection
+
+    return wait_until(attempt, f"somebody listens at {path}")
+
+
 class Service:
     """The service as a process of its own, started with a socket as its descriptor 3."""
 
