@@ -6,8 +6,8 @@
 
 using namespace platform;
 
-// What opens the sound file. Both caches live as long as the process and are never emptied: a file that is replaced
-// under its path keeps what was measured first.
+// What opens the sound file. Both caches outlive whatever still runs while the process ends and are never emptied: a
+// file that is replaced under its path keeps what was measured first.
 
 namespace {
 
@@ -19,13 +19,13 @@ struct Cache {
 
 Cache<double>& durationCache()
 {
-    static Cache<double> cache;
+    static auto& cache = *new Cache<double>;
     return cache;
 }
 
 Cache<AVURLAssetPtr>& assetCache()
 {
-    static Cache<AVURLAssetPtr> cache;
+    static auto& cache = *new Cache<AVURLAssetPtr>;
     return cache;
 }
 

@@ -69,12 +69,13 @@ void waitForFirstFrames(const VideoStageContext& context)
 /// One for the whole process: movies of several connections are written one after another.
 const std::shared_ptr<DispatchQueue>& writingQueue()
 {
-    static const auto queue =
+    // Never destroyed: a writer may still be fed while the process ends.
+    static const auto& queue = *new std::shared_ptr<DispatchQueue>(
         DispatchQueue::create("app.stillora.VideoCreator.VideoCreationQueue",
                               {.kind = DispatchQueue::Kind::Serial,
                                .autoreleaseFrequency = DispatchQueue::AutoreleaseFrequency::WorkItem,
                                .qosClass = platform::QOSClass::UserInitiated,
-                               .relativePriority = -1});
+                               .relativePriority = -1}));
     return queue;
 }
 

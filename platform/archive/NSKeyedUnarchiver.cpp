@@ -128,7 +128,7 @@ private:
     std::optional<ArchivedValue> color(const PropertyList& record, bool& isNil) const
     {
         // A missing text of components is black.
-        static const NSData kNothing;
+        static const auto& kNothing = *new NSData;
         const auto components = [&](std::string_view key) -> const NSData& {
             const auto* data = field<NSData>(record, key);
             return data ? *data : kNothing;

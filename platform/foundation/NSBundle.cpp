@@ -77,7 +77,8 @@ private:
 
 NSBundle& NSBundle::mainBundle()
 {
-    static NSBundle bundle;
+    // Never destroyed: texts may still be asked for while the process ends.
+    static auto& bundle = *new NSBundle;
     return bundle;
 }
 

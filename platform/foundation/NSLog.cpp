@@ -24,7 +24,8 @@ struct SinkHolder {
 
 SinkHolder& sinkHolder()
 {
-    static SinkHolder holder;
+    // Never destroyed: what still runs while the process ends may have something to say.
+    static auto& holder = *new SinkHolder;
     return holder;
 }
 

@@ -211,7 +211,8 @@ public:
 
     static LastWalk& shared()
     {
-        static LastWalk walk;
+        // Never destroyed: files may still be looked for while the process ends.
+        static auto& walk = *new LastWalk;
         return walk;
     }
 

@@ -62,41 +62,52 @@ private:
     // Two frames of the largest size.
     static constexpr size_t kMaxKeptBytes = size_t{72} << 20;
 
+    struct Kept {
+        Lock lock;
+        std::vector<Block> blocks GUARDED_BY(lock);
+    };
+
+    // Never destroyed: frames may still be made while the process ends.
+    static Kept& keptMemory()
+    {
+        static auto& kept = *new Kept;
+        return kept;
+    }
+
     static uint8_t* takeKept(size_t bytes)
     {
-        LockGuard guard(lock_);
-        const auto found = std::ranges::find(kept_, bytes, &Block::bytes);
-        if (found == kept_.end())
+        Kept& kept = keptMemory();
+        LockGuard guard(kept.lock);
+        const auto found = std::ranges::find(kept.blocks, bytes, &Block::bytes);
+        if (found == kept.blocks.end())
             return nullptr;
         uint8_t* const memory = found->memory;
-        kept_.erase(found);
+        kept.blocks.erase(found);
         return memory;
     }
 
     static bool keep(uint8_t* memory, size_t bytes)
     {
-        LockGuard guard(lock_);
+        Kept& kept = keptMemory();
+        LockGuard guard(kept.lock);
         size_t sum = bytes;
-        for (const Block& block : kept_)
+        for (const Block& block : kept.blocks)
             sum += block.bytes;
         // Blocks of an earlier job's size make room first.
-        for (auto block = kept_.begin(); block != kept_.end() && sum > kMaxKeptBytes;) {
+        for (auto block = kept.blocks.begin(); block != kept.blocks.end() && sum > kMaxKeptBytes;) {
             if (block->bytes == bytes) {
                 ++block;
                 continue;
             }
             sum -= block->bytes;
             munmap(block->memory, block->bytes);
-            block = kept_.erase(block);
+            block = kept.blocks.erase(block);
         }
         if (sum > kMaxKeptBytes)
             return false;
-        kept_.push_back({memory, bytes});
+        kept.blocks.push_back({memory, bytes});
         return true;
     }
-
-    static inline Lock lock_;
-    static inline std::vector<Block> kept_ GUARDED_BY(lock_);
 };
 
 /// An unlinked file that buffers of one folder share: one descriptor for thousands of frames.
@@ -141,7 +152,8 @@ int openUnlinked(const std::string& folder)
 std::shared_ptr<SpillFile> SpillFile::fileInFolder(const std::string& folder)
 {
     static Lock lock;
-    static std::map<std::string, std::weak_ptr<SpillFile>> files;
+    // Never destroyed: frames may still be made while the process ends.
+    static auto& files = *new std::map<std::string, std::weak_ptr<SpillFile>>;
     LockGuard guard(lock);
     auto& known = files[folder];
     if (auto file = known.lock())

@@ -241,7 +241,8 @@ std::shared_ptr<const Conversion> conversionOf(const ColorDescription& descripti
 {
     constexpr size_t kConversions = 8;
     static Lock lock;
-    static std::list<std::pair<ColorDescription, std::shared_ptr<const Conversion>>> conversions;
+    // Never destroyed: pictures may still be converted while the process ends.
+    static auto& conversions = *new std::list<std::pair<ColorDescription, std::shared_ptr<const Conversion>>>;
     LockGuard guard(lock);
     const auto found = std::ranges::find_if(conversions, [&](const auto& entry) {
         return entry.first.model == description.model && entry.first.primaries == description.primaries &&

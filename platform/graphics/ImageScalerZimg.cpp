@@ -131,7 +131,8 @@ std::shared_ptr<const Graph> graphOf(const GraphKey& key)
 {
     constexpr size_t kGraphs = 16;
     static Lock lock;
-    static std::list<std::pair<GraphKey, std::shared_ptr<const Graph>>> graphs;
+    // Never destroyed: pictures may still be scaled while the process ends.
+    static auto& graphs = *new std::list<std::pair<GraphKey, std::shared_ptr<const Graph>>>;
     {
         LockGuard guard(lock);
         const auto found = std::ranges::find(graphs, key, [](const auto& entry) { return entry.first; });

@@ -151,8 +151,9 @@ std::shared_ptr<const RenderedText> renderText(std::string_view text, const Text
     // The two lines of a watermark for a few frame sizes.
     constexpr size_t kKept = 8;
     static Lock lock;
-    static std::list<Entry> kept;
-    static FontMapPtr fonts;
+    // Never destroyed: text may still be drawn while the process ends.
+    static auto& kept = *new std::list<Entry>;
+    static auto& fonts = *new FontMapPtr;
 
     if (!(attributes.fontSize >= 1) || attributes.fontSize > kMaxSide || text.empty())
         return nullptr;

@@ -351,8 +351,9 @@ private:
 
     static DispatchQueue& queue()
     {
-        static const std::shared_ptr<DispatchQueue> queue =
-            DispatchQueue::create("SoundEncodingQueue", {.kind = DispatchQueue::Kind::Concurrent});
+        // Never destroyed: sound may still be encoded while the process ends.
+        static const auto& queue = *new std::shared_ptr<DispatchQueue>(
+            DispatchQueue::create("SoundEncodingQueue", {.kind = DispatchQueue::Kind::Concurrent}));
         return *queue;
     }
 
