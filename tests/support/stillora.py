@@ -155,7 +155,9 @@ def picture(file, width=320, height=240, number=0, *options):
     if file.suffix in (".heic", ".avif"):
         plain = file.with_suffix(".plain.png")
         run("ffmpeg", "-v", "error", "-y", *source, plain)
-        run("heif-enc", *(["-A"] if file.suffix == ".avif" else []), *options, "-o", file, plain)
+        # Slow enough as it is.
+        encoder = ["-A"] if file.suffix == ".avif" else ["-p", "preset=ultrafast"]
+        run("heif-enc", *encoder, *options, "-o", file, plain)
         plain.unlink()
     else:
         if file.suffix in (".jpg", ".jpeg"):
