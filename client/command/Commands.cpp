@@ -1,3 +1,4 @@
+#include "client/command/AppsCommand.h"
 #include "client/command/Command.h"
 #include "client/command/CreateCommand.h"
 #include "client/command/FrameCommand.h"
@@ -7,6 +8,7 @@ const std::vector<Command>& commands()
     static const std::vector<Command> all{
         {"create", "make a movie of photos", runParsed<CreateOptions, parseCreate, runCreateCommand>},
         {"frame", "save one frame of a movie as a picture", runParsed<FrameOptions, parseFrame, runFrameCommand>},
+        {"apps", "list the applications that can open a file", runParsed<AppsOptions, parseApps, runAppsCommand>},
     };
     return all;
 }

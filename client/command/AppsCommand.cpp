@@ -1,0 +1,88 @@
+#include "client/command/AppsCommand.h"
+
+#include "client/FileReason.h"
+#include "client/JSONWriter.h"
+#include "client/Text.h"
+#include "client/command/ExitStatus.h"
+#include "client/command/Terminal.h"
+#include "platform/system/LaunchServices.h"
+#include "util/MORPalvineCommons.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <vector>
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+
+namespace {
+
+using platform::LaunchServices;
+using platform::NSURL;
+
+struct Entry {
+    LaunchServices::Application application;
+    std::string path;
+};
+
+std::vector<Entry> entriesFor(const std::string& file)
+{
+    std::vector<Entry> entries;
+    const auto urls = MORPalvineCommons::URLsOfApplicationsForOpeningFileURL(NSURL::fileURLWithPath(file));
+    if (!urls)
+        return entries;
+    for (const NSURL& url : *urls)
+        // One that was removed in this moment has no name any more.
+        if (auto application = LaunchServices::desktop().applicationAtURL(url))
+            entries.push_back({*std::move(application), url.path()});
+    return entries;
+}
+
+std::string jsonOf(const std::string& file, const std::vector<Entry>& entries)
+{
+    std::vector<JSONWriter> applications;
+    for (const Entry& entry : entries)
+        applications.push_back(JSONWriter()
+                                   .add("name", entry.application.name)
+                                   .add("id", entry.application.identifier)
+                                   .add("path", entry.path));
+    return JSONWriter().add("file", file).add("applications", applications).text() + "\n";
+}
+
+/// A line for each, the paths below one another.
+std::string tableOf(const std::vector<Entry>& entries)
+{
+    int width = 0;
+    for (const Entry& entry : entries)
+        width = std::max(width, displayWidth(printable(entry.application.name)));
+    std::string text;
+    for (const Entry& entry : entries) {
+        const std::string name = printable(entry.application.name);
+        text +=
+            name + std::string(static_cast<size_t>(width - displayWidth(name)) + 2, ' ') + printable(entry.path) + "\n";
+    }
+    return text;
+}
+
+} // namespace
+
+int runAppsCommand(const AppsOptions& options)
+{
+    Terminal terminal(Terminal::ProgressLines::Hidden);
+    const auto fail = [&](ExitStatus status, const std::string& reason) {
+        terminal.writeLine("stillora: " + reason);
+        return status;
+    };
+    struct stat status = {};
+    if (stat(options.file.c_str(), &status) != 0)
+        return fail(kExitBadInput, options.file + ": " + reasonOfErrno(errno));
+
+    const std::vector<Entry> entries = entriesFor(options.file);
+    fmt::print("{}", options.isJSON ? jsonOf(options.file, entries) : tableOf(entries));
+    if (std::fflush(stdout) != 0 || std::ferror(stdout))
+        return fail(kExitFailed, "the applications could not be written to standard output");
+    if (entries.empty())
+        return fail(kExitFailed, options.file + ": the desktop knows no application that opens it");
+    return kExitDone;
+}
