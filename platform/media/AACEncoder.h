@@ -32,7 +32,7 @@ int nearestAACRate(int sampleRateHz);
 /// The decoder's configuration for low complexity AAC of one or two channels.
 std::vector<uint8_t> configurationOfAAC(int sampleRateHz, int channels);
 
-/// Encodes sound as low complexity AAC at 64 kbit/s a channel (less at low rates), without state between calls. The
+/// Encodes sound as low complexity AAC at 66 kbit/s a channel (less at low rates), without state between calls. The
 /// first packet decodes to what lies before the first sample, so packet i + 1 decodes to frame i. Any thread.
 ///
 /// @param samples      interleaved, whole frames of 1024

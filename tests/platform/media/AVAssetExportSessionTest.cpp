@@ -108,8 +108,8 @@ TEST(AVAssetExportSession, EveryFormatKeepsItsLengthAndItsPlaceToTheSample)
         {"alac.m4a", "-c:a alac", 35},
         {"aac.m4a", "-c:a aac -b:a 192k", 30},
         {"t.ogg", "-c:a libvorbis -q:a 6", 20},
-        {"t.mp3", "-c:a libmp3lame -b:a 192k", 30},
-        {"vbr.mp3", "-c:a libmp3lame -q:a 2", 30},
+        {"t.mp3", "-c:a libmp3lame -b:a 192k", 25},
+        {"vbr.mp3", "-c:a libmp3lame -q:a 2", 25},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -176,21 +176,20 @@ TEST(AVAssetExportSession, JointsOfPartsAreAsGoodAsTheRest)
     const Sound music = makeMusic(44100, 1, 50 * 44100);
     writeWav(folder.path("t.wav"), music);
     expectExported(exportM4A(assetOf(folder.url("t.wav")), folder.url("out.m4a")));
-    convertWithFFmpeg(folder.path("t.wav"), "-c:a aac -b:a 64k", folder.path("whole.m4a"));
+    // As the exporter's own parts, but in one.
+    convertWithFFmpeg(folder.path("t.wav"), "-c:a aac -aac_coder fast -aac_is 0 -b:a 66k", folder.path("whole.m4a"));
     const Sound heard = decodeWithFFmpeg(folder.path("out.m4a"));
     const Sound whole = decodeWithFFmpeg(folder.path("whole.m4a"));
-    // One encode and several never make the same decisions packet by packet; the shorter the stretch, the more that
-    // shows, for better or worse.
-    struct Row {
-        size_t width;
-        double tolerance;
+    const auto around = [&](const Sound& sound, size_t start, size_t count) {
+        return signalToNoise(sound, start, music, start, count);
     };
     for (const size_t joint : jointsOfParts(540)) {
-        for (const Row row : {Row{8192, 5}, Row{65536, 1}}) {
-            const double parts = signalToNoise(heard, joint - row.width / 2, music, joint - row.width / 2, row.width);
-            const double one = signalToNoise(whole, joint - row.width / 2, music, joint - row.width / 2, row.width);
-            EXPECT_GT(parts, one - row.tolerance) << "joint " << joint << " width " << row.width;
-        }
+        SCOPED_TRACE(joint);
+        // The packets that overlap at the joint, and their neighbours; what is better than 40 decibels is good enough.
+        for (size_t start = joint - 2048; start < joint + 2048; start += 1024)
+            EXPECT_GT(around(heard, start, 1024), std::min(around(whole, start, 1024), 44.0) - 4) << start;
+        // Two encodes never make the same decisions packet by packet, least of all where notes begin; that evens out.
+        EXPECT_GT(around(heard, joint - 65536, 131072), around(whole, joint - 65536, 131072) - 2);
     }
 }
 
@@ -210,8 +209,8 @@ TEST(AVAssetExportSession, ToneRunsThroughJointsOfPartsAsThroughAnyPacket)
     // Windows that did not fit would leave their aliases here.
     for (const size_t joint : jointsOfParts(540)) {
         const double around = worstPacket(joint - 4096, joint + 4096);
-        EXPECT_GT(around, 25) << joint;
-        EXPECT_GT(around, worstPacket(joint - 200 * 1024, joint - 4096) - 6) << joint;
+        EXPECT_GT(around, 30) << joint;
+        EXPECT_GT(around, worstPacket(joint - 200 * 1024, joint - 4096) - 3) << joint;
     }
 }
 
@@ -283,7 +282,7 @@ TEST(AVAssetExportSession, FadeIsAccurateToTheSampleOnTheCompositionsTimeLine)
         return tone.at(frame % (20 * 44100)) * volume;
     });
     for (const size_t second : {5, 25, 29, 30, 31, 32, 33, 34})
-        EXPECT_GT(signalToNoise(heard, second * 44100, wanted, second * 44100, 44100), 25) << second;
+        EXPECT_GT(signalToNoise(heard, second * 44100, wanted, second * 44100, 44100), 20) << second;
     // What the ramp left stays.
     for (size_t frame = 35 * 44100 + 2048; frame < 38 * 44100; ++frame)
         ASSERT_LT(std::abs(heard.at(frame)), 0.001) << frame;
