@@ -1,9 +1,40 @@
 #include "platform/media/AVAsset.h"
 
+#include "platform/dispatch/DispatchQueue.h"
+
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 namespace platform {
+namespace {
+
+constexpr std::string_view kLoadedKeys[] = {"duration", "tracks"};
+
+bool isLoadedKey(std::string_view key)
+{
+    return std::find(std::begin(kLoadedKeys), std::end(kLoadedKeys), key) != std::end(kLoadedKeys);
+}
+
+} // namespace
+
+void AVAsset::loadValuesAsynchronouslyForKeys(std::vector<std::string> keys,
+                                              std::move_only_function<void()> completionHandler)
+{
+    DispatchQueue::global()->async(
+        [self = shared_from_this(), keys = std::move(keys), handler = std::move(completionHandler)]() mutable {
+            // One look at the file tells them all.
+            if (std::any_of(keys.begin(), keys.end(), isLoadedKey))
+                self->loadValues();
+            if (handler)
+                handler();
+        });
+}
+
+AVKeyValueStatus AVAsset::statusOfValueForKey(std::string_view key, NSError*) const
+{
+    return isLoadedKey(key) ? AVKeyValueStatus::Loaded : AVKeyValueStatus::Unknown;
+}
 
 std::vector<AVAssetTrack> AVAsset::tracksWithMediaType(std::string_view mediaType) const
 {

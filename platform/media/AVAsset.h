@@ -1,10 +1,13 @@
 #pragma once
 
+#include "platform/foundation/NSError.h"
 #include "platform/foundation/NSURL.h"
 #include "platform/media/AVMetadataItem.h"
+#include "platform/media/CMFormatDescription.h"
 #include "platform/media/CMTime.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,6 +18,11 @@ namespace platform {
 
 inline constexpr std::string_view kAVMediaTypeVideo = "vide";
 inline constexpr std::string_view kAVMediaTypeAudio = "soun";
+
+class AVAsset;
+
+/// Whether a value of an asset can be asked for without waiting.
+enum class AVKeyValueStatus : int { Unknown = 0, Loading = 1, Loaded = 2, Failed = 3, Cancelled = 4 };
 
 /// One track of a media file or composition.
 struct AVAssetTrack {
@@ -28,10 +36,14 @@ struct AVAssetTrack {
     int streamIndex = 0;
     /// The file that the track is read from; none for a composition's track.
     std::optional<NSURL> assetURL;
+    /// The asset that the track is of; empty once that is gone, and where nobody shares it.
+    std::weak_ptr<const AVAsset> asset;
+    /// One for each kind of media that the track holds.
+    std::vector<CMFormatDescription> formatDescriptions;
 };
 
 /// Media of a length, in tracks. Shared by those who use it.
-class AVAsset {
+class AVAsset : public std::enable_shared_from_this<AVAsset> {
 public:
     virtual ~AVAsset() = default;
 
@@ -41,10 +53,22 @@ public:
     /// Those entries of the tags that stand for a common key, in their order; each keeps its own key and key space.
     virtual AVMetadataItemList commonMetadata() const { return {}; }
 
+    /// Finds out the values of the keys, "duration" and "tracks", on the global queue, where `completionHandler` is
+    /// then called, also if that failed. The asset must be shared, and lives until then.
+    void loadValuesAsynchronouslyForKeys(std::vector<std::string> keys,
+                                         std::move_only_function<void()> completionHandler);
+    /// Unknown for keys that are none.
+    /// @param error  out, optional: why the value could not be loaded
+    virtual AVKeyValueStatus statusOfValueForKey(std::string_view key, NSError* error = nullptr) const;
+
     /// In order of the tracks.
     std::vector<AVAssetTrack> tracksWithMediaType(std::string_view mediaType) const;
     /// The first track from which a range can be inserted into a composition's track of this media type.
     std::optional<AVAssetTrack> compatibleTrackForCompositionTrack(const AVAssetTrack& compositionTrack) const;
+
+protected:
+    /// Waits until the values are known. Those of an asset in memory always are.
+    virtual void loadValues() const {}
 };
 
 using AVAssetPtr = std::shared_ptr<AVAsset>;

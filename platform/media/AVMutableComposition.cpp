@@ -110,8 +110,10 @@ CMTime AVMutableComposition::duration() const
 std::vector<AVAssetTrack> AVMutableComposition::tracks() const
 {
     std::vector<AVAssetTrack> result;
-    for (const auto& track : tracks_)
+    for (const auto& track : tracks_) {
         result.push_back(track->asAssetTrack());
+        result.back().asset = weak_from_this();
+    }
     return result;
 }
 

@@ -4,6 +4,7 @@
 #include "platform/media/AVAsset.h"
 #include "platform/media/CMTime.h"
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -33,6 +34,12 @@ public:
     std::vector<AVAssetTrack> tracks() const override;
     /// Of ID3 tags, of MPEG-4 and QuickTime files, and of others with key spaces of this project's own.
     AVMetadataItemList commonMetadata() const override;
+    /// Unknown until somebody asked for a value, then loading, then loaded or, for a file that cannot be opened,
+    /// failed.
+    AVKeyValueStatus statusOfValueForKey(std::string_view key, NSError* error = nullptr) const override;
+
+protected:
+    void loadValues() const override;
 
 private:
     struct Contents;
@@ -44,6 +51,7 @@ private:
     mutable std::shared_ptr<const Contents> contents_;
     mutable std::once_flag metadataOnce_;
     mutable AVMetadataItemList commonMetadata_;
+    mutable std::atomic<AVKeyValueStatus> status_{AVKeyValueStatus::Unknown};
 };
 
 using AVURLAssetPtr = std::shared_ptr<AVURLAsset>;

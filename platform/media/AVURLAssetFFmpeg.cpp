@@ -19,6 +19,8 @@ namespace platform {
 struct AVURLAsset::Contents {
     CMTime duration = kCMTimeInvalid;
     std::vector<AVAssetTrack> tracks;
+    /// Why there is nothing; without a domain where the file could be opened.
+    NSError error;
 };
 
 namespace {
@@ -58,7 +60,26 @@ CMTime AVURLAsset::duration() const
 
 std::vector<AVAssetTrack> AVURLAsset::tracks() const
 {
-    return contents().tracks;
+    std::vector<AVAssetTrack> tracks = contents().tracks;
+    for (AVAssetTrack& track : tracks)
+        track.asset = weak_from_this();
+    return tracks;
+}
+
+AVKeyValueStatus AVURLAsset::statusOfValueForKey(std::string_view key, NSError* error) const
+{
+    // The base knows the keys.
+    if (AVAsset::statusOfValueForKey(key) != AVKeyValueStatus::Loaded)
+        return AVKeyValueStatus::Unknown;
+    const AVKeyValueStatus status = status_;
+    if (status == AVKeyValueStatus::Failed && error)
+        *error = contents().error;
+    return status;
+}
+
+void AVURLAsset::loadValues() const
+{
+    contents();
 }
 
 AVMetadataItemList AVURLAsset::commonMetadata() const
@@ -72,9 +93,12 @@ const AVURLAsset::Contents& AVURLAsset::contents() const
     std::call_once(once_, [this] {
         auto contents = std::make_shared<Contents>();
         contents_ = contents;
-        const InputPtr input = openMediaFile(url_, true);
-        if (!input)
+        status_ = AVKeyValueStatus::Loading;
+        const InputPtr input = openMediaFile(url_, true, &contents->error);
+        if (!input) {
+            status_ = AVKeyValueStatus::Failed;
             return;
+        }
         const auto boxes = readMovieBoxes(url_);
         const TimelinePrecision precision =
             options_.preferPreciseDurationAndTiming ? TimelinePrecision::ByScanning : TimelinePrecision::FromIndex;
@@ -91,10 +115,14 @@ const AVURLAsset::Contents& AVURLAsset::contents() const
                 const SoundTimeline timeline = soundTimelineOf(*input, stream, url_, boxes, precision);
                 track.mediaType = kAVMediaTypeAudio;
                 track.timeRange = {CMTimeMake(0, rate), CMTimeMake(timeline.length(), rate)};
+                const int channels = stream.codecpar->ch_layout.nb_channels;
+                track.formatDescriptions.push_back(
+                    {AudioStreamBasicDescription{static_cast<double>(rate), static_cast<uint32_t>(channels)}});
             } else if (stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO &&
                        !(stream.disposition & AV_DISPOSITION_ATTACHED_PIC)) {
                 track.mediaType = kAVMediaTypeVideo;
                 track.timeRange = videoRangeOf(stream, boxes);
+                track.formatDescriptions.emplace_back();
                 hasVideo = true;
             } else {
                 continue;
@@ -105,6 +133,7 @@ const AVURLAsset::Contents& AVURLAsset::contents() const
         }
         const bool headerKnows = boxes && boxes->duration > 0;
         contents->duration = hasVideo && headerKnows ? CMTimeMake(boxes->duration, boxes->timescale) : end;
+        status_ = AVKeyValueStatus::Loaded;
     });
     return *contents_;
 }

@@ -54,6 +54,9 @@ public:
     /// @return frames written; fewer than there is room for only at the end
     size_t read(int64_t position, std::span<float> samples);
 
+    /// Why the last `read` ended before the time line does; nothing where the file holds all that it says.
+    std::optional<NSError> failure() const;
+
 private:
     struct State;
     explicit SoundReader(std::unique_ptr<State> state);

@@ -138,6 +138,14 @@ public:
         return done;
     }
 
+    /// The library's number for what ended the file before its time; 0 if nothing did. Only the index of a movie
+    /// promises sound that need not be there: other lengths come from the file's size or from counting.
+    int inputError() const
+    {
+        const bool hasPromised = input_ && std::string_view(input_->iformat->name).starts_with("mov,");
+        return inputError_ == AVERROR_EOF && !hasPromised ? 0 : inputError_;
+    }
+
 private:
     size_t buffered() const { return buffer_.size() / static_cast<size_t>(facts_->channels) - bufferStart_; }
 
@@ -173,6 +181,7 @@ private:
         bufferStart_ = 0;
         nextFrame_.reset();
         atEnd_ = false;
+        inputError_ = 0;
         position_ = -1;
     }
 
@@ -257,8 +266,9 @@ private:
     {
         isUntouched_ = false;
         for (;;) {
-            if (av_read_frame(input_.get(), packet_.get()) < 0) {
+            if (const int result = av_read_frame(input_.get(), packet_.get()); result < 0) {
                 atEnd_ = true;
+                inputError_ = result;
                 avcodec_send_packet(decoder_.get(), nullptr);
                 return;
             }
@@ -374,6 +384,8 @@ private:
     /// Nothing was read since the file was opened.
     bool isUntouched_ = false;
     bool atEnd_ = false;
+    /// What the end of the file was told by: the library's number, which may be that of a regular end.
+    int inputError_ = 0;
     bool lostPacket_ = false;
     int64_t skipPacketsBefore_ = INT64_MIN;
     /// Decoded samples and how many of them are used up.
@@ -419,6 +431,8 @@ public:
         }
         return done;
     }
+
+    int inputError() const { return decoder_.inputError(); }
 
 private:
     const SoundFacts* facts_ = nullptr;
@@ -571,6 +585,20 @@ size_t SoundReader::read(int64_t position, std::span<float> samples)
     for (size_t i = got; i-- > 0;)
         samples[2 * i] = samples[2 * i + 1] = samples[i];
     return got;
+}
+
+std::optional<NSError> SoundReader::failure() const
+{
+    const int code = state_->source.inputError();
+    if (code == 0)
+        return std::nullopt;
+    NSError error;
+    if (code == AVERROR_EOF)
+        fail(&error, kAVFoundationErrorDomain, kAVErrorFileFailedToParse,
+             state_->facts.url.path() + " ends before its sound does");
+    else
+        failWithAVError(&error, code, state_->facts.url.path() + " could not be read to its end");
+    return error;
 }
 
 struct SoundPacketReader::State {
