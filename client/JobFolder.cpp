@@ -42,9 +42,9 @@ void removeAbandonedJobs(const std::string& hiddenFolder)
 {
     std::error_code ignored;
     std::vector<std::string> jobs;
-    for (const auto& entry : std::filesystem::directory_iterator(hiddenFolder, ignored))
-        if (entry.path().filename().native().starts_with(kJobPrefix))
-            jobs.push_back(entry.path().native());
+    for (std::filesystem::directory_iterator entry(hiddenFolder, ignored), end; entry != end; entry.increment(ignored))
+        if (entry->path().filename().native().starts_with(kJobPrefix))
+            jobs.push_back(entry->path().native());
     for (const std::string& job : jobs) {
         const platform::FileDescriptor folder = openFolder(job);
         if (tryLock(folder))
@@ -175,7 +175,9 @@ std::optional<platform::NSURL> JobFolder::makeAlias(const std::string& path, pla
     if (const std::string extension = platform::pathExtension(path); !extension.empty())
         alias += "." + extension;
     std::error_code failure;
-    std::filesystem::create_symlink(std::filesystem::absolute(path), alias, failure);
+    const std::filesystem::path target = std::filesystem::absolute(path, failure);
+    if (!failure)
+        std::filesystem::create_symlink(target, alias, failure);
     if (failure) {
         platform::failWithErrno(error, failure.value(), "no link to " + path + " can be made");
         return std::nullopt;

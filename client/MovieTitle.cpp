@@ -32,7 +32,8 @@ std::string titleForPhotos(const std::vector<PhotoFacts>& photos)
     for (const PhotoFacts& photo : photos) {
         // "." and a link to a folder have the name of what they lead to.
         std::error_code failure;
-        const auto folder = std::filesystem::canonical(std::filesystem::absolute(photo.path).parent_path(), failure);
+        const auto photoPath = std::filesystem::absolute(photo.path, failure);
+        const auto folder = failure ? photoPath : std::filesystem::canonical(photoPath.parent_path(), failure);
         if (failure || (common && *common != folder.native()))
             return "Slideshow";
         common = folder.native();

@@ -1,5 +1,6 @@
 #include "client/Localization.h"
 #include "client/command/CommandLine.h"
+#include "platform/foundation/FileDescriptor.h"
 
 #include <csignal>
 #include <cstdio>
@@ -8,6 +9,7 @@
 
 int main(int argc, char** argv)
 {
+    platform::holdStandardDescriptors();
     // A reader that goes away is noticed when writing fails.
     std::signal(SIGPIPE, SIG_IGN);
     // So is a limit on the size of files.

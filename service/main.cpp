@@ -1,5 +1,6 @@
 #include "platform/connection/NSXPCListener.h"
 #include "platform/dispatch/DispatchQueue.h"
+#include "platform/foundation/FileDescriptor.h"
 #include "platform/foundation/NSBundle.h"
 #include "platform/foundation/NSLog.h"
 #include "platform/system/NSProcessInfo.h"
@@ -49,6 +50,7 @@ void findTranslations()
 
 int main()
 {
+    platform::holdStandardDescriptors();
     limitMemory();
     // A client that is gone is an error of the write, not the end of the process. A terminal's interrupt is for the
     // client that was started there: it cancels its job and waits for the answer.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <fcntl.h>
 #include <unistd.h>
 #include <utility>
 
@@ -30,5 +31,19 @@ public:
 private:
     int descriptor_ = -1;
 };
+
+/// Fills those of the descriptors 0 to 2 that a program was started without, so that no file which it opens later takes
+/// their place and with it what is written for the user. Reading and writing them goes on to fail. For the first line
+/// of a main function.
+inline void holdStandardDescriptors()
+{
+    int descriptor = -1;
+    do {
+        // Open the other way round: each can only be used as it must not be.
+        descriptor = open("/dev/null", fcntl(STDIN_FILENO, F_GETFD) < 0 ? O_WRONLY : O_RDONLY);
+    } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+    if (descriptor >= 0)
+        close(descriptor);
+}
 
 } // namespace platform

@@ -86,8 +86,11 @@ std::string absolutePath(std::string_view path)
 {
     if (!path.empty() && path.front() == '/')
         return std::string(path);
-    std::error_code ignored;
-    std::string folder = std::filesystem::current_path(ignored).native();
+    std::error_code failure;
+    std::string folder = std::filesystem::current_path(failure).native();
+    // The folder was removed: what lies in it is nowhere, and least of all below the root.
+    if (failure)
+        folder = "/proc/self/cwd";
     if (!endsInSlash(folder))
         folder += '/';
     folder += path;
