@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/foundation/NSGeometry.h"
+#include "platform/graphics/NSImage.h"
 #include "platform/media/AVAsset.h"
 #include "platform/media/AVURLAsset.h"
 #include "platform/media/CMTime.h"
@@ -16,6 +18,10 @@ using ConversionHandler =
     std::move_only_function<void(std::optional<platform::NSURL> converted, std::optional<platform::NSError> error)>;
 using TrimHandler =
     std::move_only_function<void(platform::AVURLAssetPtr trimmed, std::optional<platform::NSError> error)>;
+
+/// What went wrong may be unknown: neither an image nor an error.
+using WaveFormHandler =
+    std::move_only_function<void(platform::NSImagePtr image, std::optional<platform::NSError> error)>;
 
 /// Uniform type identifiers of the sound files that can be converted.
 const std::vector<std::string>& supportedAudioTypes();
@@ -49,5 +55,20 @@ void audioAssetAtURL(const std::optional<platform::NSURL>& url, std::optional<pl
 void trimAssetAsynchronouslyWithTimeRange(const platform::AVAssetPtr& asset, platform::CMTimeRange timeRange,
                                           const std::optional<platform::NSURL>& outputURL,
                                           TrimHandler completionHandler);
+
+/// Draws the loudness of an asset's first sound track: one black line for each pixel column on a clear ground, mirrored
+/// about the middle, the loudest column as high as the image. Reads in the background, in little memory, and calls
+/// `completionHandler` on the main queue, with an error only if the asset cannot be opened: sound that cannot be read
+/// is logged and gives an image of the centre line alone. Without a handler, or with the zero size, nothing is called.
+///
+/// @param asset      must be shared
+/// @param timeRange  invalid or zero means the whole track
+/// @param imageSize  pixels; fractions are cut off, and less than one column gives the centre line alone
+void loadWaveFormImageAsynchronouslyForTimeRange(const platform::AVAssetPtr& asset, platform::CMTimeRange timeRange,
+                                                 platform::CGSize imageSize, WaveFormHandler completionHandler);
+
+/// The same for the whole track.
+void loadWaveFormImageAsynchronouslyOfSize(const platform::AVAssetPtr& asset, platform::CGSize size,
+                                           WaveFormHandler completionHandler);
 
 } // namespace MORAudioWaveImage
