@@ -46,6 +46,16 @@ double inExactSamples(CMTime time, int sampleRateHz)
     return static_cast<double>(time.value) * sampleRateHz / time.timescale;
 }
 
+/// Whether a time lies so close to another as rounding to its scale, or to a sample, may have moved it.
+bool isWithinTick(CMTime time, CMTime other, int sampleRateHz)
+{
+    if (!time.isNumeric() || !other.isNumeric())
+        return false;
+    const double tick = 1.0 / std::min(time.timescale, sampleRateHz);
+    // What is exactly a tick away does not come out so in floating point.
+    return std::abs(CMTimeGetSeconds(CMTimeSubtract(time, other))) < tick * 1.001;
+}
+
 bool failNothingToExport(NSError* error, const std::string& why)
 {
     return fail(error, kAVFoundationErrorDomain, kAVErrorOperationNotSupportedForAsset, why);
@@ -554,15 +564,14 @@ std::optional<SoundPlan> planSound(const AVAsset& asset, const std::optional<CMT
     SoundPlan plan;
     chooseFormat(*placed, plan);
     const int rate = plan.sampleRateHz;
+    CMTime endBefore = kCMTimeInvalid;
     for (const Placed& place : *placed) {
-        SoundPiece piece{place.facts, inSamples(place.source.start, rate), inSamples(place.target, rate), 0, {}};
-        piece.length = inSamples(CMTimeAdd(place.target, place.source.duration), rate) - piece.targetStart;
-        // Times made of seconds may be a sample off, which must leave neither gap nor overlap.
-        if (!plan.pieces.empty()) {
-            const int64_t end = plan.pieces.back().targetEnd();
-            if (std::abs(piece.targetStart - end) <= 1)
-                piece.targetStart = end;
-        }
+        // Places are given in the scale of each file and are cut down to it, which must leave neither gap nor overlap,
+        // nor may rounding add up over many pieces.
+        const CMTime target = isWithinTick(place.target, endBefore, rate) ? endBefore : place.target;
+        endBefore = CMTimeAdd(target, place.source.duration);
+        SoundPiece piece{place.facts, inSamples(place.source.start, rate), inSamples(target, rate), 0, {}};
+        piece.length = inSamples(endBefore, rate) - piece.targetStart;
         piece.ramps = rampsOf(place.trackID, audioMix, rate);
         plan.rangeEnd = std::max(plan.rangeEnd, piece.targetEnd());
         plan.pieces.push_back(std::move(piece));

@@ -30,6 +30,8 @@ namespace {
 constexpr int64_t kDecoderLeadIn = 8192;
 /// Frames that are asked for at once.
 constexpr size_t kBlock = 4096;
+/// Frames beyond the end that filters reach, at the most.
+constexpr size_t kReflection = 256;
 
 bool failNoSound(NSError* error, const NSURL& url, const std::string& why)
 {
@@ -478,6 +480,8 @@ struct SoundReader::State {
     int64_t outputPosition = -1;
     int64_t inputPosition = 0;
     bool inputEnded = false;
+    /// The last frames that the resampler was given, at most as many as are reflected at the end.
+    std::vector<float> lastInput = {};
     /// @}
 
     bool resamples() const { return sampleRateHz != facts.sampleRateHz; }
@@ -503,6 +507,7 @@ struct SoundReader::State {
         inputPosition = unit * fromUnit;
         outputPosition = unit * toUnit;
         inputEnded = false;
+        lastInput.clear();
         std::vector<float> dropped(kBlock * static_cast<size_t>(facts.channels));
         while (outputPosition < position) {
             const auto count = static_cast<size_t>(std::min<int64_t>(position - outputPosition, kBlock));
@@ -510,6 +515,34 @@ struct SoundReader::State {
                 return false;
         }
         return true;
+    }
+
+    void remember(std::span<const float> samples)
+    {
+        const size_t kept = kReflection * static_cast<size_t>(facts.channels);
+        if (samples.size() >= kept)
+            lastInput.clear();
+        lastInput.insert(lastInput.end(), samples.end() - static_cast<ptrdiff_t>(std::min(kept, samples.size())),
+                         samples.end());
+        if (lastInput.size() > kept)
+            lastInput.erase(lastInput.begin(), lastInput.end() - static_cast<ptrdiff_t>(kept));
+    }
+
+    /// Fills up a block that holds the last `count` frames. What the filter reaches beyond the end is what lies before
+    /// it, turned about the last sample: after silence there would be an edge, which the filter would spread.
+    void goOnBeyondEnd(std::vector<float>& block, size_t count)
+    {
+        const auto width = static_cast<size_t>(facts.channels);
+        std::vector<float> known = lastInput;
+        known.insert(known.end(), block.begin(), block.begin() + static_cast<ptrdiff_t>(count * width));
+        std::fill(block.begin() + static_cast<ptrdiff_t>(count * width), block.end(), 0.0F);
+        const size_t frames = known.size() / width;
+        const size_t reflected = std::min({kReflection, frames > 0 ? frames - 1 : 0, kBlock - count});
+        for (size_t i = 0; i < reflected * width; ++i) {
+            const size_t channel = i % width;
+            const float last = known[(frames - 1) * width + channel];
+            block[count * width + i] = 2 * last - known[(frames - 2 - i / width) * width + channel];
+        }
     }
 
     /// The next samples of the resampler; fewer only at the end.
@@ -529,10 +562,9 @@ struct SoundReader::State {
                 const size_t count = source.read(inputPosition, block);
                 inputPosition += static_cast<int64_t>(count);
                 inputEnded = count < kBlock;
-                if (inputEnded) {
-                    // What the filter reaches beyond the end is silent.
-                    std::fill(block.begin() + static_cast<ptrdiff_t>(count * width), block.end(), 0.0F);
-                }
+                if (inputEnded)
+                    goOnBeyondEnd(block, count);
+                remember(std::span(block).first(count * width));
                 const auto* input = reinterpret_cast<const uint8_t*>(block.data());
                 got = swr_convert(resampler.get(), &output, room, &input, kBlock);
             }

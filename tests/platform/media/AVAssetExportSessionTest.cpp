@@ -1,9 +1,9 @@
 #include "platform/media/AVAssetExportSession.h"
 
 #include "platform/foundation/NSFileManager.h"
-#include "platform/media/AVMutableComposition.h"
 #include "platform/media/AVURLAsset.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/TestExport.h"
 #include "tests/support/TestSound.h"
 
 #include <gtest/gtest.h>
@@ -16,74 +16,14 @@
 
 using namespace platform;
 using namespace testsound;
+using namespace testexport;
 using Status = AVAssetExportSessionStatus;
 
 namespace {
 
-constexpr double kDeadline = 120;
-
 CMTimeRange seconds(double start, double duration)
 {
     return {CMTimeMakeWithSeconds(start, 48000), CMTimeMakeWithSeconds(duration, 48000)};
-}
-
-struct Export {
-    Status status = Status::Unknown;
-    std::optional<NSError> error;
-    float progress = 0;
-};
-
-/// Exports sound as AAC and waits for the end.
-Export exportM4A(const AVAssetPtr& asset, const NSURL& output, std::optional<CMTimeRange> range = std::nullopt,
-                 std::optional<AVMutableAudioMix> mix = std::nullopt,
-                 std::string_view preset = kAVAssetExportPresetAppleM4A)
-{
-    AVAssetExportSession session(asset, std::string(preset));
-    session.setOutputFileType(kAVFileTypeAppleM4A);
-    session.setOutputURL(output);
-    if (range)
-        session.setTimeRange(*range);
-    if (mix)
-        session.setAudioMix(*mix);
-    session.exportAsynchronouslyWithCompletionHandler({});
-    EXPECT_TRUE(session.waitForEnd(kDeadline));
-    return {session.status(), session.error(), session.progress()};
-}
-
-void expectExported(const Export& result)
-{
-    EXPECT_EQ(result.status, Status::Completed) << (result.error ? result.error->localizedDescription : "");
-    EXPECT_FALSE(result.error);
-    EXPECT_EQ(result.progress, 1);
-}
-
-void expectFailed(const Export& result, const TemporaryFolder& folder, const std::vector<std::string>& filesBefore)
-{
-    EXPECT_EQ(result.status, Status::Failed);
-    ASSERT_TRUE(result.error);
-    EXPECT_FALSE(result.error->localizedDescription.empty());
-    EXPECT_EQ(filesBelow(folder.path()), filesBefore);
-}
-
-AVURLAssetPtr assetOf(const NSURL& url)
-{
-    return AVURLAsset::URLAssetWithURL(url);
-}
-
-/// Puts whole files one after another, each on its own track.
-std::shared_ptr<AVMutableComposition> endToEnd(const std::vector<NSURL>& urls)
-{
-    auto composition = AVMutableComposition::composition();
-    double cursor = 0;
-    for (const NSURL& url : urls) {
-        const auto asset = assetOf(url);
-        auto& track = composition->addMutableTrackWithMediaType(kAVMediaTypeAudio, 0);
-        EXPECT_TRUE(track.insertTimeRange({kCMTimeZero, asset->duration()},
-                                          asset->compatibleTrackForCompositionTrack(track.asAssetTrack()),
-                                          CMTimeMakeWithSeconds(cursor, asset->duration().timescale)));
-        cursor += CMTimeGetSeconds(asset->duration());
-    }
-    return composition;
 }
 
 TEST(AVAssetExportSession, EveryFormatKeepsItsLengthAndItsPlaceToTheSample)
