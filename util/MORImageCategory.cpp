@@ -1,30 +1,50 @@
 #include "util/MORImageCategory.h"
 
-#include "platform/graphics/ImageScaler.h"
+#include "platform/graphics/CGImageSource.h"
+#include "platform/system/NSPasteboard.h"
+#include "util/AverageColor.h"
 
-#include <algorithm>
-#include <cmath>
+#include <memory>
 #include <utility>
 
-using platform::CGImage;
+using platform::CGContext;
 using platform::CGImagePtr;
+using platform::CGImageSource;
+using platform::CGRect;
 using platform::CGSize;
+using platform::NSBitmapImageFileType;
+using platform::NSBitmapImageRep;
+using platform::NSColor;
+using platform::NSData;
 using platform::NSImage;
 using platform::NSImagePtr;
+using platform::NSPasteboard;
 
 namespace MORImageCategory {
 
 namespace {
 
-// Far more than any picture on a screen.
-constexpr double kMaxSide = 16384;
+constexpr double kMaxThumbnailSide = 48;
+constexpr std::string_view kPasteboardName = "morimagecategory";
 
-size_t wholePixels(double length)
+CGImagePtr samplingThumbnail(const platform::NSURL& url)
 {
-    return static_cast<size_t>(std::ceil(std::clamp(length, 1.0, kMaxSide)));
+    static const CGImageSource::ThumbnailOptions options = {.maxPixelSize = kMaxThumbnailSide};
+    const auto source = CGImageSource::createWithURL(url);
+    return source ? source->createThumbnailAtIndex(options) : nullptr;
 }
 
 } // namespace
+
+NSColor averageColorOfImageAtURL(const platform::NSURL& url)
+{
+    if (auto thumbnail = samplingThumbnail(url)) {
+        const CGSize bounds = {static_cast<double>(thumbnail->width), static_cast<double>(thumbnail->height)};
+        const NSBitmapImageRep bitmap(std::move(thumbnail));
+        return averageColorOfBitmap(&bitmap, bounds);
+    }
+    return averageColorOfImage(NSImage::imageWithContentsOfURL(url).get());
+}
 
 NSImagePtr initWithCGImage(const CGImagePtr& image, CGSize fitInSizeRespectingAspectRatio)
 {
@@ -39,11 +59,61 @@ NSImagePtr initWithCGImage(const CGImagePtr& image, CGSize fitInSizeRespectingAs
     const double ratio = width / height;
     const CGSize size =
         width <= height ? CGSize{target.height * ratio, target.height} : CGSize{target.width, target.width / ratio};
-    // Drawn at once into pixels of its own, so that a small image does not keep a large one alive.
-    auto scaled = std::make_shared<CGImage>();
-    if (!platform::scaleImage(*image, wholePixels(size.width), wholePixels(size.height), *scaled))
-        return nullptr;
-    return std::make_shared<const NSImage>(std::move(scaled), size);
+    auto fitted = NSImage::imageWithSize(size, CGContext::Origin::LowerLeft, [image](CGContext& context, CGRect rect) {
+        context.drawImage(rect, *image);
+        return true;
+    });
+    // Drawn at once, so that a small image does not keep a large one alive.
+    (void)fitted->render();
+    return fitted;
+}
+
+std::optional<NSData> representationForFileType(const NSImage& image, NSBitmapImageFileType fileType,
+                                                double withCompression)
+{
+    auto tiff = image.TIFFRepresentation();
+    const auto bitmap = tiff ? NSBitmapImageRep::imageRepWithData(std::move(*tiff)) : std::nullopt;
+    return bitmap ? bitmap->representationUsingType(fileType, {.compressionFactor = withCompression}) : std::nullopt;
+}
+
+std::optional<NSData> JPEGRepresentationWithCompression(const NSImage& image, double compression)
+{
+    return representationForFileType(image, NSBitmapImageFileType::JPEG, compression);
+}
+
+std::optional<NSData> JPEG2000RepresentationWithCompression(const NSImage& image, double compression)
+{
+    return representationForFileType(image, NSBitmapImageFileType::JPEG2000, compression);
+}
+
+std::optional<NSData> PNGRepresentation(const NSImage& image)
+{
+    return representationForFileType(image, NSBitmapImageFileType::PNG, 1);
+}
+
+std::optional<NSData> GIFRepresentation(const NSImage& image)
+{
+    return representationForFileType(image, NSBitmapImageFileType::GIF, 1);
+}
+
+std::optional<NSData> BMPRepresentation(const NSImage& image)
+{
+    return representationForFileType(image, NSBitmapImageFileType::BMP, 1);
+}
+
+std::optional<NSData> dataForPboardType(const NSImage& image, std::string_view type)
+{
+    const auto pasteboard = NSPasteboard::pasteboardWithName(kPasteboardName);
+    pasteboard->declareTypes({platform::kNSPasteboardTypeTIFF});
+    (void)pasteboard->setDataForType(image.TIFFRepresentation(), platform::kNSPasteboardTypeTIFF);
+    auto data = pasteboard->dataForType(type);
+    pasteboard->releaseGlobally();
+    return data;
+}
+
+std::optional<NSData> PDFRepresentation(const NSImage& image)
+{
+    return dataForPboardType(image, platform::kNSPasteboardTypePDF);
 }
 
 } // namespace MORImageCategory

@@ -12,6 +12,9 @@ struct NSColor {
     double blue = 0;
     double alpha = 1;
 
+    /// The same colour in the calibrated space; its components stay, as those of every device here are sRGB's.
+    NSColor colorUsingCalibratedRGB() const { return {Space::Calibrated, red, green, blue, alpha}; }
+
     friend bool operator==(const NSColor&, const NSColor&) = default;
 };
 

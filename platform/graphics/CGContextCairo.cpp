@@ -5,6 +5,7 @@
 
 #include <cairo.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <new>
@@ -26,10 +27,10 @@ using CairoPtr = std::unique_ptr<cairo_t, DestroyCairo>;
 // Far more than any picture on a screen.
 constexpr double kMaxSide = 16384;
 
-/// Pixels that cover a length; 0 for what is none.
+/// Pixels that cover a length, or stand for more each where it is too long; 0 for what is none.
 int pixelsOf(double length)
 {
-    return length > 0 && length <= kMaxSide ? static_cast<int>(std::ceil(length)) : 0;
+    return length > 0 ? static_cast<int>(std::ceil(std::min(length, kMaxSide))) : 0;
 }
 
 void setSource(cairo_t* cairo, const NSColor& color)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/foundation/NSData.h"
+#include "platform/foundation/NSGeometry.h"
 #include "platform/foundation/NSURL.h"
 #include "platform/graphics/CGImage.h"
 
@@ -28,6 +29,9 @@ public:
         std::string format;
         /// Dots an inch; nothing where the file states none.
         std::optional<double> dpi;
+
+        /// In points: pixels x 72 / dpi, or pixels where no resolution is stated.
+        CGSize size() const;
     };
 
     struct ThumbnailOptions {

@@ -2,15 +2,13 @@
 #include "platform/graphics/EXIF.h"
 #include "platform/graphics/HEIFContainer.h"
 #include "platform/graphics/ImageDecoder.h"
+#include "platform/graphics/VipsLibrary.h"
 
 #include <vips/vips.h>
-
-#include <dlfcn.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <mutex>
 #include <utility>
 
 namespace platform {
@@ -24,15 +22,11 @@ using ImagePtr = std::unique_ptr<VipsImage, Unreference>;
 using RegionPtr = std::unique_ptr<VipsRegion, Unreference>;
 using SourcePtr = std::unique_ptr<VipsSourceCustom, Unreference>;
 
-/// The library's functions, looked up at first use: linked in, it and the hundred libraries that it brings would
-/// cost every start of a program 20 ms, pictures or not.
+/// The library's functions.
 struct Vips {
 #define STILLORA_VIPS_FUNCTIONS(X)                                                                                     \
-    X(block_untrusted_set)                                                                                             \
-    X(cache_set_max)                                                                                                   \
     X(cast)                                                                                                            \
     X(colourspace)                                                                                                     \
-    X(concurrency_set)                                                                                                 \
     X(error_clear)                                                                                                     \
     X(gifload_source)                                                                                                  \
     X(heifload_source)                                                                                                 \
@@ -45,7 +39,6 @@ struct Vips {
     X(image_get_typeof)                                                                                                \
     X(image_get_width)                                                                                                 \
     X(image_get_xres)                                                                                                  \
-    X(init)                                                                                                            \
     X(pngload_source)                                                                                                  \
     X(region_new)                                                                                                      \
     X(region_prepare)                                                                                                  \
@@ -57,18 +50,13 @@ struct Vips {
     STILLORA_VIPS_FUNCTIONS(STILLORA_DECLARE)
 #undef STILLORA_DECLARE
 
-    bool isLoaded = false;
+    bool isComplete = startVips();
 
     Vips()
     {
-        // The name that stands for the ABI of the headers; never closed, as its types stay registered.
-        void* const library = dlopen("libvips.so.42", RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
-        if (!library)
-            return;
-        isLoaded = true;
 #define STILLORA_LOOK_UP(name)                                                                                         \
-    name = reinterpret_cast<decltype(name)>(dlsym(library, "vips_" #name));                                            \
-    isLoaded = isLoaded && name;
+    name = reinterpret_cast<decltype(name)>(vipsFunction("vips_" #name));                                              \
+    isComplete = isComplete && name;
         STILLORA_VIPS_FUNCTIONS(STILLORA_LOOK_UP)
 #undef STILLORA_LOOK_UP
     }
@@ -79,27 +67,6 @@ const Vips& vips()
 {
     static const Vips library;
     return library;
-}
-
-/// At first use, as it loads modules that a service without such pictures never needs.
-bool startVips()
-{
-    static std::once_flag once;
-    static bool started = false;
-    std::call_once(once, [] {
-        started = vips().isLoaded && vips().init("stillora") == 0;
-        if (!started)
-            return;
-        vips().block_untrusted_set(TRUE);
-        // One photo is one thread, and no photo is opened twice.
-        vips().concurrency_set(1);
-        vips().cache_set_max(0);
-        // Its remarks on odd files are for nobody.
-        g_log_set_handler(
-            "VIPS", static_cast<GLogLevelFlags>(G_LOG_LEVEL_MASK | G_LOG_FLAG_FATAL | G_LOG_FLAG_RECURSION),
-            [](const char*, GLogLevelFlags, const char*, void*) {}, nullptr);
-    });
-    return started;
 }
 
 /// Lets the library read a file of ours in its own order.
@@ -214,7 +181,7 @@ private:
 
     bool openImage(NSError* error)
     {
-        if (!startVips())
+        if (!vips().isComplete)
             return failDecoding(error, "cannot be decoded: the image library does not start");
         reader_ = std::make_unique<Reader>(Reader{&file()});
         source_.reset(vips().source_custom_new());

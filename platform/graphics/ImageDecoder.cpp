@@ -45,6 +45,13 @@ std::unique_ptr<CGImageSource> CGImageSource::createWithData(NSData data, const 
     return createWithFile(ImageFile::withData(std::move(data), name, error), error);
 }
 
+CGSize CGImageSource::Properties::size() const
+{
+    constexpr double kPointsPerInch = 72;
+    const double points = dpi && *dpi > 0 ? kPointsPerInch / *dpi : 1;
+    return {static_cast<double>(pixelWidth) * points, static_cast<double>(pixelHeight) * points};
+}
+
 ImageDecoder::ImageDecoder(std::unique_ptr<ImageFile> file, std::string_view format)
     : file_(std::move(file)), format_(format)
 {}

@@ -4,6 +4,11 @@
 
 namespace platform {
 
+double clampedFactor(double compressionFactor)
+{
+    return compressionFactor > 0 ? std::min(compressionFactor, 1.0) : 0;
+}
+
 double dotsPerInch(size_t pixels, double points)
 {
     constexpr double kPointsPerInch = 72;

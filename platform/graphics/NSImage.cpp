@@ -9,19 +9,11 @@ namespace platform {
 
 namespace {
 
-constexpr double kPointsPerInch = 72;
-
 CGSize sizeOrPixels(const CGImagePtr& image, CGSize size)
 {
     if (size == kNSZeroSize && image)
         return {static_cast<double>(image->width), static_cast<double>(image->height)};
     return size;
-}
-
-CGSize sizeInPoints(const CGImageSource::Properties& properties)
-{
-    const double points = properties.dpi && *properties.dpi > 0 ? kPointsPerInch / *properties.dpi : 1;
-    return {static_cast<double>(properties.pixelWidth) * points, static_cast<double>(properties.pixelHeight) * points};
 }
 
 } // namespace
@@ -32,22 +24,21 @@ NSImage::NSImage(CGSize size, PixelMaker makePixels) : size_(size), makePixels_(
 
 NSImagePtr NSImage::imageWithContentsOfURL(const NSURL& url, NSError* error)
 {
-    return imageWithSource(CGImageSource::createWithURL(url, error), error);
+    const auto source = CGImageSource::createWithURL(url, error);
+    const auto properties = source ? source->copyPropertiesAtIndex(error) : std::nullopt;
+    if (!properties)
+        return nullptr;
+    auto image = source->createImageAtIndex(error);
+    return image ? std::make_shared<const NSImage>(std::move(image), properties->size()) : nullptr;
 }
 
 NSImagePtr NSImage::imageWithData(NSData data, NSError* error)
 {
-    return imageWithSource(CGImageSource::createWithData(std::move(data), "the data", error), error);
-}
-
-NSImagePtr NSImage::imageWithSource(std::shared_ptr<CGImageSource> source, NSError* error)
-{
-    if (!source)
-        return nullptr;
-    const auto properties = source->copyPropertiesAtIndex(error);
+    const std::shared_ptr<CGImageSource> source = CGImageSource::createWithData(std::move(data), "the data", error);
+    const auto properties = source ? source->copyPropertiesAtIndex(error) : std::nullopt;
     if (!properties || !source->canDecode(error))
         return nullptr;
-    return NSImagePtr(new NSImage(sizeInPoints(*properties), [source] { return source->createImageAtIndex(); }));
+    return NSImagePtr(new NSImage(properties->size(), [source] { return source->createImageAtIndex(); }));
 }
 
 NSImagePtr NSImage::imageWithSize(CGSize size, CGContext::Origin origin, DrawingHandler handler)

@@ -14,7 +14,6 @@
 
 namespace platform {
 
-class CGImageSource;
 class NSImage;
 using NSImagePtr = std::shared_ptr<const NSImage>;
 
@@ -36,6 +35,7 @@ public:
     /// @return null if a picture does not come of decoding it; `error` says why
     /// @{
     static NSImagePtr imageWithContentsOfURL(const NSURL& url, NSError* error = nullptr);
+    /// Kept as it is until its pixels are needed.
     static NSImagePtr imageWithData(NSData data, NSError* error = nullptr);
     /// @}
 
@@ -63,7 +63,6 @@ private:
     using PixelMaker = std::function<CGImagePtr()>;
 
     NSImage(CGSize size, PixelMaker makePixels);
-    static NSImagePtr imageWithSource(std::shared_ptr<CGImageSource> source, NSError* error);
 
     const CGSize size_;
     mutable std::once_flag made_;

@@ -150,12 +150,26 @@ TEST(CGContext, PlacesAPictureBetweenPixels)
 
 TEST(CGContext, IsNotReadyForASizeThatPixelsCannotHave)
 {
-    for (const platform::CGSize size :
-         {platform::CGSize{0, 5}, {5, -1}, {1e9, 5}, {std::numeric_limits<double>::quiet_NaN(), 5}}) {
+    for (const platform::CGSize size : {platform::CGSize{0, 5},
+                                        {5, -1},
+                                        {std::numeric_limits<double>::infinity(), 5},
+                                        {std::numeric_limits<double>::quiet_NaN(), 5}}) {
         CGContext context(size, LowerLeft);
         EXPECT_FALSE(context.isReady());
         context.fillRect({{0, 0}, {1, 1}});
         context.drawImage({{0, 0}, {1, 1}}, imageOf(test::plain(1, 1, test::kRed)));
         EXPECT_EQ(context.createImage(), nullptr);
     }
+}
+
+TEST(CGContext, HasFewerPixelsThanPointsWhereThoseAreTooMany)
+{
+    CGContext context({100'000, 10}, LowerLeft);
+    context.fillRect({{0, 0}, {50'000, 10}});
+    const auto image = context.createImage();
+    ASSERT_NE(image, nullptr);
+    EXPECT_EQ(image->width, 16384u);
+    EXPECT_EQ(image->height, 10u);
+    EXPECT_EQ(alphaAt(*image, 8191, 5), 255);
+    EXPECT_EQ(alphaAt(*image, 8192, 5), 0);
 }
