@@ -12,9 +12,9 @@ struct Light {
     float g = 0;
     float b = 0;
 
-    friend Light operator+(Light a, Light b) { return {a.r + b.r, a.g + b.g, a.b + b.b}; }
-    friend Light operator*(Light a, Light b) { return {a.r * b.r, a.g * b.g, a.b * b.b}; }
-    friend Light operator*(Light a, float b) { return {a.r * b, a.g * b, a.b * b}; }
+    friend Light operator+(Light one, Light other) { return {one.r + other.r, one.g + other.g, one.b + other.b}; }
+    friend Light operator*(Light one, Light other) { return {one.r * other.r, one.g * other.g, one.b * other.b}; }
+    friend Light operator*(Light light, float share) { return {light.r * share, light.g * share, light.b * share}; }
 };
 
 /// From `a` at 0 to `b` at 1.
