@@ -15,4 +15,10 @@ enum ClientErrorCode : int64_t {
     kClientErrorServiceStalled = 6,
     kClientErrorServiceFailed = 7,
     kClientErrorDiskFull = 8,
+    kClientErrorNoDocument = 9,
+    kClientErrorDocumentDamaged = 10,
+    kClientErrorDocumentTooNew = 11,
+    kClientErrorDocumentExists = 12,
+    kClientErrorDocumentChanged = 13,
+    kClientErrorCancelled = 14,
 };

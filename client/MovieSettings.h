@@ -1,16 +1,19 @@
 #pragma once
 
+#include "platform/foundation/NSPropertyListSerialization.h"
+
 #include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 /// The service's names of the codecs that a movie can have.
 inline constexpr std::array<std::string_view, 9> kMovieCodecs{"avc1", "hvc1", "jpeg", "apcn", "ap4h",
                                                               "apch", "apcs", "apco", "ap4x"};
 
-/// How a movie is to be made of its photos and sounds.
+/// How a movie is to be made of its photos and sounds, as a document keeps it.
 struct MovieSettings {
     double secondsPerPhoto = 4;
     /// A height of the service's size table; any other value chooses by the smallest photo.
@@ -26,3 +29,13 @@ struct MovieSettings {
 
     friend bool operator==(const MovieSettings&, const MovieSettings&) = default;
 };
+
+/// Reads saved settings; what is missing, or cannot be used, is as in new settings.
+///
+/// @param faults  one sentence is added for each value that cannot be used
+MovieSettings readMovieSettings(const platform::PropertyList::Dictionary& saved, std::vector<std::string>& faults);
+
+/// Puts the values that differ from the earlier ones into saved settings, or all without earlier ones. What else is
+/// there stays, known here or not.
+void writeMovieSettings(const std::optional<MovieSettings>& before, const MovieSettings& after,
+                        platform::PropertyList::Dictionary& saved);

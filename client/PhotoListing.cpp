@@ -21,6 +21,9 @@ constexpr std::array<std::string_view, 20> kPictureExtensions{"avif", "bmp", "di
                                                               "j2c",  "j2k", "jfif", "jp2", "jpc",  "jpe",  "jpeg",
                                                               "jpf",  "jpg", "png",  "tif", "tiff", "webp"};
 
+constexpr std::array<std::string_view, 11> kSoundExtensions{"aif", "aifc", "aiff", "caf",  "flac", "m4a",
+                                                            "mp3", "oga",  "ogg",  "opus", "wav"};
+
 /// Files that lie beside photos, and camera raw files, whose containers would pass for small pictures.
 constexpr std::array<std::string_view, 50> kOtherExtensions{
     "3gp", "aac", "aae",  "aif",  "aiff", "arw",  "avi", "caf",  "cr2",  "cr3",  "crw", "csv", "db",
@@ -57,7 +60,7 @@ void addNote(PhotoListing& listing, std::string note)
         listing.notes.push_back(std::move(note));
 }
 
-void listFolder(const std::string& path, PhotoListing& listing)
+void listFolder(const std::string& path, FolderSounds sounds, PhotoListing& listing)
 {
     const std::unique_ptr<DIR, CloseFolder> folder(opendir(path.c_str()));
     if (!folder) {
@@ -70,7 +73,8 @@ void listFolder(const std::string& path, PhotoListing& listing)
             names.emplace_back(entry->d_name);
     std::sort(names.begin(), names.end(), isBeforeInNaturalOrder);
 
-    const size_t before = listing.candidates.size();
+    const auto found = [&listing] { return listing.candidates.size() + listing.sounds.size(); };
+    const size_t before = found();
     size_t folders = 0;
     size_t others = 0;
     for (const std::string& name : names) {
@@ -83,14 +87,17 @@ void listFolder(const std::string& path, PhotoListing& listing)
         } else if (isPictureExtension(extension)) {
             // A dangling link with a picture's name is a photo that the user would miss.
             listing.candidates.push_back({file, PhotoCandidate::Origin::FoundAsPicture});
+        } else if (sounds == FolderSounds::Listed && isSoundExtension(extension)) {
+            listing.sounds.push_back(file);
         } else if (!exists || !S_ISREG(status.st_mode) || contains(kOtherExtensions, extension)) {
             ++others;
         } else {
             listing.candidates.push_back({file, PhotoCandidate::Origin::FoundAsFile});
         }
     }
-    if (listing.candidates.size() == before) {
-        listing.bad.push_back({path, "the folder holds no photos"});
+    if (found() == before) {
+        listing.bad.push_back({path, sounds == FolderSounds::Listed ? "the folder holds no photos and no sounds"
+                                                                    : "the folder holds no photos"});
         return;
     }
     if (others > 0)
@@ -110,7 +117,12 @@ bool isPictureExtension(const std::string& extension)
     return contains(kPictureExtensions, lowered(extension));
 }
 
-PhotoListing listPhotos(const std::vector<std::string>& arguments)
+bool isSoundExtension(const std::string& extension)
+{
+    return contains(kSoundExtensions, lowered(extension));
+}
+
+PhotoListing listPhotos(const std::vector<std::string>& arguments, FolderSounds sounds)
 {
     PhotoListing listing;
     for (const std::string& argument : arguments) {
@@ -118,7 +130,7 @@ PhotoListing listPhotos(const std::vector<std::string>& arguments)
         if (stat(argument.c_str(), &status) != 0)
             listing.bad.push_back({argument, reasonOfErrno(errno)});
         else if (S_ISDIR(status.st_mode))
-            listFolder(argument, listing);
+            listFolder(argument, sounds, listing);
         else
             listing.candidates.push_back({argument, PhotoCandidate::Origin::Named});
     }

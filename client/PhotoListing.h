@@ -32,11 +32,19 @@ struct PhotoListing {
     std::vector<BadPhoto> bad;
     /// What was passed over, one sentence each.
     std::vector<std::string> notes;
+    /// Sound files of folders, where they are wanted.
+    std::vector<std::string> sounds;
 };
+
+/// What becomes of the sound files in a folder, by their names.
+enum class FolderSounds { PassedOver, Listed };
 
 /// Files stay where the user put them; a folder stands for its files in natural name order. Folders inside it, hidden
 /// files and files of kinds that are no pictures are passed over. Opens no file.
-PhotoListing listPhotos(const std::vector<std::string>& arguments);
+PhotoListing listPhotos(const std::vector<std::string>& arguments, FolderSounds sounds = FolderSounds::PassedOver);
 
 /// Whether the extension (without the dot, any case) is one of the picture formats that can be shown.
 bool isPictureExtension(const std::string& extension);
+
+/// Whether the extension (without the dot, any case) is one of the sound formats that can be heard.
+bool isSoundExtension(const std::string& extension);

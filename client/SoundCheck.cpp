@@ -66,7 +66,10 @@ CheckedSounds checkSounds(const std::vector<SoundArgument>& arguments)
         if (isNew)
             entry->second = measure(argument.path);
         const Measure& file = entry->second;
-        const auto bad = [&](std::string reason) { checked.bad.push_back({argument.path, std::move(reason)}); };
+        const auto bad = [&](std::string reason) {
+            checked.bad.push_back(
+                {argument.path, std::move(reason), static_cast<size_t>(&argument - arguments.data())});
+        };
         if (!file.fault.empty()) {
             bad(file.fault);
             continue;
@@ -77,6 +80,10 @@ CheckedSounds checkSounds(const std::vector<SoundArgument>& arguments)
         }
         const double start = argument.start.value_or(0);
         const double end = argument.end.value_or(file.seconds);
+        if (!std::isfinite(start) || !std::isfinite(end) || start < 0 || (argument.end && end <= start)) {
+            bad("has a selection that holds nothing");
+            continue;
+        }
         if (start >= file.seconds)
             bad(fmt::format("is only {} long, and cannot be played from {}", secondsText(file.seconds),
                             secondsText(start)));

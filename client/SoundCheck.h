@@ -2,6 +2,7 @@
 
 #include "client/MoviePlan.h"
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -21,6 +22,8 @@ struct BadSound {
     std::string path;
     /// One sentence without the path.
     std::string reason;
+    /// Index of the argument.
+    size_t argument = 0;
 };
 
 struct CheckedSounds {

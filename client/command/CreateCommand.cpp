@@ -12,24 +12,6 @@
 
 #include <fmt/format.h>
 
-namespace {
-
-MovieSettings settingsOf(const CreateOptions& options)
-{
-    MovieSettings settings;
-    settings.secondsPerPhoto = options.seconds.value_or(kDefaultSecondsPerPhoto);
-    settings.quality = options.quality;
-    settings.codec = options.codec;
-    settings.loopsSounds = options.loopsSounds;
-    settings.fitsMusic = options.fitsMusic;
-    settings.fillsSilence = options.fillsSilence;
-    settings.reducesBorders = options.reducesBorders;
-    settings.title = options.title;
-    return settings;
-}
-
-} // namespace
-
 int runCreateCommand(const CreateOptions& options)
 {
     MovieCommand command({.isJSON = options.isJSON, .isQuiet = options.isQuiet});

@@ -50,6 +50,7 @@ std::string readCodec(const std::string& text, CreateOptions& options)
     if (std::find(kMovieCodecs.begin(), kMovieCodecs.end(), text) == kMovieCodecs.end())
         return fmt::format("--codec takes {}, not \"{}\"", fmt::join(kMovieCodecs, ", "), text);
     options.codec = text;
+    options.isCodecGiven = true;
     return {};
 }
 
@@ -77,64 +78,99 @@ std::string readSounds(const std::vector<std::string>& texts, CreateOptions& opt
             return fmt::format("the selection of \"{}\" ends before it starts", text);
         options.sounds.push_back(std::move(sound));
     }
-    if (options.sounds.empty() && (options.loopsSounds || options.fitsMusic))
-        return fmt::format("{} needs a --soundtrack", options.loopsSounds ? "--loop" : "--fit-music");
-    if (options.fitsMusic && options.loopsSounds)
-        return "--fit-music leaves nothing to --loop";
-    if (options.fitsMusic && options.seconds)
-        return "--fit-music chooses the seconds itself, without --seconds";
     return {};
 }
 
 } // namespace
 
+void MovieOptionReader::addPictures(CLI::App& app)
+{
+    seconds_ = app.add_option("--seconds", secondsText_);
+    quality_ = app.add_option("--quality", qualityText_);
+    codec_ = app.add_option("--codec", codecText_);
+    title_ = app.add_option("--title", titleText_);
+}
+
+void MovieOptionReader::addSoundtracks(CLI::App& app)
+{
+    // One value each, so that photos may follow.
+    app.add_option("--soundtrack", sounds_)->allow_extra_args(false);
+}
+
+void MovieOptionReader::addFitting(CLI::App& app)
+{
+    app.add_flag("--loop", loopsSounds_);
+    app.add_flag("--fit-music", fitsMusic_);
+    app.add_flag("--no-silence", isSilenceLeftOut_);
+    app.add_flag("--reduce-borders", reducesBorders_);
+}
+
+std::string MovieOptionReader::read(CreateOptions& options) const
+{
+    std::string fault;
+    const auto readOne = [&](const CLI::Option* option, const std::string& text, auto reader) {
+        if (fault.empty() && option && option->count() > 0)
+            fault = reader(text, options);
+    };
+    readOne(seconds_, secondsText_, readSeconds);
+    readOne(quality_, qualityText_, [](const std::string& text, CreateOptions& into) {
+        into.isQualityGiven = true;
+        return readQuality(text, into.quality);
+    });
+    readOne(codec_, codecText_, readCodec);
+    readOne(title_, titleText_, readTitle);
+    options.loopsSounds = loopsSounds_;
+    options.fitsMusic = fitsMusic_;
+    options.fillsSilence = !isSilenceLeftOut_;
+    options.reducesBorders = reducesBorders_;
+    if (fault.empty())
+        fault = readSounds(sounds_, options);
+    if (fault.empty() && options.fitsMusic && options.loopsSounds)
+        fault = "--fit-music leaves nothing to --loop";
+    if (fault.empty() && options.fitsMusic && options.seconds)
+        fault = "--fit-music chooses the seconds itself, without --seconds";
+    return fault;
+}
+
+MovieSettings settingsOf(const CreateOptions& options)
+{
+    MovieSettings settings;
+    settings.secondsPerPhoto = options.seconds.value_or(kDefaultSecondsPerPhoto);
+    settings.quality = options.quality;
+    settings.codec = options.codec;
+    settings.loopsSounds = options.loopsSounds;
+    settings.fitsMusic = options.fitsMusic;
+    settings.fillsSilence = options.fillsSilence;
+    settings.reducesBorders = options.reducesBorders;
+    settings.title = options.title;
+    return settings;
+}
+
 Parsed<CreateOptions> parseCreate(const std::vector<std::string>& arguments)
 {
     CreateOptions options;
-    std::string seconds;
-    std::string quality;
-    std::string codec;
-    std::string title;
     std::string saveFolder;
     CLI::App app;
     app.add_option("photos", options.photos);
-    CLI::Option* const secondsOption = app.add_option("--seconds", seconds);
-    CLI::Option* const qualityOption = app.add_option("--quality", quality);
-    CLI::Option* const codecOption = app.add_option("--codec", codec);
-    CLI::Option* const titleOption = app.add_option("--title", title);
+    MovieOptionReader reader;
+    reader.addPictures(app);
+    reader.addSoundtracks(app);
+    reader.addFitting(app);
     CLI::Option* const saveOption = app.add_option("--save", saveFolder);
-    std::vector<std::string> sounds;
-    bool isSilenceLeftOut = false;
-    // One value each, so that photos may follow.
-    app.add_option("--soundtrack", sounds)->allow_extra_args(false);
-    app.add_flag("--loop", options.loopsSounds);
-    app.add_flag("--fit-music", options.fitsMusic);
-    app.add_flag("--no-silence", isSilenceLeftOut);
-    app.add_flag("--reduce-borders", options.reducesBorders);
     app.add_flag("--skip-bad", options.skipsBad);
     app.add_flag("--json", options.isJSON);
     app.add_flag("--quiet", options.isQuiet);
     if (auto answer = readArguments(app, arguments, "create", createHelp))
         return *std::move(answer);
 
-    std::string fault;
-    const auto read = [&](const CLI::Option* option, const std::string& text, auto reader) {
-        if (fault.empty() && option->count() > 0)
-            fault = reader(text, options);
-    };
-    read(secondsOption, seconds, readSeconds);
-    read(qualityOption, quality,
-         [](const std::string& text, CreateOptions& into) { return readQuality(text, into.quality); });
-    read(codecOption, codec, readCodec);
-    read(titleOption, title, readTitle);
+    std::string fault = reader.read(options);
     if (saveOption->count() > 0) {
         if (saveFolder.empty() && fault.empty())
             fault = "--save takes the path of a folder";
         options.saveFolder = saveFolder;
     }
-    options.fillsSilence = !isSilenceLeftOut;
-    if (fault.empty())
-        fault = readSounds(sounds, options);
+    if (fault.empty() && options.sounds.empty() && (options.loopsSounds || options.fitsMusic))
+        fault = fmt::format("{} needs a --soundtrack", options.loopsSounds ? "--loop" : "--fit-music");
     if (fault.empty() && options.photos.empty())
         fault = "no photos were given";
     if (!fault.empty())

@@ -1,0 +1,648 @@
+#include "client/Document.h"
+
+#include "client/ClientError.h"
+#include "client/FileReason.h"
+#include "client/ResourceCopier.h"
+#include "client/Text.h"
+#include "items/SavedForm.h"
+#include "platform/foundation/NSFileManager.h"
+#include "platform/foundation/NSString.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <filesystem>
+#include <set>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using platform::NSData;
+using platform::NSError;
+using platform::NSFileManager;
+using platform::NSURL;
+using platform::PropertyList;
+
+namespace {
+
+constexpr std::string_view kVersionKey = "formatVersion";
+constexpr std::string_view kPhotosKey = "photos";
+constexpr std::string_view kSoundtracksKey = "soundtracks";
+constexpr std::string_view kSettingsKey = "settings";
+
+constexpr std::string_view kResources = "Resources";
+constexpr std::string_view kPhotosFolder = "Resources/Photos";
+constexpr std::string_view kSoundtracksFolder = "Resources/Soundtracks";
+
+/// Of a new document before it gets its name.
+constexpr std::string_view kNewPrefix = ".stillora-new-";
+
+/// As much as a property list that is read may hold.
+constexpr uint64_t kMaxPropertyListBytes = uint64_t{64} << 20;
+
+constexpr int kLockPollMilliseconds = 50;
+/// How long `save` waits for another process that is saving.
+constexpr int kSavePolls = 10'000 / kLockPollMilliseconds;
+
+/// The saved form of a selection has six decimals.
+constexpr double kSelectionUnits = 1e6;
+
+bool refuse(NSError* error, ClientErrorCode code, std::string reason)
+{
+    return platform::fail(error, kClientErrorDomain, code, std::move(reason));
+}
+
+platform::FileDescriptor openFolder(const std::string& path, int flags = 0)
+{
+    return platform::FileDescriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | flags));
+}
+
+enum class LockAnswer { Held, Busy, Impossible };
+
+LockAnswer tryLock(const platform::FileDescriptor& folder)
+{
+    while (flock(folder.get(), LOCK_EX | LOCK_NB) != 0) {
+        if (errno == EINTR)
+            continue;
+        return errno == EWOULDBLOCK ? LockAnswer::Busy : LockAnswer::Impossible;
+    }
+    return LockAnswer::Held;
+}
+
+/// File systems without locks are used without them: `save` still looks for changes of others.
+bool waitForLock(const platform::FileDescriptor& folder, const std::function<bool()>& waits)
+{
+    while (tryLock(folder) == LockAnswer::Busy) {
+        if (!waits())
+            return false;
+        poll(nullptr, 0, kLockPollMilliseconds);
+    }
+    return true;
+}
+
+/// Removes what processes that are gone have left of documents they did not finish.
+void removeAbandoned(const std::string& parent)
+{
+    std::error_code ignored;
+    std::vector<std::string> folders;
+    for (auto entry = std::filesystem::directory_iterator(parent, ignored);
+         entry != std::filesystem::directory_iterator(); entry.increment(ignored))
+        if (entry->path().filename().native().starts_with(kNewPrefix))
+            folders.push_back(entry->path().native());
+    for (const std::string& path : folders) {
+        const auto folder = openFolder(path, O_NOFOLLOW);
+        if (folder && tryLock(folder) == LockAnswer::Held)
+            std::filesystem::remove_all(path, ignored);
+    }
+}
+
+/// "." and ".." stand for a folder with a name.
+NSURL locationOf(const NSURL& given)
+{
+    const std::string last = given.lastPathComponent();
+    std::error_code failure;
+    const auto path = last == "." || last == ".." ? std::filesystem::canonical(given.path(), failure)
+                                                  : std::filesystem::path(given.path());
+    return NSURL::fileURLWithPath(failure ? given.path() : path.native(), true);
+}
+
+/// Whether a path below the document stays there: "Resources/../.." would lead to any file of the user's.
+bool staysInside(const std::string& path)
+{
+    const std::filesystem::path parts(path);
+    return std::none_of(parts.begin(), parts.end(), [](const auto& part) { return part == ".." || part == "."; });
+}
+
+std::optional<NSURL> urlOf(const MORPhoto& photo)
+{
+    return photo.photoURL();
+}
+
+std::optional<NSURL> urlOf(const MORSoundtrack& soundtrack)
+{
+    return soundtrack.soundtrackURL();
+}
+
+void setURL(MORPhoto& photo, NSURL url)
+{
+    photo.setPhotoURL(std::move(url));
+}
+
+void setURL(MORSoundtrack& soundtrack, NSURL url)
+{
+    soundtrack.setSoundtrackURL(std::move(url));
+}
+
+MORPhotoPtr itemOf(const NSData& saved, const NSURL& location, NSError* error, const MORPhoto*)
+{
+    return MORPhoto::photoWithSaveData(saved, location, error);
+}
+
+MORSoundtrackPtr itemOf(const NSData& saved, const NSURL& location, NSError* error, const MORSoundtrack*)
+{
+    return MORSoundtrack::soundtrackWithSaveData(saved, location, error);
+}
+
+/// Why an item could not be made of its saved form.
+std::string faultOfSavedForm(const NSData& saved, const NSError& error)
+{
+    if (error.code != 0)
+        return "is damaged: " + error.localizedDescription;
+    NSError problem;
+    return saved_form::read(saved, "averageImageColor", &problem)
+               ? "is damaged: it names no file among the document's resources"
+               : "is of another version, or is damaged";
+}
+
+template <typename Item>
+DocumentEntry<Item> entryOf(const PropertyList& saved, const NSURL& location)
+{
+    using State = typename DocumentEntry<Item>::State;
+    DocumentEntry<Item> entry;
+    entry.saved = saved;
+    const auto damaged = [&](std::string fault) {
+        entry.state = State::Damaged;
+        entry.fault = std::move(fault);
+        entry.item = nullptr;
+        return std::move(entry);
+    };
+    const auto* data = saved.as<NSData>();
+    if (!data)
+        return damaged("is damaged: it is no saved item");
+    NSError error;
+    entry.item = itemOf(*data, location, &error, static_cast<const Item*>(nullptr));
+    if (!entry.item)
+        return damaged(faultOfSavedForm(*data, error));
+    const std::string path = urlOf(*entry.item)->path();
+    if (!staysInside(path.substr(std::min(location.path().size(), path.size()))))
+        return damaged("is damaged: its file is not among the document's resources");
+    // Of an item that cannot be saved again, what was read is kept.
+    entry.unchanged = entry.item->saveData();
+
+    struct stat status = {};
+    if (stat(path.c_str(), &status) != 0) {
+        entry.state = State::FileMissing;
+        entry.fault = errno == ENOENT ? "is missing" : "cannot be read: " + reasonOfErrno(errno);
+    } else if (!S_ISREG(status.st_mode)) {
+        entry.state = State::FileMissing;
+        entry.fault = "is not a regular file";
+    }
+    return entry;
+}
+
+template <typename Item>
+bool readEntries(const PropertyList::Dictionary& saved, std::string_view key, const NSURL& location,
+                 std::vector<DocumentEntry<Item>>& entries)
+{
+    const auto found = saved.find(key);
+    if (found == saved.end())
+        return true;
+    const auto* array = found->second.template as<PropertyList::Array>();
+    if (!array)
+        return false;
+    entries.reserve(array->size());
+    for (const PropertyList& object : *array)
+        entries.push_back(entryOf<Item>(object, location));
+    return true;
+}
+
+/// The saved forms, for writing: those that were not changed byte for byte.
+template <typename Item>
+bool writeEntries(const std::vector<DocumentEntry<Item>>& entries, PropertyList::Array& saved, NSError* error)
+{
+    for (const DocumentEntry<Item>& entry : entries) {
+        NSError problem;
+        auto data = entry.item ? entry.item->saveData(&problem) : std::nullopt;
+        if (entry.saved && (!entry.item || data == entry.unchanged)) {
+            saved.push_back(*entry.saved);
+        } else if (data) {
+            saved.emplace_back(std::move(*data));
+        } else {
+            if (error)
+                *error = std::move(problem);
+            return false;
+        }
+    }
+    return true;
+}
+
+template <typename Item>
+void moveURLs(const std::vector<DocumentEntry<Item>>& entries, const std::string& from, const std::string& to)
+{
+    for (const DocumentEntry<Item>& entry : entries) {
+        if (const std::string path = pathOf(entry); path.starts_with(from + "/"))
+            setURL(*entry.item, NSURL::fileURLWithPath(to + path.substr(from.size()), false));
+    }
+}
+
+/// Files that processes which are gone have left of a writing they did not finish.
+void removeUnfinished(const std::string& folder)
+{
+    std::error_code ignored;
+    std::vector<std::filesystem::path> files;
+    for (auto entry = std::filesystem::directory_iterator(folder, ignored);
+         entry != std::filesystem::directory_iterator(); entry.increment(ignored))
+        if (entry->path().filename().native().starts_with(".writing-"))
+            files.push_back(entry->path());
+    for (const auto& file : files)
+        std::filesystem::remove(file, ignored);
+}
+
+} // namespace
+
+Document::Document(NSURL location) : location_(std::move(location)), folder_(location_.path()) {}
+
+std::unique_ptr<Document> Document::create(const NSURL& location, NSError* error)
+{
+    const std::string& path = location.path();
+    struct stat status = {};
+    if (lstat(path.c_str(), &status) == 0) {
+        refuse(error, kClientErrorDocumentExists, fmt::format("{} is there already", path));
+        return nullptr;
+    }
+    const std::string parent = location.URLByDeletingLastPathComponent().path();
+    removeAbandoned(parent);
+
+    std::unique_ptr<Document> document(new Document(NSURL::fileURLWithPath(path, true)));
+    document->isNew_ = true;
+    document->folder_ = (parent == "/" ? "" : parent) + "/" + std::string(kNewPrefix) + platform::NSUUIDString();
+    if (mkdir(document->folder_.c_str(), 0777) != 0) {
+        platform::failWithErrno(error, errno, fmt::format("the document {} cannot be made", path));
+        document->folder_.clear();
+        return nullptr;
+    }
+    document->lock_ = openFolder(document->folder_, O_NOFOLLOW);
+    static_cast<void>(tryLock(document->lock_));
+    for (const std::string_view folder : {kResources, kPhotosFolder, kSoundtracksFolder}) {
+        if (mkdir((document->folder_ + "/" + std::string(folder)).c_str(), 0777) != 0) {
+            platform::failWithErrno(error, errno, fmt::format("the document {} cannot be made", path));
+            return nullptr;
+        }
+    }
+    return document;
+}
+
+std::unique_ptr<Document> Document::load(const NSURL& location, NSError* error)
+{
+    return open(location, nullptr, error);
+}
+
+std::unique_ptr<Document> Document::loadForChange(const NSURL& location, const std::function<bool()>& waits,
+                                                  NSError* error)
+{
+    return open(location, &waits, error);
+}
+
+std::unique_ptr<Document> Document::open(const NSURL& location, const std::function<bool()>* waits, NSError* error)
+{
+    std::unique_ptr<Document> document(new Document(locationOf(location)));
+    const std::string& path = document->location_.path();
+    const auto noDocument = [&](const std::string& reason) {
+        refuse(error, kClientErrorNoDocument, fmt::format("{}: {}", path, reason));
+        return nullptr;
+    };
+    auto folder = openFolder(path);
+    if (!folder)
+        return noDocument(errno == ENOTDIR ? "is no document: it is not a folder" : reasonOfErrno(errno));
+    if (access(document->propertyListPath().c_str(), F_OK) != 0)
+        return noDocument(fmt::format("is no document: there is no {} in it", kPropertyListName));
+    if (waits) {
+        if (!waitForLock(folder, *waits)) {
+            refuse(error, kClientErrorCancelled, fmt::format("{} is being changed by another program", path));
+            return nullptr;
+        }
+        removeUnfinished(path);
+        document->lock_ = std::move(folder);
+    }
+    return document->read(error) ? std::move(document) : nullptr;
+}
+
+bool Document::read(NSError* error)
+{
+    const auto damaged = [&](const std::string& what) {
+        return refuse(error, kClientErrorDocumentDamaged,
+                      fmt::format("{} is damaged: its {} {}", location_.path(), kPropertyListName, what));
+    };
+    auto bytes = NSFileManager::defaultManager().contentsAtURL(NSURL::fileURLWithPath(propertyListPath(), false),
+                                                               kMaxPropertyListBytes, error);
+    if (!bytes)
+        return false;
+    const auto propertyList = platform::propertyListWithData(*bytes);
+    const auto* dictionary = propertyList ? propertyList->as<PropertyList::Dictionary>() : nullptr;
+    if (!dictionary)
+        return damaged(bytes->empty() ? "is empty" : "is no property list of a document");
+    const auto* version = propertyList->objectForKey<int64_t>(kVersionKey);
+    if (!version || *version < 1)
+        return damaged("does not tell its version");
+    if (*version > kFormatVersion)
+        return refuse(error, kClientErrorDocumentTooNew,
+                      fmt::format("{} was made by a newer version of this program: it has format {}, and the newest "
+                                  "that can be read here is {}",
+                                  location_.path(), *version, kFormatVersion));
+    if (!readEntries(*dictionary, kPhotosKey, location_, photos_))
+        return damaged("has no list of photos");
+    if (!readEntries(*dictionary, kSoundtracksKey, location_, soundtracks_))
+        return damaged("has no list of soundtracks");
+    if (const auto settings = dictionary->find(kSettingsKey); settings != dictionary->end()) {
+        if (!settings->second.as<PropertyList::Dictionary>())
+            return damaged("has no list of settings");
+        settings_ = readMovieSettings(*settings->second.as<PropertyList::Dictionary>(), settingFaults_);
+    }
+    savedSettings_ = settings_;
+    saved_ = *dictionary;
+    savedBytes_ = std::move(*bytes);
+    return true;
+}
+
+Document::~Document()
+{
+    removeFiles(addedFiles_);
+    if (isNew_ && !folder_.empty()) {
+        std::error_code ignored;
+        std::filesystem::remove_all(folder_, ignored);
+    }
+}
+
+std::string Document::name() const
+{
+    return platform::stringByDeletingPathExtension(location_.lastPathComponent());
+}
+
+bool Document::add(const std::vector<PhotoFacts>& photos, const std::vector<SoundFacts>& sounds,
+                   const std::function<bool(const CopyProgress&)>& progress, NSError* error)
+{
+    ResourceCopier copier(folder_);
+    std::vector<std::string> photoSources;
+    std::vector<std::string> soundSources;
+    for (const PhotoFacts& photo : photos)
+        photoSources.push_back(photo.path);
+    for (const SoundFacts& sound : sounds)
+        soundSources.push_back(sound.path);
+    if (!copier.reserve(std::string(kPhotosFolder), photoSources, ResourceCopier::Kind::Photo, error) ||
+        !copier.reserve(std::string(kSoundtracksFolder), soundSources, ResourceCopier::Kind::Sound, error) ||
+        !copier.copy(progress, error))
+        return false;
+
+    std::vector<DocumentPhoto> newPhotos;
+    std::vector<DocumentSoundtrack> newSoundtracks;
+    for (size_t i = 0; i < photos.size(); ++i) {
+        const ResourceCopier::Copy& copy = copier.copyOf(i);
+        const auto source = NSURL::fileURLWithPath(photos[i].path, false);
+        DocumentPhoto entry;
+        entry.item = std::make_shared<MORPhoto>();
+        entry.item->setPhotoURL(NSURL::fileURLWithPath(copy.path, false));
+        entry.item->setTitle(platform::stringByReplacingInvalidUTF8(
+            platform::stringByDeletingPathExtension(source.lastPathComponent())));
+        entry.item->setSize(photos[i].size);
+        entry.item->setFileSize(static_cast<int64_t>(copy.bytes));
+        entry.item->setDateCreated(copy.created);
+        entry.item->setAverageImageColor(copy.averageColor);
+        newPhotos.push_back(std::move(entry));
+    }
+    for (size_t i = 0; i < sounds.size(); ++i) {
+        // Zeros mean the whole file, and unlike the marker for it they survive being saved. The end is rounded up, so
+        // that a part which reaches the file's end still does.
+        SoundtrackSelection selection;
+        if (const auto& part = sounds[i].selection) {
+            selection.start = part->start;
+            selection.end = std::ceil(part->end * kSelectionUnits) / kSelectionUnits;
+            selection.length = selection.end - selection.start;
+        }
+        DocumentSoundtrack entry;
+        entry.item = MORSoundtrack::soundtrackWithURL(
+            NSURL::fileURLWithPath(copier.copyOf(photos.size() + i).path, false), selection);
+        entry.item->set_originalPath(NSURL::fileURLWithPath(sounds[i].path, false).path());
+        newSoundtracks.push_back(std::move(entry));
+    }
+    std::move(newPhotos.begin(), newPhotos.end(), std::back_inserter(photos_));
+    std::move(newSoundtracks.begin(), newSoundtracks.end(), std::back_inserter(soundtracks_));
+    for (std::string& path : copier.keep())
+        addedFiles_.push_back(std::move(path));
+    return true;
+}
+
+void Document::removePhoto(size_t index)
+{
+    removedFiles_.push_back(pathOf(photos_[index]));
+    photos_.erase(photos_.begin() + static_cast<ptrdiff_t>(index));
+}
+
+void Document::removeSoundtrack(size_t index)
+{
+    removedFiles_.push_back(pathOf(soundtracks_[index]));
+    soundtracks_.erase(soundtracks_.begin() + static_cast<ptrdiff_t>(index));
+}
+
+void Document::movePhoto(size_t from, size_t to)
+{
+    const auto at = [this](size_t index) { return photos_.begin() + static_cast<ptrdiff_t>(index); };
+    if (from < to)
+        std::rotate(at(from), at(from + 1), at(to + 1));
+    else
+        std::rotate(at(to), at(from), at(from + 1));
+}
+
+std::optional<NSData> Document::propertyList(NSError* error) const
+{
+    PropertyList::Dictionary dictionary = saved_;
+    PropertyList::Array photos;
+    PropertyList::Array soundtracks;
+    if (!writeEntries(photos_, photos, error) || !writeEntries(soundtracks_, soundtracks, error))
+        return std::nullopt;
+    dictionary.insert_or_assign(std::string(kPhotosKey), std::move(photos));
+    dictionary.insert_or_assign(std::string(kSoundtracksKey), std::move(soundtracks));
+    PropertyList::Dictionary settings;
+    if (const auto entry = saved_.find(kSettingsKey); entry != saved_.end())
+        settings = *entry->second.as<PropertyList::Dictionary>();
+    if (isNew_)
+        dictionary.insert_or_assign(std::string(kVersionKey), int64_t{kFormatVersion});
+    // Of a new document every setting is written, so that another program's defaults do not matter.
+    writeMovieSettings(isNew_ ? std::nullopt : std::optional(savedSettings_), settings_, settings);
+    dictionary.insert_or_assign(std::string(kSettingsKey), std::move(settings));
+    auto data = platform::dataWithPropertyList(PropertyList(std::move(dictionary)), error);
+    // What cannot be read again must not replace what can.
+    if (data && (data->size() > kMaxPropertyListBytes || !platform::propertyListWithData(*data))) {
+        refuse(error, kClientErrorOutOfRange, fmt::format("{} would hold too many items", location_.path()));
+        return std::nullopt;
+    }
+    return data;
+}
+
+bool Document::isUnchangedOnDisk(NSError* error) const
+{
+    NSError problem;
+    const auto bytes = NSFileManager::defaultManager().contentsAtURL(NSURL::fileURLWithPath(propertyListPath(), false),
+                                                                     kMaxPropertyListBytes, &problem);
+    if (bytes && *bytes == savedBytes_)
+        return true;
+    return refuse(
+        error, kClientErrorDocumentChanged,
+        fmt::format("{} was changed by another program since it was opened; nothing was saved", location_.path()));
+}
+
+void Document::setFolder(const std::string& path)
+{
+    moveURLs(photos_, folder_, path);
+    moveURLs(soundtracks_, folder_, path);
+    for (std::vector<std::string>* paths : {&addedFiles_, &removedFiles_})
+        for (std::string& file : *paths)
+            if (file.starts_with(folder_ + "/"))
+                file.replace(0, folder_.size(), path);
+    folder_ = path;
+}
+
+bool Document::save(NSError* error)
+{
+    auto& files = NSFileManager::defaultManager();
+    if (isNew_) {
+        // Saved forms hold paths, which should be those of the document that will be seen.
+        const std::string hidden = folder_;
+        setFolder(location_.path());
+        auto data = propertyList(error);
+        setFolder(hidden);
+        if (!data || !files.writeContents(*data, NSURL::fileURLWithPath(propertyListPath(), false), error))
+            return false;
+        NSError problem;
+        if (!files.moveItemAtURL(NSURL::fileURLWithPath(hidden, true), location_, &problem)) {
+            if (problem.domain == platform::kNSCocoaErrorDomain &&
+                problem.code == platform::kNSFileWriteFileExistsError)
+                return refuse(error, kClientErrorDocumentExists, fmt::format("{} is there already", location_.path()));
+            if (error)
+                *error = std::move(problem);
+            return false;
+        }
+        isNew_ = false;
+        setFolder(location_.path());
+        // It was held to tell others that somebody is at work on a document without a name.
+        lock_.reset();
+        adoptSaved(std::move(*data));
+        return true;
+    }
+
+    platform::FileDescriptor folder;
+    if (!lock_) {
+        folder = openFolder(folder_);
+        int polls = kSavePolls;
+        if (folder && !waitForLock(folder, [&polls] { return polls-- > 0; }))
+            return refuse(error, kClientErrorDocumentChanged,
+                          fmt::format("{} is being changed by another program; nothing was saved", location_.path()));
+    }
+    auto data = isUnchangedOnDisk(error) ? propertyList(error) : std::nullopt;
+    if (!data || !files.writeContents(*data, NSURL::fileURLWithPath(propertyListPath(), false), error))
+        return false;
+    adoptSaved(std::move(*data));
+    return true;
+}
+
+/// What is in memory is now also in the folder.
+void Document::adoptSaved(NSData written)
+{
+    const auto adopt = [](auto& entries) {
+        for (auto& entry : entries) {
+            auto data = entry.item ? entry.item->saveData() : std::nullopt;
+            if (!data || (entry.saved && data == entry.unchanged))
+                continue;
+            entry.saved = PropertyList(*data);
+            entry.unchanged = std::move(data);
+        }
+    };
+    adopt(photos_);
+    adopt(soundtracks_);
+    savedSettings_ = settings_;
+    // Just written, and read before that.
+    saved_ = *platform::propertyListWithData(written)->as<PropertyList::Dictionary>();
+    savedBytes_ = std::move(written);
+    addedFiles_.clear();
+
+    std::vector<std::string> unneeded;
+    for (std::string& path : removedFiles_)
+        if (!hasDamagedItems() && !isUsed(path))
+            unneeded.push_back(std::move(path));
+    removedFiles_.clear();
+    removeFiles(unneeded);
+}
+
+/// Only files among the resources: an item may have been given any location, and a link instead of a folder might lead
+/// to files of the user's.
+void Document::removeFiles(const std::vector<std::string>& paths) const
+{
+    const std::string resources = folder_ + "/" + std::string(kResources) + "/";
+    for (const std::string& path : paths) {
+        if (!path.starts_with(resources) || !staysInside(path.substr(resources.size())))
+            continue;
+        const std::filesystem::path relative = path.substr(folder_.size() + 1);
+        auto folder = openFolder(folder_);
+        for (const auto& part : relative.parent_path())
+            if (folder)
+                folder.reset(openat(folder.get(), part.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (folder)
+            unlinkat(folder.get(), relative.filename().c_str(), 0);
+    }
+}
+
+bool Document::isUsed(const std::string& path) const
+{
+    const auto uses = [&path](const auto& entry) { return pathOf(entry) == path; };
+    return std::any_of(photos_.begin(), photos_.end(), uses) ||
+           std::any_of(soundtracks_.begin(), soundtracks_.end(), uses);
+}
+
+bool Document::hasDamagedItems() const
+{
+    const auto isDamaged = [](const auto& entry) { return !entry.item; };
+    return std::any_of(photos_.begin(), photos_.end(), isDamaged) ||
+           std::any_of(soundtracks_.begin(), soundtracks_.end(), isDamaged);
+}
+
+std::vector<std::string> Document::unusedFiles() const
+{
+    std::vector<std::string> unused;
+    if (hasDamagedItems())
+        return unused;
+    std::set<std::string> used;
+    for (const DocumentPhoto& photo : photos_)
+        used.insert(pathOf(photo));
+    for (const DocumentSoundtrack& soundtrack : soundtracks_)
+        used.insert(pathOf(soundtrack));
+    for (const std::string_view name : {kPhotosFolder, kSoundtracksFolder}) {
+        std::error_code ignored;
+        for (auto entry = std::filesystem::directory_iterator(folder_ + "/" + std::string(name), ignored);
+             entry != std::filesystem::directory_iterator(); entry.increment(ignored))
+            if (!used.contains(entry->path().native()))
+                unused.push_back(entry->path().native());
+    }
+    std::sort(unused.begin(), unused.end());
+    return unused;
+}
+
+std::string pathOf(const DocumentPhoto& photo)
+{
+    const auto url = photo.item ? photo.item->photoURL() : std::nullopt;
+    return url ? url->path() : std::string();
+}
+
+std::string pathOf(const DocumentSoundtrack& soundtrack)
+{
+    const auto url = soundtrack.item ? soundtrack.item->soundtrackURL() : std::nullopt;
+    return url ? url->path() : std::string();
+}
+
+SoundArgument soundArgumentOf(const MORSoundtrack& soundtrack)
+{
+    const auto url = soundtrack.soundtrackURL();
+    SoundArgument argument{url ? url->path() : std::string(), std::nullopt, std::nullopt};
+    const SoundtrackSelection selection = soundtrack.selection();
+    // The marker's length is lost when it is saved.
+    const bool isMarker = selection.start == kNoSelection.start && selection.end == kNoSelection.end;
+    if (!isMarker && selection != SoundtrackSelection{}) {
+        argument.start = selection.start;
+        argument.end = selection.end;
+    }
+    return argument;
+}

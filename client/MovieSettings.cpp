@@ -1,0 +1,133 @@
+#include "client/MovieSettings.h"
+
+#include "client/MoviePlan.h"
+#include "client/MovieTitle.h"
+#include "client/Text.h"
+
+#include <algorithm>
+
+#include <fmt/format.h>
+
+using platform::PropertyList;
+
+namespace {
+
+constexpr std::string_view kSecondsPerPhotoKey = "secondsPerPhoto";
+constexpr std::string_view kQualityKey = "quality";
+constexpr std::string_view kCodecKey = "codec";
+constexpr std::string_view kLoopsSoundsKey = "loopsSoundtracks";
+constexpr std::string_view kFitsMusicKey = "fitsMusic";
+constexpr std::string_view kFillsSilenceKey = "fillsSilence";
+constexpr std::string_view kReducesBordersKey = "reducesBorders";
+constexpr std::string_view kTitleKey = "title";
+
+static_assert(MovieSettings().secondsPerPhoto == kDefaultSecondsPerPhoto);
+
+/// Longer texts of a file are not repeated in a sentence.
+constexpr size_t kMaxQuotedBytes = 60;
+
+std::string quoted(const std::string& text)
+{
+    return fmt::format("\"{}\"", prefixOfBytes(printable(text), kMaxQuotedBytes));
+}
+
+class Reader final {
+public:
+    Reader(const PropertyList::Dictionary& saved, std::vector<std::string>& faults) : saved_(saved), faults_(faults) {}
+
+    template <typename T>
+    void read(std::string_view key, T& value) const
+    {
+        if (const PropertyList* object = find(key)) {
+            if (const T* found = object->as<T>())
+                value = *found;
+            else
+                fault(key, "is of another kind");
+        }
+    }
+
+    const PropertyList* find(std::string_view key) const
+    {
+        const auto entry = saved_.find(key);
+        return entry == saved_.end() ? nullptr : &entry->second;
+    }
+    void fault(std::string_view key, const std::string& what) const
+    {
+        faults_.push_back(fmt::format("the setting \"{}\" {}", key, what));
+    }
+
+private:
+    const PropertyList::Dictionary& saved_;
+    std::vector<std::string>& faults_;
+};
+
+/// A number of either kind: other programs write whole numbers as integers.
+std::optional<double> numberOf(const PropertyList& object)
+{
+    if (const auto* number = object.as<double>())
+        return *number;
+    if (const auto* number = object.as<int64_t>())
+        return static_cast<double>(*number);
+    return std::nullopt;
+}
+
+} // namespace
+
+MovieSettings readMovieSettings(const PropertyList::Dictionary& saved, std::vector<std::string>& faults)
+{
+    const Reader reader(saved, faults);
+    MovieSettings settings;
+    if (const PropertyList* object = reader.find(kSecondsPerPhotoKey)) {
+        const auto seconds = numberOf(*object);
+        if (seconds && *seconds >= kMinSecondsPerPhoto && *seconds <= kMaxSecondsPerPhoto)
+            settings.secondsPerPhoto = *seconds;
+        else
+            reader.fault(kSecondsPerPhotoKey,
+                         seconds ? fmt::format("is out of range: {}", *seconds) : "is of another kind");
+    }
+    reader.read(kQualityKey, settings.quality);
+    std::string codec = settings.codec;
+    reader.read(kCodecKey, codec);
+    if (std::find(kMovieCodecs.begin(), kMovieCodecs.end(), codec) != kMovieCodecs.end())
+        settings.codec = codec;
+    else
+        reader.fault(kCodecKey, fmt::format("is {}, which is no codec", quoted(codec)));
+    reader.read(kLoopsSoundsKey, settings.loopsSounds);
+    reader.read(kFitsMusicKey, settings.fitsMusic);
+    reader.read(kFillsSilenceKey, settings.fillsSilence);
+    reader.read(kReducesBordersKey, settings.reducesBorders);
+    if (reader.find(kTitleKey)) {
+        std::string title;
+        const size_t before = faults.size();
+        reader.read(kTitleKey, title);
+        if (faults.size() == before) {
+            if (const auto fault = faultOfTitle(title))
+                reader.fault(kTitleKey, fmt::format("is {}, which {}", quoted(title), *fault));
+            else
+                settings.title = title;
+        }
+    }
+    return settings;
+}
+
+void writeMovieSettings(const std::optional<MovieSettings>& before, const MovieSettings& after,
+                        PropertyList::Dictionary& saved)
+{
+    const auto write = [&](std::string_view key, auto member) {
+        if (!before || *before.*member != after.*member)
+            saved.insert_or_assign(std::string(key), PropertyList(after.*member));
+    };
+    write(kSecondsPerPhotoKey, &MovieSettings::secondsPerPhoto);
+    write(kQualityKey, &MovieSettings::quality);
+    write(kCodecKey, &MovieSettings::codec);
+    write(kLoopsSoundsKey, &MovieSettings::loopsSounds);
+    write(kFitsMusicKey, &MovieSettings::fitsMusic);
+    write(kFillsSilenceKey, &MovieSettings::fillsSilence);
+    write(kReducesBordersKey, &MovieSettings::reducesBorders);
+    if (before && before->title == after.title)
+        return;
+    if (after.title)
+        saved.insert_or_assign(std::string(kTitleKey), PropertyList(*after.title));
+    else
+        saved.erase(std::string(kTitleKey));
+}

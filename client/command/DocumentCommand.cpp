@@ -1,0 +1,341 @@
+#include "client/command/DocumentCommand.h"
+
+#include "client/ClientError.h"
+#include "client/Document.h"
+#include "client/DocumentCheck.h"
+#include "client/Localization.h"
+#include "client/MovieTitle.h"
+#include "client/PhotoCheck.h"
+#include "client/PhotoListing.h"
+#include "client/SoundCheck.h"
+#include "client/Text.h"
+#include "client/command/DocumentListing.h"
+#include "client/command/DocumentOptions.h"
+#include "client/command/MovieCommand.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <string_view>
+#include <utility>
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+
+namespace {
+
+using platform::NSError;
+using platform::NSURL;
+
+ExitStatus statusOf(const NSError& error)
+{
+    const bool isInput = error.domain == kClientErrorDomain &&
+                         (error.code == kClientErrorNoDocument || error.code == kClientErrorDocumentDamaged ||
+                          error.code == kClientErrorDocumentTooNew);
+    return isInput ? kExitBadInput : kExitFailed;
+}
+
+bool isCancel(const NSError& error)
+{
+    return error.domain == kClientErrorDomain && error.code == kClientErrorCancelled;
+}
+
+bool exists(const std::string& path)
+{
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0;
+}
+
+/// A document may be given without its extension.
+NSURL locationOfDocument(const std::string& given)
+{
+    const std::string withExtension = given + "." + std::string(kDocumentExtension);
+    return NSURL::fileURLWithPath(
+        !given.ends_with('/') && !exists(given) && exists(withExtension) ? withExtension : given, true);
+}
+
+/// What is to go into a document, and what of it cannot.
+struct Filling {
+    std::vector<PhotoFacts> photos;
+    std::vector<SoundFacts> sounds;
+    std::vector<BadInput> badPhotos;
+    std::vector<BadInput> badSounds;
+    bool isCancelled = false;
+};
+
+/// A sound is known by the extension of its name, or by the part of it that is given.
+bool isSound(const std::string& text, const SoundArgument& sound)
+{
+    const bool isPart = sound.path != text;
+    return isSoundExtension(platform::pathExtension(sound.path)) || (isPart && !exists(text) && exists(sound.path));
+}
+
+Filling fillingOf(const DocumentFillOptions& options, MovieCommand& command)
+{
+    Filling filling;
+    std::vector<PhotoCandidate> candidates;
+    std::vector<SoundArgument> sounds;
+    for (const std::string& file : options.files) {
+        struct stat status = {};
+        const bool isFolder = stat(file.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+        if (const SoundArgument sound = soundOf(file); !isFolder && isSound(file, sound)) {
+            sounds.push_back(sound);
+            continue;
+        }
+        PhotoListing listing = listPhotos({file}, FolderSounds::Listed);
+        std::move(listing.candidates.begin(), listing.candidates.end(), std::back_inserter(candidates));
+        for (BadPhoto& photo : listing.bad)
+            filling.badPhotos.push_back({std::move(photo.path), std::move(photo.reason)});
+        for (const std::string& text : listing.notes)
+            command.note(text);
+        for (std::string& sound : listing.sounds)
+            sounds.push_back({std::move(sound), std::nullopt, std::nullopt});
+    }
+    sounds.insert(sounds.end(), options.movie.sounds.begin(), options.movie.sounds.end());
+
+    CheckedPhotos photos =
+        checkPhotos(candidates, [&](size_t done) { return command.photosChecked(done, candidates.size()); });
+    command.clearProgress();
+    filling.isCancelled = photos.isCancelled;
+    if (filling.isCancelled)
+        return filling;
+    if (photos.passedOver > 0)
+        command.note(counted(photos.passedOver, "more file") + " passed over, since no photos or sounds");
+    for (BadPhoto& photo : photos.bad)
+        filling.badPhotos.push_back({std::move(photo.path), std::move(photo.reason)});
+    filling.photos = std::move(photos.good);
+    CheckedSounds checkedSounds = checkSounds(sounds);
+    for (BadSound& sound : checkedSounds.bad)
+        filling.badSounds.push_back({std::move(sound.path), std::move(sound.reason)});
+    filling.sounds = std::move(checkedSounds.good);
+    return filling;
+}
+
+/// Copies files into a document and saves it.
+int fill(Document& document, const DocumentFillOptions& options, MovieCommand& command)
+{
+    const Filling filling = fillingOf(options, command);
+    if (filling.isCancelled)
+        return command.stopped();
+    const bool isBad = !filling.badPhotos.empty() || !filling.badSounds.empty();
+    if (isBad && !options.movie.skipsBad)
+        return command.refuseBadInput(filling.badPhotos, filling.badSounds, "; --skip-bad leaves out what cannot");
+    for (const std::vector<BadInput>& files : {filling.badPhotos, filling.badSounds})
+        for (const BadInput& file : files)
+            command.note(fmt::format("left out: {}: {}", file.path, file.reason));
+    if (filling.photos.empty() && filling.sounds.empty() && isBad)
+        return command.fail(kExitBadInput, "none of the files can be used");
+
+    NSError error;
+    uint64_t bytes = 0;
+    const auto tellCopying = [&](const CopyProgress& progress) {
+        bytes = progress.byteCount;
+        const double fraction = progress.byteCount > 0
+                                    ? static_cast<double>(progress.bytesDone) / static_cast<double>(progress.byteCount)
+                                    : 1.0;
+        if (progress.fileCount > 0)
+            command.teller().stepDone(localized("Copying the files"), fraction, progress.filesDone, progress.fileCount);
+        return !command.isCancelled();
+    };
+    const bool isDone = document.add(filling.photos, filling.sounds, tellCopying, &error) && document.save(&error);
+    command.clearProgress();
+    if (!isDone)
+        return isCancel(error) ? command.stopped() : command.fail(statusOf(error), error.localizedDescription);
+    command.note(fmt::format("{}, {}, {} copied", counted(filling.photos.size(), "photo"),
+                             counted(filling.sounds.size(), "sound"), bytesText(static_cast<double>(bytes))));
+    JSONWriter result;
+    result.add("ok", true).add("cancelled", false).add("document", document.location().path()).addNull("error");
+    result.add("photos", static_cast<int64_t>(filling.photos.size()));
+    result.add("soundtracks", static_cast<int64_t>(filling.sounds.size())).add("bytes", static_cast<int64_t>(bytes));
+    return command.succeed(document.location().path(), result);
+}
+
+MovieCommand::Output outputOf(bool isJSON, bool isQuiet, std::string_view product)
+{
+    return {isJSON, isQuiet, product};
+}
+
+int runNew(const DocumentFillOptions& options)
+{
+    MovieCommand command(outputOf(options.movie.isJSON, options.movie.isQuiet, "document"));
+    NSError error;
+    const auto document = Document::create(NSURL::fileURLWithPath(options.document, true), &error);
+    if (!document)
+        return command.fail(statusOf(error), error.localizedDescription);
+    document->setSettings(settingsOf(options.movie));
+    return fill(*document, options, command);
+}
+
+int runAdd(const DocumentFillOptions& options)
+{
+    MovieCommand command(outputOf(options.movie.isJSON, options.movie.isQuiet, "document"));
+    NSError error;
+    bool isWaitTold = false;
+    const auto waits = [&] {
+        if (!std::exchange(isWaitTold, true))
+            command.note(fmt::format("waiting for another program that changes {}", options.document));
+        return !command.isCancelled();
+    };
+    const auto document = Document::loadForChange(locationOfDocument(options.document), waits, &error);
+    if (!document)
+        return isCancel(error) ? command.stopped() : command.fail(statusOf(error), error.localizedDescription);
+    for (const BadItem& item : badItemsOf(*document))
+        command.note(fmt::format("{}: {}", item.path, item.reason));
+    return fill(*document, options, command);
+}
+
+int runList(const DocumentLookOptions& options)
+{
+    MovieCommand command(outputOf(false, options.isQuiet, "listing"));
+    NSError error;
+    const auto document = Document::load(locationOfDocument(options.document), &error);
+    if (!document)
+        return command.fail(statusOf(error), error.localizedDescription);
+    if (options.isJSON)
+        fmt::print("{}\n", listingAsJSON(*document).text());
+    else
+        fmt::print("{}", listingOf(*document));
+    if (std::fflush(stdout) != 0 || std::ferror(stdout))
+        return command.fail(kExitFailed, "the listing could not be written to standard output");
+    const std::vector<BadItem> bad = badItemsOf(*document);
+    for (const BadItem& item : bad)
+        command.complain(fmt::format("{}: {}", item.path, item.reason));
+    return bad.empty() && document->settingFaults().empty() ? kExitDone : kExitBadInput;
+}
+
+int runCheck(const DocumentLookOptions& options)
+{
+    MovieCommand command(outputOf(false, options.isQuiet || options.isJSON, "check"));
+    NSError error;
+    const auto document = Document::load(locationOfDocument(options.document), &error);
+    if (!document)
+        return command.fail(statusOf(error), error.localizedDescription);
+    const CheckedDocument checked =
+        checkDocument(*document, [&](size_t done) { return command.photosChecked(done, document->photos().size()); });
+    command.clearProgress();
+    if (checked.isCancelled)
+        return command.stopped();
+
+    const std::vector<std::string> unused = document->unusedFiles();
+    const bool isGood = checked.bad.empty() && checked.changed.empty() && document->settingFaults().empty();
+    if (options.isJSON) {
+        std::vector<JSONWriter> bad;
+        for (const BadItem& item : checked.bad)
+            bad.push_back(JSONWriter()
+                              .add("kind", item.kind == BadItem::Kind::Photo ? "photo" : "soundtrack")
+                              .add("number", static_cast<int64_t>(item.index + 1))
+                              .add("path", item.path)
+                              .add("reason", item.reason));
+        JSONWriter result;
+        result.add("document", document->location().path()).add("ok", isGood);
+        result.add("photos", static_cast<int64_t>(document->photos().size()));
+        result.add("soundtracks", static_cast<int64_t>(document->soundtracks().size()));
+        result.add("bad", bad).add("changed", checked.changed).add("settingFaults", document->settingFaults());
+        fmt::print("{}\n", result.add("unused", unused).text());
+    } else {
+        for (const BadItem& item : checked.bad)
+            command.complain(fmt::format("{}: {}", item.path, item.reason));
+        for (const std::vector<std::string>& faults : {checked.changed, document->settingFaults()})
+            for (const std::string& fault : faults)
+                command.complain(fault);
+        for (const std::string& path : unused)
+            command.note(fmt::format("{} belongs to no photo and no sound", path));
+        if (isGood)
+            command.note(fmt::format("{} and {} can be used", counted(checked.photos.size(), "photo"),
+                                     counted(checked.sounds.size(), "soundtrack")));
+    }
+    if (std::fflush(stdout) != 0 || std::ferror(stdout))
+        return command.fail(kExitFailed, "the result could not be written to standard output");
+    return isGood ? kExitDone : kExitBadInput;
+}
+
+MovieSettings settingsFor(const Document& document, const CreateOptions& options)
+{
+    MovieSettings settings = document.settings();
+    if (options.seconds) {
+        settings.secondsPerPhoto = *options.seconds;
+        settings.fitsMusic = false;
+    }
+    if (options.isQualityGiven)
+        settings.quality = options.quality;
+    if (options.isCodecGiven)
+        settings.codec = options.codec;
+    if (options.title)
+        settings.title = options.title;
+    return settings;
+}
+
+int runRender(const DocumentRenderOptions& options)
+{
+    const CreateOptions& wish = options.movie;
+    MovieCommand command(outputOf(wish.isJSON, wish.isQuiet, "movie"));
+    NSError error;
+    const auto document = Document::load(locationOfDocument(options.document), &error);
+    if (!document)
+        return command.fail(statusOf(error), error.localizedDescription);
+    const MovieSettings settings = settingsFor(*document, wish);
+    const std::string title = settings.title.value_or(document->name());
+    if (const auto fault = faultOfTitle(title))
+        return command.fail(kExitUsage, fmt::format("the movie cannot have the document's name, which {}; give it a "
+                                                    "name with --title",
+                                                    *fault));
+
+    CheckedDocument checked =
+        checkDocument(*document, [&](size_t done) { return command.photosChecked(done, document->photos().size()); });
+    command.clearProgress();
+    if (checked.isCancelled)
+        return command.stopped();
+    std::vector<BadInput> badPhotos;
+    std::vector<BadInput> badSounds;
+    for (const BadItem& item : checked.bad)
+        (item.kind == BadItem::Kind::Photo ? badPhotos : badSounds).push_back({item.path, item.reason});
+    if (!checked.bad.empty() && !wish.skipsBad)
+        return command.refuseBadInput(badPhotos, badSounds, "; --skip-bad leaves out what cannot");
+    for (const BadItem& item : checked.bad)
+        command.note(fmt::format("left out: {}: {}", item.path, item.reason));
+    for (const std::vector<std::string>& faults : {checked.changed, document->settingFaults()})
+        for (const std::string& fault : faults)
+            command.note(fault);
+    if (!document->settingFaults().empty() && !wish.skipsBad)
+        return command.fail(kExitBadInput,
+                            fmt::format("the settings of {} cannot be used", document->location().path()));
+    if (checked.photos.empty())
+        return command.fail(kExitBadInput, document->photos().empty()
+                                               ? fmt::format("there are no photos in {}", document->location().path())
+                                               : "no photo can be used");
+    if (settings.fitsMusic && checked.sounds.empty())
+        return command.fail(kExitBadInput,
+                            fmt::format("the photos of {} are to share the length of the music, and there is none",
+                                        document->location().path()));
+    return command.makeMovie(std::move(checked.photos), std::move(checked.sounds), settings, title,
+                             settings.title ? std::nullopt : std::optional(document->location()), wish.saveFolder);
+}
+
+struct Verb {
+    std::string_view name;
+    int (*run)(const std::vector<std::string>& arguments);
+};
+
+constexpr std::array<Verb, 5> kVerbs{{
+    {"new", runParsed<DocumentFillOptions, parseDocumentNew, runNew>},
+    {"add", runParsed<DocumentFillOptions, parseDocumentAdd, runAdd>},
+    {"list", runParsed<DocumentLookOptions, parseDocumentList, runList>},
+    {"check", runParsed<DocumentLookOptions, parseDocumentCheck, runCheck>},
+    {"render", runParsed<DocumentRenderOptions, parseDocumentRender, runRender>},
+}};
+
+} // namespace
+
+int runDocumentCommand(const std::vector<std::string>& arguments)
+{
+    if (arguments.empty())
+        return give(usageError("document new, add, list, check or render?", "document"));
+    const std::string& name = arguments.front();
+    if (name == "--help" || name == "-h" || name == "help")
+        return give({documentHelp(), kExitDone});
+    const auto verb = std::find_if(kVerbs.begin(), kVerbs.end(), [&](const Verb& each) { return each.name == name; });
+    if (verb == kVerbs.end())
+        return give(usageError(
+            fmt::format("there is no {} {}", name.starts_with('-') ? "option" : "command document", name), "document"));
+    return verb->run({arguments.begin() + 1, arguments.end()});
+}

@@ -1,0 +1,228 @@
+#include "client/command/DocumentListing.h"
+
+#include "client/Text.h"
+#include "platform/foundation/NSURL.h"
+#include "platform/media/AVURLAsset.h"
+#include "platform/media/CMTime.h"
+
+#include <algorithm>
+#include <cmath>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include <fmt/format.h>
+
+namespace {
+
+/// Longer names of files are cut, so that the columns behind them stay on the screen.
+constexpr int kMaxNameColumns = 32;
+
+std::string nameOf(const std::string& path)
+{
+    return platform::lastPathComponent(path);
+}
+
+/// "#4080ff"; nothing where no colour is known.
+std::optional<std::string> colorText(const MORPhoto& photo)
+{
+    const auto color = photo.averageImageColor();
+    if (!color)
+        return std::nullopt;
+    const auto byte = [](double component) { return std::lround(std::clamp(component, 0.0, 1.0) * 255); };
+    return fmt::format("#{:02x}{:02x}{:02x}", byte(color->red), byte(color->green), byte(color->blue));
+}
+
+struct SoundFactsOfList {
+    /// Of the file; nothing where it cannot be told.
+    std::optional<double> fileSeconds;
+    /// What is played of it.
+    double start = 0;
+    std::optional<double> end;
+    bool isWhole = true;
+
+    std::optional<double> seconds() const { return end ? std::optional(*end - start) : std::nullopt; }
+};
+
+SoundFactsOfList factsOf(const DocumentSoundtrack& soundtrack)
+{
+    SoundFactsOfList facts;
+    const SoundArgument argument = soundArgumentOf(*soundtrack.item);
+    if (soundtrack.state == DocumentSoundtrack::State::Good) {
+        const auto asset = platform::AVURLAsset::URLAssetWithURL(*soundtrack.item->soundtrackURL());
+        if (const double seconds = platform::CMTimeGetSeconds(asset->duration()); std::isfinite(seconds))
+            facts.fileSeconds = seconds;
+    }
+    facts.isWhole = !argument.start && !argument.end;
+    facts.start = argument.start.value_or(0);
+    facts.end = facts.isWhole ? facts.fileSeconds : argument.end;
+    return facts;
+}
+
+std::string padded(const std::string& text, int columns)
+{
+    return text + std::string(static_cast<size_t>(std::max(columns - displayWidth(text), 0)), ' ');
+}
+
+template <typename Entry>
+std::string shownName(const Entry& entry)
+{
+    const std::string path = pathOf(entry);
+    return cutToWidth(path.empty() ? "?" : printable(nameOf(path)), kMaxNameColumns, "...");
+}
+
+template <typename Entry>
+int nameColumns(const std::vector<Entry>& entries)
+{
+    int columns = 0;
+    for (const Entry& entry : entries)
+        columns = std::max(columns, displayWidth(shownName(entry)));
+    return columns;
+}
+
+std::string sizeText(platform::CGSize size)
+{
+    return fmt::format("{:.0f} x {:.0f}", size.width, size.height);
+}
+
+std::string soundText(const DocumentSoundtrack& soundtrack)
+{
+    const SoundFactsOfList facts = factsOf(soundtrack);
+    const std::string length = facts.seconds() ? secondsText(*facts.seconds()) : "?";
+    if (facts.isWhole)
+        return length;
+    return fmt::format("{}, from {} to {}", length, secondsText(facts.start), secondsText(*facts.end));
+}
+
+template <typename Entry>
+std::string linesOf(const char* title, const std::vector<Entry>& entries,
+                    const std::function<std::string(const Entry&)>& details)
+{
+    std::string text = fmt::format("{}:{}\n", title, entries.empty() ? " none" : "");
+    const int columns = nameColumns(entries);
+    for (size_t i = 0; i < entries.size(); ++i) {
+        const Entry& entry = entries[i];
+        std::string line = fmt::format("  {:>4}  {}", i + 1, padded(shownName(entry), columns));
+        if (entry.item)
+            if (const std::string more = details(entry); !more.empty())
+                line += "  " + more;
+        if (!entry.fault.empty())
+            line += "  " + printable(entry.fault);
+        text += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
+    }
+    return text;
+}
+
+std::string settingsText(const Document& document)
+{
+    const MovieSettings& settings = document.settings();
+    std::vector<std::string> parts;
+    parts.push_back(settings.fitsMusic ? "photos share the length of the music"
+                                       : secondsText(settings.secondsPerPhoto) + " a photo");
+    parts.push_back(settings.quality > 0 ? fmt::format("quality {}", settings.quality) : "automatic quality");
+    parts.push_back("codec " + settings.codec);
+    if (settings.loopsSounds)
+        parts.emplace_back("music repeats");
+    if (!settings.fillsSilence)
+        parts.emplace_back("no silence added");
+    if (settings.reducesBorders)
+        parts.emplace_back("borders reduced");
+    if (settings.title)
+        parts.push_back(fmt::format("title \"{}\"", printable(*settings.title)));
+    std::string text = fmt::format("Settings:\n  {}\n", fmt::join(parts, ", "));
+    for (const std::string& fault : document.settingFaults())
+        text += fmt::format("  {}\n", fault);
+    return text;
+}
+
+JSONWriter photoAsJSON(const DocumentPhoto& photo)
+{
+    JSONWriter json;
+    if (!photo.item)
+        return json.add("state", "damaged").add("reason", photo.fault).addNull("path");
+    const bool isGood = photo.state == DocumentPhoto::State::Good;
+    json.add("state", isGood ? "good" : "missing");
+    if (isGood)
+        json.addNull("reason");
+    else
+        json.add("reason", photo.fault);
+    json.add("path", pathOf(photo)).add("title", photo.item->title().value_or(""));
+    json.add("width", photo.item->size().width).add("height", photo.item->size().height);
+    json.add("bytes", photo.item->fileSize());
+    if (const auto color = colorText(*photo.item))
+        json.add("color", *color);
+    else
+        json.addNull("color");
+    if (const auto date = photo.item->dateCreated())
+        json.add("created", date->timeIntervalSinceReferenceDate + platform::kTimeIntervalSince1970);
+    else
+        json.addNull("created");
+    return json.add("featured", photo.item->isFeatured());
+}
+
+JSONWriter soundtrackAsJSON(const DocumentSoundtrack& soundtrack)
+{
+    JSONWriter json;
+    if (!soundtrack.item)
+        return json.add("state", "damaged").add("reason", soundtrack.fault).addNull("path");
+    const bool isGood = soundtrack.state == DocumentSoundtrack::State::Good;
+    json.add("state", isGood ? "good" : "missing");
+    if (isGood)
+        json.addNull("reason");
+    else
+        json.add("reason", soundtrack.fault);
+    const auto addSeconds = [&json](std::string_view key, std::optional<double> seconds) {
+        if (seconds)
+            json.add(key, *seconds);
+        else
+            json.addNull(key);
+    };
+    const SoundFactsOfList facts = factsOf(soundtrack);
+    json.add("path", pathOf(soundtrack)).add("originalPath", soundtrack.item->_originalPath().value_or(""));
+    json.add("whole", facts.isWhole).add("start", facts.start);
+    addSeconds("end", facts.end);
+    addSeconds("seconds", facts.seconds());
+    addSeconds("fileSeconds", facts.fileSeconds);
+    return json;
+}
+
+} // namespace
+
+std::string counted(size_t count, const std::string& name)
+{
+    return fmt::format("{} {}{}", count, name, count == 1 ? "" : "s");
+}
+
+std::string listingOf(const Document& document)
+{
+    return linesOf<DocumentPhoto>("Photos", document.photos(),
+                                  [](const DocumentPhoto& photo) {
+                                      return fmt::format("{:>11}  {:>8}  {}", sizeText(photo.item->size()),
+                                                         bytesText(static_cast<double>(photo.item->fileSize())),
+                                                         colorText(*photo.item).value_or(""));
+                                  }) +
+           linesOf<DocumentSoundtrack>("Soundtracks", document.soundtracks(), soundText) + settingsText(document);
+}
+
+JSONWriter listingAsJSON(const Document& document)
+{
+    std::vector<JSONWriter> photos;
+    for (const DocumentPhoto& photo : document.photos())
+        photos.push_back(photoAsJSON(photo));
+    std::vector<JSONWriter> soundtracks;
+    for (const DocumentSoundtrack& soundtrack : document.soundtracks())
+        soundtracks.push_back(soundtrackAsJSON(soundtrack));
+    const MovieSettings& settings = document.settings();
+    JSONWriter kept;
+    kept.add("secondsPerPhoto", settings.secondsPerPhoto).add("quality", settings.quality);
+    kept.add("codec", settings.codec).add("loopsSoundtracks", settings.loopsSounds);
+    kept.add("fitsMusic", settings.fitsMusic).add("fillsSilence", settings.fillsSilence);
+    kept.add("reducesBorders", settings.reducesBorders);
+    if (settings.title)
+        kept.add("title", *settings.title);
+    else
+        kept.addNull("title");
+    JSONWriter json;
+    json.add("document", document.location().path()).add("photos", photos).add("soundtracks", soundtracks);
+    return json.add("settings", kept).add("settingFaults", document.settingFaults());
+}

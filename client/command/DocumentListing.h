@@ -1,0 +1,15 @@
+#pragma once
+
+#include "client/Document.h"
+#include "client/JSONWriter.h"
+
+#include <string>
+
+/// What is in a document, for a reader: lines with a line end each.
+std::string listingOf(const Document& document);
+
+/// The same for a program.
+JSONWriter listingAsJSON(const Document& document);
+
+/// "photos", "soundtracks" and the like, with a count.
+std::string counted(size_t count, const std::string& name);
