@@ -10,6 +10,7 @@ extern "C" {
 #include <libavutil/channel_layout.h>
 #include <libavutil/intreadwrite.h>
 #include <libavutil/mathematics.h>
+#include <libavutil/opt.h>
 #include <libavutil/samplefmt.h>
 #include <libswresample/swresample.h>
 }
@@ -364,6 +365,8 @@ private:
         av_channel_layout_uninit(&from);
         av_channel_layout_uninit(&to);
         mixer_.reset(context);
+        // Several channels at once must not become louder than one can be.
+        av_opt_set_double(context, "rematrix_maxval", 1, 0);
         if (result < 0 || swr_init(mixer_.get()) < 0) {
             mixer_.reset();
             return false;

@@ -17,7 +17,9 @@ extern "C" {
 #include <cstring>
 #include <fstream>
 #include <numeric>
+#include <span>
 #include <string_view>
+#include <utility>
 
 namespace platform {
 namespace {
@@ -27,6 +29,9 @@ struct GaplessTag {
     int64_t delay = 0;
     /// Samples between delay and padding; nothing where the tag does not say.
     std::optional<int64_t> length;
+    /// Where in the file the frame lies that holds the tag, and to how many samples it decodes.
+    int64_t position = -1;
+    int64_t frameLength = 0;
 };
 
 bool isFormat(const AVFormatContext& input, std::string_view name)
@@ -56,6 +61,43 @@ size_t sizeOfID3(const std::array<uint8_t, 10>& header)
     return size + (hasFooter ? 20 : 10);
 }
 
+/// Bytes of the frame of MPEG sound, layer 3, that starts here; 0 if none does.
+size_t sizeOfMP3Frame(std::span<const uint8_t> bytes)
+{
+    if (bytes.size() < 4 || bytes[0] != 0xFF || (bytes[1] & 0xE6) != 0xE2)
+        return 0;
+    const unsigned version = bytes[1] >> 3 & 3;
+    const unsigned bitRateIndex = bytes[2] >> 4;
+    const unsigned rateIndex = bytes[2] >> 2 & 3;
+    constexpr unsigned kReservedVersion = 1;
+    if (version == kReservedVersion || bitRateIndex == 0 || bitRateIndex == 15 || rateIndex == 3)
+        return 0;
+    // In kbit/s: for version 1, and for the versions of lower rates.
+    constexpr std::array<size_t, 15> kBitRates = {0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320};
+    constexpr std::array<size_t, 15> kLowBitRates = {0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160};
+    constexpr std::array<size_t, 3> kSampleRates = {44100, 48000, 32000};
+    const bool isVersion1 = version == 3;
+    const size_t rate = kSampleRates[rateIndex] / (isVersion1 ? 1 : version == 2 ? 2 : 4);
+    const size_t bitRate = 1000 * (isVersion1 ? kBitRates : kLowBitRates)[bitRateIndex];
+    return (isVersion1 ? 144 : 72) * bitRate / rate + (bytes[2] >> 1 & 1);
+}
+
+/// Where the first frame starts. Noise has what looks like one, but hardly another of its kind right behind it.
+std::optional<size_t> firstFrameOfMP3(std::span<const uint8_t> bytes)
+{
+    for (size_t at = 0; at + 4 <= bytes.size(); ++at) {
+        const auto frame = bytes.subspan(at);
+        const size_t size = sizeOfMP3Frame(frame);
+        if (size == 0 || size + 4 > frame.size() || sizeOfMP3Frame(frame.subspan(size)) == 0)
+            continue;
+        const bool isAlike =
+            (frame[1] & 0xFE) == (frame[size + 1] & 0xFE) && (frame[2] & 0x0C) == (frame[size + 2] & 0x0C);
+        if (isAlike)
+            return at;
+    }
+    return std::nullopt;
+}
+
 /// What the frame of information at the start of an MP3 file says of delay, padding and length.
 std::optional<GaplessTag> gaplessTagOfMP3(const NSURL& url)
 {
@@ -77,13 +119,10 @@ std::optional<GaplessTag> gaplessTagOfMP3(const NSURL& url)
     file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
     bytes.resize(static_cast<size_t>(file.gcount()));
 
-    // The first frame: 11 bits of ones, layer 3, a valid bit rate.
-    size_t frame = 0;
-    while (frame + 200 < bytes.size() &&
-           !(bytes[frame] == 0xFF && (bytes[frame + 1] & 0xE6) == 0xE2 && (bytes[frame + 2] & 0xF0) != 0xF0))
-        ++frame;
-    if (frame + 200 >= bytes.size())
+    const auto first = firstFrameOfMP3(bytes);
+    if (!first)
         return std::nullopt;
+    const size_t frame = *first;
     const bool isMPEG1 = (bytes[frame + 1] & 0x18) == 0x18;
     const bool isMono = (bytes[frame + 3] & 0xC0) == 0xC0;
     const size_t sideInformation = isMPEG1 ? (isMono ? 17 : 32) : (isMono ? 9 : 17);
@@ -114,9 +153,10 @@ std::optional<GaplessTag> gaplessTagOfMP3(const NSURL& url)
     const int64_t endPad = pads & 0xFFF;
     // The decoder's own delay comes on top of the encoder's.
     constexpr int64_t kDecoderDelay = 528 + 1;
-    GaplessTag result{startPad + kDecoderDelay, std::nullopt};
+    const int64_t frameLength = isMPEG1 ? 1152 : 576;
+    GaplessTag result{startPad + kDecoderDelay, std::nullopt, start + static_cast<int64_t>(frame), frameLength};
     if (frames > 0)
-        result.length = frames * (isMPEG1 ? 1152 : 576) - startPad - endPad;
+        result.length = frames * frameLength - startPad - endPad;
     return result;
 }
 
@@ -139,7 +179,7 @@ std::optional<GaplessTag> gaplessTagOfCAF(const NSURL& url)
             const auto priming = static_cast<int32_t>(AV_RB32(bytes.data() + 16));
             if (priming < 0 || validFrames <= 0)
                 return std::nullopt;
-            return GaplessTag{priming, validFrames};
+            return GaplessTag{.delay = priming, .length = validFrames};
         }
         if (size < 0 || size > INT64_MAX / 2)
             return std::nullopt;
@@ -159,24 +199,51 @@ std::optional<GaplessTag> gaplessTagOfMovie(const AVFormatContext& input)
     unsigned long long length = 0;
     if (std::sscanf(entry->value, "%*x %x %x %llx", &delay, &padding, &length) != 3 || length > INT64_MAX)
         return std::nullopt;
-    return GaplessTag{delay, length > 0 ? std::optional(static_cast<int64_t>(length)) : std::nullopt};
+    return GaplessTag{.delay = delay,
+                      .length = length > 0 ? std::optional(static_cast<int64_t>(length)) : std::nullopt};
 }
 
 /// Samples from the file's first to its last, by reading every packet's times.
-int64_t endByScanning(AVFormatContext& input, const AVStream& stream)
+///
+/// @param firstPosition  out, optional: where in the file the first packet lies
+int64_t endByScanning(AVFormatContext& input, const AVStream& stream, int64_t* firstPosition = nullptr)
 {
     const PacketPtr packet(av_packet_alloc());
     int64_t end = 0;
+    bool isFirst = true;
     while (packet && av_read_frame(&input, packet.get()) >= 0) {
         if (packet->stream_index == stream.index && packet->pts != AV_NOPTS_VALUE)
             end = std::max(end, inSamples(packet->pts + packet->duration, stream));
+        if (std::exchange(isFirst, false) && firstPosition)
+            *firstPosition = packet->pos;
         av_packet_unref(packet.get());
     }
     return end;
 }
 
+/// Bytes of samples that a file of this kind of 64-bit chunks holds; each chunk is padded to eight bytes.
+std::optional<int64_t> sampleBytesOfW64(const NSURL& url)
+{
+    std::ifstream file(url.path(), std::ios::binary);
+    // The first chunk's head, of which a name follows.
+    std::streamoff offset = 24 + 16;
+    for (int chunk = 0; chunk < 256; ++chunk) {
+        std::array<uint8_t, 24> head{};
+        file.seekg(offset);
+        if (!file.read(reinterpret_cast<char*>(head.data()), head.size()))
+            return std::nullopt;
+        const auto size = static_cast<int64_t>(AV_RL64(head.data() + 16));
+        if (size < 24 || size > INT64_MAX / 2)
+            return std::nullopt;
+        if (memcmp(head.data(), "data", 4) == 0)
+            return size - 24;
+        offset += (size + 7) / 8 * 8;
+    }
+    return std::nullopt;
+}
+
 /// Whole frames that lie between the first packet and the end of the file; nothing if the packets have no fixed size.
-std::optional<int64_t> framesInFile(AVFormatContext& input, const AVStream& stream)
+std::optional<int64_t> framesInFile(AVFormatContext& input, const AVStream& stream, const NSURL& url)
 {
     const int bits = av_get_exact_bits_per_sample(stream.codecpar->codec_id);
     const int64_t frameSize = int64_t{bits} * stream.codecpar->ch_layout.nb_channels / 8;
@@ -188,7 +255,9 @@ std::optional<int64_t> framesInFile(AVFormatContext& input, const AVStream& stre
     const int64_t size = avio_size(input.pb);
     if (packet->pos < 0 || size < packet->pos)
         return std::nullopt;
-    return (size - packet->pos) / frameSize;
+    const int64_t bytes = size - packet->pos;
+    const auto claimed = isFormat(input, "w64") ? sampleBytesOfW64(url) : std::nullopt;
+    return std::min(bytes, claimed.value_or(bytes)) / frameSize;
 }
 
 SoundTimeline oneSegment(int64_t mediaStart, int64_t length, bool isExact = true)
@@ -244,14 +313,20 @@ SoundTimeline timelineOfMP3(AVFormatContext& input, const AVStream& stream, cons
                             TimelinePrecision precision)
 {
     const auto tag = gaplessTagOfMP3(url);
-    const int64_t delay = tag ? tag->delay : 0;
+    int64_t delay = tag ? tag->delay : 0;
     if (precision == TimelinePrecision::FromIndex) {
         if (tag && tag->length)
             return oneSegment(delay, *tag->length);
         const bool isEstimate = input.duration_estimation_method == AVFMT_DURATION_FROM_BITRATE;
         return oneSegment(delay, inSamples(std::max<int64_t>(stream.duration, 0), stream) - delay, !isEstimate);
     }
-    const int64_t rest = endByScanning(input, stream) - delay;
+    int64_t firstPosition = -1;
+    const int64_t end = endByScanning(input, stream, &firstPosition);
+    // The demuxer keeps the frame with the tag to itself only at the very start of a file; behind something else it
+    // hands it on, and it decodes to silence.
+    if (tag && firstPosition == tag->position)
+        delay += tag->frameLength;
+    const int64_t rest = end - delay;
     // A file cut short plays what it has; one that goes on behind what the tag counts, and so was put together from
     // several, plays to its end.
     if (tag && tag->length && rest >= *tag->length && rest - *tag->length < 4096)
@@ -296,7 +371,7 @@ SoundTimeline soundTimelineOf(AVFormatContext& input, const AVStream& stream, co
 
     const int64_t claimed = stream.duration > 0 ? inSamples(stream.duration, stream) : 0;
     // Lengths in headers of uncompressed sound are often wrong; the file's size is not.
-    if (const auto frames = framesInFile(input, stream))
+    if (const auto frames = framesInFile(input, stream, url))
         return oneSegment(0, claimed > 0 ? std::min(claimed, *frames) : *frames);
     if (isFormat(input, "caf")) {
         if (const auto tag = gaplessTagOfCAF(url); tag && tag->length)
