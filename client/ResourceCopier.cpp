@@ -13,6 +13,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <filesystem>
 #include <thread>
 
@@ -40,6 +41,13 @@ std::optional<platform::NSDate> creationDateOf(const std::string& path)
     const double changed = secondsOf(status.stx_mtime);
     const bool hasBirth = (status.stx_mask & STATX_BTIME) != 0 && status.stx_btime.tv_sec > 0;
     return platform::NSDate{hasBirth ? std::min(changed, secondsOf(status.stx_btime)) : changed};
+}
+
+/// Nothing for what is no picture.
+std::optional<platform::NSColor> averageColorOf(const std::string& path)
+{
+    const auto color = MORImageCategory::averageColorOfImageAtURL(platform::NSURL::fileURLWithPath(path, false));
+    return std::isfinite(color.red + color.green + color.blue) ? std::optional(color) : std::nullopt;
 }
 
 /// "name.jpg", "name-2.jpg", "name-3.jpg", as long as a file's name may be.
@@ -148,6 +156,8 @@ bool ResourceCopier::copy(const std::function<bool(const CopyProgress&)>& progre
                                                               return !work->isStopped;
                                                           },
                                                           &failure);
+            if (isCopied && copy.kind == Kind::Photo)
+                copy.averageColor = averageColorOf(copy.path);
             const platform::LockGuard guard(work->lock);
             ++work->filesDone;
             if (!isCopied && !work->isStopped.exchange(true))

@@ -147,6 +147,7 @@ TEST_F(DocumentTest, HoldCopiesAndAListOfThem)
     EXPECT_EQ(second.size(), (platform::CGSize{4000, 3000}));
     EXPECT_EQ(second.fileSize(), 9);
     EXPECT_TRUE(second.dateCreated());
+    EXPECT_FALSE(second.averageImageColor()) << "it is no picture";
     EXPECT_EQ(document->photos()[2].item->title(), "img1");
     ASSERT_THAT(document->soundtracks(), SizeIs(2));
     EXPECT_EQ(document->soundtracks()[0].item->selection(), SoundtrackSelection());

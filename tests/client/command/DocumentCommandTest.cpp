@@ -200,6 +200,15 @@ TEST_F(DocumentCommand, MakesADocumentOfAFolderOfPhotosAndSongs)
     EXPECT_EQ(list.status, 0);
     EXPECT_THAT(list.out, StartsWith("Photos:\n"
                                      "     1  img1.jpg     640 x 480"));
+    const std::string line = list.out.substr(list.out.find("img1.jpg"), list.out.find("img2.jpg"));
+    ASSERT_THAT(line, HasSubstr("  #"));
+    const auto component = [&line](size_t at) {
+        return std::stoi(line.substr(line.find('#') + 1 + at, 2), nullptr, 16);
+    };
+    // As it was drawn, but for what JPEG loses.
+    EXPECT_NEAR(component(0), 200, 3);
+    EXPECT_NEAR(component(2), 10, 3);
+    EXPECT_NEAR(component(4), 40, 3);
     EXPECT_THAT(list.out, AllOf(HasSubstr("\n     2  img2.jpg "), HasSubstr("\n     3  img10.jpg "),
                                 HasSubstr("Soundtracks:\n"
                                           "     1  song.wav  6 s\n"
@@ -217,7 +226,7 @@ TEST_F(DocumentCommand, TellsItsResultAsJSON)
                                        document() + R"(", "error": null, "photos": 3, "soundtracks": 1, "bytes": )"));
     const Result list = run({"list", document(), "--json"});
     EXPECT_THAT(list.out, AllOf(StartsWith(R"({"document": ")" + document() + R"(", "photos": [{"state": "good", )"),
-                                HasSubstr(R"("width": 640, "height": 480, )"),
+                                HasSubstr(R"("width": 640, "height": 480, )"), HasSubstr(R"("color": "#c)"),
                                 HasSubstr(R"("whole": true, "start": 0, "end": 6, "seconds": 6, "fileSeconds": 6)"),
                                 HasSubstr(R"("settings": {"secondsPerPhoto": 4, "quality": 0, "codec": "avc1")")));
     const Result check = run({"check", document(), "--json"});
