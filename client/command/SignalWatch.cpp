@@ -46,9 +46,13 @@ void install(int signal, void (*handler)(int))
 
 } // namespace
 
-SignalWatch::SignalWatch(MovieMaker& maker)
+SignalWatch::SignalWatch() : SignalWatch(nullptr) {}
+
+SignalWatch::SignalWatch(MovieMaker& maker) : SignalWatch(&maker) {}
+
+SignalWatch::SignalWatch(MovieMaker* maker)
 {
-    watched = &maker;
+    watched = maker;
     firstSignal = 0;
     install(SIGALRM, patienceIsOver);
     for (const int signal : kSignals) {

@@ -2,11 +2,12 @@
 
 class MovieMaker;
 
-/// While it lives, SIGINT, SIGTERM and SIGHUP cancel a maker instead of ending the program; a second one cancels it at
-/// once, and ends the program a second later whatever it does. Signals that were ignored at the start stay so. One at a
-/// time.
+/// While it lives, SIGINT, SIGTERM and SIGHUP cancel a maker instead of ending the program, or are only noted where
+/// there is none; a second one cancels it at once, and ends the program a second later whatever it does. Signals that
+/// were ignored at the start stay so. One at a time.
 class SignalWatch final {
 public:
+    SignalWatch();
     explicit SignalWatch(MovieMaker& maker);
     ~SignalWatch();
     SignalWatch(const SignalWatch&) = delete;
@@ -14,4 +15,7 @@ public:
 
     /// The first signal that came; 0 if none did.
     int signal() const;
+
+private:
+    explicit SignalWatch(MovieMaker* maker);
 };

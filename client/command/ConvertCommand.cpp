@@ -1,0 +1,87 @@
+#include "client/command/ConvertCommand.h"
+
+#include "audio/MORAudioWaveImage.h"
+#include "client/JobFolder.h"
+#include "client/Localization.h"
+#include "client/Text.h"
+#include "client/command/SoundCommand.h"
+#include "platform/foundation/NSFileManager.h"
+#include "util/MORURLCategory.h"
+
+#include <atomic>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+
+namespace {
+
+using platform::NSError;
+using platform::NSURL;
+
+/// Moves the file into the folder, under a name that is free.
+std::optional<NSURL> moveIntoFolder(const NSURL& file, const NSURL& folder, NSError* error)
+{
+    // Somebody else may take the name first.
+    constexpr int kAttempts = 100;
+    NSError failure;
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        const NSURL place =
+            MORURLCategory::URLForNotOverridingURL(folder.URLByAppendingPathComponent(file.lastPathComponent(), false));
+        if (platform::NSFileManager::defaultManager().moveItemAtURL(file, place, &failure))
+            return place;
+        if (failure.code != platform::kNSFileWriteFileExistsError)
+            break;
+    }
+    *error = failure;
+    return std::nullopt;
+}
+
+} // namespace
+
+int runConvertCommand(const ConvertOptions& options)
+{
+    SoundCommand command({.isJSON = options.isJSON, .isQuiet = options.isQuiet, .product = "sound"});
+    int status = kExitDone;
+    const auto sound = command.check(options.sound, status);
+    if (!sound)
+        return status;
+    const NSURL folder = NSURL::fileURLWithPath(options.folder, true);
+    NSError error;
+    const auto job = JobFolder::create(folder, &error);
+    if (!job)
+        return command.fail(kExitFailed, error.localizedDescription);
+
+    struct State {
+        std::atomic<bool> isDone{false};
+        std::optional<NSURL> file;
+        std::optional<NSError> error;
+    };
+    const auto state = std::make_shared<State>();
+    MORAudioWaveImage::audioAssetAtURL(NSURL::fileURLWithPath(sound->path), job->temporaryURL(), timeRangeOf(*sound),
+                                       [state](std::optional<NSURL> file, std::optional<NSError> failure) {
+                                           state->file = std::move(file);
+                                           state->error = std::move(failure);
+                                           state->isDone = true;
+                                       });
+    const bool isWhole = command.waitFor(
+        localized("Converting the sound"), [&] { return state->isDone.load(); },
+        [&] { return bytesText(static_cast<double>(job->sizeOfContents())); });
+    if (!isWhole)
+        return command.stopped();
+    if (!state->file)
+        return command.fail(kExitFailed, state->error ? state->error->localizedDescription
+                                                      : sound->path + ": it could not be converted");
+
+    struct stat facts = {};
+    const double bytes = stat(state->file->path().c_str(), &facts) == 0 ? static_cast<double>(facts.st_size) : 0;
+    const auto place = moveIntoFolder(*state->file, folder, &error);
+    if (!place)
+        return command.fail(kExitFailed, error.localizedDescription);
+    command.note(fmt::format("{}, {}", secondsText(sound->length), bytesText(bytes)));
+    return command.succeed(place->path(), [&](JSONWriter& result) {
+        result.add("seconds", sound->length).add("bytes", static_cast<int64_t>(bytes));
+    });
+}

@@ -1,0 +1,143 @@
+#include "client/command/SoundCommand.h"
+
+#include "client/Localization.h"
+#include "platform/dispatch/DispatchQueue.h"
+
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <memory>
+#include <utility>
+
+#include <fmt/format.h>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// Work that is done by then needs no telling.
+constexpr double kQuietSeconds = 0.5;
+constexpr double kSecondsBetweenDrawings = 0.1;
+/// In which the bar goes there and back.
+constexpr double kTurnSeconds = 3;
+/// Longer than anything here takes.
+constexpr double kForever = 1e8;
+
+double secondsSince(Clock::time_point start)
+{
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+} // namespace
+
+platform::CMTimeRange timeRangeOf(const SoundFacts& sound)
+{
+    if (!sound.selection)
+        return platform::kCMTimeRangeZero;
+    const auto timeOfSeconds = [&](double seconds) {
+        return platform::CMTimeMake(std::llround(seconds * sound.sampleRateHz), sound.sampleRateHz);
+    };
+    const platform::CMTime start = timeOfSeconds(sound.selection->start);
+    return {start, platform::CMTimeSubtract(timeOfSeconds(sound.selection->end), start)};
+}
+
+SoundCommand::SoundCommand(const Output& output)
+    : output_(output),
+      terminal_(output.isQuiet || output.isJSON ? Terminal::ProgressLines::Hidden : Terminal::ProgressLines::Shown)
+{}
+
+bool SoundCommand::waitFor(const std::string& title, const std::function<bool()>& isDone,
+                           const std::function<std::string()>& count)
+{
+    const Clock::time_point start = Clock::now();
+    double lastDrawing = kQuietSeconds - kSecondsBetweenDrawings;
+    const auto isOver = [&] {
+        if (signals_.signal() != 0 || isDone())
+            return true;
+        const double seconds = secondsSince(start);
+        if (terminal_.showsProgress() && seconds >= lastDrawing + kSecondsBetweenDrawings) {
+            lastDrawing = seconds;
+            ProgressLineContent content;
+            content.title = title;
+            content.count = count ? count() : std::string();
+            content.turns = seconds / kTurnSeconds;
+            terminal_.drawProgress(content);
+        }
+        return false;
+    };
+    while (!platform::DispatchQueue::runMainUntil(isOver, kForever)) {
+    }
+    terminal_.clearProgress();
+    return signals_.signal() == 0;
+}
+
+std::optional<SoundFacts> SoundCommand::check(const SoundArgument& argument, int& status)
+{
+    struct State {
+        std::atomic<bool> isDone{false};
+        CheckedSounds checked;
+    };
+    // Goes on by itself if the user does not wait for it.
+    const auto state = std::make_shared<State>();
+    platform::DispatchQueue::global()->async([state, argument] {
+        state->checked = checkSounds({argument});
+        state->isDone = true;
+    });
+    if (!waitFor(localized("Checking the sound"), [&] { return state->isDone.load(); })) {
+        status = stopped();
+        return std::nullopt;
+    }
+    if (!state->checked.bad.empty()) {
+        status = fail(kExitBadInput, fmt::format("{}: {}", argument.path, state->checked.bad.front().reason));
+        return std::nullopt;
+    }
+    return state->checked.good.front();
+}
+
+void SoundCommand::note(const std::string& text)
+{
+    if (!output_.isQuiet)
+        terminal_.writeLine("stillora: " + text);
+}
+
+int SoundCommand::fail(ExitStatus status, const std::string& reason)
+{
+    terminal_.writeLine("stillora: " + reason);
+    JSONWriter result;
+    result.add("ok", false).add("cancelled", false).addNull(output_.product).add("error", reason);
+    return writeResult(result, status);
+}
+
+int SoundCommand::stopped()
+{
+    note(localized("stopped; nothing was left behind"));
+    JSONWriter result;
+    result.add("ok", false).add("cancelled", true).addNull(output_.product).addNull("error");
+    return writeResult(result, kExitSignalled + signals_.signal());
+}
+
+int SoundCommand::succeed(const std::string& path, const std::function<void(JSONWriter& result)>& details)
+{
+    JSONWriter result;
+    result.add("ok", true).add("cancelled", false).add(output_.product, path).addNull("error");
+    details(result);
+    if (output_.isJSON)
+        return writeResult(result, kExitDone);
+    fmt::print("{}\n", path);
+    if (std::fflush(stdout) == 0 && !std::ferror(stdout))
+        return kExitDone;
+    terminal_.writeLine("stillora: the file was made, but its path could not be written to standard output");
+    return kExitFailed;
+}
+
+int SoundCommand::writeResult(const JSONWriter& result, int status)
+{
+    if (!output_.isJSON)
+        return status;
+    fmt::print("{}\n", result.text());
+    if (std::fflush(stdout) == 0 && !std::ferror(stdout))
+        return status;
+    terminal_.writeLine("stillora: the result could not be written to standard output");
+    return status == kExitDone ? kExitFailed : status;
+}

@@ -1,0 +1,132 @@
+#include "client/command/WaveformCommand.h"
+
+#include "audio/MORAudioWaveImage.h"
+#include "client/Localization.h"
+#include "client/Text.h"
+#include "client/command/SoundCommand.h"
+#include "platform/foundation/NSFileManager.h"
+#include "platform/foundation/NSLog.h"
+#include "platform/graphics/NSImage.h"
+#include "platform/media/AVURLAsset.h"
+
+#include <memory>
+#include <mutex>
+#include <utility>
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+
+namespace {
+
+using platform::CGContext;
+using platform::CGRect;
+using platform::NSImage;
+using platform::NSImagePtr;
+using platform::NSURL;
+
+/// The same file, whatever leads to it.
+bool areSame(const std::string& one, const std::string& other)
+{
+    struct stat first = {};
+    struct stat second = {};
+    return stat(one.c_str(), &first) == 0 && stat(other.c_str(), &second) == 0 && first.st_dev == second.st_dev &&
+           first.st_ino == second.st_ino;
+}
+
+/// Keeps the first line of the log: what went wrong in reading is told there alone.
+class LogWatch final {
+public:
+    LogWatch()
+    {
+        platform::setLogSink([state = state_](const std::string& line) {
+            const std::lock_guard guard(state->mutex);
+            if (state->line.empty())
+                state->line = line;
+        });
+    }
+    ~LogWatch() { platform::setLogSink({}); }
+    LogWatch(const LogWatch&) = delete;
+    LogWatch& operator=(const LogWatch&) = delete;
+
+    /// Empty if nothing was logged.
+    std::string line() const
+    {
+        const std::lock_guard guard(state_->mutex);
+        return state_->line;
+    }
+
+private:
+    struct State {
+        std::mutex mutex;
+        std::string line;
+    };
+    const std::shared_ptr<State> state_ = std::make_shared<State>();
+};
+
+/// What the line says, without the operation before and the consequence after it.
+std::string reasonIn(const std::string& line)
+{
+    const size_t start = line.find(" - ");
+    const std::string reason = start == std::string::npos ? line : line.substr(start + 3);
+    return reason.substr(0, reason.rfind(", responding with"));
+}
+
+NSImagePtr onWhite(const NSImagePtr& image)
+{
+    const auto pixels = image->image();
+    if (!pixels)
+        return image;
+    return NSImage::imageWithSize(image->size(), CGContext::Origin::LowerLeft,
+                                  [pixels](CGContext& context, CGRect rect) {
+                                      context.setFillColor({.red = 1, .green = 1, .blue = 1});
+                                      context.fillRect(rect);
+                                      context.drawImage(rect, *pixels);
+                                      return true;
+                                  });
+}
+
+} // namespace
+
+int runWaveformCommand(const WaveformOptions& options)
+{
+    SoundCommand command({.isJSON = options.isJSON, .isQuiet = options.isQuiet, .product = "waveform"});
+    if (areSame(options.sound.path, options.output))
+        return command.fail(kExitUsage, "the picture would replace the sound " + options.sound.path);
+    int status = kExitDone;
+    const auto sound = command.check(options.sound, status);
+    if (!sound)
+        return status;
+
+    struct State {
+        bool isDone = false;
+        NSImagePtr image;
+    };
+    const auto state = std::make_shared<State>();
+    const LogWatch log;
+    const auto asset = std::make_shared<platform::AVURLAsset>(
+        NSURL::fileURLWithPath(sound->path), platform::AVURLAsset::Options{.preferPreciseDurationAndTiming = true});
+    MORAudioWaveImage::loadWaveFormImageAsynchronouslyForTimeRange(
+        asset, timeRangeOf(*sound), {static_cast<double>(options.width), static_cast<double>(options.height)},
+        [state](NSImagePtr image, const std::optional<platform::NSError>&) {
+            state->image = std::move(image);
+            state->isDone = true;
+        });
+    if (!command.waitFor(localized("Drawing the sound"), [&] { return state->isDone; }))
+        return command.stopped();
+    if (const std::string line = log.line(); !line.empty())
+        return command.fail(kExitBadInput, fmt::format("{}: {}", sound->path, reasonIn(line)));
+    if (!state->image)
+        return command.fail(kExitBadInput, sound->path + ": it cannot be read any more");
+
+    const NSImagePtr image = options.ground == WaveformOptions::Ground::White ? onWhite(state->image) : state->image;
+    const auto file = image->pngData();
+    platform::NSError error;
+    if (!file)
+        return command.fail(kExitFailed, "there is not enough memory for the picture");
+    if (!platform::NSFileManager::defaultManager().writeContents(*file, NSURL::fileURLWithPath(options.output), &error))
+        return command.fail(kExitFailed, error.localizedDescription);
+    command.note(fmt::format("{} x {}, {}", options.width, options.height, secondsText(sound->length)));
+    return command.succeed(options.output, [&](JSONWriter& result) {
+        result.add("width", options.width).add("height", options.height).add("seconds", sound->length);
+    });
+}
