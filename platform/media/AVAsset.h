@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/foundation/NSError.h"
+#include "platform/foundation/NSGeometry.h"
 #include "platform/foundation/NSURL.h"
 #include "platform/media/AVMetadataItem.h"
 #include "platform/media/CMFormatDescription.h"
@@ -40,6 +41,10 @@ struct AVAssetTrack {
     std::weak_ptr<const AVAsset> asset;
     /// One for each kind of media that the track holds.
     std::vector<CMFormatDescription> formatDescriptions;
+    /// How it is stored, by FFmpeg's short name: "mp3", "aac", "pcm_s16le", "h264".
+    std::string codec;
+    /// Pixels of pictures as they are shown, upright; zero for sound.
+    CGSize naturalSize;
 };
 
 /// Media of a length, in tracks. Shared by those who use it.

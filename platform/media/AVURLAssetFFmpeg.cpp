@@ -6,12 +6,17 @@
 #include "platform/media/SoundTimeline.h"
 
 extern "C" {
+#include <libavcodec/codec_id.h>
 #include <libavcodec/codec_par.h>
 #include <libavformat/avformat.h>
+#include <libavutil/display.h>
 #include <libavutil/mathematics.h>
 }
 
 #include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
 #include <utility>
 
 namespace platform {
@@ -45,6 +50,23 @@ CMTimeRange videoRangeOf(const AVStream& stream, const std::optional<MovieBoxes>
     const int64_t length = stream.duration > 0 ? stream.duration : 0;
     const AVRational scale = stream.time_base;
     return {CMTimeMake(0, scale.den), CMTimeMake(length * scale.num, scale.den)};
+}
+
+/// Pixels as they are shown: turned as the track says, and as wide as its pixels are.
+CGSize shownSizeOf(const AVStream& stream)
+{
+    CGSize size = {static_cast<double>(stream.codecpar->width), static_cast<double>(stream.codecpar->height)};
+    if (const AVRational shape = stream.sample_aspect_ratio; shape.num > 0 && shape.den > 0)
+        size.width = std::round(size.width * shape.num / shape.den);
+    size_t length = 0;
+    const uint8_t* const matrix = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, &length);
+    if (!matrix || length < 9 * sizeof(int32_t))
+        return size;
+    std::array<int32_t, 9> values{};
+    std::memcpy(values.data(), matrix, sizeof values);
+    // A quarter turn moves nothing along its own axis; no number for a matrix that shows nothing.
+    const double turn = std::abs(av_display_rotation_get(values.data()));
+    return std::abs(turn - 90) < 45 ? CGSize{size.height, size.width} : size;
 }
 
 } // namespace
@@ -110,6 +132,7 @@ const AVURLAsset::Contents& AVURLAsset::contents() const
             track.trackID = boxes ? stream.id : stream.index + 1;
             track.streamIndex = stream.index;
             track.assetURL = url_;
+            track.codec = avcodec_get_name(stream.codecpar->codec_id);
             if (soundStreamOf(*input, stream.index)) {
                 const int32_t rate = stream.codecpar->sample_rate;
                 const SoundTimeline timeline = soundTimelineOf(*input, stream, url_, boxes, precision);
@@ -121,6 +144,7 @@ const AVURLAsset::Contents& AVURLAsset::contents() const
             } else if (stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO &&
                        !(stream.disposition & AV_DISPOSITION_ATTACHED_PIC)) {
                 track.mediaType = kAVMediaTypeVideo;
+                track.naturalSize = shownSizeOf(stream);
                 track.timeRange = videoRangeOf(stream, boxes);
                 track.formatDescriptions.emplace_back();
                 hasVideo = true;

@@ -7,13 +7,13 @@
 #include "tests/support/TestTags.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <memory>
 #include <random>
 #include <string>
 #include <string_view>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include <gio/gio.h>
@@ -708,22 +708,17 @@ TEST_F(FileTags, OfBoxesInBoxesWithoutEndAreNone)
     }
 }
 
-TEST_F(FileTags, OfMillionsOfBoxesAreReadInASecond)
+TEST_F(FileTags, BehindAMillionBoxesAreNotLookedFor)
 {
-    const std::string path = folder_.makeFile("a.m4a", box("ftyp", "M4A " + zeros(4)));
-    {
-        std::ofstream file(path, std::ios::binary | std::ios::app);
-        std::string udta;
-        for (int i = 0; i < 100'000; ++i)
-            udta += bigEndian(8, 4) + "udta";
-        file << bigEndian(udta.size() * 40 + 8, 4) << "moov";
-        for (int i = 0; i < 40; ++i)
-            file << udta;
+    const std::string empty = box("udta", "");
+    const std::string tags =
+        box("udta", box("meta", zeros(4) + handlerBox("mdir") + box("ilst", box("\xA9nam", dataBox("Title")))));
+    for (const auto& [count, expected] : {std::pair{1000, 1U}, std::pair{1 << 20, 0U}}) {
+        std::string boxes;
+        for (int i = 0; i < count; ++i)
+            boxes += empty;
+        EXPECT_EQ(tagsOf(box("ftyp", "M4A " + zeros(4)) + box("moov", boxes + tags)).size(), expected) << count;
     }
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_THAT(tagsAt(path), IsEmpty());
-    // A million small reads; sanitizers and a busy machine take their time.
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
 }
 
 TEST_F(FileTags, OfMutatedFilesNeverTakeTheProgramAlong)
