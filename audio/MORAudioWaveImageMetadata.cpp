@@ -119,9 +119,24 @@ uint64_t costOf(const NSImage& image, const std::optional<NSData>& data)
 
 } // namespace
 
+std::optional<std::string> taggedTitle(const AVAsset& asset)
+{
+    return textForKeys(asset, kTitleKeys);
+}
+
+std::optional<std::string> taggedAlbum(const AVAsset& asset)
+{
+    return textForKeys(asset, kAlbumKeys);
+}
+
+std::optional<std::string> taggedArtist(const AVAsset& asset)
+{
+    return textForKeys(asset, kArtistKeys);
+}
+
 std::string audioTrackTitle(const AVAsset& asset)
 {
-    if (auto title = textForKeys(asset, kTitleKeys))
+    if (auto title = taggedTitle(asset))
         return *std::move(title);
     if (const NSURL* url = URLOf(asset))
         return lastPathComponent(url->path());
@@ -130,12 +145,12 @@ std::string audioTrackTitle(const AVAsset& asset)
 
 std::string audioTrackAlbum(const AVAsset& asset)
 {
-    return textForKeys(asset, kAlbumKeys).value_or(localizedText("UnknownAlbum"));
+    return taggedAlbum(asset).value_or(localizedText("UnknownAlbum"));
 }
 
 std::string audioTrackArtist(const AVAsset& asset)
 {
-    return textForKeys(asset, kArtistKeys).value_or(localizedText("UnknownArtist"));
+    return taggedArtist(asset).value_or(localizedText("UnknownArtist"));
 }
 
 std::optional<NSData> audioTrackCoverData(const AVAsset& asset)

@@ -20,6 +20,13 @@ std::string audioTrackAlbum(const platform::AVAsset& asset);
 /// The original artist, else the artist, or "Unknown Artist" in the user's language.
 std::string audioTrackArtist(const platform::AVAsset& asset);
 
+/// @name The same without what stands in for a missing tag
+/// @{
+std::optional<std::string> taggedTitle(const platform::AVAsset& asset);
+std::optional<std::string> taggedAlbum(const platform::AVAsset& asset);
+std::optional<std::string> taggedArtist(const platform::AVAsset& asset);
+/// @}
+
 /// The cover, else the icon of the file. For a location that was asked for before this is the same picture again, also
 /// if the file has changed.
 /// @return null where there is neither a cover nor a file

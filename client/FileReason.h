@@ -1,6 +1,11 @@
 #pragma once
 
+#include "platform/foundation/NSURL.h"
+
 #include <string>
 
 /// The system's words for an `errno` value, in English whatever the user's language.
 std::string reasonOfErrno(int errnoValue);
+
+/// An error's sentence without the path that it may begin with, for reports that name the path themselves.
+std::string reasonWithoutPath(const std::string& sentence, const platform::NSURL& url);

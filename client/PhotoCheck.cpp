@@ -38,16 +38,6 @@ struct Findings {
     size_t done GUARDED_BY(lock) = 0;
 };
 
-/// The sentence without the path that it may begin with or hold; reports name the path themselves.
-std::string withoutPath(std::string sentence, const platform::NSURL& url)
-{
-    for (const std::string& name : {url.path(), url.lastPathComponent()})
-        for (const std::string& separator : {std::string(": "), std::string(" ")})
-            if (sentence.starts_with(name + separator))
-                return sentence.substr(name.size() + separator.size());
-    return sentence;
-}
-
 Findings::Finding lookInto(const PhotoCandidate& candidate)
 {
     Findings::Finding finding;
@@ -77,13 +67,13 @@ Findings::Finding lookInto(const PhotoCandidate& candidate)
             finding.kind = Findings::Kind::PassedOver;
             return finding;
         }
-        return bad(withoutPath(error.localizedDescription, url));
+        return bad(reasonWithoutPath(error.localizedDescription, url));
     }
     const auto properties = source->copyPropertiesAtIndex(&error);
     if (!properties)
-        return bad(withoutPath(error.localizedDescription, url));
+        return bad(reasonWithoutPath(error.localizedDescription, url));
     if (!source->canDecode(&error))
-        return bad(withoutPath(error.localizedDescription, url));
+        return bad(reasonWithoutPath(error.localizedDescription, url));
 
     const bool isTurned = properties->orientation.value_or(1) >= 5;
     const auto width = static_cast<double>(properties->pixelWidth);

@@ -4,6 +4,7 @@
 #include "client/command/CreateCommand.h"
 #include "client/command/DocumentCommand.h"
 #include "client/command/FrameCommand.h"
+#include "client/command/InfoCommand.h"
 #include "client/command/TrimCommand.h"
 #include "client/command/WaveformCommand.h"
 
@@ -13,6 +14,7 @@ const std::vector<Command>& commands()
         {"create", "make a movie of photos", runParsed<CreateOptions, parseCreate, runCreateCommand>},
         {"document", "keep photos, sounds and settings in a document", runDocumentCommand},
         {"frame", "save one frame of a movie as a picture", runParsed<FrameOptions, parseFrame, runFrameCommand>},
+        {"info", "tell what is known of photos, sounds and movies", runParsed<InfoOptions, parseInfo, runInfoCommand>},
         {"waveform", "draw how loud a sound is over time",
          runParsed<WaveformOptions, parseWaveform, runWaveformCommand>},
         {"convert", "save a sound, or a part of it, as AAC",

@@ -1,0 +1,270 @@
+#include "client/command/InfoCommand.h"
+
+#include "audio/MORAudioWaveImageMetadata.h"
+#include "client/JSONWriter.h"
+#include "client/Localization.h"
+#include "client/Text.h"
+#include "client/command/ExitStatus.h"
+#include "client/command/FileFacts.h"
+#include "client/command/Swatch.h"
+#include "client/command/Terminal.h"
+#include "platform/foundation/NSFileManager.h"
+#include "platform/foundation/NSString.h"
+#include "platform/graphics/NSImage.h"
+#include "util/MORPalvineCommons.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <string_view>
+#include <utility>
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+
+namespace {
+
+using platform::CGSize;
+using platform::NSURL;
+
+/// What a format is called where people read it.
+std::string displayName(const std::string& format)
+{
+    constexpr std::pair<std::string_view, std::string_view> kNames[] = {
+        {"webp", "WebP"},     {"jp2", "JPEG 2000"}, {"h264", "H.264"},  {"hevc", "HEVC"},
+        {"vorbis", "Vorbis"}, {"opus", "Opus"},     {"mjpeg", "JPEG"},  {"prores", "ProRes"},
+        {"mpeg4", "MPEG-4"},  {"mp3float", "MP3"},  {"speex", "Speex"},
+    };
+    for (const auto& [name, shown] : kNames)
+        if (format == name)
+            return std::string(shown);
+    if (format.starts_with("pcm_"))
+        return "PCM";
+    std::string upper = format;
+    std::transform(upper.begin(), upper.end(), upper.begin(),
+                   [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
+    return upper;
+}
+
+template <typename... Values>
+std::string localizedFormat(std::string_view text, const Values&... values)
+{
+    return fmt::format(fmt::runtime(localized(text)), values...);
+}
+
+std::string pixelsText(const CGSize& size)
+{
+    return localizedFormat("{} x {} pixels", static_cast<int64_t>(size.width), static_cast<int64_t>(size.height));
+}
+
+std::string channelsText(int channels)
+{
+    if (channels == 1)
+        return localized("mono");
+    if (channels == 2)
+        return localized("stereo");
+    return localizedFormat("{} channels", channels);
+}
+
+/// A name and what is told under it.
+using Row = std::pair<std::string, std::string>;
+
+std::string kindText(const FileFacts& facts)
+{
+    const std::string bytes = bytesText(static_cast<double>(facts.bytes));
+    switch (facts.kind) {
+    case FileFacts::Kind::Photo:
+        return localizedFormat("{} photo, {}", displayName(facts.pictureFormat), bytes);
+    case FileFacts::Kind::Sound:
+        return localizedFormat("{} sound, {}", displayName(facts.soundFormat), bytes);
+    case FileFacts::Kind::Movie:
+        break;
+    }
+    return localizedFormat("{} movie, {}", displayName(facts.pictureFormat), bytes);
+}
+
+std::vector<Row> rowsOf(const FileFacts& facts, TerminalColors colors)
+{
+    std::vector<Row> rows = {{localized("Kind"), kindText(facts)}};
+    const auto add = [&](std::string_view name, std::string text) {
+        rows.emplace_back(localized(name), std::move(text));
+    };
+    if (facts.kind != FileFacts::Kind::Sound)
+        add("Size", pixelsText(facts.size));
+    if (facts.orientation)
+        add("Orientation", std::to_string(*facts.orientation));
+    if (facts.averageColor) {
+        const std::string shown = swatch(*facts.averageColor, colors);
+        add("Average colour", fmt::format("{}{}{}", shown, shown.empty() ? "" : " ", hexOf(*facts.averageColor)));
+    }
+    if (!facts.asset)
+        return rows;
+    // Of a movie, only what its tags tell: it is seen by its name.
+    const bool isSound = facts.kind == FileFacts::Kind::Sound;
+    const auto title = MORAudioWaveImage::taggedTitle(*facts.asset);
+    if (isSound || title)
+        add("Title", printable(MORAudioWaveImage::audioTrackTitle(*facts.asset)));
+    if (isSound || MORAudioWaveImage::taggedArtist(*facts.asset))
+        add("Artist", printable(MORAudioWaveImage::audioTrackArtist(*facts.asset)));
+    if (isSound || MORAudioWaveImage::taggedAlbum(*facts.asset))
+        add("Album", printable(MORAudioWaveImage::audioTrackAlbum(*facts.asset)));
+    add("Length", MORPalvineCommons::soundtrackDurationStringForTimeInterval(facts.seconds));
+    if (facts.sampleRateHz > 0) {
+        const std::string format = isSound ? std::string() : displayName(facts.soundFormat) + ", ";
+        add("Sound", format + fmt::format("{} Hz, {}", facts.sampleRateHz, channelsText(facts.channels)));
+    }
+    if (facts.cover) {
+        const std::string bytes = bytesText(static_cast<double>(facts.cover->bytes));
+        add("Cover", facts.cover->format.empty() ? localizedFormat("no picture that can be read, {}", bytes)
+                                                 : fmt::format("{}, {}, {}", displayName(facts.cover->format),
+                                                               pixelsText(facts.cover->size), bytes));
+    }
+    return rows;
+}
+
+std::string textOf(const FileFacts& facts, TerminalColors colors)
+{
+    const std::vector<Row> rows = rowsOf(facts, colors);
+    int width = 0;
+    for (const Row& row : rows)
+        width = std::max(width, displayWidth(row.first));
+    std::string text = printable(facts.path) + "\n";
+    for (const auto& [name, value] : rows)
+        text += fmt::format("  {}{:{}}{}\n", name, "", width - displayWidth(name) + 2, value);
+    return text;
+}
+
+JSONWriter& addText(JSONWriter& json, std::string_view key, const std::optional<std::string>& text)
+{
+    return text ? json.add(key, *text) : json.addNull(key);
+}
+
+JSONWriter jsonOf(const FileFacts& facts)
+{
+    constexpr std::array<std::string_view, 3> kKinds = {"photo", "sound", "movie"};
+    JSONWriter json;
+    json.add("path", facts.path).add("ok", true).add("kind", kKinds[static_cast<size_t>(facts.kind)]);
+    json.add("bytes", facts.bytes);
+    if (facts.kind != FileFacts::Kind::Sound) {
+        json.add("format", facts.pictureFormat);
+        json.add("width", static_cast<int64_t>(facts.size.width))
+            .add("height", static_cast<int64_t>(facts.size.height));
+    }
+    if (facts.kind == FileFacts::Kind::Photo) {
+        facts.orientation ? json.add("orientation", *facts.orientation) : json.addNull("orientation");
+        facts.averageColor ? json.add("averageColor", hexOf(*facts.averageColor)) : json.addNull("averageColor");
+        return json;
+    }
+    addText(json, "title", MORAudioWaveImage::taggedTitle(*facts.asset));
+    addText(json, "artist", MORAudioWaveImage::taggedArtist(*facts.asset));
+    addText(json, "album", MORAudioWaveImage::taggedAlbum(*facts.asset));
+    json.add("duration", facts.seconds);
+    if (facts.soundFormat.empty())
+        json.addNull("soundFormat").addNull("sampleRate").addNull("channels");
+    else
+        json.add("soundFormat", facts.soundFormat)
+            .add("sampleRate", facts.sampleRateHz)
+            .add("channels", facts.channels);
+    if (!facts.cover)
+        return json.addNull("cover");
+    JSONWriter cover;
+    if (facts.cover->format.empty())
+        cover.addNull("format").addNull("width").addNull("height");
+    else
+        cover.add("format", facts.cover->format)
+            .add("width", static_cast<int64_t>(facts.cover->size.width))
+            .add("height", static_cast<int64_t>(facts.cover->size.height));
+    return json.add("cover", cover.add("bytes", facts.cover->bytes));
+}
+
+/// The same file, whatever leads to it.
+bool areSame(const std::string& one, const std::string& other)
+{
+    struct stat first = {};
+    struct stat second = {};
+    return stat(one.c_str(), &first) == 0 && stat(other.c_str(), &second) == 0 && first.st_dev == second.st_dev &&
+           first.st_ino == second.st_ino;
+}
+
+bool endsInPNG(const std::string& path)
+{
+    std::string extension = platform::pathExtension(path);
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    return extension == "png";
+}
+
+/// Saves the cover as it is embedded, unless the name asks for PNG and it is none.
+/// @param reason  out: why it was not saved
+ExitStatus saveCover(const FileFacts& facts, const std::string& output, std::string& reason)
+{
+    auto data = facts.asset ? MORAudioWaveImage::audioTrackCoverData(*facts.asset) : std::nullopt;
+    if (!data) {
+        reason = facts.path + " has no cover";
+        return kExitBadInput;
+    }
+    if (endsInPNG(output) && facts.cover && facts.cover->format != "png") {
+        const auto image = platform::NSImage::imageWithData(*std::move(data));
+        data = image ? image->pngData() : std::nullopt;
+        if (!data) {
+            reason = "the cover of " + facts.path + " is no picture that can be read";
+            return kExitBadInput;
+        }
+    }
+    platform::NSError error;
+    if (platform::NSFileManager::defaultManager().writeContents(*data, NSURL::fileURLWithPath(output), &error))
+        return kExitDone;
+    reason = error.localizedDescription;
+    return kExitFailed;
+}
+
+} // namespace
+
+int runInfoCommand(const InfoOptions& options)
+{
+    Terminal terminal(Terminal::ProgressLines::Hidden);
+    const auto tell = [&](const std::string& reason) { terminal.writeLine("stillora: " + reason); };
+    if (options.cover && areSame(options.files.front(), *options.cover)) {
+        tell("the cover would replace " + options.files.front());
+        return kExitUsage;
+    }
+
+    const TerminalColors colors = terminalColors();
+    int status = kExitDone;
+    bool isFirst = true;
+    const auto write = [](const std::string& text) {
+        fmt::print("{}", text);
+        return std::fflush(stdout) == 0;
+    };
+    bool isWritten = true;
+    for (const std::string& path : options.files) {
+        std::string reason;
+        const auto facts = factsOfFile(path, reason);
+        if (!facts) {
+            status = kExitBadInput;
+            tell(path + ": " + reason);
+            if (options.isJSON)
+                isWritten = write(JSONWriter().add("path", path).add("ok", false).add("error", reason).text() + "\n");
+        } else if (options.isJSON) {
+            isWritten = write(jsonOf(*facts).text() + "\n");
+        } else {
+            isWritten = write(fmt::format("{}{}", isFirst ? "" : "\n", textOf(*facts, colors)));
+            isFirst = false;
+        }
+        // Whoever reads may have seen enough.
+        if (!isWritten)
+            break;
+        if (!facts || !options.cover)
+            continue;
+        if (const ExitStatus saved = saveCover(*facts, *options.cover, reason); saved != kExitDone) {
+            tell(reason);
+            return saved;
+        }
+        tell("saved the cover as " + *options.cover);
+    }
+    if (!isWritten) {
+        tell("what is known could not be written to standard output");
+        return kExitFailed;
+    }
+    return status;
+}
