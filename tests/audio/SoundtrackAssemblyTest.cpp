@@ -242,6 +242,73 @@ TEST_F(SoundtrackAssembly, SelectionOfNoLengthFails)
     EXPECT_FALSE(error_.localizedDescription.empty());
 }
 
+TEST_F(SoundtrackAssembly, BadFilesOfEveryKindEndInTheirErrorWithNoFileLeft)
+{
+    folder_.makeFile("text.mp3", "no music at all");
+    folder_.makeFile("empty.mp3", "");
+    writeBytes(folder_.path("nothing.wav"), wavHeader(44100, 2, 0));
+    writeBytes(folder_.path("norate.wav"), wavHeader(0, 2, 1000) + std::string(1000, '\1'));
+    writeBytes(folder_.path("nochannels.wav"), wavHeader(44100, 0, 1000) + std::string(1000, '\1'));
+    outputOf("ffmpeg -nostdin -v error -f lavfi -i color=red:s=64x64:r=2 -frames:v 5 -c:v mjpeg " +
+             quoted(folder_.path("silent.mov")));
+    const auto good = item("good.wav", 3);
+    for (const char* name : {"text.mp3", "empty.mp3", "nothing.wav", "norate.wav", "nochannels.wav", "silent.mov"}) {
+        SCOPED_TRACE(name);
+        error_ = {};
+        log_.clear();
+        const auto bad = MORSoundtrack::soundtrackWithURL(folder_.url(name), {});
+        // The good one before it has been converted by then, and stays.
+        EXPECT_FALSE(assemble({good, bad}, 60, 10));
+        EXPECT_NE(error_.localizedDescription.find(name), std::string::npos) << error_.localizedDescription;
+        EXPECT_EQ(log_, std::vector<std::string>{std::string(kOperation) + " - trimmedconvertedurl == nil"});
+        for (const std::string& file : temporaryFiles())
+            EXPECT_TRUE(file.ends_with("/good.m4a")) << file;
+    }
+}
+
+TEST_F(SoundtrackAssembly, SelectionsThatHoldNothingFailWithAnError)
+{
+    struct Row {
+        const char* name;
+        SoundtrackSelection selection;
+    };
+    for (const Row& row : {Row{"past the end", {20, 25, 5}}, Row{"of no length", {3, 3, 0}},
+                           Row{"start after the end", {5, 3, -2}}, Row{"at the very end", {10, 12, 2}}}) {
+        SCOPED_TRACE(row.name);
+        error_ = {};
+        EXPECT_FALSE(assemble({item("1.wav", 10, 440, row.selection)}, 60, 10));
+        EXPECT_EQ(error_.domain, kAVFoundationErrorDomain);
+        EXPECT_TRUE(temporaryFiles().empty());
+    }
+    // One that only reaches past the end plays what there is.
+    const auto finished = assemble({item("1.wav", 10, 440, {8, 15, 7})}, 60, 7);
+    ASSERT_TRUE(finished) << error_.localizedDescription;
+    EXPECT_EQ(finished->duration().value, 2 * kRate);
+}
+
+TEST_F(SoundtrackAssembly, PiecesOfDifferentRatesFollowEachOtherInTheFinishedSoundtrack)
+{
+    std::vector<MORSoundtrackPtr> items;
+    double seconds = 0;
+    for (const int rate : {44100, 8000, 48000}) {
+        const std::string name = std::to_string(rate) + ".wav";
+        // In phase with the one before.
+        writeWav(folder_.path(name), makeSound(rate, 1, static_cast<size_t>(rate) * 2 + 1, [&](size_t frame, int) {
+                     return 0.5 * std::sin(2 * std::numbers::pi * 300 * (seconds + double(frame) / rate));
+                 }));
+        seconds += (2.0 * rate + 1) / rate;
+        items.push_back(MORSoundtrack::soundtrackWithURL(folder_.url(name), {}));
+    }
+    const auto finished = assemble({items.begin(), items.end()}, 60, seconds);
+    ASSERT_TRUE(finished) << error_.localizedDescription;
+    const Sound heard = decodeWithFFmpeg(finished->URL().path());
+    ASSERT_EQ(heard.rateHz, 44100);
+    EXPECT_EQ(finished->duration().value, std::lround(seconds * 44100));
+    const Sound wanted = makeTone(44100, 1, static_cast<size_t>(seconds * 44100) + 1, 300);
+    for (size_t from = 4096; from + 8192 < static_cast<size_t>(seconds * 44100); from += 4096)
+        EXPECT_GT(signalToNoise(heard, from, wanted, from, 4096), 18) << from;
+}
+
 TEST_F(SoundtrackAssembly, FolderThatCannotBeMadeIsLogged)
 {
     // An empty working list: nothing needs a folder before the export does.
