@@ -55,7 +55,8 @@ size_t startOfPixels(const std::vector<Entry>& entries)
 /// A header and a single directory, which stands before the pixels; entries are sorted by their tags.
 void appendDirectory(NSData& bytes, const std::vector<Entry>& entries)
 {
-    bytes.insert(bytes.end(), {'M', 'M', 0, 42});
+    // "MM", as the high byte of each number stands first, and 42.
+    append(bytes, 0x4D4D002A, 4);
     append(bytes, kHeaderBytes, 4);
     append(bytes, entries.size(), 2);
     NSData values;
