@@ -1,5 +1,6 @@
 #include "client/Localization.h"
 
+#include "client/SharedLibraryPrefix.h"
 #include "platform/foundation/NSBundle.h"
 
 #include <array>
@@ -21,9 +22,12 @@ bool isFolder(const std::string& path)
     return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-/// Beside the program ("bin/../share/locale"), so that a moved installation and a build both find theirs.
+/// Beside the program ("bin/../share/locale") or the shared library, so that a moved installation and a build both find
+/// theirs.
 std::string localeFolder()
 {
+    if (const auto prefix = sharedLibraryPrefix(); prefix && isFolder(*prefix + "share/locale"))
+        return *prefix + "share/locale";
     std::array<char, 4096> path{};
     const ssize_t length = readlink("/proc/self/exe", path.data(), path.size() - 1);
     if (length > 0) {

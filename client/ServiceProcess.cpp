@@ -2,6 +2,7 @@
 
 #include "client/ClientError.h"
 #include "client/FileReason.h"
+#include "client/SharedLibraryPrefix.h"
 #include "client/Text.h"
 
 #include <algorithm>
@@ -151,14 +152,16 @@ std::optional<std::string> ServiceProcess::findProgram(platform::NSError* error)
         return std::nullopt;
     }
     const std::string folder = folderOfThisProgram();
-    const std::array<std::string, 3> places{folder + "/" + kProgramName,
-                                            folder + "/../libexec/stillora/" + kProgramName, STILLORA_SERVICE_PATH};
+    std::vector<std::string> places{folder + "/" + kProgramName, folder + "/../libexec/stillora/" + kProgramName};
+    if (const auto prefix = sharedLibraryPrefix())
+        places.push_back(*prefix + "libexec/stillora/" + kProgramName);
+    places.emplace_back(STILLORA_SERVICE_PATH);
     for (const std::string& place : places)
         if (access(place.c_str(), X_OK) == 0)
             return place;
     platform::fail(error, kClientErrorDomain, kClientErrorServiceNotFound,
-                   fmt::format("the rendering service was not found as {}, {} or {}; {} may name it", places[0],
-                               places[1], places[2], kProgramVariable));
+                   fmt::format("the rendering service was not found as {}; {} may name it", fmt::join(places, " or "),
+                               kProgramVariable));
     return std::nullopt;
 }
 

@@ -14,7 +14,7 @@
 class ServiceProcess final {
 public:
     /// Where the program is: what the environment variable STILLORA_VIDEO_CREATOR names, else beside this program, else
-    /// where it is installed.
+    /// where the shared library or this project is installed.
     /// @return nothing if it is in none of these places; `error` names them
     static std::optional<std::string> findProgram(platform::NSError* error = nullptr);
 

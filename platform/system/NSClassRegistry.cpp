@@ -1,6 +1,41 @@
 #include "platform/system/NSClassRegistry.h"
 
+#include "platform/dispatch/Lock.h"
+
+#include <functional>
+#include <map>
+#include <set>
+
 namespace platform {
+
+class NSClassRegistry::Classes final {
+public:
+    void add(const std::string& name, const std::vector<std::string>& selectors) EXCLUDES(lock_)
+    {
+        const LockGuard guard(lock_);
+        selectors_[name].insert(selectors.begin(), selectors.end());
+    }
+
+    bool contains(std::string_view name) EXCLUDES(lock_)
+    {
+        const LockGuard guard(lock_);
+        return selectors_.contains(name);
+    }
+
+    bool contains(std::string_view name, std::string_view selector) EXCLUDES(lock_)
+    {
+        const LockGuard guard(lock_);
+        const auto known = selectors_.find(name);
+        return known != selectors_.end() && known->second.contains(selector);
+    }
+
+private:
+    using Selectors = std::set<std::string, std::less<>>;
+
+    Lock lock_;
+    /// By class.
+    std::map<std::string, Selectors, std::less<>> selectors_ GUARDED_BY(lock_);
+};
 
 NSClassRegistry& NSClassRegistry::processRegistry()
 {
@@ -8,7 +43,7 @@ NSClassRegistry& NSClassRegistry::processRegistry()
     return registry;
 }
 
-NSClassRegistry::NSClassRegistry()
+NSClassRegistry::NSClassRegistry() : classes_(std::make_unique<Classes>())
 {
     registerClass("NSProcessInfo",
                   {"processorCount", "processName",
@@ -17,23 +52,21 @@ NSClassRegistry::NSClassRegistry()
     registerClass("NSWorkspace", {"iconForFile:", "iconForFileType:", "typeOfFile:error:"});
 }
 
+NSClassRegistry::~NSClassRegistry() = default;
+
 void NSClassRegistry::registerClass(const std::string& name, const std::vector<std::string>& selectors)
 {
-    const LockGuard guard(lock_);
-    classes_[name].insert(selectors.begin(), selectors.end());
+    classes_->add(name, selectors);
 }
 
 bool NSClassRegistry::hasClass(std::string_view name) const
 {
-    const LockGuard guard(lock_);
-    return classes_.contains(name);
+    return classes_->contains(name);
 }
 
 bool NSClassRegistry::instancesRespondToSelector(std::string_view className, std::string_view selector) const
 {
-    const LockGuard guard(lock_);
-    const auto known = classes_.find(className);
-    return known != classes_.end() && known->second.contains(selector);
+    return classes_->contains(className, selector);
 }
 
 } // namespace platform

@@ -1,10 +1,6 @@
 #pragma once
 
-#include "platform/dispatch/Lock.h"
-
-#include <functional>
-#include <map>
-#include <set>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,19 +27,20 @@ public:
 
     /// Knows this process and its workspace.
     NSClassRegistry();
+    ~NSClassRegistry() override;
+    NSClassRegistry(const NSClassRegistry&) = delete;
+    NSClassRegistry& operator=(const NSClassRegistry&) = delete;
 
     /// Adds a class, or operations to one that is known. A capability that was asked for before keeps its answer.
-    void registerClass(const std::string& name, const std::vector<std::string>& selectors = {}) EXCLUDES(lock_);
+    void registerClass(const std::string& name, const std::vector<std::string>& selectors = {});
 
-    bool hasClass(std::string_view name) const override EXCLUDES(lock_);
-    bool instancesRespondToSelector(std::string_view className, std::string_view selector) const override
-        EXCLUDES(lock_);
+    bool hasClass(std::string_view name) const override;
+    bool instancesRespondToSelector(std::string_view className, std::string_view selector) const override;
 
 private:
-    using Selectors = std::set<std::string, std::less<>>;
+    class Classes;
 
-    mutable Lock lock_;
-    std::map<std::string, Selectors, std::less<>> classes_ GUARDED_BY(lock_);
+    const std::unique_ptr<Classes> classes_;
 };
 
 } // namespace platform

@@ -40,6 +40,8 @@ SYSTEM = re.compile(
     r"|pthread\.h|pty\.h|pwd\.h|sched\.h|semaphore\.h|signal\.h|spawn\.h|stdint\.h|stdio\.h|stdlib\.h|string\.h"
     r"|strings\.h|syslog\.h|termios\.h|time\.h|utime\.h|wchar\.h|wordexp\.h)"
 )
+# The project's own headers, as those see them who use it installed.
+INSTALLED = re.compile(r"^stillora/")
 STANDARD = re.compile(r"^[a-z0-9_]+$")
 
 INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*(?:"([^"]+)"|<([^>]+)>)', re.MULTILINE)
@@ -132,6 +134,8 @@ def check_third_party_headers(root):
                 allowed, where = unit in ("tests", "bench"), "tests and benchmarks"
             elif unit in ("tests", "bench", "samples"):
                 allowed, where = True, ""
+            elif INSTALLED.match(name):
+                allowed, where = unit == "docs", "examples"
             elif BACKING.match(name):
                 allowed, where = unit == "platform" and source, "sources of platform"
             elif COMMAND_LINE.match(name):
