@@ -1,5 +1,7 @@
 #include "platform/graphics/ByteReader.h"
 #include "platform/graphics/ImageDecoder.h"
+#include "platform/graphics/LibavLog.h"
+#include "platform/graphics/TIFFHeader.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -84,14 +86,36 @@ std::optional<Header> readJPEG2000Header(std::span<const uint8_t> bytes)
 class AVCodecDecoder final : public ImageDecoder {
 public:
     AVCodecDecoder(std::unique_ptr<ImageFile> imageFile, std::string_view imageFormat)
-        : ImageDecoder(std::move(imageFile), imageFormat), isBMP_(imageFormat == "bmp")
+        : ImageDecoder(std::move(imageFile), imageFormat), codec_(codecOf(imageFormat))
     {}
 
 private:
+    enum class Codec { BMP, JPEG2000, TIFF };
+
+    static Codec codecOf(std::string_view imageFormat)
+    {
+        return imageFormat == "bmp" ? Codec::BMP : imageFormat == "tiff" ? Codec::TIFF : Codec::JPEG2000;
+    }
+
+    /// By name: the system may bring a second decoder of JPEG 2000.
+    const char* codecName() const { return codec_ == Codec::BMP ? "bmp" : codec_ == Codec::TIFF ? "tiff" : "jpeg2000"; }
+
     bool readProperties(Properties& properties, NSError* error) override
     {
+        if (codec_ == Codec::TIFF) {
+            const auto tiff = readTIFFHeader(file());
+            if (!tiff)
+                return failDecoding(error, "is damaged: it has no picture header");
+            properties.pixelWidth = tiff->width;
+            properties.pixelHeight = tiff->height;
+            properties.orientation = tiff->orientation;
+            properties.dpi = tiff->dpi;
+            reference_ = tiff->reference;
+            return true;
+        }
         constexpr size_t kHeaderBytes = size_t{1} << 16;
-        const auto header = isBMP_ ? readBMPHeader(file().first(64)) : readJPEG2000Header(file().first(kHeaderBytes));
+        const auto header =
+            codec_ == Codec::BMP ? readBMPHeader(file().first(64)) : readJPEG2000Header(file().first(kHeaderBytes));
         if (!header)
             return failDecoding(error, "is damaged: it has no picture header");
         properties.pixelWidth = header->width;
@@ -160,31 +184,44 @@ private:
                 static_cast<uint8_t>((std::min<unsigned>(samples[x >> shiftX], most) * 255u + most / 2) / most);
     }
 
-    /// JPEG 2000's own colour differences: full range, by the matrix of JPEG.
-    static void turnIntoRGB(std::vector<uint8_t>& row, size_t bands)
+    /// Colour differences by the matrix of JPEG.
+    void turnIntoRGB(std::vector<uint8_t>& row, size_t bands) const
     {
+        // A range of nothing is damage, and shows as black or grey.
+        const auto scale = [this](size_t i, double range) {
+            const double length = reference_[2 * i + 1] - reference_[2 * i];
+            return length > 0 ? range / length : 0;
+        };
+        const std::array<double, 3> scales = {scale(0, 255), scale(1, 127), scale(2, 127)};
         const auto clamped = [](double value) { return static_cast<uint8_t>(std::clamp(value + 0.5, 0.0, 255.0)); };
         for (size_t i = 0; i + 2 < row.size(); i += bands) {
-            const double y = row[i];
-            const double cb = row[i + 1] - 128.0;
-            const double cr = row[i + 2] - 128.0;
+            const double y = (row[i] - reference_[0]) * scales[0];
+            const double cb = (row[i + 1] - reference_[2]) * scales[1];
+            const double cr = (row[i + 2] - reference_[4]) * scales[2];
             row[i] = clamped(y + 1.402 * cr);
             row[i + 1] = clamped(y - 0.344136 * cb - 0.714136 * cr);
             row[i + 2] = clamped(y + 1.772 * cb);
         }
     }
 
+    /// A wavelet picture of fewer levels than most refuses to be halved so often.
     FramePtr decodeFrame(size_t width, size_t height, NSError* error)
+    {
+        FramePtr frame;
+        for (int count = codec_ == Codec::JPEG2000 ? halvings(width, height) : 0; count >= 0 && !frame; --count)
+            frame = decodeHalved(count, count == 0 ? error : nullptr);
+        return frame;
+    }
+
+    FramePtr decodeHalved(int count, NSError* error)
     {
         const auto bytes = file().all();
         if (bytes.size() > static_cast<size_t>(std::numeric_limits<int>::max())) {
             failDecoding(error, "is too long for a picture of this format");
             return nullptr;
         }
-        // Its remarks on odd files are for nobody; what fails is reported by us.
-        av_log_set_level(AV_LOG_QUIET);
-        // By name: the system may bring a second decoder of JPEG 2000.
-        const AVCodec* const codec = avcodec_find_decoder_by_name(isBMP_ ? "bmp" : "jpeg2000");
+        silenceLibavLog();
+        const AVCodec* const codec = avcodec_find_decoder_by_name(codecName());
         const ContextPtr context(codec ? avcodec_alloc_context3(codec) : nullptr);
         const PacketPtr packet(av_packet_alloc());
         FramePtr frame(av_frame_alloc());
@@ -194,8 +231,8 @@ private:
         }
         context->thread_count = 1;
         context->max_pixels = static_cast<int64_t>(kMaxPixels);
-        if (!isBMP_)
-            av_opt_set_int(context->priv_data, "lowres", halvings(width, height), 0);
+        if (codec_ == Codec::JPEG2000)
+            av_opt_set_int(context->priv_data, "lowres", count, 0);
         packet->data = const_cast<uint8_t*>(bytes.data());
         packet->size = static_cast<int>(bytes.size());
         const bool isDecoded = avcodec_open2(context.get(), codec, nullptr) == 0 &&
@@ -212,7 +249,6 @@ private:
     int halvings(size_t width, size_t height) const
     {
         int count = 0;
-        // Files are made with five levels; a file of fewer would refuse more.
         constexpr int kMost = 3;
         while (count < kMost && properties().pixelWidth >> (count + 1) >= width &&
                properties().pixelHeight >> (count + 1) >= height)
@@ -220,7 +256,9 @@ private:
         return count;
     }
 
-    const bool isBMP_;
+    const Codec codec_;
+    // Full range, unless a file says otherwise.
+    std::array<double, 6> reference_ = {0, 255, 128, 255, 128, 255};
 };
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "platform/graphics/ImageFormat.h"
 #include "platform/graphics/ImageOrientation.h"
 #include "platform/graphics/PixelRecycling.h"
+#include "platform/graphics/TIFFHeader.h"
 
 #include <algorithm>
 #include <cmath>
@@ -28,7 +29,10 @@ std::unique_ptr<CGImageSource> createWithFile(std::unique_ptr<ImageFile> file, N
     }
     if (format == "jpeg")
         return makeJPEGDecoder(std::move(file));
-    if (format == "bmp" || format == "jp2")
+    // Of colour differences, the image library reads only those of JPEG.
+    const auto tiff = format == "tiff" ? readTIFFHeader(*file) : std::nullopt;
+    const bool hasPlainDifferences = tiff && tiff->hasColorDifferences && !tiff->isJPEG;
+    if (format == "bmp" || format == "jp2" || hasPlainDifferences)
         return makeAVCodecDecoder(std::move(file), format);
     return makeVipsDecoder(std::move(file), format);
 }

@@ -1,16 +1,16 @@
 #include "platform/media/FFmpegHandles.h"
 
+#include "platform/graphics/LibavLog.h"
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/dict.h>
 #include <libavutil/error.h>
-#include <libavutil/log.h>
 #include <libswresample/swresample.h>
 }
 
 #include <cerrno>
-#include <mutex>
 #include <sys/stat.h>
 
 namespace platform {
@@ -62,8 +62,7 @@ void FreeResampler::operator()(SwrContext* context) const
 
 void silenceLibraries()
 {
-    static std::once_flag once;
-    std::call_once(once, [] { av_log_set_level(AV_LOG_QUIET); });
+    silenceLibavLog();
 }
 
 std::string textOfAVError(int code)

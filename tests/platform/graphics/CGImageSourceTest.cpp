@@ -298,6 +298,79 @@ TEST_F(CGImageSourceTest, DecodesJPEG2000)
     }
 }
 
+TEST_F(CGImageSourceTest, DecodesJPEG2000OfFewLevels)
+{
+    // Halved as often as others, a decoder refuses it.
+    for (const std::string levels : {"1", "2", "3"}) {
+        const auto path = converted("a.jp2", test::quadrants(403, 301),
+                                    {"-c:v", "libopenjpeg", "-numresolution", levels, "-pix_fmt", "rgb24"});
+        NSError error;
+        const auto source = CGImageSource::createWithURL(test::url(path));
+        ASSERT_NE(source, nullptr);
+        EXPECT_TRUE(source->canDecode(&error)) << levels;
+        for (const double bound : {403.0, 200.0, 90.0, 30.0})
+            expectQuadrants(thumbnail(path, bound, true, &error), kUpright, 8, levels + " at " + std::to_string(bound));
+        EXPECT_EQ(error, NSError()) << "written only on failure";
+    }
+}
+
+TEST_F(CGImageSourceTest, WritesNothingToStandardErrorOfOddFiles)
+{
+    const auto jp2 = test::readFile(converted("a.jp2", test::textured(403, 301)));
+    const auto bmp = test::readFile(converted("a.bmp", test::textured(403, 301)));
+    testing::internal::CaptureStderr();
+    for (const auto& [name, whole] : {std::pair{"b.jp2", jp2}, {"b.bmp", bmp}})
+        for (const size_t length : {whole.size(), whole.size() / 2, size_t{200}}) {
+            auto bytes = whole;
+            bytes.resize(length);
+            for (const double bound : {403.0, 30.0})
+                (void)thumbnail(file(name, bytes), bound);
+        }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST_F(CGImageSourceTest, DecodesTIFFOfColorDifferences)
+{
+    // JPEG inside, which two libraries write with differences of their own, and plain ones of every density.
+    test::save(test::quadrants(400, 300), folder_.path("jpeg.tiff[compression=jpeg,Q=75]"));
+    test::save(test::quadrants(400, 300), folder_.path("tiles.tiff[compression=jpeg,Q=75,tile]"));
+    for (const std::string name : {"jpeg.tiff", "tiles.tiff"})
+        expectQuadrants(thumbnail(folder_.path(name), 200), kUpright, kLossy, name);
+    for (const std::string format : {"yuv444p", "yuv420p"})
+        for (const std::string compression : {"raw", "lzw", "deflate"}) {
+            const auto path = converted(format + compression + ".tif", test::quadrants(400, 300),
+                                        {"-pix_fmt", format, "-compression_algo", compression});
+            const auto found = properties(path);
+            ASSERT_TRUE(found);
+            EXPECT_EQ(found->format, "tiff");
+            EXPECT_EQ(found->pixelWidth, 400u);
+            EXPECT_EQ(found->pixelHeight, 300u);
+            expectQuadrants(thumbnail(path, 200), kUpright, 8, format + " " + compression);
+        }
+}
+
+TEST_F(CGImageSourceTest, ShowsTIFFOfDamagedColorDifferencesOrRefusesIt)
+{
+    const auto whole = test::readFile(converted("a.tif", test::quadrants(120, 90), {"-pix_fmt", "yuv420p"}));
+    std::minstd_rand random(5);
+    size_t shown = 0;
+    for (int round = 0; round < 200; ++round) {
+        auto bytes = whole;
+        // The directory stands at the end of these files.
+        for (unsigned i = 0; i < 1 + random() % 4; ++i)
+            bytes[bytes.size() - 1 - random() % 400] = static_cast<uint8_t>(random());
+        const auto path = file("b.tif", bytes);
+        const auto source = CGImageSource::createWithURL(test::url(path));
+        ASSERT_NE(source, nullptr);
+        const bool canDecode = source->canDecode();
+        for (const double bound : {20.0, 60.0, 400.0})
+            EXPECT_EQ(thumbnail(path, bound) != nullptr, canDecode) << round;
+        shown += canDecode;
+    }
+    EXPECT_GT(shown, 20u);
+    EXPECT_LT(shown, 200u);
+}
+
 TEST_F(CGImageSourceTest, DecodesHEIC)
 {
     const auto path = file("a.heic", test::heifBytes({test::quadrants(400, 300)}));
