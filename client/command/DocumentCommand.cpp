@@ -27,14 +27,6 @@ namespace {
 using platform::NSError;
 using platform::NSURL;
 
-ExitStatus statusOf(const NSError& error)
-{
-    const bool isInput = error.domain == kClientErrorDomain &&
-                         (error.code == kClientErrorNoDocument || error.code == kClientErrorDocumentDamaged ||
-                          error.code == kClientErrorDocumentTooNew);
-    return isInput ? kExitBadInput : kExitFailed;
-}
-
 bool isCancel(const NSError& error)
 {
     return error.domain == kClientErrorDomain && error.code == kClientErrorCancelled;
@@ -140,7 +132,7 @@ int fill(Document& document, const DocumentFillOptions& options, MovieCommand& c
     const bool isDone = document.add(filling.photos, filling.sounds, tellCopying, &error) && document.save(&error);
     command.clearProgress();
     if (!isDone)
-        return isCancel(error) ? command.stopped() : command.fail(statusOf(error), error.localizedDescription);
+        return isCancel(error) ? command.stopped() : command.fail(kExitFailed, error.localizedDescription);
     command.note(fmt::format("{}, {}, {} copied", counted(filling.photos.size(), "photo"),
                              counted(filling.sounds.size(), "sound"), bytesText(static_cast<double>(bytes))));
     JSONWriter result;
@@ -161,7 +153,7 @@ int runNew(const DocumentFillOptions& options)
     NSError error;
     const auto document = Document::create(NSURL::fileURLWithPath(options.document, true), &error);
     if (!document)
-        return command.fail(statusOf(error), error.localizedDescription);
+        return command.fail(kExitFailed, error.localizedDescription);
     document->setSettings(settingsOf(options.movie));
     return fill(*document, options, command);
 }
@@ -178,7 +170,7 @@ int runAdd(const DocumentFillOptions& options)
     };
     const auto document = Document::loadForChange(locationOfDocument(options.document), waits, &error);
     if (!document)
-        return isCancel(error) ? command.stopped() : command.fail(statusOf(error), error.localizedDescription);
+        return isCancel(error) ? command.stopped() : command.fail(kExitBadInput, error.localizedDescription);
     for (const BadItem& item : badItemsOf(*document))
         command.note(fmt::format("{}: {}", item.path, item.reason));
     return fill(*document, options, command);
@@ -190,7 +182,7 @@ int runList(const DocumentLookOptions& options)
     NSError error;
     const auto document = Document::load(locationOfDocument(options.document), &error);
     if (!document)
-        return command.fail(statusOf(error), error.localizedDescription);
+        return command.fail(kExitBadInput, error.localizedDescription);
     if (options.isJSON)
         fmt::print("{}\n", listingAsJSON(*document).text());
     else
@@ -209,7 +201,7 @@ int runCheck(const DocumentLookOptions& options)
     NSError error;
     const auto document = Document::load(locationOfDocument(options.document), &error);
     if (!document)
-        return command.fail(statusOf(error), error.localizedDescription);
+        return command.fail(kExitBadInput, error.localizedDescription);
     const CheckedDocument checked =
         checkDocument(*document, [&](size_t done) { return command.photosChecked(done, document->photos().size()); });
     command.clearProgress();
@@ -272,7 +264,7 @@ int runRender(const DocumentRenderOptions& options)
     NSError error;
     const auto document = Document::load(locationOfDocument(options.document), &error);
     if (!document)
-        return command.fail(statusOf(error), error.localizedDescription);
+        return command.fail(kExitBadInput, error.localizedDescription);
     const MovieSettings settings = settingsFor(*document, wish);
     const std::string title = settings.title.value_or(document->name());
     if (const auto fault = faultOfTitle(title))
@@ -293,12 +285,15 @@ int runRender(const DocumentRenderOptions& options)
         return command.refuseBadInput(badPhotos, badSounds, "; --skip-bad leaves out what cannot");
     for (const BadItem& item : checked.bad)
         command.note(fmt::format("left out: {}: {}", item.path, item.reason));
-    for (const std::vector<std::string>& faults : {checked.changed, document->settingFaults()})
-        for (const std::string& fault : faults)
-            command.note(fault);
-    if (!document->settingFaults().empty() && !wish.skipsBad)
+    for (const std::string& change : checked.changed)
+        command.note(change);
+    const bool areFaultsRefused = !document->settingFaults().empty() && !wish.skipsBad;
+    for (const std::string& fault : document->settingFaults())
+        areFaultsRefused ? command.complain(fault) : command.note(fault);
+    if (areFaultsRefused)
         return command.fail(kExitBadInput,
-                            fmt::format("the settings of {} cannot be used", document->location().path()));
+                            fmt::format("the settings of {} cannot be used; --skip-bad renders with others",
+                                        document->location().path()));
     if (checked.photos.empty())
         return command.fail(kExitBadInput, document->photos().empty()
                                                ? fmt::format("there are no photos in {}", document->location().path())

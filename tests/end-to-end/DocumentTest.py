@@ -157,6 +157,20 @@ class DocumentTest(stillora.TestCase):
         self.assertEqual(written["settings"], content["settings"])
         self.assertEqual(len(written["photos"]), 7)
 
+    def test_settings_that_cannot_be_used_are_told_and_not_rendered_with(self):
+        document = self.folder / "Trip.stillora"
+        self.document("new", document, self.originals / "img1.jpg", "--seconds", "1", "--quality", "240")
+        file = document / "Document.plist"
+        content = plistlib.loads(file.read_bytes())
+        content["settings"]["codec"] = "mp4v"
+        file.write_bytes(plistlib.dumps(content, fmt=plistlib.FMT_BINARY))
+        for command in (["check"], ["render", "--quiet", "--save", self.save]):
+            result = self.document(command[0], document, *command[1:], expect=BAD_INPUT)
+            self.assertIn('the setting "codec" is "mp4v", which is no codec', result.err)
+        self.assertEqual(self.leftovers(self.save), [])
+        self.rendered(document, "--skip-bad")
+        self.assertEqual(plistlib.loads(file.read_bytes()), content)
+
     def test_a_document_of_a_newer_version_is_left_alone(self):
         document = self.folder / "Trip.stillora"
         self.document("new", document, self.originals)
