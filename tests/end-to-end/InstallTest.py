@@ -39,6 +39,10 @@ class InstallTest(stillora.TestCase):
                       "lib/systemd/user/app.stillora.VideoCreator@.service",
                       "share/dbus-1/interfaces/app.stillora.morStilloraVideoCreatorProtocol.xml",
                       "share/dbus-1/interfaces/app.stillora.morStilloraXPCCreatorUpdateProtocol.xml",
+                      "share/bash-completion/completions/stillora", "share/zsh/site-functions/_stillora",
+                      "include/stillora/client/MovieMaker.h", "lib/libstillora-client.so", "lib/pkgconfig/stillora-client.pc",
+                      "lib/cmake/StilloraClient/StilloraClientConfig.cmake",
+                      "share/doc/stillora/client-library.md", "share/doc/stillora/examples/client-library/MakeMovie.cpp",
                       "share/man/man1/stillora.1", "share/man/man8/stillora-video-creator.8", "share/locale/de/LC_MESSAGES/stillora.mo",
                       "share/doc/stillora/README.md", "share/doc/stillora/protocol.md", "share/doc/stillora/LICENSE"):
             with self.subTest(place):
