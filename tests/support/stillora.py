@@ -402,6 +402,15 @@ def photo(path, width=320, height=240, **changes):
     return "MORPhoto", {key: value for key, value in values.items() if value is not None}
 
 
+def soundtrack(path):
+    """A whole sound file as it crosses the wire."""
+    return "MORSoundtrack", {
+        "soundtrackURL": GLib.Variant("ay", bookmark(path)),
+        "selection": GLib.Variant("s", "{0.000000, 0.000000}"),
+        "originalPath": GLib.Variant("s", os.fspath(path)),
+    }
+
+
 def request(photos, save, temporary, soundtracks=(), seconds=1.0, sound_seconds=0.0, loop=False, codec="avc1", quality=240,
             reduce_borders=False, document=None):
     items = [item if isinstance(item, tuple) else photo(item) for item in photos]

@@ -1,0 +1,85 @@
+"""Movies with music, by the real service: what composition leaves as it is, and where picture and sound end."""
+
+import unittest
+
+import stillora
+from stillora import Service, probe, run
+
+SECONDS = 1.5
+RATE = 44100
+# Samples in a packet of AAC.
+PACKET = 1024
+
+
+def music(file, seconds, root, options=()):
+    """Chords struck every half second over some noise, in stereo, quieter and louder as music is."""
+    loud = r"0.3*exp(-5*mod(t\,0.5))*(0.6+0.4*sin(t))"
+    tone = lambda part: f"{loud}*sin(2*PI*t*{root * part})"
+    source = f"aevalsrc={tone(1)}+{tone(1.26)}+0.02*random(0)|{tone(1.5)}+{tone(2)}+0.02*random(1):s={RATE}:d={seconds}"
+    run("ffmpeg", "-v", "error", "-f", "lavfi", "-i", source, *options, file)
+    return file
+
+
+def packets(file, kind):
+    """The hash of each packet of the only stream of a kind, in order."""
+    lines = run("ffmpeg", "-v", "error", "-i", file, "-map", f"0:{kind}", "-c", "copy", "-f", "framehash", "-hash", "sha256", "-")
+    return [line.split(",")[-1].strip() for line in lines.decode().splitlines() if not line.startswith("#")]
+
+
+def decoded_samples(file):
+    """How many samples of sound are heard."""
+    return len(run("ffmpeg", "-v", "error", "-i", file, "-map", "0:a", "-f", "s16le", "-ac", "1", "-")) // 2
+
+
+class CompositionTest(stillora.TestCase):
+    """Forty photos, with an MP3, an M4A and a WAV that together outlast them."""
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.photos = stillora.pictures(cls.shared / "photos", 40)
+        cls.music = [
+            music(cls.shared / "first.mp3", 25.3, 220, ("-q:a", "4")),
+            music(cls.shared / "second.m4a", 20.1, 277, ("-c:a", "aac", "-b:a", "128k")),
+            music(cls.shared / "third.wav", 31.7, 330),
+        ]
+        cls.length = 40 * SECONDS
+
+    def test_the_packets_of_both_stages_are_those_of_the_movie(self):
+        items = [stillora.soundtrack(file) for file in self.music]
+        with Service.connected(self) as service:
+            movie = service.client.request(self.photos, self.save, self.temporary, soundtracks=items, seconds=SECONDS,
+                                           sound_seconds=25.3 + 20.1 + 31.7, quality=360).movie()
+        (picture,) = self.temporary.rglob("videoWithoutSound.mov")
+        (sound,) = self.temporary.rglob("stilloraFinishedAudio.m4a")
+        before, after = packets(picture, "v"), packets(movie, "v")
+        self.assertEqual((len(before), len(set(before))), (40, 40), "forty photos, none like another")
+        self.assertEqual(after, before)
+        before, after = packets(sound, "a"), packets(movie, "a")
+        self.assertGreater(len(set(before)), self.length * RATE / PACKET * 0.9, "this is music, not silence")
+        self.assertEqual(after, before)
+        self.check_ends(movie)
+
+    def test_a_movie_of_the_command_line_ends_with_its_music(self):
+        options = [part for file in self.music for part in ("--soundtrack", file)]
+        movie = self.made_movie(self.create("--quality", "360", "--seconds", str(SECONDS), *options, *self.photos))
+        self.check_ends(movie)
+
+    def check_ends(self, movie):
+        facts = probe(movie)
+        self.assertEqual([stream["codec_type"] for stream in facts["streams"]], ["video", "audio"])
+        video, audio = facts["video"][0], facts["audio"][0]
+        self.assertEqual([float(stream["start_time"]) for stream in (video, audio)], [0, 0])
+        self.assertEqual(float(video["duration"]), self.length)
+        self.assertAlmostEqual(float(audio["duration"]), self.length, delta=1 / RATE)
+        # The edit list ends the sound within its last packet; not every decoder stops before that packet's end.
+        samples = decoded_samples(movie)
+        self.assertGreaterEqual(samples, self.length * RATE)
+        self.assertLess(samples, self.length * RATE + PACKET)
+        times = [(float(packet["pts_time"]), float(packet["duration_time"])) for packet in facts["pictures"]]
+        self.assertEqual(times, [(SECONDS * number, SECONDS) for number in range(40)])
+        self.assertEqual(stillora.decoded_frames(movie), 40)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
