@@ -1,17 +1,19 @@
 #pragma once
 
 #include "platform/archive/NSCoder.h"
+#include "platform/foundation/AtomicProperty.h"
 #include "platform/foundation/NSColor.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSDate.h"
 #include "platform/foundation/NSGeometry.h"
 #include "platform/foundation/NSURL.h"
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 /// One photo of a slideshow. A plain value holder; properties may be read on one thread while another sets them.
@@ -46,36 +48,35 @@ public:
     std::string className() const override { return "MORPhoto"; }
     static bool supportsSecureCoding() { return true; }
 
-    std::optional<platform::NSURL> photoURL() const;
-    void setPhotoURL(std::optional<platform::NSURL> url);
-    std::optional<std::string> title() const;
-    void setTitle(std::optional<std::string> title);
-    std::optional<platform::NSDate> dateCreated() const;
-    void setDateCreated(std::optional<platform::NSDate> date);
-    std::optional<platform::NSColor> averageImageColor() const;
-    void setAverageImageColor(std::optional<platform::NSColor> color);
+    std::optional<platform::NSURL> photoURL() const { return photoURL_.get(); }
+    void setPhotoURL(std::optional<platform::NSURL> url) { photoURL_.set(std::move(url)); }
+    std::optional<std::string> title() const { return title_.get(); }
+    void setTitle(std::optional<std::string> title) { title_.set(std::move(title)); }
+    std::optional<platform::NSDate> dateCreated() const { return dateCreated_.get(); }
+    void setDateCreated(std::optional<platform::NSDate> date) { dateCreated_.set(date); }
+    std::optional<platform::NSColor> averageImageColor() const { return averageImageColor_.get(); }
+    void setAverageImageColor(std::optional<platform::NSColor> color) { averageImageColor_.set(color); }
     /// Pixels, upright; zero until set.
-    platform::CGSize size() const;
-    void setSize(platform::CGSize size);
+    platform::CGSize size() const { return size_.get(); }
+    void setSize(platform::CGSize size) { size_.set(size); }
     /// Bytes.
-    int64_t fileSize() const;
-    void setFileSize(int64_t bytes);
-    bool isFeatured() const;
-    void setIsFeatured(bool isFeatured);
+    int64_t fileSize() const { return fileSize_; }
+    void setFileSize(int64_t bytes) { fileSize_ = bytes; }
+    bool isFeatured() const { return isFeatured_; }
+    void setIsFeatured(bool isFeatured) { isFeatured_ = isFeatured; }
 
 private:
     bool loadSaveData(const std::optional<platform::NSData>& data, const platform::NSURL& saveLocation,
                       platform::NSError* error);
     bool decode(const platform::NSCoder& coder, platform::NSError* error);
 
-    mutable std::mutex mutex_;
-    std::optional<platform::NSURL> photoURL_;
-    std::optional<std::string> title_;
-    std::optional<platform::NSDate> dateCreated_;
-    std::optional<platform::NSColor> averageImageColor_;
-    platform::CGSize size_;
-    int64_t fileSize_ = 0;
-    bool isFeatured_ = false;
+    platform::AtomicProperty<std::optional<platform::NSURL>> photoURL_;
+    platform::AtomicProperty<std::optional<std::string>> title_;
+    platform::AtomicProperty<std::optional<platform::NSDate>> dateCreated_;
+    platform::AtomicProperty<std::optional<platform::NSColor>> averageImageColor_;
+    platform::AtomicProperty<platform::CGSize> size_;
+    std::atomic<int64_t> fileSize_{0};
+    std::atomic<bool> isFeatured_{false};
 };
 
 using MORPhotoPtr = std::shared_ptr<MORPhoto>;

@@ -127,39 +127,3 @@ std::optional<MORSoundtrack::SaveData> MORSoundtrack::readSaveData(const std::op
         return std::nullopt;
     return SaveData{*url, selectionOfText(selectionText.value_or("")), path};
 }
-
-std::optional<NSURL> MORSoundtrack::soundtrackURL() const
-{
-    const std::lock_guard lock(mutex_);
-    return soundtrackURL_;
-}
-
-void MORSoundtrack::setSoundtrackURL(std::optional<NSURL> url)
-{
-    const std::lock_guard lock(mutex_);
-    soundtrackURL_ = std::move(url);
-}
-
-std::optional<std::string> MORSoundtrack::_originalPath() const
-{
-    const std::lock_guard lock(mutex_);
-    return originalPath_;
-}
-
-void MORSoundtrack::set_originalPath(std::optional<std::string> path)
-{
-    const std::lock_guard lock(mutex_);
-    originalPath_ = std::move(path);
-}
-
-SoundtrackSelection MORSoundtrack::selection() const
-{
-    const std::lock_guard lock(mutex_);
-    return selection_;
-}
-
-void MORSoundtrack::setSelection(SoundtrackSelection selection)
-{
-    const std::lock_guard lock(mutex_);
-    selection_ = selection;
-}

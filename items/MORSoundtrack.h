@@ -1,12 +1,12 @@
 #pragma once
 
 #include "platform/archive/NSCoder.h"
+#include "platform/foundation/AtomicProperty.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSURL.h"
 #include "platform/media/AVURLAsset.h"
 
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
@@ -78,12 +78,12 @@ public:
     /// The file, with precise timing; one asset for all items of a file. Null without a location.
     platform::AVURLAssetPtr asset() const;
 
-    std::optional<platform::NSURL> soundtrackURL() const;
-    void setSoundtrackURL(std::optional<platform::NSURL> url);
-    std::optional<std::string> _originalPath() const;
-    void set_originalPath(std::optional<std::string> path);
-    SoundtrackSelection selection() const;
-    void setSelection(SoundtrackSelection selection);
+    std::optional<platform::NSURL> soundtrackURL() const { return soundtrackURL_.get(); }
+    void setSoundtrackURL(std::optional<platform::NSURL> url) { soundtrackURL_.set(std::move(url)); }
+    std::optional<std::string> _originalPath() const { return originalPath_.get(); }
+    void set_originalPath(std::optional<std::string> path) { originalPath_.set(std::move(path)); }
+    SoundtrackSelection selection() const { return selection_.get(); }
+    void setSelection(SoundtrackSelection selection) { selection_.set(selection); }
 
 private:
     struct SaveData {
@@ -95,10 +95,9 @@ private:
                                                 const platform::NSURL& saveLocation, platform::NSError* error);
     bool decode(const platform::NSCoder& coder, platform::NSError* error);
 
-    mutable std::mutex mutex_;
-    std::optional<platform::NSURL> soundtrackURL_;
-    std::optional<std::string> originalPath_;
-    SoundtrackSelection selection_;
+    platform::AtomicProperty<std::optional<platform::NSURL>> soundtrackURL_;
+    platform::AtomicProperty<std::optional<std::string>> originalPath_;
+    platform::AtomicProperty<SoundtrackSelection> selection_;
 };
 
 using MORSoundtrackPtr = std::shared_ptr<MORSoundtrack>;

@@ -3,6 +3,7 @@
 #include "platform/media/CMTime.h"
 
 #include <map>
+#include <mutex>
 
 using namespace platform;
 

@@ -84,7 +84,7 @@ morStilloraVideoCreator::morStilloraVideoCreator(VideoCreatorStages stages)
     if (bufferCreationQ_.maxConcurrentOperationCount() < 1)
         bufferCreationQ_.setMaxConcurrentOperationCount(1);
 
-    imageBuffers_ = std::make_shared<FrameList>();
+    setImageBuffers(std::make_shared<FrameList>());
 }
 
 morStilloraVideoCreator::~morStilloraVideoCreator()
@@ -312,56 +312,6 @@ void morStilloraVideoCreator::_setAutomaticTerminationEnabled(bool isEnabled)
         process.enableAutomaticTermination(reason);
     else
         process.disableAutomaticTermination(reason);
-}
-
-platform::NSXPCConnectionPtr morStilloraVideoCreator::xpcConnection() const
-{
-    platform::LockGuard guard(lock_);
-    return xpcConnection_;
-}
-
-void morStilloraVideoCreator::setXpcConnection(platform::NSXPCConnectionPtr connection)
-{
-    // The old one ends outside the lock.
-    platform::LockGuard guard(lock_);
-    xpcConnection_.swap(connection);
-}
-
-NSURL morStilloraVideoCreator::destinationURL() const
-{
-    platform::LockGuard guard(lock_);
-    return destinationURL_;
-}
-
-void morStilloraVideoCreator::setDestinationURL(NSURL url)
-{
-    platform::LockGuard guard(lock_);
-    destinationURL_ = std::move(url);
-}
-
-NSURL morStilloraVideoCreator::temporaryURL() const
-{
-    platform::LockGuard guard(lock_);
-    return temporaryURL_;
-}
-
-void morStilloraVideoCreator::setTemporaryURL(NSURL url)
-{
-    platform::LockGuard guard(lock_);
-    temporaryURL_ = std::move(url);
-}
-
-std::shared_ptr<FrameList> morStilloraVideoCreator::imageBuffers() const
-{
-    platform::LockGuard guard(lock_);
-    return imageBuffers_;
-}
-
-void morStilloraVideoCreator::setImageBuffers(std::shared_ptr<FrameList> frames)
-{
-    // The old frames end outside the lock.
-    platform::LockGuard guard(lock_);
-    imageBuffers_.swap(frames);
 }
 
 void morStilloraVideoCreator::updateProgress(const ProgressUpdate& update)

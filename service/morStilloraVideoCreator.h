@@ -2,8 +2,8 @@
 
 #include "items/morStilloraVideoCreatorProtocol.h"
 #include "platform/connection/NSXPCConnection.h"
-#include "platform/dispatch/Lock.h"
 #include "platform/dispatch/NSOperationQueue.h"
+#include "platform/foundation/AtomicProperty.h"
 #include "platform/foundation/NSGeometry.h"
 #include "platform/media/AVURLAsset.h"
 #include "service/VideoCreatorStages.h"
@@ -15,6 +15,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 /// Runs the jobs of one connection, and holds what their stages share. Held by a shared_ptr. Any thread.
 ///
@@ -73,18 +74,18 @@ public:
     bool isCancelled() const override { return isCancelled_; }
     void setIsCancelled(bool isCancelled) override { isCancelled_ = isCancelled; }
     /// The connection that owns this creator; null while there is none.
-    platform::NSXPCConnectionPtr xpcConnection() const;
-    void setXpcConnection(platform::NSXPCConnectionPtr connection);
-    platform::NSURL destinationURL() const override;
-    void setDestinationURL(platform::NSURL url);
-    platform::NSURL temporaryURL() const override;
-    void setTemporaryURL(platform::NSURL url);
+    platform::NSXPCConnectionPtr xpcConnection() const { return xpcConnection_.get(); }
+    void setXpcConnection(platform::NSXPCConnectionPtr connection) { xpcConnection_.set(std::move(connection)); }
+    platform::NSURL destinationURL() const override { return destinationURL_.get(); }
+    void setDestinationURL(platform::NSURL url) { destinationURL_.set(std::move(url)); }
+    platform::NSURL temporaryURL() const override { return temporaryURL_.get(); }
+    void setTemporaryURL(platform::NSURL url) { temporaryURL_.set(std::move(url)); }
     platform::NSOperationQueue& fbQ() override { return fbQ_; }
     platform::NSOperationQueue& bufferCreationQ() override { return bufferCreationQ_; }
     uint64_t currentNeededPhotoIndex() const override { return currentNeededPhotoIndex_; }
     void setCurrentNeededPhotoIndex(uint64_t index) override { currentNeededPhotoIndex_ = index; }
-    std::shared_ptr<FrameList> imageBuffers() const override;
-    void setImageBuffers(std::shared_ptr<FrameList> frames) override;
+    std::shared_ptr<FrameList> imageBuffers() const override { return imageBuffers_.get(); }
+    void setImageBuffers(std::shared_ptr<FrameList> frames) override { imageBuffers_.set(std::move(frames)); }
     /// @}
 
     void updateProgress(const ProgressUpdate& update) override;
@@ -103,12 +104,10 @@ private:
 
     std::atomic<bool> isCancelled_{false};
     std::atomic<uint64_t> currentNeededPhotoIndex_{0};
-
-    mutable platform::Lock lock_;
-    platform::NSXPCConnectionPtr xpcConnection_ GUARDED_BY(lock_);
-    platform::NSURL destinationURL_ GUARDED_BY(lock_);
-    platform::NSURL temporaryURL_ GUARDED_BY(lock_);
-    std::shared_ptr<FrameList> imageBuffers_ GUARDED_BY(lock_);
+    platform::AtomicProperty<platform::NSXPCConnectionPtr> xpcConnection_;
+    platform::AtomicProperty<platform::NSURL> destinationURL_;
+    platform::AtomicProperty<platform::NSURL> temporaryURL_;
+    platform::AtomicProperty<std::shared_ptr<FrameList>> imageBuffers_;
 
     platform::NSOperationQueue fbQ_;
     platform::NSOperationQueue bufferCreationQ_;
