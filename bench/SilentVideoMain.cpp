@@ -2,13 +2,12 @@
 // process's memory in MB and where the movie is.
 
 #include "platform/dispatch/DispatchQueue.h"
-#include "platform/dispatch/Lock.h"
 #include "platform/graphics/CGImageSource.h"
 #include "platform/system/NSProcessInfo.h"
+#include "tests/video/TestVideoStageContext.h"
 #include "video/SilentVideo.h"
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -22,52 +21,13 @@ namespace {
 
 using platform::DispatchQueue;
 
-/// As the creator's, without a client.
-class BenchContext final : public VideoStageContext {
-public:
-    explicit BenchContext(platform::NSURL folder) : folder_(std::move(folder))
-    {
-        feedback_.setMaxConcurrentOperationCount(1);
-        const auto processors = static_cast<int>(platform::NSProcessInfo::processInfo().processorCount());
-        rendering_.setUnderlyingQueue(
-            DispatchQueue::create("frames", {.kind = DispatchQueue::Kind::Concurrent, .niceness = 5}));
-        rendering_.setMaxConcurrentOperationCount(std::max(1, processors - processors / 4));
-    }
-    ~BenchContext() override
-    {
-        rendering_.waitUntilAllOperationsAreFinished();
-        feedback_.waitUntilAllOperationsAreFinished();
-    }
-
-    bool isCancelled() const override { return isCancelled_; }
-    void setIsCancelled(bool isCancelled) override { isCancelled_ = isCancelled; }
-    platform::NSURL destinationURL() const override { return folder_; }
-    platform::NSURL temporaryURL() const override { return folder_; }
-    platform::NSOperationQueue& fbQ() override { return feedback_; }
-    void updateProgress(const ProgressUpdate&) override {}
-    platform::NSOperationQueue& bufferCreationQ() override { return rendering_; }
-    uint64_t currentNeededPhotoIndex() const override { return needed_; }
-    void setCurrentNeededPhotoIndex(uint64_t index) override { needed_ = index; }
-    std::shared_ptr<FrameList> imageBuffers() const override
-    {
-        platform::LockGuard guard(lock_);
-        return frames_;
-    }
-    void setImageBuffers(std::shared_ptr<FrameList> frames) override
-    {
-        platform::LockGuard guard(lock_);
-        frames_ = std::move(frames);
-    }
-
-private:
-    const platform::NSURL folder_;
-    platform::NSOperationQueue feedback_;
-    platform::NSOperationQueue rendering_;
-    std::atomic<bool> isCancelled_{false};
-    std::atomic<uint64_t> needed_{0};
-    mutable platform::Lock lock_;
-    std::shared_ptr<FrameList> frames_ GUARDED_BY(lock_);
-};
+/// As the creator makes them.
+void setUpFrameQueue(platform::NSOperationQueue& queue)
+{
+    const auto processors = static_cast<int>(platform::NSProcessInfo::processInfo().processorCount());
+    queue.setUnderlyingQueue(DispatchQueue::create("frames", {.kind = DispatchQueue::Kind::Concurrent, .niceness = 5}));
+    queue.setMaxConcurrentOperationCount(std::max(1, processors - processors / 4));
+}
 
 /// The folder's photos by name; those that cannot be opened are left out.
 PhotoList photosIn(const std::string& folder)
@@ -108,7 +68,9 @@ int main(int count, char** arguments)
         std::fprintf(stderr, "silent-video: at least five photos are needed\n");
         return 2;
     }
-    BenchContext context(platform::NSURL::fileURLWithPath(arguments[5], true));
+    const auto folder = platform::NSURL::fileURLWithPath(arguments[5], true);
+    TestVideoStageContext context(folder, folder);
+    setUpFrameQueue(context.bufferCreationQ());
     const auto start = std::chrono::steady_clock::now();
     const auto movie = videoWithPhotos(context, photos, std::atoll(arguments[2]), false, std::atof(arguments[4]),
                                        std::string(arguments[3]));

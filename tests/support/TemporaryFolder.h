@@ -2,11 +2,13 @@
 
 #include "platform/foundation/NSURL.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 /// A fresh folder for one test; removed with all it holds.
 class TemporaryFolder final {
@@ -42,6 +44,16 @@ public:
         std::filesystem::create_directories(file.parent_path());
         std::ofstream(file, std::ios::binary) << contents;
         return file.native();
+    }
+
+    /// Names of all that is in the folder and below, sorted; hidden files too.
+    std::vector<std::string> entries() const
+    {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(path_))
+            names.push_back(entry.path().native().substr(path_.size() + 1));
+        std::sort(names.begin(), names.end());
+        return names;
     }
 
     static std::string contentsOf(const std::string& path)

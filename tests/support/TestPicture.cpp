@@ -232,6 +232,23 @@ Color pixel(const platform::CGImage& image, size_t x, size_t y)
     return {bytes[1], bytes[2], bytes[3]};
 }
 
+platform::CGRect extentOfOthers(const platform::CGImage& image, Color color)
+{
+    double left = 1e9;
+    double right = -1;
+    double bottom = 1e9;
+    double top = -1;
+    for (size_t y = 0; y < image.height; ++y)
+        for (size_t x = 0; x < image.width; ++x)
+            if (pixel(image, x, y) != color) {
+                left = std::min(left, static_cast<double>(x));
+                right = std::max(right, static_cast<double>(x + 1));
+                bottom = std::min(bottom, static_cast<double>(image.height - 1 - y));
+                top = std::max(top, static_cast<double>(image.height - y));
+            }
+    return right < 0 ? platform::CGRect{} : platform::CGRect{{left, bottom}, {right - left, top - bottom}};
+}
+
 void expectColor(const platform::CGImage& image, size_t x, size_t y, Color expected, int tolerance,
                  const std::string& what)
 {

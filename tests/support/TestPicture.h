@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/foundation/NSGeometry.h"
 #include "platform/foundation/NSURL.h"
 #include "platform/graphics/CGImage.h"
 #include "tests/support/TemporaryFolder.h"
@@ -69,6 +70,9 @@ void run(const std::vector<std::string>& command);
 platform::NSURL url(const std::string& path);
 
 Color pixel(const platform::CGImage& image, size_t x, size_t y);
+
+/// The smallest rectangle, from the lower left corner, that holds all pixels other than `color`; empty for none.
+platform::CGRect extentOfOthers(const platform::CGImage& image, Color color);
 
 /// A failure that names the place if any of the three components is further than `tolerance` from what is expected.
 void expectColor(const platform::CGImage& image, size_t x, size_t y, Color expected, int tolerance,

@@ -38,24 +38,6 @@ CGImage pixelsOf(const FrameRecord& record)
     return image;
 }
 
-/// The smallest rectangle, from the lower left corner, of all pixels that are not black.
-CGRect extentOf(const CGImage& image)
-{
-    double left = 1e9;
-    double right = -1;
-    double bottom = 1e9;
-    double top = -1;
-    for (size_t y = 0; y < image.height; ++y)
-        for (size_t x = 0; x < image.width; ++x)
-            if (test::pixel(image, x, y) != kBlack) {
-                left = std::min(left, static_cast<double>(x));
-                right = std::max(right, static_cast<double>(x + 1));
-                bottom = std::min(bottom, static_cast<double>(image.height - 1 - y));
-                top = std::max(top, static_cast<double>(image.height - y));
-            }
-    return right < 0 ? CGRect{} : CGRect{{left, bottom}, {right - left, top - bottom}};
-}
-
 std::string numbered(int number)
 {
     std::string name = "p";
@@ -148,7 +130,7 @@ TEST_F(FrameProductionTest, CentresALandscapeBetweenBlackBorders)
 {
     const auto record = unmarkedFrame(photo("a.jpg", test::quadrants(4000, 3000)), {1280, 720});
     const CGImage image = pixelsOf(record);
-    EXPECT_EQ(extentOf(image), (CGRect{{160, 0}, {960, 720}}));
+    EXPECT_EQ(test::extentOfOthers(image, kBlack), (CGRect{{160, 0}, {960, 720}}));
     test::expectColor(image, 400, 180, kRed, kLossy);
     test::expectColor(image, 880, 180, kGreen, kLossy);
     test::expectColor(image, 400, 540, kBlue, kLossy);
@@ -161,14 +143,14 @@ TEST_F(FrameProductionTest, CentresALandscapeBetweenBlackBorders)
 TEST_F(FrameProductionTest, ShowsASmallPhotoAtItsOwnSize)
 {
     const auto record = unmarkedFrame(photo("a.jpg", test::quadrants(640, 480)), {1280, 720});
-    EXPECT_EQ(extentOf(pixelsOf(record)), (CGRect{{320, 120}, {640, 480}}));
+    EXPECT_EQ(test::extentOfOthers(pixelsOf(record), kBlack), (CGRect{{320, 120}, {640, 480}}));
 }
 
 TEST_F(FrameProductionTest, ShowsTheMiddleBandWhereBordersAreReduced)
 {
     const auto record = unmarkedFrame(photo("a.jpg", test::gradient(4000, 3000)), {1280, 720}, true);
     const CGImage image = pixelsOf(record);
-    EXPECT_EQ(extentOf(image), (CGRect{{0, 0}, {1280, 720}}));
+    EXPECT_EQ(test::extentOfOthers(image, kBlack), (CGRect{{0, 0}, {1280, 720}}));
     const test::Picture whole = test::gradient(1280, 960);
     for (const size_t y : {10u, 360u, 710u}) {
         const uint8_t* const expected = whole.at(640, y + 120);
@@ -224,7 +206,7 @@ TEST_F(FrameProductionTest, TurnsAPhotoUpright)
 {
     const auto record = unmarkedFrame(photo("a.jpg", test::quadrants(800, 600), 6), {1280, 720});
     const CGImage image = pixelsOf(record);
-    EXPECT_EQ(extentOf(image), (CGRect{{370, 0}, {540, 720}}));
+    EXPECT_EQ(test::extentOfOthers(image, kBlack), (CGRect{{370, 0}, {540, 720}}));
     test::expectColor(image, 500, 180, kBlue, kLossy);
     test::expectColor(image, 780, 180, kRed, kLossy);
 }
@@ -356,7 +338,7 @@ TEST_F(FrameProductionTest, ShowsAPhotoThatWasNeverMeasuredAsAPoint)
 {
     const auto record =
         unmarkedFrame(photoAt(photo("a.jpg", test::plain(64, 64, kRed))->photoURL()->path(), 0, 0), {64, 64});
-    EXPECT_EQ(extentOf(pixelsOf(record)).size, (CGSize{1, 1}));
+    EXPECT_EQ(test::extentOfOthers(pixelsOf(record), kBlack).size, (CGSize{1, 1}));
 }
 
 TEST_F(FrameProductionTest, QueuesNothingAfterACancel)

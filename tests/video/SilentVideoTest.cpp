@@ -2,10 +2,11 @@
 
 #include "platform/dispatch/Lock.h"
 #include "platform/foundation/NSFileManager.h"
-#include "platform/foundation/NSLog.h"
 #include "platform/media/MediaInspection.h"
+#include "tests/support/LogRecorder.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestMovie.h"
+#include "tests/video/TestVideoStageContext.h"
 
 #include <algorithm>
 #include <atomic>
@@ -14,6 +15,7 @@
 #include <filesystem>
 #include <functional>
 #include <future>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <limits>
 #include <mutex>
@@ -26,6 +28,11 @@ namespace {
 using platform::AVURLAssetPtr;
 using platform::CGSize;
 using platform::NSError;
+using testing::Contains;
+using testing::ContainsRegex;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
 
 constexpr size_t kWidth = 64;
 constexpr size_t kHeight = 48;
@@ -43,69 +50,13 @@ bool waitUntil(const std::function<bool()>& done)
     return true;
 }
 
-/// A creator without a connection.
-class FakeContext final : public VideoStageContext {
-public:
-    FakeContext(const TemporaryFolder& folder, std::string temporary)
-        : folder_(folder), temporary_(platform::NSURL::fileURLWithPath(temporary, true))
-    {
-        feedback_.setMaxConcurrentOperationCount(1);
-    }
-    ~FakeContext() override
-    {
-        feedback_.waitUntilAllOperationsAreFinished();
-        rendering_.waitUntilAllOperationsAreFinished();
-    }
-
-    bool isCancelled() const override { return isCancelled_; }
-    void setIsCancelled(bool isCancelled) override { isCancelled_ = isCancelled; }
-    platform::NSURL destinationURL() const override { return folder_.url(); }
-    platform::NSURL temporaryURL() const override { return temporary_; }
-    platform::NSOperationQueue& fbQ() override { return feedback_; }
-    platform::NSOperationQueue& bufferCreationQ() override { return rendering_; }
-    uint64_t currentNeededPhotoIndex() const override { return needed_; }
-    void setCurrentNeededPhotoIndex(uint64_t index) override { needed_ = index; }
-
-    std::shared_ptr<FrameList> imageBuffers() const override
-    {
-        platform::LockGuard guard(lock_);
-        return frames_;
-    }
-    void setImageBuffers(std::shared_ptr<FrameList> frames) override
-    {
-        platform::LockGuard guard(lock_);
-        frames_ = std::move(frames);
-    }
-    void updateProgress(const ProgressUpdate& update) override
-    {
-        platform::LockGuard guard(lock_);
-        updates_.push_back(update);
-    }
-
-    std::vector<ProgressUpdate> updates() const
-    {
-        platform::LockGuard guard(lock_);
-        return updates_;
-    }
-    /// Of one title.
-    std::vector<ProgressUpdate> updates(const std::string& title) const
-    {
-        auto found = updates();
-        std::erase_if(found, [&](const ProgressUpdate& update) { return update.title != title; });
-        return found;
-    }
-
-private:
-    const TemporaryFolder& folder_;
-    const platform::NSURL temporary_;
-    platform::NSOperationQueue feedback_;
-    platform::NSOperationQueue rendering_;
-    std::atomic<bool> isCancelled_{false};
-    std::atomic<uint64_t> needed_{12345};
-    mutable platform::Lock lock_;
-    std::shared_ptr<FrameList> frames_ GUARDED_BY(lock_);
-    std::vector<ProgressUpdate> updates_ GUARDED_BY(lock_);
-};
+/// Of one title.
+std::vector<ProgressUpdate> updatesOf(const TestVideoStageContext& context, const std::string& title)
+{
+    auto found = context.updates();
+    std::erase_if(found, [&](const ProgressUpdate& update) { return update.title != title; });
+    return found;
+}
 
 FrameRecord makeRecord(size_t index, size_t width = kWidth)
 {
@@ -123,35 +74,12 @@ PhotoList makePhotos(size_t count)
     return photos;
 }
 
-/// Collects what is logged, for as long as it lives.
-class LogCatcher final {
-public:
-    LogCatcher()
-    {
-        platform::setLogSink([this](const std::string& line) {
-            std::lock_guard guard(mutex_);
-            lines_ += line + "\n";
-        });
-    }
-    ~LogCatcher() { platform::setLogSink({}); }
-    LogCatcher(const LogCatcher&) = delete;
-    LogCatcher& operator=(const LogCatcher&) = delete;
-
-    std::string lines() const
-    {
-        std::lock_guard guard(mutex_);
-        return lines_;
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::string lines_;
-};
-
 class SilentVideoTest : public testing::Test {
 protected:
     SilentVideoTest()
     {
+        // Not the number that writing begins with.
+        context.setCurrentNeededPhotoIndex(12345);
         stages.videoSize = [this](VideoStageContext&, int64_t, const PhotoList& photos, uint64_t* total,
                                   PhotoList* failed) {
             *total = 1000 * photos.size();
@@ -199,7 +127,7 @@ protected:
     }
 
     TemporaryFolder folder;
-    FakeContext context{folder, folder.makeFolder("temporary")};
+    TestVideoStageContext context{folder.url(), platform::NSURL::fileURLWithPath(folder.makeFolder("temporary"), true)};
     SilentVideoStages stages;
     PhotoList failedPhotos;
     /// Of the frames that are there when production has been started.
@@ -210,7 +138,7 @@ protected:
 TEST_F(SilentVideoTest, TenPhotosOfThreeSecondsStandAtZeroThreeAndSoOnToTwentySevenSeconds)
 {
     finishFrames(10);
-    LogCatcher log;
+    const LogRecorder log;
     const auto asset = write(10);
     ASSERT_TRUE(asset);
     EXPECT_EQ(asset->URL().lastPathComponent(), "videoWithoutSound.mov");
@@ -229,7 +157,8 @@ TEST_F(SilentVideoTest, TenPhotosOfThreeSecondsStandAtZeroThreeAndSoOnToTwentySe
     EXPECT_EQ(context.currentNeededPhotoIndex(), 9u);
     EXPECT_FALSE(context.imageBuffers());
     EXPECT_FALSE(context.isCancelled());
-    EXPECT_NE(log.lines().find("*!!* raw video file creation took 0."), std::string::npos) << log.lines();
+    EXPECT_THAT(log.lines(),
+                Contains(ContainsRegex("^\\*!!\\* raw video file creation took [0-9]+\\.[0-9]{6} seconds$")));
 }
 
 TEST_F(SilentVideoTest, PutsTheMovieIntoAFolderOfItsOwnBelowTheTemporaryFolder)
@@ -371,14 +300,14 @@ TEST_F(SilentVideoTest, WithoutASizeNothingIsDone)
 
 TEST_F(SilentVideoTest, SaysWhyItsFolderCannotBeMade)
 {
-    FakeContext inTheWay(folder, folder.makeFile("file"));
-    LogCatcher log;
+    TestVideoStageContext inTheWay(folder.url(), platform::NSURL::fileURLWithPath(folder.makeFile("file"), true));
+    const LogRecorder log;
     NSError error;
     EXPECT_FALSE(videoWithPhotos(inTheWay, makePhotos(6), 0, false, 3, std::nullopt, &error, stages));
     EXPECT_NE(error.code, 0);
     EXPECT_NE(error.localizedDescription.find("file"), std::string::npos);
-    EXPECT_EQ(log.lines(), "-[morStilloraVideoCreator videoWithPhotos:quality:reduceBorders:durationPerPhoto:"
-                           "desiredCodec:error:] - could not create temporary dir\n");
+    EXPECT_THAT(log.lines(), ElementsAre("-[morStilloraVideoCreator videoWithPhotos:quality:reduceBorders:"
+                                         "durationPerPhoto:desiredCodec:error:] - could not create temporary dir"));
     EXPECT_FALSE(inTheWay.isCancelled());
     EXPECT_EQ(photosToRender, 0u);
 }
@@ -386,15 +315,15 @@ TEST_F(SilentVideoTest, SaysWhyItsFolderCannotBeMade)
 TEST_F(SilentVideoTest, AnUnknownCodecReturnsNoneWithoutAnErrorAndReadsAsCancelled)
 {
     finishFrames(6);
-    LogCatcher log;
+    const LogRecorder log;
     NSError error{"domain", 1, "text"};
     EXPECT_FALSE(write(6, &error, 3, "none"));
     EXPECT_EQ(error, NSError{});
     EXPECT_TRUE(context.isCancelled());
     EXPECT_TRUE(movies().empty());
     EXPECT_EQ(context.imageBuffers(), nullptr);
-    EXPECT_NE(log.lines().find("there is no video codec \"none\""), std::string::npos);
-    EXPECT_EQ(log.lines().find("*!!*"), std::string::npos);
+    EXPECT_THAT(log.lines(), Contains(HasSubstr("there is no video codec \"none\"")));
+    EXPECT_THAT(log.lines(), Not(Contains(HasSubstr("*!!*"))));
 }
 
 TEST_F(SilentVideoTest, AFrameThatCannotBeAppendedDeletesTheMovieAndReadsAsCancelled)
@@ -461,7 +390,7 @@ TEST_F(SilentVideoTest, ReportsEachFrameAndThenTheFinishing)
     // One frame after the other, so that no update is replaced by the next one before it is sent.
     for (size_t index = 5; index < 8; ++index) {
         ASSERT_TRUE(waitUntil([&] {
-            const auto updates = context.updates("VideoCreationTitleRenderingVideo");
+            const auto updates = updatesOf(context, "VideoCreationTitleRenderingVideo");
             return !updates.empty() && updates.back().progress == static_cast<double>(index);
         }));
         context.imageBuffers()->append(makeRecord(index));
@@ -469,7 +398,7 @@ TEST_F(SilentVideoTest, ReportsEachFrameAndThenTheFinishing)
     ASSERT_TRUE(result.get());
     context.fbQ().waitUntilAllOperationsAreFinished();
     double last = 0;
-    for (const auto& update : context.updates("VideoCreationTitleRenderingVideo")) {
+    for (const auto& update : updatesOf(context, "VideoCreationTitleRenderingVideo")) {
         EXPECT_GT(update.progress, last);
         last = update.progress;
         EXPECT_TRUE(update.determinate);
@@ -509,7 +438,8 @@ TEST_F(SilentVideoTest, ACancelledJobSendsNoRenderingUpdatesOnceTheFlagIsSet)
 TEST_F(SilentVideoTest, TwoMoviesAtOnceAreBothWritten)
 {
     TemporaryFolder otherFolder;
-    FakeContext other(otherFolder, otherFolder.makeFolder("temporary"));
+    TestVideoStageContext other(otherFolder.url(),
+                                platform::NSURL::fileURLWithPath(otherFolder.makeFolder("temporary"), true));
     finishFrames(12);
     auto first = writeMeanwhile(12);
     const auto second = videoWithPhotos(other, makePhotos(12), 0, false, 1, "avc1", nullptr, stages);

@@ -7,15 +7,21 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 /// What a creator would share with its stages, without a connection. Updates are kept.
 class TestVideoStageContext final : public VideoStageContext {
 public:
-    explicit TestVideoStageContext(int concurrentFrames = 2)
+    explicit TestVideoStageContext(int concurrentFrames = 2) : destination_(folder_.url()), temporary_(folder_.url())
     {
         fbQ_.setMaxConcurrentOperationCount(1);
         bufferCreationQ_.setMaxConcurrentOperationCount(concurrentFrames);
+    }
+    TestVideoStageContext(platform::NSURL destination, platform::NSURL temporary)
+        : destination_(std::move(destination)), temporary_(std::move(temporary))
+    {
+        fbQ_.setMaxConcurrentOperationCount(1);
     }
     ~TestVideoStageContext() override { finish(); }
 
@@ -26,8 +32,8 @@ public:
         return isCancelled_;
     }
     void setIsCancelled(bool isCancelled) override { isCancelled_ = isCancelled; }
-    platform::NSURL destinationURL() const override { return folder_.url(); }
-    platform::NSURL temporaryURL() const override { return folder_.url(); }
+    platform::NSURL destinationURL() const override { return destination_; }
+    platform::NSURL temporaryURL() const override { return temporary_; }
     platform::NSOperationQueue& fbQ() override { return fbQ_; }
     void updateProgress(const ProgressUpdate& update) override
     {
@@ -66,6 +72,8 @@ public:
 
 private:
     const TemporaryFolder folder_;
+    const platform::NSURL destination_;
+    const platform::NSURL temporary_;
     std::atomic<bool> isCancelled_{false};
     std::atomic<uint64_t> currentNeededPhotoIndex_{0};
     mutable std::mutex mutex_;
