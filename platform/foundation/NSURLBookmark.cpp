@@ -42,6 +42,8 @@ constexpr int64_t kBookmarkVersion = 1;
 constexpr double kBirthTolerance = 1e-6;
 /// How much may be looked at for one file that is not where it was.
 constexpr int kMaximumEntries = 20000;
+/// So many are looked at however long it takes: on a busy machine the time may pass without this thread having run.
+constexpr int kSureEntries = 500;
 constexpr std::chrono::milliseconds kMaximumSearchTime{200};
 
 /// What tells one file from all others of its volume.
@@ -294,7 +296,11 @@ private:
         void operator()(DIR* folder) const { closedir(folder); }
     };
 
-    bool isExhausted() const { return entries_ >= kMaximumEntries || std::chrono::steady_clock::now() > deadline_; }
+    bool isExhausted() const
+    {
+        return entries_ >= kMaximumEntries ||
+               (entries_ >= kSureEntries && std::chrono::steady_clock::now() > deadline_);
+    }
 
     /// Calls `visit(name, inode, type)` for the entries of a folder until it answers true.
     template <typename Visit>
