@@ -1,6 +1,5 @@
 #include "client/MovieSettings.h"
 
-#include "client/MoviePlan.h"
 #include "client/MovieTitle.h"
 #include "client/Text.h"
 
@@ -20,8 +19,6 @@ constexpr std::string_view kFitsMusicKey = "fitsMusic";
 constexpr std::string_view kFillsSilenceKey = "fillsSilence";
 constexpr std::string_view kReducesBordersKey = "reducesBorders";
 constexpr std::string_view kTitleKey = "title";
-
-static_assert(MovieSettings().secondsPerPhoto == kDefaultSecondsPerPhoto);
 
 /// Longer texts of a file are not repeated in a sentence.
 constexpr size_t kMaxQuotedBytes = 60;

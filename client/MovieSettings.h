@@ -1,5 +1,6 @@
 #pragma once
 
+#include "client/MoviePlan.h"
 #include "platform/foundation/NSPropertyListSerialization.h"
 
 #include <array>
@@ -15,7 +16,7 @@ inline constexpr std::array<std::string_view, 9> kMovieCodecs{"avc1", "hvc1", "j
 
 /// How a movie is to be made of its photos and sounds, as a document keeps it.
 struct MovieSettings {
-    double secondsPerPhoto = 4;
+    double secondsPerPhoto = kDefaultSecondsPerPhoto;
     /// A height of the service's size table; any other value chooses by the smallest photo.
     int64_t quality = 0;
     /// One of `kMovieCodecs`.
