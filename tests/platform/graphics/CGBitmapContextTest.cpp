@@ -35,23 +35,7 @@ struct Canvas {
         return true;
     }
 
-    /// The smallest rectangle, from the lower left corner, that holds all pixels other than `color`.
-    CGRect extentOfOthers(test::Color color) const
-    {
-        double left = 1e9;
-        double right = -1;
-        double bottom = 1e9;
-        double top = -1;
-        for (size_t y = 0; y < image.height; ++y)
-            for (size_t x = 0; x < image.width; ++x)
-                if (test::pixel(image, x, y) != color) {
-                    left = std::min(left, static_cast<double>(x));
-                    right = std::max(right, static_cast<double>(x + 1));
-                    bottom = std::min(bottom, static_cast<double>(image.height - 1 - y));
-                    top = std::max(top, static_cast<double>(image.height - y));
-                }
-        return right < 0 ? CGRect{} : CGRect{{left, bottom}, {right - left, top - bottom}};
-    }
+    CGRect extentOfOthers(test::Color color) const { return test::extentOfOthers(image, color); }
 
     CGImage image;
 };

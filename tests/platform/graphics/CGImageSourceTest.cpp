@@ -9,7 +9,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <chrono>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -725,14 +725,15 @@ TEST_F(CGImageSourceTest, RefusesAMillionTimesMorePixelsThanBytesBeforeTakingMem
         {"a.jpg", jpeg}, {"b.png", png}, {"c.bmp", bmp}, {"d.jp2", jp2}, {"e.heic", heic}};
     for (const auto& [name, bytes] : rows) {
         NSError error;
-        const auto start = std::chrono::steady_clock::now();
+        // The processor's time, which a busy machine does not add to.
+        const std::clock_t start = std::clock();
         const auto source = CGImageSource::createWithURL(test::url(file(name, bytes)), &error);
         ASSERT_NE(source, nullptr) << name;
         EXPECT_EQ(source->copyPropertiesAtIndex(&error), std::nullopt) << name;
         EXPECT_EQ(source->createThumbnailAtIndex({100, true}, &error), nullptr) << name;
         EXPECT_NE(error.localizedDescription.find(name), std::string::npos) << error.localizedDescription;
         // Memory for ten thousand million pixels could not even be cleared in this time.
-        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1)) << name;
+        EXPECT_LT(std::clock() - start, CLOCKS_PER_SEC) << name;
     }
 }
 
