@@ -13,16 +13,6 @@
 
 namespace {
 
-/// Names of all that is in a folder and below, sorted; hidden files too.
-std::vector<std::string> contentsOf(const TemporaryFolder& folder)
-{
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder.path()))
-        names.push_back(entry.path().native().substr(folder.path().size() + 1));
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
 using platform::NSURL;
 using testing::Contains;
 using testing::HasSubstr;
@@ -41,10 +31,10 @@ TEST(JobFolder, LeavesNothingBehind)
         ASSERT_TRUE(job);
         EXPECT_TRUE(std::filesystem::is_directory(job->temporaryURL().path()));
         EXPECT_TRUE(std::filesystem::is_directory(job->outputURL().path()));
-        EXPECT_THAT(contentsOf(save), Contains(".MORStilloraTemporaryFiles"));
+        EXPECT_THAT(save.entries(), Contains(".MORStilloraTemporaryFiles"));
         std::filesystem::create_directories(job->temporaryURL().path() + "/a/b");
     }
-    EXPECT_THAT(contentsOf(save), IsEmpty());
+    EXPECT_THAT(save.entries(), IsEmpty());
 }
 
 TEST(JobFolder, MakesTheSaveFolderAndTakesItBackIfNothingCameIntoIt)
@@ -54,13 +44,13 @@ TEST(JobFolder, MakesTheSaveFolderAndTakesItBackIfNothingCameIntoIt)
         const auto job = JobFolder::create(urlOf(parent.path("new/movies")));
         ASSERT_TRUE(job);
     }
-    EXPECT_THAT(contentsOf(parent), IsEmpty());
+    EXPECT_THAT(parent.entries(), IsEmpty());
     {
         const auto job = JobFolder::create(urlOf(parent.path("new/movies")));
         ASSERT_TRUE(job);
         parent.makeFile("new/movies/Movie.mov", "x");
     }
-    EXPECT_THAT(contentsOf(parent), testing::ElementsAre("new", "new/movies", "new/movies/Movie.mov"));
+    EXPECT_THAT(parent.entries(), testing::ElementsAre("new", "new/movies", "new/movies/Movie.mov"));
 }
 
 TEST(JobFolder, KeepsASaveFolderThatWasThereBefore)
@@ -123,7 +113,7 @@ TEST(JobFolder, TwoJobsDoNotTouchEachOther)
     }
     EXPECT_TRUE(std::filesystem::is_directory(first->temporaryURL().path()));
     first.reset();
-    EXPECT_THAT(contentsOf(save), IsEmpty());
+    EXPECT_THAT(save.entries(), IsEmpty());
 }
 
 TEST(JobFolder, RemovesWhatADeadProcessLeft)
@@ -138,9 +128,9 @@ TEST(JobFolder, RemovesWhatADeadProcessLeft)
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     ASSERT_EQ(status, 0);
-    ASSERT_THAT(contentsOf(save), testing::Not(IsEmpty()));
+    ASSERT_THAT(save.entries(), testing::Not(IsEmpty()));
     ASSERT_TRUE(JobFolder::create(urlOf(save.path())));
-    EXPECT_THAT(contentsOf(save), IsEmpty());
+    EXPECT_THAT(save.entries(), IsEmpty());
 }
 
 TEST(JobFolder, LeavesOtherFilesInTheHiddenFolderAlone)
@@ -148,7 +138,7 @@ TEST(JobFolder, LeavesOtherFilesInTheHiddenFolderAlone)
     const TemporaryFolder save;
     save.makeFile(".MORStilloraTemporaryFiles/0A1B/videoWithoutSound.mov", "x");
     ASSERT_TRUE(JobFolder::create(urlOf(save.path())));
-    EXPECT_THAT(contentsOf(save), Contains(".MORStilloraTemporaryFiles/0A1B/videoWithoutSound.mov"));
+    EXPECT_THAT(save.entries(), Contains(".MORStilloraTemporaryFiles/0A1B/videoWithoutSound.mov"));
 }
 
 TEST(JobFolder, NamesADocumentSoThatTheWholeTitleIsLeft)

@@ -14,16 +14,6 @@
 
 namespace {
 
-/// Names of all that is in a folder and below, sorted; hidden files too.
-std::vector<std::string> contentsOf(const TemporaryFolder& folder)
-{
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder.path()))
-        names.push_back(entry.path().native().substr(folder.path().size() + 1));
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
 using namespace std::chrono_literals;
 using testing::Contains;
 using testing::ElementsAre;
@@ -164,7 +154,7 @@ TEST_F(MovieMakerTest, PutsTheMovieIntoTheSaveFolderAndTidiesUp)
     ASSERT_EQ(outcome.kind, Kind::Made) << outcome.error.localizedDescription;
     EXPECT_EQ(outcome.movie->path(), save_.path("Trip v1.2.mov"));
     EXPECT_THAT(outcome.faults, IsEmpty());
-    EXPECT_THAT(contentsOf(save_), ElementsAre("Trip v1.2.mov"));
+    EXPECT_THAT(save_.entries(), ElementsAre("Trip v1.2.mov"));
 }
 
 TEST_F(MovieMakerTest, NeverReplacesAnExistingMovie)
@@ -200,7 +190,7 @@ TEST_F(MovieMakerTest, DoesNotBelieveInAMovieThatIsNotThere)
     const MovieOutcome outcome = make("claims");
     EXPECT_EQ(outcome.kind, Kind::Failed);
     EXPECT_FALSE(outcome.error.localizedDescription.empty());
-    EXPECT_THAT(contentsOf(save_), IsEmpty());
+    EXPECT_THAT(save_.entries(), IsEmpty());
 }
 
 TEST_F(MovieMakerTest, DoesNotDeliverWhatIsNoMovie)
@@ -208,7 +198,7 @@ TEST_F(MovieMakerTest, DoesNotDeliverWhatIsNoMovie)
     setenv("PRETENDED_MOVIE", other_.makeFile("made.mov", "no movie at all").c_str(), 1);
     const MovieOutcome outcome = make("makes");
     EXPECT_EQ(outcome.kind, Kind::Failed);
-    EXPECT_THAT(contentsOf(save_), IsEmpty());
+    EXPECT_THAT(save_.entries(), IsEmpty());
 }
 
 TEST_F(MovieMakerTest, PassesUpdatesOn)
@@ -227,7 +217,7 @@ TEST_F(MovieMakerTest, PassesTheServicesErrorOn)
     const MovieOutcome outcome = make("fails");
     EXPECT_EQ(outcome.kind, Kind::Failed);
     EXPECT_EQ(outcome.error.localizedDescription, "song.mp3 is damaged");
-    EXPECT_THAT(contentsOf(save_), IsEmpty());
+    EXPECT_THAT(save_.entries(), IsEmpty());
 }
 
 TEST_F(MovieMakerTest, FindsAReasonInTheServicesLogWhereTheReplyHasNone)
@@ -241,7 +231,7 @@ TEST_F(MovieMakerTest, IsCancelledBetweenUpdates)
 {
     listener_.cancels = 1;
     EXPECT_EQ(make("waits").kind, Kind::Cancelled);
-    EXPECT_THAT(contentsOf(save_), IsEmpty());
+    EXPECT_THAT(save_.entries(), IsEmpty());
 }
 
 TEST_F(MovieMakerTest, EndsAServiceThatDoesNotAnswerACancel)
@@ -250,7 +240,7 @@ TEST_F(MovieMakerTest, EndsAServiceThatDoesNotAnswerACancel)
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(make("ignores").kind, Kind::Cancelled);
     EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
-    EXPECT_THAT(contentsOf(save_), IsEmpty());
+    EXPECT_THAT(save_.entries(), IsEmpty());
 }
 
 TEST_F(MovieMakerTest, DoesNotWaitForAnAnswerWhenCancelledTwice)
@@ -269,7 +259,7 @@ TEST_F(MovieMakerTest, StartsNothingOnceCancelled)
     maker_.cancel();
     EXPECT_EQ(make("makes").kind, Kind::Cancelled);
     EXPECT_TRUE(recordedRequest().empty());
-    EXPECT_THAT(contentsOf(save_), IsEmpty());
+    EXPECT_THAT(save_.entries(), IsEmpty());
 }
 
 TEST_F(MovieMakerTest, EndsAServiceThatStalls)
@@ -278,7 +268,7 @@ TEST_F(MovieMakerTest, EndsAServiceThatStalls)
     const MovieOutcome outcome = impatient_.makeMovie(requestOf(6), listener_);
     EXPECT_EQ(outcome.kind, Kind::Failed);
     EXPECT_EQ(outcome.error.code, kClientErrorServiceStalled);
-    EXPECT_THAT(contentsOf(save_), IsEmpty());
+    EXPECT_THAT(save_.entries(), IsEmpty());
 }
 
 TEST_F(MovieMakerTest, TakesGrowingFilesForASignOfLife)
@@ -295,7 +285,7 @@ TEST_F(MovieMakerTest, SaysThatTheServiceDied)
     EXPECT_EQ(outcome.error.code, kClientErrorServiceEnded);
     EXPECT_THAT(outcome.error.localizedDescription, HasSubstr("by signal 9"));
     EXPECT_THAT(outcome.error.localizedDescription, HasSubstr("about to die"));
-    EXPECT_THAT(contentsOf(save_), IsEmpty());
+    EXPECT_THAT(save_.entries(), IsEmpty());
 }
 
 TEST_F(MovieMakerTest, SaysThatTheServiceLeft)
@@ -310,14 +300,14 @@ TEST_F(MovieMakerTest, SaysWhyTheServiceCannotBeUsed)
     const MovieOutcome outcome = make("refuses");
     EXPECT_EQ(outcome.error.code, kClientErrorServiceNotStarted);
     EXPECT_THAT(outcome.error.localizedDescription, HasSubstr("no socket for me"));
-    EXPECT_THAT(contentsOf(save_), IsEmpty());
+    EXPECT_THAT(save_.entries(), IsEmpty());
 }
 
 TEST_F(MovieMakerTest, SaysThatTheServiceIsMissing)
 {
     setenv("STILLORA_VIDEO_CREATOR", "/nowhere/at/all", 1);
     EXPECT_EQ(make("makes").error.code, kClientErrorServiceNotFound);
-    EXPECT_THAT(contentsOf(save_), IsEmpty());
+    EXPECT_THAT(save_.entries(), IsEmpty());
 }
 
 TEST_F(MovieMakerTest, StartsNothingWhereTheMovieCannotBeSaved)
@@ -337,7 +327,7 @@ TEST_F(MovieMakerTest, MakesSeveralMoviesOneAfterTheOther)
     EXPECT_EQ(make("makes").kind, Kind::Made);
     EXPECT_EQ(make("fails").kind, Kind::Failed);
     EXPECT_EQ(make("makes").kind, Kind::Made);
-    EXPECT_THAT(contentsOf(save_), ElementsAre("Trip v1.2-2.mov", "Trip v1.2.mov"));
+    EXPECT_THAT(save_.entries(), ElementsAre("Trip v1.2-2.mov", "Trip v1.2.mov"));
 }
 
 } // namespace

@@ -1,10 +1,10 @@
 #include "platform/media/AVAssetWriter.h"
 
 #include "platform/foundation/NSFileManager.h"
-#include "platform/foundation/NSLog.h"
 #include "platform/media/AVAsset.h"
 #include "platform/media/AVAssetWriterInputPixelBufferAdaptor.h"
 #include "platform/media/MediaInspection.h"
+#include "tests/support/LogRecorder.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestMovie.h"
 
@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <future>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <mutex>
 #include <string>
@@ -25,6 +26,8 @@
 namespace platform {
 namespace {
 
+using testing::Contains;
+using testing::HasSubstr;
 using testmovie::Color;
 using testmovie::makeFrame;
 using testmovie::makePlainFrame;
@@ -83,31 +86,6 @@ struct Writing {
     std::shared_ptr<AVAssetWriter> writer;
     std::shared_ptr<AVAssetWriterInput> input;
     AVAssetWriterInputPixelBufferAdaptor adaptor;
-};
-
-/// Collects what is logged, for as long as it lives.
-class LogCatcher final {
-public:
-    LogCatcher()
-    {
-        setLogSink([this](const std::string& line) {
-            std::lock_guard guard(mutex_);
-            lines_ += line + "\n";
-        });
-    }
-    ~LogCatcher() { setLogSink({}); }
-    LogCatcher(const LogCatcher&) = delete;
-    LogCatcher& operator=(const LogCatcher&) = delete;
-
-    std::string lines() const
-    {
-        std::lock_guard guard(mutex_);
-        return lines_;
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::string lines_;
 };
 
 bool isEmptyFolder(const TemporaryFolder& folder)
@@ -386,13 +364,13 @@ TEST_F(AVAssetWriterTest, CountsTimesFromTheSessionsStart)
 TEST_F(AVAssetWriterTest, SaysAtOnceThatACodecIsUnknown)
 {
     for (const char* codec : {"zzzz", "", "AVC1", "mp4v", "avc1 ", "\xff\xfe"}) {
-        LogCatcher log;
+        const LogRecorder log;
         Writing writing(url, codec);
         EXPECT_FALSE(writing.writer->startWriting());
         EXPECT_EQ(writing.writer->status(), AVAssetWriterStatus::Failed);
         ASSERT_TRUE(writing.writer->error());
         EXPECT_NE(writing.writer->error()->localizedDescription.find("there is no video codec"), std::string::npos);
-        EXPECT_NE(log.lines().find("there is no video codec"), std::string::npos);
+        EXPECT_THAT(log.lines(), Contains(HasSubstr("there is no video codec")));
         EXPECT_FALSE(writing.input->isReadyForMoreMediaData());
         EXPECT_FALSE(writing.adaptor.appendPixelBuffer(makePlainFrame(64, 48, {0, 0, 0}), at(0)));
         EXPECT_TRUE(isEmptyFolder(folder));
@@ -429,11 +407,11 @@ TEST_F(AVAssetWriterTest, NeverWritesOverAFile)
 
 TEST_F(AVAssetWriterTest, FailsAsWritingStartsWhereTheFolderCannotBeWritten)
 {
-    LogCatcher log;
+    const LogRecorder log;
     Writing missing(folder.url("nowhere/movie.mov"));
     EXPECT_FALSE(missing.writer->startWriting());
     EXPECT_EQ(missing.writer->status(), AVAssetWriterStatus::Failed);
-    EXPECT_NE(log.lines().find("movie.mov cannot be made"), std::string::npos);
+    EXPECT_THAT(log.lines(), Contains(HasSubstr("movie.mov cannot be made")));
 
     // Not even root may make files there.
     Writing forbidden(NSURL::fileURLWithPath("/proc/movie.mov"));
