@@ -301,7 +301,8 @@ void morStilloraVideoCreator::_deleteAsset(const AVURLAssetPtr& asset)
 
 void morStilloraVideoCreator::_setAutomaticTerminationEnabled(bool isEnabled)
 {
-    static const std::string reason = "creating assets for Stillora";
+    // Made anew each time: a closed connection may call this while the process ends.
+    const std::string reason = "creating assets for Stillora";
     auto& process = NSProcessInfo::processInfo();
     process.setAutomaticTerminationSupportEnabled(isEnabled);
     if (isEnabled)
