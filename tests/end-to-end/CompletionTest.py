@@ -4,6 +4,7 @@ import os
 import pty
 import re
 import select
+import shlex
 import shutil
 import subprocess
 import time
@@ -178,7 +179,7 @@ class CompletionTest(stillora.TestCase):
             os.close(terminal)
 
     def test_names_with_blanks_are_completed_on_a_terminal(self):
-        start = f"stillora() {{ printf '<%s>' \"$@\" '<end>'; }}; source {BASH}"
+        start = f"stillora() {{ printf '<%s>' \"$@\" '<end>'; }}; source {shlex.quote(str(BASH))}"
         for keys, name in (("frame my\t\n", "my photo.png"), ("frame \"my\t\n", "my photo.png"), ("frame my\\ p\t\n", "my photo.png"),
                            ("create Fold\t\n", "Folder of photos/"), ("create --no-s\t\n", "--no-silence")):
             with self.subTest(keys):
@@ -189,7 +190,7 @@ class CompletionTest(stillora.TestCase):
     def test_zsh_completes_as_bash_does(self):
         run = subprocess.run(["zsh", "-n", ZSH], capture_output=True, text=True, timeout=stillora.DEADLINE)
         self.assertEqual((run.returncode, run.stderr), (0, ""))
-        start = (f"fpath=({ZSH.parent} $fpath); autoload -Uz compinit; compinit -u -d {self.folder}/dump; "
+        start = (f"fpath=({shlex.quote(str(ZSH.parent))} $fpath); autoload -Uz compinit; compinit -u -d {shlex.quote(str(self.folder))}/dump; "
                  "stillora() { printf '<%s>' \"$@\" '<end>'; }")
         for keys, name in (("docu\t\n", "document"), ("frame my\t\n", "my photo.png"), ("create --no-s\t\n", "--no-silence"),
                            ("waveform so\t\n", "song.mp3"), ("create --codec hv\t\n", "hvc1"),
