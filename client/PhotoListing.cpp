@@ -3,6 +3,7 @@
 #include "client/FileReason.h"
 #include "client/NaturalOrder.h"
 #include "client/Text.h"
+#include "platform/foundation/NSString.h"
 #include "platform/foundation/NSURL.h"
 
 #include <algorithm>
@@ -34,13 +35,6 @@ constexpr std::array<std::string_view, 50> kOtherExtensions{
 struct CloseFolder {
     void operator()(DIR* folder) const { closedir(folder); }
 };
-
-std::string lowered(std::string text)
-{
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    return text;
-}
 
 template <size_t N>
 bool contains(const std::array<std::string_view, N>& names, const std::string& name)
@@ -79,7 +73,7 @@ void listFolder(const std::string& path, FolderSounds sounds, PhotoListing& list
     size_t others = 0;
     for (const std::string& name : names) {
         const std::string file = joined(path, name);
-        const std::string extension = lowered(platform::pathExtension(name));
+        const std::string extension = platform::lowercaseASCII(platform::pathExtension(name));
         struct stat status = {};
         const bool exists = stat(file.c_str(), &status) == 0;
         if (exists && S_ISDIR(status.st_mode)) {
@@ -114,12 +108,12 @@ void listFolder(const std::string& path, FolderSounds sounds, PhotoListing& list
 
 bool isPictureExtension(const std::string& extension)
 {
-    return contains(kPictureExtensions, lowered(extension));
+    return contains(kPictureExtensions, platform::lowercaseASCII(extension));
 }
 
 bool isSoundExtension(const std::string& extension)
 {
-    return contains(kSoundExtensions, lowered(extension));
+    return contains(kSoundExtensions, platform::lowercaseASCII(extension));
 }
 
 PhotoListing listPhotos(const std::vector<std::string>& arguments, FolderSounds sounds)

@@ -55,11 +55,7 @@ std::vector<NSURL> droppedOf(const std::vector<NSURL>& applications, const Launc
 /// What applications are sorted by: the last component as it is escaped, so that a blank comes before a full stop.
 std::string sortKey(const NSURL& application)
 {
-    std::string name = platform::lastPathComponent(application.absoluteString());
-    for (char& character : name)
-        if (character >= 'A' && character <= 'Z')
-            character = static_cast<char>(character - 'A' + 'a');
-    return name;
+    return platform::lowercaseASCII(platform::lastPathComponent(application.absoluteString()));
 }
 
 /// Rounded as "%.0f" does it; NaN and infinity become what their texts are as numbers.

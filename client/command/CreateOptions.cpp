@@ -5,6 +5,7 @@
 #include "client/MovieTitle.h"
 #include "client/Text.h"
 #include "client/command/ExitStatus.h"
+#include "platform/foundation/NSString.h"
 #include "platform/foundation/NSURL.h"
 
 #include <algorithm>
@@ -57,10 +58,7 @@ std::string readCodec(const std::string& text, CreateOptions& options)
 std::string readTitle(std::string text, CreateOptions& options)
 {
     // The extension is added anyway.
-    std::string extension = platform::pathExtension(text);
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    if (extension == "mov")
+    if (platform::lowercaseASCII(platform::pathExtension(text)) == "mov")
         text = text.substr(0, text.size() - std::string_view(".mov").size());
     if (const auto fault = faultOfTitle(text))
         return fmt::format("the title \"{}\" {}", prefixOfBytes(printable(text), 60), *fault);

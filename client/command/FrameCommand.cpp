@@ -3,6 +3,7 @@
 #include "client/MoviePlan.h"
 #include "client/PhotoCheck.h"
 #include "client/command/ExitStatus.h"
+#include "client/command/FileIdentity.h"
 #include "client/command/Terminal.h"
 #include "platform/foundation/NSFileManager.h"
 #include "platform/graphics/NSImage.h"
@@ -17,7 +18,6 @@
 #include <utility>
 
 #include <fmt/format.h>
-#include <sys/stat.h>
 
 namespace {
 
@@ -29,15 +29,6 @@ using Colour = std::array<uint8_t, 3>;
 constexpr Colour kBlack = {0, 0, 0};
 constexpr Colour kFaceColour = {255, 220, 0};
 constexpr Colour kUnionColour = {0, 255, 128};
-
-/// The same file, whatever leads to it.
-bool areSame(const std::string& one, const std::string& other)
-{
-    struct stat first = {};
-    struct stat second = {};
-    return stat(one.c_str(), &first) == 0 && stat(other.c_str(), &second) == 0 && first.st_dev == second.st_dev &&
-           first.st_ino == second.st_ino;
-}
 
 void fill(CGImage& image, int64_t left, int64_t top, int64_t right, int64_t bottom, const Colour& colour)
 {
@@ -114,7 +105,7 @@ int runFrameCommand(const FrameOptions& options)
         return fail(kExitBadInput, checked.bad.empty()
                                        ? options.photo + ": it is no photo"
                                        : fmt::format("{}: {}", options.photo, checked.bad.front().reason));
-    if (areSame(options.photo, options.output))
+    if (areSameFile(options.photo, options.output))
         return fail(kExitUsage, "the frame would replace the photo " + options.photo);
 
     const PhotoFacts& photo = checked.good.front();

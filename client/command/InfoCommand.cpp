@@ -6,6 +6,7 @@
 #include "client/Text.h"
 #include "client/command/ExitStatus.h"
 #include "client/command/FileFacts.h"
+#include "client/command/FileIdentity.h"
 #include "client/command/Swatch.h"
 #include "client/command/Terminal.h"
 #include "platform/foundation/NSFileManager.h"
@@ -20,7 +21,6 @@
 #include <utility>
 
 #include <fmt/format.h>
-#include <sys/stat.h>
 
 namespace {
 
@@ -177,21 +177,9 @@ JSONWriter jsonOf(const FileFacts& facts)
     return json.add("cover", cover.add("bytes", facts.cover->bytes));
 }
 
-/// The same file, whatever leads to it.
-bool areSame(const std::string& one, const std::string& other)
-{
-    struct stat first = {};
-    struct stat second = {};
-    return stat(one.c_str(), &first) == 0 && stat(other.c_str(), &second) == 0 && first.st_dev == second.st_dev &&
-           first.st_ino == second.st_ino;
-}
-
 bool endsInPNG(const std::string& path)
 {
-    std::string extension = platform::pathExtension(path);
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    return extension == "png";
+    return platform::lowercaseASCII(platform::pathExtension(path)) == "png";
 }
 
 /// Saves the cover as it is embedded, unless the name asks for PNG and it is none.
@@ -224,7 +212,7 @@ int runInfoCommand(const InfoOptions& options)
 {
     Terminal terminal(Terminal::ProgressLines::Hidden);
     const auto tell = [&](const std::string& reason) { terminal.writeLine("stillora: " + reason); };
-    if (options.cover && areSame(options.files.front(), *options.cover)) {
+    if (options.cover && areSameFile(options.files.front(), *options.cover)) {
         tell("the cover would replace " + options.files.front());
         return kExitUsage;
     }

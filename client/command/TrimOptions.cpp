@@ -1,9 +1,8 @@
 #include "client/command/TrimOptions.h"
 
 #include "client/command/SoundArguments.h"
+#include "platform/foundation/NSString.h"
 #include "platform/foundation/NSURL.h"
-
-#include <algorithm>
 
 #include <CLI/CLI.hpp>
 
@@ -34,10 +33,7 @@ Exit status:
 
 bool isNameOfM4A(const std::string& path)
 {
-    std::string extension = platform::pathExtension(path);
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    return extension == "m4a";
+    return platform::lowercaseASCII(platform::pathExtension(path)) == "m4a";
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "audio/MORAudioWaveImage.h"
 #include "client/Localization.h"
 #include "client/Text.h"
+#include "client/command/FileIdentity.h"
 #include "client/command/SoundCommand.h"
 #include "platform/foundation/NSFileManager.h"
 #include "platform/foundation/NSLog.h"
@@ -14,7 +15,6 @@
 #include <utility>
 
 #include <fmt/format.h>
-#include <sys/stat.h>
 
 namespace {
 
@@ -23,15 +23,6 @@ using platform::CGRect;
 using platform::NSImage;
 using platform::NSImagePtr;
 using platform::NSURL;
-
-/// The same file, whatever leads to it.
-bool areSame(const std::string& one, const std::string& other)
-{
-    struct stat first = {};
-    struct stat second = {};
-    return stat(one.c_str(), &first) == 0 && stat(other.c_str(), &second) == 0 && first.st_dev == second.st_dev &&
-           first.st_ino == second.st_ino;
-}
 
 /// Keeps the first line of the log: what went wrong in reading is told there alone.
 class LogWatch final {
@@ -90,7 +81,7 @@ NSImagePtr onWhite(const NSImagePtr& image)
 int runWaveformCommand(const WaveformOptions& options)
 {
     SoundCommand command({.isJSON = options.isJSON, .isQuiet = options.isQuiet, .product = "waveform"});
-    if (areSame(options.sound.path, options.output))
+    if (areSameFile(options.sound.path, options.output))
         return command.fail(kExitUsage, "the picture would replace the sound " + options.sound.path);
     int status = kExitDone;
     const auto sound = command.check(options.sound, status);

@@ -105,6 +105,15 @@ std::string stringByReplacingInvalidUTF8(std::string_view text)
     return valid;
 }
 
+std::string lowercaseASCII(std::string_view text)
+{
+    std::string lower(text);
+    for (char& c : lower)
+        if (c >= 'A' && c <= 'Z')
+            c = static_cast<char>(c - 'A' + 'a');
+    return lower;
+}
+
 std::string stringWithSixDecimals(double value)
 {
     // Sign, digits of the largest double, point and six decimals.

@@ -21,6 +21,9 @@ size_t lengthInUTF16(std::string_view text);
 std::string stringByReplacingInvalidUTF8(std::string_view text);
 bool isValidUTF8(std::string_view text);
 
+/// The text with the letters A to Z in lower case; other bytes stay, whatever the locale.
+std::string lowercaseASCII(std::string_view text);
+
 /// "%f" in the C locale: six decimals.
 std::string stringWithSixDecimals(double value);
 

@@ -23,7 +23,6 @@ using RegionPtr = std::unique_ptr<VipsRegion, Unreference>;
 using SourcePtr = std::unique_ptr<VipsSourceCustom, Unreference>;
 
 /// The library's functions.
-struct Vips {
 #define STILLORA_VIPS_FUNCTIONS(X)                                                                                     \
     X(cast)                                                                                                            \
     X(colourspace)                                                                                                     \
@@ -46,28 +45,8 @@ struct Vips {
     X(tiffload_source)                                                                                                 \
     X(webpload_source)
 
-#define STILLORA_DECLARE(name) decltype(&vips_##name) name = nullptr;
-    STILLORA_VIPS_FUNCTIONS(STILLORA_DECLARE)
-#undef STILLORA_DECLARE
-
-    bool isComplete = startVips();
-
-    Vips()
-    {
-#define STILLORA_LOOK_UP(name)                                                                                         \
-    name = reinterpret_cast<decltype(name)>(vipsFunction("vips_" #name));                                              \
-    isComplete = isComplete && name;
-        STILLORA_VIPS_FUNCTIONS(STILLORA_LOOK_UP)
-#undef STILLORA_LOOK_UP
-    }
-};
+STILLORA_VIPS_TABLE(STILLORA_VIPS_FUNCTIONS)
 #undef STILLORA_VIPS_FUNCTIONS
-
-const Vips& vips()
-{
-    static const Vips library;
-    return library;
-}
 
 /// Lets the library read a file of ours in its own order.
 struct Reader {

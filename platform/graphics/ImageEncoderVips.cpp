@@ -20,7 +20,6 @@ struct Free {
     void operator()(void* memory) const { g_free(memory); }
 };
 
-struct Vips {
 #define STILLORA_VIPS_FUNCTIONS(X)                                                                                     \
     X(copy)                                                                                                            \
     X(error_clear)                                                                                                     \
@@ -28,28 +27,8 @@ struct Vips {
     X(image_new_from_memory)                                                                                           \
     X(jp2ksave_buffer)
 
-#define STILLORA_DECLARE(name) decltype(&vips_##name) name = nullptr;
-    STILLORA_VIPS_FUNCTIONS(STILLORA_DECLARE)
-#undef STILLORA_DECLARE
-
-    bool isComplete = startVips();
-
-    Vips()
-    {
-#define STILLORA_LOOK_UP(name)                                                                                         \
-    name = reinterpret_cast<decltype(name)>(vipsFunction("vips_" #name));                                              \
-    isComplete = isComplete && name;
-        STILLORA_VIPS_FUNCTIONS(STILLORA_LOOK_UP)
-#undef STILLORA_LOOK_UP
-    }
-};
+STILLORA_VIPS_TABLE(STILLORA_VIPS_FUNCTIONS)
 #undef STILLORA_VIPS_FUNCTIONS
-
-const Vips& vips()
-{
-    static const Vips library;
-    return library;
-}
 
 constexpr void* kEnd = nullptr;
 

@@ -1,5 +1,6 @@
 #include "platform/system/NSWorkspace.h"
 
+#include "platform/foundation/NSString.h"
 #include "platform/graphics/ImageFormat.h"
 #include "platform/system/DocumentIcon.h"
 
@@ -35,15 +36,6 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 27> kTypes =
     {"aiff", "audio/x-aiff"}, {"flac", "audio/flac"},     {"aac", "audio/aac"},
 }};
 
-std::string lowerCase(std::string_view text)
-{
-    std::string lower(text);
-    for (char& c : lower)
-        if (c >= 'A' && c <= 'Z')
-            c = static_cast<char>(c - 'A' + 'a');
-    return lower;
-}
-
 bool isUnknown(std::string_view type)
 {
     return type.empty() || type == "application/octet-stream" || type == "application/x-zerosize";
@@ -51,7 +43,7 @@ bool isUnknown(std::string_view type)
 
 std::string typeOfExtension(std::string_view fileExtension)
 {
-    const std::string lower = lowerCase(fileExtension);
+    const std::string lower = lowercaseASCII(fileExtension);
     if (lower.empty())
         return {};
     const auto* const known = std::ranges::find(kTypes, lower, [](const auto& entry) { return entry.first; });
