@@ -109,3 +109,9 @@ TEST(NSString, ReadsWholeNumbersUpToTheirLimits)
     EXPECT_EQ(platform::integerValue("9223372036854775808"), std::numeric_limits<int64_t>::max());
     EXPECT_EQ(platform::integerValue("-99999999999999999999"), std::numeric_limits<int64_t>::min());
 }
+
+TEST(NSString, LowersTheLettersOfASCIIAlone)
+{
+    EXPECT_EQ(platform::lowercaseASCII("@AZ[`az{ \xC3\x84I"), "@az[`az{ \xC3\x84i");
+    EXPECT_EQ(platform::lowercaseASCII(""), "");
+}
