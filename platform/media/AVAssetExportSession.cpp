@@ -145,8 +145,8 @@ bool AVAssetExportSession::State::giveName(const NSURL& hidden, NSError* why)
 bool AVAssetExportSession::State::writeAndName(NSError* why)
 {
     // Not made from the output's name, which may be as long as a name can be.
-    const NSURL hidden =
-        output()->URLByDeletingLastPathComponent().URLByAppendingPathComponent(".exporting-" + NSUUIDString(), false);
+    const NSURL folder = temporaryFolder ? *temporaryFolder : output()->URLByDeletingLastPathComponent();
+    const NSURL hidden = folder.URLByAppendingPathComponent(".exporting-" + NSUUIDString(), false);
     const Unfinished unfinished(hidden);
     return write(hidden, why) && !cancelled && giveName(hidden, why);
 }

@@ -45,9 +45,10 @@ public:
     /// Clipped to the content; unset means all of it.
     void setTimeRange(CMTimeRange range);
     void setAudioMix(AVMutableAudioMix mix);
-    /// Kept only: nothing is written but the output, which grows under a hidden name beside its place.
+    /// Where the output grows under a hidden name, which stays behind if the process is killed; unset, beside its
+    /// place. From another disk it is copied in the end.
     void setDirectoryForTemporaryFiles(NSURL folder);
-    /// Whether a movie's index comes before its media.
+    /// Whether a movie's index comes before its media. A sound file's always comes behind.
     void setShouldOptimizeForNetworkUse(bool shouldOptimize);
     /// Where the output goes if its name was taken while it was written; without this the export then fails.
     void setOutputURLWhenTaken(std::function<NSURL(const NSURL& taken)> nextFreeURL);

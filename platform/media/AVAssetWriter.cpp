@@ -91,15 +91,17 @@ bool AVAssetWriter::startWriting()
     std::optional<AVVideoSettings> settings;
     std::optional<size_t> maximumSampleCount;
     size_t encoderCount = 0;
+    bool indexFirst = false;
     {
         LockGuard guard(lock_);
         encoderCount = encoderCount_;
+        indexFirst = shouldOptimizeForNetworkUse_;
         if (input_) {
             settings = input_->outputSettings();
             maximumSampleCount = input_->maximumSampleCount();
         }
     }
-    return session_->start(settings, maximumSampleCount, encoderCount);
+    return session_->start(settings, maximumSampleCount, encoderCount, indexFirst);
 }
 
 void AVAssetWriter::startSessionAtSourceTime(CMTime startTime)

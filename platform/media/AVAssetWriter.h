@@ -23,7 +23,7 @@ class AVAssetWriterSession;
 
 /// Writes one movie file. Frames are encoded in parallel on threads of its own, behind a short queue, and written in
 /// order of appending. Every frame is a key frame and one packet at exactly its time; the last one lasts as long as the
-/// one before it. The index stands before the media. Any thread, also `status`, `error` and the waits.
+/// one before it. Any thread, also `status`, `error` and the waits.
 class AVAssetWriter final {
 public:
     /// @param fileType  kAVFileTypeQuickTimeMovie
@@ -38,10 +38,11 @@ public:
 
     const NSURL& outputURL() const;
 
-    /// Kept as data: the index always stands before the media.
+    /// Whether the index stands before the media, set before the writer starts; behind it, as at first, nothing has to
+    /// make room for it.
     bool shouldOptimizeForNetworkUse() const;
     void setShouldOptimizeForNetworkUse(bool value);
-    /// Kept as data: no temporary files are needed.
+    /// Kept as data: the file grows in its place, so there are no temporary files to put anywhere.
     std::optional<NSURL> directoryForTemporaryFiles() const;
     void setDirectoryForTemporaryFiles(std::optional<NSURL> url);
 

@@ -13,7 +13,7 @@ struct AVCodecParameters;
 
 namespace platform {
 
-/// A QuickTime file with one track of pictures, its index before the media. For the writer alone; one thread at a time.
+/// A QuickTime file with one track of pictures. For the writer alone; one thread at a time.
 class AVAssetWriterMovieFile {
 public:
     /// Makes the file, which must not be there yet.
@@ -26,9 +26,10 @@ public:
     /// To be called once, before the first packet.
     ///
     /// @param timescale       of the track and of the movie
+    /// @param indexFirst      whether the index stands before the media
     /// @param maximumPackets  room for the index of so many packets is kept at the front; nothing: the media is moved
     ///                        once at the end to make room
-    [[nodiscard]] virtual bool begin(const AVCodecParameters& parameters, int32_t timescale,
+    [[nodiscard]] virtual bool begin(const AVCodecParameters& parameters, int32_t timescale, bool indexFirst,
                                      std::optional<size_t> maximumPackets, NSError* error = nullptr) = 0;
 
     /// @param time, duration  in the timescale, from the movie's start; times increase

@@ -57,8 +57,8 @@ public:
         return failWithErrno(error, errno, name_ + " cannot be made");
     }
 
-    bool begin(const AVCodecParameters& parameters, int32_t timescale, std::optional<size_t> maximumPackets,
-               NSError* error) override
+    bool begin(const AVCodecParameters& parameters, int32_t timescale, bool indexFirst,
+               std::optional<size_t> maximumPackets, NSError* error) override
     {
         silenceLibraries();
         AVFormatContext* made = nullptr;
@@ -89,10 +89,10 @@ public:
         AVDictionary* options = nullptr;
         av_dict_set_int(&options, "video_track_timescale", timescale, 0);
         av_dict_set_int(&options, "movie_timescale", timescale, 0);
-        if (maximumPackets)
+        if (indexFirst && maximumPackets)
             av_dict_set_int(&options, "moov_size",
                             static_cast<int64_t>(kIndexBytes + kIndexBytesPerPacket * *maximumPackets), 0);
-        else
+        else if (indexFirst)
             av_dict_set(&options, "movflags", "+faststart", 0);
         result = avformat_write_header(format_.get(), &options);
         av_dict_free(&options);

@@ -37,7 +37,7 @@ AVAssetWriterSession::~AVAssetWriterSession()
 }
 
 bool AVAssetWriterSession::start(const std::optional<AVVideoSettings>& settings,
-                                 std::optional<size_t> maximumSampleCount, size_t encoderCount)
+                                 std::optional<size_t> maximumSampleCount, size_t encoderCount, bool indexFirst)
 {
     {
         LockGuard guard(lock_);
@@ -61,6 +61,7 @@ bool AVAssetWriterSession::start(const std::optional<AVVideoSettings>& settings,
     }
     settings_ = *settings;
     maximumSampleCount_ = maximumSampleCount;
+    indexFirst_ = indexFirst;
     {
         LockGuard guard(lock_);
         status_ = AVAssetWriterStatus::Writing;
@@ -379,7 +380,7 @@ std::optional<AVAssetWriterSession::Packet> AVAssetWriterSession::takePacket()
 bool AVAssetWriterSession::writePacket(const Packet& packet, NSError* error)
 {
     if (!std::exchange(hasBegun_, true) &&
-        !file_->begin(encoders_[0]->parameters(), packet.timescale, maximumSampleCount_, error))
+        !file_->begin(encoders_[0]->parameters(), packet.timescale, indexFirst_, maximumSampleCount_, error))
         return false;
     return file_->write(packet.bytes, packet.time, packet.duration, error);
 }

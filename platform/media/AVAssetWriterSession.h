@@ -39,7 +39,7 @@ public:
     /// @{
     /// Without settings, of an input, it fails.
     bool start(const std::optional<AVVideoSettings>& settings, std::optional<size_t> maximumSampleCount,
-               size_t encoderCount);
+               size_t encoderCount, bool indexFirst);
     void startAtSourceTime(CMTime startTime);
     void finish(std::function<void()> handler);
     void cancel();
@@ -103,6 +103,7 @@ private:
     const NSURL url_;
     AVVideoSettings settings_;
     std::optional<size_t> maximumSampleCount_;
+    bool indexFirst_ = false;
     mutable Lock lock_;
     mutable Condition statusChanged_;
     Condition workChanged_;

@@ -355,6 +355,34 @@ TEST(AVAssetExportSession, NeverOverwritesAFile)
     EXPECT_EQ(readBytes(folder.path("out.m4a")), "mine");
 }
 
+TEST(AVAssetExportSession, OutputGrowsInTheFolderForTemporaryFiles)
+{
+    const TemporaryFolder folder;
+    writeWav(folder.path("t.wav"), makeTone(44100, 1, 44100));
+    for (const char* name : {"scratch", "out"})
+        std::filesystem::create_directory(folder.path(name));
+    folder.makeFile("out/taken.m4a", "mine");
+    AVAssetExportSession session(assetOf(folder.url("t.wav")), std::string(kAVAssetExportPresetAppleM4A));
+    session.setOutputFileType(kAVFileTypeAppleM4A);
+    session.setOutputURL(folder.url("out/taken.m4a"));
+    session.setDirectoryForTemporaryFiles(folder.url("scratch"));
+    // Asked when the output is whole and about to get its name.
+    std::vector<std::string> inScratch;
+    std::vector<std::string> inOut;
+    session.setOutputURLWhenTaken([&](const NSURL&) {
+        inScratch = filesBelow(folder.path("scratch"));
+        inOut = filesBelow(folder.path("out"));
+        return folder.url("out/free.m4a");
+    });
+    session.exportAsynchronouslyWithCompletionHandler({});
+    ASSERT_TRUE(session.waitForEnd(60));
+    EXPECT_EQ(session.status(), Status::Completed);
+    EXPECT_EQ(inScratch.size(), 1u);
+    EXPECT_EQ(inOut, std::vector<std::string>{"taken.m4a"});
+    EXPECT_EQ(filesBelow(folder.path("scratch")), std::vector<std::string>{});
+    EXPECT_TRUE(std::filesystem::exists(folder.path("out/free.m4a")));
+}
+
 TEST(AVAssetExportSession, CancelLeavesNothingOfTheOutput)
 {
     const TemporaryFolder folder;

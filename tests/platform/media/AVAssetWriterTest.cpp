@@ -49,7 +49,7 @@ std::shared_ptr<CVPixelBuffer> makeNthFrame(size_t width, size_t height, size_t 
     });
 }
 
-/// A writer with its input and adaptor.
+/// A writer with its input and adaptor; its index comes first.
 struct Writing {
     explicit Writing(const NSURL& url, std::string codec = "jpeg", double width = 64, double height = 48)
         : writer(AVAssetWriter::assetWriterWithURL(url, kAVFileTypeQuickTimeMovie)),
@@ -58,6 +58,7 @@ struct Writing {
           adaptor(input)
     {
         writer->addInput(input);
+        writer->setShouldOptimizeForNetworkUse(true);
     }
 
     bool start() const
@@ -281,6 +282,24 @@ TEST_F(AVAssetWriterTest, PutsTheIndexFirstWhereTheNumberOfFramesIsNotKnown)
     ASSERT_EQ(report.tracks.size(), 1u);
     EXPECT_EQ(report.tracks[0].samples.size(), 20u);
     EXPECT_EQ(testmovie::decode(url.path(), 64, 48).size(), 20u);
+}
+
+TEST_F(AVAssetWriterTest, PutsTheIndexBehindTheMediaUnlessItIsToBeOptimizedForNetworks)
+{
+    for (const std::optional<size_t> maximum : {std::optional<size_t>(3), std::optional<size_t>()}) {
+        Writing writing(url);
+        writing.writer->setShouldOptimizeForNetworkUse(false);
+        writing.input->setMaximumSampleCount(maximum);
+        ASSERT_TRUE(writing.start());
+        for (const int64_t time : {0, 10000, 20000})
+            ASSERT_TRUE(writing.append(makePlainFrame(64, 48, {1, 2, 3}), at(time)));
+        ASSERT_EQ(writing.finish(), AVAssetWriterStatus::Completed);
+        const auto report = inspectMedia(url);
+        ASSERT_TRUE(report);
+        EXPECT_FALSE(report->indexFirst);
+        EXPECT_EQ(testmovie::decode(url.path(), 64, 48).size(), 3u);
+        NSFileManager::defaultManager().removeItemAtURL(url);
+    }
 }
 
 TEST_F(AVAssetWriterTest, KeepsRoomForTheIndexOfEveryCodecsLargestHeaderAndUnevenTimes)
