@@ -9,9 +9,7 @@ namespace platform {
 /// A status; 0 is success.
 using IOReturn = int32_t;
 inline constexpr IOReturn kIOReturnSuccess = 0;
-inline constexpr IOReturn kIOReturnError = static_cast<IOReturn>(0xe00002bc);
 inline constexpr IOReturn kIOReturnBadArgument = static_cast<IOReturn>(0xe00002c2);
-inline constexpr IOReturn kIOReturnTimeout = static_cast<IOReturn>(0xe00002d6);
 inline constexpr IOReturn kIOReturnNotFound = static_cast<IOReturn>(0xe00002f0);
 
 using IOPMAssertionID = uint32_t;
@@ -24,13 +22,14 @@ inline constexpr IOPMAssertionLevel kIOPMAssertionLevelOn = 255;
 inline constexpr std::string_view kIOPMAssertPreventUserIdleSystemSleep = "PreventUserIdleSystemSleep";
 
 /// Holds off idle sleep until it is released or the process ends: an inhibitor of the login manager on the system bus.
-/// Waits a few seconds at most, also where there is no login manager or it does not answer. Any thread.
+/// Returns at once, as a bus may hang: the inhibitor is asked for in the background, and waited for until the release.
+/// Where there is none to be had, the log says why and the assertion holds nothing off. Any thread.
 ///
 /// @param type         kIOPMAssertPreventUserIdleSystemSleep; the only one there is here
 /// @param level        on; off makes an assertion that holds nothing off
 /// @param name         the reason, which the user is shown
 /// @param assertionID  out: what to release; kIOPMNullAssertionID on failure
-/// @return 0 on success
+/// @return 0 on success; kIOReturnBadArgument for another type
 IOReturn IOPMAssertionCreateWithName(std::string_view type, IOPMAssertionLevel level, const std::string& name,
                                      IOPMAssertionID* assertionID);
 

@@ -2,27 +2,20 @@
 
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/dispatch/Lock.h"
+#include "platform/foundation/FileDescriptor.h"
 #include "platform/foundation/NSLog.h"
 #include "platform/system/NSProcessInfo.h"
 
 #include <gio/gio.h>
 #include <gio/gunixfdlist.h>
 
-#include <chrono>
 #include <map>
 #include <memory>
-#include <optional>
-#include <unistd.h>
 #include <utility>
 
 namespace platform {
 
 namespace {
-
-using namespace std::chrono_literals;
-
-/// How long a job's start may be held up by a bus that does not answer.
-constexpr auto kPatience = 3s;
 
 struct UnrefObject {
     void operator()(gpointer object) const { g_object_unref(object); }
@@ -43,52 +36,23 @@ struct FreeError {
 };
 using ErrorPtr = std::unique_ptr<GError, FreeError>;
 
-/// A descriptor that is closed with its owner; -1 is none.
-class Descriptor {
-public:
-    explicit Descriptor(int descriptor = -1) : descriptor_(descriptor) {}
-    Descriptor(Descriptor&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
-    Descriptor& operator=(Descriptor&& other) noexcept
-    {
-        std::swap(descriptor_, other.descriptor_);
-        return *this;
-    }
-    ~Descriptor()
-    {
-        if (descriptor_ >= 0)
-            close(descriptor_);
-    }
-    bool isOpen() const { return descriptor_ >= 0; }
+using SharedCancellable = std::shared_ptr<GCancellable>;
 
-private:
-    int descriptor_;
-};
-
-/// One question to the login manager, which may come to nothing before its asker loses patience.
-struct Attempt {
-    const ObjectPtr<GCancellable> cancellable{g_cancellable_new()};
-    Lock lock;
-    Condition finished;
-    bool isFinished GUARDED_BY(lock) = false;
-    Descriptor inhibitor GUARDED_BY(lock);
-};
-
-/// The inhibitor, which holds for as long as its descriptor is open.
-Descriptor inhibit(const std::string& who, const std::string& why, GCancellable* cancellable)
+/// Asks for an inhibitor, which holds for as long as its descriptor is open. Waits for a bus that says nothing until it
+/// is cancelled.
+FileDescriptor inhibit(const std::string& address, const std::string& who, const std::string& why,
+                       GCancellable* cancellable)
 {
     GError* error = nullptr;
     const auto failed = [&] {
         const ErrorPtr reason(std::exchange(error, nullptr));
-        logFailure("IOPMAssertionCreateWithName", reason ? reason->message : "no answer");
-        return Descriptor();
+        if (!g_cancellable_is_cancelled(cancellable))
+            logFailure("IOPMAssertionCreateWithName", reason ? reason->message : "no answer");
+        return FileDescriptor();
     };
-    const std::unique_ptr<char, FreeText> address(
-        g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, cancellable, &error));
-    if (!address)
-        return failed();
     // A connection of its own, so that a bus which hangs holds up nobody else.
     const ObjectPtr<GDBusConnection> bus(g_dbus_connection_new_for_address_sync(
-        address.get(),
+        address.c_str(),
         static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
                                           G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
         nullptr, cancellable, &error));
@@ -108,7 +72,7 @@ Descriptor inhibit(const std::string& who, const std::string& why, GCancellable*
     gint32 index = -1;
     g_variant_get(reply.get(), "(h)", &index);
     const int descriptor = descriptors ? g_unix_fd_list_get(descriptors.get(), index, &error) : -1;
-    return descriptor < 0 ? failed() : Descriptor(descriptor);
+    return descriptor < 0 ? failed() : FileDescriptor(descriptor);
 }
 
 std::string validText(const std::string& text)
@@ -117,26 +81,61 @@ std::string validText(const std::string& text)
     return valid.get();
 }
 
-/// Assertions that are held.
-struct Assertions {
-    Lock lock;
-    IOPMAssertionID last GUARDED_BY(lock) = kIOPMNullAssertionID;
-    std::map<IOPMAssertionID, Descriptor> held GUARDED_BY(lock);
+/// Of the system bus; read where it is not in doubt what the environment holds.
+std::string busAddress()
+{
+    const std::unique_ptr<char, FreeText> address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
+    return address ? address.get() : "";
+}
 
+/// Those that were made and not released.
+class Assertions final {
+public:
     static Assertions& shared()
     {
+        // Attempts may outlast the end of the process's main function.
         static auto& assertions = *new Assertions;
         return assertions;
     }
 
-    IOPMAssertionID add(Descriptor inhibitor)
+    IOPMAssertionID add(SharedCancellable attempt) EXCLUDES(lock_)
     {
-        LockGuard guard(lock);
-        while (++last == kIOPMNullAssertionID || held.contains(last)) {
+        LockGuard guard(lock_);
+        while (++last_ == kIOPMNullAssertionID || assertions_.contains(last_)) {
         }
-        held.emplace(last, std::move(inhibitor));
-        return last;
+        assertions_.emplace(last_, Assertion{std::move(attempt), {}});
+        return last_;
     }
+
+    /// An inhibitor that comes when its assertion is released already is let go of.
+    void hold(IOPMAssertionID assertionID, FileDescriptor inhibitor) EXCLUDES(lock_)
+    {
+        LockGuard guard(lock_);
+        if (const auto found = assertions_.find(assertionID); found != assertions_.end())
+            found->second.inhibitor = std::move(inhibitor);
+    }
+
+    bool release(IOPMAssertionID assertionID) EXCLUDES(lock_)
+    {
+        decltype(assertions_)::node_type released;
+        {
+            LockGuard guard(lock_);
+            released = assertions_.extract(assertionID);
+        }
+        if (released)
+            g_cancellable_cancel(released.mapped().attempt.get());
+        return !released.empty();
+    }
+
+private:
+    struct Assertion {
+        SharedCancellable attempt;
+        FileDescriptor inhibitor;
+    };
+
+    Lock lock_;
+    IOPMAssertionID last_ GUARDED_BY(lock_) = kIOPMNullAssertionID;
+    std::map<IOPMAssertionID, Assertion> assertions_ GUARDED_BY(lock_);
 };
 
 } // namespace
@@ -147,43 +146,20 @@ IOReturn IOPMAssertionCreateWithName(std::string_view type, IOPMAssertionLevel l
     *assertionID = kIOPMNullAssertionID;
     if (type != kIOPMAssertPreventUserIdleSystemSleep)
         return kIOReturnBadArgument;
-    Descriptor inhibitor;
+    const SharedCancellable attempt(g_cancellable_new(), UnrefObject());
+    *assertionID = Assertions::shared().add(attempt);
     if (level != kIOPMAssertionLevelOff) {
-        const auto attempt = std::make_shared<Attempt>();
         DispatchQueue::global()->async(
-            [attempt, who = validText(NSProcessInfo::processInfo().processName()), why = validText(name)] {
-                auto result = inhibit(who, why, attempt->cancellable.get());
-                LockGuard guard(attempt->lock);
-                attempt->inhibitor = std::move(result);
-                attempt->isFinished = true;
-                attempt->finished.notify_all();
-            });
-        const auto deadline = std::chrono::steady_clock::now() + kPatience;
-        bool isFinished = false;
-        {
-            LockGuard guard(attempt->lock);
-            auto status = std::cv_status::no_timeout;
-            while (!attempt->isFinished && status == std::cv_status::no_timeout)
-                status = attempt->finished.wait_until(attempt->lock, deadline);
-            isFinished = attempt->isFinished;
-            inhibitor = std::move(attempt->inhibitor);
-        }
-        if (!isFinished) {
-            g_cancellable_cancel(attempt->cancellable.get());
-            return kIOReturnTimeout;
-        }
-        if (!inhibitor.isOpen())
-            return kIOReturnError;
+            [attempt, id = *assertionID, address = busAddress(),
+             who = validText(NSProcessInfo::processInfo().processName()),
+             why = validText(name)] { Assertions::shared().hold(id, inhibit(address, who, why, attempt.get())); });
     }
-    *assertionID = Assertions::shared().add(std::move(inhibitor));
     return kIOReturnSuccess;
 }
 
 IOReturn IOPMAssertionRelease(IOPMAssertionID assertionID)
 {
-    auto& assertions = Assertions::shared();
-    LockGuard guard(assertions.lock);
-    return assertions.held.erase(assertionID) == 1 ? kIOReturnSuccess : kIOReturnNotFound;
+    return Assertions::shared().release(assertionID) ? kIOReturnSuccess : kIOReturnNotFound;
 }
 
 } // namespace platform

@@ -345,7 +345,7 @@ TEST_F(CreatorTest, ReleasesTheAssertionOnlyWhereItsCreationFailed)
         {"composition returned nothing", [](FakeStages& fakes) { fakes.compositionFailure = kFailure; }, false},
     };
     for (const auto& row : rows) {
-        for (const auto status : {platform::kIOReturnSuccess, platform::kIOReturnError}) {
+        for (const auto status : {platform::kIOReturnSuccess, platform::kIOReturnBadArgument}) {
             FakeStages fakes(temporary_.path());
             fakes.assertionStatus = status;
             creator_ = std::make_shared<morStilloraVideoCreator>(fakes.stages());
