@@ -155,9 +155,8 @@ std::string faultOfSavedForm(const NSData& saved, const NSError& error)
     if (error.code != 0)
         return "is damaged: " + error.localizedDescription;
     NSError problem;
-    return saved_form::read(saved, "averageImageColor", &problem)
-               ? "is damaged: it names no file among the document's resources"
-               : "is of another version, or is damaged";
+    return saved_form::read(saved, &problem) ? "is damaged: it names no file among the document's resources"
+                                             : "is of another version, or is damaged";
 }
 
 template <typename Item>

@@ -25,6 +25,18 @@ bool cannotBeSaved(NSError* error, const std::string& why)
 
 } // namespace
 
+std::optional<NSColor> MORPhoto::averageImageColor() const
+{
+    const auto stored = averageImageColor_.get();
+    const auto* color = stored ? stored->as<NSColor>() : nullptr;
+    return color ? std::optional(*color) : std::nullopt;
+}
+
+void MORPhoto::setAverageImageColor(std::optional<NSColor> color)
+{
+    averageImageColor_.set(color ? std::optional<ArchivedValue>(*color) : std::nullopt);
+}
+
 void MORPhoto::encodeWithCoder(NSCoder& coder) const
 {
     if (const auto url = photoURL())
@@ -97,14 +109,14 @@ std::optional<NSData> MORPhoto::saveData(NSError* error) const
     set(kIsFeaturedKey, NSNumber(isFeatured()));
     if (const auto date = dateCreated())
         set(kDateCreatedKey, *date);
-    if (const auto color = averageImageColor())
-        set(kAverageImageColorKey, *color);
+    if (auto color = averageImageColor_.get())
+        set(kAverageImageColorKey, std::move(*color));
     return NSKeyedArchiver::archivedDataWithRootObject(std::move(dictionary), error);
 }
 
 bool MORPhoto::loadSaveData(const std::optional<NSData>& data, const NSURL& saveLocation, NSError* error)
 {
-    const auto dictionary = saved_form::read(data, kAverageImageColorKey, error);
+    const auto dictionary = saved_form::read(data, error);
     if (!dictionary)
         return false;
     auto url = saved_form::readLocation(*dictionary, kPhotoURLKey, saveLocation, error);
@@ -121,14 +133,13 @@ bool MORPhoto::loadSaveData(const std::optional<NSData>& data, const NSURL& save
         !saved_form::readValue(*dictionary, kFileSizeKey, bytes, error) ||
         !saved_form::readValue(*dictionary, kIsFeaturedKey, featured, error))
         return false;
-    // Colours are of many kinds; one that is not understood is no reason to lose the photo.
-    std::optional<NSColor> color;
-    (void)saved_form::readValue(*dictionary, kAverageImageColorKey, color, nullptr);
+    // Colours are of many kinds; one that is not understood is no reason to lose the photo, nor to lose the colour.
+    const ArchivedValue* color = dictionary->objectForKey(kAverageImageColorKey);
 
     setPhotoURL(std::move(url));
     setTitle(std::move(titleText));
     setDateCreated(date);
-    setAverageImageColor(color);
+    averageImageColor_.set(color ? std::optional(*color) : std::nullopt);
     setSize(sizeText ? NSSizeFromString(*sizeText) : kNSZeroSize);
     setFileSize(bytes ? longLongValue(*bytes) : 0);
     setIsFeatured(featured && boolValue(*featured));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/archive/NSCoder.h"
+#include "platform/archive/NSKeyedArchiver.h"
 #include "platform/foundation/AtomicProperty.h"
 #include "platform/foundation/NSColor.h"
 #include "platform/foundation/NSData.h"
@@ -54,8 +55,9 @@ public:
     void setTitle(std::optional<std::string> title) { title_.set(std::move(title)); }
     std::optional<platform::NSDate> dateCreated() const { return dateCreated_.get(); }
     void setDateCreated(std::optional<platform::NSDate> date) { dateCreated_.set(date); }
-    std::optional<platform::NSColor> averageImageColor() const { return averageImageColor_.get(); }
-    void setAverageImageColor(std::optional<platform::NSColor> color) { averageImageColor_.set(color); }
+    /// Of a loaded colour, what can be told in RGB from 0 to 1; unless another is set, it is saved as it was loaded.
+    std::optional<platform::NSColor> averageImageColor() const;
+    void setAverageImageColor(std::optional<platform::NSColor> color);
     /// Pixels, upright; zero until set.
     platform::CGSize size() const { return size_.get(); }
     void setSize(platform::CGSize size) { size_.set(size); }
@@ -73,7 +75,7 @@ private:
     platform::AtomicProperty<std::optional<platform::NSURL>> photoURL_;
     platform::AtomicProperty<std::optional<std::string>> title_;
     platform::AtomicProperty<std::optional<platform::NSDate>> dateCreated_;
-    platform::AtomicProperty<std::optional<platform::NSColor>> averageImageColor_;
+    platform::AtomicProperty<std::optional<platform::ArchivedValue>> averageImageColor_;
     platform::AtomicProperty<platform::CGSize> size_;
     std::atomic<int64_t> fileSize_{0};
     std::atomic<bool> isFeatured_{false};

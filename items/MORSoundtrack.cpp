@@ -114,7 +114,7 @@ std::optional<NSData> MORSoundtrack::saveData(NSError* error) const
 std::optional<MORSoundtrack::SaveData> MORSoundtrack::readSaveData(const std::optional<NSData>& data,
                                                                    const NSURL& saveLocation, NSError* error)
 {
-    const auto dictionary = saved_form::read(data, "", error);
+    const auto dictionary = saved_form::read(data, error);
     if (!dictionary)
         return std::nullopt;
     const auto url = saved_form::readLocation(*dictionary, kSoundtrackURLKey, saveLocation, error);

@@ -2,8 +2,6 @@
 
 #include "platform/foundation/NSString.h"
 
-#include <algorithm>
-
 using namespace platform;
 
 namespace saved_form {
@@ -17,20 +15,9 @@ std::string keyOfBytes(std::string_view key)
     return std::string(key) + "Bytes";
 }
 
-/// Whether an object of an unknown class is anywhere below.
-bool holdsUnknownObject(const ArchivedValue& value)
-{
-    if (const auto* dictionary = value.as<NSDictionary>())
-        return std::ranges::any_of(dictionary->entries,
-                                   [](const auto& entry) { return holdsUnknownObject(entry.second); });
-    if (const auto* array = value.as<std::vector<ArchivedValue>>())
-        return std::ranges::any_of(*array, holdsUnknownObject);
-    return value.as<UnknownObject>() != nullptr;
-}
-
 } // namespace
 
-std::optional<NSDictionary> read(const std::optional<NSData>& data, std::string_view keyOfAnyClass, NSError* error)
+std::optional<NSDictionary> read(const std::optional<NSData>& data, NSError* error)
 {
     if (!data)
         return std::nullopt;
@@ -38,19 +25,11 @@ std::optional<NSDictionary> read(const std::optional<NSData>& data, std::string_
     const auto* archived = root ? root->as<NSDictionary>() : nullptr;
     if (!archived)
         return std::nullopt;
-    NSDictionary dictionary = *archived;
-    std::erase_if(dictionary.entries,
-                  [&](const auto& entry) { return entry.first == keyOfAnyClass && holdsUnknownObject(entry.second); });
-    if (holdsUnknownObject(dictionary)) {
-        fail(error, kNSCocoaErrorDomain, kNSCoderReadCorruptError,
-             "The keyed archive holds an object of an unknown class");
-        return std::nullopt;
-    }
-    const ArchivedValue* version = dictionary.objectForKey(kVersionKey);
+    const ArchivedValue* version = archived->objectForKey(kVersionKey);
     const auto* text = version ? version->as<std::string>() : nullptr;
     if (!text || *text != kVersion)
         return std::nullopt;
-    return dictionary;
+    return *archived;
 }
 
 std::optional<NSURL> readLocation(const NSDictionary& dictionary, std::string_view key, const NSURL& saveLocation,

@@ -18,11 +18,9 @@ inline constexpr std::string_view kVersion = "1.0";
 
 /// Unarchives a blob.
 ///
-/// @param key    an entry that may be of a class unknown here; it is then left out. Empty for none.
 /// @param error  out, optional: how the archive is damaged
 /// @return nothing for no blob, for a damaged one, and, without an error, for one of another version
-std::optional<platform::NSDictionary> read(const std::optional<platform::NSData>& data, std::string_view keyOfAnyClass,
-                                           platform::NSError* error);
+std::optional<platform::NSDictionary> read(const std::optional<platform::NSData>& data, platform::NSError* error);
 
 /// The value of a key if it is there.
 ///

@@ -1,5 +1,6 @@
 #include "platform/archive/NSKeyedArchiver.h"
 
+#include "platform/archive/ArchivedObjectsCopy.h"
 #include "platform/foundation/NSPropertyListSerialization.h"
 
 #include <charconv>
@@ -49,6 +50,8 @@ private:
 
     std::optional<Reference> add(const ArchivedValue& value)
     {
+        if (value.stored())
+            return ArchivedObjectsCopy(*value.stored(), objects_).copy({1});
         return std::visit(
             [this](const auto& object) -> std::optional<Reference> {
                 using T = std::remove_cvref_t<decltype(object)>;

@@ -3,7 +3,9 @@
 #include "platform/archive/NSCoder.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSError.h"
+#include "platform/foundation/NSPropertyListSerialization.h"
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -26,12 +28,13 @@ struct NSDictionary {
     void setObjectForKey(ArchivedValue value, std::string key);
 };
 
-/// An object of a class that is not known here.
+/// An object of a class that is not known here, or a colour that has no RGB components.
 struct UnknownObject {
     std::string className;
 };
 
-/// One object of an archive with all that it holds.
+/// One object of an archive with all that it holds. What an archive told about a colour or an unknown object beyond the
+/// value is kept, and written back as it was read.
 class ArchivedValue final {
 public:
     using Value = std::variant<NSData, std::string, NSNumber, NSDate, NSColor, NSDictionary, std::vector<ArchivedValue>,
@@ -41,8 +44,14 @@ public:
     requires(!std::is_same_v<std::remove_cvref_t<T>, ArchivedValue>) ArchivedValue(T&& value)
         : value_(std::forward<T>(value))
     {}
+    /// @param stored  the object as an archive has it: the second of these, after nil, which its references lead to
+    ArchivedValue(Value value, std::shared_ptr<const PropertyList::Array> stored)
+        : value_(std::move(value)), stored_(std::move(stored))
+    {}
 
     const Value& value() const { return value_; }
+    /// Null for what was not read from an archive, and where there is nothing beyond the value.
+    const PropertyList::Array* stored() const { return stored_.get(); }
     /// The value if it is of that class, else null.
     template <typename T>
     const T* as() const
@@ -52,12 +61,14 @@ public:
 
 private:
     Value value_;
+    std::shared_ptr<const PropertyList::Array> stored_;
 };
 
 /// Writes keyed archives, as binary property lists.
 class NSKeyedArchiver final {
 public:
-    /// @return nothing if a text is not UTF-8 or holds a zero byte, or an unknown object is in it (error 512)
+    /// @return nothing if a text is not UTF-8 or holds a zero byte, or an object of an unknown class is in it that was
+    ///         not read from an archive (error 512)
     static std::optional<NSData> archivedDataWithRootObject(const ArchivedValue& root, NSError* error = nullptr);
 };
 
@@ -65,7 +76,7 @@ public:
 /// objects are limited, and references that lead in a circle are refused.
 class NSKeyedUnarchiver final {
 public:
-    /// Entries of a dictionary that hold nil are left out, so are colours that have no RGB components.
+    /// Entries of a dictionary that hold nil are left out.
     ///
     /// @return nothing for what is no archive, or a damaged one (kNSCoderReadCorruptError), or where the root is nil
     static std::optional<ArchivedValue> unarchiveObjectWithData(const NSData& data, NSError* error = nullptr);

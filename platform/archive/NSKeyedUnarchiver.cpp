@@ -1,5 +1,6 @@
 #include "platform/archive/NSKeyedArchiver.h"
 
+#include "platform/archive/ArchivedObjectsCopy.h"
 #include "platform/foundation/NSPropertyListSerialization.h"
 #include "platform/foundation/NSString.h"
 
@@ -61,7 +62,7 @@ public:
         if (const auto* value = object.as<double>())
             return NSNumber(*value);
         if (object.as<PropertyList::Dictionary>())
-            return record(object, isNil, depth);
+            return record(*uid, depth);
         return std::nullopt;
     }
 
@@ -91,8 +92,9 @@ private:
         return value ? value->as<T>() : nullptr;
     }
 
-    std::optional<ArchivedValue> record(const PropertyList& record, bool& isNil, int depth)
+    std::optional<ArchivedValue> record(PropertyListUID object, int depth)
     {
+        const PropertyList& record = objects_[object.value];
         const PropertyList* classRecord = referred(record.objectForKey("$class"));
         const auto* name = classRecord ? classRecord->objectForKey<std::string>("$classname") : nullptr;
         if (!name)
@@ -111,9 +113,28 @@ private:
         }
         if (*name == "NSDate")
             return date(record);
-        if (*name == "NSColor")
-            return color(record, isNil);
-        return UnknownObject{*name};
+        if (*name == "NSColor") {
+            if (const auto known = color(record))
+                return withStored(*known, object);
+        }
+        return withStored(UnknownObject{*name}, object);
+    }
+
+    /// Adds the object as it stands here, to be written back.
+    std::optional<ArchivedValue> withStored(ArchivedValue::Value value, PropertyListUID object)
+    {
+        const auto mayCopy = [this](const PropertyList& part) {
+            if (const auto* text = part.as<std::string>())
+                bytesRead_ += text->size();
+            if (const auto* data = part.as<NSData>())
+                bytesRead_ += data->size();
+            return ++objectsRead_ <= kMaximumObjects && bytesRead_ <= kMaximumBytes;
+        };
+        auto stored = std::make_shared<PropertyList::Array>();
+        stored->emplace_back(std::string(kNilText));
+        if (object.value == 0 || !ArchivedObjectsCopy(objects_, *stored, mayCopy).copy(object))
+            return std::nullopt;
+        return ArchivedValue(std::move(value), std::move(stored));
     }
 
     std::optional<ArchivedValue> date(const PropertyList& record) const
@@ -125,7 +146,8 @@ private:
         return std::nullopt;
     }
 
-    std::optional<ArchivedValue> color(const PropertyList& record, bool& isNil) const
+    /// As far as it can be told in RGB from 0 to 1; nothing for a colour of a catalogue or a pattern.
+    std::optional<NSColor> color(const PropertyList& record) const
     {
         // A missing text of components is black.
         static const auto& kNothing = *new NSData;
@@ -169,8 +191,6 @@ private:
             return result;
         }
         default:
-            // A colour of a catalogue or a pattern: no RGB to be had here.
-            isNil = true;
             return std::nullopt;
         }
     }

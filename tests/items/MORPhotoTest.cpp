@@ -329,17 +329,78 @@ TEST(MORPhoto, LoadsWithoutAColourThatIsNotUnderstood)
     }
 }
 
-TEST(MORPhoto, RefusesAnUnknownClassElsewhere)
+TEST(MORPhoto, SavesAColourAsItWasLoaded)
 {
-    for (const char* key : {"title", "other"}) {
-        auto entries = minimalEntries();
-        entries.emplace_back(key, dictionary({{"$class", uid(9)}}));
-        std::vector<Node> objects = dictionaryObjects(entries);
-        objects.push_back(classRecord({"XYZThing", "NSObject"}));
-        NSError error;
-        EXPECT_FALSE(MORPhoto::photoWithSaveData(archive(objects), kDocument, &error));
-        EXPECT_EQ(error.code, kNSCoderReadCorruptError);
+    const auto component = [](std::string_view key, std::string_view numbers, int64_t space) {
+        return dictionary({{std::string(key), data(numbers)}, {"NSColorSpace", integer(space)}, {"$class", uid(13)}});
+    };
+    for (const Node& color : {
+             component("NSRGB", "2 -1 0.5 5", 2),
+             component("NSRGB", "1.0 .5 1e-1", 1),
+             component("NSWhite", "0.25 0.5", 3),
+             component("NSWhite", "1.5", 4),
+             component("NSCMYK", "0 0.5 1 0.5 0.75", 5),
+             component("NSCYMK", "0 0.5 1 0.5", 5),
+             dictionary({{"NSRGB", data("0.1 0.2 0.3")},
+                         {"NSColorSpace", integer(1)},
+                         {"NSComponents", data("0.4 0.5 0.6 1")},
+                         {"NSCustomColorSpace", uid(14)},
+                         {"NSLinearExposure", text("1")},
+                         {"$class", uid(13)}}),
+             dictionary({{"NSCatalogName", text("System")}, {"NSColorSpace", integer(6)}, {"$class", uid(13)}}),
+             dictionary({{"$class", uid(13)}}),
+             dictionary({{"part", uid(14)}, {"$class", uid(17)}}),
+             text("red"),
+         }) {
+        std::vector<Node> objects = dictionaryObjects({{"version", text("1.0")},
+                                                       {"photoURL", text("/a/Resources/p.jpg")},
+                                                       {"title", text("p")},
+                                                       {"averageImageColor", color},
+                                                       {"fileSize", integer(7)}});
+        ASSERT_EQ(objects.size(), 13u);
+        objects.push_back(classRecord({"NSColor", "NSObject"}));
+        objects.push_back(dictionary({{"NSICC", uid(15)}, {"NSID", integer(7)}, {"$class", uid(16)}}));
+        objects.push_back(data("a profile"));
+        objects.push_back(classRecord({"NSColorSpace", "NSObject"}));
+        objects.push_back(classRecord({"XYZColor", "NSColor", "NSObject"}));
+        const auto photo = load(archive(objects));
+        ASSERT_TRUE(photo);
+        const auto colorIn = [](const std::string& dictionary) {
+            const size_t start = dictionary.find("averageImageColor: ");
+            return start == std::string::npos ? dictionary
+                                              : dictionary.substr(start, dictionary.find(", fileSize") - start);
+        };
+        // Not every archive refers to all of these objects, which the reader would tell.
+        const std::string saved = readByReference(photo->saveData().value());
+        EXPECT_TRUE(saved.starts_with("NSMutableDictionary<")) << saved;
+        EXPECT_EQ(colorIn(saved), colorIn(readByReference(archive(objects), Unreferred::Allowed)));
+
+        photo->setAverageImageColor(NSColor{NSColor::Space::Device, 0.25, 0.5, 0.75, 1});
+        EXPECT_EQ(load(photo->saveData().value())->averageImageColor(), photo->averageImageColor());
+        photo->setAverageImageColor(std::nullopt);
+        EXPECT_EQ(savedDictionary(*photo).objectForKey("averageImageColor"), nullptr);
     }
+}
+
+TEST(MORPhoto, LoadsBesideAnEntryOfAnUnknownClassThatNobodyReads)
+{
+    auto entries = minimalEntries();
+    entries.emplace_back("other", dictionary({{"$class", uid(9)}}));
+    std::vector<Node> objects = dictionaryObjects(entries);
+    ASSERT_EQ(objects.size(), 9u);
+    objects.push_back(classRecord({"XYZThing", "NSObject"}));
+    EXPECT_TRUE(load(archive(objects)));
+}
+
+TEST(MORPhoto, RefusesAnUnknownClassUnderAKeyThatIsRead)
+{
+    auto entries = minimalEntries();
+    entries.emplace_back("title", dictionary({{"$class", uid(9)}}));
+    std::vector<Node> objects = dictionaryObjects(entries);
+    objects.push_back(classRecord({"XYZThing", "NSObject"}));
+    NSError error;
+    EXPECT_FALSE(MORPhoto::photoWithSaveData(archive(objects), kDocument, &error));
+    EXPECT_EQ(error.code, kNSCoderReadCorruptError);
 }
 
 TEST(MORPhoto, RefusesAValueOfAnotherClass)

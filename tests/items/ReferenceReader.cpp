@@ -39,11 +39,11 @@ def text(reference):
         assert len(value['NS.keys']) == len(value['NS.objects'])
         pairs = {resolve(k): text(v) for k, v in zip(value['NS.keys'], value['NS.objects'])}
     else:
-        pairs = {k: repr(v) for k, v in value.items() if k != '$class'}
+        pairs = {k: text(v) if isinstance(v, UID) else repr(v) for k, v in value.items() if k != '$class'}
     return lineage + ' {' + ', '.join(f'{k}: {pairs[k]}' for k in sorted(pairs)) + '}'
 
 result = text(UID(1))
-assert seen == set(range(len(objects))), 'objects that nothing refers to'
+assert len(sys.argv) > 2 or seen == set(range(len(objects))), 'objects that nothing refers to'
 print(result)
 )";
 
@@ -53,13 +53,14 @@ struct ClosePipe {
 
 } // namespace
 
-std::string readByReference(const platform::NSData& archive)
+std::string readByReference(const platform::NSData& archive, Unreferred unreferred)
 {
     const TemporaryFolder folder;
     const std::string script = folder.makeFile("read.py", kScript);
     const std::string file =
         folder.makeFile("archive.plist", {reinterpret_cast<const char*>(archive.data()), archive.size()});
-    const std::string command = "python3 " + script + " " + file + " 2>&1";
+    const std::string command =
+        "python3 " + script + " " + file + (unreferred == Unreferred::Allowed ? " allowed" : "") + " 2>&1";
     const std::unique_ptr<FILE, ClosePipe> pipe(popen(command.c_str(), "r"));
     std::string output;
     char buffer[4096];

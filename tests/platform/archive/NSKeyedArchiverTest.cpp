@@ -1,5 +1,6 @@
 #include "platform/archive/NSKeyedArchiver.h"
 #include "platform/foundation/NSPropertyListSerialization.h"
+#include "tests/support/ArchiveBytes.h"
 
 #include <gtest/gtest.h>
 
@@ -193,6 +194,38 @@ TEST(NSKeyedArchiver, ReadsBackEveryKindOfValue)
     EXPECT_EQ(*read.objectForKey("dictionary")->as<NSDictionary>()->objectForKey("deep")->as<std::string>(), "Grüße 😀");
     EXPECT_EQ(read.objectForKey("array")->as<std::vector<ArchivedValue>>()->size(), 2u);
     EXPECT_EQ(read.objectForKey("absent"), nullptr);
+}
+
+TEST(NSKeyedArchiver, WritesAnUnknownObjectAsItWasRead)
+{
+    using namespace archive_bytes;
+    // Of two parts, one refers to the object itself.
+    const NSData read = archive({
+        text("$null"),
+        dictionary({{"$class", uid(4)}, {"NS.keys", uids({2})}, {"NS.objects", uids({3})}}),
+        text("a"),
+        dictionary({{"$class", uid(5)}, {"list", array({uid(6), uid(0), integer(1)})}, {"part", uid(6)}}),
+        classRecord({"NSDictionary", "NSObject"}),
+        classRecord({"XYZThing", "NSObject"}),
+        dictionary({{"$class", uid(5)}, {"owner", uid(3)}}),
+    });
+    const auto root = NSKeyedUnarchiver::unarchiveObjectWithData(read);
+    ASSERT_TRUE(root);
+    const auto list = propertyListWithData(archiveOf(*root));
+    const auto& objects = objectsOf(list);
+    const auto at = [&](const PropertyList& reference) -> const PropertyList& {
+        return objects.at(reference.as<PropertyListUID>()->value);
+    };
+    const PropertyList& thing = at(objects.at(1).objectForKey<PropertyList::Array>("NS.objects")->at(0));
+    EXPECT_EQ(classNameOf(objects, thing), "XYZThing");
+    const PropertyList& part = at(*thing.objectForKey("part"));
+    EXPECT_EQ(&at(*part.objectForKey("owner")), &thing);
+    const auto& items = *thing.objectForKey<PropertyList::Array>("list");
+    ASSERT_EQ(items.size(), 3u);
+    EXPECT_EQ(&at(items[0]), &part);
+    EXPECT_EQ(*items[1].as<PropertyListUID>(), PropertyListUID{0});
+    EXPECT_EQ(*items[2].as<int64_t>(), 1);
+    EXPECT_EQ(objects.size(), 7u);
 }
 
 TEST(NSKeyedArchiver, DoesNotWriteWhatWouldBeLost)

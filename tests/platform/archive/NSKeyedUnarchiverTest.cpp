@@ -204,6 +204,7 @@ TEST(NSKeyedUnarchiver, ReadsColoursOfEverySpace)
                  {{"NSCYMK", data("0 0.5 1 0.5")}, {"NSColorSpace", integer(5)}},
                  NSColor{Device, 0.5, 0.25, 0, 1}},
              Row{"catalogue", {{"NSCatalogName", text("System")}, {"NSColorSpace", integer(6)}}, std::nullopt},
+             Row{"no space", {{"NSRGB", data("1 1 1")}}, std::nullopt},
              Row{"pattern", {{"NSColorSpace", integer(10)}}, std::nullopt},
              Row{"missing numbers",
                  {{"NSRGB", data("  0.5")}, {"NSColorSpace", integer(2)}},
@@ -294,8 +295,9 @@ TEST(NSKeyedUnarchiver, RefusesBrokenObjects)
                   "a key that is no reference");
     expectCorrupt(archive({text("$null"), dictionary({{"$class", uid(2)}}), classRecord({"NSDate", "NSObject"})}),
                   "a date without a time");
-    expectCorrupt(archive({text("$null"), dictionary({{"$class", uid(2)}}), classRecord({"NSColor", "NSObject"})}),
-                  "a colour without a space");
+    expectCorrupt(archive({text("$null"), dictionary({{"part", uid(3)}, {"$class", uid(2)}}),
+                           classRecord({"XYZThing", "NSObject"})}),
+                  "an unknown object with a part past the end");
     expectCorrupt(archive({text("$null"), dictionary({{"$class", uid(2)}}), classRecord({"NSString", "NSObject"})}),
                   "a text record without a text");
     expectCorrupt(archive({text("$null"), array({})}), "an array that is no record");
@@ -326,6 +328,18 @@ TEST(NSKeyedUnarchiver, RefusesFewObjectsThatStandForMany)
     objects.push_back(text("a"));
     objects.push_back(classRecord({"NSArray", "NSObject"}));
     expectCorrupt(archive(objects), "2^30 texts");
+}
+
+TEST(NSKeyedUnarchiver, RefusesManyUnknownObjectsThatShareALargePart)
+{
+    // Each of 35 times 35 keeps a copy of the part: 73 MB.
+    const Node thing = dictionary({{"part", uid(4)}, {"$class", uid(5)}});
+    const auto many = [](uint64_t object) {
+        return dictionary({{"NS.objects", array(std::vector<Node>(35, uid(object)))}, {"$class", uid(6)}});
+    };
+    expectCorrupt(archive({text("$null"), many(2), many(3), thing, archive_bytes::data(std::string(60'000, 'x')),
+                           classRecord({"XYZThing", "NSObject"}), classRecord({"NSArray", "NSObject"})}),
+                  "many copies");
 }
 
 TEST(NSKeyedUnarchiver, SurvivesDamage)
