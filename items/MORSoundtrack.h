@@ -75,7 +75,8 @@ public:
     /// Seconds that the item plays: the selection's length, else the whole file's, measured once a path. Not a number
     /// for a file that cannot be measured.
     double duration() const;
-    /// The file, with precise timing; one asset for all items of a file. Null without a location.
+    /// The file, with precise timing; one asset for all items of a file, until many others were asked for. Null without
+    /// a location.
     platform::AVURLAssetPtr asset() const;
 
     std::optional<platform::NSURL> soundtrackURL() const { return soundtrackURL_.get(); }

@@ -1,5 +1,6 @@
 #include "items/MORSoundtrack.h"
 
+#include "platform/foundation/NSCache.h"
 #include "platform/media/CMTime.h"
 
 #include <map>
@@ -7,26 +8,27 @@
 
 using namespace platform;
 
-// What opens the sound file. Both caches outlive whatever still runs while the process ends and are never emptied: a
-// file that is replaced under its path keeps what was measured first.
+// What opens the sound file. Both caches outlive whatever still runs while the process ends.
 
 namespace {
 
-template <typename Value>
-struct Cache {
+/// Never emptied: a file that is replaced under its path keeps what was measured first.
+struct DurationCache {
     std::mutex mutex;
-    std::map<std::string, Value> values;
+    std::map<std::string, double> seconds;
 };
 
-Cache<double>& durationCache()
+DurationCache& durationCache()
 {
-    static auto& cache = *new Cache<double>;
+    static auto& cache = *new DurationCache;
     return cache;
 }
 
-Cache<AVURLAssetPtr>& assetCache()
+NSCache<std::string, AVURLAssetPtr>& assetCache()
 {
-    static auto& cache = *new Cache<AVURLAssetPtr>;
+    // More than the soundtracks of any one document; an asset may keep a cover of some megabytes.
+    constexpr size_t kMaximumAssets = 64;
+    static auto& cache = *new NSCache<std::string, AVURLAssetPtr>(kMaximumAssets, 0);
     return cache;
 }
 
@@ -39,17 +41,17 @@ double MORSoundtrack::duration() const
         return selected.length;
 
     const auto path = _originalPath();
-    Cache<double>& cache = durationCache();
+    DurationCache& cache = durationCache();
     if (path) {
         const std::lock_guard lock(cache.mutex);
-        if (const auto known = cache.values.find(*path); known != cache.values.end())
+        if (const auto known = cache.seconds.find(*path); known != cache.seconds.end())
             return known->second;
     }
     const auto url = soundtrackURL();
     const double seconds = url ? CMTimeGetSeconds(AVURLAsset::URLAssetWithURL(*url)->duration()) : 0;
     if (path) {
         const std::lock_guard lock(cache.mutex);
-        cache.values.insert_or_assign(*path, seconds);
+        cache.seconds.insert_or_assign(*path, seconds);
     }
     return seconds;
 }
@@ -59,10 +61,11 @@ AVURLAssetPtr MORSoundtrack::asset() const
     const auto url = soundtrackURL();
     if (!url)
         return nullptr;
-    Cache<AVURLAssetPtr>& cache = assetCache();
-    const std::lock_guard lock(cache.mutex);
-    AVURLAssetPtr& asset = cache.values[url->absoluteString()];
-    if (!asset)
+    const std::string key = url->absoluteString();
+    auto asset = assetCache().objectForKey(key);
+    if (!asset) {
         asset = std::make_shared<AVURLAsset>(*url, AVURLAsset::Options{.preferPreciseDurationAndTiming = true});
+        assetCache().setObject(asset, key);
+    }
     return asset;
 }

@@ -414,6 +414,18 @@ TEST(MORSoundtrack, SharesOneAssetPerFile)
     EXPECT_NE(soundtrack(makeSound(folder, "other.wav", 2))->asset(), first);
 }
 
+TEST(MORSoundtrack, LetsGoOfTheAssetsThatWereNotAskedForTheLongest)
+{
+    const std::weak_ptr<AVURLAsset> used = soundtrack("/sounds/used.wav")->asset();
+    const std::weak_ptr<AVURLAsset> unused = soundtrack("/sounds/unused.wav")->asset();
+    for (int i = 0; i < 100; ++i) {
+        (void)soundtrack("/sounds/" + std::to_string(i) + ".wav")->asset();
+        (void)soundtrack("/sounds/used.wav")->asset();
+    }
+    EXPECT_TRUE(unused.expired());
+    EXPECT_FALSE(used.expired());
+}
+
 TEST(MORSoundtrack, SurvivesDamageToItsSavedForm)
 {
     const NSData whole = soundtrack("/a/Resources/song.mp3")->saveData().value();
