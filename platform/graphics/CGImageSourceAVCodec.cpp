@@ -1,4 +1,4 @@
-#include "platform/graphics/ByteReader.h"
+#include "platform/bytes/ByteReader.h"
 #include "platform/graphics/ImageDecoder.h"
 #include "platform/graphics/LibavLog.h"
 #include "platform/graphics/TIFFHeader.h"

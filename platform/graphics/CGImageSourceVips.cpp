@@ -1,4 +1,4 @@
-#include "platform/graphics/ByteReader.h"
+#include "platform/bytes/ByteReader.h"
 #include "platform/graphics/EXIF.h"
 #include "platform/graphics/HEIFContainer.h"
 #include "platform/graphics/ImageDecoder.h"

@@ -1,6 +1,6 @@
 #include "platform/graphics/HEIFContainer.h"
 
-#include "platform/graphics/ByteReader.h"
+#include "platform/bytes/ByteReader.h"
 
 #include <algorithm>
 #include <functional>

@@ -1,6 +1,6 @@
 #include "platform/graphics/JPEGHeader.h"
 
-#include "platform/graphics/ByteReader.h"
+#include "platform/bytes/ByteReader.h"
 #include "platform/graphics/EXIF.h"
 
 #include <algorithm>

@@ -1,15 +1,12 @@
 #include "platform/media/MediaInspection.h"
 
-#include "platform/foundation/FileDescriptor.h"
+#include "platform/bytes/BoxWalker.h"
 #include "platform/media/FFmpegHandles.h"
 #include "platform/media/MovieBoxes.h"
 
 #include <algorithm>
-#include <array>
-#include <fcntl.h>
-#include <string_view>
+#include <string>
 #include <sys/stat.h>
-#include <unistd.h>
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -20,14 +17,6 @@ namespace platform {
 
 namespace {
 
-uint64_t bigEndian(const uint8_t* bytes, size_t count)
-{
-    uint64_t value = 0;
-    for (size_t i = 0; i < count; ++i)
-        value = value << 8 | bytes[i];
-    return value;
-}
-
 /// In which order a file's outermost boxes stand.
 struct Outline {
     bool indexFirst = false;
@@ -37,34 +26,17 @@ struct Outline {
 
 Outline outlineOf(const std::string& path)
 {
+    constexpr int64_t kSmallestBox = 8;
+    const FileBytes file(path);
     Outline outline;
-    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    struct stat status {};
-    if (!file || fstat(file.get(), &status) != 0)
-        return outline;
     bool hasMedia = false;
-    int64_t offset = 0;
-    std::array<uint8_t, 16> header{};
-    while (offset < status.st_size) {
-        const ssize_t count = pread(file.get(), header.data(), header.size(), offset);
-        if (count < 8)
-            break;
-        uint64_t length = bigEndian(header.data(), 4);
-        const std::string_view type(reinterpret_cast<const char*>(header.data()) + 4, 4);
-        const auto rest = static_cast<uint64_t>(status.st_size - offset);
-        if (length == 1 && count == 16)
-            length = bigEndian(header.data() + 8, 8);
-        else if (length == 0)
-            length = rest;
-        if (type == "moov")
+    const int64_t end = BoxWalker(file).forEachBox(0, file.size(), [&](const Box& box) {
+        if (box.type == fourCharacterCode("moov"))
             outline.indexFirst = !hasMedia;
-        hasMedia = hasMedia || type == "mdat";
-        if (length < 8 || length > rest) {
-            outline.isWhole = false;
-            break;
-        }
-        offset += static_cast<int64_t>(length);
-    }
+        hasMedia = hasMedia || box.type == fourCharacterCode("mdat");
+    });
+    // What is left may be too short for a box.
+    outline.isWhole = file.size() - end < kSmallestBox;
     return outline;
 }
 

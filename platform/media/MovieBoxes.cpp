@@ -1,6 +1,7 @@
 #include "platform/media/MovieBoxes.h"
 
-#include "platform/media/BoxFile.h"
+#include "platform/bytes/BoxWalker.h"
+#include "platform/bytes/ByteReader.h"
 
 #include <algorithm>
 #include <array>
@@ -10,12 +11,12 @@ namespace platform {
 namespace {
 
 /// Time scale and duration of an "mvhd" or "mdhd" box, which start alike.
-bool readHeader(const BoxFile& file, const Box& box, int32_t& timescale, int64_t& duration)
+bool readHeader(const BoxWalker& file, const Box& box, int32_t& timescale, int64_t& duration)
 {
     std::array<uint8_t, 32> bytes{};
-    const bool isLong = box.end - box.begin >= 32 && file.read(box.begin, std::span(bytes).first(1)) && bytes[0] == 1;
+    const bool isLong = box.size() >= 32 && file.read(box.begin, std::span(bytes).first(1)) && bytes[0] == 1;
     const size_t length = isLong ? 32 : 20;
-    if (box.end - box.begin < static_cast<int64_t>(length) || !file.read(box.begin, std::span(bytes).first(length)))
+    if (box.size() < static_cast<int64_t>(length) || !file.read(box.begin, std::span(bytes).first(length)))
         return false;
     const uint64_t scale = bigEndianNumber(std::span(bytes).subspan(isLong ? 20 : 12, 4));
     const uint64_t ticks = bigEndianNumber(std::span(bytes).subspan(isLong ? 24 : 16, isLong ? 8 : 4));
@@ -30,12 +31,12 @@ bool readHeader(const BoxFile& file, const Box& box, int32_t& timescale, int64_t
 
 /// Calls `visit` with each entry of a table: version and flags, a count, then entries of one size.
 template <typename Visit>
-void forEachEntry(const BoxFile& file, const Box& box, size_t entrySize, Visit visit)
+void forEachEntry(const BoxWalker& file, const Box& box, size_t entrySize, Visit visit)
 {
     std::array<uint8_t, 8> header{};
-    if (box.end - box.begin < 8 || !file.read(box.begin, header))
+    if (box.size() < 8 || !file.read(box.begin, header))
         return;
-    const int64_t room = (box.end - box.begin - 8) / static_cast<int64_t>(entrySize);
+    const int64_t room = (box.size() - 8) / static_cast<int64_t>(entrySize);
     int64_t left = std::min(static_cast<int64_t>(bigEndianNumber(std::span(header).last(4))), room);
     std::vector<uint8_t> bytes(entrySize * 512);
     for (int64_t offset = box.begin + 8; left > 0;) {
@@ -50,12 +51,12 @@ void forEachEntry(const BoxFile& file, const Box& box, size_t entrySize, Visit v
     }
 }
 
-void readEdits(const BoxFile& file, const Box& box, std::vector<MovieEdit>& edits)
+void readEdits(const BoxWalker& file, const Box& box, std::vector<MovieEdit>& edits)
 {
     // More edits than this are no soundtrack but an attack on memory.
     constexpr size_t kMaxEdits = 65536;
     std::array<uint8_t, 1> version{};
-    if (box.end - box.begin < 8 || !file.read(box.begin, version))
+    if (box.size() < 8 || !file.read(box.begin, version))
         return;
     const size_t width = version[0] == 1 ? 8 : 4;
     forEachEntry(file, box, 2 * width + 4, [&](std::span<const uint8_t> entry) {
@@ -68,7 +69,7 @@ void readEdits(const BoxFile& file, const Box& box, std::vector<MovieEdit>& edit
 }
 
 /// Sum of the durations of a "stts" box; none if it does not fit.
-std::optional<int64_t> sumOfDurations(const BoxFile& file, const Box& box)
+std::optional<int64_t> sumOfDurations(const BoxWalker& file, const Box& box)
 {
     int64_t sum = 0;
     bool overflow = false;
@@ -82,13 +83,13 @@ std::optional<int64_t> sumOfDurations(const BoxFile& file, const Box& box)
     return sum;
 }
 
-void readTrack(const BoxFile& file, const Box& track, std::vector<MovieTrackBoxes>& tracks)
+void readTrack(const BoxWalker& file, const Box& track, std::vector<MovieTrackBoxes>& tracks)
 {
     MovieTrackBoxes result;
     int64_t headerDuration = 0;
     file.forEachBox(track.begin, track.end, [&](const Box& box) {
         std::array<uint8_t, 24> bytes{};
-        if (box.type == fourCharacterCode("tkhd") && box.end - box.begin >= 24 && file.read(box.begin, bytes))
+        if (box.type == fourCharacterCode("tkhd") && box.size() >= 24 && file.read(box.begin, bytes))
             result.trackID =
                 static_cast<int32_t>(bigEndianNumber(std::span(bytes).subspan(bytes[0] == 1 ? 20 : 12, 4)));
         if (box.type == fourCharacterCode("edts"))
@@ -101,7 +102,7 @@ void readTrack(const BoxFile& file, const Box& track, std::vector<MovieTrackBoxe
         file.forEachBox(box.begin, box.end, [&](const Box& inner) {
             if (inner.type == fourCharacterCode("mdhd"))
                 readHeader(file, inner, result.timescale, headerDuration);
-            if (inner.type == fourCharacterCode("hdlr") && inner.end - inner.begin >= 12 &&
+            if (inner.type == fourCharacterCode("hdlr") && inner.size() >= 12 &&
                 file.read(inner.begin, std::span(bytes).first(12)))
                 result.handler.assign(reinterpret_cast<const char*>(bytes.data()) + 8, 4);
             if (inner.type != fourCharacterCode("minf"))
@@ -126,7 +127,8 @@ void readTrack(const BoxFile& file, const Box& track, std::vector<MovieTrackBoxe
 
 std::optional<MovieBoxes> readMovieBoxes(const NSURL& url)
 {
-    const BoxFile file(url.path());
+    const FileBytes bytes(url.path());
+    const BoxWalker file(bytes);
     MovieBoxes movie;
     bool found = false;
     file.forEachBox(0, file.size(), [&](const Box& box) {

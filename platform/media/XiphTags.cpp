@@ -1,7 +1,7 @@
 #include "platform/media/XiphTags.h"
 
 #include "platform/foundation/NSData.h"
-#include "platform/graphics/ByteReader.h"
+#include "platform/bytes/ByteReader.h"
 #include "platform/media/TagText.h"
 
 #include <algorithm>

@@ -13,7 +13,7 @@ import sys
 from pathlib import Path
 
 # Folders inside platform/, each of which may use those before it.
-PLATFORM = ["foundation", "dispatch", "archive", "graphics", "connection", "media", "system"]
+PLATFORM = ["foundation", "dispatch", "archive", "bytes", "graphics", "connection", "media", "system"]
 
 # What each folder may use besides itself; every platform folder stands as "platform/NAME".
 ALL_PLATFORM = [f"platform/{name}" for name in PLATFORM]
