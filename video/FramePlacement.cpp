@@ -1,6 +1,7 @@
 #include "video/FramePlacement.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 using platform::CGPoint;
@@ -60,7 +61,11 @@ double boundToCover(CGSize photo, CGSize frame, double ratio)
 double thumbnailBound(CGSize photo, CGSize frame, bool reduceBorders)
 {
     const double ratio = photo.height / photo.width;
-    return reduceBorders ? boundToCover(photo, frame, ratio) : boundToFit(photo, frame, ratio);
+    if (!reduceBorders)
+        return boundToFit(photo, frame, ratio);
+    // What multiplying leaves of a whole number; far too little to lose a pixel of the other side.
+    constexpr double kRounding = 1e-6;
+    return std::ceil(boundToCover(photo, frame, ratio) - kRounding);
 }
 
 CGRect unionOfFaces(const std::vector<CGRect>& faces)

@@ -8,7 +8,8 @@
 /// How a photo lies in its frame. Origins are lower left corners.
 
 /// The longer side asked of the decoder, so that the photo fits inside the frame without being enlarged, or, with
-/// `reduceBorders`, covers the frame as far as its pixels allow.
+/// `reduceBorders`, covers the frame as far as its pixels allow. Covering, it is rounded up to a whole number: cut off,
+/// it would leave one photo size in ten a black line of one pixel.
 ///
 /// @param photo  the photo's own size, upright
 double thumbnailBound(platform::CGSize photo, platform::CGSize frame, bool reduceBorders);

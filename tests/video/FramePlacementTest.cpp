@@ -1,5 +1,7 @@
 #include "video/FramePlacement.h"
 
+#include "platform/graphics/ImageDecoder.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -56,8 +58,9 @@ TEST(ThumbnailBound, FollowsTheRuleOfEachShape)
         {"square", {2000, 2000}, false, 720},
         {"panorama, by width", {6000, 1000}, false, 1280},
         {"the frame's own shape", {1920, 1080}, false, 1280},
-        {"portrait, cover by width", {3000, 4000}, true, 4.0 / 3 * 1280},
+        {"portrait, cover by width, rounded up", {3000, 4000}, true, 1707},
         {"landscape flatter than the frame, cover by height", {4000, 1000}, true, 720 / 0.25},
+        {"landscape, cover by height, whole but for rounding", {3000, 1000}, true, 2160},
         {"square, cover", {2000, 2000}, true, 1280},
         {"small portrait, cover not reached", {300, 400}, true, 720},
         {"small landscape, cover not reached", {640, 480}, true, 640},
@@ -69,6 +72,30 @@ TEST(ThumbnailBound, FollowsTheRuleOfEachShape)
     };
     for (const Row& row : rows)
         EXPECT_DOUBLE_EQ(thumbnailBound(row.photo, kFrame, row.reduceBorders), row.expected) << row.what;
+}
+
+TEST(ThumbnailBound, LeavesNoBorderToAPhotoOfAnySizeThatCanCoverTheFrame)
+{
+    // Sizes of every remainder, wide and tall, in frames of every quality, one of a fractional width among them.
+    size_t checked = 0;
+    for (const CGSize frame : {CGSize{320, 240}, {640, 360}, {853.333, 480}, {1280, 720}, {1920, 1080}, {3840, 2160}})
+        for (double longer = frame.width; longer < 3 * frame.width; longer += 13)
+            for (double shorter = frame.height; shorter <= longer; shorter += 17)
+                for (const CGSize photo : {CGSize{longer, shorter}, CGSize{shorter, longer}}) {
+                    if (photo.width < frame.width || photo.height < frame.height)
+                        continue;
+                    const double bound = thumbnailBound(photo, frame, true);
+                    const auto picture = platform::thumbnailSize(
+                        {static_cast<size_t>(photo.width), static_cast<size_t>(photo.height)}, bound);
+                    ASSERT_GE(picture.width, std::floor(frame.width)) << photo.width << " x " << photo.height;
+                    ASSERT_GE(picture.height, std::floor(frame.height)) << photo.width << " x " << photo.height;
+                    // Nor is more decoded than one pixel beyond.
+                    ASSERT_TRUE(static_cast<double>(picture.width) < frame.width + 2 ||
+                                static_cast<double>(picture.height) < frame.height + 2)
+                        << photo.width << " x " << photo.height;
+                    ++checked;
+                }
+    EXPECT_GT(checked, 100000U);
 }
 
 TEST(ThumbnailBound, OfAPhotoThatWasNeverMeasuredIsNothing)

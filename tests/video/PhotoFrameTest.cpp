@@ -234,6 +234,26 @@ TEST_F(PhotoFrameTest, EightAtOnceGiveTheSameFrames)
         EXPECT_TRUE(same[i]) << i;
 }
 
+TEST_F(PhotoFrameTest, ReachesAllEdgesOfTheFrameWhateverTheSizeOfThePhoto)
+{
+    // White all over: what is black was not covered. 612 x 924 has the shape of one that left its last column black.
+    CIDetector::setFaceDetectorFactory({});
+    std::vector<CGSize> sizes = {{612, 924}, {924, 612}};
+    for (int i = 0; i < 40; ++i)
+        sizes.push_back({360.0 + 7 * i, 203.0 + 11 * (i % 23)});
+    for (const CGSize size : sizes) {
+        size_ = size;
+        const Picture white = plain(static_cast<size_t>(size.width), static_cast<size_t>(size.height), {255, 255, 255});
+        writeFile(folder_.path("photo.jpg"), jpegBytes(white));
+        auto covering = options(true);
+        covering.frame = {360, 203};
+        const auto frame = renderPhotoFrame(covering);
+        ASSERT_TRUE(frame);
+        EXPECT_EQ(extentOfOthers(pixels(*frame), {0, 0, 0}), (CGRect{{0, 0}, {360, 203}}))
+            << size.width << " x " << size.height;
+    }
+}
+
 TEST_F(PhotoFrameTest, SaysWhyAPhotoCannotBeShown)
 {
     LogRecorder log;
