@@ -124,7 +124,7 @@ private:
         return true;
     }
 
-    bool decode(size_t width, size_t height, CGImage& image, ColorDescription& colors, NSError* error) override
+    bool decode(size_t width, size_t height, CGImage& image, NSError* error) override
     {
         const FramePtr frame = decodeFrame(width, height, error);
         if (!frame)
@@ -139,6 +139,7 @@ private:
         const bool hasAlpha = !isPalette && (description->flags & AV_PIX_FMT_FLAG_ALPHA) != 0;
         const size_t bands = isPalette ? 3 : description->nb_components;
         const size_t colorBands = bands - (hasAlpha ? 1 : 0);
+        ColorDescription colors;
         colors.model = colorBands == 1 ? ColorDescription::Model::Grey : ColorDescription::Model::RGB;
 
         RowCollector rows(picture, bands, hasAlpha, {std::min(width, picture.width), std::min(height, picture.height)});
@@ -153,7 +154,7 @@ private:
                 turnIntoRGB(row, bands);
             rows.addRow(row.data());
         }
-        return scalePlanes(rows.planes(), width, height, image) || failDecoding(error, "cannot be scaled to this size");
+        return finish(rows.planes(), width, height, colors, image, error);
     }
 
     /// One component of a row, as 8 bits, to its place among the others.

@@ -46,9 +46,9 @@ private:
         return true;
     }
 
-    bool decode(size_t width, size_t height, CGImage& image, ColorDescription& colors, NSError* error) override
+    bool decode(size_t width, size_t height, CGImage& image, NSError* error) override
     {
-        return decode(file().all(), width, height, image, colors, error);
+        return decode(file().all(), width, height, image, error);
     }
 
     /// Only its tables and its first rows can make a file of one pass unreadable: what is wrong behind them is shown as
@@ -59,12 +59,10 @@ private:
         if (header_.isProgressive)
             return ImageDecoder::probe(error);
         CGImage image;
-        ColorDescription colors;
-        return decode(file().first(header_.length + kFirstRowsBytes), 1, 1, image, colors, error);
+        return decode(file().first(header_.length + kFirstRowsBytes), 1, 1, image, error);
     }
 
-    bool decode(std::span<const uint8_t> bytes, size_t width, size_t height, CGImage& image, ColorDescription& colors,
-                NSError* error)
+    bool decode(std::span<const uint8_t> bytes, size_t width, size_t height, CGImage& image, NSError* error)
     {
         if (header_.bitsPerSample != 8)
             return failDecoding(error, "is a JPEG file of another depth than 8 bits");
@@ -95,13 +93,21 @@ private:
         const PixelSize scaled = {static_cast<size_t>(TJSCALED(fullWidth, factor)),
                                   static_cast<size_t>(TJSCALED(fullHeight, factor))};
 
+        if (space == TJCS_YCbCr || space == TJCS_GRAY)
+            return decodePlanes(bytes, factor, scaled, subsampling, width, height, image, error);
+        return decodePixels(bytes, factor, scaled, space, width, height, image, error);
+    }
+
+    ColorDescription colors() const
+    {
+        ColorDescription colors;
         colors.model = header_.components == 4   ? ColorDescription::Model::CMYK
                        : header_.components == 1 ? ColorDescription::Model::Grey
                                                  : ColorDescription::Model::RGB;
         colors.profile = header_.colorProfile;
-        if (space == TJCS_YCbCr || space == TJCS_GRAY)
-            return decodePlanes(bytes, factor, scaled, subsampling, width, height, image, error);
-        return decodePixels(bytes, factor, scaled, space, width, height, image, error);
+        if (header_.isAdobeRGB && colors.model == ColorDescription::Model::RGB)
+            colors.space = ColorDescription::kAdobeRGB;
+        return colors;
     }
 
     /// Less than an eighth of a bit for every block of the claimed size: a progressive file needs memory for all of
@@ -166,7 +172,7 @@ private:
                        error))
             return false;
         repeatEdges(pointers[0], planes.planes[0].bytesPerRow, scaled, {planes.width, planes.height});
-        return scalePlanes(planes, width, height, image) || failDecoding(error, "cannot be scaled to this size");
+        return finish(planes, width, height, colors(), image, error);
     }
 
     /// The decoder leaves brightness undefined where the plane is larger than the picture, and the scaler's window
@@ -205,7 +211,7 @@ private:
             static_cast<double>(header_.width) * factor.num / factor.denom / static_cast<double>(scaled.width);
         planes.shownHeight *=
             static_cast<double>(header_.height) * factor.num / factor.denom / static_cast<double>(scaled.height);
-        return scalePlanes(planes, width, height, image) || failDecoding(error, "cannot be scaled to this size");
+        return finish(planes, width, height, colors(), image, error);
     }
 
     JPEGHeader header_;

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <type_traits>
 #include <utility>
 
 namespace platform {
@@ -97,32 +98,69 @@ std::optional<int> integer(VipsImage* image, const char* name)
     return value;
 }
 
-/// Dots an inch by the chunk "pHYs", which the library reads without telling whether it was there.
-std::optional<double> readPNGResolution(const ImageFile& file)
+/// What the chunks before the pixels of a PNG file tell that the library reads without telling, or not at all.
+struct PNGHeader {
+    std::optional<double> dpi;
+    /// Numbers of ITU-T H.273.
+    std::optional<HEIFColors> codes;
+    bool isSRGB = false;
+    std::optional<ColorDescription::PowerSpace> space;
+};
+
+/// Takes what counts of one chunk, of which the first bytes are there.
+void readPNGChunk(std::string_view name, std::span<const uint8_t> content, PNGHeader& header)
+{
+    const auto number = [&](size_t index) { return bigEndian32(content, 4 * index).value_or(0); };
+    // Chromaticities and powers are stored as whole numbers.
+    constexpr double kParts = 100000;
+    if (name == "pHYs") {
+        constexpr double kMetresPerInch = 0.0254;
+        constexpr uint8_t kMetre = 1;
+        if (content[8] == kMetre && number(0) > 0)
+            header.dpi = number(0) * kMetresPerInch;
+    } else if (name == "cICP") {
+        header.codes = HEIFColors{content[0], content[1]};
+    } else if (name == "sRGB") {
+        header.isSRGB = true;
+    } else if (name == "gAMA") {
+        // Beyond these no picture can be told from black or white.
+        constexpr double kLeast = 0.1;
+        constexpr double kMost = 10;
+        const double power = kParts / std::max(number(0), 1u);
+        if (power >= kLeast && power <= kMost) {
+            header.space = header.space.value_or(ColorDescription::PowerSpace{});
+            header.space->power = power;
+        }
+    } else if (name == "cHRM") {
+        header.space = header.space.value_or(ColorDescription::PowerSpace{});
+        // White comes first, and last in ours.
+        auto& places = header.space->chromaticities;
+        for (size_t i = 0; i < places.size(); ++i)
+            places[i] = number((i + 2) % places.size()) / kParts;
+    }
+}
+
+PNGHeader readPNGHeader(const ImageFile& file)
 {
     constexpr size_t kSignature = 8;
     constexpr size_t kChunkFrame = 12;
+    constexpr size_t kNameEnd = 8;
     // Files of thousands of chunks before the pixels are made to keep readers busy.
     constexpr int kMostChunks = 256;
+    PNGHeader header;
     size_t offset = kSignature;
     for (int i = 0; i < kMostChunks; ++i) {
-        std::array<uint8_t, 17> chunk{};
-        if (file.readAt(offset, chunk.data(), chunk.size()) != static_cast<ssize_t>(chunk.size()))
-            return std::nullopt;
+        // As long as the longest that counts; the bytes of a shorter one are followed by those of the next.
+        std::array<uint8_t, kNameEnd + 32> chunk{};
+        if (file.readAt(offset, chunk.data(), chunk.size()) < static_cast<ssize_t>(kChunkFrame))
+            break;
         const std::string_view name(reinterpret_cast<const char*>(chunk.data()) + 4, 4);
-        if (name == "pHYs") {
-            constexpr double kMetresPerInch = 0.0254;
-            constexpr uint8_t kMetre = 1;
-            const uint32_t perMetre = bigEndian32(chunk, 8).value_or(0);
-            if (chunk[16] != kMetre || perMetre == 0)
-                return std::nullopt;
-            return perMetre * kMetresPerInch;
-        }
         if (name == "IDAT")
-            return std::nullopt;
+            break;
+        readPNGChunk(name, std::span(chunk).subspan(kNameEnd), header);
         offset += kChunkFrame + bigEndian32(chunk, 0).value_or(0);
     }
-    return std::nullopt;
+    return header;
 }
 
 class VipsDecoder final : public ImageDecoder {
@@ -191,8 +229,10 @@ private:
             if (!properties.orientation && tag && *tag >= 1 && *tag <= 8)
                 properties.orientation = tag;
         }
+        if (exif.isAdobeRGB)
+            space_ = ColorDescription::kAdobeRGB;
         if (isPNG_)
-            properties.dpi = readPNGResolution(file());
+            properties.dpi = readPNG();
         if (!properties.dpi)
             properties.dpi = exif.dpi;
         constexpr double kMillimetresPerInch = 25.4;
@@ -201,25 +241,44 @@ private:
         return true;
     }
 
-    bool decode(size_t width, size_t height, CGImage& image, ColorDescription& colors, NSError* error) override
+    /// Keeps what a PNG file says of its colours; dots an inch.
+    std::optional<double> readPNG()
+    {
+        const PNGHeader header = readPNGHeader(file());
+        if (header.codes)
+            codes_ = *header.codes;
+        if (header.isSRGB)
+            space_.reset();
+        else if (header.space)
+            space_ = header.space;
+        return header.dpi;
+    }
+
+    bool decode(size_t width, size_t height, CGImage& image, NSError* error) override
     {
         if (!image_ && !openImage(error))
             return false;
-        const bool succeeded = decodeOpened(width, height, image, colors, error);
+        const bool succeeded = decodeOpened(width, height, image, error);
         // Rows come in order and only once: to be asked again, the file is opened again.
         closeImage();
         vips().error_clear();
         return succeeded;
     }
 
-    bool decodeOpened(size_t width, size_t height, CGImage& image, ColorDescription& colors, NSError* error)
+    ColorDescription statedColors()
     {
+        ColorDescription colors;
         colors.profile = blob(image_.get(), VIPS_META_ICC_NAME);
-        if (colors.profile.empty() && isHEIF_) {
-            const HEIFColors stated = readHEIFColors(file());
-            colors.primaries = stated.primaries;
-            colors.transfer = stated.transfer;
-        }
+        const HEIFColors codes = isHEIF_ ? readHEIFColors(file()) : codes_;
+        colors.primaries = codes.primaries;
+        colors.transfer = codes.transfer;
+        colors.space = space_;
+        return colors;
+    }
+
+    bool decodeOpened(size_t width, size_t height, CGImage& image, NSError* error)
+    {
+        ColorDescription colors = statedColors();
         if (!simplify(colors))
             return failDecoding(error, "cannot be decoded: its colours are of a kind that is not known");
 
@@ -234,49 +293,55 @@ private:
                                  : ColorDescription::Model::Grey;
 
         const PixelSize picture = {properties().pixelWidth, properties().pixelHeight};
-        RowCollector rows(picture, used, hasAlpha, {width, height});
+        const auto format = vips().image_get_format(image_.get());
+        RowCollector rows(picture, used, hasAlpha, {width, height}, format == VIPS_FORMAT_UCHAR ? 8 : 16);
         if (!rows.isReady())
             return failDecoding(error, "needs more memory than there is");
-        if (!collect(rows, picture, bands, used))
+        const bool isCollected = format == VIPS_FORMAT_UCHAR    ? collect<uint8_t>(rows, picture, bands, used)
+                                 : format == VIPS_FORMAT_USHORT ? collect<uint16_t>(rows, picture, bands, used)
+                                                                : collect<uint32_t>(rows, picture, bands, used);
+        if (!isCollected)
             return failDecoding(error, "is damaged: no part of it can be decoded");
-        return scalePlanes(rows.planes(), width, height, image) || failDecoding(error, "cannot be scaled to this size");
+        return finish(rows.planes(), width, height, colors, image, error);
     }
 
-    /// Brings rare kinds of pixels to brightness, red, green and blue, or ink, of 8 or 16 bits.
+    /// Brings rare kinds of pixels to brightness, red, green and blue, or ink, of 8, 16 or 32 bits.
     bool simplify(ColorDescription& colors)
     {
         const auto kind = vips().image_get_interpretation(image_.get());
         const bool isKnown = kind == VIPS_INTERPRETATION_sRGB || kind == VIPS_INTERPRETATION_RGB ||
                              kind == VIPS_INTERPRETATION_B_W || kind == VIPS_INTERPRETATION_RGB16 ||
-                             kind == VIPS_INTERPRETATION_GREY16 || kind == VIPS_INTERPRETATION_CMYK;
+                             kind == VIPS_INTERPRETATION_GREY16 || kind == VIPS_INTERPRETATION_CMYK ||
+                             kind == VIPS_INTERPRETATION_MULTIBAND;
         const auto format = vips().image_get_format(image_.get());
-        const bool isWhole = format == VIPS_FORMAT_UCHAR || format == VIPS_FORMAT_USHORT;
-        if (isKnown && isWhole)
-            return true;
+        if (isKnown)
+            // Numbers with a sign, or fractions, of which nothing says where white is, are refused.
+            return format == VIPS_FORMAT_UCHAR || format == VIPS_FORMAT_USHORT || format == VIPS_FORMAT_UINT;
         VipsImage* simple = nullptr;
-        if (kind == VIPS_INTERPRETATION_MULTIBAND || (isKnown && !isWhole)) {
-            if (vips().cast(image_.get(), &simple, VIPS_FORMAT_UCHAR, static_cast<void*>(nullptr)) != 0)
-                return false;
-        } else {
-            if (vips().colourspace(image_.get(), &simple, VIPS_INTERPRETATION_sRGB, static_cast<void*>(nullptr)) != 0)
-                return false;
-            // The profile told of the numbers as they were.
-            colors.profile.clear();
-            ImagePtr whole(simple);
-            simple = nullptr;
-            if (vips().cast(whole.get(), &simple, VIPS_FORMAT_UCHAR, static_cast<void*>(nullptr)) != 0)
-                return false;
-        }
+        if (vips().colourspace(image_.get(), &simple, VIPS_INTERPRETATION_sRGB, static_cast<void*>(nullptr)) != 0)
+            return false;
+        // The profile told of the numbers as they were.
+        colors = {};
+        const ImagePtr whole(simple);
+        simple = nullptr;
+        if (vips().cast(whole.get(), &simple, VIPS_FORMAT_UCHAR, static_cast<void*>(nullptr)) != 0)
+            return false;
         image_.reset(simple);
         return true;
     }
 
     /// Reads rows until the end or the first damage; whether there was one at least.
+    template <typename Stored>
     bool collect(RowCollector& rows, PixelSize picture, size_t bands, size_t used)
     {
+        using Sample = std::conditional_t<sizeof(Stored) == 1, uint8_t, uint16_t>;
         const RegionPtr region(vips().region_new(image_.get()));
-        const bool isWide = vips().image_get_format(image_.get()) == VIPS_FORMAT_USHORT;
-        std::vector<uint8_t> narrow(isWide || used != bands ? picture.width * used : 0);
+        // Of HEIC and AVIF, 10 or 12 bits come as the upper ones of 16: their own first bits fill what is left, so that
+        // white is the most.
+        const int depth = integer(image_.get(), "heif-bitdepth").value_or(16);
+        const int fill = sizeof(Stored) == 2 && depth > 8 && depth < 16 ? depth : 0;
+        const bool isReady = std::is_same_v<Stored, Sample> && used == bands && fill == 0;
+        std::vector<Sample> made(isReady ? 0 : picture.width * used);
         // Strips as high as a usual tile, so that tiles are decoded once.
         constexpr int kStrip = 16;
         const auto height = static_cast<int>(picture.height);
@@ -286,21 +351,20 @@ private:
                 return top > 0;
             for (int y = top; y < top + strip.height; ++y) {
                 // What VIPS_REGION_ADDR says for the first column, without the function that it calls.
-                const uint8_t* samples =
-                    region->data + static_cast<size_t>(y - region->valid.top) * static_cast<size_t>(region->bpl);
-                if (!narrow.empty()) {
-                    for (size_t x = 0; x < picture.width; ++x)
-                        for (size_t band = 0; band < used; ++band) {
-                            const size_t from = x * bands + band;
-                            narrow[x * used + band] =
-                                isWide
-                                    ? static_cast<uint8_t>(
-                                          (reinterpret_cast<const uint16_t*>(samples)[from] * 255u + 32767u) / 65535u)
-                                    : samples[from];
-                        }
-                    samples = narrow.data();
+                const auto* const stored = reinterpret_cast<const Stored*>(
+                    region->data + static_cast<size_t>(y - region->valid.top) * static_cast<size_t>(region->bpl));
+                if (isReady) {
+                    rows.addRow(reinterpret_cast<const Sample*>(stored));
+                    continue;
                 }
-                rows.addRow(samples);
+                for (size_t x = 0; x < picture.width; ++x)
+                    for (size_t band = 0; band < used; ++band) {
+                        const Stored sample = stored[x * bands + band];
+                        made[x * used + band] = static_cast<Sample>(sizeof(Stored) == 4 ? sample >> 16
+                                                                    : fill != 0         ? sample | sample >> fill
+                                                                                        : sample);
+                    }
+                rows.addRow(made.data());
             }
         }
         return true;
@@ -309,6 +373,9 @@ private:
     const bool isHEIF_;
     const bool isPNG_;
     const Loader load_;
+    // What is known beside a profile, from the header.
+    HEIFColors codes_;
+    std::optional<ColorDescription::PowerSpace> space_;
     // In the order in which each needs the one before.
     std::unique_ptr<Reader> reader_;
     SourcePtr source_;

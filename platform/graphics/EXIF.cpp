@@ -12,7 +12,12 @@ namespace {
 constexpr uint16_t kTagOrientation = 0x0112;
 constexpr uint16_t kTagXResolution = 0x011A;
 constexpr uint16_t kTagResolutionUnit = 0x0128;
+constexpr uint16_t kTagExifFolder = 0x8769;
+constexpr uint16_t kTagColorSpace = 0xA001;
+constexpr uint16_t kTagInteroperabilityFolder = 0xA005;
+constexpr uint16_t kTagInteroperabilityIndex = 0x0001;
 constexpr uint16_t kTypeByte = 1;
+constexpr uint16_t kTypeText = 2;
 constexpr uint16_t kTypeShort = 3;
 constexpr uint16_t kTypeLong = 4;
 constexpr uint16_t kTypeRational = 5;
@@ -35,6 +40,35 @@ public:
     std::optional<uint32_t> number32(size_t offset) const
     {
         return isLittleEndian_ ? littleEndian32(bytes_, offset) : bigEndian32(bytes_, offset);
+    }
+
+    /// The entry of this tag in the folder at this place.
+    std::optional<size_t> entry(std::optional<uint32_t> folder, uint16_t tag) const
+    {
+        const auto count = folder ? number16(*folder) : std::nullopt;
+        for (size_t i = 0; i < count.value_or(0); ++i) {
+            const size_t place = size_t{*folder} + 2 + i * kEntryLength;
+            const auto found = number16(place);
+            if (!found)
+                break;
+            if (*found == tag)
+                return place;
+        }
+        return std::nullopt;
+    }
+
+    /// The whole number of this tag in the folder at this place.
+    std::optional<uint32_t> integer(std::optional<uint32_t> folder, uint16_t tag) const
+    {
+        const auto found = entry(folder, tag);
+        return found ? integer(*found) : std::nullopt;
+    }
+
+    /// Whether the entry is this text of three letters, which stands in the entry itself.
+    bool isText(size_t entry, std::string_view text) const
+    {
+        return number16(entry + 2) == kTypeText && number32(entry + 4) == 4u && entry + 12 <= bytes_.size() &&
+               std::string_view(reinterpret_cast<const char*>(bytes_.data()) + entry + 8, 3) == text;
     }
 
     /// The entry's value where it is one whole number.
@@ -74,6 +108,17 @@ private:
     bool isValid_ = false;
 };
 
+/// As cameras write it, whose colour spaces are sRGB (1) and others.
+bool saysAdobeRGB(const Structure& structure, uint32_t firstFolder)
+{
+    constexpr uint32_t kSRGB = 1;
+    const auto folder = structure.integer(firstFolder, kTagExifFolder);
+    const auto space = structure.integer(folder, kTagColorSpace);
+    const auto interoperability = structure.integer(folder, kTagInteroperabilityFolder);
+    const auto index = structure.entry(interoperability, kTagInteroperabilityIndex);
+    return space && *space != kSRGB && index && structure.isText(*index, "R03");
+}
+
 } // namespace
 
 EXIF parseEXIF(std::span<const uint8_t> bytes)
@@ -109,6 +154,7 @@ EXIF parseEXIF(std::span<const uint8_t> bytes)
             unit = structure.integer(entry).value_or(unit);
         }
     }
+    exif.isAdobeRGB = saysAdobeRGB(structure, *folder);
     constexpr double kCentimetresPerInch = 2.54;
     if (resolution && *resolution > 0 && (unit == 2 || unit == 3))
         exif.dpi = unit == 2 ? *resolution : *resolution * kCentimetresPerInch;

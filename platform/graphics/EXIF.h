@@ -12,6 +12,8 @@ struct EXIF {
     std::optional<int> orientation;
     /// Dots an inch.
     std::optional<double> dpi;
+    /// The colour space is none that EXIF knows, and the rules of interoperability name Adobe RGB.
+    bool isAdobeRGB = false;
 };
 
 /// Reads a TIFF structure, with or without "Exif\0\0" in front. Damage gives what was read before it.

@@ -8,7 +8,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <limits>
 #include <new>
+#include <type_traits>
 #include <utility>
 
 namespace platform {
@@ -95,10 +97,8 @@ CGImagePtr ImageDecoder::createThumbnailAtIndex(const ThumbnailOptions& options,
         const PixelSize size = thumbnailSize({properties_.pixelWidth, properties_.pixelHeight}, options.maxPixelSize);
         CGImage image;
         image.pixels = PixelRecycling::take();
-        ColorDescription colors;
-        if (!decode(size.width, size.height, image, colors, error))
+        if (!decode(size.width, size.height, image, error))
             return nullptr;
-        convertToSRGB(image, colors);
         if (options.withTransform)
             image = uprightImage(std::move(image), properties_.orientation.value_or(1));
         return shareRecycled(std::move(image));
@@ -124,6 +124,26 @@ bool ImageDecoder::probe(NSError* error)
     return createThumbnailAtIndex({kProbePixels, false}, error) != nullptr;
 }
 
+bool ImageDecoder::finish(const ImagePlanes& planes, size_t width, size_t height, const ColorDescription& colors,
+                          CGImage& image, NSError* error) const
+{
+    // Brightness and colour differences of 8 bits are those of JPEG photos, of which there are most: they keep the
+    // quick way.
+    const bool isWide =
+        planes.depth > 8 || (planes.family != ImagePlanes::Family::YUV && changesColors(colors));
+    if (!isWide) {
+        if (!scalePlanes(planes, width, height, image))
+            return failDecoding(error, "cannot be scaled to this size");
+        convertToSRGB(image, colors);
+        return true;
+    }
+    WideImage wide;
+    if (!scalePlanes(planes, width, height, wide))
+        return failDecoding(error, "cannot be scaled to this size");
+    convertToSRGB(wide, colors, image);
+    return true;
+}
+
 PixelSize thumbnailSize(PixelSize picture, std::optional<double> maxPixelSize)
 {
     const size_t longer = std::max(picture.width, picture.height);
@@ -141,11 +161,12 @@ PixelSize thumbnailSize(PixelSize picture, std::optional<double> maxPixelSize)
     return {scaled(picture.width), scaled(picture.height)};
 }
 
-RowCollector::RowCollector(PixelSize picture, size_t bands, bool hasAlpha, PixelSize wanted)
-    : picture_(picture), bands_(bands), hasAlpha_(hasAlpha),
-      factor_(std::max<size_t>(1, std::min(picture.width / wanted.width, picture.height / wanted.height) / 2)),
+RowCollector::RowCollector(PixelSize picture, size_t bands, bool hasAlpha, PixelSize wanted, unsigned depth)
+    : picture_(picture), bands_(bands), hasAlpha_(hasAlpha), depth_(depth),
+      // Sums of larger squares would not fit into their numbers.
+      factor_(std::clamp<size_t>(std::min(picture.width / wanted.width, picture.height / wanted.height) / 2, 1, 256)),
       planeCount_(bands == 2 ? 4 : bands), planeWidth_((picture.width + factor_ - 1) / factor_),
-      planeHeight_((picture.height + factor_ - 1) / factor_), bytesPerRow_(alignedRow(planeWidth_)),
+      planeHeight_((picture.height + factor_ - 1) / factor_), bytesPerRow_(alignedRow(planeWidth_ * depth / 8)),
       memory_(ScratchMemory::take(ScratchMemory::Use::Planes, planeCount_ * bytesPerRow_ * planeHeight_))
 {
     if (factor_ > 1)
@@ -158,25 +179,39 @@ RowCollector::RowCollector(PixelSize picture, size_t bands, bool hasAlpha, Pixel
 
 void RowCollector::addRow(const uint8_t* samples)
 {
+    add(samples);
+}
+
+void RowCollector::addRow(const uint16_t* samples)
+{
+    add(samples);
+}
+
+template <typename Sample>
+void RowCollector::add(const Sample* samples)
+{
     if (nextRow_ >= picture_.height)
         return;
     if (hasAlpha_) {
-        const uint8_t* from = samples;
-        uint8_t* to = multiplied_.data();
+        constexpr unsigned kMost = std::numeric_limits<Sample>::max();
+        const Sample* from = samples;
+        // Aligned for the wider kind, as long as both need.
+        auto* const multiplied = reinterpret_cast<Sample*>(multiplied_.data());
+        Sample* to = multiplied;
         for (size_t x = 0; x < picture_.width; ++x, from += bands_, to += bands_) {
             const unsigned alpha = from[bands_ - 1];
             for (size_t band = 0; band + 1 < bands_; ++band)
-                to[band] = static_cast<uint8_t>((from[band] * alpha + 127) / 255);
-            to[bands_ - 1] = static_cast<uint8_t>(alpha);
+                to[band] = static_cast<Sample>((from[band] * alpha + kMost / 2) / kMost);
+            to[bands_ - 1] = static_cast<Sample>(alpha);
         }
-        samples = multiplied_.data();
+        samples = multiplied;
     }
 
     const size_t row = nextRow_++;
     if (factor_ == 1) {
         for (size_t plane = 0; plane < planeCount_; ++plane) {
             const size_t band = bands_ == 2 ? plane / 3 : plane;
-            uint8_t* const to = memory_ + (plane * planeHeight_ + row) * bytesPerRow_;
+            auto* const to = rowOfPlane<Sample>(plane, row);
             for (size_t x = 0; x < picture_.width; ++x)
                 to[x] = samples[x * bands_ + band];
         }
@@ -190,21 +225,24 @@ void RowCollector::addRow(const uint8_t* samples)
                 sums[band] += samples[x * bands_ + band];
     }
     if (nextRow_ % factor_ == 0)
-        finishSquares(factor_);
+        finishSquares<Sample>(factor_);
     else if (nextRow_ == picture_.height)
-        finishSquares(nextRow_ % factor_);
+        finishSquares<Sample>(nextRow_ % factor_);
 }
 
+template <typename Sample>
 void RowCollector::finishSquares(size_t rows)
 {
+    // 2^16 samples of 16 bits leave no room for half a step.
+    using Sum = std::conditional_t<sizeof(Sample) == 1, uint32_t, uint64_t>;
     const size_t row = (nextRow_ - 1) / factor_;
     for (size_t plane = 0; plane < planeCount_; ++plane) {
         const size_t band = bands_ == 2 ? plane / 3 : plane;
-        uint8_t* const to = memory_ + (plane * planeHeight_ + row) * bytesPerRow_;
+        auto* const to = rowOfPlane<Sample>(plane, row);
         for (size_t column = 0; column < planeWidth_; ++column) {
             const size_t columns = std::min(factor_, picture_.width - column * factor_);
             const auto pixels = static_cast<uint32_t>(rows * columns);
-            to[column] = static_cast<uint8_t>((sums_[column * bands_ + band] + pixels / 2) / pixels);
+            to[column] = static_cast<Sample>((Sum{sums_[column * bands_ + band]} + pixels / 2) / pixels);
         }
     }
     std::ranges::fill(sums_, 0u);
@@ -214,6 +252,7 @@ ImagePlanes RowCollector::planes() const
 {
     ImagePlanes planes;
     planes.family = planeCount_ == 1 ? ImagePlanes::Family::Grey : ImagePlanes::Family::RGB;
+    planes.depth = depth_;
     planes.width = planeWidth_;
     planes.height = planeHeight_;
     planes.shownWidth = static_cast<double>(picture_.width) / static_cast<double>(factor_);

@@ -30,11 +30,15 @@ protected:
     /// Fills in all but the format.
     virtual bool readProperties(Properties& properties, NSError* error) = 0;
 
-    /// Decodes the stored picture at exactly this size, which is not larger than its own.
-    virtual bool decode(size_t width, size_t height, CGImage& image, ColorDescription& colors, NSError* error) = 0;
+    /// Decodes the stored picture at exactly this size, which is not larger than its own, to sRGB.
+    virtual bool decode(size_t width, size_t height, CGImage& image, NSError* error) = 0;
 
     /// Whether `decode` will succeed; told without decoding all of the file where that is possible.
     virtual bool probe(NSError* error);
+
+    /// What `decode` ends with: scales the planes and turns the colours into sRGB, narrowing last where that matters.
+    bool finish(const ImagePlanes& planes, size_t width, size_t height, const ColorDescription& colors, CGImage& image,
+                NSError* error) const;
 
     ImageFile& file() { return *file_; }
     const Properties& properties() const { return properties_; }
@@ -72,23 +76,34 @@ class RowCollector final {
 public:
     /// @param bands  samples of a pixel: 1 grey, 2 grey and alpha, 3 colours, 4 colours and alpha or four inks
     /// @param hasAlpha  whether the last band is alpha; colours are multiplied with it
-    RowCollector(PixelSize picture, size_t bands, bool hasAlpha, PixelSize wanted);
+    /// @param depth  bits of a sample, 8 or 16
+    RowCollector(PixelSize picture, size_t bands, bool hasAlpha, PixelSize wanted, unsigned depth = 8);
 
     /// False where memory was short.
     bool isReady() const { return memory_ != nullptr; }
 
-    /// The next row, samples of 8 bits, interleaved.
+    /// The next row, interleaved samples of the depth that was told.
     void addRow(const uint8_t* samples);
+    void addRow(const uint16_t* samples);
 
     /// What was collected; rows that never came repeat nothing and are black.
     ImagePlanes planes() const;
 
 private:
+    template <typename Sample>
+    void add(const Sample* samples);
+    template <typename Sample>
     void finishSquares(size_t rows);
+    template <typename Sample>
+    Sample* rowOfPlane(size_t plane, size_t row)
+    {
+        return reinterpret_cast<Sample*>(memory_ + (plane * planeHeight_ + row) * bytesPerRow_);
+    }
 
     const PixelSize picture_;
     const size_t bands_;
     const bool hasAlpha_;
+    const unsigned depth_;
     const size_t factor_;
     const size_t planeCount_;
     const size_t planeWidth_;
@@ -97,7 +112,7 @@ private:
     uint8_t* memory_;
     size_t nextRow_ = 0;
     std::vector<uint32_t> sums_;
-    std::vector<uint8_t> multiplied_;
+    std::vector<uint16_t> multiplied_;
 };
 
 } // namespace platform

@@ -5,8 +5,21 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace platform {
+
+/// A picture of 16 bits a component whose colours are still to be converted; pixels as those of CGImage, rows without
+/// gaps. What is narrowed before its colours are converted shows steps in a sky.
+struct WideImage {
+    size_t width = 0;
+    size_t height = 0;
+    bool hasAlpha = false;
+    std::vector<uint16_t> samples;
+
+    const uint16_t* row(size_t y) const { return samples.data() + y * width * 4; }
+    uint16_t* row(size_t y) { return samples.data() + y * width * 4; }
+};
 
 /// A picture as separate planes of samples, borrowed from their owner. Rows and strides are multiples of 64 bytes.
 struct ImagePlanes {
@@ -54,6 +67,9 @@ struct ImagePlanes {
 /// @param image  out: width x height pixels, its memory used again where it is large enough
 /// @return false if the planes are of a kind that cannot be scaled, or memory is short
 [[nodiscard]] bool scalePlanes(const ImagePlanes& planes, size_t width, size_t height, CGImage& image);
+
+/// The same without narrowing.
+[[nodiscard]] bool scalePlanes(const ImagePlanes& planes, size_t width, size_t height, WideImage& image);
 
 /// Scales a finished picture.
 [[nodiscard]] bool scaleImage(const CGImage& from, size_t width, size_t height, CGImage& image);

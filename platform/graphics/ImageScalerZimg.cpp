@@ -11,6 +11,7 @@
 #include <limits>
 #include <list>
 #include <memory>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -38,6 +39,7 @@ struct GraphKey {
     bool hasFourth;
     size_t width;
     size_t height;
+    bool isResultWide;
 
     bool operator==(const GraphKey&) const = default;
 };
@@ -96,8 +98,8 @@ std::shared_ptr<const Graph> buildGraph(const GraphKey& key)
     to.active_region.height = to.active_region.width;
     to.active_region.left = to.active_region.width;
     to.active_region.top = to.active_region.width;
-    to.pixel_type = ZIMG_PIXEL_BYTE;
-    to.depth = 8;
+    to.pixel_type = key.isResultWide ? ZIMG_PIXEL_WORD : ZIMG_PIXEL_BYTE;
+    to.depth = key.isResultWide ? 16 : 8;
     to.subsample_w = 0;
     to.subsample_h = 0;
     to.pixel_range = ZIMG_RANGE_FULL;
@@ -152,8 +154,9 @@ std::shared_ptr<const Graph> graphOf(const GraphKey& key)
 }
 
 /// Where finished rows go: planes of a few rows, and the picture that they are woven into.
+template <typename Image>
 struct Output {
-    CGImage* image;
+    Image* image;
     std::array<const uint8_t*, 4> planes;
     size_t bytesPerRow;
     unsigned mask;
@@ -162,7 +165,7 @@ struct Output {
 
 int weaveRow(void* user, unsigned row, unsigned left, unsigned right)
 {
-    const auto& output = *static_cast<const Output*>(user);
+    const auto& output = *static_cast<const Output<CGImage>*>(user);
     const size_t offset = (row & output.mask) * output.bytesPerRow;
     const uint8_t* const red = output.planes[0] + offset;
     const uint8_t* const green = output.count > 1 ? output.planes[1] + offset : red;
@@ -185,6 +188,83 @@ int weaveRow(void* user, unsigned row, unsigned left, unsigned right)
     else
         weave([](unsigned) { return uint8_t{0xFF}; });
     return 0;
+}
+
+int weaveWideRow(void* user, unsigned row, unsigned left, unsigned right)
+{
+    const auto& output = *static_cast<const Output<WideImage>*>(user);
+    const auto plane = [&](size_t i) {
+        return reinterpret_cast<const uint16_t*>(output.planes[i] + (row & output.mask) * output.bytesPerRow);
+    };
+    const uint16_t* const red = plane(0);
+    const uint16_t* const green = output.count > 1 ? plane(1) : red;
+    const uint16_t* const blue = output.count > 1 ? plane(2) : red;
+    const uint16_t* const fourth = output.count > 3 ? plane(3) : nullptr;
+    uint16_t* to = output.image->row(row) + size_t{4} * left;
+    for (unsigned x = left; x < right; ++x) {
+        *to++ = fourth ? fourth[x] : uint16_t{0xFFFF};
+        *to++ = red[x];
+        *to++ = green[x];
+        *to++ = blue[x];
+    }
+    return 0;
+}
+
+void prepare(CGImage& image, size_t width, size_t height, bool hasAlpha)
+{
+    image.width = width;
+    image.height = height;
+    image.bytesPerRow = width * 4;
+    image.hasAlpha = hasAlpha;
+    image.pixels.resize(image.bytesPerRow * height);
+}
+
+void prepare(WideImage& image, size_t width, size_t height, bool hasAlpha)
+{
+    image.width = width;
+    image.height = height;
+    image.hasAlpha = hasAlpha;
+    image.samples.resize(width * 4 * height);
+}
+
+template <typename Image>
+bool scale(const ImagePlanes& planes, size_t width, size_t height, Image& image, zimg_filter_graph_callback weave)
+{
+    constexpr bool kIsWide = std::is_same_v<Image, WideImage>;
+    constexpr size_t kMaxSide = std::numeric_limits<int>::max() / 8;
+    if (width == 0 || height == 0 || width > kMaxSide || height > kMaxSide || planes.width == 0 || planes.height == 0)
+        return false;
+    const auto graph = graphOf({planes.family, planes.matrix, planes.siting, planes.isFullRange, planes.depth,
+                                planes.subsampleX, planes.subsampleY, planes.width, planes.height, planes.shownWidth,
+                                planes.shownHeight, planes.count == 4, width, height, kIsWide});
+    if (!graph)
+        return false;
+    prepare(image, width, height, planes.count == 4);
+
+    const size_t rowBytes = alignedRow(width * (kIsWide ? sizeof(uint16_t) : 1));
+    const size_t planeBytes = rowBytes * graph->outputRows;
+    const size_t temporaryBytes = alignedRow(graph->temporaryBytes);
+    uint8_t* const memory =
+        ScratchMemory::take(ScratchMemory::Use::Scaler, temporaryBytes + planes.count * planeBytes);
+    if (!memory)
+        return false;
+
+    zimg_image_buffer_const from{};
+    from.version = ZIMG_API_VERSION;
+    zimg_image_buffer to{};
+    to.version = ZIMG_API_VERSION;
+    Output<Image> output{&image, {}, rowBytes, graph->outputMask, planes.count};
+    for (size_t i = 0; i < planes.count; ++i) {
+        // The fourth plane stands in the fourth place, also behind a single one.
+        from.plane[i].data = planes.planes[i].samples;
+        from.plane[i].stride = static_cast<ptrdiff_t>(planes.planes[i].bytesPerRow);
+        from.plane[i].mask = ZIMG_BUFFER_MAX;
+        to.plane[i].data = memory + temporaryBytes + i * planeBytes;
+        to.plane[i].stride = static_cast<ptrdiff_t>(rowBytes);
+        to.plane[i].mask = graph->outputMask;
+        output.planes[i] = static_cast<const uint8_t*>(to.plane[i].data);
+    }
+    return zimg_filter_graph_process(graph->graph.get(), &from, &to, memory, nullptr, nullptr, weave, &output) == 0;
 }
 
 } // namespace
@@ -216,44 +296,12 @@ uint8_t* ScratchMemory::take(Use use, size_t bytes)
 
 bool scalePlanes(const ImagePlanes& planes, size_t width, size_t height, CGImage& image)
 {
-    constexpr size_t kMaxSide = std::numeric_limits<int>::max() / 8;
-    if (width == 0 || height == 0 || width > kMaxSide || height > kMaxSide || planes.width == 0 || planes.height == 0)
-        return false;
-    const auto graph = graphOf({planes.family, planes.matrix, planes.siting, planes.isFullRange, planes.depth,
-                                planes.subsampleX, planes.subsampleY, planes.width, planes.height, planes.shownWidth,
-                                planes.shownHeight, planes.count == 4, width, height});
-    if (!graph)
-        return false;
+    return scale(planes, width, height, image, weaveRow);
+}
 
-    image.width = width;
-    image.height = height;
-    image.bytesPerRow = width * 4;
-    image.hasAlpha = planes.count == 4;
-    image.pixels.resize(image.bytesPerRow * height);
-
-    const size_t rowBytes = alignedRow(width);
-    const size_t planeBytes = rowBytes * graph->outputRows;
-    const size_t temporaryBytes = alignedRow(graph->temporaryBytes);
-    uint8_t* const memory = ScratchMemory::take(ScratchMemory::Use::Scaler, temporaryBytes + planes.count * planeBytes);
-    if (!memory)
-        return false;
-
-    zimg_image_buffer_const from{};
-    from.version = ZIMG_API_VERSION;
-    zimg_image_buffer to{};
-    to.version = ZIMG_API_VERSION;
-    Output output{&image, {}, rowBytes, graph->outputMask, planes.count};
-    for (size_t i = 0; i < planes.count; ++i) {
-        // The fourth plane stands in the fourth place, also behind a single one.
-        from.plane[i].data = planes.planes[i].samples;
-        from.plane[i].stride = static_cast<ptrdiff_t>(planes.planes[i].bytesPerRow);
-        from.plane[i].mask = ZIMG_BUFFER_MAX;
-        to.plane[i].data = memory + temporaryBytes + i * planeBytes;
-        to.plane[i].stride = static_cast<ptrdiff_t>(rowBytes);
-        to.plane[i].mask = graph->outputMask;
-        output.planes[i] = static_cast<const uint8_t*>(to.plane[i].data);
-    }
-    return zimg_filter_graph_process(graph->graph.get(), &from, &to, memory, nullptr, nullptr, weaveRow, &output) == 0;
+bool scalePlanes(const ImagePlanes& planes, size_t width, size_t height, WideImage& image)
+{
+    return scale(planes, width, height, image, weaveWideRow);
 }
 
 bool scaleImage(const CGImage& from, size_t width, size_t height, CGImage& image)

@@ -78,6 +78,7 @@ void readSegment(uint8_t marker, std::span<const uint8_t> segment, JPEGHeader& h
             exif.orientation = read.orientation;
         if (!exif.dpi)
             exif.dpi = read.dpi;
+        exif.isAdobeRGB = exif.isAdobeRGB || read.isAdobeRGB;
     } else if (marker == kApp2 && startsWith(segment, "ICC_PROFILE\0"sv)) {
         profile.add(segment);
     } else if (marker == kApp14 && startsWith(segment, "Adobe"sv)) {
@@ -131,6 +132,7 @@ std::optional<JPEGHeader> readJPEGHeader(ImageFile& file)
     if (header.components == 0)
         return std::nullopt;
     header.length = offset;
+    header.isAdobeRGB = exif.isAdobeRGB;
     header.orientation = exif.orientation;
     if (!header.dpi)
         header.dpi = exif.dpi;

@@ -19,6 +19,8 @@ struct JPEGHeader {
     size_t length = 0;
     /// Whether inks are stored upside down, as the maker of the Adobe segment does.
     bool hasAdobeSegment = false;
+    /// Whether EXIF says so; a profile counts before it.
+    bool isAdobeRGB = false;
     std::optional<int> orientation;
     std::optional<double> dpi;
     /// Put together of its parts; empty where one is missing.
