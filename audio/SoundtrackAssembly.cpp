@@ -22,11 +22,6 @@ constexpr std::string_view kOperation =
     "-[morStilloraVideoCreator finishedSoundtrackWithSoundtracks:totalVideoDuration:totalSoundtrackDuration:"
     "shouldLoopSoundtrack:error:]";
 
-/// Seconds within which the sound may end before or after the video without items being dropped or repeated.
-constexpr double kMargin = 5;
-/// Seconds over which the sound fades out, at most.
-constexpr double kLongestFade = 5;
-
 /// The text that stands for an item's file; one for all items without a file.
 std::string keyOf(const MORSoundtrack& soundtrack)
 {
@@ -38,7 +33,7 @@ std::string keyOf(const MORSoundtrack& soundtrack)
 SoundtrackList withoutItemsAtEnd(const SoundtrackList& soundtracks, double totalVideoDuration,
                                  double totalSoundtrackDuration)
 {
-    const double threshold = totalVideoDuration - kMargin;
+    const double threshold = totalVideoDuration - kSoundtrackMarginSeconds;
     double sum = 0;
     for (size_t i = soundtracks.size(); i-- > 0;) {
         sum += soundtracks[i]->duration();
@@ -68,7 +63,7 @@ SoundtrackList workingList(const SoundtrackList& soundtracks, double totalVideoD
 {
     if (totalSoundtrackDuration > totalVideoDuration)
         return withoutItemsAtEnd(soundtracks, totalVideoDuration, totalSoundtrackDuration);
-    if (totalVideoDuration - kMargin > totalSoundtrackDuration && shouldLoopSoundtrack)
+    if (totalVideoDuration - kSoundtrackMarginSeconds > totalSoundtrackDuration && shouldLoopSoundtrack)
         appendItemsForEver(soundtracks);
     return soundtracks;
 }
@@ -138,7 +133,7 @@ std::optional<double> layPieces(const SoundtrackList& list, const ConversionTabl
 void fadeAndCut(AVAssetExportSession& session, const AVMutableComposition& composition, double totalVideoDuration)
 {
     const int32_t timescale = composition.duration().timescale;
-    const double fade = std::min(totalVideoDuration, kLongestFade);
+    const double fade = std::min(totalVideoDuration, kLongestFadeSeconds);
     const std::vector<AVAssetTrack> tracks = composition.tracks();
     AVMutableAudioMix mix;
     if (!tracks.empty()) {

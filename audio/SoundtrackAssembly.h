@@ -5,6 +5,11 @@
 
 class StageContext;
 
+/// Seconds within which the sound may end before or after the video without items being dropped or repeated.
+inline constexpr double kSoundtrackMarginSeconds = 5;
+/// A soundtrack that reaches the end of the video fades out over its last seconds, so many at most.
+inline constexpr double kLongestFadeSeconds = 5;
+
 /// Builds the finished soundtrack: chooses the items that take part, converts each distinct file, lays the pieces end
 /// to end, and fades and cuts them at the end of the video where they reach it. Blocks the calling thread.
 ///

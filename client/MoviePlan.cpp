@@ -1,25 +1,18 @@
 #include "client/MoviePlan.h"
 
+#include "audio/SoundtrackAssembly.h"
 #include "client/ClientError.h"
 #include "client/Text.h"
+#include "video/SilentVideo.h"
+#include "video/VideoSize.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <limits>
 
 #include <fmt/format.h>
 
 namespace {
-
-/// The service writes nothing before it has so many frames.
-constexpr size_t kFramesBeforeWriting = 5;
-
-/// Time values of the picture track are whole numbers of this scale.
-constexpr double kPictureTimescale = 10000;
-
-/// The next sound of a list is not begun in the last seconds, where the music fades.
-constexpr double kFadeSeconds = 5;
 
 /// Seconds by which the sound is planned longer than the pictures, so that rounding to samples never leaves it shorter:
 /// only a soundtrack that reaches the end is faded and cut there.
@@ -33,19 +26,6 @@ constexpr double kMaxSilenceSeconds = 600;
 
 /// More pieces than any sensible soundtrack; each is opened and joined by the service.
 constexpr size_t kMaxSounds = 5000;
-
-struct SizeRow {
-    int height;
-    int width;
-};
-
-constexpr std::array<SizeRow, 7> kSizes{
-    {{240, 320}, {360, 640}, {480, 854}, {720, 1280}, {1080, 1920}, {1440, 2560}, {2160, 3840}}};
-
-platform::CGSize sizeOf(const SizeRow& row)
-{
-    return {static_cast<double>(row.width), static_cast<double>(row.height)};
-}
 
 double lengthOfAll(const std::vector<SoundFacts>& sounds)
 {
@@ -65,7 +45,7 @@ bool planMusic(const MovieWish& wish, MoviePlan& plan, platform::NSError* error)
         if (!wish.loopsSounds && i == wish.sounds.size())
             break;
         // What is to be repeated until the end is heard until the end, however little of it is left.
-        if (cursor > 0 && cursor >= (wish.loopsSounds ? end : end - kFadeSeconds))
+        if (cursor > 0 && cursor >= (wish.loopsSounds ? end : end - kSoundtrackMarginSeconds))
             break;
         if (plan.sounds.size() == kMaxSounds)
             return platform::fail(error, kClientErrorDomain, kClientErrorOutOfRange,
@@ -88,7 +68,7 @@ bool planMusic(const MovieWish& wish, MoviePlan& plan, platform::NSError* error)
     }
     plan.musicEnd = std::min(cursor, end);
     if (!plan.sounds.empty() && cursor >= end)
-        plan.fadeStart = end - std::min(end, kFadeSeconds);
+        plan.fadeStart = end - std::min(end, kLongestFadeSeconds);
     if (cursor < end && wish.fillsSilence) {
         // One file for all pieces, so that hours of silence are converted in minutes; the last is cut anyway.
         const double length = end - cursor + kOverlapSeconds;
@@ -145,18 +125,12 @@ std::optional<double> MoviePlan::soundEnd() const
 
 platform::CGSize frameSizeForQuality(int64_t quality, const std::vector<PhotoFacts>& photos)
 {
-    for (const SizeRow& row : kSizes)
-        if (row.height == quality)
-            return sizeOf(row);
-    double smallestWidth = std::numeric_limits<double>::max();
-    double smallestHeight = std::numeric_limits<double>::max();
+    if (const auto named = VideoSize::sizeNamed(quality))
+        return *named;
+    platform::CGSize smallest = {std::numeric_limits<double>::max(), std::numeric_limits<double>::max()};
     for (const PhotoFacts& photo : photos) {
-        smallestWidth = std::min(smallestWidth, photo.size.width);
-        smallestHeight = std::min(smallestHeight, photo.size.height);
+        smallest.width = std::min(smallest.width, photo.size.width);
+        smallest.height = std::min(smallest.height, photo.size.height);
     }
-    size_t row = 0;
-    while (row + 1 < kSizes.size() && smallestWidth >= kSizes[row + 1].width &&
-           smallestHeight >= kSizes[row + 1].height)
-        ++row;
-    return sizeOf(kSizes[row]);
+    return VideoSize::sizeCoveredBy(smallest);
 }

@@ -3,7 +3,7 @@
 include(CMakePackageConfigHelpers)
 include(${CMAKE_CURRENT_LIST_DIR}/PublicHeaders.cmake)
 
-set(CLIENT_PARTS client audio items util system media graphics connection archive dispatch foundation)
+set(CLIENT_PARTS client audio video items util system media graphics connection archive dispatch foundation)
 list(TRANSFORM CLIENT_PARTS REPLACE "(.+)" "$<TARGET_OBJECTS:\\1>" OUTPUT_VARIABLE CLIENT_OBJECTS)
 add_library(client_shared SHARED ${CLIENT_OBJECTS})
 # For the libraries that the parts need.

@@ -32,17 +32,13 @@ namespace {
 constexpr const char* kOperation = "-[morStilloraVideoCreator "
                                    "videoWithPhotos:quality:reduceBorders:durationPerPhoto:desiredCodec:error:]";
 
-/// Of all times of the movie.
-constexpr int32_t kTimescale = 10000;
-/// Writing starts when so many frames are finished.
-constexpr size_t kFramesAhead = 5;
 /// The longest waits between two looks; what is waited for ends them at once.
 constexpr double kStatusPollSeconds = 0.5;
 constexpr double kFramePollSeconds = 0.01;
 
 platform::CMTime timeOfFrame(uint64_t index, double durationPerPhoto)
 {
-    return platform::CMTimeMakeWithSeconds(durationPerPhoto * static_cast<double>(index), kTimescale);
+    return platform::CMTimeMakeWithSeconds(durationPerPhoto * static_cast<double>(index), kPictureTimescale);
 }
 
 /// Waits a little for another frame.
@@ -60,7 +56,7 @@ void waitForFirstFrames(const VideoStageContext& context)
     uint64_t seen = 0;
     while (true) {
         const auto frames = context.imageBuffers();
-        if (frames && frames->count() >= kFramesAhead)
+        if (frames && frames->count() >= kFramesBeforeWriting)
             return;
         waitForFrame(frames, seen, kStatusPollSeconds);
     }

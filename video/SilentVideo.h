@@ -4,10 +4,16 @@
 #include "platform/media/AVURLAsset.h"
 #include "video/VideoStageContext.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
+
+/// Time values of the picture track are whole numbers of this scale.
+inline constexpr int32_t kPictureTimescale = 10000;
+/// Writing starts when so many frames are finished; with fewer photos never.
+inline constexpr size_t kFramesBeforeWriting = 5;
 
 /// What the silent video is made with; what is left empty is the service's own.
 struct SilentVideoStages {

@@ -3,41 +3,41 @@
 #include "platform/system/NSWorkspace.h"
 
 #include <algorithm>
-#include <array>
 #include <limits>
 
 using platform::CGSize;
 
 namespace {
 
-/// Rising in both sides.
-constexpr std::array<CGSize, 7> kSizes = {
-    {{320, 240}, {640, 360}, {854, 480}, {1280, 720}, {1920, 1080}, {2560, 1440}, {3840, 2160}}};
-
 /// The largest size whose next larger one would not be filled by this length; exactly on a bound counts as filled.
 template <auto side>
 CGSize largestCoveredBy(double length)
 {
-    for (size_t i = 1; i < kSizes.size(); ++i)
-        if (length < kSizes[i].*side)
-            return kSizes[i - 1];
-    return kSizes.back();
+    for (size_t i = 1; i < VideoSize::kSizes.size(); ++i)
+        if (length < VideoSize::kSizes[i].*side)
+            return VideoSize::kSizes[i - 1];
+    return VideoSize::kSizes.back();
 }
 
-CGSize automaticSize(CGSize smallest)
+} // namespace
+
+std::optional<CGSize> VideoSize::sizeNamed(int64_t quality)
+{
+    const auto* const named = std::ranges::find(kSizes, static_cast<double>(quality), &CGSize::height);
+    return named == kSizes.end() ? std::nullopt : std::optional(*named);
+}
+
+CGSize VideoSize::sizeCoveredBy(CGSize smallest)
 {
     const CGSize byHeight = largestCoveredBy<&CGSize::height>(smallest.height);
     const CGSize byWidth = largestCoveredBy<&CGSize::width>(smallest.width);
     return byWidth.width < byHeight.width || byWidth.height < byHeight.height ? byWidth : byHeight;
 }
 
-} // namespace
-
 CGSize VideoSize::videoSizeForQuality(StageContext& context, int64_t quality, const PhotoList& photos,
                                       uint64_t* totalFileSize, PhotoList* failedPhotos)
 {
-    const auto* const named = std::ranges::find(kSizes, static_cast<double>(quality), &CGSize::height);
-    const bool isNamed = named != kSizes.end();
+    const auto named = sizeNamed(quality);
     const auto icon = platform::NSWorkspace::sharedWorkspace().iconForFileType("mov");
 
     CGSize smallest = {std::numeric_limits<double>::max(), std::numeric_limits<double>::max()};
@@ -47,7 +47,7 @@ CGSize VideoSize::videoSizeForQuality(StageContext& context, int64_t quality, co
             return platform::kNSZeroSize;
         if (totalFileSize)
             bytes += static_cast<uint64_t>(photos[i]->fileSize());
-        if (!isNamed) {
+        if (!named) {
             const CGSize size = photos[i]->size();
             if (size.width < smallest.width)
                 smallest.width = size.width;
@@ -68,5 +68,5 @@ CGSize VideoSize::videoSizeForQuality(StageContext& context, int64_t quality, co
     // Nothing can fail while sizes are only looked at; the list is there for callers that count on one.
     if (failedPhotos)
         failedPhotos->clear();
-    return isNamed ? *named : automaticSize(smallest);
+    return named ? *named : sizeCoveredBy(smallest);
 }
