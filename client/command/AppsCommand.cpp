@@ -67,6 +67,20 @@ std::string tableOf(const std::vector<Entry>& entries)
 
 } // namespace
 
+Parsed<AppsOptions> parseApps(const std::vector<std::string>& arguments)
+{
+    const auto read = CommandArguments::read("apps", arguments);
+    if (const auto* answer = std::get_if<CommandLineAnswer>(&read))
+        return *answer;
+    const auto& given = std::get<CommandArguments>(read);
+    AppsOptions options;
+    const std::string fault = readOnly(given, "file", options.file);
+    options.isJSON = given.has("json");
+    if (!fault.empty())
+        return usageError(fault, "apps");
+    return options;
+}
+
 int runAppsCommand(const AppsOptions& options)
 {
     Terminal terminal(Terminal::ProgressLines::Hidden);

@@ -1,6 +1,18 @@
 #pragma once
 
-#include "client/command/AppsOptions.h"
+#include "client/command/Arguments.h"
+
+#include <string>
+#include <vector>
+
+/// The command line of `stillora apps`.
+struct AppsOptions {
+    std::string file;
+    bool isJSON = false;
+};
+
+/// Reads the arguments of `stillora apps`. Touches no file.
+Parsed<AppsOptions> parseApps(const std::vector<std::string>& arguments);
 
 /// `stillora apps`: lists the applications that can open a file.
 /// @return the program's exit status

@@ -3,20 +3,15 @@
 #include "client/Text.h"
 #include "client/command/CreateOptions.h"
 #include "client/command/ExitStatus.h"
+#include "client/command/HelpText.h"
 
-#include <array>
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
-
-namespace {
-
-constexpr std::array<int64_t, 7> kQualities{240, 360, 480, 720, 1080, 1440, 2160};
-
-} // namespace
+#include <getopt.h>
 
 int give(const CommandLineAnswer& answer)
 {
@@ -34,19 +29,120 @@ CommandLineAnswer usageError(const std::string& reason, const std::string& comma
             kExitUsage};
 }
 
-std::optional<CommandLineAnswer> readArguments(CLI::App& app, const std::vector<std::string>& arguments,
-                                               const std::string& command, std::string (*help)())
-{
-    try {
-        // CLI11 takes them from the end.
-        std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
-        app.parse(reversed);
-    } catch (const CLI::CallForHelp&) {
-        return CommandLineAnswer{help(), kExitDone};
-    } catch (const CLI::ParseError& failure) {
-        return usageError(failure.what(), command);
+/// Hands a command's table to the C library's reader, and what that finds to a CommandArguments.
+class ArgumentReader final {
+public:
+    ArgumentReader(const CommandForm& form, const std::vector<std::string>& arguments)
+    {
+        // The reader wants the program's name first, writable texts, and a null pointer last.
+        texts_.emplace_back("stillora");
+        texts_.insert(texts_.end(), arguments.begin(), arguments.end());
+        for (std::string& text : texts_)
+            pointers_.push_back(text.data());
+        pointers_.push_back(nullptr);
+
+        options_.push_back(&helpOption());
+        options_.insert(options_.end(), form.options.begin(), form.options.end());
+        for (const Option* option : options_) {
+            longForms_.push_back({option->name.c_str(), option->takesValue() ? required_argument : no_argument, nullptr,
+                                  kFirstLong + static_cast<int>(longForms_.size())});
+            if (option->letter != 0)
+                shortForms_ += fmt::format("{}{}", option->letter, option->takesValue() ? ":" : "");
+        }
+        longForms_.push_back({});
     }
-    return std::nullopt;
+
+    /// @param fault  what is wrong; empty if nothing is
+    /// @return whether the help was asked for
+    bool read(CommandArguments& into, std::string& fault)
+    {
+        // Starts anew.
+        optind = 0;
+        while (fault.empty()) {
+            const int found = getopt_long(static_cast<int>(texts_.size()), pointers_.data(), shortForms_.c_str(),
+                                          longForms_.data(), nullptr);
+            if (found == -1)
+                break;
+            if (found == kOperand)
+                into.operands_.emplace_back(optarg);
+            else if (found == kUnknown)
+                fault = faultOfUnknown();
+            else if (found == kNoValue)
+                fault = fmt::format("{} needs a value", pointers_[static_cast<size_t>(optind - 1)]);
+            else if (const Option& option = optionOf(found); &option == &helpOption())
+                return true;
+            else
+                fault = take(option, into);
+        }
+        for (auto i = static_cast<size_t>(optind); fault.empty() && i < texts_.size(); ++i)
+            into.operands_.emplace_back(pointers_[i]);
+        return false;
+    }
+
+private:
+    /// Above all letters.
+    static constexpr int kFirstLong = 256;
+    static constexpr int kOperand = 1;
+    static constexpr int kUnknown = '?';
+    static constexpr int kNoValue = ':';
+
+    const Option& optionOf(int found) const
+    {
+        if (found >= kFirstLong)
+            return *options_[static_cast<size_t>(found - kFirstLong)];
+        return **std::find_if(options_.begin(), options_.end(),
+                              [&](const Option* option) { return option->letter == found; });
+    }
+
+    std::string faultOfUnknown() const
+    {
+        if (optopt >= kFirstLong)
+            return fmt::format("--{} takes no value", optionOf(optopt).name);
+        if (optopt != 0)
+            return fmt::format("there is no option -{}", static_cast<char>(optopt));
+        const std::string_view text = pointers_[static_cast<size_t>(optind - 1)];
+        return fmt::format("there is no option {}", text.substr(0, text.find('=')));
+    }
+
+    static std::string take(const Option& option, CommandArguments& into)
+    {
+        std::vector<std::string>& values = into.values_[option.name];
+        if (option.takesValue() && !option.isRepeatable && !values.empty())
+            return fmt::format("--{} is given twice", option.name);
+        values.emplace_back(option.takesValue() ? optarg : "");
+        return {};
+    }
+
+    std::vector<std::string> texts_;
+    std::vector<char*> pointers_;
+    std::vector<const Option*> options_;
+    std::vector<option> longForms_;
+    // What is no option is told in its place, and a missing value apart from an unknown option.
+    std::string shortForms_ = "-:";
+};
+
+Parsed<CommandArguments> CommandArguments::read(std::string_view form, const std::vector<std::string>& arguments)
+{
+    CommandArguments result;
+    std::string fault;
+    const std::string command(form.substr(0, form.find(' ')));
+    if (ArgumentReader(commandForm(form), arguments).read(result, fault))
+        return CommandLineAnswer{helpOf(command), kExitDone};
+    if (!fault.empty())
+        return usageError(fault, command);
+    return result;
+}
+
+std::optional<std::string> CommandArguments::value(std::string_view option) const
+{
+    const auto found = values_.find(option);
+    return found == values_.end() ? std::nullopt : std::optional(found->second.front());
+}
+
+std::vector<std::string> CommandArguments::values(std::string_view option) const
+{
+    const auto found = values_.find(option);
+    return found == values_.end() ? std::vector<std::string>() : found->second;
 }
 
 std::optional<double> numberOf(std::string_view text)
@@ -103,14 +199,40 @@ SoundArgument soundOf(const std::string& text)
 
 std::string readQuality(const std::string& text, int64_t& quality)
 {
-    if (text == "auto") {
-        quality = CreateOptions::kAutomaticQuality;
-        return {};
-    }
-    for (const int64_t each : kQualities)
-        if (text == std::to_string(each)) {
-            quality = each;
-            return {};
-        }
-    return fmt::format("--quality takes auto, {}, not \"{}\"", fmt::join(kQualities, ", "), text);
+    const std::vector<std::string>& words = qualityWords();
+    if (std::find(words.begin(), words.end(), text) == words.end())
+        return fmt::format("--quality takes {}, not \"{}\"", fmt::join(words, ", "), text);
+    quality = CreateOptions::kAutomaticQuality;
+    std::from_chars(text.data(), text.data() + text.size(), quality);
+    return {};
+}
+
+std::string readRange(const std::string& text, SoundArgument& sound)
+{
+    const auto span = timeSpanOf(text);
+    if (!span || (!span->start && !span->end))
+        return fmt::format("--range takes START-END in seconds or m:ss, of which one may be left out, not \"{}\"",
+                           text);
+    if (span->endsBeforeItStarts())
+        return fmt::format("the range {} ends before it starts", text);
+    sound.start = span->start;
+    sound.end = span->end;
+    return {};
+}
+
+std::string readOnly(const CommandArguments& arguments, std::string_view what, std::string& path)
+{
+    const std::vector<std::string>& operands = arguments.operands();
+    if (operands.empty() || operands.front().empty())
+        return fmt::format("no {} was given", what);
+    path = operands.front();
+    return operands.size() == 1 ? "" : fmt::format("one {} is taken, and {} is another argument", what, operands[1]);
+}
+
+std::string readSound(const CommandArguments& arguments, SoundArgument& sound)
+{
+    if (const auto range = arguments.value("range"))
+        if (std::string fault = readRange(*range, sound); !fault.empty())
+            return fault;
+    return readOnly(arguments, "sound", sound.path);
 }

@@ -1,17 +1,15 @@
 #pragma once
 
 #include "client/SoundCheck.h"
+#include "client/command/OptionTable.h"
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
 #include <vector>
-
-namespace CLI {
-class App;
-}
 
 /// Nothing is left to do but to say something: help, the version, or what is wrong with the command line.
 struct CommandLineAnswer {
@@ -31,11 +29,31 @@ using Parsed = std::variant<CommandLineAnswer, Options>;
 /// @param command  the one whose help tells more; none for the program's own
 CommandLineAnswer usageError(const std::string& reason, const std::string& command = "");
 
-/// Reads arguments into what the app binds. Options that were bound as text are read by the functions below, so that
-/// the program says itself what is wrong.
-/// @return the help, if it was asked for, or what is wrong
-std::optional<CommandLineAnswer> readArguments(CLI::App& app, const std::vector<std::string>& arguments,
-                                               const std::string& command, std::string (*help)());
+/// The arguments of one command, told apart.
+class CommandArguments final {
+public:
+    /// Reads what the command's table lists. As is usual, options may stand anywhere before "--", a value may follow
+    /// its option or its "=", and a long name may be shortened as long as it stands for one option alone.
+    ///
+    /// @param form       as for `commandForm`
+    /// @param arguments  those that follow the command's words
+    /// @return the help, if it was asked for, or what is wrong
+    static Parsed<CommandArguments> read(std::string_view form, const std::vector<std::string>& arguments);
+
+    bool has(std::string_view option) const { return values_.contains(option); }
+    /// The option's only value; nothing if it was not given.
+    std::optional<std::string> value(std::string_view option) const;
+    /// In the order in which they were given.
+    std::vector<std::string> values(std::string_view option) const;
+    /// What is no option.
+    const std::vector<std::string>& operands() const { return operands_; }
+
+private:
+    friend class ArgumentReader;
+
+    std::map<std::string, std::vector<std::string>, std::less<>> values_;
+    std::vector<std::string> operands_;
+};
 
 /// The whole text as a finite number, in the C locale.
 std::optional<double> numberOf(std::string_view text);
@@ -57,8 +75,21 @@ std::optional<TimeSpan> timeSpanOf(std::string_view text);
 /// "FILE" or "FILE@START-END", where start and end may be left out. What does not read as times belongs to the name.
 SoundArgument soundOf(const std::string& text);
 
-/// Reads "auto" or a height of the service's table. Returns what is wrong, or nothing.
+/// @name Each reads the value of an option. Returns what is wrong, or nothing.
+/// @{
+/// "auto" or a height of the service's table.
 std::string readQuality(const std::string& text, int64_t& quality);
+/// The part of a sound that --range tells: "START-END", of which one may be left out.
+std::string readRange(const std::string& text, SoundArgument& sound);
+/// @}
+
+/// @name Each reads what a command is about. Returns what is wrong, or nothing.
+/// @{
+/// @param what  for "no photo was given"
+std::string readOnly(const CommandArguments& arguments, std::string_view what, std::string& path);
+/// A sound and, where --range was given, the part of it.
+std::string readSound(const CommandArguments& arguments, SoundArgument& sound);
+/// @}
 
 /// Runs a command whose arguments are read by `parse` and done by `run`.
 template <typename Options, Parsed<Options> (*parse)(const std::vector<std::string>&), int (*run)(const Options&)>

@@ -1,7 +1,7 @@
 #include "client/command/CommandLine.h"
 
-#include "client/command/CreateOptions.h"
 #include "client/command/ExitStatus.h"
+#include "client/command/HelpText.h"
 
 #include <algorithm>
 
@@ -26,17 +26,4 @@ Parsed<CommandCall> parseCommandLine(const std::vector<std::string>& arguments)
         return usageError(fmt::format("there is no {} {}", name.starts_with('-') ? "option" : "command", name));
     // Each command reads its own, so that a photo may have the name of a command.
     return CommandCall{&*command, {arguments.begin() + 1, arguments.end()}};
-}
-
-std::string generalHelp()
-{
-    std::string text = "Usage: stillora COMMAND [ARGUMENT]...\n"
-                       "       stillora COMMAND --help\n"
-                       "       stillora --help | --version\n\n"
-                       "Makes movies of photos.\n\n"
-                       "Commands:\n";
-    for (const Command& command : commands())
-        text += fmt::format("  {:<18} {}\n", command.name, command.summary);
-    return text + "\n" + createOptionsHelp() + "\n" + std::string(movieExitStatuses()) +
-           "\nMore: stillora COMMAND --help, man stillora\n";
 }

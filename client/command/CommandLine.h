@@ -16,6 +16,3 @@ struct CommandCall {
 
 /// Reads the arguments that follow the program's name, as far as they are the same for every command. Touches no file.
 Parsed<CommandCall> parseCommandLine(const std::vector<std::string>& arguments);
-
-/// The text of `stillora --help`, for a terminal of 80 columns.
-std::string generalHelp();

@@ -41,6 +41,24 @@ std::optional<NSURL> moveIntoFolder(const NSURL& file, const NSURL& folder, NSEr
 
 } // namespace
 
+Parsed<ConvertOptions> parseConvert(const std::vector<std::string>& arguments)
+{
+    const auto read = CommandArguments::read("convert", arguments);
+    if (const auto* answer = std::get_if<CommandLineAnswer>(&read))
+        return *answer;
+    const auto& given = std::get<CommandArguments>(read);
+    ConvertOptions options;
+    options.folder = given.value("output").value_or("");
+    options.isJSON = given.has("json");
+    options.isQuiet = given.has("quiet");
+    std::string fault = readSound(given, options.sound);
+    if (fault.empty() && options.folder.empty())
+        fault = "-o takes the path of the folder for the M4A file";
+    if (!fault.empty())
+        return usageError(fault, "convert");
+    return options;
+}
+
 int runConvertCommand(const ConvertOptions& options)
 {
     SoundCommand command({.isJSON = options.isJSON, .isQuiet = options.isQuiet, .product = "sound"});

@@ -1,6 +1,20 @@
 #pragma once
 
-#include "client/command/ConvertOptions.h"
+#include "client/command/Arguments.h"
+
+#include <string>
+#include <vector>
+
+/// The command line of `stillora convert`.
+struct ConvertOptions {
+    SoundArgument sound;
+    std::string folder;
+    bool isJSON = false;
+    bool isQuiet = false;
+};
+
+/// Reads the arguments of `stillora convert`. Touches no file.
+Parsed<ConvertOptions> parseConvert(const std::vector<std::string>& arguments);
 
 /// `stillora convert`: saves a sound as an M4A file.
 /// @return the program's exit status

@@ -11,6 +11,7 @@
 #include "client/Text.h"
 #include "client/command/DocumentListing.h"
 #include "client/command/DocumentOptions.h"
+#include "client/command/HelpText.h"
 #include "client/command/MovieCommand.h"
 
 #include <algorithm>
@@ -327,7 +328,7 @@ int runDocumentCommand(const std::vector<std::string>& arguments)
         return give(usageError("document new, add, list, check or render?", "document"));
     const std::string& name = arguments.front();
     if (name == "--help" || name == "-h" || name == "help")
-        return give({documentHelp(), kExitDone});
+        return give({helpOf("document"), kExitDone});
     const auto verb = std::find_if(kVerbs.begin(), kVerbs.end(), [&](const Verb& each) { return each.name == name; });
     if (verb == kVerbs.end())
         return give(usageError(

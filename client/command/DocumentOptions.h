@@ -38,5 +38,3 @@ Parsed<DocumentLookOptions> parseDocumentList(const std::vector<std::string>& ar
 Parsed<DocumentRenderOptions> parseDocumentRender(const std::vector<std::string>& arguments);
 Parsed<DocumentLookOptions> parseDocumentCheck(const std::vector<std::string>& arguments);
 /// @}
-
-std::string documentHelp();

@@ -92,6 +92,28 @@ std::string facesText(size_t count)
 
 } // namespace
 
+Parsed<FrameOptions> parseFrame(const std::vector<std::string>& arguments)
+{
+    const auto read = CommandArguments::read("frame", arguments);
+    if (const auto* answer = std::get_if<CommandLineAnswer>(&read))
+        return *answer;
+    const auto& given = std::get<CommandArguments>(read);
+    FrameOptions options;
+    options.output = given.value("output").value_or("");
+    options.reducesBorders = given.has("reduce-borders");
+    options.showsFaces = given.has("show-faces");
+    std::string fault;
+    if (const auto quality = given.value("quality"))
+        fault = readQuality(*quality, options.quality);
+    if (fault.empty())
+        fault = readOnly(given, "photo", options.photo);
+    if (fault.empty() && options.output.empty())
+        fault = "-o takes the path of the PNG file to be made";
+    if (!fault.empty())
+        return usageError(fault, "frame");
+    return options;
+}
+
 int runFrameCommand(const FrameOptions& options)
 {
     Terminal terminal(Terminal::ProgressLines::Hidden);

@@ -1,6 +1,23 @@
 #pragma once
 
-#include "client/command/FrameOptions.h"
+#include "client/command/Arguments.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/// The command line of `stillora frame`.
+struct FrameOptions {
+    std::string photo;
+    std::string output;
+    /// As in CreateOptions.
+    int64_t quality = 0;
+    bool reducesBorders = false;
+    bool showsFaces = false;
+};
+
+/// Reads the arguments of `stillora frame`. Touches no file.
+Parsed<FrameOptions> parseFrame(const std::vector<std::string>& arguments);
 
 /// `stillora frame`: shows a photo as the frame of a movie, drawn by the code that draws movies, and saves it as a PNG
 /// file. Its path goes to standard output, what was done to standard error.

@@ -208,6 +208,28 @@ ExitStatus saveCover(const FileFacts& facts, const std::string& output, std::str
 
 } // namespace
 
+Parsed<InfoOptions> parseInfo(const std::vector<std::string>& arguments)
+{
+    const auto read = CommandArguments::read("info", arguments);
+    if (const auto* answer = std::get_if<CommandLineAnswer>(&read))
+        return *answer;
+    const auto& given = std::get<CommandArguments>(read);
+    InfoOptions options;
+    options.files = given.operands();
+    options.isJSON = given.has("json");
+    options.cover = given.value("cover");
+    std::string fault;
+    if (options.files.empty() || std::ranges::count(options.files, "") > 0)
+        fault = "no file was given";
+    else if (options.cover && options.cover->empty())
+        fault = "--cover takes the path of the picture to be made";
+    else if (options.cover && options.files.size() > 1)
+        fault = "--cover takes one file alone";
+    if (!fault.empty())
+        return usageError(fault, "info");
+    return options;
+}
+
 int runInfoCommand(const InfoOptions& options)
 {
     Terminal terminal(Terminal::ProgressLines::Hidden);

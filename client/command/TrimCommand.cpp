@@ -6,6 +6,8 @@
 #include "client/Text.h"
 #include "client/command/SoundCommand.h"
 #include "platform/foundation/NSFileManager.h"
+#include "platform/foundation/NSString.h"
+#include "platform/foundation/NSURL.h"
 #include "platform/media/AVURLAsset.h"
 
 #include <memory>
@@ -25,7 +27,32 @@ std::string existsAlready(const std::string& path)
     return path + " exists already, and is not replaced";
 }
 
+bool isNameOfM4A(const std::string& path)
+{
+    return platform::lowercaseASCII(platform::pathExtension(path)) == "m4a";
+}
+
 } // namespace
+
+Parsed<TrimOptions> parseTrim(const std::vector<std::string>& arguments)
+{
+    const auto read = CommandArguments::read("trim", arguments);
+    if (const auto* answer = std::get_if<CommandLineAnswer>(&read))
+        return *answer;
+    const auto& given = std::get<CommandArguments>(read);
+    TrimOptions options;
+    options.output = given.value("output").value_or("");
+    options.isJSON = given.has("json");
+    options.isQuiet = given.has("quiet");
+    std::string fault = readSound(given, options.sound);
+    if (fault.empty() && !given.has("range"))
+        fault = "--range takes the part of the sound";
+    if (fault.empty() && !isNameOfM4A(options.output))
+        fault = "-o takes the path of the M4A file to be made, which ends in \".m4a\"";
+    if (!fault.empty())
+        return usageError(fault, "trim");
+    return options;
+}
 
 int runTrimCommand(const TrimOptions& options)
 {

@@ -10,8 +10,10 @@
 #include "platform/graphics/NSImage.h"
 #include "platform/media/AVURLAsset.h"
 
+#include <charconv>
 #include <memory>
 #include <mutex>
+#include <string_view>
 #include <utility>
 
 #include <fmt/format.h>
@@ -76,7 +78,53 @@ NSImagePtr onWhite(const NSImagePtr& image)
                                   });
 }
 
+std::optional<int> pixelsOf(std::string_view text)
+{
+    int pixels = 0;
+    const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), pixels);
+    if (failure != std::errc() || end != text.data() + text.size() || pixels < 1 ||
+        pixels > WaveformOptions::kMostPixels)
+        return std::nullopt;
+    return pixels;
+}
+
+std::string readSize(const std::string& text, WaveformOptions& options)
+{
+    const size_t cross = text.find('x');
+    const auto width = pixelsOf(std::string_view(text).substr(0, cross));
+    const auto height = cross == std::string::npos ? std::nullopt : pixelsOf(std::string_view(text).substr(cross + 1));
+    if (!width || !height)
+        return fmt::format("--size takes WIDTHxHEIGHT, each from 1 to {}, not \"{}\"", WaveformOptions::kMostPixels,
+                           text);
+    options.width = *width;
+    options.height = *height;
+    return {};
+}
+
 } // namespace
+
+Parsed<WaveformOptions> parseWaveform(const std::vector<std::string>& arguments)
+{
+    const auto read = CommandArguments::read("waveform", arguments);
+    if (const auto* answer = std::get_if<CommandLineAnswer>(&read))
+        return *answer;
+    const auto& given = std::get<CommandArguments>(read);
+    WaveformOptions options;
+    options.output = given.value("output").value_or("");
+    options.ground = given.has("on-white") ? WaveformOptions::Ground::White : WaveformOptions::Ground::Clear;
+    options.isJSON = given.has("json");
+    options.isQuiet = given.has("quiet");
+    std::string fault;
+    if (const auto size = given.value("size"))
+        fault = readSize(*size, options);
+    if (fault.empty())
+        fault = readSound(given, options.sound);
+    if (fault.empty() && options.output.empty())
+        fault = "-o takes the path of the PNG file to be made";
+    if (!fault.empty())
+        return usageError(fault, "waveform");
+    return options;
+}
 
 int runWaveformCommand(const WaveformOptions& options)
 {

@@ -13,9 +13,11 @@ from pathlib import Path
 
 import stillora
 
-SOURCE = Path(__file__).resolve().parents[2]
-BASH = SOURCE / "packaging/completions/stillora.bash"
-ZSH = SOURCE / "packaging/completions/_stillora"
+BUILD = Path(os.environ["STILLORA_BUILD"])
+BASH = BUILD / "described/stillora.bash"
+ZSH = BUILD / "described/_stillora"
+FISH = BUILD / "described/stillora.fish"
+MANUAL = BUILD / "described/stillora.1"
 
 OPTION = re.compile(r"(?<![\w-])(?:--[a-z][a-z-]*|-[a-zA-Z])(?![\w-])")
 ACTIONS = {"document": ["new", "add", "list", "render", "check"]}
@@ -78,7 +80,7 @@ class CompletionTest(stillora.TestCase):
                     # The program knows each: it complains of something else.
                     for option in self.offered(*words, "--") + ["--no-such-option"]:
                         said = self.run_stillora(*words, option, expect=None).err
-                        self.assertEqual("not expected" in said, option == "--no-such-option", (words, option, said))
+                        self.assertEqual("there is no option" in said, option == "--no-such-option", (words, option, said))
                 self.assertEqual(offered, self.options_of_help(command))
 
     def test_the_actions_of_documents_are_those_of_its_help(self):
@@ -185,6 +187,35 @@ class CompletionTest(stillora.TestCase):
             with self.subTest(keys):
                 seen = self.typed("bash", ["--norc", "--noprofile", "-i"], start, "stillora " + keys)
                 self.assertIn(f"<{name}><<end>>", seen)
+
+    def offered_by_fish(self, line):
+        script = f"source {shlex.quote(str(FISH))}; complete -C {shlex.quote('stillora ' + line)}"
+        result = subprocess.run(["fish", "--no-config", "-c", script], cwd=self.files, capture_output=True, text=True,
+                                env=self.environment(HOME=self.folder, XDG_CONFIG_HOME=self.folder),
+                                timeout=stillora.DEADLINE)
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        return [text.split("\t")[0] for text in result.stdout.splitlines()]
+
+    @unittest.skipUnless(shutil.which("fish"), "there is no fish")
+    def test_fish_completes_as_bash_does(self):
+        self.assertEqual(sorted(self.offered_by_fish("")), sorted(self.commands()))
+        self.assertEqual(sorted(self.offered_by_fish("document ")), sorted(ACTIONS["document"]))
+        self.assertEqual(self.offered_by_fish("create --codec hv"), ["hvc1"])
+        self.assertEqual(self.offered_by_fish("waveform so"), ["song.mp3"])
+        self.assertEqual(self.offered_by_fish("document check Tr"), ["Trip.stillora/"])
+        self.assertEqual(self.offered_by_fish("create --save Fold"), ["Folder of photos/"])
+        for command in self.commands():
+            for action in ACTIONS.get(command, [None]):
+                words = [command] + ([action] if action else [])
+                options = {word for word in self.offered(*words, "--") if word.startswith("--")}
+                self.assertEqual(set(self.offered_by_fish(" ".join(words) + " --")), options, words)
+
+    def test_the_manual_tells_of_every_option_of_every_command(self):
+        text = MANUAL.read_text().replace("\\-", "-")
+        self.assertNotIn("@OPTIONS", text)
+        for command in self.commands():
+            for option in self.options_of_help(command) - {"-h", "--help"}:
+                self.assertRegex(text, rf"\\fB{option}\\fR")
 
     @unittest.skipUnless(shutil.which("zsh"), "there is no zsh")
     def test_zsh_completes_as_bash_does(self):

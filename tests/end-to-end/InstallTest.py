@@ -39,7 +39,7 @@ class InstallTest(stillora.TestCase):
                       "lib/systemd/user/app.stillora.VideoCreator@.service",
                       "share/dbus-1/interfaces/app.stillora.morStilloraVideoCreatorProtocol.xml",
                       "share/dbus-1/interfaces/app.stillora.morStilloraXPCCreatorUpdateProtocol.xml",
-                      "share/bash-completion/completions/stillora", "share/zsh/site-functions/_stillora",
+                      "share/bash-completion/completions/stillora", "share/zsh/site-functions/_stillora", "share/fish/vendor_completions.d/stillora.fish",
                       "include/stillora/client/MovieMaker.h", "lib/libstillora-client.so", "lib/pkgconfig/stillora-client.pc",
                       "lib/cmake/StilloraClient/StilloraClientConfig.cmake",
                       "share/doc/stillora/client-library.md", "share/doc/stillora/examples/client-library/MakeMovie.cpp",

@@ -30,7 +30,7 @@ BACKING = re.compile(
     r"^(libav\w+/|libsw\w+/|turbojpeg\.h|jpeglib\.h|vips/|zimg|lcms2|pango/|cairo|plist/|taglib/|\w*(tag|file|frame)\.h$"
     r"|unicode/|opencv2/|hb[-.]|ft2build|fontconfig/|png\.h|tiff|webp/|libheif/|x26[45]\.h)"
 )
-COMMAND_LINE = re.compile(r"^CLI/")
+COMMAND_LINE = re.compile(r"^getopt\.h$")
 FORMATTING = re.compile(r"^fmt/")
 DESKTOP = re.compile(r"^(gio/|glib|gobject/|gmodule|dbus/|systemd/)")
 TESTING = re.compile(r"^(gtest/|gmock/|benchmark/)")

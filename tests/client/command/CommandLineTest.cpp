@@ -1,6 +1,7 @@
 #include "client/command/CommandLine.h"
 
 #include "client/command/CreateOptions.h"
+#include "client/command/HelpText.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -210,18 +211,65 @@ TEST(CommandLine, ShowsEveryOptionAndExitStatusInTheHelp)
 
 TEST(CommandLine, ListsEveryCommandInTheHelp)
 {
-    for (const Command& command : commands())
-        EXPECT_THAT(generalHelp(), testing::ContainsRegex("\n  " + std::string(command.name) + " +" +
-                                                          std::string(command.summary) + "\n"));
+    ASSERT_EQ(commands().size(), commandTexts().size());
+    for (size_t i = 0; i < commands().size(); ++i) {
+        const CommandText& text = commandTexts()[i];
+        EXPECT_EQ(commands()[i].name, text.name);
+        EXPECT_THAT(generalHelp(), testing::ContainsRegex("\n  " + text.name + " +" + text.summary + "\n"));
+    }
 }
 
 TEST(CommandLine, HelpFitsATerminalOf80Columns)
 {
-    for (const std::string& text : {generalHelp(), createHelp()}) {
-        std::istringstream lines(text);
-        for (std::string line; std::getline(lines, line);)
-            EXPECT_LE(line.size(), 80u) << line;
-    }
+    std::string all = generalHelp();
+    for (const CommandText& command : commandTexts())
+        all += helpOf(command.name);
+    std::istringstream lines(all);
+    for (std::string line; std::getline(lines, line);)
+        EXPECT_LE(line.size(), 80u) << line;
+}
+
+TEST(CommandLine, TellsWhichFormsOfACommandTakeAnOption)
+{
+    const std::string help = helpOf("document");
+    EXPECT_THAT(help, testing::ContainsRegex("\nOptions of new:\n  --loop "));
+    EXPECT_THAT(help, testing::ContainsRegex("\nOptions of new and add:\n  --soundtrack "));
+    EXPECT_THAT(help, testing::ContainsRegex("\nOptions of all:\n  --quiet "));
+}
+
+TEST(CommandLine, RefusesWhatIsNoOptionOfTheCommandInItsOwnWords)
+{
+    const auto faultOf = [](const char* form, const std::vector<std::string>& arguments) {
+        const auto read = CommandArguments::read(form, arguments);
+        const auto* answer = std::get_if<CommandLineAnswer>(&read);
+        return answer ? answer->text : "";
+    };
+    EXPECT_THAT(faultOf("create", {"a", "--loudly=1"}), StartsWith("stillora: there is no option --loudly\n"));
+    EXPECT_THAT(faultOf("create", {"-x"}), StartsWith("stillora: there is no option -x\n"));
+    EXPECT_THAT(faultOf("frame", {"a", "--skip-bad"}), StartsWith("stillora: there is no option --skip-bad\n"));
+    EXPECT_THAT(faultOf("create", {"--save"}), StartsWith("stillora: --save needs a value\n"));
+    EXPECT_THAT(faultOf("frame", {"-o"}), StartsWith("stillora: -o needs a value\n"));
+    EXPECT_THAT(faultOf("create", {"--json=yes"}), StartsWith("stillora: --json takes no value\n"));
+    EXPECT_THAT(faultOf("frame", {"-o", "a", "--output=b"}), StartsWith("stillora: --output is given twice\n"));
+    EXPECT_THAT(faultOf("create", {"--s", "1"}), HasSubstr("--s")) << "--seconds, --soundtrack, --save or --skip-bad";
+}
+
+TEST(CommandLine, ReadsOptionsAsIsUsual)
+{
+    const auto read = [](const std::vector<std::string>& arguments) {
+        return std::get<CommandArguments>(CommandArguments::read("create", arguments));
+    };
+    const CommandArguments mixed =
+        read({"a", "--quiet", "--seconds=-1", "-", "--sound", "x", "--soundtrack", "", "b", "--", "--json"});
+    EXPECT_THAT(mixed.operands(), ElementsAre("a", "-", "b", "--json"));
+    EXPECT_EQ(mixed.value("seconds"), "-1");
+    EXPECT_THAT(mixed.values("soundtrack"), ElementsAre("x", ""));
+    EXPECT_TRUE(mixed.has("quiet"));
+    EXPECT_FALSE(mixed.has("json") || mixed.value("title"));
+    EXPECT_EQ(read({"--seconds", "--quiet"}).value("seconds"), "--quiet") << "a value may begin with hyphens";
+    EXPECT_TRUE(read({"--quiet", "--quiet"}).has("quiet"));
+    EXPECT_THAT(std::get<CommandArguments>(CommandArguments::read("frame", {"-oout.png", "p"})).value("output"),
+                testing::Optional(std::string("out.png")));
 }
 
 } // namespace

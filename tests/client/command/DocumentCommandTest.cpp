@@ -110,15 +110,6 @@ TEST(DocumentOptions, OfRenderTellWhatWasGiven)
     EXPECT_EQ(full.movie.saveFolder, "out");
 }
 
-TEST(DocumentOptions, AreToldByAHelpThatFitsTheScreen)
-{
-    std::istringstream lines(documentHelp());
-    for (std::string line; std::getline(lines, line);)
-        EXPECT_LE(line.size(), 80u) << line;
-    for (const char* word : {"new", "add", "list", "check", "render"})
-        EXPECT_THAT(documentHelp(), HasSubstr(fmt::format("\n  {} ", word)));
-}
-
 struct Result {
     int status = 0;
     std::string out;

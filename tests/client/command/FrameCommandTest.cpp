@@ -1,6 +1,6 @@
-#include "client/command/CreateOptions.h"
 #include "client/command/FrameCommand.h"
 
+#include "client/command/CreateOptions.h"
 #include "client/command/ExitStatus.h"
 #include "platform/foundation/NSFileManager.h"
 #include "platform/graphics/NSImage.h"

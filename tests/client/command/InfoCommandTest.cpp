@@ -1,6 +1,6 @@
 // The real program, as a user runs it.
 
-#include "client/command/InfoOptions.h"
+#include "client/command/InfoCommand.h"
 
 #include "client/command/ExitStatus.h"
 #include "client/command/Swatch.h"

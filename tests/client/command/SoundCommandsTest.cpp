@@ -1,8 +1,8 @@
 // The commands that make something of one sound, through the real program.
 
-#include "client/command/ConvertOptions.h"
-#include "client/command/TrimOptions.h"
-#include "client/command/WaveformOptions.h"
+#include "client/command/ConvertCommand.h"
+#include "client/command/TrimCommand.h"
+#include "client/command/WaveformCommand.h"
 
 #include "client/command/ExitStatus.h"
 #include "client/command/SoundCommand.h"
@@ -189,19 +189,6 @@ TEST(TrimOptions, ReadTheirArgumentsAndRefuseWhatCannotBeDone)
     EXPECT_THAT(fault(parseTrim, {"a.m4a", "-o", "b.m4a"}), HasSubstr("--range takes"));
     EXPECT_THAT(fault(parseTrim, {"a.m4a", "--range", "3-"}), HasSubstr("-o takes"));
     EXPECT_THAT(fault(parseTrim, {"a.m4a", "--range", "3-", "-o", "b.mp3"}), HasSubstr("ends in \".m4a\""));
-}
-
-TEST(SoundCommandHelp, FitsATerminalOf80Columns)
-{
-    for (const std::string& help : {waveformHelp(), convertHelp(), trimHelp()}) {
-        EXPECT_THAT(help, StartsWith("Usage: stillora "));
-        for (size_t start = 0; start < help.size();) {
-            const size_t end = help.find('\n', start);
-            ASSERT_NE(end, std::string::npos);
-            EXPECT_LE(end - start, 80U) << help.substr(start, end - start);
-            start = end + 1;
-        }
-    }
 }
 
 TEST(SoundCommandRange, IsExactToTheSample)
