@@ -1,12 +1,14 @@
 #include "audio/SoundtrackAssembly.h"
 
 #include "platform/foundation/NSLog.h"
+#include "platform/system/NSWorkspace.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestSound.h"
 #include "tests/support/TestStageContext.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <optional>
@@ -353,20 +355,54 @@ TEST_F(SoundtrackAssembly, CancelDuringTheExportLeavesThePieces)
     EXPECT_FALSE(assemble({item("1.wav", 3)}, 60, 3));
     EXPECT_EQ(error_, NSError{});
     EXPECT_TRUE(log_.empty());
+    EXPECT_TRUE(std::ranges::any_of(temporaryFiles(), [](const auto& file) { return file.ends_with("/1.m4a"); }));
 }
 
-TEST_F(SoundtrackAssembly, UpdatesAreNotDeterminateAndCarryNoEstimate)
+TEST_F(SoundtrackAssembly, PieceThatCannotBeLaidIsLoggedAndItsErrorPassedOn)
 {
+    int looks = 0;
+    context_->onCancelledAsked = [&] {
+        // After the conversion, before the composition.
+        if (++looks == 2)
+            writeBytes(folder_.path("temporary/" + temporaryFiles().at(0)), "no sound");
+    };
+    EXPECT_FALSE(assemble({item("1.wav", 3)}, 60, 3));
+    EXPECT_EQ(log_, std::vector<std::string>{std::string(kOperation) + " - adding track to composition failed"});
+    EXPECT_EQ(error_.domain, kAVFoundationErrorDomain);
+    EXPECT_EQ(looks, 2) << "nothing is exported";
+}
+
+TEST_F(SoundtrackAssembly, TellsOfItsTwoStagesWithoutAMeasureAndOfTheExportInPartsOfOne)
+{
+    // All that were queued are sent before the work goes on.
+    context_->onCancelledAsked = [&] { (void)context_->updates(); };
+    ASSERT_TRUE(assemble({item("1.wav", 30)}, 60, 30));
+    const auto updates = context_->updates();
+    ASSERT_GE(updates.size(), 3U);
+    EXPECT_EQ(updates[0].title, "VideoCreationTitleCalculatingSoundtrackDuration");
+    for (size_t i = 1; i < updates.size(); ++i)
+        EXPECT_EQ(updates[i].title, "VideoCreationTitleConvertingAndTrimmingAssets") << i;
+    for (size_t i = 0; i < 2; ++i) {
+        EXPECT_EQ(updates[i].progress, 0) << i;
+        EXPECT_EQ(updates[i].total, 0) << i;
+    }
+    for (size_t i = 2; i < updates.size(); ++i) {
+        EXPECT_GE(updates[i].progress, updates[i - 1].progress) << i;
+        EXPECT_LE(updates[i].progress, 1) << i;
+        EXPECT_EQ(updates[i].total, 1) << i;
+    }
+}
+
+TEST_F(SoundtrackAssembly, UpdatesAreNotDeterminateCarryNoEstimateAndShowASoundFile)
+{
+    context_->onCancelledAsked = [&] { (void)context_->updates(); };
     ASSERT_TRUE(assemble({item("1.wav", 3)}, 60, 3));
     const auto updates = context_->updates();
-    ASSERT_FALSE(updates.empty());
+    ASSERT_GE(updates.size(), 3U);
     for (const ProgressUpdate& update : updates) {
-        EXPECT_TRUE(update.title == "VideoCreationTitleCalculatingSoundtrackDuration" ||
-                    update.title == "VideoCreationTitleConvertingAndTrimmingAssets");
         EXPECT_FALSE(update.determinate);
         EXPECT_EQ(update.timeInterval, -2);
-        EXPECT_TRUE(update.image);
-        EXPECT_EQ(update.image, updates.front().image);
+        EXPECT_EQ(update.image, NSWorkspace::sharedWorkspace().iconForFileType("m4a"));
     }
 }
 
