@@ -6,6 +6,7 @@
 #include "tests/support/ArchiveBytes.h"
 #include "tests/support/CommaLocale.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/TestSound.h"
 
 #include <cmath>
 #include <gtest/gtest.h>
@@ -424,6 +425,21 @@ TEST(MORSoundtrack, LetsGoOfTheAssetsThatWereNotAskedForTheLongest)
     }
     EXPECT_TRUE(unused.expired());
     EXPECT_FALSE(used.expired());
+}
+
+TEST(MORSoundtrack, ItsAssetIsMeasuredPreciselyAndItsDurationByTheBitRate)
+{
+    const TemporaryFolder folder;
+    // Silent, then loud, and without an index: the bit rate of the start says nothing of the whole.
+    testsound::writeWav(folder.path("song.wav"), testsound::makeSound(44100, 1, 441000, [](size_t frame, int) {
+                            return frame < 220500 ? 0.0 : std::sin(double(frame) * double(frame) * 1e-6) * 0.9;
+                        }));
+    const std::string path = folder.path("song.mp3");
+    testsound::convertWithFFmpeg(folder.path("song.wav"), "-c:a libmp3lame -q:a 2 -write_xing 0", path);
+    const auto item = soundtrack(path, kNoSelection);
+    EXPECT_EQ(item->asset()->duration().value, testsound::decodeWithFFmpeg(path).frames());
+    EXPECT_EQ(item->duration(), CMTimeGetSeconds(AVURLAsset(NSURL::fileURLWithPath(path)).duration()));
+    EXPECT_NE(item->duration(), CMTimeGetSeconds(item->asset()->duration()));
 }
 
 TEST(MORSoundtrack, SurvivesDamageToItsSavedForm)
