@@ -5,7 +5,10 @@
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/TemporaryFolder.h"
 
+#include <atomic>
+#include <chrono>
 #include <gtest/gtest.h>
+#include <thread>
 
 using namespace platform;
 
@@ -90,6 +93,29 @@ TEST_F(SaveLocationsTest, FollowsTheChosenFolderAndStoresWhereItIsNow)
     EXPECT_EQ(NSURL::URLByResolvingBookmarkData(*stored(), BookmarkResolutionOptions::WithSecurityScope, &isStale),
               home_.url("renamed"));
     EXPECT_FALSE(isStale);
+}
+
+TEST_F(SaveLocationsTest, ChoosesTheDefaultFolderWhereTheChosenOneGoesBeforeItsPlaceCouldBeStored)
+{
+    // Another name each time: what was found may be gone the moment after.
+    const NSData bookmark = bookmarkOf(home_.makeFolder("chosen"));
+    const std::string names[] = {home_.path("one"), home_.path("two")};
+    std::filesystem::rename(home_.path("chosen"), names[0]);
+    std::atomic<bool> isEnough{false};
+    std::jthread renamer([&] {
+        for (int turn = 0; !isEnough; turn = 1 - turn)
+            std::filesystem::rename(names[turn], names[1 - turn]);
+    });
+    const NSData fallback = bookmarkOf(MORPalvineCommons::defaultSaveDirectory().path());
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    std::optional<NSURL> url;
+    do {
+        choose(bookmark);
+        url = MORPalvineCommons::customSaveDirectory();
+    } while (stored() != fallback && std::chrono::steady_clock::now() < deadline);
+    isEnough = true;
+    EXPECT_EQ(stored(), fallback);
+    EXPECT_EQ(url, defaultFolder());
 }
 
 TEST_F(SaveLocationsTest, TakesAFileAtTheChosenPlaceForTheFolder)
