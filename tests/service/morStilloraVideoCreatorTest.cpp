@@ -325,6 +325,153 @@ TEST_F(CreatorTest, AnswersAFailedCompositionWithNothingAtAll)
     EXPECT_FALSE(outcome.isCancelled);
 }
 
+TEST_F(CreatorTest, RemovesAtEachWayOutWhatThatOneNames)
+{
+    const auto cancel = [](StageContext& context) { context.setIsCancelled(true); };
+    const struct {
+        const char* name;
+        std::function<void(FakeStages&)> prepare;
+        /// Of those that were written.
+        Entries files;
+    } rows[] = {
+        {"success", [](FakeStages&) {}, {"movie.mov", "soundtrack.m4a", "video.mov"}},
+        {"soundtrack failed", [](FakeStages& fakes) { fakes.soundtrackFailure = kFailure; }, {}},
+        {"cancelled after the soundtrack", [&](FakeStages& fakes) { fakes.duringSoundtrack = cancel; }, {}},
+        {"video failed", [](FakeStages& fakes) { fakes.videoFailure = kFailure; }, {}},
+        {"cancelled after the video", [&](FakeStages& fakes) { fakes.duringVideo = cancel; }, {}},
+        {"cancelled after the final movie", [&](FakeStages& fakes) { fakes.duringComposition = cancel; }, {}},
+        {"composition returned nothing", [](FakeStages& fakes) { fakes.compositionFailure = kFailure; }, {}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        FakeStages fakes(temporary_.path());
+        // Only paths that hold the temporary folder's URL are removed.
+        fakes.filesFolder = temporary_.path().string() + "/" + temporary_.url().absoluteString();
+        std::filesystem::create_directories(*fakes.filesFolder);
+        creator_ = std::make_shared<morStilloraVideoCreator>(fakes.stages());
+        row.prepare(fakes);
+        run();
+        Entries files;
+        for (const auto& entry : std::filesystem::directory_iterator(*fakes.filesFolder))
+            files.push_back(entry.path().filename().string());
+        std::ranges::sort(files);
+        EXPECT_EQ(files, row.files);
+        std::filesystem::remove_all(*fakes.filesFolder);
+        creator_ = nullptr;
+    }
+}
+
+TEST_F(CreatorTest, RemovesAMovedMovieThatLiesInTheTemporaryFolderWhenCancelledDuringTheMove)
+{
+    fakes_.filesFolder = temporary_.path().string() + "/" + temporary_.url().absoluteString();
+    std::filesystem::create_directories(*fakes_.filesFolder);
+    // Named within the temporary folder, which is not the rule.
+    fakes_.finalNames = {"../" + temporary_.path().filename().string() + "/" + temporary_.url().absoluteString() +
+                         "final.mov"};
+    fakes_.duringNaming = [&](StageContext&) { creator_->cancelCreation(); };
+    EXPECT_TRUE(run(photos(5), {}).isCancelled);
+    EXPECT_TRUE(std::filesystem::is_empty(*fakes_.filesFolder));
+}
+
+TEST_F(CreatorTest, EndsWithTheReleaseThenTheTerminationThenTheLogThenTheReply)
+{
+    const auto& process = platform::NSProcessInfo::processInfo();
+    const auto before = process.termination().automaticTerminationDisabled;
+    std::vector<std::string> order;
+    // A number tells whether automatic termination was allowed before that.
+    const auto note = [&](const std::string& what) {
+        order.push_back(what + " " + std::to_string(before - process.termination().automaticTerminationDisabled));
+    };
+    auto stages = fakes_.stages();
+    stages.createAssertion = [](const std::string&, platform::IOPMAssertionID*) {
+        return platform::kIOReturnBadArgument;
+    };
+    stages.releaseAssertion = [&](platform::IOPMAssertionID) {
+        EXPECT_TRUE(DispatchQueue::main()->isCurrent());
+        note("release");
+    };
+    platform::setLogSink([&](const std::string& line) {
+        if (line.starts_with("*!!*"))
+            note("log");
+    });
+    bool isAnswered = false;
+    std::make_shared<morStilloraVideoCreator>(std::move(stages))
+        ->createStillMotionVideoWithPhotos(photos(5), soundtracks(1), 50, 5, false, 10, std::nullopt, 720, false, {},
+                                           save_.bookmark(), temporary_.bookmark(),
+                                           [&](std::optional<NSData>, std::optional<NSError>, bool) {
+                                               note("reply");
+                                               isAnswered = true;
+                                           });
+    EXPECT_TRUE(DispatchQueue::runMainUntil([&] { return isAnswered; }, 30));
+    EXPECT_EQ(order, Entries({"release 0", "log 1", "reply 1"}));
+}
+
+TEST_F(CreatorTest, ReleasesTheAssertionBeforeTheReplyAtEveryOtherWayOut)
+{
+    const auto cancel = [](StageContext& context) { context.setIsCancelled(true); };
+    const struct {
+        const char* name;
+        std::function<void(FakeStages&)> prepare;
+    } rows[] = {
+        {"cancelled before the soundtrack", [this](FakeStages&) { creator_->cancelCreation(); }},
+        {"soundtrack failed", [](FakeStages& fakes) { fakes.soundtrackFailure = kFailure; }},
+        {"cancelled after the soundtrack", [&](FakeStages& fakes) { fakes.duringSoundtrack = cancel; }},
+        {"video failed", [](FakeStages& fakes) { fakes.videoFailure = kFailure; }},
+        {"cancelled after the final movie", [&](FakeStages& fakes) { fakes.duringComposition = cancel; }},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        FakeStages fakes(temporary_.path());
+        fakes.assertionStatus = platform::kIOReturnBadArgument;
+        creator_ = std::make_shared<morStilloraVideoCreator>(fakes.stages());
+        row.prepare(fakes);
+        const auto index = send();
+        // The main queue does not run yet, so nothing is answered.
+        const auto deadline = std::chrono::steady_clock::now() + 30s;
+        while (!fakes.journal.contains("release 42") && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::yield();
+        EXPECT_TRUE(fakes.journal.contains("release 42"));
+        EXPECT_EQ(outcomes_[index].replies, 0);
+        finish();
+        creator_ = nullptr;
+    }
+}
+
+TEST_F(CreatorTest, AnswersSuccessWithoutTheFlagThoughCancelledJustBefore)
+{
+    auto stages = fakes_.stages();
+    stages.createAssertion = [](const std::string&, platform::IOPMAssertionID*) {
+        return platform::kIOReturnBadArgument;
+    };
+    // What comes before the reply, after the job's last look at the flag.
+    stages.releaseAssertion = [&](platform::IOPMAssertionID) { creator_->cancelCreation(); };
+    creator_ = std::make_shared<morStilloraVideoCreator>(std::move(stages));
+    const auto outcome = run();
+    EXPECT_TRUE(outcome.movie);
+    EXPECT_FALSE(outcome.isCancelled);
+    EXPECT_TRUE(creator_->isCancelled());
+}
+
+TEST_F(CreatorTest, AnswersAFailedCompositionWithoutTheFlagThoughCancelledJustBefore)
+{
+    fakes_.filesFolder = temporary_.path().string() + "/" + temporary_.url().absoluteString();
+    std::filesystem::create_directories(*fakes_.filesFolder);
+    fakes_.compositionFailure = kFailure;
+    fakes_.duringComposition = [&](StageContext&) {
+        // Runs before the reply. That the video is removed shows that the job has looked at the flag for the last time.
+        DispatchQueue::main()->async([&] {
+            const auto deadline = std::chrono::steady_clock::now() + 30s;
+            while (std::filesystem::exists(fakes_.file("video.mov")) && std::chrono::steady_clock::now() < deadline)
+                std::this_thread::yield();
+            creator_->cancelCreation();
+        });
+    };
+    const auto outcome = run();
+    EXPECT_FALSE(outcome.movie);
+    EXPECT_FALSE(outcome.isCancelled);
+    EXPECT_TRUE(creator_->isCancelled());
+}
+
 TEST_F(CreatorTest, ReleasesTheAssertionOnlyWhereItsCreationFailed)
 {
     const struct {
