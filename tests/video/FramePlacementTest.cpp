@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -115,6 +116,18 @@ TEST(UnionOfFaces, IsEmptyWithoutAnyAndWhereNothingIsRightOfOrAboveTheCorner)
     EXPECT_EQ(unionOfFaces({}), CGRect{});
     EXPECT_EQ(unionOfFaces({{{-20, -20}, {20, 20}}}), CGRect{});
     EXPECT_EQ(unionOfFaces({{{-20, -20}, {25, 20}}}), (CGRect{{-20, -20}, {25, 20}}));
+}
+
+TEST(UnionOfFaces, IsEmptyWhereALowerBoundIsStillTheLargestNumber)
+{
+    constexpr double kMost = std::numeric_limits<double>::max();
+    EXPECT_EQ(unionOfFaces({{{kMost, 20}, {30, 40}}}), CGRect{});
+    EXPECT_EQ(unionOfFaces({{{10, kMost}, {30, 40}}}), CGRect{});
+}
+
+TEST(UnionOfFaces, CountsWhereOneUpperBoundIsNothing)
+{
+    EXPECT_EQ(unionOfFaces({{{-20, -20}, {20, 25}}}), (CGRect{{-20, -20}, {20, 25}}));
 }
 
 TEST(Placement, CentresAPictureWithoutAFace)

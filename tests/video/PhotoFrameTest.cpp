@@ -1,5 +1,6 @@
 #include "video/PhotoFrame.h"
 
+#include "platform/graphics/CGBitmapContext.h"
 #include "platform/graphics/CIDetector.h"
 #include "platform/graphics/CIDetectorModule.h"
 #include "tests/support/FacePictures.h"
@@ -260,4 +261,46 @@ TEST_F(PhotoFrameTest, SaysWhyAPhotoCannotBeShown)
     EXPECT_FALSE(renderPhotoFrame({.photo = folder_.url("absent.jpg"), .photoSize = {100, 100}, .frame = kFrame}));
     ASSERT_EQ(log.lines().size(), 1U);
     EXPECT_NE(log.lines()[0].find("could not instantiate image source for URL: "), std::string::npos);
+}
+
+TEST_F(PhotoFrameTest, WritesTheTwoLinesOfTheWatermarkInTheirFontColoursAndPlaces)
+{
+    struct Row {
+        int height;
+        int fontSize;
+        double strokeWidth;
+        CGPoint first;
+        CGPoint second;
+    };
+    // The stroke is wider from a size of 50 on; halves and quarters of the size are cut off.
+    for (const Row& row :
+         {Row{360, 36, -1, {5, 54}, {5, 9}}, Row{479, 47, -1, {5, 70}, {5, 11}}, Row{499, 49, -1, {5, 73}, {5, 12}},
+          Row{500, 50, -3, {5, 75}, {5, 12}}, Row{720, 72, -3, {5, 108}, {5, 18}}}) {
+        SCOPED_TRACE(row.height);
+        // Neither black nor white, so that both colours of the letters show.
+        const auto height = static_cast<size_t>(row.height);
+        writeFile(folder_.path("photo.jpg"), jpegBytes(plain(2 * height, height, {120, 120, 120})));
+        PhotoFrameOptions marked = {.photo = folder_.url("photo.jpg"),
+                                    .photoSize = {2.0 * row.height, static_cast<double>(row.height)},
+                                    .frame = {2.0 * row.height, static_cast<double>(row.height)},
+                                    .carriesWatermark = true};
+        PhotoFrameOptions unmarked = marked;
+        unmarked.carriesWatermark = false;
+        const auto frame = renderPhotoFrame(marked);
+        const auto plainFrame = renderPhotoFrame(unmarked);
+        ASSERT_TRUE(frame && plainFrame);
+
+        CGImage expected = pixels(*plainFrame);
+        platform::CGBitmapContext context(expected.pixels.data(), expected.width, expected.height,
+                                          expected.bytesPerRow);
+        const platform::TextAttributes attributes = {
+            .fontName = "Helvetica Neue Medium",
+            .fontSize = static_cast<double>(row.fontSize),
+            .foregroundColor = {.red = 1, .green = 1, .blue = 1, .alpha = 0.25},
+            .strokeColor = {.red = 0, .green = 0, .blue = 0, .alpha = 0.5},
+            .strokeWidth = row.strokeWidth};
+        context.drawTextAtPoint("Created with Stillora for Mac", row.first, attributes);
+        context.drawTextAtPoint(STILLORA_WEB_ADDRESS, row.second, attributes);
+        EXPECT_TRUE(pixels(*frame).pixels == expected.pixels);
+    }
 }
