@@ -3,6 +3,7 @@
 #include "platform/foundation/NSBundle.h"
 #include "platform/media/AVAssetExportSession.h"
 #include "platform/media/MediaInspection.h"
+#include "platform/system/NSWorkspace.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestSound.h"
 #include "tests/support/TestStageContext.h"
@@ -10,11 +11,16 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <filesystem>
+#include <functional>
+#include <future>
 #include <optional>
 #include <sstream>
 #include <string>
 #include <unistd.h>
+#include <vector>
 
 using namespace platform;
 using namespace testsound;
@@ -279,20 +285,98 @@ TEST_F(FinalMovie, NameThatStaysTakenIsAnErrorNotAnEndlessSearch)
     EXPECT_FALSE(std::filesystem::exists(folder_.path("nothing")));
 }
 
-TEST_F(FinalMovie, TellsBothStagesOfItsWork)
+TEST_F(FinalMovie, TellsOfTheCompositionAsNoneOfOneAndThenOfTheExportInPartsOfOne)
 {
+    // All that were queued are sent before the work goes on.
+    context_->onDestinationAsked = context_->onCancelledAsked = [&] { (void)context_->updates(); };
     const auto movie = combine(makeVideo(2), makeSoundtrack(10), "a.slides");
     ASSERT_TRUE(movie);
     const auto updates = context_->updates();
-    ASSERT_FALSE(updates.empty());
+    ASSERT_GE(updates.size(), 2U);
+    EXPECT_EQ(updates[0].title, "VideoCreationCompositingVideoAndSoundtrack");
+    EXPECT_EQ(updates[0].progress, 0);
+    for (size_t i = 1; i < updates.size(); ++i) {
+        EXPECT_EQ(updates[i].title, "VideoCreationWritingFinalVideo") << i;
+        EXPECT_GE(updates[i].progress, updates[i - 1].progress) << i;
+        EXPECT_LE(updates[i].progress, 1) << i;
+    }
     for (const ProgressUpdate& update : updates) {
-        EXPECT_TRUE(update.title == "VideoCreationCompositingVideoAndSoundtrack" ||
-                    update.title == "VideoCreationWritingFinalVideo");
         EXPECT_TRUE(update.determinate);
         EXPECT_EQ(update.total, 1);
         EXPECT_EQ(update.timeInterval, -2);
-        EXPECT_TRUE(update.image);
+        EXPECT_EQ(update.image, NSWorkspace::sharedWorkspace().iconForFileType("mov"));
     }
+}
+
+/// An export that has copied all and stays on its way until the test has seen enough.
+class LongExport : public FinalMovie {
+protected:
+    LongExport()
+    {
+        // A dangling link looks free when the name is chosen and is not when it is given: then the export asks for
+        // another one, and waits for the answer, which is the same.
+        EXPECT_EQ(symlink(folder_.path("nothing").c_str(), folder_.path("movies/a.mov").c_str()), 0);
+        context_->onDestinationAsked = [this] {
+            if (++names_ == 1)
+                return;
+            if (whenAllIsCopied)
+                whenAllIsCopied();
+            seenEnough_.wait_for(kDeadline);
+        };
+    }
+
+    /// Once.
+    void letExportGo() { enough_.set_value(); }
+
+    static constexpr std::chrono::seconds kDeadline{30};
+    std::function<void()> whenAllIsCopied;
+
+private:
+    std::atomic<int> names_{0};
+    std::promise<void> enough_;
+    const std::future<void> seenEnough_ = enough_.get_future();
+};
+
+TEST_F(LongExport, IsLookedAtAboutOnceASecondAndToldOfWithWhatIsDone)
+{
+    std::vector<std::chrono::steady_clock::time_point> looks;
+    context_->onCancelledAsked = [&] {
+        (void)context_->updates();
+        looks.push_back(std::chrono::steady_clock::now());
+        if (looks.size() == 3)
+            letExportGo();
+    };
+    const auto video = makeVideo(2);
+    const auto sound = makeSoundtrack(2);
+    NSError error;
+    EXPECT_FALSE(movieByCombiningVideo(context(), video, sound, document("a.slides"), &error));
+    ASSERT_GE(looks.size(), 3U);
+    // A busy machine delays one look or another, but hardly both by as much.
+    const auto shortest = std::min(looks[1] - looks[0], looks[2] - looks[1]);
+    EXPECT_GE(shortest, std::chrono::milliseconds(900));
+    EXPECT_LT(shortest, std::chrono::milliseconds(1900));
+    EXPECT_GT(context_->updates().back().progress, 0);
+}
+
+TEST_F(LongExport, CancelDuringItEndsTheCallAtTheNextLook)
+{
+    std::atomic<bool> isCopied{false};
+    whenAllIsCopied = [&] { isCopied = true; };
+    int looksAfterwards = 0;
+    context_->onCancelledAsked = [&] {
+        if (isCopied && ++looksAfterwards == 1) {
+            context().setIsCancelled(true);
+            letExportGo();
+        }
+    };
+    const auto video = makeVideo(2);
+    const auto sound = makeSoundtrack(2);
+    NSError error;
+    EXPECT_FALSE(movieByCombiningVideo(context(), video, sound, document("a.slides"), &error));
+    EXPECT_EQ(looksAfterwards, 1);
+    EXPECT_EQ(error, NSError{});
+    EXPECT_EQ(filesBelow(folder_.path("movies")), std::vector<std::string>{"a.mov"}) << "the link alone";
+    EXPECT_FALSE(std::filesystem::exists(folder_.path("nothing")));
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "platform/dispatch/Lock.h"
 #include "platform/foundation/NSFileManager.h"
 #include "platform/media/MediaInspection.h"
+#include "platform/system/NSWorkspace.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestMovie.h"
@@ -408,11 +409,82 @@ TEST_F(SilentVideoTest, ReportsEachFrameAndThenTheFinishing)
     }
     const auto finishing = context.updates().back();
     EXPECT_EQ(finishing.title, "VideoCreationTitleWritingVideo");
-    EXPECT_TRUE(finishing.image);
+    EXPECT_EQ(finishing.image, platform::NSWorkspace::sharedWorkspace().iconForFileType("mov"));
     EXPECT_FALSE(finishing.determinate);
     EXPECT_EQ(finishing.progress, 0);
     EXPECT_EQ(finishing.total, 0);
     EXPECT_EQ(finishing.timeInterval, -2);
+}
+
+TEST_F(SilentVideoTest, ReportsTheTimeThatIsLeftOnceItCanBeEstimated)
+{
+    finishFrames(5);
+    stages.processorCount = 5;
+    const auto start = std::chrono::steady_clock::now();
+    auto result = writeMeanwhile(8);
+    for (size_t index = 5; index < 8; ++index) {
+        ASSERT_TRUE(waitUntil([&] {
+            const auto updates = updatesOf(context, "VideoCreationTitleRenderingVideo");
+            return !updates.empty() && updates.back().progress == static_cast<double>(index);
+        }));
+        const double left = updatesOf(context, "VideoCreationTitleRenderingVideo").back().timeInterval;
+        if (index < 7) {
+            EXPECT_EQ(left, -1) << "of " << index << " photos";
+        } else {
+            // Each of the seven photos took a seventh of the time so far, and one more is to come.
+            const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+            EXPECT_GT(left, 0);
+            EXPECT_LE(left, elapsed.count() / 7);
+        }
+        context.imageBuffers()->append(makeRecord(index));
+    }
+    ASSERT_TRUE(result.get());
+}
+
+TEST_F(SilentVideoTest, ARenderingUpdateDropsThoseThatWaitBehindIt)
+{
+    std::promise<void> gate;
+    std::promise<void> waiting;
+    std::atomic<int> sent{0};
+    context.fbQ().addOperationWithBlock([&waiting, opened = gate.get_future()] {
+        waiting.set_value();
+        opened.wait();
+    });
+    waiting.get_future().wait();
+    finishFrames(5);
+    auto result = writeMeanwhile(6);
+    ASSERT_TRUE(waitUntil([&] { return context.currentNeededPhotoIndex() == 5; }));
+    context.fbQ().addOperationWithBlock([&] { ++sent; });
+    gate.set_value();
+    context.fbQ().waitUntilAllOperationsAreFinished();
+    EXPECT_EQ(updatesOf(context, "VideoCreationTitleRenderingVideo").size(), 1u);
+    EXPECT_EQ(sent, 0);
+    context.imageBuffers()->append(makeRecord(5));
+    EXPECT_TRUE(result.get());
+}
+
+TEST_F(SilentVideoTest, WritingDropsTheUpdatesOfTheStagesBeforeIt)
+{
+    std::promise<void> gate;
+    std::promise<void> waiting;
+    std::atomic<int> sent{0};
+    context.fbQ().addOperationWithBlock([&waiting, opened = gate.get_future()] {
+        waiting.set_value();
+        opened.wait();
+    });
+    waiting.get_future().wait();
+    context.fbQ().addOperationWithBlock([&] { ++sent; });
+    // The first frame is missing, so that none is reported; that it is looked for shows that writing has begun.
+    std::atomic<bool> isWriting{false};
+    context.whenAskedForCancelled = [&] { isWriting = true; };
+    indexes = {1, 2, 3, 4, 5};
+    auto result = writeMeanwhile(6);
+    ASSERT_TRUE(waitUntil([&] { return isWriting.load(); }));
+    gate.set_value();
+    context.fbQ().waitUntilAllOperationsAreFinished();
+    EXPECT_EQ(sent, 0);
+    context.imageBuffers()->append(makeRecord(0));
+    EXPECT_TRUE(result.get());
 }
 
 TEST_F(SilentVideoTest, ACancelledJobSendsNoRenderingUpdatesOnceTheFlagIsSet)
@@ -445,6 +517,25 @@ TEST_F(SilentVideoTest, TwoMoviesAtOnceAreBothWritten)
     const auto second = videoWithPhotos(other, makePhotos(12), 0, false, 1, "avc1", nullptr, stages);
     EXPECT_TRUE(first.get());
     EXPECT_TRUE(second);
+}
+
+TEST_F(SilentVideoTest, OneQueueOfTheProcessWritesAllMoviesOneAfterAnother)
+{
+    // The first movie waits for its last frame, on the queue that the second one is written on too.
+    finishFrames(5);
+    auto first = writeMeanwhile(6);
+    ASSERT_TRUE(waitUntil([&] { return context.currentNeededPhotoIndex() == 5; }));
+    const TemporaryFolder otherFolder;
+    TestVideoStageContext other(otherFolder.url(),
+                                platform::NSURL::fileURLWithPath(otherFolder.makeFolder("temporary"), true));
+    auto second = std::async(std::launch::async, [&] {
+        return videoWithPhotos(other, makePhotos(5), 0, false, 1, std::nullopt, nullptr, stages);
+    });
+    EXPECT_EQ(second.wait_for(std::chrono::milliseconds(300)), std::future_status::timeout);
+    EXPECT_EQ(other.currentNeededPhotoIndex(), 0u) << "nothing was fed";
+    context.imageBuffers()->append(makeRecord(5));
+    EXPECT_TRUE(first.get());
+    EXPECT_TRUE(second.get());
 }
 
 TEST_F(SilentVideoTest, AThousandFramesAreWrittenFaithfully)
