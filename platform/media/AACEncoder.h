@@ -14,6 +14,10 @@ namespace platform {
 /// Samples in a packet of AAC.
 inline constexpr int kAACPacketLength = 1024;
 
+/// Packets whose sound is looked at before and behind those that are encoded, beside their own.
+inline constexpr int kAACLookBehind = 3;
+inline constexpr int kAACLookAhead = 3;
+
 /// Packets in a row.
 class PacketRun final {
 public:
@@ -32,17 +36,27 @@ int nearestAACRate(int sampleRateHz);
 /// The decoder's configuration for low complexity AAC of one or two channels.
 std::vector<uint8_t> configurationOfAAC(int sampleRateHz, int channels);
 
-/// Encodes sound as low complexity AAC at 66 kbit/s a channel (less at low rates), without state between calls. The
-/// first packet decodes to what lies before the first sample, so packet i + 1 decodes to frame i. Any thread.
-///
-/// @param samples      interleaved, whole frames of 1024
-/// @param isCancelled  asked once a frame
-/// @return at most one packet less than there are frames; nothing if cancelled (no error) or refused
-std::optional<PacketRun> encodeAAC(std::span<const float> samples, int sampleRateHz, int channels,
-                                   const std::function<bool()>& isCancelled, NSError* error = nullptr);
+/// Sequence and shape of a packet's window; nothing if they differ between the channels or cannot be seen.
+struct AACWindow {
+    bool fallsShortly = false;
+    bool risesShortly = false;
+    bool isKaiserBessel = false;
+};
+std::optional<AACWindow> windowOfAAC(std::span<const uint8_t> packet);
 
-/// Sequence and shape of a packet's window, which must agree where packets of two encoders meet; nothing if they differ
-/// between the channels or cannot be seen.
-std::optional<uint8_t> windowOfAAC(std::span<const uint8_t> packet);
+/// Encodes sound as low complexity AAC at about 66 kbit/s a channel (less at low rates). A packet depends on the sound
+/// of kAACLookBehind packets before it and kAACLookAhead behind it alone, so sound encoded in parts comes out the same.
+/// Any thread.
+///
+/// @param samples      interleaved, whole frames of 1024, full scale at +-1. The first kAACLookBehind frames are only
+///                     looked at. The first packet's window begins behind them and is two frames long; an overlap with
+///                     the packet before it makes up its first frame.
+/// @param before       the window of the packet before the first one, where that comes from another encoder
+/// @param isCancelled  asked once a packet
+/// @return kAACLookBehind + kAACLookAhead packets less than there are frames; nothing if cancelled (no error) or
+///         on failure
+std::optional<PacketRun> encodeAAC(std::span<const float> samples, int sampleRateHz, int channels,
+                                   const std::optional<AACWindow>& before, const std::function<bool()>& isCancelled,
+                                   NSError* error = nullptr);
 
 } // namespace platform

@@ -21,15 +21,13 @@ namespace platform {
 namespace {
 
 constexpr int64_t kPacket = kAACPacketLength;
-/// Packets that are encoded in one go: fewer waste time on lead-ins, more waste memory.
+/// Packets that are encoded in one go: fewer waste time on starting, more waste memory.
 constexpr int64_t kSmallestPart = 512;
 constexpr int64_t kLargestPart = 2048;
-/// Packets of lead-in, after which an encoder that starts late has come to the same decisions as one that did not.
-constexpr int64_t kLeadIn = 64;
-/// Packets by which a part goes on into the next one, and in which a joint may lie.
-constexpr int64_t kOverlap = 16;
 /// Packets before the last one that can be copied, in which the change to encoded ones may lie.
 constexpr int64_t kCopyJointRange = 32;
+/// It is not worth a change to copy fewer packets.
+constexpr int64_t kLeastCopied = 96;
 
 /// Samples of a time at a rate, to the nearest.
 int64_t inSamples(CMTime time, int sampleRateHz)
@@ -297,19 +295,16 @@ int64_t partSize(int64_t packets)
 /// A part of the sound while it is encoded.
 struct Part {
     int64_t firstPacket = 0;
-    /// The first packet that is wanted of this part, but for the choice of the joint.
-    int64_t boundary = 0;
     std::vector<float> samples;
+    /// The window of another encoder's packet before the first.
+    std::optional<AACWindow> before;
 
     /// @name Once it is finished, and then not changed
     /// @{
-    bool has(int64_t packet) const NO_THREAD_SAFETY_ANALYSIS
-    {
-        return packet >= firstPacket && packet - firstPacket < static_cast<int64_t>(packets->count());
-    }
+    int64_t count() const NO_THREAD_SAFETY_ANALYSIS { return static_cast<int64_t>(packets->count()); }
     std::span<const uint8_t> packet(int64_t index) const NO_THREAD_SAFETY_ANALYSIS
     {
-        return packets->packet(static_cast<size_t>(index - firstPacket));
+        return packets->packet(static_cast<size_t>(index));
     }
     /// @}
 
@@ -323,11 +318,12 @@ struct Part {
 /// Encodes a plan's sound in parts on all processors and hands on the packets in order.
 class PartEncoder final {
 public:
-    /// @param boundary  the first packet that is wanted
-    /// @param range     packets before it that may be asked for as well
-    PartEncoder(const SoundPlan& plan, PacketGrid grid, int64_t boundary, int64_t range, const ExportControl& control)
-        : plan_(plan), grid_(grid), control_(control), mixer_(plan), partPackets_(partSize(grid.packets() - boundary)),
-          nextBoundary_(boundary), nextRange_(range), cancelled_(std::make_shared<std::atomic<bool>>(false))
+    /// @param from    the first packet that is wanted
+    /// @param before  the window of the packet before it, where that comes from another encoder
+    PartEncoder(const SoundPlan& plan, PacketGrid grid, int64_t from, std::optional<AACWindow> before,
+                const ExportControl& control)
+        : plan_(plan), grid_(grid), control_(control), mixer_(plan), partPackets_(partSize(grid.packets() - from)),
+          nextPacket_(from), before_(before), cancelled_(std::make_shared<std::atomic<bool>>(false))
     {}
     ~PartEncoder() { cancelled_->store(true); }
     PartEncoder(const PartEncoder&) = delete;
@@ -339,7 +335,7 @@ public:
     /// The next part's packets, encoded; null at the end, when cancelled or on failure.
     std::shared_ptr<Part> next(NSError* error)
     {
-        while (static_cast<int>(running_.size()) < partsAtOnce() && nextBoundary_ < grid_.packets()) {
+        while (static_cast<int>(running_.size()) < partsAtOnce() && nextPacket_ < grid_.packets()) {
             if (!start(error))
                 return nullptr;
         }
@@ -369,33 +365,21 @@ private:
 
     bool start(NSError* error)
     {
-        const auto channels = static_cast<size_t>(plan_.channels);
         auto part = std::make_shared<Part>();
-        part->boundary = nextBoundary_;
-        // The encoder's first packet decodes to what lies before its first frame.
-        const int64_t firstFrame = part->boundary - std::exchange(nextRange_, 0) - kLeadIn + 1;
-        part->firstPacket = firstFrame - 1;
-        nextBoundary_ += partPackets_;
-        // A packet is encoded once the frame after its window is known.
-        const int64_t endFrame = std::min(nextBoundary_ + kOverlap, grid_.packets()) + 2;
-        const int64_t firstSample = firstFrame * kPacket;
-        const auto total = static_cast<size_t>((endFrame - firstFrame) * kPacket);
-        part->samples.resize(total * channels);
-
+        part->firstPacket = nextPacket_;
+        part->before = std::exchange(before_, std::nullopt);
+        nextPacket_ = std::min(nextPacket_ + partPackets_, grid_.packets());
+        constexpr int64_t kLooksAround = kAACLookBehind + kAACLookAhead;
+        const auto frame = static_cast<size_t>(plan_.channels * kPacket);
+        part->samples.resize(static_cast<size_t>(nextPacket_ - part->firstPacket + kLooksAround) * frame);
         // What the part before this one has read already.
-        size_t known = 0;
-        if (!tail_.empty()) {
-            const auto skip = static_cast<size_t>(firstSample - tailStart_) * channels;
-            known = std::min(tail_.size() - skip, part->samples.size());
-            std::copy_n(tail_.begin() + static_cast<ptrdiff_t>(skip), known, part->samples.begin());
-        }
-        const int64_t readFrom = firstSample + static_cast<int64_t>(known / channels) - grid_.start + plan_.rangeStart;
-        if (known < part->samples.size() && !mixer_.read(readFrom, std::span(part->samples).subspan(known), error))
+        std::copy(tail_.begin(), tail_.end(), part->samples.begin());
+        const int64_t readFrom = (part->firstPacket - kAACLookBehind) * kPacket +
+                                 static_cast<int64_t>(tail_.size() / static_cast<size_t>(plan_.channels)) -
+                                 grid_.start + plan_.rangeStart;
+        if (!mixer_.read(readFrom, std::span(part->samples).subspan(tail_.size()), error))
             return false;
-        const auto keep = static_cast<size_t>((kLeadIn + kOverlap + 2) * kPacket) * channels;
-        const size_t kept = std::min(keep, part->samples.size());
-        tail_.assign(part->samples.end() - static_cast<ptrdiff_t>(kept), part->samples.end());
-        tailStart_ = endFrame * kPacket - static_cast<int64_t>(kept / channels);
+        tail_.assign(part->samples.end() - static_cast<ptrdiff_t>(kLooksAround * frame), part->samples.end());
         if (const auto end = mixer_.end())
             grid_.length = std::min(grid_.length, *end - plan_.rangeStart);
 
@@ -403,7 +387,7 @@ private:
         queue().async([part, cancelled = cancelled_, rate = plan_.sampleRateHz, width = plan_.channels] {
             NSError failure;
             auto packets = encodeAAC(
-                part->samples, rate, width, [&] { return cancelled->load(); }, &failure);
+                part->samples, rate, width, part->before, [&] { return cancelled->load(); }, &failure);
             part->samples = {};
             const LockGuard guard(part->lock);
             part->packets = std::move(packets);
@@ -433,38 +417,13 @@ private:
     const ExportControl& control_;
     SoundMixer mixer_;
     const int64_t partPackets_;
-    int64_t nextBoundary_ = 0;
-    int64_t nextRange_ = 0;
+    int64_t nextPacket_ = 0;
+    std::optional<AACWindow> before_;
     std::deque<std::shared_ptr<Part>> running_;
-    /// The last samples of the newest part and where on the grid they start.
+    /// The last samples of the newest part, with which the next one begins.
     std::vector<float> tail_;
-    int64_t tailStart_ = 0;
     const std::shared_ptr<std::atomic<bool>> cancelled_;
 };
-
-/// Whether packet `joint` may be taken from another encoder than the packet before it: both must have closed that one
-/// with the same window.
-bool windowsAgree(std::span<const uint8_t> before, std::span<const uint8_t> otherBefore)
-{
-    const auto window = windowOfAAC(before);
-    return window && window == windowOfAAC(otherBefore);
-}
-
-/// The first packet to take from `next`.
-int64_t jointOf(const Part& part, const Part& next)
-{
-    const auto fits = [&](int64_t joint) {
-        return part.has(joint - 1) && next.has(joint - 1) && next.has(joint) &&
-               windowsAgree(part.packet(joint - 1), next.packet(joint - 1));
-    };
-    for (int64_t distance = 0; distance < kOverlap; ++distance) {
-        if (fits(next.boundary + distance))
-            return next.boundary + distance;
-        if (fits(next.boundary - distance))
-            return next.boundary - distance;
-    }
-    return next.boundary;
-}
 
 M4AFile::Format formatOf(const SoundPlan& plan)
 {
@@ -512,41 +471,45 @@ bool copyAll(const SoundPlan& plan, const CopyPlan& copy, const NSURL& url, cons
     return file->finish(copy.grid.start, length, error);
 }
 
-/// The packet from which encoded ones can follow the copied ones; nothing if the windows never agree.
-std::optional<int64_t> jointAfterCopy(const SoundFacts& facts, const CopyPlan& copy, const Part& part)
+/// Where encoded packets follow copied ones.
+struct CopyJoint {
+    int64_t firstEncoded = 0;
+    AACWindow before;
+};
+
+/// Nothing if no window of the copied packets can be seen.
+std::optional<CopyJoint> jointAfterCopy(const SoundFacts& facts, const CopyPlan& copy)
 {
     const auto reader = SoundPacketReader::open(facts);
     if (!reader)
         return std::nullopt;
-    std::optional<int64_t> last;
-    for (int64_t joint = copy.end - kCopyJointRange; joint <= copy.end; ++joint) {
-        const auto bytes = reader->packet(copy.firstPacket + joint - 1);
-        if (!bytes.empty() && part.has(joint - 1) && part.has(joint) && windowsAgree(bytes, part.packet(joint - 1)))
-            last = joint;
+    std::optional<CopyJoint> last;
+    for (int64_t packet = copy.end - kCopyJointRange; packet < copy.end; ++packet) {
+        const auto window = windowOfAAC(reader->packet(copy.firstPacket + packet));
+        // What is encoded can follow any window, but best a long one.
+        if (window && (!last || last->before.fallsShortly || !window->fallsShortly))
+            last = CopyJoint{packet + 1, *window};
     }
     return last;
 }
 
-/// Writes packets from `from` on: those of `part`, then those of the parts that follow.
-bool writeParts(PartEncoder& encoder, std::shared_ptr<Part> part, int64_t from, M4AFile& file,
-                const ExportControl& control, NSError* error)
+/// Writes what the encoder gives.
+bool writeParts(PartEncoder& encoder, M4AFile& file, const ExportControl& control, NSError* error)
 {
-    while (part) {
-        NSError failure;
-        const std::shared_ptr<Part> next = encoder.next(&failure);
-        if (!next && (control.isCancelled() || !failure.domain.empty())) {
-            if (error && !failure.domain.empty())
-                *error = failure;
-            return false;
-        }
+    NSError failure;
+    while (const auto part = encoder.next(&failure)) {
         const int64_t total = encoder.grid().packets();
-        const int64_t end = std::min(next ? jointOf(*part, *next) : total, total);
-        for (; from < end && part->has(from); ++from) {
-            if (!file.append(part->packet(from), error))
+        for (int64_t i = 0; i < part->count() && part->firstPacket + i < total; ++i) {
+            if (!file.append(part->packet(i), error))
                 return false;
         }
-        control.setProgress(static_cast<double>(from) / static_cast<double>(std::max<int64_t>(total, 1)));
-        part = next;
+        control.setProgress(static_cast<double>(part->firstPacket + part->count()) /
+                            static_cast<double>(std::max<int64_t>(total, 1)));
+    }
+    if (control.isCancelled() || !failure.domain.empty()) {
+        if (error && !failure.domain.empty())
+            *error = failure;
+        return false;
     }
     if (encoder.grid().length <= 0)
         return failNothingToExport(error, "None of the sound that was asked for could be decoded");
@@ -605,33 +568,26 @@ bool exportSoundToM4A(const SoundPlan& plan, const NSURL& url, const ExportContr
     if (isAAC && copy->end >= copy->grid.packets())
         return copyAll(plan, *copy, url, control, error);
 
-    // Not worth a joint below this.
-    const bool copiesStart = isAAC && copy->end >= kLeadIn + kCopyJointRange;
-    if (copiesStart) {
-        PartEncoder encoder(plan, copy->grid, copy->end, kCopyJointRange, control);
-        const auto part = encoder.next(error);
-        if (!part)
-            return false;
-        if (const auto joint = jointAfterCopy(plan.pieces.front().facts, *copy, *part)) {
-            const auto file = M4AFile::create(url, formatOf(plan), error);
-            if (!file)
-                return false;
-            const auto copied = copyPackets(plan.pieces.front().facts, *copy, *joint, *file, control, error);
-            if (!copied)
-                return false;
-            if (*copied < *joint)
-                return fail(error, kAVFoundationErrorDomain, kAVErrorFileFailedToParse,
-                            plan.pieces.front().facts.url.path() + " ends too early");
-            return writeParts(encoder, part, *joint, *file, control, error);
-        }
-    }
-
+    PacketGrid grid{kPacket, plan.rangeEnd - plan.rangeStart};
+    std::optional<CopyJoint> joint;
+    if (isAAC && copy->end >= kLeastCopied)
+        joint = jointAfterCopy(plan.pieces.front().facts, *copy);
     const auto file = M4AFile::create(url, formatOf(plan), error);
     if (!file)
         return false;
-    PartEncoder encoder(plan, {kPacket, plan.rangeEnd - plan.rangeStart}, 0, 0, control);
-    const auto part = encoder.next(error);
-    return part && writeParts(encoder, part, 0, *file, control, error);
+    if (joint) {
+        grid = copy->grid;
+        const SoundFacts& facts = plan.pieces.front().facts;
+        const auto copied = copyPackets(facts, *copy, joint->firstEncoded, *file, control, error);
+        if (!copied)
+            return false;
+        if (*copied < joint->firstEncoded)
+            return fail(error, kAVFoundationErrorDomain, kAVErrorFileFailedToParse,
+                        facts.url.path() + " ends too early");
+    }
+    PartEncoder encoder(plan, grid, joint ? joint->firstEncoded : 0,
+                        joint ? std::optional(joint->before) : std::nullopt, control);
+    return writeParts(encoder, *file, control, error);
 }
 
 bool copySoundToM4A(const SoundPlan& plan, const NSURL& url, const ExportControl& control, NSError* error)

@@ -148,6 +148,32 @@ TEST_F(SoundJoining, PlanHasNeitherGapNorOverlap)
         EXPECT_EQ(plan->pieces[i].targetStart, plan->pieces[i - 1].targetEnd()) << i;
 }
 
+TEST_F(SoundJoining, ToneThatIsCutInPhaseHasNoDipAtTheCut)
+{
+    // Eight seconds of 441 Hz are whole periods.
+    writeWav(folder_.path("t.wav"), makeTone(44100, 1, 14 * 44100, 441));
+    std::vector<NSURL> urls;
+    for (const int start : {1, 3}) {
+        urls.push_back(folder_.url(std::to_string(start) + ".m4a"));
+        expectExported(exportM4A(assetOf(folder_.url("t.wav")), urls.back(),
+                                 CMTimeRange{CMTimeMake(start, 1), CMTimeMake(10, 1)}));
+    }
+    expectExported(exportM4A(endToEnd(urls), folder_.url("out.m4a")));
+    const Sound heard = decodeWithFFmpeg(folder_.path("out.m4a"));
+    // Ten milliseconds, which are no whole periods; so each is compared with the same of the source.
+    constexpr size_t kWindow = 441;
+    const Sound wanted = makeTone(44100, 1, 20 * 44100, 441);
+    ASSERT_GE(heard.frames(), 20U * 44100);
+    const auto level = [](const Sound& sound, size_t start) {
+        double sum = 0;
+        for (size_t frame = start; frame < start + kWindow; ++frame)
+            sum += double{sound.at(frame)} * sound.at(frame);
+        return std::sqrt(sum / kWindow);
+    };
+    for (size_t start = 0; start + kWindow <= 20U * 44100; start += kWindow)
+        EXPECT_NEAR(level(heard, start) / level(wanted, start), 1, 0.02) << start;
+}
+
 TEST_F(SoundJoining, RealGapsStaySilent)
 {
     writeWav(folder_.path("t.wav"), makeTone(44100, 1, 44100));
