@@ -80,3 +80,11 @@ JSONWriter& JSONWriter::add(std::string_view key, const std::vector<std::string>
         list += (list.empty() ? "" : ", ") + quoted(string);
     return addRaw(key, "[" + list + "]");
 }
+
+JSONWriter& JSONWriter::addAll(const JSONWriter& object)
+{
+    if (!members_.empty() && !object.members_.empty())
+        members_ += ", ";
+    members_ += object.members_;
+    return *this;
+}

@@ -20,6 +20,8 @@ public:
     JSONWriter& add(std::string_view key, const JSONWriter& object);
     JSONWriter& add(std::string_view key, const std::vector<JSONWriter>& objects);
     JSONWriter& add(std::string_view key, const std::vector<std::string>& strings);
+    /// The members of another object.
+    JSONWriter& addAll(const JSONWriter& object);
 
     /// The object, without a line end.
     std::string text() const { return "{" + members_ + "}"; }

@@ -3,14 +3,12 @@
 #include "client/FileReason.h"
 #include "client/JSONWriter.h"
 #include "client/Text.h"
-#include "client/command/ExitStatus.h"
-#include "client/command/Terminal.h"
+#include "client/command/CommandOutput.h"
 #include "platform/system/LaunchServices.h"
 #include "util/MORPalvineCommons.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <vector>
 
 #include <fmt/format.h>
@@ -83,20 +81,15 @@ Parsed<AppsOptions> parseApps(const std::vector<std::string>& arguments)
 
 int runAppsCommand(const AppsOptions& options)
 {
-    Terminal terminal(Terminal::ProgressLines::Hidden);
-    const auto fail = [&](ExitStatus status, const std::string& reason) {
-        terminal.writeLine("stillora: " + reason);
-        return status;
-    };
+    CommandOutput output({});
     struct stat status = {};
     if (stat(options.file.c_str(), &status) != 0)
-        return fail(kExitBadInput, options.file + ": " + reasonOfErrno(errno));
+        return output.fail(kExitBadInput, options.file + ": " + reasonOfErrno(errno));
 
     const std::vector<Entry> entries = entriesFor(options.file);
-    fmt::print("{}", options.isJSON ? jsonOf(options.file, entries) : tableOf(entries));
-    if (std::fflush(stdout) != 0 || std::ferror(stdout))
-        return fail(kExitFailed, "the applications could not be written to standard output");
-    if (entries.empty())
-        return fail(kExitFailed, options.file + ": the desktop knows no application that opens it");
-    return kExitDone;
+    const std::string text = options.isJSON ? jsonOf(options.file, entries) : tableOf(entries);
+    const int written = output.give(text, "the applications");
+    if (written == kExitDone && entries.empty())
+        return output.fail(kExitFailed, options.file + ": the desktop knows no application that opens it");
+    return written;
 }

@@ -99,7 +99,7 @@ int runConvertCommand(const ConvertOptions& options)
     if (!place)
         return command.fail(kExitFailed, error.localizedDescription);
     command.note(fmt::format("{}, {}", secondsText(sound->length), bytesText(bytes)));
-    return command.succeed(place->path(), [&](JSONWriter& result) {
-        result.add("seconds", sound->length).add("bytes", static_cast<int64_t>(bytes));
-    });
+    return command.succeed(
+        place->path(),
+        command.resultOf(place->path()).add("seconds", sound->length).add("bytes", static_cast<int64_t>(bytes)));
 }

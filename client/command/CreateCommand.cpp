@@ -14,7 +14,7 @@
 
 int runCreateCommand(const CreateOptions& options)
 {
-    MovieCommand command({.isJSON = options.isJSON, .isQuiet = options.isQuiet});
+    MovieCommand command({.isJSON = options.isJSON, .isQuiet = options.isQuiet, .product = "movie"});
     PhotoListing listing = listPhotos(options.photos);
     for (const std::string& text : listing.notes)
         command.note(text);

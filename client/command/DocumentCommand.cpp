@@ -136,14 +136,13 @@ int fill(Document& document, const DocumentFillOptions& options, MovieCommand& c
         return isCancel(error) ? command.stopped() : command.fail(kExitFailed, error.localizedDescription);
     command.note(fmt::format("{}, {}, {} copied", counted(filling.photos.size(), "photo"),
                              counted(filling.sounds.size(), "sound"), bytesText(static_cast<double>(bytes))));
-    JSONWriter result;
-    result.add("ok", true).add("cancelled", false).add("document", document.location().path()).addNull("error");
+    JSONWriter result = command.resultOf(document.location().path());
     result.add("photos", static_cast<int64_t>(filling.photos.size()));
     result.add("soundtracks", static_cast<int64_t>(filling.sounds.size())).add("bytes", static_cast<int64_t>(bytes));
     return command.succeed(document.location().path(), result);
 }
 
-MovieCommand::Output outputOf(bool isJSON, bool isQuiet, std::string_view product)
+MovieCommand::Wish outputOf(bool isJSON, bool isQuiet, std::string_view product)
 {
     return {isJSON, isQuiet, product};
 }
@@ -184,16 +183,29 @@ int runList(const DocumentLookOptions& options)
     const auto document = Document::load(locationOfDocument(options.document), &error);
     if (!document)
         return command.fail(kExitBadInput, error.localizedDescription);
-    if (options.isJSON)
-        fmt::print("{}\n", listingAsJSON(*document).text());
-    else
-        fmt::print("{}", listingOf(*document));
-    if (std::fflush(stdout) != 0 || std::ferror(stdout))
-        return command.fail(kExitFailed, "the listing could not be written to standard output");
+    const std::string text = options.isJSON ? listingAsJSON(*document).text() + "\n" : listingOf(*document);
+    if (const int status = command.give(text, "the listing"); status != kExitDone)
+        return status;
     const std::vector<BadItem> bad = badItemsOf(*document);
     for (const BadItem& item : bad)
         command.complain(fmt::format("{}: {}", item.path, item.reason));
     return bad.empty() && document->settingFaults().empty() ? kExitDone : kExitBadInput;
+}
+
+JSONWriter checkAsJSON(const Document& document, const CheckedDocument& checked, bool isGood)
+{
+    std::vector<JSONWriter> bad;
+    for (const BadItem& item : checked.bad)
+        bad.push_back(JSONWriter()
+                          .add("kind", item.kind == BadItem::Kind::Photo ? "photo" : "soundtrack")
+                          .add("number", static_cast<int64_t>(item.index + 1))
+                          .add("path", item.path)
+                          .add("reason", item.reason));
+    JSONWriter result;
+    result.add("document", document.location().path()).add("ok", isGood);
+    result.add("photos", static_cast<int64_t>(document.photos().size()));
+    result.add("soundtracks", static_cast<int64_t>(document.soundtracks().size()));
+    return result.add("bad", bad).add("changed", checked.changed).add("settingFaults", document.settingFaults());
 }
 
 int runCheck(const DocumentLookOptions& options)
@@ -211,35 +223,22 @@ int runCheck(const DocumentLookOptions& options)
 
     const std::vector<std::string> unused = document->unusedFiles();
     const bool isGood = checked.bad.empty() && checked.changed.empty() && document->settingFaults().empty();
+    const ExitStatus status = isGood ? kExitDone : kExitBadInput;
     if (options.isJSON) {
-        std::vector<JSONWriter> bad;
-        for (const BadItem& item : checked.bad)
-            bad.push_back(JSONWriter()
-                              .add("kind", item.kind == BadItem::Kind::Photo ? "photo" : "soundtrack")
-                              .add("number", static_cast<int64_t>(item.index + 1))
-                              .add("path", item.path)
-                              .add("reason", item.reason));
-        JSONWriter result;
-        result.add("document", document->location().path()).add("ok", isGood);
-        result.add("photos", static_cast<int64_t>(document->photos().size()));
-        result.add("soundtracks", static_cast<int64_t>(document->soundtracks().size()));
-        result.add("bad", bad).add("changed", checked.changed).add("settingFaults", document->settingFaults());
-        fmt::print("{}\n", result.add("unused", unused).text());
-    } else {
-        for (const BadItem& item : checked.bad)
-            command.complain(fmt::format("{}: {}", item.path, item.reason));
-        for (const std::vector<std::string>& faults : {checked.changed, document->settingFaults()})
-            for (const std::string& fault : faults)
-                command.complain(fault);
-        for (const std::string& path : unused)
-            command.note(fmt::format("{} belongs to no photo and no sound", path));
-        if (isGood)
-            command.note(fmt::format("{} and {} can be used", counted(checked.photos.size(), "photo"),
-                                     counted(checked.sounds.size(), "soundtrack")));
+        const std::string text = checkAsJSON(*document, checked, isGood).add("unused", unused).text();
+        return command.give(text + "\n", "the result", status);
     }
-    if (std::fflush(stdout) != 0 || std::ferror(stdout))
-        return command.fail(kExitFailed, "the result could not be written to standard output");
-    return isGood ? kExitDone : kExitBadInput;
+    for (const BadItem& item : checked.bad)
+        command.complain(fmt::format("{}: {}", item.path, item.reason));
+    for (const std::vector<std::string>& faults : {checked.changed, document->settingFaults()})
+        for (const std::string& fault : faults)
+            command.complain(fault);
+    for (const std::string& path : unused)
+        command.note(fmt::format("{} belongs to no photo and no sound", path));
+    if (isGood)
+        command.note(fmt::format("{} and {} can be used", counted(checked.photos.size(), "photo"),
+                                 counted(checked.sounds.size(), "soundtrack")));
+    return status;
 }
 
 MovieSettings settingsFor(const Document& document, const CreateOptions& options)

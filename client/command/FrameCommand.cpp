@@ -2,9 +2,8 @@
 
 #include "client/MoviePlan.h"
 #include "client/PhotoCheck.h"
-#include "client/command/ExitStatus.h"
+#include "client/command/CommandOutput.h"
 #include "client/command/FileIdentity.h"
-#include "client/command/Terminal.h"
 #include "platform/foundation/NSFileManager.h"
 #include "platform/graphics/NSImage.h"
 #include "video/FramePlacement.h"
@@ -13,7 +12,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdio>
 #include <memory>
 #include <utility>
 
@@ -116,11 +114,8 @@ Parsed<FrameOptions> parseFrame(const std::vector<std::string>& arguments)
 
 int runFrameCommand(const FrameOptions& options)
 {
-    Terminal terminal(Terminal::ProgressLines::Hidden);
-    const auto fail = [&](ExitStatus status, const std::string& reason) {
-        terminal.writeLine("stillora: " + reason);
-        return status;
-    };
+    CommandOutput output({});
+    const auto fail = [&](ExitStatus status, const std::string& reason) { return output.fail(status, reason); };
     const CheckedPhotos checked =
         checkPhotos({{options.photo, PhotoCandidate::Origin::Named}}, [](size_t) { return true; });
     if (checked.good.empty())
@@ -153,10 +148,7 @@ int runFrameCommand(const FrameOptions& options)
 
     // Where nobody looked for faces, nothing is said of them.
     const bool saysFaces = options.showsFaces || options.reducesBorders;
-    terminal.writeLine(fmt::format("stillora: {:.0f} x {:.0f}{}", size.width, size.height,
-                                   saysFaces ? ", " + facesText(frame->faces.size()) : ""));
-    fmt::print("{}\n", options.output);
-    if (std::fflush(stdout) != 0 || std::ferror(stdout))
-        return fail(kExitFailed, "the picture was saved, but its path could not be written to standard output");
-    return kExitDone;
+    output.note(fmt::format("{:.0f} x {:.0f}{}", size.width, size.height,
+                            saysFaces ? ", " + facesText(frame->faces.size()) : ""));
+    return output.succeed(options.output, output.resultOf(options.output));
 }

@@ -4,11 +4,10 @@
 #include "client/JSONWriter.h"
 #include "client/Localization.h"
 #include "client/Text.h"
-#include "client/command/ExitStatus.h"
+#include "client/command/CommandOutput.h"
 #include "client/command/FileFacts.h"
 #include "client/command/FileIdentity.h"
 #include "client/command/Swatch.h"
-#include "client/command/Terminal.h"
 #include "platform/foundation/NSFileManager.h"
 #include "platform/foundation/NSString.h"
 #include "platform/graphics/NSImage.h"
@@ -16,7 +15,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <string_view>
 #include <utility>
 
@@ -232,49 +230,36 @@ Parsed<InfoOptions> parseInfo(const std::vector<std::string>& arguments)
 
 int runInfoCommand(const InfoOptions& options)
 {
-    Terminal terminal(Terminal::ProgressLines::Hidden);
-    const auto tell = [&](const std::string& reason) { terminal.writeLine("stillora: " + reason); };
-    if (options.cover && areSameFile(options.files.front(), *options.cover)) {
-        tell("the cover would replace " + options.files.front());
-        return kExitUsage;
-    }
+    CommandOutput output({});
+    if (options.cover && areSameFile(options.files.front(), *options.cover))
+        return output.fail(kExitUsage, "the cover would replace " + options.files.front());
 
     const TerminalColors colors = terminalColors();
     int status = kExitDone;
     bool isFirst = true;
-    const auto write = [](const std::string& text) {
-        fmt::print("{}", text);
-        return std::fflush(stdout) == 0;
-    };
-    bool isWritten = true;
     for (const std::string& path : options.files) {
         std::string reason;
         const auto facts = factsOfFile(path, reason);
+        std::string text;
         if (!facts) {
             status = kExitBadInput;
-            tell(path + ": " + reason);
+            output.complain(path + ": " + reason);
             if (options.isJSON)
-                isWritten = write(JSONWriter().add("path", path).add("ok", false).add("error", reason).text() + "\n");
+                text = JSONWriter().add("path", path).add("ok", false).add("error", reason).text() + "\n";
         } else if (options.isJSON) {
-            isWritten = write(jsonOf(*facts).text() + "\n");
+            text = jsonOf(*facts).text() + "\n";
         } else {
-            isWritten = write(fmt::format("{}{}", isFirst ? "" : "\n", textOf(*facts, colors)));
+            text = fmt::format("{}{}", isFirst ? "" : "\n", textOf(*facts, colors));
             isFirst = false;
         }
         // Whoever reads may have seen enough.
-        if (!isWritten)
-            break;
+        if (const int written = output.give(text, "what is known"); written != kExitDone)
+            return written;
         if (!facts || !options.cover)
             continue;
-        if (const ExitStatus saved = saveCover(*facts, *options.cover, reason); saved != kExitDone) {
-            tell(reason);
-            return saved;
-        }
-        tell("saved the cover as " + *options.cover);
-    }
-    if (!isWritten) {
-        tell("what is known could not be written to standard output");
-        return kExitFailed;
+        if (const ExitStatus saved = saveCover(*facts, *options.cover, reason); saved != kExitDone)
+            return output.fail(saved, reason);
+        output.note("saved the cover as " + *options.cover);
     }
     return status;
 }

@@ -80,10 +80,8 @@ void ProgressTeller::writeJSON(const MovieProgress& progress) const
     std::fflush(stdout);
 }
 
-MovieCommand::MovieCommand(const Output& output)
-    : output_(output),
-      terminal_(output.isQuiet || output.isJSON ? Terminal::ProgressLines::Hidden : Terminal::ProgressLines::Shown),
-      teller_(terminal_, output.isJSON), signals_(maker_)
+MovieCommand::MovieCommand(Wish wish)
+    : CommandOutput((wish.form = ResultForm::Event, wish)), teller_(terminal_, wish.isJSON), signals_(maker_)
 {}
 
 bool MovieCommand::photosChecked(size_t done, size_t total)
@@ -92,34 +90,6 @@ bool MovieCommand::photosChecked(size_t done, size_t total)
         teller_.stepDone(localized("Checking the photos"), static_cast<double>(done) / static_cast<double>(total), done,
                          total);
     return !isCancelled();
-}
-
-void MovieCommand::note(const std::string& text)
-{
-    if (!output_.isQuiet)
-        complain(text);
-}
-
-void MovieCommand::complain(const std::string& text)
-{
-    terminal_.writeLine("stillora: " + text);
-}
-
-int MovieCommand::fail(ExitStatus status, const std::string& reason)
-{
-    complain(reason);
-    JSONWriter result;
-    result.add("ok", false).add("cancelled", false).addNull(output_.product).add("error", reason);
-    writeResult(result);
-    return status;
-}
-
-int MovieCommand::stopped()
-{
-    terminal_.clearProgress();
-    note(localized("stopped; nothing was left behind"));
-    writeResult(JSONWriter().add("ok", false).add("cancelled", true).addNull(output_.product).addNull("error"));
-    return kExitSignalled + signals_.signal();
 }
 
 int MovieCommand::refuseBadInput(const std::vector<BadInput>& photos, const std::vector<BadInput>& sounds,
@@ -141,11 +111,8 @@ int MovieCommand::refuseBadInput(const std::vector<BadInput>& photos, const std:
     std::string reason = photos.empty() ? "" : counted(photos.size(), "photo");
     if (!sounds.empty())
         reason += (reason.empty() ? "" : ", ") + counted(sounds.size(), "sound");
-    complain(reason + std::string(hint));
-    JSONWriter result;
-    result.add("ok", false).add("cancelled", false).addNull(output_.product).add("error", reason);
-    writeResult(result.add("badPhotos", badPhotos).add("badSounds", badSounds));
-    return kExitBadInput;
+    return fail(kExitBadInput, reason + std::string(hint), reason,
+                JSONWriter().add("badPhotos", badPhotos).add("badSounds", badSounds));
 }
 
 int MovieCommand::makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFacts> sounds,
@@ -207,8 +174,7 @@ int MovieCommand::finish(const MovieRequest& request, const MovieOutcome& outcom
                      request.photos.size() == 1 ? "photo" : "photos", secondsText(request.plan.secondsPerPhoto),
                      size.width, size.height, secondsText(request.plan.totalVideoDuration), bytesText(bytes)));
 
-    JSONWriter result;
-    result.add("ok", outcome.faults.empty()).add("cancelled", false).add("movie", path).addNull("error");
+    JSONWriter result = resultOf(path, outcome.faults.empty());
     result.add("photos", static_cast<int64_t>(request.photos.size()))
         .add("secondsPerPhoto", request.plan.secondsPerPhoto);
     result.add("duration", request.plan.totalVideoDuration);
@@ -223,26 +189,4 @@ int MovieCommand::finish(const MovieRequest& request, const MovieOutcome& outcom
     result.add("width", static_cast<int64_t>(size.width)).add("height", static_cast<int64_t>(size.height));
     result.add("codec", request.codec).add("bytes", static_cast<int64_t>(bytes)).add("faults", outcome.faults);
     return succeed(path, result, outcome.faults.empty() ? kExitDone : kExitFaultyMovie);
-}
-
-int MovieCommand::succeed(const std::string& path, const JSONWriter& result, ExitStatus status)
-{
-    if (output_.isJSON)
-        writeResult(result);
-    else
-        fmt::print("{}\n", path);
-    if (std::fflush(stdout) != 0 || std::ferror(stdout))
-        return fail(kExitFailed, fmt::format("the {} was made, but its path could not be written to standard output",
-                                             output_.product));
-    return status;
-}
-
-void MovieCommand::writeResult(const JSONWriter& result)
-{
-    if (!output_.isJSON)
-        return;
-    // The event comes first, as in every line.
-    const std::string members = result.text().substr(1);
-    fmt::print("{{\"event\": \"result\", {}\n", members);
-    std::fflush(stdout);
 }

@@ -4,7 +4,7 @@
 #include "client/MovieMaker.h"
 #include "client/MoviePlan.h"
 #include "client/MovieSettings.h"
-#include "client/command/ExitStatus.h"
+#include "client/command/CommandOutput.h"
 #include "client/command/SignalWatch.h"
 #include "client/command/Terminal.h"
 #include "platform/foundation/NSURL.h"
@@ -50,16 +50,10 @@ struct BadInput {
 
 /// What is common to the commands that take photos and sounds and make something of them: how they tell of their
 /// progress and of their end, and how they stop. One at a time.
-class MovieCommand final {
+class MovieCommand final : public CommandOutput {
 public:
-    struct Output {
-        bool isJSON = false;
-        bool isQuiet = false;
-        /// What the command makes, as the result's member in JSON.
-        std::string_view product = "movie";
-    };
-
-    explicit MovieCommand(const Output& output);
+    /// @param wish  the result ends a stream of events
+    explicit MovieCommand(Wish wish);
 
     ProgressTeller& teller() { return teller_; }
     bool isCancelled() const { return maker_.isCancelled(); }
@@ -68,20 +62,12 @@ public:
     /// @return whether to go on
     bool photosChecked(size_t done, size_t total);
 
-    /// A line on standard error, unless the user wants errors alone.
-    void note(const std::string& text);
-    void complain(const std::string& text);
-    void clearProgress() { terminal_.clearProgress(); }
-
-    /// @name The ends of a command: each tells it, and returns the program's exit status
+    /// @name More ends of a command: each tells it, and returns the program's exit status
     /// @{
-    int fail(ExitStatus status, const std::string& reason);
-    int stopped();
+    int stopped() { return CommandOutput::stopped(signals_.signal()); }
     /// @param hint  follows the count of bad files; may be empty
     int refuseBadInput(const std::vector<BadInput>& photos, const std::vector<BadInput>& sounds,
                        std::string_view hint = "");
-    /// @param path  the product's
-    int succeed(const std::string& path, const JSONWriter& result, ExitStatus status = kExitDone);
 
     /// Makes a movie of photos and sounds that were checked.
     /// @param title      the movie's name
@@ -94,11 +80,8 @@ public:
 
 private:
     int finish(const MovieRequest& request, const MovieOutcome& outcome);
-    void writeResult(const JSONWriter& result);
 
-    const Output output_;
     MovieMaker maker_;
-    Terminal terminal_;
     ProgressTeller teller_;
     const SignalWatch signals_;
 };

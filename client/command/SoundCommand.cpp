@@ -6,7 +6,6 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
-#include <cstdio>
 #include <memory>
 #include <utility>
 
@@ -41,11 +40,6 @@ platform::CMTimeRange timeRangeOf(const SoundFacts& sound)
     const platform::CMTime start = timeOfSeconds(sound.selection->start);
     return {start, platform::CMTimeSubtract(timeOfSeconds(sound.selection->end), start)};
 }
-
-SoundCommand::SoundCommand(const Output& output)
-    : output_(output),
-      terminal_(output.isQuiet || output.isJSON ? Terminal::ProgressLines::Hidden : Terminal::ProgressLines::Shown)
-{}
 
 bool SoundCommand::waitFor(const std::string& title, const std::function<bool()>& isDone,
                            const std::function<std::string()>& count)
@@ -93,51 +87,4 @@ std::optional<SoundFacts> SoundCommand::check(const SoundArgument& argument, int
         return std::nullopt;
     }
     return state->checked.good.front();
-}
-
-void SoundCommand::note(const std::string& text)
-{
-    if (!output_.isQuiet)
-        terminal_.writeLine("stillora: " + text);
-}
-
-int SoundCommand::fail(ExitStatus status, const std::string& reason)
-{
-    terminal_.writeLine("stillora: " + reason);
-    JSONWriter result;
-    result.add("ok", false).add("cancelled", false).addNull(output_.product).add("error", reason);
-    return writeResult(result, status);
-}
-
-int SoundCommand::stopped()
-{
-    note(localized("stopped; nothing was left behind"));
-    JSONWriter result;
-    result.add("ok", false).add("cancelled", true).addNull(output_.product).addNull("error");
-    return writeResult(result, kExitSignalled + signals_.signal());
-}
-
-int SoundCommand::succeed(const std::string& path, const std::function<void(JSONWriter& result)>& details)
-{
-    JSONWriter result;
-    result.add("ok", true).add("cancelled", false).add(output_.product, path).addNull("error");
-    details(result);
-    if (output_.isJSON)
-        return writeResult(result, kExitDone);
-    fmt::print("{}\n", path);
-    if (std::fflush(stdout) == 0 && !std::ferror(stdout))
-        return kExitDone;
-    terminal_.writeLine("stillora: the file was made, but its path could not be written to standard output");
-    return kExitFailed;
-}
-
-int SoundCommand::writeResult(const JSONWriter& result, int status)
-{
-    if (!output_.isJSON)
-        return status;
-    fmt::print("{}\n", result.text());
-    if (std::fflush(stdout) == 0 && !std::ferror(stdout))
-        return status;
-    terminal_.writeLine("stillora: the result could not be written to standard output");
-    return status == kExitDone ? kExitFailed : status;
 }

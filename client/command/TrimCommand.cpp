@@ -106,7 +106,7 @@ int runTrimCommand(const TrimOptions& options)
                                              ? existsAlready(options.output)
                                              : error.localizedDescription);
     command.note(fmt::format("{}, {}", secondsText(sound->length), bytesText(bytes)));
-    return command.succeed(options.output, [&](JSONWriter& result) {
-        result.add("seconds", sound->length).add("bytes", static_cast<int64_t>(bytes));
-    });
+    return command.succeed(
+        options.output,
+        command.resultOf(options.output).add("seconds", sound->length).add("bytes", static_cast<int64_t>(bytes)));
 }

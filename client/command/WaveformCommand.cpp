@@ -165,7 +165,8 @@ int runWaveformCommand(const WaveformOptions& options)
     if (!platform::NSFileManager::defaultManager().writeContents(*file, NSURL::fileURLWithPath(options.output), &error))
         return command.fail(kExitFailed, error.localizedDescription);
     command.note(fmt::format("{} x {}, {}", options.width, options.height, secondsText(sound->length)));
-    return command.succeed(options.output, [&](JSONWriter& result) {
-        result.add("width", options.width).add("height", options.height).add("seconds", sound->length);
-    });
+    return command.succeed(options.output, command.resultOf(options.output)
+                                               .add("width", options.width)
+                                               .add("height", options.height)
+                                               .add("seconds", sound->length));
 }

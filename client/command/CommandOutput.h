@@ -1,0 +1,62 @@
+#pragma once
+
+#include "client/JSONWriter.h"
+#include "client/command/ExitStatus.h"
+#include "client/command/Terminal.h"
+
+#include <string>
+#include <string_view>
+
+/// How a command speaks, and how it ends: remarks and complaints on standard error, the path of what was made, or JSON,
+/// on standard output. Only on the main thread.
+class CommandOutput {
+public:
+    /// How the result stands in JSON: as an object, or as the last of a stream of events.
+    enum class ResultForm { Object, Event };
+    struct Wish {
+        bool isJSON = false;
+        bool isQuiet = false;
+        /// What the command makes, as the result's member.
+        std::string_view product = "picture";
+        ResultForm form = ResultForm::Object;
+    };
+
+    explicit CommandOutput(const Wish& wish);
+
+    bool isJSON() const { return wish_.isJSON; }
+    /// A line on standard error, unless the user wants errors alone.
+    void note(const std::string& text);
+    void complain(const std::string& text);
+    void clearProgress() { terminal_.clearProgress(); }
+
+    /// The members that every result begins with, of something that was made.
+    JSONWriter resultOf(const std::string& path, bool isAsWished = true) const;
+
+    /// @name The ends of a command: each tells it, and returns the program's exit status
+    /// @{
+    int fail(ExitStatus status, const std::string& reason) { return fail(status, reason, reason, {}); }
+    /// @param signal  what the user has stopped it with
+    int stopped(int signal);
+    /// @param path  of what was made
+    int succeed(const std::string& path, const JSONWriter& result, ExitStatus status = kExitDone);
+    /// Writes what was asked for to standard output.
+    /// @param name  what it is called where it cannot be written
+    int give(std::string_view text, std::string_view name, ExitStatus status = kExitDone);
+    /// @}
+
+protected:
+    /// @param complaint  for standard error
+    /// @param details    follow in JSON
+    int fail(ExitStatus status, const std::string& complaint, const std::string& reason, const JSONWriter& details);
+
+    Terminal terminal_;
+
+private:
+    int writeResult(const JSONWriter& result, int status);
+
+    const Wish wish_;
+};
+
+/// Writes the text to standard output.
+/// @return whether all of it went there
+[[nodiscard]] bool writeToStandardOutput(std::string_view text);
