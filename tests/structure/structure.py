@@ -201,6 +201,18 @@ def check_listed_sources(root):
             yield f"{path}:1: stands in no CMakeLists.txt"
 
 
+def check_documented_files(root):
+    """Every file of the code that a page names is there."""
+    pages = [path for path in files_below(root, (".md",)) if path.parent.as_posix() in (".", "docs")]
+    folders = "|".join(sorted({folder.split("/")[0] for folder in USES}))
+    named = re.compile(rf"`((?:{folders})/[\w./-]+\.\w+)`")
+    for path in pages:
+        for line, text in enumerate(read(root, path).splitlines(), 1):
+            for name in named.findall(text):
+                if not (Path(root) / name).is_file():
+                    yield f"{path}:{line}: there is no {name}"
+
+
 def check_machine_paths(root):
     """No file names a place on the machine it was written on: this clone's folder, or somebody's home."""
     top = Path(root).resolve()

@@ -129,6 +129,11 @@ class StructureTest(unittest.TestCase):
         self.write("util/CMakeLists.txt", "add_library(util STATIC OtherNamesPosix.cpp)\n")
         self.assertFault("listed-sources", "util/NamesPosix.cpp")
 
+    def test_a_file_that_a_page_names_and_that_is_gone_is_found(self):
+        self.write("util/A.h", "#pragma once\n")
+        self.write("docs/a.md", "see `util/A.h`\nand `util/Gone.cpp`, not `NAME/x.m4a`\n")
+        self.assertEqual([fault.split(":")[:2] for fault in self.faults("documented-files")], [["docs/a.md", "2"]])
+
     def test_a_place_on_this_machine_is_found(self):
         self.write("docs/a.md", f"fine\nsee {self.root}/somewhere\n")
         self.assertFault("machine-paths", "docs/a.md:2:")
