@@ -1,5 +1,6 @@
 #include "platform/graphics/ImageDecoder.h"
 #include "platform/graphics/JPEGHeader.h"
+#include "platform/graphics/SharpEdges.h"
 
 #include <turbojpeg.h>
 
@@ -171,8 +172,20 @@ private:
                                                static_cast<int>(scaled.height), kFlags),
                        error))
             return false;
+        if (isTooCoarse(factor, planes.planes[0], scaled))
+            return decodePlanes(bytes, kScales.back(), {header_.width, header_.height}, subsampling, width, height,
+                                image, error);
         repeatEdges(pointers[0], planes.planes[0].bytesPerRow, scaled, {planes.width, planes.height});
         return finish(planes, width, height, colors(), image, error);
+    }
+
+    /// Decoding at a half or a quarter cuts off waves at the edges of blocks. A photo shows nothing of it, but drawings
+    /// and text keep a grey veil around each line: they are worth decoding again. An eighth is the mean of each block,
+    /// which is as good as any.
+    static bool isTooCoarse(tjscalingfactor factor, ImagePlanes::Plane brightness, PixelSize scaled)
+    {
+        return (factor.denom == 2 || factor.denom == 4) &&
+               hasSharpEdges(brightness.samples, 1, scaled.width, scaled.height, brightness.bytesPerRow);
     }
 
     /// The decoder leaves brightness undefined where the plane is larger than the picture, and the scaler's window

@@ -259,8 +259,7 @@ double toneMapped(double light)
     const double t = (number - knee) / (1 - knee);
     const double t2 = t * t;
     const double t3 = t2 * t;
-    const double mapped =
-        (2 * t3 - 3 * t2 + 1) * knee + (t3 - 2 * t2 + t) * (1 - knee) + (-2 * t3 + 3 * t2) * most;
+    const double mapped = (2 * t3 - 3 * t2 + 1) * knee + (t3 - 2 * t2 + t) * (1 - knee) + (-2 * t3 + 3 * t2) * most;
     return lightFromPQ(mapped * brightest) * kUnitPQ / kWhite;
 }
 
@@ -335,7 +334,7 @@ std::shared_ptr<const Conversion> makeConversion(const ColorDescription& descrip
     if (!profile || !srgb)
         return conversion;
     // Grey is three equal components, for which the spaces of files without a profile serve as well.
-    const auto expected = description.model == Model::CMYK ? cmsSigCmykData
+    const auto expected = description.model == Model::CMYK                                   ? cmsSigCmykData
                           : description.model == Model::Grey && !description.profile.empty() ? cmsSigGrayData
                                                                                              : cmsSigRgbData;
     if (cmsGetColorSpace(profile.get()) != expected)
@@ -375,9 +374,8 @@ std::shared_ptr<const Conversion> conversionOf(const ColorDescription& descripti
     // Never destroyed: pictures may still be converted while the process ends.
     static auto& conversions = *new std::list<Entry>;
     LockGuard guard(lock);
-    const auto found = std::ranges::find_if(conversions, [&](const Entry& entry) {
-        return entry.isWide == isWide && entry.description == description;
-    });
+    const auto found = std::ranges::find_if(
+        conversions, [&](const Entry& entry) { return entry.isWide == isWide && entry.description == description; });
     if (found != conversions.end()) {
         conversions.splice(conversions.begin(), conversions, found);
         return found->conversion;

@@ -24,15 +24,18 @@ std::unique_ptr<CGImageSource> createWithFile(std::unique_ptr<ImageFile> file, N
     const std::string name = file->name();
     const auto start = file->first(kImageFormatBytes);
     const std::string_view format = imageFormatOfContent(start);
-    if (format.empty()) {
+    const auto tiff = format == "tiff" ? readTIFFHeader(*file) : std::nullopt;
+    const bool isRaw = tiff ? tiff->isCameraRaw : isCameraRawContent(start);
+    if (format.empty() || isRaw) {
         fail(error, kNSCocoaErrorDomain, kNSFileReadCorruptFileError,
-             name + (file->length() == 0 ? " is empty" : " is no picture of a known format"));
+             name + (isRaw                 ? " is a camera's raw file, which has to be developed and saved as a picture"
+                     : file->length() == 0 ? " is empty"
+                                           : " is no picture of a known format"));
         return nullptr;
     }
     if (format == "jpeg")
         return makeJPEGDecoder(std::move(file));
     // Of colour differences, the image library reads only those of JPEG.
-    const auto tiff = format == "tiff" ? readTIFFHeader(*file) : std::nullopt;
     const bool hasPlainDifferences = tiff && tiff->hasColorDifferences && !tiff->isJPEG;
     if (format == "bmp" || format == "jp2" || hasPlainDifferences)
         return makeAVCodecDecoder(std::move(file), format);
@@ -129,8 +132,7 @@ bool ImageDecoder::finish(const ImagePlanes& planes, size_t width, size_t height
 {
     // Brightness and colour differences of 8 bits are those of JPEG photos, of which there are most: they keep the
     // quick way.
-    const bool isWide =
-        planes.depth > 8 || (planes.family != ImagePlanes::Family::YUV && changesColors(colors));
+    const bool isWide = planes.depth > 8 || (planes.family != ImagePlanes::Family::YUV && changesColors(colors));
     if (!isWide) {
         if (!scalePlanes(planes, width, height, image))
             return failDecoding(error, "cannot be scaled to this size");

@@ -68,6 +68,14 @@ std::string_view imageFormatOfContent(std::span<const uint8_t> start)
     return {};
 }
 
+bool isCameraRawContent(std::span<const uint8_t> start)
+{
+    constexpr std::array kSignatures = {"FUJIFILMCCD-RAW"sv, "IIRO"sv, "IIRS"sv,  "MMOR"sv,
+                                        "IIU\0"sv,           "FOVb"sv, "\0MRM"sv, "II\x1A\0\0\0HEAPCCDR"sv};
+    return std::ranges::any_of(kSignatures, [&](auto mark) { return text(start, 0, mark.size()) == mark; }) ||
+           text(start, 4, 8) == "ftypcrx ";
+}
+
 std::string_view mimeTypeOfImageFormat(std::string_view format)
 {
     constexpr std::array<std::pair<std::string_view, std::string_view>, 9> kTypes = {{

@@ -14,6 +14,9 @@ inline constexpr size_t kImageFormatBytes = 256;
 /// "jp2"; empty for anything else.
 std::string_view imageFormatOfContent(std::span<const uint8_t> start);
 
+/// Whether a file begins as those that cameras keep their sensor's picture in, beside those that are TIFF files.
+bool isCameraRawContent(std::span<const uint8_t> start);
+
 /// The MIME type of one of these formats; empty for another.
 std::string_view mimeTypeOfImageFormat(std::string_view format);
 

@@ -244,8 +244,7 @@ bool scale(const ImagePlanes& planes, size_t width, size_t height, Image& image,
     const size_t rowBytes = alignedRow(width * (kIsWide ? sizeof(uint16_t) : 1));
     const size_t planeBytes = rowBytes * graph->outputRows;
     const size_t temporaryBytes = alignedRow(graph->temporaryBytes);
-    uint8_t* const memory =
-        ScratchMemory::take(ScratchMemory::Use::Scaler, temporaryBytes + planes.count * planeBytes);
+    uint8_t* const memory = ScratchMemory::take(ScratchMemory::Use::Scaler, temporaryBytes + planes.count * planeBytes);
     if (!memory)
         return false;
 

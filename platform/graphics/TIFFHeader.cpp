@@ -14,6 +14,8 @@ namespace {
 constexpr size_t kEntryBytes = 12;
 constexpr uint16_t kTypeShort = 3;
 constexpr uint16_t kTypeRational = 5;
+constexpr uint32_t kColorFilterArray = 32803;
+constexpr uint32_t kLinearRaw = 34892;
 
 class Reader {
 public:
@@ -70,6 +72,40 @@ public:
         return values;
     }
 
+    /// Its whole numbers, no more than so many.
+    std::vector<uint32_t> integers(std::span<const uint8_t> entry, size_t most) const
+    {
+        const size_t count = std::min<size_t>(number32(entry, 4).value_or(0), most);
+        if (count <= 1)
+            return {integer(entry)};
+        const auto read = bytes(number32(entry, 8).value_or(0), 4 * count);
+        std::vector<uint32_t> values;
+        for (size_t i = 0; i < count; ++i)
+            values.push_back(number32(read, 4 * i).value_or(0));
+        return values;
+    }
+
+    std::vector<uint8_t> entries(size_t directory) const
+    {
+        const auto count = number16(bytes(directory, 2), 0);
+        return bytes(directory + 2, count.value_or(0) * kEntryBytes);
+    }
+
+    /// Whether the directory's picture is of a sensor's own colours.
+    bool isOfSensor(size_t directory) const
+    {
+        const auto all = entries(directory);
+        for (size_t offset = 0; offset + kEntryBytes <= all.size(); offset += kEntryBytes) {
+            const auto entry = std::span(all).subspan(offset, kEntryBytes);
+            if (number16(entry, 0) == 262)
+                return integer(entry) == kColorFilterArray || integer(entry) == kLinearRaw;
+        }
+        return false;
+    }
+
+    /// The mark that one maker puts behind the header, whose raw picture does not say what it is.
+    bool hasRawMark() const { return bytes(8, 3) == std::vector<uint8_t>{'C', 'R', 2}; }
+
 private:
     const ImageFile& file_;
     bool isLittleEndian_ = false;
@@ -90,6 +126,7 @@ std::optional<TIFFHeader> readTIFFHeader(const ImageFile& file)
     const auto entries = reader.bytes(size_t{*directory} + 2, *count * kEntryBytes);
 
     TIFFHeader header;
+    header.isCameraRaw = reader.hasRawMark();
     std::vector<double> resolution;
     uint32_t unit = 2;
     for (size_t offset = 0; offset + kEntryBytes <= entries.size(); offset += kEntryBytes) {
@@ -107,6 +144,7 @@ std::optional<TIFFHeader> readTIFFHeader(const ImageFile& file)
             break;
         case 262:
             header.hasColorDifferences = reader.integer(entry) == 6;
+            header.isCameraRaw = header.isCameraRaw || reader.isOfSensor(*directory);
             break;
         case 274:
             if (const uint32_t value = reader.integer(entry); value >= 1 && value <= 8)
@@ -117,6 +155,15 @@ std::optional<TIFFHeader> readTIFFHeader(const ImageFile& file)
             break;
         case 296:
             unit = reader.integer(entry);
+            break;
+        case 330:
+            // Previews and the raw picture; real files have up to four.
+            for (const uint32_t place : reader.integers(entry, 8))
+                header.isCameraRaw = header.isCameraRaw || reader.isOfSensor(place);
+            break;
+        case 50706:
+            // The version of a format for all cameras.
+            header.isCameraRaw = true;
             break;
         case 532:
             if (const auto values = reader.rationals(entry, header.reference.size()); !values.empty())

@@ -17,6 +17,9 @@ struct TIFFHeader {
     bool hasColorDifferences = false;
     /// What stands for black and white in brightness, and for none and most in each difference.
     std::array<double, 6> reference = {0, 255, 128, 255, 128, 255};
+    /// What a camera's sensor saw, to be developed by a program that knows the camera; the picture of the directory is
+    /// no more than a preview, or no picture.
+    bool isCameraRaw = false;
     std::optional<int> orientation;
     std::optional<double> dpi;
 };

@@ -121,8 +121,14 @@ Bytes heifBytes(const std::vector<Picture>& tiles, const HEIFOptions& options)
                                                         number(options.transfer, 2), number(6, 2), number(0x80, 1)})));
     if (!options.colorProfile.empty())
         ofPrimary.push_back(properties.add(box("colr", {text("prof"), options.colorProfile})));
+    if (options.shownWidth)
+        ofPrimary.push_back(
+            properties.add(box("clap", {number(options.shownWidth, 4), number(1, 4), number(options.shownHeight, 4),
+                                        number(1, 4), number(0, 4), number(1, 4), number(0, 4), number(1, 4)})));
     if (options.quarterTurns)
         ofPrimary.push_back(properties.add(box("irot", {number(options.quarterTurns, 1)})));
+    if (options.mirror)
+        ofPrimary.push_back(properties.add(box("imir", {number(*options.mirror, 1)})));
 
     std::vector<Bytes> items;
     std::vector<Bytes> associations;

@@ -18,6 +18,11 @@ struct HEIFOptions {
     unsigned height = 0;
     /// Quarters to the left that the container turns the picture by.
     unsigned quarterTurns = 0;
+    /// Whether the container exchanges top and bottom (0) or left and right (1), after turning.
+    std::optional<unsigned> mirror = {};
+    /// Of the width and height that is shown, about the middle, before turning; 0 for all.
+    unsigned shownWidth = 0;
+    unsigned shownHeight = 0;
     /// Numbers of ITU-T H.273, written where they are given.
     std::optional<unsigned> primaries = {};
     unsigned transfer = 13;

@@ -29,8 +29,8 @@ void put16(std::vector<uint8_t>& bytes, unsigned value)
 std::vector<uint8_t> withSegments(const unsigned char* jpeg, size_t length, const JPEGOptions& options)
 {
     std::vector<uint8_t> bytes = {0xFF, 0xD8};
-    if (options.orientation) {
-        const auto exif = exifBytes(*options.orientation);
+    if (options.orientation || !options.exif.empty()) {
+        const auto exif = options.orientation ? exifBytes(*options.orientation) : options.exif;
         bytes.insert(bytes.end(), {0xFF, 0xE1});
         put16(bytes, static_cast<unsigned>(exif.size() + 2));
         bytes.insert(bytes.end(), exif.begin(), exif.end());
@@ -160,6 +160,36 @@ std::vector<uint8_t> exifBytes(int orientation)
             0,
             0,
             0};
+}
+
+std::vector<uint8_t> colorSpaceEXIFBytes(unsigned space, const std::string& index)
+{
+    std::vector<uint8_t> bytes = {'E', 'x', 'i', 'f', 0, 0, 'M', 'M', 0, 42, 0, 0, 0, 8};
+    const auto put = [&](unsigned tag, unsigned type, unsigned count, uint32_t value) {
+        put16(bytes, tag);
+        put16(bytes, type);
+        put16(bytes, 0);
+        put16(bytes, count);
+        put16(bytes, value >> 16);
+        put16(bytes, value & 0xFFFF);
+    };
+    // Three folders one behind the other, each with its number of entries in front and no next one.
+    put16(bytes, 1);
+    put(0x8769, 4, 1, 26);
+    put16(bytes, 0);
+    put16(bytes, 0);
+    put16(bytes, 2);
+    put(0xA001, 3, 1, space << 16);
+    put(0xA005, 4, 1, 56);
+    put16(bytes, 0);
+    put16(bytes, 0);
+    put16(bytes, 1);
+    put(0x0001, 2, 4,
+        static_cast<uint32_t>(index[0]) << 24 | static_cast<uint32_t>(index[1]) << 16 |
+            static_cast<uint32_t>(index[2]) << 8);
+    put16(bytes, 0);
+    put16(bytes, 0);
+    return bytes;
 }
 
 void writeFile(const std::string& path, const std::vector<uint8_t>& bytes)

@@ -49,6 +49,8 @@ struct JPEGOptions {
     /// EXIF orientation.
     std::optional<int> orientation = {};
     std::vector<uint8_t> colorProfile = {};
+    /// In the place of the orientation's.
+    std::vector<uint8_t> exif = {};
 };
 
 std::vector<uint8_t> jpegBytes(const Picture& picture, const JPEGOptions& options = {});
@@ -56,6 +58,8 @@ std::vector<uint8_t> jpegBytes(const Picture& picture, const JPEGOptions& option
 std::vector<uint8_t> inkJPEGBytes(const Picture& picture);
 /// A TIFF structure of one entry, with "Exif\0\0" in front.
 std::vector<uint8_t> exifBytes(int orientation);
+/// The same of a camera's colour space and the index of its folder of interoperability, three letters.
+std::vector<uint8_t> colorSpaceEXIFBytes(unsigned space, const std::string& index);
 
 void writeFile(const std::string& path, const std::vector<uint8_t>& bytes);
 std::vector<uint8_t> readFile(const std::string& path);

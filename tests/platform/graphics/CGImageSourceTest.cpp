@@ -1,5 +1,6 @@
 #include "platform/graphics/CGImageSource.h"
 
+#include "platform/graphics/ImageScaler.h"
 #include "tests/platform/graphics/TestProfiles.h"
 #include "tests/support/TestHEIF.h"
 #include "tests/support/TestPicture.h"
@@ -9,6 +10,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cmath>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -594,7 +596,136 @@ TEST_F(CGImageSourceTest, ConvertsThePrimariesThatAHEICNames)
     test::expectColor(*usual, 32, 32, {90, 140, 200}, kLossy, "sRGB");
 }
 
+TEST_F(CGImageSourceTest, TakesAdobeRGBFromEXIFAlone)
+{
+    const auto exif = test::colorSpaceEXIFBytes(65535, "R03");
+    // By the matrices of the two standards.
+    const Color expected = {233, 35, 35};
+    const test::Picture picture = test::plain(64, 64, {200, 40, 40});
+    const auto image = thumbnail(file("a.jpg", test::jpegBytes(picture, {.exif = exif})), 32);
+    ASSERT_NE(image, nullptr);
+    test::expectColor(*image, 16, 16, expected, kLossy);
+    // A profile is more than a mark.
+    const auto profiled =
+        thumbnail(file("b.jpg", test::jpegBytes(picture, {.colorProfile = test::srgbProfile(), .exif = exif})), 32);
+    ASSERT_NE(profiled, nullptr);
+    test::expectColor(*profiled, 16, 16, {200, 40, 40}, kLossy);
+}
+
+TEST_F(CGImageSourceTest, DecodesDrawingsAsIfInFull)
+{
+    // Lines of two pixels in boxes of eleven: decoded at a half, each block keeps a veil of its waves. The reference is
+    // the same file decoded in full, scaled by the same scaler.
+    test::Picture lines = test::plain(1200, 800, {250, 250, 250});
+    for (size_t y = 0; y < lines.height; ++y)
+        for (size_t x = 0; x < lines.width; ++x)
+            if ((x + y / 3) % 11 < 2 || (y + x / 5) % 11 < 2)
+                std::fill_n(lines.at(x, y), 3, uint8_t{10});
+    const auto path = file("a.jpg", test::jpegBytes(lines));
+    const auto whole = thumbnail(path);
+    const auto image = thumbnail(path, 520);
+    expectSize(image, 520, 347);
+    platform::CGImage reference;
+    ASSERT_TRUE(platform::scaleImage(*whole, image->width, image->height, reference));
+    double sum = 0;
+    for (size_t y = 0; y < image->height; ++y)
+        for (size_t x = 0; x < image->width; ++x)
+            sum += std::pow(test::pixel(*image, x, y)[1] - test::pixel(reference, x, y)[1], 2);
+    const double mean = sum / static_cast<double>(image->width * image->height);
+    // At a half it would be 22 decibels; the two ways of scaling clip and round at different places.
+    EXPECT_GT(10 * std::log10(255.0 * 255.0 / std::max(mean, 1e-9)), 33);
+}
+
+// Containers
+
+TEST_F(CGImageSourceTest, MirrorsAHEIC)
+{
+    const auto topDown = thumbnail(file("a.heic", test::heifBytes({test::quadrants(400, 300)}, {.mirror = 0})));
+    expectSize(topDown, 400, 300);
+    expectQuadrants(topDown, {kBlue, kWhite, kRed, kGreen}, kLossy, "top and bottom exchanged");
+    const auto sideways = thumbnail(file("b.heic", test::heifBytes({test::quadrants(400, 300)}, {.mirror = 1})));
+    expectQuadrants(sideways, {kGreen, kRed, kWhite, kBlue}, kLossy, "left and right exchanged");
+    const auto turned =
+        thumbnail(file("c.heic", test::heifBytes({test::quadrants(400, 300)}, {.quarterTurns = 1, .mirror = 1})));
+    expectSize(turned, 300, 400);
+    // A quarter to the left gives green, white, red, blue.
+    expectQuadrants(turned, {kWhite, kGreen, kBlue, kRed}, kLossy, "turned, then mirrored");
+}
+
+TEST_F(CGImageSourceTest, ShowsTheCleanPartOfAHEIC)
+{
+    // A tenth is cut off on each side, so that the quarters stay; the frame of 40 pixels around is white.
+    test::Picture framed = test::plain(400, 300, {255, 255, 255});
+    const test::Picture inner = test::quadrants(320, 220);
+    for (size_t y = 0; y < inner.height; ++y)
+        std::copy_n(inner.at(0, y), inner.width * 3, framed.at(40, 40 + y));
+    const auto path = file("a.heic", test::heifBytes({framed}, {.shownWidth = 320, .shownHeight = 220}));
+    const auto found = properties(path);
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->pixelWidth, 320u);
+    EXPECT_EQ(found->pixelHeight, 220u);
+    const auto image = thumbnail(path);
+    expectSize(image, 320, 220);
+    expectQuadrants(image, kUpright, kLossy, "clean part");
+    test::expectColor(*image, 4, 4, kRed, 2 * kLossy);
+    test::expectColor(*image, 315, 215, kWhite, 2 * kLossy);
+    const auto turned = thumbnail(
+        file("b.heic", test::heifBytes({framed}, {.quarterTurns = 1, .shownWidth = 320, .shownHeight = 220})));
+    expectSize(turned, 220, 320);
+    expectQuadrants(turned, {kGreen, kWhite, kRed, kBlue}, kLossy, "cut, then turned");
+}
+
 // Bad input
+
+TEST_F(CGImageSourceTest, RefusesRawFilesOfCamerasByTheirContent)
+{
+    const auto tiff = [](const std::vector<std::array<uint32_t, 3>>& entries, const std::vector<uint8_t>& behind = {}) {
+        std::vector<uint8_t> bytes = {'I', 'I', 42, 0, 16, 0, 0, 0};
+        bytes.insert(bytes.end(), behind.begin(), behind.end());
+        bytes.resize(16);
+        const auto put = [&](uint32_t value, int length) {
+            for (int i = 0; i < length; ++i)
+                bytes.push_back(static_cast<uint8_t>(value >> (8 * i)));
+        };
+        put(static_cast<uint32_t>(entries.size()), 2);
+        for (const auto& [tag, count, value] : entries) {
+            put(tag, 2);
+            put(4, 2);
+            put(count, 4);
+            put(value, 4);
+        }
+        put(0, 4);
+        // A second directory at 68 behind one of four entries: a sensor's picture.
+        put(1, 2);
+        put(262, 2);
+        put(4, 2);
+        put(1, 4);
+        put(32803, 4);
+        return bytes;
+    };
+    const std::vector<std::array<uint32_t, 3>> preview = {{256, 1, 160}, {257, 1, 120}, {262, 1, 2}};
+    auto withRaw = preview;
+    withRaw.push_back({330, 1, 16 + 2 + 4 * 12 + 4});
+    auto ofAllCameras = preview;
+    ofAllCameras.push_back({50706, 4, 0x00000401});
+    const std::vector<std::pair<std::string, std::vector<uint8_t>>> rows = {
+        {"a.nef", tiff(withRaw)},
+        {"b.pef", tiff({{256, 1, 160}, {257, 1, 120}, {262, 1, 32803}})},
+        {"c.dng", tiff(ofAllCameras)},
+        {"d.cr2", tiff(preview, {'C', 'R', 2, 0})},
+        {"e.raf", {'F', 'U', 'J', 'I', 'F', 'I', 'L', 'M', 'C', 'C', 'D', '-', 'R', 'A', 'W', ' '}},
+        {"f.orf", {'I', 'I', 'R', 'O', 8, 0, 0, 0}},
+        {"g.rw2", {'I', 'I', 'U', 0, 8, 0, 0, 0}},
+        {"h.cr3", {0, 0, 0, 24, 'f', 't', 'y', 'p', 'c', 'r', 'x', ' '}},
+    };
+    for (const auto& [name, bytes] : rows) {
+        NSError error;
+        EXPECT_EQ(CGImageSource::createWithURL(test::url(file(name, bytes)), &error), nullptr) << name;
+        EXPECT_EQ(error.localizedDescription,
+                  name + " is a camera's raw file, which has to be developed and saved as a picture");
+    }
+    EXPECT_NE(CGImageSource::createWithURL(test::url(file("i.tif", tiff(preview)))), nullptr) << "a usual file";
+}
 
 TEST_F(CGImageSourceTest, ShowsWhatCouldBeDecodedOfATruncatedJPEG)
 {

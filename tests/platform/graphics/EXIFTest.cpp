@@ -45,6 +45,20 @@ TEST(EXIF, ReadsTheResolutionInInchesAndCentimetres)
     EXPECT_EQ(parseEXIF(bytes).dpi, std::nullopt);
 }
 
+TEST(EXIF, TellsAdobeRGBByTheMarkOfInteroperabilityWhereTheSpaceIsNotSRGB)
+{
+    EXPECT_TRUE(parseEXIF(test::colorSpaceEXIFBytes(65535, "R03")).isAdobeRGB);
+    EXPECT_FALSE(parseEXIF(test::colorSpaceEXIFBytes(65535, "R98")).isAdobeRGB);
+    EXPECT_FALSE(parseEXIF(test::colorSpaceEXIFBytes(1, "R03")).isAdobeRGB);
+    EXPECT_FALSE(parseEXIF(test::exifBytes(6)).isAdobeRGB);
+    const auto whole = test::colorSpaceEXIFBytes(65535, "R03");
+    for (size_t length = 0; length < whole.size(); ++length) {
+        const std::vector<uint8_t> part(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
+        // Only behind the mark stands what may be missing: the place of a next folder.
+        EXPECT_EQ(parseEXIF(part).isAdobeRGB, length + 4 >= whole.size()) << length;
+    }
+}
+
 TEST(EXIF, SurvivesBeingCutOffAnywhere)
 {
     const auto whole = test::exifBytes(6);

@@ -152,6 +152,25 @@ TEST(RowCollector, AveragesSquaresOfLargePictures)
     }
 }
 
+TEST(RowCollector, KeepsSixteenBits)
+{
+    // A ramp of 300 numbers of 16 bits, which 8 bits know as two, at its own size and averaged in squares.
+    constexpr size_t kSide = 300;
+    for (const size_t wanted : {kSide, kSide / 5}) {
+        RowCollector rows({kSide, kSide}, 3, false, {wanted, wanted}, 16);
+        std::vector<uint16_t> row;
+        for (size_t x = 0; x < kSide; ++x)
+            row.insert(row.end(), 3, static_cast<uint16_t>(30000 + x));
+        for (size_t y = 0; y < kSide; ++y)
+            rows.addRow(row.data());
+        WideImage image;
+        ASSERT_TRUE(scalePlanes(rows.planes(), wanted, wanted, image));
+        const double scale = static_cast<double>(kSide) / static_cast<double>(wanted);
+        for (size_t x = 4; x + 4 < wanted; ++x)
+            EXPECT_NEAR(image.row(wanted / 2)[4 * x + 2], 30000 + (static_cast<double>(x) + 0.5) * scale - 0.5, 2) << x;
+    }
+}
+
 TEST(RowCollector, LeavesRowsThatNeverCameBlack)
 {
     const test::Picture picture = test::plain(40, 40, test::kWhite);
