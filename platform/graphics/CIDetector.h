@@ -25,8 +25,8 @@ public:
 
     virtual ~CIDetector() = default;
 
-    /// The bounds of each face from hairline to chin, inside the image and in its pixels; the origin is its lower left
-    /// corner. The surest first.
+    /// The bounds of each face from the crown of its head to its chin, inside the image and in its pixels; the origin
+    /// is its lower left corner. The surest first.
     virtual std::vector<CGRect> featuresInImage(const CGImage& image) = 0;
 };
 

@@ -25,9 +25,9 @@ inline CGRect fromTop(double x, double y, double width, double height, double pi
     return {{x, pictureHeight - y - height}, {width, height}};
 }
 
-/// 512 x 512, with one face.
-inline const CGRect kAstronautFace = fromTop(178, 65, 91, 111, 512);
-inline const CGRect kCameraFace = fromTop(198, 114, 60, 83, 512);
+/// 512 x 512, with one face: from the crown of the head, hair and all, to the chin.
+inline const CGRect kAstronautFace = fromTop(178, 18, 91, 158, 512);
+inline const CGRect kCameraFace = fromTop(198, 86, 60, 111, 512);
 
 inline CGImage photo(const std::string& name)
 {
