@@ -1,6 +1,7 @@
 #include "platform/media/AVAssetWriterEncoder.h"
 #include "platform/media/AVAssetWriterPixelConverter.h"
 #include "platform/media/FFmpegHandles.h"
+#include "platform/media/SequenceHeader.h"
 
 #include <algorithm>
 #include <array>
@@ -13,6 +14,7 @@ extern "C" {
 #include <libavutil/dict.h>
 #include <libavutil/frame.h>
 #include <libavutil/imgutils.h>
+#include <libavutil/mem.h>
 }
 
 namespace platform {
@@ -123,8 +125,8 @@ public:
         context.pix_fmt = recipe.pixelFormat;
         context.profile = recipe.profile;
         context.codec_tag = tagOf(recipe.codec);
-        // The movie's times are the file's business. The encoder gets the rate from which it derives a level that
-        // every player of such a size knows.
+        // The movie's times are the file's business, and the header does not tell of them. The encoder gets the rate
+        // from which it derives a level that every player of such a size knows.
         context.time_base = {1, 25};
         context.framerate = {25, 1};
         context.sample_aspect_ratio = {1, 1};
@@ -152,6 +154,8 @@ public:
             return refuse("its encoder knows no option " + unknownKey);
         if (avcodec_parameters_from_context(parameters_.get(), &context) < 0)
             return refuse("no memory");
+        if ((codec->id == AV_CODEC_ID_H264 || codec->id == AV_CODEC_ID_HEVC) && !leaveOutTiming())
+            return refuse("its header cannot be changed");
 
         converter_ = AVAssetWriterPixelConverter::create(width, height, recipe.layout, error);
         if (!converter_)
@@ -205,6 +209,25 @@ public:
     const AVCodecParameters& parameters() const override { return *parameters_; }
 
 private:
+    /// Some players believe it more than the file, and end a movie after so short a last picture. One of the encoders
+    /// cannot be told to leave it out, and the other writes a broken header then.
+    bool leaveOutTiming()
+    {
+        const auto header = headerWithoutTiming(
+            context_->codec_id == AV_CODEC_ID_H264 ? SequenceHeaderKind::H264 : SequenceHeaderKind::HEVC,
+            {parameters_->extradata, static_cast<size_t>(std::max(0, parameters_->extradata_size))});
+        if (!header)
+            return false;
+        auto* const bytes = static_cast<uint8_t*>(av_mallocz(header->size() + AV_INPUT_BUFFER_PADDING_SIZE));
+        if (!bytes)
+            return false;
+        std::copy(header->begin(), header->end(), bytes);
+        av_freep(&parameters_->extradata);
+        parameters_->extradata = bytes;
+        parameters_->extradata_size = static_cast<int>(header->size());
+        return true;
+    }
+
     bool takeFrame()
     {
         frame_->width = context_->width;

@@ -27,7 +27,9 @@ namespace platform {
 namespace {
 
 using testing::Contains;
+using testing::ContainsRegex;
 using testing::HasSubstr;
+using testing::Not;
 using testmovie::Color;
 using testmovie::makeFrame;
 using testmovie::makePlainFrame;
@@ -242,6 +244,21 @@ TEST_F(AVAssetWriterTest, CodesHEVCSoThatHardwarePlayersTakeIt)
     write("hvc1", 2, 30000, 640, 360);
     EXPECT_EQ(testmovie::probe(url.path(), "stream=codec_tag_string,profile,pix_fmt,has_b_frames"),
               (std::vector<std::string>{"Main,hvc1,0,yuv420p"}));
+}
+
+TEST_F(AVAssetWriterTest, ClaimsNoFrameRateInItsHeaders)
+{
+    for (const char* const codec : {"avc1", "hvc1"}) {
+        NSFileManager::defaultManager().removeItemAtURL(url);
+        write(codec, 2, 30000, 640, 360);
+        const std::string trace = testmovie::outputOf("ffmpeg -v verbose -i " + testmovie::quoted(url.path()) +
+                                                      " -c copy -bsf:v trace_headers -f null - 2>&1");
+        // The bitstream filter reads all of the header, so that what comes after the flag is in its place.
+        EXPECT_THAT(trace, ContainsRegex("timing_info_present_flag +0 = 0")) << codec;
+        EXPECT_THAT(trace, Not(ContainsRegex("timing_info_present_flag +1 = 1"))) << codec;
+        EXPECT_THAT(trace, ContainsRegex("bitstream_restriction_flag +[01] = ")) << codec;
+        EXPECT_THAT(trace, Not(HasSubstr("num_units_in_tick"))) << codec;
+    }
 }
 
 TEST_F(AVAssetWriterTest, GivesNeighbouringH264FramesDifferentIdentifiers)
