@@ -63,7 +63,63 @@ void checkPictures(const MediaTrackReport& pictures, const ExpectedMovie& expect
             fmt::format("its codec is \"{}\" instead of \"{}\"", printable(pictures.codec), expected.codec));
 }
 
+/// Where a picture, or a part of one, ends.
+platform::CMTime endOf(const platform::MediaSample& sample)
+{
+    return CMTimeAdd(sample.presentationTime, sample.duration);
+}
+
+/// Whether parts from `at` on make up a picture; `at` then is behind them.
+bool isMadeUp(const platform::MediaSample& picture, const std::vector<platform::MediaSample>& parts,
+              platform::CMTime longest, size_t& at)
+{
+    platform::CMTime time = picture.presentationTime;
+    do {
+        if (at == parts.size() || CMTimeCompare(parts[at].presentationTime, time) != 0 ||
+            CMTimeCompare(parts[at].duration, longest) > 0 || parts[at].size != picture.size ||
+            parts[at].isKeyFrame != picture.isKeyFrame)
+            return false;
+        time = endOf(parts[at++]);
+    } while (CMTimeCompare(time, endOf(picture)) < 0);
+    return CMTimeCompare(time, endOf(picture)) == 0;
+}
+
+bool isSameSound(const MediaTrackReport& one, const MediaTrackReport& other)
+{
+    return CMTimeCompare(one.end, other.end) == 0 &&
+           std::equal(one.samples.begin(), one.samples.end(), other.samples.begin(), other.samples.end(),
+                      [](const platform::MediaSample& a, const platform::MediaSample& b) {
+                          return CMTimeCompare(a.presentationTime, b.presentationTime) == 0 && a.size == b.size;
+                      });
+}
+
 } // namespace
+
+std::vector<std::string> findFaultsOfRepetition(const platform::MediaReport& repeated,
+                                                const platform::MediaReport& movie, platform::CMTime longest)
+{
+    std::vector<std::string> faults;
+    const MediaTrackReport* const parts = trackOfType(repeated, "vide");
+    const MediaTrackReport* const pictures = trackOfType(movie, "vide");
+    if (!parts || !pictures)
+        return {"its pictures are gone"};
+    size_t at = 0;
+    for (size_t i = 0; i < pictures->samples.size(); ++i)
+        if (!isMadeUp(pictures->samples[i], parts->samples, longest, at)) {
+            faults.push_back(fmt::format("picture {} is not repeated in its time", i + 1));
+            break;
+        }
+    if (faults.empty() && at < parts->samples.size())
+        faults.emplace_back("it shows more pictures than before they were repeated");
+    if (parts->codec != pictures->codec || parts->width != pictures->width || parts->height != pictures->height ||
+        CMTimeCompare(repeated.duration, movie.duration) != 0 || repeated.indexFirst != movie.indexFirst)
+        faults.emplace_back("it is of another form than before its pictures were repeated");
+    const MediaTrackReport* const sound = trackOfType(repeated, "soun");
+    const MediaTrackReport* const soundBefore = trackOfType(movie, "soun");
+    if (!sound != !soundBefore || (sound && !isSameSound(*sound, *soundBefore)))
+        faults.emplace_back("its sound is not as it was before its pictures were repeated");
+    return faults;
+}
 
 std::vector<std::string> findFaults(const platform::MediaReport& movie, const ExpectedMovie& expected)
 {

@@ -24,3 +24,10 @@ struct ExpectedMovie {
 ///
 /// @return one sentence for each thing that is off
 std::vector<std::string> findFaults(const platform::MediaReport& movie, const ExpectedMovie& expected);
+
+/// Compares a movie whose pictures were repeated with what it was made of: every picture begins and ends when it did,
+/// none lasts longer than `longest`, and all else is the same.
+///
+/// @return one sentence for each thing that is off
+std::vector<std::string> findFaultsOfRepetition(const platform::MediaReport& repeated,
+                                                const platform::MediaReport& movie, platform::CMTime longest);

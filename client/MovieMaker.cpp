@@ -11,11 +11,13 @@
 #include "platform/foundation/NSFileManager.h"
 #include "platform/foundation/NSString.h"
 #include "platform/media/MediaInspection.h"
+#include "platform/media/RepeatedPictures.h"
 #include "util/MORURLCategory.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <iterator>
 #include <limits>
 #include <map>
 #include <utility>
@@ -42,6 +44,10 @@ constexpr int kSilenceRateHz = 16000;
 
 /// How long a service that has answered may take to end by itself.
 constexpr milliseconds kGoodbye{2'000};
+
+/// For the web no picture lasts longer. A browser that is told of none for longer may show the next one early; so seen
+/// with pictures of a second and more, never with those of half a second.
+const platform::CMTime kLongestWebPicture = platform::CMTimeMake(1, 2);
 
 /// With less free space than this after a failure, the disk counts as full.
 constexpr double kFullDiskBytes = 4e6;
@@ -137,6 +143,8 @@ private:
     bool isSilentForTooLong(Clock::time_point now);
     MovieOutcome finish(Ending ending);
     MovieOutcome takeMovie(const platform::NSURL& made);
+    std::optional<platform::NSURL> repeatPictures(const platform::NSURL& made, const platform::MediaReport& report,
+                                                  std::vector<std::string>& faults);
     std::optional<platform::NSURL> locationOfSound(const PlannedSound& piece);
     void explainFailure(const Mailbox::Answer& answer);
     void endService();
@@ -470,6 +478,25 @@ void MovieMaker::Job::explainFailure(const Mailbox::Answer& answer)
                        "no movie was made; the rendering service gave no reason");
 }
 
+/// The movie for the web, read back as well; the one that was made if there is nothing to do.
+std::optional<platform::NSURL> MovieMaker::Job::repeatPictures(const platform::NSURL& made,
+                                                               const platform::MediaReport& report,
+                                                               std::vector<std::string>& faults)
+{
+    const auto repeated = platform::NSURL::fileURLWithPath(folder_->pathForFile("repeated.mov"), false);
+    const auto added = platform::repeatLongPictures(
+        made, kLongestWebPicture, repeated, [this] { return maker_.isCancelled(); }, &error_);
+    if (!added)
+        return std::nullopt;
+    if (*added == 0)
+        return made;
+    const auto repeatedReport = platform::inspectMedia(repeated, &error_);
+    if (!repeatedReport)
+        return std::nullopt;
+    std::ranges::move(findFaultsOfRepetition(*repeatedReport, report, kLongestWebPicture), std::back_inserter(faults));
+    return repeated;
+}
+
 /// Reads the movie back and gives it its place.
 MovieOutcome MovieMaker::Job::takeMovie(const platform::NSURL& made)
 {
@@ -486,6 +513,9 @@ MovieOutcome MovieMaker::Job::takeMovie(const platform::NSURL& made)
     if (!report)
         return failed();
     outcome.faults = findFaults(*report, expected);
+    const auto movie = request_.use == MovieUse::Web ? repeatPictures(made, *report, outcome.faults) : made;
+    if (!movie)
+        return maker_.isCancelled() ? cancelled() : failed();
 
     // A name may be taken between the look and the move, or by a link that leads nowhere, which the look does not see.
     for (int number = 1;; ++number) {
@@ -493,7 +523,7 @@ MovieOutcome MovieMaker::Job::takeMovie(const platform::NSURL& made)
         const platform::NSURL place = MORURLCategory::URLForNotOverridingURL(
             request_.saveFolder.URLByAppendingPathComponent(name + ".mov", false));
         platform::NSError error;
-        if (platform::NSFileManager::defaultManager().moveItemAtURL(made, place, &error)) {
+        if (platform::NSFileManager::defaultManager().moveItemAtURL(*movie, place, &error)) {
             outcome.kind = MovieOutcome::Kind::Made;
             outcome.movie = place;
             return outcome;

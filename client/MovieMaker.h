@@ -14,6 +14,13 @@
 #include <string>
 #include <vector>
 
+/// Where a movie is to be shown.
+enum class MovieUse {
+    Anywhere,
+    /// In web pages too: each photo is told of twice a second, since a browser may else show it early.
+    Web,
+};
+
 /// A movie that was planned and only needs making.
 struct MovieRequest {
     std::vector<PhotoFacts> photos;
@@ -30,6 +37,7 @@ struct MovieRequest {
     platform::NSURL saveFolder;
     /// The document that the movie is made of, if there is one; its name without the extension is the title.
     std::optional<platform::NSURL> document = {};
+    MovieUse use = MovieUse::Anywhere;
 };
 
 /// How far the service is.

@@ -47,5 +47,5 @@ int runCreateCommand(const CreateOptions& options)
                                         : "no photo can be used");
     const std::string title = options.title.value_or(titleForPhotos(checked.good));
     return command.makeMovie(std::move(checked.good), std::move(sounds.good), settingsOf(options), title, std::nullopt,
-                             options.saveFolder);
+                             options.saveFolder, options.use);
 }

@@ -100,6 +100,7 @@ std::string readMovieOptions(const CommandArguments& arguments, CreateOptions& o
     options.fitsMusic = arguments.has("fit-music");
     options.fillsSilence = !arguments.has("no-silence");
     options.reducesBorders = arguments.has("reduce-borders");
+    options.use = arguments.has("web") ? MovieUse::Web : MovieUse::Anywhere;
     options.skipsBad = arguments.has("skip-bad");
     options.isJSON = arguments.has("json");
     options.isQuiet = arguments.has("quiet");

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "client/MovieMaker.h"
 #include "client/MovieSettings.h"
 #include "client/SoundCheck.h"
 #include "client/command/Arguments.h"
@@ -29,6 +30,7 @@ struct CreateOptions {
     bool loopsSounds = false;
     bool fitsMusic = false;
     bool fillsSilence = true;
+    MovieUse use = MovieUse::Anywhere;
     bool isJSON = false;
     bool isQuiet = false;
     bool skipsBad = false;

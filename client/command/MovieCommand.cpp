@@ -118,7 +118,7 @@ int MovieCommand::refuseBadInput(const std::vector<BadInput>& photos, const std:
 int MovieCommand::makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFacts> sounds,
                             const MovieSettings& settings, const std::string& title,
                             const std::optional<platform::NSURL>& document,
-                            const std::optional<std::string>& saveFolder)
+                            const std::optional<std::string>& saveFolder, MovieUse use)
 {
     if (settings.codec != "avc1")
         note(fmt::format("browsers do not show the codec {}; avc1 plays everywhere", settings.codec));
@@ -147,7 +147,8 @@ int MovieCommand::makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFac
                                .reducesBorders = settings.reducesBorders,
                                .title = title,
                                .saveFolder = folder,
-                               .document = document};
+                               .document = document,
+                               .use = use};
     teller_.serviceStarts();
     const MovieOutcome outcome = maker_.makeMovie(request, teller_);
     terminal_.clearProgress();
@@ -187,6 +188,7 @@ int MovieCommand::finish(const MovieRequest& request, const MovieOutcome& outcom
     else
         result.addNull("fadeStart");
     result.add("width", static_cast<int64_t>(size.width)).add("height", static_cast<int64_t>(size.height));
-    result.add("codec", request.codec).add("bytes", static_cast<int64_t>(bytes)).add("faults", outcome.faults);
+    result.add("codec", request.codec).add("web", request.use == MovieUse::Web);
+    result.add("bytes", static_cast<int64_t>(bytes)).add("faults", outcome.faults);
     return succeed(path, result, outcome.faults.empty() ? kExitDone : kExitFaultyMovie);
 }

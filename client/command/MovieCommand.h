@@ -75,7 +75,7 @@ public:
     /// @param saveFolder nothing for the one that the user has chosen
     int makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFacts> sounds, const MovieSettings& settings,
                   const std::string& title, const std::optional<platform::NSURL>& document,
-                  const std::optional<std::string>& saveFolder);
+                  const std::optional<std::string>& saveFolder, MovieUse use);
     /// @}
 
 private:

@@ -76,6 +76,12 @@ struct Options {
         .name = "reduce-borders",
         .help = "let photos fill the frame, cropped around faces, instead of showing them whole with black borders",
     };
+    const Option web{
+        .name = "web",
+        .help = "show photos in their time in every browser, for a web page; without it Chromium may show them early",
+        .more = "Each photo is then told of at least twice a second, by the same bytes of the file: nothing is encoded "
+                "anew, and the file grows by eight bytes each time.",
+    };
     const Option title{
         .name = "title",
         .value = "NAME",
@@ -205,7 +211,7 @@ leaves nothing behind; a second one does not wait for the service's answer.
         .forms = {{.operands = "PHOTO|FOLDER...",
                    .offer = Offer::Photos,
                    .options = {&o.seconds, &o.quality, &o.codec, &o.soundtrack, &o.loop, &o.fitMusic, &o.noSilence,
-                               &o.reduceBorders, &o.title, &o.save, &o.skipBad, &o.events, &o.quiet}}},
+                               &o.reduceBorders, &o.web, &o.title, &o.save, &o.skipBad, &o.events, &o.quiet}}},
     };
 }
 
@@ -259,8 +265,8 @@ of the movie is kept in the document; what render is told holds for one movie.
                    .summary = "makes the movie, the same as 'stillora create' would",
                    .operands = "DOCUMENT",
                    .startsWithDocument = true,
-                   .options = {&o.seconds, &o.quality, &o.codec, &o.documentTitle, &o.save, &o.skipBadItems, &o.events,
-                               &o.quiet}}},
+                   .options = {&o.seconds, &o.quality, &o.codec, &o.web, &o.documentTitle, &o.save, &o.skipBadItems,
+                               &o.events, &o.quiet}}},
     };
 }
 

@@ -1,5 +1,6 @@
 #include "client/MovieCheck.h"
 
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -130,6 +131,63 @@ TEST(MovieCheck, NoticesAnIndexAtTheEnd)
     platform::MediaReport movie = movieOf(10, 30000);
     movie.indexFirst = false;
     EXPECT_THAT(findFaults(movie, expectedMovie()), ElementsAre(HasSubstr("index")));
+}
+
+/// Pictures of `hold` ticks each, and sound.
+platform::MediaReport heardMovieOf(size_t count, int64_t hold)
+{
+    platform::MediaReport movie = movieOf(count, hold);
+    movie.duration = ticks(static_cast<int64_t>(count) * hold);
+    movie.tracks.push_back(soundEndingAt(30));
+    return movie;
+}
+
+TEST(MovieCheck, FindsNothingOffWherePicturesAreRepeatedInTheirTime)
+{
+    EXPECT_THAT(findFaultsOfRepetition(heardMovieOf(60, 5000), heardMovieOf(10, 30000), ticks(5000)), IsEmpty());
+    // Parts that differ by a tick.
+    platform::MediaReport uneven = heardMovieOf(60, 5000);
+    uneven.tracks[0].samples[0].duration = ticks(4999);
+    uneven.tracks[0].samples[1].presentationTime = ticks(4999);
+    uneven.tracks[0].samples[1].duration = ticks(5001);
+    EXPECT_THAT(findFaultsOfRepetition(uneven, heardMovieOf(10, 30000), ticks(5001)), IsEmpty());
+    EXPECT_THAT(findFaultsOfRepetition(movieOf(60, 5000), movieOf(10, 30000), ticks(5000)), IsEmpty()) << "no sound";
+}
+
+TEST(MovieCheck, NoticesWhatRepeatingHasChanged)
+{
+    const platform::MediaReport movie = heardMovieOf(10, 30000);
+    const struct {
+        const char* fault;
+        std::function<void(platform::MediaReport&)> change;
+    } cases[] = {
+        {"picture 1 ", [](auto& repeated) { repeated.tracks[0].samples[2].duration = ticks(5001); }},
+        {"picture 2 ", [](auto& repeated) { repeated.tracks[0].samples[7].size = 999; }},
+        {"picture 3 ", [](auto& repeated) { repeated.tracks[0].samples[12].presentationTime = ticks(60001); }},
+        {"picture 4 ", [](auto& repeated) { repeated.tracks[0].samples[20].isKeyFrame = false; }},
+        {"picture 10 ", [](auto& repeated) { repeated.tracks[0].samples.pop_back(); }},
+        {"picture 10 ", [](auto& repeated) { repeated.tracks[0].samples.back().duration = ticks(4999); }},
+        {"more pictures",
+         [](auto& repeated) {
+             repeated.tracks[0].samples.push_back({ticks(300000), ticks(5000), 1000, true});
+         }},
+        {"another form", [](auto& repeated) { repeated.tracks[0].codec = "jpeg"; }},
+        {"another form", [](auto& repeated) { repeated.tracks[0].height = 718; }},
+        {"another form", [](auto& repeated) { repeated.duration = ticks(300001); }},
+        {"another form", [](auto& repeated) { repeated.indexFirst = false; }},
+        {"its sound", [](auto& repeated) { repeated.tracks.pop_back(); }},
+        {"its sound", [](auto& repeated) { repeated.tracks[1].samples[0].size = 11; }},
+        {"its sound", [](auto& repeated) { repeated.tracks[1].samples.clear(); }},
+        {"pictures are gone", [](auto& repeated) { repeated.tracks.erase(repeated.tracks.begin()); }},
+    };
+    for (const auto& each : cases) {
+        platform::MediaReport repeated = heardMovieOf(60, 5000);
+        each.change(repeated);
+        EXPECT_THAT(findFaultsOfRepetition(repeated, movie, ticks(5000)), ElementsAre(HasSubstr(each.fault)));
+    }
+    EXPECT_THAT(findFaultsOfRepetition(heardMovieOf(30, 10000), movie, ticks(5000)),
+                ElementsAre(HasSubstr("picture 1 ")))
+        << "too long";
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "client/MovieMaker.h"
 
 #include "client/ClientError.h"
+#include "platform/media/MediaInspection.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <chrono>
@@ -84,12 +85,12 @@ protected:
     }
 
     /// An H.264 movie of so many pictures, one second each.
-    void makeMovieFile(int pictures)
+    void makeMovieFile(int pictures, const std::string& references = "-g 1")
     {
         const std::string movie = other_.path("made.mov");
         const std::string command = "ffmpeg -v error -f lavfi -i testsrc=size=854x480:rate=1 -frames:v " +
-                                    std::to_string(pictures) +
-                                    " -c:v libx264 -g 1 -pix_fmt yuv420p -video_track_timescale 10000 -movflags "
+                                    std::to_string(pictures) + " -c:v libx264 " + references +
+                                    " -pix_fmt yuv420p -video_track_timescale 10000 -movflags "
                                     "+faststart " +
                                     movie;
         ASSERT_EQ(std::system(command.c_str()), 0);
@@ -183,6 +184,37 @@ TEST_F(MovieMakerTest, SaysWhatIsOffAboutTheMovie)
     const MovieOutcome outcome = make("makes");
     ASSERT_EQ(outcome.kind, Kind::Made);
     EXPECT_THAT(outcome.faults, ElementsAre(HasSubstr("5 pictures instead of 6")));
+}
+
+TEST_F(MovieMakerTest, RepeatsThePicturesOfAMovieForTheWeb)
+{
+    makeMovieFile(6);
+    setenv("PRETENDED_SERVICE", "makes", 1);
+    MovieRequest request = requestOf(6);
+    request.use = MovieUse::Web;
+    const MovieOutcome outcome = maker_.makeMovie(request, listener_);
+    ASSERT_EQ(outcome.kind, Kind::Made) << outcome.error.localizedDescription;
+    EXPECT_THAT(outcome.faults, IsEmpty());
+    EXPECT_EQ(outcome.movie->path(), save_.path("Trip v1.2.mov"));
+    EXPECT_THAT(save_.entries(), ElementsAre("Trip v1.2.mov"));
+    const auto report = platform::inspectMedia(*outcome.movie);
+    ASSERT_TRUE(report);
+    ASSERT_EQ(report->tracks[0].samples.size(), 12u);
+    for (size_t i = 0; i < 12; ++i)
+        EXPECT_EQ(report->tracks[0].samples[i].presentationTime.value, static_cast<int64_t>(i) * 5000);
+}
+
+TEST_F(MovieMakerTest, MakesNoMovieForTheWebWhosePicturesItCannotRepeat)
+{
+    // Pictures that need others, as the service makes none.
+    makeMovieFile(6, "-g 6 -bf 0");
+    setenv("PRETENDED_SERVICE", "makes", 1);
+    MovieRequest request = requestOf(6);
+    request.use = MovieUse::Web;
+    const MovieOutcome outcome = maker_.makeMovie(request, listener_);
+    EXPECT_EQ(outcome.kind, Kind::Failed);
+    EXPECT_THAT(outcome.error.localizedDescription, HasSubstr("no key frame"));
+    EXPECT_THAT(save_.entries(), IsEmpty());
 }
 
 TEST_F(MovieMakerTest, DoesNotBelieveInAMovieThatIsNotThere)

@@ -110,6 +110,21 @@ class CodecTest(stillora.TestCase):
                 self.assertEqual(hold_times(movie), [(float(i), 1.0) for i in range(6)])
                 self.assertEqual(stillora.decoded_frames(movie), 6)
 
+    def test_a_movie_for_the_web_shows_the_same_pictures_twice_a_second(self):
+        for name in ("avc1", "hvc1", "jpeg"):
+            with self.subTest(name):
+                options = ("--codec", name, "--quality", "240", "--seconds", "1.7", *self.photos)
+                plain = self.made_movie(self.create("--title", f"{name} plain", *options))
+                web = self.made_movie(self.create("--title", f"{name} web", "--web", *options))
+                self.assertEqual(hold_times(web), [(round(i * 0.425, 3), 0.425) for i in range(24)])
+                hashes = lambda movie: stillora.packet_hashes(movie, "v")
+                self.assertEqual(hashes(web), [each for each in hashes(plain) for _ in range(4)])
+                self.assertEqual(stillora.packet_hashes(web, "a"), stillora.packet_hashes(plain, "a"))
+                self.assertEqual(probe(web)["format"]["duration"], probe(plain)["format"]["duration"])
+                self.assertEqual(stillora.decoded_frames(web), 24)
+                # What comes to it is in its index.
+                self.assertLess(web.stat().st_size, plain.stat().st_size + 18 * 8 + 100)
+
     def test_the_index_stands_before_the_media(self):
         movie = self.made_movie(self.create("--quality", "240", *self.photos))
         data = movie.read_bytes()

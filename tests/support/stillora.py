@@ -195,6 +195,12 @@ def hold_times(movie):
     return [(float(p["pts_time"]), float(p["duration_time"])) for p in probe(movie)["pictures"]]
 
 
+def packet_hashes(movie, kind):
+    """A hash of each packet's bytes of the tracks of one kind ("v" or "a"), in the order in which they are stored."""
+    return run("ffprobe", "-v", "error", "-select_streams", kind, "-show_data_hash", "MD5", "-show_entries",
+               "packet=data_hash", "-of", "csv=p=0", movie).decode().split()
+
+
 def frame(movie, number, width=32, height=18):
     """One frame in small, as bytes of red, green and blue."""
     return run("ffmpeg", "-v", "error", "-i", movie, "-vf", f"select=eq(n\\,{number}),scale={width}:{height}", "-frames:v",

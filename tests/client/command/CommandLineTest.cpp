@@ -135,6 +135,12 @@ TEST(CommandLine, ReadsTheOptionsOfSound)
     EXPECT_TRUE(created({"create", "a", "--soundtrack", "s", "--fit-music"}).fitsMusic);
 }
 
+TEST(CommandLine, ReadsWhereAMovieIsToBeShown)
+{
+    EXPECT_EQ(created({"create", "a"}).use, MovieUse::Anywhere);
+    EXPECT_EQ(created({"create", "a", "--web"}).use, MovieUse::Web);
+}
+
 TEST(CommandLine, RefusesWhatItCannotUseAndSaysWhy)
 {
     const struct {
@@ -201,7 +207,7 @@ TEST(CommandLine, ShowsEveryOptionAndExitStatusInTheHelp)
         EXPECT_EQ(answer.exitStatus, 0);
         for (const char* option : {"--seconds", "--quality", "--codec", "--reduce-borders", "--title", "--save",
                                    "--skip-bad", "--soundtrack FILE[@START-END]", "--loop", "--fit-music",
-                                   "--no-silence", "--json", "--quiet", "--help", "default 4"})
+                                   "--no-silence", "--web", "--json", "--quiet", "--help", "default 4"})
             EXPECT_THAT(answer.text, HasSubstr(option));
         for (const char* status : {"\n  0 ", "\n  1 ", "\n  2 ", "\n  3 ", "\n  4 ", "\n  5 ", "130"})
             EXPECT_THAT(answer.text, HasSubstr(status));

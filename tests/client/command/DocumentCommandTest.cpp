@@ -99,11 +99,14 @@ TEST(DocumentOptions, AreRefusedWithTheReason)
     EXPECT_THAT(refused(parseDocumentRender({})), HasSubstr("no document was given"));
     EXPECT_THAT(refused(parseDocumentRender({"a", "--save", ""})), HasSubstr("--save takes the path of a folder"));
     EXPECT_THAT(refused(parseDocumentRender({"a", "--loop"})), HasSubstr("--loop"));
+    EXPECT_THAT(refused(parseDocumentNew({"a", "b.jpg", "--web"})), HasSubstr("--web")) << "a document does not keep it";
 }
 
 TEST(DocumentOptions, OfRenderTellWhatWasGiven)
 {
     const auto plain = taken(parseDocumentRender({"Rome.stillora"}));
+    EXPECT_EQ(plain.movie.use, MovieUse::Anywhere);
+    EXPECT_EQ(taken(parseDocumentRender({"Rome", "--web"})).movie.use, MovieUse::Web);
     EXPECT_FALSE(plain.movie.seconds || plain.movie.isQualityGiven || plain.movie.isCodecGiven || plain.movie.title);
     const auto full = taken(parseDocumentRender({"Rome", "--quality", "auto", "--codec", "jpeg", "--save", "out"}));
     EXPECT_TRUE(full.movie.isQualityGiven && full.movie.isCodecGiven);
