@@ -21,6 +21,7 @@ gi.require_version("GdkPixbuf", "2.0")
 from gi.repository import GdkPixbuf  # noqa: E402
 
 import mark as marks  # noqa: E402
+import timeline  # noqa: E402
 from screen import HEIGHT, WIDTH, Screen  # noqa: E402
 
 PAGE = Path(__file__).with_name("page.html")
@@ -166,7 +167,7 @@ class Browser:
         """Samples of (seconds, mark) while it plays, and the time of its end; as the page sees its own picture."""
         self.wait_for("return player.record.error || player.record.ended !== null", movie.length + 30)
         record = self.run("return player.record")
-        return record["samples"], record["ended"]
+        return timeline.Clock(map(tuple, record["clock"])).told(record["samples"], record["ended"])
 
     def seek(self, movie, places):
         """Goes to places of (seconds, mark), and gives for each None or what is wrong."""
@@ -237,7 +238,12 @@ class Chromium(Browser):
         """As it stands on the screen."""
         self.wait_for("return player.record.error || player.record.samples.length", 30)
         is_over = lambda: self.run("return player.record.error || player.record.ended !== null")
-        return self.screen.watch(is_over, movie.length + 30, self.kept and self.kept / movie.name)
+        samples, _ = self.screen.watch(is_over, movie.length + 30, self.kept and self.kept / movie.name)
+        record = self.run("return player.record")
+        # From the page's time to that of the screen's samples.
+        origin = record["origin"] + time.monotonic() - time.time()
+        clock = timeline.Clock((origin + there, position) for there, position in record["clock"])
+        return clock.told(samples, origin + record["ended"])
 
     def request(self, method, path, body=None):
         data = json.dumps(body).encode() if body is not None else None

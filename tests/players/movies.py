@@ -24,12 +24,18 @@ class Movie:
     order: list = None
     # Whether it is made by ffmpeg, for comparison.
     is_foreign: bool = False
+    # Players that lose its last photo, whoever made it.
+    lost_in: tuple = ()
     path: Path = None
 
     @property
     def marks(self):
         """What is to be seen."""
         return list(range(1, self.count + 1))
+
+    @property
+    def is_for_web(self):
+        return "--web" in self.options
 
     @property
     def length(self):
@@ -48,13 +54,21 @@ MOVIES = [
     Movie("music that ends early", 8, 1.5, music=5),
     Movie("eight photos in HEVC", 8, 1.5, music=20, codec="hvc1"),
     Movie("eight photos in JPEG", 8, 1.5, music=20, codec="jpeg"),
+    Movie("eight photos and no sound", 8, 1.5, options=["--no-silence"], lost_in=("VLC",)),
+    Movie("eight photos in HEVC and no sound", 8, 1.5, options=["--no-silence"], codec="hvc1", lost_in=("VLC",)),
+    Movie("six photos of four seconds for the web", 6, 4, music=30, options=["--web"]),
+    Movie("eight photos for the web", 8, 1.5, options=["--web"]),
+    Movie("one photo for the web", 1, 4, options=["--web"]),
+    Movie("eight photos and no sound for the web", 8, 1.5, options=["--web", "--no-silence"], lost_in=("VLC",)),
+    Movie("eight photos in HEVC for the web", 8, 1.5, music=20, codec="hvc1", options=["--web"]),
+    Movie("eight photos in JPEG for the web", 8, 1.5, music=20, codec="jpeg", options=["--web"]),
 ]
-# The movie in which players are told to go here and there.
-SEEKING = "six photos of four seconds"
+# The movies in which players are told to go here and there.
+SEEKING = ["six photos of four seconds", "six photos of four seconds for the web"]
 CONTROLS = [
     Movie("photos in a wrong order", 4, 1, music=20, order=[1, 3, 2, 4]),
     # What some players lose the last photo of; nobody gets such a movie who does not ask for it.
-    Movie("eight photos and no sound", 8, 1.5, options=["--no-silence"]),
+    Movie("pictures without sound", 8, 1.5, options=["--no-silence"]),
     Movie("sound that ends early", 8, 1.5, music=5, options=["--no-silence"]),
     Movie("the same photos in a movie by ffmpeg", 8, 1.5, music=20, is_foreign=True),
 ]

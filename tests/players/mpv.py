@@ -8,6 +8,7 @@ import tempfile
 import time
 from pathlib import Path
 
+import timeline
 from screen import HEIGHT, WIDTH, Screen
 
 # Its plainest output, x11, may leave the picture of a seek undrawn while it is paused.
@@ -36,10 +37,15 @@ class Mpv:
 
     def play(self, movie):
         """Plays as `mpv MOVIE` does, until it ends by itself."""
-        process = self.start(movie.path)
+        path = self.folder / "clock"
+        process = self.start(movie.path, f"--input-ipc-server={path}")
         try:
-            return self.screen.watch(lambda: process.poll() is not None, movie.length + 20,
-                                     self.kept and self.kept / movie.name)
+            control = Control(path)
+            # Where its sound is, by which it shows pictures; without sound it does not tell so exactly.
+            with timeline.Asker(lambda: control.command("get_property", "audio-pts")) as asker:
+                watched = self.screen.watch(lambda: process.poll() is not None, movie.length + 20,
+                                            self.kept and self.kept / movie.name)
+            return asker.clock.told(*watched)
         finally:
             process.kill()
             process.wait()

@@ -1,5 +1,6 @@
 """What is said of movies must be able to be bad: the judgement of the players' checks, and the marks on their photos."""
 
+import threading
 import unittest
 
 import mark
@@ -45,6 +46,62 @@ class TimelineTest(unittest.TestCase):
     def test_what_nobody_sees_counts_as_the_photo_before(self):
         samples = [(0, None), (0.5, 1), (1, 1), (1.99, 2), (2, 1), (2.04, 2), (3, None), (3.01, 2), (4, None)]
         self.assertEqual(timeline.runs_of(samples, 5), [Run(1, 0.5, 2.04), Run(2, 2.04, 4)])
+
+
+    def test_a_change_between_two_looks_counts_from_the_look_before(self):
+        # Nobody looked for a while, and the photo may well have come in its time.
+        samples = [(0, 1), (1.99, 1), (2.2, 2), (3.98, 2), (3.99, 3), (5.9, 3)]
+        runs = timeline.runs_of(samples, 6)
+        self.assertEqual([run.since for run in runs], [0, 1.99, 3.98])
+        verdict = timeline.judge(runs, [1, 2, 3], 2, 0.05 + 0.21)
+        self.assertEqual(verdict.faults, [])
+        self.assertLess(verdict.deviation, 0.02)
+        # One that came too early did, however seldom somebody looked.
+        early = timeline.runs_of([(0, 1), (1.4, 1), (1.5, 2), (3.98, 2), (3.99, 3), (5.9, 3)], 6)
+        self.assertEqual(timeline.judge(early, [1, 2, 3], 2, 0.3).faults, ["photo 2 came 0.50 s too early"])
+
+    def test_a_moment_without_a_photo_is_part_of_the_change(self):
+        samples = [(0, 1), (1.9, 1), (1.95, None), (2.0, 2), (4.0, 2)]
+        self.assertEqual([run.since for run in timeline.runs_of(samples, 4)], [0, 1.9])
+        trembling = [(0, 1), (1.0, 2), (1.01, 1), (1.9, 1), (2.0, 2), (4.0, 2)]
+        self.assertEqual([run.since for run in timeline.runs_of(trembling, 4)], [0, 1.9])
+
+    def test_looks_that_are_too_far_apart_are_a_fault(self):
+        runs = timeline.runs_of([(0, 1), (1.6, 1), (2.3, 2), (3.99, 2), (4, 3), (5.9, 3)], 6)
+        self.assertEqual(timeline.judge(runs, [1, 2, 3], 2, 0.3).faults, ["nobody looked for 0.70 s when photo 2 came"])
+
+
+class ClockTest(unittest.TestCase):
+    def test_a_pause_of_the_player_is_none_of_the_movie(self):
+        # It stood still for 3 seconds.
+        clock = timeline.Clock([(10, 1), (11, 2), (14, 2), (15, 3)])
+        self.assertEqual([clock.position(time) for time in (10.5, 12, 13.5, 14.5)], [1.5, 2, 2, 2.5])
+
+    def test_before_and_after_time_goes_by_as_ever(self):
+        clock = timeline.Clock([(11, 2), (10, 1)])
+        self.assertEqual([clock.position(time) for time in (9, 10, 11, 14)], [0, 1, 2, 5])
+        self.assertEqual(timeline.Clock().position(7), 7)
+        self.assertEqual(clock.told([(10, 1), (10.5, 2)], 12), ([(1, 1), (1.5, 2)], 3))
+
+    def test_a_clock_that_goes_back_counts_from_there(self):
+        clock = timeline.Clock([(10, 5), (11, 6), (12, 1), (13, 2)])
+        self.assertEqual([clock.position(time) for time in (12, 12.5)], [1, 1.5])
+
+    def test_an_answer_that_takes_long_is_of_no_use(self):
+        waiting = threading.Event()
+        answers = iter([1.0, 2.0])
+
+        def ask():
+            position = next(answers, None)
+            if position == 1.0:
+                waiting.wait(0.1)
+            elif position is None:
+                waiting.set()
+            return position
+
+        with timeline.Asker(ask) as asker:
+            self.assertTrue(waiting.wait(20))
+        self.assertEqual([position for _, position in asker.answers], [2.0])
 
 
 class MarkTest(unittest.TestCase):
