@@ -19,6 +19,10 @@ constexpr double kBestLastLook = 0.85;
 /// How far a head reaches beyond the network's box, as shares of its side: below and beside, the mean over faces marked
 /// by eye; above, where hair is cut off more easily than seen, as far as all but the highest reach (docs/faces.md).
 constexpr double kCrown = 0.58;
+constexpr double kHairline = 0.19;
+
+/// Height of a wide screen as a share of its width: what is shown of a tall picture that fills it.
+constexpr double kScreen = 9.0 / 16;
 constexpr double kChin = 0.03;
 constexpr double kCheek = -0.03;
 
@@ -104,8 +108,11 @@ FaceBox faceBounds(const FaceBox& box, double pictureWidth, double pictureHeight
 {
     const double left = std::clamp(box.x - kCheek * box.width, 0.0, pictureWidth);
     const double right = std::clamp(box.x + box.width * (1 + kCheek), 0.0, pictureWidth);
-    const double top = std::clamp(box.y - kCrown * box.height, 0.0, pictureHeight);
     const double bottom = std::clamp(box.y + box.height * (1 + kChin), 0.0, pictureHeight);
+    // A head that no screen shows whole gives up its crown before its chin.
+    const double shown = bottom - std::min(pictureHeight, kScreen * pictureWidth);
+    const double highest = std::min(box.y - kHairline * box.height, std::max(box.y - kCrown * box.height, shown));
+    const double top = std::clamp(highest, 0.0, pictureHeight);
     return {left, top, right - left, bottom - top, box.score};
 }
 

@@ -34,7 +34,8 @@ double agreement(double inPassing, double near, double nearer);
 /// The best that `agreement` can still become when the last look is missing.
 double bestAgreement(double inPassing, double near);
 
-/// The network marks a face from the brows down: reaches up to the crown, and cuts off what lies outside the
+/// The network marks a face from the brows down: reaches up to the crown, or less far, down to the hairline,
+/// where a wide screen would not show the whole head, and cuts off what lies outside the
 /// picture. A width or height of 0 where nothing is left.
 FaceBox faceBounds(const FaceBox& box, double pictureWidth, double pictureHeight);
 

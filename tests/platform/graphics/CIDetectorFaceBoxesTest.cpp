@@ -96,6 +96,17 @@ TEST(FaceBoxes, BoundsReachUpToTheCrown)
     EXPECT_EQ(bounds.score, 0.8);
 }
 
+TEST(FaceBoxes, BoundsGiveUpTheCrownWhereAScreenWouldNotShowTheWholeHead)
+{
+    // A tall picture 400 wide fills a screen with 225 of its height at a time.
+    const FaceBox most = faceBounds({100, 500, 150, 150, 1}, 400, 1000);
+    EXPECT_NEAR(most.height, 225, 1e-9);
+    EXPECT_NEAR(most.y + most.height, 654.5, 1e-9);
+    // Even then the face is there up to the hairline.
+    const FaceBox large = faceBounds({50, 400, 300, 300, 1}, 400, 1000);
+    EXPECT_NEAR(large.y, 343, 1e-9);
+}
+
 TEST(FaceBoxes, BoundsEndWithThePicture)
 {
     expectBox(faceBounds({-50, -50, 1100, 1100, 1}, 1000, 800), {0, 0, 1000, 800, 1});
