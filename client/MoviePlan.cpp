@@ -39,13 +39,16 @@ double lengthOfAll(const std::vector<SoundFacts>& sounds)
 bool planMusic(const MovieWish& wish, MoviePlan& plan, platform::NSError* error)
 {
     const double end = plan.totalVideoDuration;
+    // Where the sounds outlast the pictures none begins while the music fades. What fits is heard, and so is all that
+    // the pictures are fitted to; what is to be repeated until the end is, however little of it is left.
+    const bool outlasts = !wish.loopsSounds && !wish.fitsMusic && lengthOfAll(wish.sounds) > end;
+    const double lastStart = outlasts ? end - kSoundtrackMarginSeconds : end;
     std::vector<bool> isUsed(wish.sounds.size());
     double cursor = 0;
     for (size_t i = 0; !wish.sounds.empty(); ++i) {
         if (!wish.loopsSounds && i == wish.sounds.size())
             break;
-        // What is to be repeated until the end is heard until the end, however little of it is left.
-        if (cursor > 0 && cursor >= (wish.loopsSounds ? end : end - kSoundtrackMarginSeconds))
+        if (cursor > 0 && cursor >= lastStart)
             break;
         if (plan.sounds.size() == kMaxSounds)
             return platform::fail(error, kClientErrorDomain, kClientErrorOutOfRange,
@@ -65,6 +68,10 @@ bool planMusic(const MovieWish& wish, MoviePlan& plan, platform::NSError* error)
         isUsed[source] = true;
         cursor += piece.length;
         plan.sounds.push_back(piece);
+    }
+    for (size_t source = 0; source < isUsed.size(); ++source) {
+        if (!isUsed[source])
+            plan.leftOut.push_back(source);
     }
     plan.musicEnd = std::min(cursor, end);
     if (!plan.sounds.empty() && cursor >= end)

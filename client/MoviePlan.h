@@ -67,6 +67,8 @@ struct MoviePlan {
     double totalVideoDuration = 0;
 
     std::vector<PlannedSound> sounds;
+    /// Indexes of the sounds of which nothing is heard, because those before them last until the music fades.
+    std::vector<size_t> leftOut;
     /// What is sent as the soundtrack's length: never more than the pictures', since the plan has chosen the pieces and
     /// the service must not choose again.
     double totalSoundtrackDuration = 0;

@@ -183,6 +183,10 @@ int MovieCommand::finish(const MovieRequest& request, const MovieOutcome& outcom
         result.add("soundEnd", *soundEnd).add("musicEnd", request.plan.musicEnd);
     else
         result.addNull("soundEnd").addNull("musicEnd");
+    std::vector<std::string> leftOut;
+    for (const size_t source : request.plan.leftOut)
+        leftOut.push_back(request.sounds[source].path);
+    result.add("leftOut", leftOut);
     if (request.plan.fadeStart)
         result.add("fadeStart", *request.plan.fadeStart);
     else

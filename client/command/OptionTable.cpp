@@ -56,7 +56,8 @@ struct Options {
         .help = "play FILE, or the part of it from START to END (seconds, m:ss or h:mm:ss; either may be left out); "
                 "may be repeated",
         .more = "The sounds are heard one after the other. What outlasts the pictures is faded out over their last "
-                "five seconds and cut; no further sound is begun in these. A file whose name itself ends like a part "
+                "five seconds and cut; no further sound is then begun in these, and is named as left out. A file whose "
+                "name itself ends like a part "
                 "is given with @- after it. Sounds may be MP3, M4A (AAC or ALAC), AIFF, AIFC, CAF, WAV, FLAC, Ogg and "
                 "Opus files. A line on standard error tells what will be heard before the work starts.",
         .offer = Offer::Sounds,

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -21,36 +22,47 @@ std::string pieceText(const SoundFacts& sound, double heard)
     return fmt::format("{} for {}", text, clockText(std::round(heard)));
 }
 
+/// Names joined, the last of many counted.
+std::string listText(std::vector<std::string> texts, const char* separator)
+{
+    if (texts.size() > kMaxNamed) {
+        const size_t unnamed = texts.size() - kMaxNamed;
+        texts.resize(kMaxNamed);
+        texts.push_back(fmt::format("{} more", unnamed));
+    }
+    return fmt::format("{}", fmt::join(texts, separator));
+}
+
 } // namespace
 
 std::string soundSentence(const MoviePlan& plan, const std::vector<SoundFacts>& sounds)
 {
     const double end = plan.totalVideoDuration;
     std::vector<std::string> texts;
-    size_t unnamed = 0;
     double cursor = 0;
     bool isRepeated = false;
     for (const PlannedSound& piece : plan.sounds) {
         isRepeated = piece.source && cursor > 0 && *piece.source == 0;
         if (!piece.source || isRepeated)
             break;
-        if (texts.size() < kMaxNamed)
-            texts.push_back(pieceText(sounds[*piece.source], std::min(piece.length, end - cursor)));
-        else
-            ++unnamed;
+        texts.push_back(pieceText(sounds[*piece.source], std::min(piece.length, end - cursor)));
         cursor += piece.length;
     }
     if (texts.empty())
         return plan.sounds.empty() ? "" : "sound: silence";
-    if (unnamed > 0)
-        texts.push_back(fmt::format("{} more", unnamed));
     std::string sentence =
-        fmt::format("sound: {}{}", fmt::join(texts, ", then "), isRepeated ? ", repeated to the end" : "");
+        fmt::format("sound: {}{}", listText(std::move(texts), ", then "), isRepeated ? ", repeated to the end" : "");
+    const std::string musicEnd = clockText(std::round(plan.musicEnd));
     if (plan.fadeStart)
         sentence +=
             fmt::format("; it fades from {} to {}", clockText(std::round(*plan.fadeStart)), clockText(std::round(end)));
-    else if (plan.musicEnd < end)
-        sentence += fmt::format("; {} from {} to {}", plan.sounds.back().source ? "nothing" : "silence",
-                                clockText(std::round(plan.musicEnd)), clockText(std::round(end)));
+    else if (musicEnd != clockText(std::round(end)))
+        sentence += fmt::format("; {} from {} to {}", plan.sounds.back().source ? "nothing" : "silence", musicEnd,
+                                clockText(std::round(end)));
+    std::vector<std::string> leftOut;
+    for (const size_t source : plan.leftOut)
+        leftOut.push_back(platform::lastPathComponent(sounds[source].path));
+    if (!leftOut.empty())
+        sentence += fmt::format("; left out: {}", listText(std::move(leftOut), ", "));
     return sentence;
 }

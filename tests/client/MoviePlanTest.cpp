@@ -183,13 +183,41 @@ TEST(MoviePlan, RepeatsTheMusicByItselfWhenLooping)
         EXPECT_FALSE(piece.selection) << "whole files, so that each is converted once";
 }
 
-TEST(MoviePlan, BeginsNoFurtherSoundOfAListInTheLastFiveSeconds)
+TEST(MoviePlan, PlaysEverySoundOfAListThatFits)
+{
+    for (const double last : {4.9, 5.0}) {
+        MovieWish wish = wishOf(15, 1);
+        wish.sounds = {sound(5), sound(5), sound(last)};
+        const auto plan = planMovie(wish);
+        ASSERT_TRUE(plan);
+        ASSERT_GE(plan->sounds.size(), 3u);
+        for (size_t i = 0; i < 3; ++i)
+            EXPECT_EQ(plan->sounds[i].source, i);
+        EXPECT_EQ(plan->musicEnd, 10 + last);
+        EXPECT_TRUE(plan->leftOut.empty());
+    }
+}
+
+TEST(MoviePlan, PlaysEverySoundToWhichThePicturesAreFitted)
+{
+    MovieWish wish = wishOf(10, 4);
+    wish.fitsMusic = true;
+    wish.sounds = {sound(60), sound(3)};
+    const auto plan = planMovie(wish);
+    ASSERT_TRUE(plan);
+    ASSERT_EQ(plan->sounds.size(), 2u);
+    EXPECT_EQ(plan->sounds[1].source, 1u);
+    EXPECT_TRUE(plan->leftOut.empty());
+}
+
+TEST(MoviePlan, BeginsNoFurtherSoundInTheLastFiveSecondsWhereSoundsOutlastThePictures)
 {
     MovieWish wish = wishOf(10, 4);
     wish.sounds = {sound(36), sound(36)};
     const auto plan = planMovie(wish);
     ASSERT_TRUE(plan);
     ASSERT_EQ(plan->sounds.size(), 2u);
+    EXPECT_EQ(plan->leftOut, std::vector<size_t>{1});
     EXPECT_FALSE(plan->sounds[1].source) << "silence instead";
     EXPECT_EQ(plan->musicEnd, 36);
 }

@@ -1,5 +1,6 @@
 """Movies with music, by the real service: what composition leaves as it is, and where picture and sound end."""
 
+import array
 import unittest
 
 import stillora
@@ -79,6 +80,43 @@ class CompositionTest(stillora.TestCase):
         times = [(float(packet["pts_time"]), float(packet["duration_time"])) for packet in facts["pictures"]]
         self.assertEqual(times, [(SECONDS * number, SECONDS) for number in range(40)])
         self.assertEqual(stillora.decoded_frames(movie), 40)
+
+
+class ListTest(stillora.TestCase):
+    """Tones one after the other, each recognised by its pitch."""
+
+    def tone(self, name, seconds, pitch):
+        file = self.folder / name
+        run("ffmpeg", "-v", "error", "-f", "lavfi", "-i", f"aevalsrc=0.5*sin(2*PI*t*{pitch}):s={RATE}:d={seconds}", file)
+        return file
+
+    def movie_of(self, lengths):
+        """What is told of a movie of 15 seconds, and the pitch that is heard in the middle of each sound."""
+        photos = stillora.pictures(self.folder, 5)
+        files = [self.tone(f"{number}.wav", length, 300 * (number + 1)) for number, length in enumerate(lengths)]
+        options = [part for file in files for part in ("--soundtrack", file)]
+        result = self.create("--quality", "240", "--seconds", "3", *options, *photos)
+        samples = array.array("h", run("ffmpeg", "-v", "error", "-i", self.made_movie(result), "-map", "0:a", "-f",
+                                       "s16le", "-ac", "1", "-"))
+        pitches, start = [], 0
+        for length in lengths:
+            middle = int((start + length / 2) * RATE)
+            part = samples[middle:middle + RATE]
+            pitches.append(sum(a < 0 <= b for a, b in zip(part, part[1:])))
+            start += length
+        return result.err, pitches
+
+    def test_every_sound_that_fits_is_heard(self):
+        told, pitches = self.movie_of([5, 5, 4.9])
+        for pitch, wanted in zip(pitches, (300, 600, 900)):
+            self.assertAlmostEqual(pitch, wanted, delta=2)
+        self.assertNotIn("left out", told)
+
+    def test_what_is_left_out_of_sounds_that_outlast_the_pictures_is_named(self):
+        told, pitches = self.movie_of([5, 6, 8])
+        for pitch, wanted in zip(pitches, (300, 600)):
+            self.assertAlmostEqual(pitch, wanted, delta=2)
+        self.assertIn("left out: 2.wav", told)
 
 
 if __name__ == "__main__":

@@ -46,6 +46,20 @@ TEST(SoundSentence, CountsWhatWouldBeALongList)
               "then 4 more; silence from 3:20 to 16:40");
 }
 
+TEST(SoundSentence, NamesWhatIsLeftOut)
+{
+    EXPECT_EQ(sentence(20, {kSong, kPart}), "sound: song.mp3 for 3:20; it fades from 3:15 to 3:20; left out: part.m4a");
+    EXPECT_EQ(sentence(20, std::vector<SoundFacts>(9, kSong)),
+              "sound: song.mp3 for 3:20; it fades from 3:15 to 3:20; left out: song.mp3, song.mp3, song.mp3, song.mp3, "
+              "song.mp3, song.mp3, 2 more");
+}
+
+TEST(SoundSentence, TellsOfNoSilenceTooShortToBeSeen)
+{
+    const SoundFacts most{"/music/most.mp3", std::nullopt, 99.8, 44100};
+    EXPECT_EQ(sentence(10, {most}), "sound: most.mp3 for 1:40");
+}
+
 TEST(SoundSentence, IsShortWithoutMusic)
 {
     EXPECT_EQ(sentence(10, {}), "sound: silence");
