@@ -70,6 +70,18 @@ TEST(AverageColor, TurnsGreyWithinTheToleranceAtBothEnds)
     expectNear(averageOf(test::plain(1, 1, {114, 107, 100}), {1, 1}), 114 / 255.0, 107 / 255.0, 100 / 255.0);
 }
 
+TEST(AverageColor, KeepsAColourOfWhichOneComponentAloneIsFarFromTheMean)
+{
+    // The mean is 10 / 3 steps from the two and 20 / 3 from the one: 0.0131 and 0.0261.
+    for (size_t one = 0; one < 3; ++one)
+        for (const int value : {100, 120}) {
+            test::Color color = {110, 110, 110};
+            color[one] = value;
+            expectNear(averageOf(test::plain(1, 1, color), {1, 1}), color[0] / 255.0, color[1] / 255.0,
+                       color[2] / 255.0);
+        }
+}
+
 TEST(AverageColor, OfNoSampleIsNoNumber)
 {
     const auto red = bitmapOf(test::plain(2, 2, test::kRed));

@@ -208,6 +208,22 @@ TEST(MORImageCategory, AveragesColorsAsTheyAreWithoutTheirAlpha)
                 40 / 255.0, 1.5 / 255);
 }
 
+TEST(MORImageCategory, AveragesNoMoreThan48PixelsASide)
+{
+    const TemporaryFolder folder;
+    // Rows of red and black: exact where every pixel counts, and a little off where they are scaled.
+    const auto redOf = [&folder](size_t side) {
+        test::Picture picture = test::plain(side, side, {0, 0, 0});
+        for (size_t y = 0; y < side; y += 2)
+            for (size_t x = 0; x < side; ++x)
+                picture.at(x, y)[0] = 255;
+        test::save(picture, folder.path("a.png"));
+        return MORImageCategory::averageColorOfImageAtURL(test::url(folder.path("a.png"))).red;
+    };
+    EXPECT_NEAR(redOf(48), 24 / 48.0, 1e-9);
+    EXPECT_GT(std::abs(redOf(49) - 25 / 49.0), 1e-6);
+}
+
 TEST(MORImageCategory, AveragesWhatThereIsOfAPhotoThatIsCutOff)
 {
     const TemporaryFolder folder;
