@@ -422,6 +422,7 @@ TEST(MORPhoto, CannotBeSavedWithoutALocation)
     NSError error;
     EXPECT_FALSE(photo.saveData(&error));
     EXPECT_EQ(error.code, kNSFileWriteUnknownError);
+    EXPECT_EQ(error.localizedDescription, "The photo cannot be saved: it has no location");
 }
 
 TEST(MORPhoto, CannotBeSavedWithoutATitle)
@@ -431,7 +432,7 @@ TEST(MORPhoto, CannotBeSavedWithoutATitle)
     NSError error;
     EXPECT_FALSE(photo.saveData(&error));
     EXPECT_EQ(error.code, kNSFileWriteUnknownError);
-    EXPECT_NE(error.localizedDescription.find("/a/p.jpg"), std::string::npos);
+    EXPECT_EQ(error.localizedDescription, "The photo cannot be saved: \"/a/p.jpg\" has no title");
 }
 
 TEST(MORPhoto, KeepsANameThatIsNotUTF8)

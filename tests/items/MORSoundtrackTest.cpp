@@ -279,6 +279,7 @@ TEST(MORSoundtrack, CannotBeSavedWithoutALocation)
     NSError error;
     EXPECT_FALSE(item.saveData(&error));
     EXPECT_EQ(error.code, kNSFileWriteUnknownError);
+    EXPECT_EQ(error.localizedDescription, "The soundtrack cannot be saved: it has no location");
 }
 
 TEST(MORSoundtrack, CannotBeSavedWithoutAnOriginalPath)
@@ -288,6 +289,7 @@ TEST(MORSoundtrack, CannotBeSavedWithoutAnOriginalPath)
     NSError error;
     EXPECT_FALSE(item.saveData(&error));
     EXPECT_EQ(error.code, kNSFileWriteUnknownError);
+    EXPECT_EQ(error.localizedDescription, "The soundtrack cannot be saved: \"/a\" has no original path");
 }
 
 TEST(MORSoundtrack, CrossesTheConnection)
@@ -315,7 +317,8 @@ TEST(MORSoundtrack, WithoutItsOriginalPathDecodesToNoObject)
         }
         NSError error;
         EXPECT_FALSE(MORSoundtrack::initWithCoder(coder, &error)) << missing;
-        EXPECT_NE(error.localizedDescription.find(missing), std::string::npos);
+        EXPECT_EQ(error.code, kNSCoderReadCorruptError);
+        EXPECT_EQ(error.localizedDescription, "The value for key \"" + std::string(missing) + "\" is missing");
         EXPECT_TRUE(MORSoundtrack::initWithCoder(whole));
     }
 }
@@ -329,6 +332,7 @@ TEST(MORSoundtrack, RefusesACodedValueOfAnotherClass)
         EXPECT_FALSE(MORSoundtrack::initWithCoder(coder, &error)) << key;
         EXPECT_EQ(error.code, kNSCoderReadCorruptError);
         EXPECT_NE(error.localizedDescription.find(key), std::string::npos);
+        EXPECT_EQ(error.localizedDescription.find("missing"), std::string::npos) << "it is there";
     }
 }
 
