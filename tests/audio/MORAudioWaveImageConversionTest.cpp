@@ -177,6 +177,7 @@ TEST_F(AudioConversion, AsynchronousFormsAnswerAtOnceWhereThereIsNothingToConver
     // Without a handler nothing happens.
     audioAssetConvertedToM4AAtTempURL(makeAsset("source.wav"), folder_.url(), kCMTimeRangeZero, {});
     audioAssetAtURL(folder_.url("source.wav"), folder_.url(), kCMTimeRangeZero, {});
+    audioAssetAtURL(std::nullopt, folder_.url(), kCMTimeRangeZero, {});
     EXPECT_EQ(filesBelow(folder_.path()), std::vector<std::string>{"source.wav"});
 }
 
@@ -293,6 +294,28 @@ TEST_F(AudioTrimming, WithoutATemporaryDirectoryTheUsersOwnFolderIsUsed)
     const Trimmed result = trim(asset, second(), std::nullopt);
     ASSERT_TRUE(result.asset);
     EXPECT_TRUE(result.asset->URL().path().starts_with(folder_.path("data/AVAsset+MORAudioWaveImage/trimmed_")));
+}
+
+TEST_F(AudioTrimming, FolderOfItsOwnIsUsedWhereAFileStandsForTheTemporaryOne)
+{
+    const auto asset = makeAsset("song.m4a");
+    const EnvironmentVariable temporary("TMPDIR", folder_.makeFile("file"));
+    const EnvironmentVariable data("XDG_DATA_HOME", folder_.path("data"));
+    const Trimmed result = trim(asset, second(), std::nullopt);
+    ASSERT_TRUE(result.asset);
+    EXPECT_TRUE(result.asset->URL().path().starts_with(folder_.path("data/")));
+}
+
+TEST_F(AudioTrimming, FolderOfItsOwnLiesBelowTheHomeWhereTheVariableNamesNoPlace)
+{
+    const auto asset = makeAsset("song.m4a");
+    const EnvironmentVariable temporary("TMPDIR", folder_.path("nowhere"));
+    const EnvironmentVariable home("HOME", folder_.path("home"));
+    const EnvironmentVariable data("XDG_DATA_HOME", "not/from/the/root");
+    const Trimmed result = trim(asset, second(), std::nullopt);
+    ASSERT_TRUE(result.asset);
+    EXPECT_TRUE(
+        result.asset->URL().path().starts_with(folder_.path("home/.local/share/AVAsset+MORAudioWaveImage/trimmed_")));
 }
 
 TEST_F(AudioTrimming, FolderThatCannotBeMadeAnswersItsError)

@@ -128,6 +128,13 @@ TEST_F(SoundtrackAssembly, ItemsOf38SecondsWithAVideoOf40AndLoopingAreUsedAsThey
     EXPECT_NEAR(volume(decodeWithFFmpeg(finished->URL().path()), 37.5), 1, 0.03);
 }
 
+TEST_F(SoundtrackAssembly, ItemsExactlyFiveSecondsShortWithLoopingAreUsedAsTheyAre)
+{
+    const auto finished = assemble({item("1.wav", 3)}, 8, 3, true);
+    ASSERT_TRUE(finished) << error_.localizedDescription;
+    EXPECT_EQ(finished->duration().value, 3 * kRate);
+}
+
 TEST_F(SoundtrackAssembly, ItemsOf30SecondsWithAVideoOf40WithoutLoopingAreUsedAsTheyAre)
 {
     const auto finished = assemble({item("1.wav", 30)}, 40, 30);
@@ -193,6 +200,13 @@ TEST_F(SoundtrackAssembly, RemainderEqualToTheThresholdDropsTheItem)
     const auto finished = assemble({item("1.wav", 10, 300), item("2.wav", 10, 500)}, 15, 20);
     ASSERT_TRUE(finished) << error_.localizedDescription;
     EXPECT_EQ(finished->duration().value, 10 * kRate);
+}
+
+TEST_F(SoundtrackAssembly, RemainderJustBelowTheThresholdKeepsTheItem)
+{
+    const auto finished = assemble({item("1.wav", 9.5, 300), item("2.wav", 10, 500)}, 15, 19.5);
+    ASSERT_TRUE(finished) << error_.localizedDescription;
+    EXPECT_EQ(finished->duration().value, 15 * kRate);
 }
 
 TEST_F(SoundtrackAssembly, RepeatedItemEndsTheListAtItsFirstPlace)
@@ -319,6 +333,22 @@ TEST_F(SoundtrackAssembly, FolderThatCannotBeMadeIsLogged)
     EXPECT_FALSE(finishedSoundtrackWithSoundtracks(context, {item("1.wav", 10)}, 4, 10, false, &error_));
     EXPECT_EQ(log_, std::vector<std::string>{std::string(kOperation) + " - could not create temporary directory"});
     EXPECT_EQ(error_, NSError{});
+}
+
+TEST_F(SoundtrackAssembly, FolderIsMadeWithThoseAboveIt)
+{
+    // An empty working list, as above: the export comes as far as having nothing to write.
+    TestStageContext context(folder_.url(), folder_.url("not/yet"));
+    EXPECT_FALSE(finishedSoundtrackWithSoundtracks(context, {item("1.wav", 10)}, 4, 10, false, &error_));
+    EXPECT_EQ(log_, std::vector<std::string>{std::string(kOperation) + " - writing failed"});
+}
+
+TEST_F(SoundtrackAssembly, FailuresNeedNoPlaceForTheirError)
+{
+    const auto missing = MORSoundtrack::soundtrackWithURL(folder_.url("missing.mp3"), {});
+    EXPECT_FALSE(finishedSoundtrackWithSoundtracks(*context_, {missing}, 60, 10, false));
+    EXPECT_FALSE(finishedSoundtrackWithSoundtracks(*context_, {item("1.wav", 10)}, 4, 10, false)) << "nothing to write";
+    EXPECT_EQ(log_.size(), 2U);
 }
 
 TEST_F(SoundtrackAssembly, CancelBeforeTheWorkYieldsNothing)
