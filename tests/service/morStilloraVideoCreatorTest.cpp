@@ -151,6 +151,12 @@ TEST_F(CreatorTest, NamesTheLocationOfAMovieThatCouldNotBeMoved)
 {
     fakes_.finalNames = {"missing/final.mov"};
     const auto outcome = run(photos(5), {});
+    EXPECT_EQ(std::ranges::count_if(log_.journal.entries(),
+                                    [](const std::string& line) {
+                                        return line.starts_with(
+                                            "morStilloraVideoCreator moveItemAtURL:toURL:error: - ");
+                                    }),
+              1);
     ASSERT_TRUE(outcome.movie);
     EXPECT_FALSE(outcome.error);
     EXPECT_FALSE(outcome.isCancelled);
@@ -634,6 +640,7 @@ TEST_F(CreatorTest, MakesItsQueuesWithTheirLabelsAndLimits)
     EXPECT_EQ(feedback->attributes().autoreleaseFrequency, DispatchQueue::AutoreleaseFrequency::WorkItem);
     EXPECT_EQ(static_cast<unsigned>(feedback->attributes().qosClass), 21U);
     EXPECT_EQ(feedback->attributes().relativePriority, -1);
+    EXPECT_EQ(feedback->attributes().niceness, 0);
     EXPECT_EQ(creator_->fbQ().maxConcurrentOperationCount(), 1);
     EXPECT_EQ(static_cast<int>(creator_->fbQ().qualityOfService()), 17);
 
@@ -643,6 +650,7 @@ TEST_F(CreatorTest, MakesItsQueuesWithTheirLabelsAndLimits)
     EXPECT_EQ(frames->attributes().autoreleaseFrequency, DispatchQueue::AutoreleaseFrequency::WorkItem);
     EXPECT_EQ(static_cast<unsigned>(frames->attributes().qosClass), 33U);
     EXPECT_EQ(frames->attributes().relativePriority, -1);
+    EXPECT_GT(frames->attributes().niceness, 0) << "what is waited for, the encoding, comes first";
     EXPECT_EQ(static_cast<int>(creator_->bufferCreationQ().qualityOfService()), 25);
     const auto processors = platform::NSProcessInfo::processInfo().processorCount();
     EXPECT_EQ(creator_->bufferCreationQ().maxConcurrentOperationCount(), static_cast<int>(processors - processors / 4));
