@@ -62,19 +62,6 @@ void waitForFirstFrames(const VideoStageContext& context)
     }
 }
 
-/// One for the whole process: movies of several connections are written one after another.
-const std::shared_ptr<DispatchQueue>& writingQueue()
-{
-    // Never destroyed: a writer may still be fed while the process ends.
-    static const auto& queue = *new std::shared_ptr<DispatchQueue>(
-        DispatchQueue::create("app.stillora.VideoCreator.VideoCreationQueue",
-                              {.kind = DispatchQueue::Kind::Serial,
-                               .autoreleaseFrequency = DispatchQueue::AutoreleaseFrequency::WorkItem,
-                               .qosClass = platform::QOSClass::UserInitiated,
-                               .relativePriority = -1}));
-    return queue;
-}
-
 void reportWriting(StageContext& context)
 {
     context.queueProgress([]() -> std::optional<ProgressUpdate> {
@@ -280,7 +267,7 @@ platform::AVURLAssetPtr videoWithPhotos(VideoStageContext& context, const PhotoL
     const auto feeder =
         std::make_shared<FrameFeeder>(context, writer, input, photosToWrite.size(), durationPerPhoto,
                                       RemainingTimeEstimate(processorCount, photosToWrite.size(), totalFileSize));
-    input->requestMediaDataWhenReadyOnQueue(writingQueue(), [feeder] { feeder->feed(); });
+    input->requestMediaDataWhenReadyOnQueue(videoWritingQueue(), [feeder] { feeder->feed(); });
 
     AVAssetWriterStatus status = writer->status();
     while (status == AVAssetWriterStatus::Writing)
@@ -298,6 +285,18 @@ platform::AVURLAssetPtr videoWithPhotos(VideoStageContext& context, const PhotoL
         *error = {};
     context.setIsCancelled(true);
     return nullptr;
+}
+
+const std::shared_ptr<DispatchQueue>& videoWritingQueue()
+{
+    // Never destroyed: a writer may still be fed while the process ends.
+    static const auto& queue = *new std::shared_ptr<DispatchQueue>(
+        DispatchQueue::create("app.stillora.VideoCreator.VideoCreationQueue",
+                              {.kind = DispatchQueue::Kind::Serial,
+                               .autoreleaseFrequency = DispatchQueue::AutoreleaseFrequency::WorkItem,
+                               .qosClass = platform::QOSClass::UserInitiated,
+                               .relativePriority = -1}));
+    return queue;
 }
 
 RemainingTimeEstimate::RemainingTimeEstimate(uint64_t processorCount, uint64_t photoCount, uint64_t totalFileSize)

@@ -1,12 +1,14 @@
 #pragma once
 
 #include "items/MORPhoto.h"
+#include "platform/dispatch/DispatchQueue.h"
 #include "platform/media/AVURLAsset.h"
 #include "video/VideoStageContext.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -43,6 +45,9 @@ platform::AVURLAssetPtr videoWithPhotos(VideoStageContext& context, const PhotoL
                                         bool reduceBorders, double durationPerPhoto,
                                         const std::optional<std::string>& desiredCodec,
                                         platform::NSError* error = nullptr, const SilentVideoStages& stages = {});
+
+/// Feeds the writers. One for the whole process: movies of several connections are written one after another.
+const std::shared_ptr<platform::DispatchQueue>& videoWritingQueue();
 
 /// The time that rendering still takes, from the bytes of the photos already written.
 class RemainingTimeEstimate final {

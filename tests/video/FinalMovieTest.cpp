@@ -240,6 +240,7 @@ TEST_F(FinalMovie, FolderThatIsNotThereYieldsTheSessionsError)
     NSError error;
     EXPECT_FALSE(movieByCombiningVideo(nowhere, video, sound, document("a.slides"), &error));
     EXPECT_FALSE(error.localizedDescription.empty());
+    EXPECT_FALSE(movieByCombiningVideo(nowhere, video, sound, document("a.slides"))) << "nor is a place needed for it";
 }
 
 TEST_F(FinalMovie, CancelDuringTheExportEndsTheCallWithoutAnErrorAndWithoutAMovie)

@@ -55,6 +55,7 @@ TEST(ThumbnailBound, FollowsTheRuleOfEachShape)
     const std::vector<Row> rows = {
         {"portrait, by height", {3000, 4000}, false, 720},
         {"portrait, small", {300, 400}, false, 400},
+        {"portrait, so narrow that it fits by height", {500, 2000}, false, 720},
         {"portrait, higher than the frame alone", {500, 800}, false, 720},
         {"square", {2000, 2000}, false, 720},
         {"panorama, by width", {6000, 1000}, false, 1280},
@@ -97,6 +98,14 @@ TEST(ThumbnailBound, LeavesNoBorderToAPhotoOfAnySizeThatCanCoverTheFrame)
                     ++checked;
                 }
     EXPECT_GT(checked, 100000U);
+}
+
+TEST(ThumbnailBound, FollowsTheSameRulesInAFrameThatStandsUpright)
+{
+    constexpr CGSize kUpright = {400, 1000};
+    EXPECT_EQ(thumbnailBound({800, 1000}, kUpright, false), 500) << "portrait, by width";
+    EXPECT_EQ(thumbnailBound({400, 500}, kUpright, true), 500) << "portrait, exactly as wide";
+    EXPECT_EQ(thumbnailBound({500, 400}, kUpright, true), 400) << "landscape, by width";
 }
 
 TEST(ThumbnailBound, OfAPhotoThatWasNeverMeasuredIsNothing)

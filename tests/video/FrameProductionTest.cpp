@@ -277,6 +277,7 @@ TEST_F(FrameProductionTest, MakesAnIconOfThePhoto)
     EXPECT_EQ(record.icon->size(), (CGSize{53, 26.5}));
     test::expectColor(*record.icon->image(), 10, 6, kRed, kLossy);
     test::expectColor(*record.icon->image(), 42, 20, kWhite, kLossy);
+    EXPECT_EQ(unmarkedFrame(photo("b.jpg", test::quadrants(400, 800)), {320, 240}).icon->size(), (CGSize{26.5, 53}));
 }
 
 TEST_F(FrameProductionTest, GivesAPhotoThatOccursTwiceTheIndexOfItsFirstPlace)

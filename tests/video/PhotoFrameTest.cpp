@@ -261,6 +261,9 @@ TEST_F(PhotoFrameTest, SaysWhyAPhotoCannotBeShown)
     EXPECT_FALSE(renderPhotoFrame({.photo = folder_.url("absent.jpg"), .photoSize = {100, 100}, .frame = kFrame}));
     ASSERT_EQ(log.lines().size(), 1U);
     EXPECT_NE(log.lines()[0].find("could not instantiate image source for URL: "), std::string::npos);
+    EXPECT_FALSE(renderPhotoFrame({.photo = {}, .photoSize = {100, 100}, .frame = kFrame}));
+    ASSERT_EQ(log.lines().size(), 2U);
+    EXPECT_TRUE(log.lines()[1].ends_with("could not instantiate image source for URL: (null)"));
 }
 
 TEST_F(PhotoFrameTest, WritesTheTwoLinesOfTheWatermarkInTheirFontColoursAndPlaces)

@@ -311,6 +311,7 @@ TEST_F(SilentVideoTest, SaysWhyItsFolderCannotBeMade)
                                          "durationPerPhoto:desiredCodec:error:] - could not create temporary dir"));
     EXPECT_FALSE(inTheWay.isCancelled());
     EXPECT_EQ(photosToRender, 0u);
+    EXPECT_FALSE(videoWithPhotos(inTheWay, makePhotos(6), 0, false, 3, std::nullopt, nullptr, stages));
 }
 
 TEST_F(SilentVideoTest, AnUnknownCodecReturnsNoneWithoutAnErrorAndReadsAsCancelled)
@@ -519,6 +520,16 @@ TEST_F(SilentVideoTest, TwoMoviesAtOnceAreBothWritten)
     EXPECT_TRUE(second);
 }
 
+TEST_F(SilentVideoTest, ItsWritingQueueHasItsLabelAndAttributes)
+{
+    const auto& attributes = videoWritingQueue()->attributes();
+    EXPECT_EQ(videoWritingQueue()->label(), "app.stillora.VideoCreator.VideoCreationQueue");
+    EXPECT_EQ(attributes.kind, platform::DispatchQueue::Kind::Serial);
+    EXPECT_EQ(attributes.autoreleaseFrequency, platform::DispatchQueue::AutoreleaseFrequency::WorkItem);
+    EXPECT_EQ(static_cast<unsigned>(attributes.qosClass), 25u);
+    EXPECT_EQ(attributes.relativePriority, -1);
+}
+
 TEST_F(SilentVideoTest, OneQueueOfTheProcessWritesAllMoviesOneAfterAnother)
 {
     // The first movie waits for its last frame, on the queue that the second one is written on too.
@@ -606,6 +617,16 @@ TEST(RemainingTimeEstimate, StartsAnewWhereItRanOut)
     EXPECT_DOUBLE_EQ(estimate.secondsLeftAfter(3, 100, 15), 60);
     // The next one estimates anew, though its index is no multiple of four: 2000 bytes at 600 in 16 seconds.
     EXPECT_NEAR(estimate.secondsLeftAfter(5, 200, 16), 2000 * 16 / 600.0 - 16, 0.001);
+}
+
+TEST(RemainingTimeEstimate, KeepsATotalOfExactlyOneSecond)
+{
+    RemainingTimeEstimate estimate(1, 20, 2000);
+    (void)estimate.secondsLeftAfter(0, 500, 0.125);
+    (void)estimate.secondsLeftAfter(1, 250, 0.25);
+    // 1000 of 2000 bytes in half a second.
+    EXPECT_EQ(estimate.secondsLeftAfter(2, 250, 0.5), 0.5);
+    EXPECT_EQ(estimate.secondsLeftAfter(3, 0, 0.75), 0.25);
 }
 
 TEST(RemainingTimeEstimate, IsUnknownForPhotosWithoutALength)
