@@ -1,7 +1,6 @@
 #include "video/PhotoFrame.h"
 
 #include "platform/foundation/NSLog.h"
-#include "platform/graphics/CGBitmapContext.h"
 #include "platform/graphics/CGImageSource.h"
 #include "platform/graphics/CIDetector.h"
 #include "video/FramePlacement.h"
@@ -56,12 +55,8 @@ std::vector<CGRect> findFaces(const PhotoFrameOptions& options, const CGImage& i
 
 void drawWatermark(platform::CGBitmapContext& context, CGSize frame)
 {
-    const auto size = static_cast<int64_t>(frame.height / 10);
-    const platform::TextAttributes attributes = {.fontName = "Helvetica Neue Medium",
-                                                 .fontSize = static_cast<double>(size),
-                                                 .foregroundColor = {.red = 1, .green = 1, .blue = 1, .alpha = 0.25},
-                                                 .strokeColor = {.alpha = 0.5},
-                                                 .strokeWidth = size < 50 ? -1.0 : -3.0};
+    const platform::TextAttributes attributes = watermarkAttributes(frame.height);
+    const auto size = static_cast<int64_t>(attributes.fontSize);
     context.drawTextAtPoint("Created with Stillora for Mac", CGPoint{5, static_cast<double>(size + size / 2)},
                             attributes);
     context.drawTextAtPoint(STILLORA_WEB_ADDRESS, CGPoint{5, static_cast<double>(size / 4)}, attributes);
@@ -82,6 +77,16 @@ std::shared_ptr<CVPixelBuffer> makeBuffer(const PhotoFrameOptions& options)
 }
 
 } // namespace
+
+platform::TextAttributes watermarkAttributes(double frameHeight)
+{
+    const auto size = static_cast<int64_t>(frameHeight / 10);
+    return {.fontName = "Helvetica Neue Medium",
+            .fontSize = static_cast<double>(size),
+            .foregroundColor = {.red = 1, .green = 1, .blue = 1, .alpha = 0.25},
+            .strokeColor = {.alpha = 0.5},
+            .strokeWidth = size < 50 ? -1.0 : -3.0};
+}
 
 std::optional<PhotoFrame> renderPhotoFrame(const PhotoFrameOptions& options)
 {

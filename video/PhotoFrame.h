@@ -2,6 +2,7 @@
 
 #include "platform/foundation/NSGeometry.h"
 #include "platform/foundation/NSURL.h"
+#include "platform/graphics/CGBitmapContext.h"
 #include "platform/graphics/CGImage.h"
 #include "platform/graphics/CVPixelBuffer.h"
 
@@ -36,6 +37,9 @@ struct PhotoFrame {
     /// The faces that were found, in the picture's own coordinates; none where they were not looked for.
     std::vector<platform::CGRect> faces;
 };
+
+/// How the watermark is written on a frame that is so many pixels high.
+platform::TextAttributes watermarkAttributes(double frameHeight);
 
 /// Decodes, places and draws a photo. What goes wrong is logged as frame production's own. Any thread.
 /// @return nothing if the photo cannot be shown

@@ -302,6 +302,8 @@ TEST_F(PhotoFrameTest, WritesTheTwoLinesOfTheWatermarkInTheirFontColoursAndPlace
             .foregroundColor = {.red = 1, .green = 1, .blue = 1, .alpha = 0.25},
             .strokeColor = {.red = 0, .green = 0, .blue = 0, .alpha = 0.5},
             .strokeWidth = row.strokeWidth};
+        // Fonts that are not there are replaced, so that another name may be drawn with the same letters.
+        EXPECT_EQ(watermarkAttributes(row.height), attributes);
         context.drawTextAtPoint("Created with Stillora for Mac", row.first, attributes);
         context.drawTextAtPoint(STILLORA_WEB_ADDRESS, row.second, attributes);
         EXPECT_TRUE(pixels(*frame).pixels == expected.pixels);
