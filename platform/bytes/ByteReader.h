@@ -68,6 +68,11 @@ inline std::optional<uint32_t> littleEndian32(std::span<const uint8_t> bytes, si
 {
     return littleEndian<uint32_t>(bytes, offset);
 }
+
+inline std::optional<uint64_t> littleEndian64(std::span<const uint8_t> bytes, size_t offset)
+{
+    return littleEndian<uint64_t>(bytes, offset);
+}
 /// @}
 
 } // namespace platform

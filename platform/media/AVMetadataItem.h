@@ -18,11 +18,6 @@ inline constexpr std::string_view kAVMetadataKeySpaceCommon = "comn";
 inline constexpr std::string_view kAVMetadataKeySpaceID3 = "org.id3";
 inline constexpr std::string_view kAVMetadataKeySpaceiTunes = "itsk";
 inline constexpr std::string_view kAVMetadataKeySpaceQuickTimeMetadata = "mdta";
-inline constexpr std::string_view kAVMetadataKeySpaceQuickTimeUserData = "udta";
-/// Key spaces of this project's own, for tags that the desktop's have no name for.
-inline constexpr std::string_view kAVMetadataKeySpaceVorbisComment = "org.xiph.vorbis-comment";
-inline constexpr std::string_view kAVMetadataKeySpaceRIFFInfo = "riff.info";
-inline constexpr std::string_view kAVMetadataKeySpaceAIFF = "aiff";
 /// @}
 
 /// @name Keys

@@ -32,7 +32,7 @@ public:
     /// Exact to the sample for indexed files; in the sample rate's scale for files that hold sound alone.
     CMTime duration() const override;
     std::vector<AVAssetTrack> tracks() const override;
-    /// Of ID3 tags, of MPEG-4 and QuickTime files, and of others with key spaces of this project's own.
+    /// Of ID3 tags, of MPEG-4 and QuickTime files, and of others with common keys alone.
     AVMetadataItemList commonMetadata() const override;
     /// Unknown until somebody asked for a value, then loading, then loaded or, for a file that cannot be opened,
     /// failed.

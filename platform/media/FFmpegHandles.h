@@ -3,6 +3,7 @@
 #include "platform/foundation/NSError.h"
 #include "platform/foundation/NSURL.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -50,5 +51,13 @@ bool failWithAVError(NSError* error, int code, const std::string& what);
 /// `ignoreEditLists` is set.
 /// @return null if it cannot be opened; `error` names the file and why
 InputPtr openMediaFile(const NSURL& url, bool ignoreEditLists, NSError* error = nullptr);
+
+/// As `openMediaFile`, but knows no more than the file's head and index tell, and gives up where they are longer than
+/// those of any sound, at 64 MB. Decodes nothing.
+InputPtr openMediaHead(const NSURL& url);
+
+/// Opens an ID3 tag that stands from `begin` to `end` in a file of another kind; only its texts are known.
+/// @return null if it cannot be opened
+InputPtr openID3Tag(const NSURL& url, int64_t begin, int64_t end);
 
 } // namespace platform

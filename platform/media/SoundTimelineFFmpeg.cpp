@@ -1,6 +1,9 @@
 #include "platform/media/SoundTimeline.h"
 
+#include "platform/bytes/BoxWalker.h"
+#include "platform/bytes/ByteReader.h"
 #include "platform/media/FFmpegHandles.h"
+#include "platform/media/ID3Head.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -13,9 +16,7 @@ extern "C" {
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <numeric>
 #include <span>
 #include <string_view>
@@ -48,17 +49,6 @@ int64_t rescale(int64_t value, int64_t toScale, int64_t fromScale)
 int64_t inSamples(int64_t time, const AVStream& stream)
 {
     return av_rescale_q(time, stream.time_base, {1, stream.codecpar->sample_rate});
-}
-
-/// Length of the text part that begins an MP3 file, with the bytes that announce it.
-size_t sizeOfID3(const std::array<uint8_t, 10>& header)
-{
-    if (memcmp(header.data(), "ID3", 3) != 0)
-        return 0;
-    const size_t size = size_t(header[6] & 0x7F) << 21 | size_t(header[7] & 0x7F) << 14 |
-                        size_t(header[8] & 0x7F) << 7 | size_t(header[9] & 0x7F);
-    const bool hasFooter = header[5] & 0x10;
-    return size + (hasFooter ? 20 : 10);
 }
 
 /// Bytes of the frame of MPEG sound, layer 3, that starts here; 0 if none does.
@@ -101,23 +91,11 @@ std::optional<size_t> firstFrameOfMP3(std::span<const uint8_t> bytes)
 /// What the frame of information at the start of an MP3 file says of delay, padding and length.
 std::optional<GaplessTag> gaplessTagOfMP3(const NSURL& url)
 {
-    std::ifstream file(url.path(), std::ios::binary);
-    std::streamoff start = 0;
-    std::array<uint8_t, 10> header{};
-    for (int tags = 0; tags < 16; ++tags) {
-        file.seekg(start);
-        if (!file.read(reinterpret_cast<char*>(header.data()), header.size()))
-            return std::nullopt;
-        const size_t size = sizeOfID3(header);
-        if (size == 0)
-            break;
-        start += static_cast<std::streamoff>(size);
-    }
-
-    std::vector<uint8_t> bytes(size_t{1} << 16);
-    file.seekg(start);
-    file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    bytes.resize(static_cast<size_t>(file.gcount()));
+    const FileBytes file(url.path());
+    const int64_t start = endOfID3Tags(file);
+    std::vector<uint8_t> bytes(static_cast<size_t>(std::clamp<int64_t>(file.size() - start, 0, 1 << 16)));
+    if (!file.read(start, bytes))
+        return std::nullopt;
 
     const auto first = firstFrameOfMP3(bytes);
     if (!first)
@@ -126,15 +104,16 @@ std::optional<GaplessTag> gaplessTagOfMP3(const NSURL& url)
     const bool isMPEG1 = (bytes[frame + 1] & 0x18) == 0x18;
     const bool isMono = (bytes[frame + 3] & 0xC0) == 0xC0;
     const size_t sideInformation = isMPEG1 ? (isMono ? 17 : 32) : (isMono ? 9 : 17);
-    const uint8_t* tag = bytes.data() + frame + 4 + sideInformation;
-    if (memcmp(tag, "Xing", 4) != 0 && memcmp(tag, "Info", 4) != 0)
+    const size_t tag = frame + 4 + sideInformation;
+    const auto name = bigEndian32(bytes, tag);
+    if (name != fourCharacterCode("Xing") && name != fourCharacterCode("Info"))
         return std::nullopt;
 
-    const uint32_t flags = AV_RB32(tag + 4);
-    const uint8_t* field = tag + 8;
+    const uint32_t flags = bigEndian32(bytes, tag + 4).value_or(0);
+    size_t field = tag + 8;
     int64_t frames = 0;
     if (flags & 1) {
-        frames = AV_RB32(field);
+        frames = bigEndian32(bytes, field).value_or(0);
         field += 4;
     }
     if (flags & 2)
@@ -143,12 +122,14 @@ std::optional<GaplessTag> gaplessTagOfMP3(const NSURL& url)
         field += 100;
     if (flags & 8)
         field += 4;
-    if (field + 24 > bytes.data() + bytes.size())
+    if (field + 24 > bytes.size())
         return std::nullopt;
     // Only these encoders write delay and padding here.
-    if (memcmp(field, "LAME", 4) != 0 && memcmp(field, "Lavc", 4) != 0 && memcmp(field, "Lavf", 4) != 0)
+    const auto encoder = bigEndian32(bytes, field);
+    if (encoder != fourCharacterCode("LAME") && encoder != fourCharacterCode("Lavc") &&
+        encoder != fourCharacterCode("Lavf"))
         return std::nullopt;
-    const uint32_t pads = AV_RB24(field + 21);
+    const auto pads = static_cast<int64_t>(bigEndianNumber(std::span(bytes).subspan(field + 21, 3)));
     const int64_t startPad = pads >> 12;
     const int64_t endPad = pads & 0xFFF;
     // The decoder's own delay comes on top of the encoder's.
@@ -163,20 +144,19 @@ std::optional<GaplessTag> gaplessTagOfMP3(const NSURL& url)
 /// What the packet table of a CAF file says: frames that play, frames before them.
 std::optional<GaplessTag> gaplessTagOfCAF(const NSURL& url)
 {
-    std::ifstream file(url.path(), std::ios::binary);
-    std::streamoff offset = 8;
+    const FileBytes file(url.path());
+    int64_t offset = 8;
     // Chunks before the packet table are few; a file with more is not worth the walk.
     for (int chunk = 0; chunk < 256; ++chunk) {
-        std::array<uint8_t, 36> bytes{};
-        file.seekg(offset);
-        if (!file.read(reinterpret_cast<char*>(bytes.data()), 12))
+        std::array<uint8_t, 24> bytes{};
+        if (!file.read(offset, std::span(bytes).first(12)))
             return std::nullopt;
-        const auto size = static_cast<int64_t>(AV_RB64(bytes.data() + 4));
-        if (memcmp(bytes.data(), "pakt", 4) == 0) {
-            if (size < 24 || !file.read(reinterpret_cast<char*>(bytes.data()), 24))
+        const auto size = static_cast<int64_t>(*bigEndian64(bytes, 4));
+        if (bigEndian32(bytes, 0) == fourCharacterCode("pakt")) {
+            if (size < 24 || !file.read(offset + 12, bytes))
                 return std::nullopt;
-            const auto validFrames = static_cast<int64_t>(AV_RB64(bytes.data() + 8));
-            const auto priming = static_cast<int32_t>(AV_RB32(bytes.data() + 16));
+            const auto validFrames = static_cast<int64_t>(*bigEndian64(bytes, 8));
+            const auto priming = static_cast<int32_t>(*bigEndian32(bytes, 16));
             if (priming < 0 || validFrames <= 0)
                 return std::nullopt;
             return GaplessTag{.delay = priming, .length = validFrames};
@@ -224,18 +204,17 @@ int64_t endByScanning(AVFormatContext& input, const AVStream& stream, int64_t* f
 /// Bytes of samples that a file of this kind of 64-bit chunks holds; each chunk is padded to eight bytes.
 std::optional<int64_t> sampleBytesOfW64(const NSURL& url)
 {
-    std::ifstream file(url.path(), std::ios::binary);
+    const FileBytes file(url.path());
     // The first chunk's head, of which a name follows.
-    std::streamoff offset = 24 + 16;
+    int64_t offset = 24 + 16;
     for (int chunk = 0; chunk < 256; ++chunk) {
         std::array<uint8_t, 24> head{};
-        file.seekg(offset);
-        if (!file.read(reinterpret_cast<char*>(head.data()), head.size()))
+        if (!file.read(offset, head))
             return std::nullopt;
-        const auto size = static_cast<int64_t>(AV_RL64(head.data() + 16));
+        const auto size = static_cast<int64_t>(*littleEndian64(head, 16));
         if (size < 24 || size > INT64_MAX / 2)
             return std::nullopt;
-        if (memcmp(head.data(), "data", 4) == 0)
+        if (bigEndian32(head, 0) == fourCharacterCode("data"))
             return size - 24;
         offset += (size + 7) / 8 * 8;
     }

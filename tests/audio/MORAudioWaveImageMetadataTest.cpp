@@ -172,12 +172,11 @@ TEST_F(MORAudioWaveImageMetadata, ArtistIsLookedForInItsOrder)
 
 TEST_F(MORAudioWaveImageMetadata, OriginalArtistOfAFileWinsOverItsPerformerAndItsBandIsNotAsked)
 {
-    EXPECT_EQ(
-        audioTrackArtist(assetOf("a.mp3", id3Tag(4, id3Text(4, "TPE1", "Performer") + id3Text(4, "TOPE", "Original")))),
-        "Original");
-    EXPECT_EQ(
-        audioTrackArtist(assetOf("b.mp3", id3Tag(4, id3Text(4, "TPE2", "Band") + id3Text(4, "TPE3", "Conductor")))),
-        "UnknownArtist");
+    const auto artistOf = [&](const std::string& name, const std::string& frames) {
+        return audioTrackArtist(assetOf(name, id3Tag(4, frames) + mp3Frames()));
+    };
+    EXPECT_EQ(artistOf("a.mp3", id3Text(4, "TPE1", "Performer") + id3Text(4, "TOPE", "Original")), "Original");
+    EXPECT_EQ(artistOf("b.mp3", id3Text(4, "TPE2", "Band") + id3Text(4, "TPE3", "Conductor")), "UnknownArtist");
 }
 
 TEST_F(MORAudioWaveImageMetadata, FirstItemOfAKeyCounts)
@@ -271,7 +270,8 @@ TEST_F(MORAudioWaveImageMetadata, CoverOfWhatIsNoFileIsNotKept)
 TEST_F(MORAudioWaveImageMetadata, IsForAnyThread)
 {
     folder_.makeFile(
-        "a.mp3", id3Tag(3, id3Text(3, "TIT2", "Title") + id3Frame(3, "APIC", id3Picture(characters(picture(30, 20))))));
+        "a.mp3", id3Tag(3, id3Text(3, "TIT2", "Title") + id3Frame(3, "APIC", id3Picture(characters(picture(30, 20))))) +
+                     mp3Frames());
     const AVURLAsset shared(folder_.url("a.mp3"));
     std::vector<std::jthread> threads;
     for (int i = 0; i < 4; ++i)

@@ -145,14 +145,24 @@ inline std::string bigChunk(const std::string& name, const std::string& content)
     return name + bigEndian(content.size(), 4) + content + zeros(content.size() % 2);
 }
 
-inline std::string wavWith(const std::string& chunks)
+/// Of 8 bits, 8 kHz and one channel.
+inline std::string wavFormat()
 {
-    return littleChunk("RIFF", "WAVE" + chunks);
+    return littleChunk("fmt ", littleEndian(1, 2) + littleEndian(1, 2) + littleEndian(8000, 4) + littleEndian(8000, 4) +
+                                   littleEndian(1, 2) + littleEndian(8, 2));
 }
 
+inline std::string wavWith(const std::string& chunks)
+{
+    return littleChunk("RIFF", "WAVE" + wavFormat() + chunks);
+}
+
+/// Of 8 bits, 8 kHz and one channel.
 inline std::string aiffWith(const std::string& chunks)
 {
-    return bigChunk("FORM", "AIFF" + chunks);
+    const std::string rate = bigEndian(0x400B, 2) + bigEndian(0xFA, 1) + zeros(7);
+    return bigChunk("FORM",
+                    "AIFF" + bigChunk("COMM", bigEndian(1, 2) + bigEndian(8, 4) + bigEndian(8, 2) + rate) + chunks);
 }
 /// @}
 
@@ -179,7 +189,10 @@ inline std::string flacBlock(int type, const std::string& content, bool isLast =
 
 inline std::string flacWith(const std::string& blocks)
 {
-    return "fLaC" + flacBlock(0, zeros(34)) + blocks + flacBlock(1, zeros(8), true);
+    // Blocks of 4096 samples at 44.1 kHz, one channel, 16 bits.
+    const std::string information =
+        bigEndian(4096, 2) + bigEndian(4096, 2) + zeros(6) + bigEndian(0x0AC440F0, 4) + zeros(20);
+    return "fLaC" + flacBlock(0, information) + blocks + flacBlock(1, zeros(8), true);
 }
 
 /// One page with whole packets.

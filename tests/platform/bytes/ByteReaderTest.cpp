@@ -19,6 +19,7 @@ TEST(ByteReader, TakesTheFirstByteForTheHighestOrForTheLowest)
     EXPECT_EQ(bigEndian32(kBytes, 1), 0x82038405U);
     EXPECT_EQ(littleEndian32(kBytes, 0), 0x84038201U);
     EXPECT_EQ(bigEndian64(kBytes, 1), 0x82038405060708F9U);
+    EXPECT_EQ(littleEndian64(kBytes, 1), 0xF908070605840382U);
 }
 
 TEST(ByteReader, ReadsUpToTheLastByteAndNotBeyond)
@@ -30,6 +31,7 @@ TEST(ByteReader, ReadsUpToTheLastByteAndNotBeyond)
     EXPECT_EQ(bigEndian32(kBytes, 6), std::nullopt);
     EXPECT_EQ(littleEndian32(kBytes, 6), std::nullopt);
     EXPECT_EQ(bigEndian64(kBytes, 2), std::nullopt);
+    EXPECT_EQ(littleEndian64(kBytes, 2), std::nullopt);
 }
 
 TEST(ByteReader, FindsNothingAtAPlaceThatNoFileHas)
