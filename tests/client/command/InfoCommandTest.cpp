@@ -95,7 +95,8 @@ protected:
         const auto count = static_cast<size_t>(seconds * 8000);
         testsound::writeWav(folder_.path(name), testsound::makeTone(8000, 1, count, 440));
         const std::string chunks = testsound::readBytes(folder_.path(name)).substr(12);
-        folder_.makeFile(name, wavWith(chunks + (frames.empty() ? "" : littleChunk("id3 ", id3Tag(4, frames)))));
+        const std::string tag = frames.empty() ? "" : littleChunk("id3 ", id3Tag(4, frames));
+        folder_.makeFile(name, littleChunk("RIFF", "WAVE" + chunks + tag));
         return name;
     }
 
