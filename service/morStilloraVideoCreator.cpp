@@ -121,6 +121,7 @@ void morStilloraVideoCreator::createStillMotionVideoWithPhotos(
     const auto save = NSURL::URLByResolvingBookmarkData(saveURL);
     const auto temporary = NSURL::URLByResolvingBookmarkData(temporaryURL);
     job->documentURL = NSURL::URLByResolvingBookmarkData(documentURL);
+    setDocumentURL(job->documentURL);
     setDestinationURL(save ? *save : stages_.customSaveDirectory());
     setTemporaryURL(temporary ? *temporary : stages_.temporarySaveDirectory());
 

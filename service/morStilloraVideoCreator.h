@@ -80,6 +80,8 @@ public:
     void setDestinationURL(platform::NSURL url) { destinationURL_.set(std::move(url)); }
     platform::NSURL temporaryURL() const override { return temporaryURL_.get(); }
     void setTemporaryURL(platform::NSURL url) { temporaryURL_.set(std::move(url)); }
+    std::optional<platform::NSURL> documentURL() const override { return documentURL_.get(); }
+    void setDocumentURL(std::optional<platform::NSURL> url) { documentURL_.set(std::move(url)); }
     platform::NSOperationQueue& fbQ() override { return fbQ_; }
     platform::NSOperationQueue& bufferCreationQ() override { return bufferCreationQ_; }
     uint64_t currentNeededPhotoIndex() const override { return currentNeededPhotoIndex_; }
@@ -107,6 +109,7 @@ private:
     platform::AtomicProperty<platform::NSXPCConnectionPtr> xpcConnection_;
     platform::AtomicProperty<platform::NSURL> destinationURL_;
     platform::AtomicProperty<platform::NSURL> temporaryURL_;
+    platform::AtomicProperty<std::optional<platform::NSURL>> documentURL_;
     platform::AtomicProperty<std::shared_ptr<FrameList>> imageBuffers_;
 
     platform::NSOperationQueue fbQ_;

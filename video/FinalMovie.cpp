@@ -7,6 +7,7 @@
 #include "platform/system/NSWorkspace.h"
 #include "util/MORURLCategory.h"
 #include "util/StageContext.h"
+#include "video/MovieTitle.h"
 
 #include <string>
 #include <string_view>
@@ -19,7 +20,7 @@ namespace {
 /// The name of a document's movie; nothing for a location without a name.
 std::optional<std::string> movieNameOf(const NSURL& documentURL)
 {
-    return stringByAppendingPathExtension(stringByDeletingPathExtension(documentURL.lastPathComponent()), "mov");
+    return stringByAppendingPathExtension(titleOfDocument(documentURL), "mov");
 }
 
 void queueUpdate(StageContext& context, std::string title, double progress)
@@ -68,6 +69,7 @@ AVURLAssetPtr movieByCombiningVideo(StageContext& context, const AVURLAssetPtr& 
     session.setOutputFileType(kAVFileTypeMPEG4);
     session.setOutputURL(URLForFinalVideoAtDocumentURL(context, finalDocURL));
     session.setShouldOptimizeForNetworkUse(true);
+    session.setMetadata(metadataOfMovie(finalDocURL));
     // The export has ended when this function returns, so it may look at the context.
     session.setOutputURLWhenTaken([&](const NSURL&) { return URLForFinalVideoAtDocumentURL(context, finalDocURL); });
     session.exportAsynchronouslyWithCompletionHandler({});

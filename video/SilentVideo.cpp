@@ -11,6 +11,7 @@
 #include "platform/system/NSProcessInfo.h"
 #include "platform/system/NSWorkspace.h"
 #include "video/FrameProduction.h"
+#include "video/MovieTitle.h"
 #include "video/VideoSize.h"
 
 #include <algorithm>
@@ -184,7 +185,7 @@ PhotoList without(PhotoList photos, const PhotoList& failedPhotos)
     return photos;
 }
 
-std::shared_ptr<AVAssetWriter> makeWriter(const StageContext& context, NSError* error)
+std::shared_ptr<AVAssetWriter> makeWriter(const VideoStageContext& context, NSError* error)
 {
     const auto& files = platform::NSFileManager::defaultManager();
     const NSURL folder = context.temporaryURL().URLByAppendingPathComponent(platform::NSUUIDString(), true);
@@ -205,6 +206,8 @@ std::shared_ptr<AVAssetWriter> makeWriter(const StageContext& context, NSError* 
     }
     writer->setShouldOptimizeForNetworkUse(true);
     writer->setDirectoryForTemporaryFiles(context.temporaryURL());
+    // Without a soundtrack this becomes the finished movie.
+    writer->setMetadata(metadataOfMovie(context.documentURL()));
     return writer;
 }
 

@@ -1,15 +1,20 @@
 #pragma once
 
 #include "platform/dispatch/NSOperationQueue.h"
+#include "platform/foundation/NSURL.h"
 #include "util/StageContext.h"
 #include "video/FrameList.h"
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 /// What the video stages of one creator share besides.
 class VideoStageContext : public StageContext {
 public:
+    /// The document that the movie is of, which gives it its title; nothing without one.
+    virtual std::optional<platform::NSURL> documentURL() const = 0;
+
     /// The queue that renders frames.
     virtual platform::NSOperationQueue& bufferCreationQ() = 0;
 

@@ -8,6 +8,9 @@ struct NSDate {
 
     /// Now, by the system's clock.
     static NSDate date();
+    /// What a new file tells of when it was made: now, or the second that the environment variable SOURCE_DATE_EPOCH
+    /// names, so that the same input gives the same file.
+    static NSDate dateOfNewFiles();
 
     friend bool operator==(const NSDate&, const NSDate&) = default;
 };

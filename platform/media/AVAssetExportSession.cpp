@@ -23,6 +23,7 @@ struct AVAssetExportSession::State {
     std::optional<AVMutableAudioMix> audioMix;
     std::optional<NSURL> temporaryFolder;
     bool optimizesForNetwork = false;
+    AVMetadataItemList metadata;
     std::function<NSURL(const NSURL&)> nextFreeURL;
 
     std::atomic<bool> cancelled{false};
@@ -110,7 +111,7 @@ bool AVAssetExportSession::State::write(const NSURL& url, NSError* why)
             },
     };
     if (fileType == kAVFileTypeMPEG4)
-        return copyMovie(*asset, timeRange, url, optimizesForNetwork, control, why);
+        return copyMovie(*asset, timeRange, url, optimizesForNetwork, metadata, control, why);
     const auto plan = planSound(*asset, timeRange, audioMix ? &*audioMix : nullptr, why);
     if (!plan)
         return false;
@@ -203,6 +204,11 @@ void AVAssetExportSession::setAudioMix(AVMutableAudioMix mix)
 void AVAssetExportSession::setDirectoryForTemporaryFiles(NSURL folder)
 {
     state_->temporaryFolder = std::move(folder);
+}
+
+void AVAssetExportSession::setMetadata(AVMetadataItemList metadata)
+{
+    state_->metadata = std::move(metadata);
 }
 
 void AVAssetExportSession::setShouldOptimizeForNetworkUse(bool shouldOptimize)

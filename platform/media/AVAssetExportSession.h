@@ -2,6 +2,7 @@
 
 #include "platform/foundation/NSURL.h"
 #include "platform/media/AVAsset.h"
+#include "platform/media/AVMetadataItem.h"
 #include "platform/media/AVMutableAudioMix.h"
 #include "platform/media/CMTime.h"
 
@@ -48,6 +49,8 @@ public:
     /// Where the output grows under a hidden name, which stays behind if the process is killed; unset, beside its
     /// place. From another disk it is copied in the end.
     void setDirectoryForTemporaryFiles(NSURL folder);
+    /// A movie tells the title among these, by its common key. When it was made it tells anyway.
+    void setMetadata(AVMetadataItemList metadata);
     /// Whether a movie's index comes before its media. A sound file's always comes behind.
     void setShouldOptimizeForNetworkUse(bool shouldOptimize);
     /// Where the output goes if its name was taken while it was written; without this the export then fails.

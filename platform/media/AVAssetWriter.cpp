@@ -60,6 +60,18 @@ void AVAssetWriter::setDirectoryForTemporaryFiles(std::optional<NSURL> url)
     directoryForTemporaryFiles_ = std::move(url);
 }
 
+AVMetadataItemList AVAssetWriter::metadata() const
+{
+    LockGuard guard(lock_);
+    return metadata_;
+}
+
+void AVAssetWriter::setMetadata(AVMetadataItemList metadata)
+{
+    LockGuard guard(lock_);
+    metadata_ = std::move(metadata);
+}
+
 void AVAssetWriter::setEncoderCount(size_t count)
 {
     LockGuard guard(lock_);
@@ -101,7 +113,7 @@ bool AVAssetWriter::startWriting()
             maximumSampleCount = input_->maximumSampleCount();
         }
     }
-    return session_->start(settings, maximumSampleCount, encoderCount, indexFirst);
+    return session_->start(settings, maximumSampleCount, encoderCount, indexFirst, metadata());
 }
 
 void AVAssetWriter::startSessionAtSourceTime(CMTime startTime)

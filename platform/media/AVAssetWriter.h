@@ -4,6 +4,7 @@
 #include "platform/foundation/NSError.h"
 #include "platform/foundation/NSURL.h"
 #include "platform/media/AVAssetWriterInput.h"
+#include "platform/media/AVMetadataItem.h"
 #include "platform/media/CMTime.h"
 
 #include <cstddef>
@@ -46,6 +47,10 @@ public:
     std::optional<NSURL> directoryForTemporaryFiles() const;
     void setDirectoryForTemporaryFiles(std::optional<NSURL> url);
 
+    /// The movie tells the title among these, by its common key. When it was made it tells anyway.
+    AVMetadataItemList metadata() const;
+    void setMetadata(AVMetadataItemList metadata);
+
     /// How many frames are coded at once, set before the writer starts; 0, as at first: as many as there are
     /// processors, at most 8. The pictures are the same with any number.
     void setEncoderCount(size_t count);
@@ -87,6 +92,7 @@ private:
     bool shouldOptimizeForNetworkUse_ GUARDED_BY(lock_) = false;
     std::optional<NSURL> directoryForTemporaryFiles_ GUARDED_BY(lock_);
     size_t encoderCount_ GUARDED_BY(lock_) = 0;
+    AVMetadataItemList metadata_ GUARDED_BY(lock_);
     std::shared_ptr<AVAssetWriterInput> input_ GUARDED_BY(lock_);
 };
 

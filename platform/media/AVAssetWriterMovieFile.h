@@ -2,6 +2,7 @@
 
 #include "platform/foundation/NSError.h"
 #include "platform/foundation/NSURL.h"
+#include "platform/media/AVMetadataItem.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -29,8 +30,10 @@ public:
     /// @param indexFirst      whether the index stands before the media
     /// @param maximumPackets  room for the index of so many packets is kept at the front; nothing: the media is moved
     ///                        once at the end to make room
+    /// @param metadata        the movie tells its title, if there is one, and when it was made
     [[nodiscard]] virtual bool begin(const AVCodecParameters& parameters, int32_t timescale, bool indexFirst,
-                                     std::optional<size_t> maximumPackets, NSError* error = nullptr) = 0;
+                                     std::optional<size_t> maximumPackets, const AVMetadataItemList& metadata,
+                                     NSError* error = nullptr) = 0;
 
     /// @param time, duration  in the timescale, from the movie's start; times increase
     [[nodiscard]] virtual bool write(std::span<const uint8_t> packet, int64_t time, int64_t duration,

@@ -58,7 +58,7 @@ public:
     }
 
     bool begin(const AVCodecParameters& parameters, int32_t timescale, bool indexFirst,
-               std::optional<size_t> maximumPackets, NSError* error) override
+               std::optional<size_t> maximumPackets, const AVMetadataItemList& metadata, NSError* error) override
     {
         silenceLibraries();
         AVFormatContext* made = nullptr;
@@ -76,6 +76,7 @@ public:
             return failWith(AVERROR(ENOMEM), error);
         format_->pb = output_.get();
         format_->flags |= AVFMT_FLAG_CUSTOM_IO | AVFMT_FLAG_BITEXACT;
+        const size_t roomForTitle = setMovieMetadata(*format_, metadata);
 
         AVStream* const stream = avformat_new_stream(format_.get(), nullptr);
         if (!stream)
@@ -91,7 +92,8 @@ public:
         av_dict_set_int(&options, "movie_timescale", timescale, 0);
         if (indexFirst && maximumPackets)
             av_dict_set_int(&options, "moov_size",
-                            static_cast<int64_t>(kIndexBytes + kIndexBytesPerPacket * *maximumPackets), 0);
+                            static_cast<int64_t>(kIndexBytes + roomForTitle + kIndexBytesPerPacket * *maximumPackets),
+                            0);
         else if (indexFirst)
             av_dict_set(&options, "movflags", "+faststart", 0);
         result = avformat_write_header(format_.get(), &options);

@@ -37,7 +37,8 @@ AVAssetWriterSession::~AVAssetWriterSession()
 }
 
 bool AVAssetWriterSession::start(const std::optional<AVVideoSettings>& settings,
-                                 std::optional<size_t> maximumSampleCount, size_t encoderCount, bool indexFirst)
+                                 std::optional<size_t> maximumSampleCount, size_t encoderCount, bool indexFirst,
+                                 AVMetadataItemList metadata)
 {
     {
         LockGuard guard(lock_);
@@ -62,6 +63,7 @@ bool AVAssetWriterSession::start(const std::optional<AVVideoSettings>& settings,
     settings_ = *settings;
     maximumSampleCount_ = maximumSampleCount;
     indexFirst_ = indexFirst;
+    metadata_ = std::move(metadata);
     {
         LockGuard guard(lock_);
         status_ = AVAssetWriterStatus::Writing;
@@ -380,7 +382,7 @@ std::optional<AVAssetWriterSession::Packet> AVAssetWriterSession::takePacket()
 bool AVAssetWriterSession::writePacket(const Packet& packet, NSError* error)
 {
     if (!std::exchange(hasBegun_, true) &&
-        !file_->begin(encoders_[0]->parameters(), packet.timescale, indexFirst_, maximumSampleCount_, error))
+        !file_->begin(encoders_[0]->parameters(), packet.timescale, indexFirst_, maximumSampleCount_, metadata_, error))
         return false;
     return file_->write(packet.bytes, packet.time, packet.duration, error);
 }

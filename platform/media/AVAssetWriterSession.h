@@ -39,7 +39,7 @@ public:
     /// @{
     /// Without settings, of an input, it fails.
     bool start(const std::optional<AVVideoSettings>& settings, std::optional<size_t> maximumSampleCount,
-               size_t encoderCount, bool indexFirst);
+               size_t encoderCount, bool indexFirst, AVMetadataItemList metadata);
     void startAtSourceTime(CMTime startTime);
     void finish(std::function<void()> handler);
     void cancel();
@@ -104,6 +104,7 @@ private:
     AVVideoSettings settings_;
     std::optional<size_t> maximumSampleCount_;
     bool indexFirst_ = false;
+    AVMetadataItemList metadata_;
     mutable Lock lock_;
     mutable Condition statusChanged_;
     Condition workChanged_;

@@ -2,7 +2,9 @@
 
 #include "platform/foundation/NSError.h"
 #include "platform/foundation/NSURL.h"
+#include "platform/media/AVMetadataItem.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -45,6 +47,11 @@ std::string textOfAVError(int code);
 
 /// An error of the AVFoundation domain for a library's error number; `what` names the file and the operation.
 bool failWithAVError(NSError* error, int code, const std::string& what);
+
+/// Lets a movie that is to be written tell when it was made and, if there is an item with the common key for it, its
+/// title. Other items are left out.
+/// @return bytes that the title takes in the index at most
+size_t setMovieMetadata(AVFormatContext& movie, const AVMetadataItemList& metadata);
 
 /// Opens a media file that may be hostile: regular files only, of a short list of formats, reading nothing but the file
 /// itself, with a short list of decoders. Its streams are known; edit lists of movies are not applied when

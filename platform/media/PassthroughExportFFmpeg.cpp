@@ -260,7 +260,8 @@ bool hasMPEG4Entry(AVCodecID codec)
            codec == AV_CODEC_ID_ALAC;
 }
 
-MoviePtr createMovie(std::vector<std::unique_ptr<TrackCopy>>& tracks, const NSURL& url, bool indexFirst, NSError* error)
+MoviePtr createMovie(std::vector<std::unique_ptr<TrackCopy>>& tracks, const NSURL& url, bool indexFirst,
+                     const AVMetadataItemList& metadata, NSError* error)
 {
     const bool isPlain =
         std::all_of(tracks.begin(), tracks.end(), [](const auto& track) { return hasMPEG4Entry(track->codec()); });
@@ -273,8 +274,9 @@ MoviePtr createMovie(std::vector<std::unique_ptr<TrackCopy>>& tracks, const NSUR
         failWithAVError(error, result, what);
         return nullptr;
     }
-    // The same movie on every run: no times, no version of the library.
+    // Without the version of the library.
     movie->flags |= AVFMT_FLAG_BITEXACT;
+    const auto roomForTitle = static_cast<int64_t>(setMovieMetadata(*movie, metadata));
     for (const auto& track : tracks) {
         AVStream* stream = avformat_new_stream(movie.get(), nullptr);
         result = stream ? avcodec_parameters_copy(stream->codecpar, track->stream().codecpar) : AVERROR(ENOMEM);
@@ -293,7 +295,7 @@ MoviePtr createMovie(std::vector<std::unique_ptr<TrackCopy>>& tracks, const NSUR
     av_dict_set(&options, "brand", "mp42", 0);
     av_dict_set_int(&options, "movie_timescale", movieScale(tracks), 0);
     if (indexFirst)
-        av_dict_set_int(&options, "moov_size", roomForIndex(tracks), 0);
+        av_dict_set_int(&options, "moov_size", roomForIndex(tracks) + roomForTitle, 0);
     AVDictionary* ioOptions = nullptr;
     av_dict_set(&ioOptions, "protocol_whitelist", "file", 0);
     result = avio_open2(&movie->pb, location.c_str(), AVIO_FLAG_WRITE, nullptr, &ioOptions);
@@ -354,7 +356,7 @@ bool copyPackets(std::vector<std::unique_ptr<TrackCopy>>& tracks, AVFormatContex
 } // namespace
 
 bool copyMovie(const AVAsset& asset, const std::optional<CMTimeRange>& timeRange, const NSURL& url, bool indexFirst,
-               const ExportControl& control, NSError* error)
+               const AVMetadataItemList& metadata, const ExportControl& control, NSError* error)
 {
     const auto stretches = stretchesOf(asset, error);
     if (!stretches)
@@ -375,7 +377,7 @@ bool copyMovie(const AVAsset& asset, const std::optional<CMTimeRange>& timeRange
         if (!tracks.back()->open(stretch, error))
             return false;
     }
-    const MoviePtr movie = createMovie(tracks, url, indexFirst, error);
+    const MoviePtr movie = createMovie(tracks, url, indexFirst, metadata, error);
     if (!movie || !copyPackets(tracks, *movie, url, control, error))
         return false;
     int result = av_write_trailer(movie.get());

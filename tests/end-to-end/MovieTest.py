@@ -125,6 +125,20 @@ class CodecTest(stillora.TestCase):
                 # What comes to it is in its index.
                 self.assertLess(web.stat().st_size, plain.stat().st_size + 18 * 8 + 100)
 
+    def test_a_movie_tells_its_title_and_when_it_was_made(self):
+        environment = self.environment(SOURCE_DATE_EPOCH="1000000000")
+        for name, options in (("silent", ["--no-silence"]), ("heard", []), ("web", ["--web"])):
+            with self.subTest(name):
+                title = f"Été à Rome, {name}"
+                make = lambda: self.made_movie(self.create("--title", title, "--quality", "240", "--seconds", "1", *options,
+                                                           *self.photos, environment=environment))
+                movie = make()
+                facts = probe(movie)
+                self.assertEqual(facts["format"]["tags"]["title"], title)
+                for tags in (facts["format"]["tags"], *(stream["tags"] for stream in facts["streams"])):
+                    self.assertEqual(tags["creation_time"], "2001-09-09T01:46:40.000000Z")
+                self.assertEqual(make().read_bytes(), movie.read_bytes())
+
     def test_the_index_stands_before_the_media(self):
         movie = self.made_movie(self.create("--quality", "240", *self.photos))
         data = movie.read_bytes()

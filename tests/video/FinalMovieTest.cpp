@@ -380,4 +380,16 @@ TEST_F(LongExport, CancelDuringItEndsTheCallAtTheNextLook)
     EXPECT_FALSE(std::filesystem::exists(folder_.path("nothing")));
 }
 
+TEST_F(FinalMovie, TellsTheDocumentsNameAsItsTitle)
+{
+    const auto title = [&](const std::string& name) {
+        const auto movie = combine(makeVideo(5), makeSoundtrack(10), name);
+        return outputOf("ffprobe -v error -of csv=p=0 -show_entries format_tags=title " + quoted(movie->URL().path()));
+    };
+    EXPECT_EQ(title("Holiday.slides"), "Holiday\n");
+    std::filesystem::remove(folder_.path("v.mov"));
+    std::filesystem::remove(folder_.path("s.m4a"));
+    EXPECT_EQ(title("\xC3\x89t\xC3\xA9 v1.2.slides"), "\xC3\x89t\xC3\xA9 v1.2\n");
+}
+
 } // namespace

@@ -644,4 +644,13 @@ TEST(RemainingTimeEstimate, SurvivesFewerPhotosThanFifths)
     EXPECT_DOUBLE_EQ(estimate.secondsLeftAfter(2, 100, 3), 1);
 }
 
+TEST_F(SilentVideoTest, TellsTheDocumentsNameAsItsTitle)
+{
+    context.setDocumentURL(folder.url("Summer in Rome.slides"));
+    finishFrames(5);
+    const auto asset = write(5);
+    ASSERT_TRUE(asset);
+    EXPECT_EQ(testmovie::probe(asset->URL().path(), "format_tags=title"), (std::vector<std::string>{"Summer in Rome"}));
+}
+
 } // namespace

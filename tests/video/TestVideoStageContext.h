@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -34,6 +35,8 @@ public:
     void setIsCancelled(bool isCancelled) override { isCancelled_ = isCancelled; }
     platform::NSURL destinationURL() const override { return destination_; }
     platform::NSURL temporaryURL() const override { return temporary_; }
+    std::optional<platform::NSURL> documentURL() const override { return documentURL_; }
+    void setDocumentURL(platform::NSURL url) { documentURL_ = std::move(url); }
     platform::NSOperationQueue& fbQ() override { return fbQ_; }
     void updateProgress(const ProgressUpdate& update) override
     {
@@ -74,6 +77,7 @@ private:
     const TemporaryFolder folder_;
     const platform::NSURL destination_;
     const platform::NSURL temporary_;
+    std::optional<platform::NSURL> documentURL_;
     std::atomic<bool> isCancelled_{false};
     std::atomic<uint64_t> currentNeededPhotoIndex_{0};
     mutable std::mutex mutex_;

@@ -98,6 +98,10 @@ bool isEmptyFolder(const TemporaryFolder& folder)
 
 class AVAssetWriterTest : public testing::Test {
 protected:
+    // Movies tell when they were made, and some are compared.
+    AVAssetWriterTest() { setenv("SOURCE_DATE_EPOCH", "1000000000", 1); }
+    ~AVAssetWriterTest() override { unsetenv("SOURCE_DATE_EPOCH"); }
+
     /// A finished movie of `count` frames, `distance` apart, and what it holds.
     MediaReport write(const std::string& codec, size_t count, int64_t distance, double width = 64, double height = 48,
                       size_t encoders = 0, std::optional<size_t> maximum = std::nullopt)
@@ -221,6 +225,32 @@ TEST_P(AVAssetWriterOfCodec, TellsPlayersTheColoursMeaning)
               (std::vector<std::string>{isJPEG ? "pc,bt470bg,bt709,bt709" : "tv,bt709,bt709,bt709"}));
     // In the file too, for players that look there first.
     EXPECT_NE(TemporaryFolder::contentsOf(url.path()).find("colrnclc"), std::string::npos);
+}
+
+TEST_F(AVAssetWriterTest, TellsItsTitleAndWhenItWasMade)
+{
+    // As long as a file's name may be, in a movie with room for its index.
+    const std::string title(255, 'T');
+    const auto item = [](std::string_view key, std::string value) {
+        return std::make_shared<AVMetadataItem>(AVMetadataItem{.keySpace = std::string(kAVMetadataKeySpaceCommon),
+                                                               .key = std::string(key),
+                                                               .commonKey = std::string(key),
+                                                               .value = std::move(value)});
+    };
+    Writing writing(url);
+    writing.writer->setMetadata({item(kAVMetadataCommonKeyArtist, "nobody"), item(kAVMetadataCommonKeyTitle, title)});
+    writing.writer->setShouldOptimizeForNetworkUse(true);
+    writing.input->setMaximumSampleCount(2);
+    ASSERT_TRUE(writing.start());
+    for (int64_t i = 0; i < 2; ++i)
+        ASSERT_TRUE(writing.append(makeNthFrame(64, 48, 0), at(i * 10000)));
+    ASSERT_EQ(writing.finish(), AVAssetWriterStatus::Completed);
+    EXPECT_EQ(testmovie::probe(url.path(), "format_tags=title,artist,creation_time"),
+              (std::vector<std::string>{"2001-09-09T01:46:40.000000Z," + title}));
+    // Seconds since 1904, twice in the header of the movie, of the track and of its media.
+    const std::string contents = TemporaryFolder::contentsOf(url.path());
+    for (const char* const header : {"mvhd", "tkhd", "mdhd"})
+        EXPECT_EQ(contents.substr(contents.find(header) + 8, 8), "\xB7\xC0\x7A\x80\xB7\xC0\x7A\x80") << header;
 }
 
 TEST_F(AVAssetWriterTest, WritesAQuickTimeFile)
