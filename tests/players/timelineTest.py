@@ -85,7 +85,7 @@ class ClockTest(unittest.TestCase):
 
     def test_a_clock_that_goes_back_counts_from_there(self):
         clock = timeline.Clock([(10, 5), (11, 6), (12, 1), (13, 2)])
-        self.assertEqual([clock.position(time) for time in (12, 12.5)], [1, 1.5])
+        self.assertEqual([clock.position(time) for time in (11.5, 12, 12.5)], [0.5, 1, 1.5])
 
     def test_an_answer_that_takes_long_is_of_no_use(self):
         waiting = threading.Event()
