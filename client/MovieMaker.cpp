@@ -7,7 +7,7 @@
 #include "client/SilentSound.h"
 #include "client/Text.h"
 #include "items/morStilloraVideoCreatorProtocol.h"
-#include "platform/dispatch/Lock.h"
+#include "platform/foundation/Lock.h"
 #include "platform/foundation/NSFileManager.h"
 #include "platform/foundation/NSString.h"
 #include "platform/media/MediaInspection.h"

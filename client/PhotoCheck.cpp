@@ -1,8 +1,8 @@
 #include "client/PhotoCheck.h"
 
 #include "client/FileReason.h"
-#include "platform/dispatch/Lock.h"
 #include "platform/dispatch/NSOperationQueue.h"
+#include "platform/foundation/Lock.h"
 #include "platform/foundation/NSURL.h"
 #include "platform/graphics/CGImageSource.h"
 

@@ -3,9 +3,9 @@
 #include "client/ClientError.h"
 #include "client/FileCopy.h"
 #include "client/Text.h"
-#include "platform/dispatch/Lock.h"
 #include "platform/dispatch/NSOperationQueue.h"
 #include "platform/foundation/FileDescriptor.h"
+#include "platform/foundation/Lock.h"
 #include "platform/foundation/NSURL.h"
 #include "util/MORImageCategory.h"
 

@@ -1,10 +1,10 @@
 #include "items/MORSoundtrack.h"
 
+#include "platform/foundation/Lock.h"
 #include "platform/foundation/NSCache.h"
 #include "platform/media/CMTime.h"
 
 #include <map>
-#include <mutex>
 
 using namespace platform;
 
@@ -14,8 +14,8 @@ namespace {
 
 /// Never emptied: a file that is replaced under its path keeps what was measured first.
 struct DurationCache {
-    std::mutex mutex;
-    std::map<std::string, double> seconds;
+    Lock lock;
+    std::map<std::string, double> seconds GUARDED_BY(lock);
 };
 
 DurationCache& durationCache()
@@ -43,14 +43,14 @@ double MORSoundtrack::duration() const
     const auto path = _originalPath();
     DurationCache& cache = durationCache();
     if (path) {
-        const std::lock_guard lock(cache.mutex);
+        const LockGuard guard(cache.lock);
         if (const auto known = cache.seconds.find(*path); known != cache.seconds.end())
             return known->second;
     }
     const auto url = soundtrackURL();
     const double seconds = url ? CMTimeGetSeconds(AVURLAsset::URLAssetWithURL(*url)->duration()) : 0;
     if (path) {
-        const std::lock_guard lock(cache.mutex);
+        const LockGuard guard(cache.lock);
         cache.seconds.insert_or_assign(*path, seconds);
     }
     return seconds;

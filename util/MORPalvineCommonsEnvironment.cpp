@@ -1,7 +1,7 @@
 #include "util/MORPalvineCommons.h"
 
-#include "platform/dispatch/Lock.h"
 #include "platform/dispatch/NSOperationQueue.h"
+#include "platform/foundation/Lock.h"
 #include "platform/foundation/NSDateComponentsFormatter.h"
 #include "platform/foundation/NSString.h"
 #include "platform/system/LaunchServices.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/dispatch/Lock.h"
+#include "platform/foundation/Lock.h"
 #include "platform/graphics/CVPixelBuffer.h"
 #include "platform/graphics/NSImage.h"
 

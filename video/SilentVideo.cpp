@@ -1,7 +1,7 @@
 #include "video/SilentVideo.h"
 
 #include "platform/dispatch/DispatchQueue.h"
-#include "platform/dispatch/Lock.h"
+#include "platform/foundation/Lock.h"
 #include "platform/foundation/NSDate.h"
 #include "platform/foundation/NSFileManager.h"
 #include "platform/foundation/NSLog.h"
@@ -87,6 +87,7 @@ public:
     /// What the input's block does.
     void feed()
     {
+        platform::assertOnQueue(*videoWritingQueue());
         platform::LockGuard guard(lock_);
         if (isClosed_ || !input_->isReadyForMoreMediaData())
             return;

@@ -5,6 +5,7 @@
 #include "client/Text.h"
 #include "client/command/FileIdentity.h"
 #include "client/command/SoundCommand.h"
+#include "platform/foundation/Lock.h"
 #include "platform/foundation/NSFileManager.h"
 #include "platform/foundation/NSLog.h"
 #include "platform/graphics/NSImage.h"
@@ -12,7 +13,6 @@
 
 #include <charconv>
 #include <memory>
-#include <mutex>
 #include <string_view>
 #include <utility>
 
@@ -32,7 +32,7 @@ public:
     LogWatch()
     {
         platform::setLogSink([state = state_](const std::string& line) {
-            const std::lock_guard guard(state->mutex);
+            const platform::LockGuard guard(state->lock);
             if (state->line.empty())
                 state->line = line;
         });
@@ -44,14 +44,14 @@ public:
     /// Empty if nothing was logged.
     std::string line() const
     {
-        const std::lock_guard guard(state_->mutex);
+        const platform::LockGuard guard(state_->lock);
         return state_->line;
     }
 
 private:
     struct State {
-        std::mutex mutex;
-        std::string line;
+        platform::Lock lock;
+        std::string line GUARDED_BY(lock);
     };
     const std::shared_ptr<State> state_ = std::make_shared<State>();
 };

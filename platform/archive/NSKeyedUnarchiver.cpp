@@ -150,10 +150,9 @@ private:
     std::optional<NSColor> color(const PropertyList& record) const
     {
         // A missing text of components is black.
-        static const auto& kNothing = *new NSData;
-        const auto components = [&](std::string_view key) -> const NSData& {
+        const auto components = [&](std::string_view key) {
             const auto* data = field<NSData>(record, key);
-            return data ? *data : kNothing;
+            return data ? *data : NSData();
         };
         const auto* space = field<int64_t>(record, "NSColorSpace");
         if (!space)

@@ -2,6 +2,7 @@
 
 #include <glib.h>
 
+#include <cassert>
 #include <semaphore>
 #include <thread>
 #include <utility>
@@ -10,6 +11,7 @@ namespace platform {
 
 MainLoopThread& MainLoopThread::shared()
 {
+    // Never destroyed: the thread never ends.
     static auto& thread = *new MainLoopThread;
     return thread;
 }
@@ -41,6 +43,11 @@ void MainLoopThread::async(std::move_only_function<void()> block)
         blocks_.push_back(std::move(block));
     }
     g_main_context_wakeup(context_);
+}
+
+void MainLoopThread::assertCurrent() const
+{
+    assert(g_main_context_is_owner(context_));
 }
 
 void MainLoopThread::sync(const std::function<void()>& block)

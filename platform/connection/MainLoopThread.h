@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/dispatch/Lock.h"
+#include "platform/foundation/Lock.h"
 
 #include <deque>
 #include <functional>
@@ -23,6 +23,9 @@ public:
     void async(std::move_only_function<void()> block) EXCLUDES(lock_);
     /// Waits until the block has run; on the thread itself it is run at once.
     void sync(const std::function<void()>& block);
+
+    /// Ends the process with a message unless the calling thread is this one. Checked in debug builds only.
+    void assertCurrent() const;
 
 private:
     MainLoopThread();

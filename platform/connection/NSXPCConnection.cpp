@@ -3,7 +3,7 @@
 #include "platform/connection/MainLoopThread.h"
 #include "platform/connection/MessageCoding.h"
 #include "platform/dispatch/DispatchQueue.h"
-#include "platform/dispatch/Lock.h"
+#include "platform/foundation/Lock.h"
 #include "platform/foundation/NSLog.h"
 
 #include <gio/gio.h>
@@ -199,6 +199,7 @@ struct NSXPCConnection::Registry {
 
     static Registry& shared()
     {
+        // Never destroyed: GLib may still ask for a number while the process ends.
         static auto& registry = *new Registry;
         return registry;
     }
@@ -214,6 +215,7 @@ std::shared_ptr<NSXPCConnection::Core> NSXPCConnection::Core::withNumber(gpointe
 
 gpointer NSXPCConnection::Core::addNumber()
 {
+    MainLoopThread::shared().assertCurrent();
     auto& registry = Registry::shared();
     LockGuard guard(registry.lock);
     registry.cores.emplace(++registry.last, shared_from_this());
@@ -222,6 +224,7 @@ gpointer NSXPCConnection::Core::addNumber()
 
 void NSXPCConnection::Core::removeNumber()
 {
+    MainLoopThread::shared().assertCurrent();
     auto& registry = Registry::shared();
     LockGuard guard(registry.lock);
     registry.cores.erase(reinterpret_cast<guintptr>(number));
@@ -284,6 +287,7 @@ NSXPCConnectionPtr NSXPCConnection::Core::connect(int socket, Side side, NSError
 void NSXPCConnection::Core::registerObject(const char* path, const char* xml, std::string_view interfaceName,
                                            const GDBusInterfaceVTable* vtable)
 {
+    MainLoopThread::shared().assertCurrent();
     const std::unique_ptr<GDBusNodeInfo, UnrefNode> node(g_dbus_node_info_new_for_xml(xml, nullptr));
     auto* info = g_dbus_node_info_lookup_interface(node.get(), std::string(interfaceName).c_str());
     ErrorHolder reason;
@@ -297,6 +301,7 @@ void NSXPCConnection::Core::registerObject(const char* path, const char* xml, st
 
 void NSXPCConnection::Core::start()
 {
+    MainLoopThread::shared().assertCurrent();
     std::shared_ptr<const NSXPCInterface> interface;
     {
         LockGuard guard(lock);
@@ -414,6 +419,7 @@ GDBusMessage* NSXPCConnection::Core::filterMessage(GDBusMessage* message)
 
 void NSXPCConnection::Core::receiveCall(GDBusMessage* message, const std::shared_ptr<const NSXPCInterface>& interface)
 {
+    assertOnQueue(*queue);
     std::shared_ptr<NSXPCExportedObject> object;
     {
         LockGuard guard(lock);
@@ -472,6 +478,7 @@ void NSXPCConnection::Core::send(GDBusMessage* message)
 
 void NSXPCConnection::Core::receiveReply(GDBusMessage* message, WaitingReply waiting, const NSXPCInterface& interface)
 {
+    assertOnQueue(*queue);
     NSError error;
     if (g_dbus_message_get_message_type(message) == G_DBUS_MESSAGE_TYPE_ERROR) {
         const char* name = g_dbus_message_get_error_name(message);

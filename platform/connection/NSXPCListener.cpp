@@ -2,7 +2,7 @@
 
 #include "platform/connection/MainLoopThread.h"
 #include "platform/dispatch/DispatchQueue.h"
-#include "platform/dispatch/Lock.h"
+#include "platform/foundation/Lock.h"
 #include "platform/foundation/NSLog.h"
 
 #include <glib-unix.h>
@@ -73,6 +73,7 @@ struct NSXPCListener::Core final : std::enable_shared_from_this<Core> {
 
 void NSXPCListener::Core::watchSignal(int number)
 {
+    MainLoopThread::shared().assertCurrent();
     auto* source = g_unix_signal_source_new(number);
     g_source_set_callback(
         source,
@@ -87,6 +88,7 @@ void NSXPCListener::Core::watchSignal(int number)
 
 void NSXPCListener::Core::watchSocket()
 {
+    MainLoopThread::shared().assertCurrent();
     auto* source = g_unix_fd_source_new(socket, G_IO_IN);
     const GUnixFDSourceFunc accept = [](gint, GIOCondition, gpointer data) -> gboolean {
         static_cast<NSXPCListener::Core*>(data)->acceptConnections();
@@ -99,6 +101,7 @@ void NSXPCListener::Core::watchSocket()
 
 void NSXPCListener::Core::start()
 {
+    MainLoopThread::shared().assertCurrent();
     watchSignal(SIGTERM);
     if (isListening) {
         watchSignal(SIGINT);
@@ -108,6 +111,7 @@ void NSXPCListener::Core::start()
 
 void NSXPCListener::Core::acceptConnections()
 {
+    MainLoopThread::shared().assertCurrent();
     for (;;) {
         const int connectedSocket = accept4(socket, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
         if (connectedSocket >= 0) {
@@ -189,6 +193,7 @@ NSXPCListener::~NSXPCListener()
 std::shared_ptr<NSXPCListener> NSXPCListener::serviceListener(NSError* error)
 {
     static Lock lock;
+    // Never destroyed: connections may still arrive while the process ends.
     static auto& listener = *new std::shared_ptr<NSXPCListener>;
     LockGuard guard(lock);
     if (listener)

@@ -1,7 +1,7 @@
 #include "platform/dispatch/DispatchQueue.h"
 
-#include "platform/dispatch/Lock.h"
 #include "platform/dispatch/ThreadPool.h"
+#include "platform/foundation/Lock.h"
 
 #include <algorithm>
 #include <chrono>

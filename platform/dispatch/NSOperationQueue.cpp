@@ -1,6 +1,6 @@
 #include "platform/dispatch/NSOperationQueue.h"
 
-#include "platform/dispatch/Lock.h"
+#include "platform/foundation/Lock.h"
 
 #include <deque>
 #include <set>

@@ -60,6 +60,7 @@ ThreadPool& ThreadPool::withNiceness(int niceness)
         Lock lock;
         std::map<int, ThreadPool*> byNiceness GUARDED_BY(lock);
     };
+    // Never destroyed, nor are the pools: see there.
     static auto& pools = *new Pools;
     LockGuard guard(pools.lock);
     auto& pool = pools.byNiceness[niceness];

@@ -1,6 +1,7 @@
 #pragma once
 
-#include <mutex>
+#include "platform/foundation/Lock.h"
+
 #include <utility>
 
 namespace platform {
@@ -16,19 +17,19 @@ public:
 
     T get() const
     {
-        const std::lock_guard lock(mutex_);
+        const LockGuard guard(lock_);
         return value_;
     }
     void set(T value)
     {
         // The old value ends outside the lock, whatever its end does.
-        const std::lock_guard lock(mutex_);
+        const LockGuard guard(lock_);
         std::swap(value_, value);
     }
 
 private:
-    mutable std::mutex mutex_;
-    T value_{};
+    mutable Lock lock_;
+    T value_ GUARDED_BY(lock_){};
 };
 
 } // namespace platform

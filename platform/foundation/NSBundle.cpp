@@ -97,7 +97,7 @@ std::string NSBundle::localizedStringForKey(std::string_view key, std::string_vi
 
 void NSBundle::setLocalizations(std::string folder, std::string domain)
 {
-    const std::lock_guard lock(mutex_);
+    const LockGuard guard(lock_);
     folder_ = std::move(folder);
     domain_ = std::move(domain);
     languages_ = preferredLanguages();
@@ -106,7 +106,7 @@ void NSBundle::setLocalizations(std::string folder, std::string domain)
 
 const NSBundle::Texts& NSBundle::textsOfDomain(const std::string& domain, const std::string& language) const
 {
-    const std::lock_guard lock(mutex_);
+    const LockGuard guard(lock_);
     const auto [entry, isNew] = catalogues_.try_emplace(language + "/" + domain);
     if (isNew) {
         std::ifstream file(folder_ + "/" + language + "/LC_MESSAGES/" + domain + ".mo", std::ios::binary);

@@ -1,7 +1,8 @@
 #pragma once
 
+#include "platform/foundation/Lock.h"
+
 #include <map>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,9 +36,9 @@ private:
     std::string domain_;
     std::vector<std::string> languages_;
 
-    mutable std::mutex mutex_;
+    mutable Lock lock_;
     /// By "LANGUAGE/DOMAIN"; filled when first asked for.
-    mutable std::map<std::string, Texts> catalogues_;
+    mutable std::map<std::string, Texts> catalogues_ GUARDED_BY(lock_);
 };
 
 } // namespace platform

@@ -1,10 +1,11 @@
 #pragma once
 
+#include "platform/foundation/Lock.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <list>
 #include <map>
-#include <mutex>
 #include <utility>
 
 namespace platform {
@@ -28,7 +29,7 @@ public:
     /// A value made without arguments, such as null, if there is none.
     Value objectForKey(const Key& key)
     {
-        const std::lock_guard lock(mutex_);
+        const LockGuard guard(lock_);
         const auto found = places_.find(key);
         if (found == places_.end())
             return Value{};
@@ -43,7 +44,7 @@ public:
     {
         // What is taken out is destroyed without the lock: that may take long, and may call back.
         std::list<Entry> removed;
-        const std::lock_guard lock(mutex_);
+        const LockGuard guard(lock_);
         if (const auto found = places_.find(key); found != places_.end())
             take(found->second, removed);
         if (totalCostLimit_ > 0 && cost > totalCostLimit_)
@@ -60,7 +61,7 @@ public:
     void removeObjectForKey(const Key& key)
     {
         std::list<Entry> removed;
-        const std::lock_guard lock(mutex_);
+        const LockGuard guard(lock_);
         if (const auto found = places_.find(key); found != places_.end())
             take(found->second, removed);
     }
@@ -68,7 +69,7 @@ public:
     void removeAllObjects()
     {
         std::list<Entry> removed;
-        const std::lock_guard lock(mutex_);
+        const LockGuard guard(lock_);
         places_.clear();
         entries_.swap(removed);
         totalCost_ = 0;
@@ -81,7 +82,7 @@ private:
         uint64_t cost = 0;
     };
 
-    void take(typename std::list<Entry>::iterator entry, std::list<Entry>& removed)
+    void take(typename std::list<Entry>::iterator entry, std::list<Entry>& removed) REQUIRES(lock_)
     {
         places_.erase(entry->key);
         totalCost_ -= entry->cost;
@@ -91,11 +92,11 @@ private:
     const size_t countLimit_ = 0;
     const uint64_t totalCostLimit_ = 0;
 
-    std::mutex mutex_;
+    Lock lock_;
     // The latest used first.
-    std::list<Entry> entries_;
-    std::map<Key, typename std::list<Entry>::iterator> places_;
-    uint64_t totalCost_ = 0;
+    std::list<Entry> entries_ GUARDED_BY(lock_);
+    std::map<Key, typename std::list<Entry>::iterator> places_ GUARDED_BY(lock_);
+    uint64_t totalCost_ GUARDED_BY(lock_) = 0;
 };
 
 } // namespace platform

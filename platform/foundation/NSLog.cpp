@@ -1,12 +1,12 @@
 #include "platform/foundation/NSLog.h"
 
+#include "platform/foundation/Lock.h"
 #include "platform/foundation/NSString.h"
 
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
 #include <memory>
-#include <mutex>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -18,8 +18,8 @@ namespace {
 using Sink = std::function<void(const std::string&)>;
 
 struct SinkHolder {
-    std::mutex mutex;
-    std::shared_ptr<const Sink> sink;
+    Lock lock;
+    std::shared_ptr<const Sink> sink GUARDED_BY(lock);
 };
 
 SinkHolder& sinkHolder()
@@ -69,7 +69,7 @@ void NSLog(std::string_view text)
     std::shared_ptr<const Sink> sink;
     {
         SinkHolder& holder = sinkHolder();
-        const std::lock_guard lock(holder.mutex);
+        const LockGuard guard(holder.lock);
         sink = holder.sink;
     }
     if (sink) {
@@ -106,7 +106,7 @@ void setLogSink(std::function<void(const std::string& line)> sink)
 {
     auto shared = sink ? std::make_shared<const Sink>(std::move(sink)) : nullptr;
     SinkHolder& holder = sinkHolder();
-    const std::lock_guard lock(holder.mutex);
+    const LockGuard guard(holder.lock);
     holder.sink = std::move(shared);
 }
 

@@ -1,5 +1,6 @@
 #include "platform/foundation/NSURL.h"
 
+#include "platform/foundation/Lock.h"
 #include "platform/foundation/NSPropertyListSerialization.h"
 #include "platform/foundation/NSString.h"
 
@@ -13,7 +14,6 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -220,7 +220,7 @@ public:
 
     void remember(const std::string& folder, Entries entries)
     {
-        const std::lock_guard lock(mutex_);
+        const LockGuard guard(lock_);
         folder_ = folder;
         entries_ = std::move(entries);
         when_ = std::chrono::steady_clock::now();
@@ -229,7 +229,7 @@ public:
     /// Paths of entries with that inode. Nothing if the search did not begin in that folder, or too long ago.
     std::optional<std::vector<std::string>> entriesWithInode(const std::string& folder, uint64_t inode) const
     {
-        const std::lock_guard lock(mutex_);
+        const LockGuard guard(lock_);
         if (folder != folder_ || std::chrono::steady_clock::now() - when_ > kMaximumAge)
             return std::nullopt;
         std::vector<std::string> paths;
@@ -242,10 +242,10 @@ public:
 private:
     static constexpr std::chrono::seconds kMaximumAge{2};
 
-    mutable std::mutex mutex_;
-    std::string folder_;
-    Entries entries_;
-    std::chrono::steady_clock::time_point when_;
+    mutable Lock lock_;
+    std::string folder_ GUARDED_BY(lock_);
+    Entries entries_ GUARDED_BY(lock_);
+    std::chrono::steady_clock::time_point when_ GUARDED_BY(lock_);
 };
 
 /// Looks for a file that is no longer at its path, within limits.

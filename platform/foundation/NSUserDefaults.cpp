@@ -72,7 +72,7 @@ NSUserDefaults& NSUserDefaults::standardUserDefaults()
 
 std::optional<NSData> NSUserDefaults::dataForKey(std::string_view key) const
 {
-    const std::lock_guard lock(mutex_);
+    const LockGuard guard(lock_);
     const auto keys = readDefaults();
     if (!keys)
         return std::nullopt;
@@ -83,14 +83,14 @@ std::optional<NSData> NSUserDefaults::dataForKey(std::string_view key) const
 
 bool NSUserDefaults::setDataForKey(const NSData& value, std::string_view key)
 {
-    const std::lock_guard lock(mutex_);
+    const LockGuard guard(lock_);
     return changeDefaults(
         [&](PropertyList::Dictionary& keys) { keys.insert_or_assign(std::string(key), PropertyList(value)); });
 }
 
 void NSUserDefaults::removeObjectForKey(std::string_view key)
 {
-    const std::lock_guard lock(mutex_);
+    const LockGuard guard(lock_);
     changeDefaults([&](PropertyList::Dictionary& keys) { keys.erase(std::string(key)); });
 }
 

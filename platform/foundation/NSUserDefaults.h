@@ -1,8 +1,8 @@
 #pragma once
 
+#include "platform/foundation/Lock.h"
 #include "platform/foundation/NSData.h"
 
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -23,7 +23,7 @@ public:
 
 private:
     NSUserDefaults() = default;
-    mutable std::mutex mutex_;
+    mutable Lock lock_;
 };
 
 } // namespace platform

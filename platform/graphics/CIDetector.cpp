@@ -1,6 +1,6 @@
 #include "platform/graphics/CIDetector.h"
 
-#include "platform/dispatch/Lock.h"
+#include "platform/foundation/Lock.h"
 #include "platform/graphics/CIDetectorModule.h"
 
 #include <utility>

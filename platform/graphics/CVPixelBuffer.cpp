@@ -1,6 +1,6 @@
 #include "platform/graphics/CVPixelBuffer.h"
 
-#include "platform/dispatch/Lock.h"
+#include "platform/foundation/Lock.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>

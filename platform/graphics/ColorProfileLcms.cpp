@@ -1,6 +1,6 @@
 #include "platform/graphics/ColorProfile.h"
 
-#include "platform/dispatch/Lock.h"
+#include "platform/foundation/Lock.h"
 
 #include <lcms2.h>
 

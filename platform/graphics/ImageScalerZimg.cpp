@@ -1,6 +1,6 @@
 #include "platform/graphics/ImageScaler.h"
 
-#include "platform/dispatch/Lock.h"
+#include "platform/foundation/Lock.h"
 
 #include <zimg.h>
 

@@ -1,6 +1,6 @@
 #include "platform/graphics/PixelRecycling.h"
 
-#include "platform/dispatch/Lock.h"
+#include "platform/foundation/Lock.h"
 
 #include <memory>
 #include <utility>

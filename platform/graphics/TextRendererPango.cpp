@@ -1,6 +1,6 @@
 #include "platform/graphics/TextRenderer.h"
 
-#include "platform/dispatch/Lock.h"
+#include "platform/foundation/Lock.h"
 
 #include <pango/pangocairo.h>
 

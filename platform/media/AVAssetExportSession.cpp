@@ -1,7 +1,7 @@
 #include "platform/media/AVAssetExportSession.h"
 
 #include "platform/dispatch/DispatchQueue.h"
-#include "platform/dispatch/Lock.h"
+#include "platform/foundation/Lock.h"
 #include "platform/foundation/NSFileManager.h"
 #include "platform/media/PassthroughExport.h"
 #include "platform/media/SoundExport.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/dispatch/Lock.h"
+#include "platform/foundation/Lock.h"
 #include "platform/foundation/NSError.h"
 #include "platform/media/AVAssetReader.h"
 

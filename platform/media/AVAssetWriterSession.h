@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/dispatch/DispatchQueue.h"
-#include "platform/dispatch/Lock.h"
+#include "platform/foundation/Lock.h"
 #include "platform/foundation/NSError.h"
 #include "platform/foundation/NSURL.h"
 #include "platform/graphics/CVPixelBuffer.h"

@@ -1,7 +1,7 @@
 #include "platform/media/SoundExport.h"
 
 #include "platform/dispatch/DispatchQueue.h"
-#include "platform/dispatch/Lock.h"
+#include "platform/foundation/Lock.h"
 #include "platform/media/AACEncoder.h"
 #include "platform/media/AVMutableComposition.h"
 #include "platform/media/AVURLAsset.h"

@@ -1,8 +1,8 @@
 #include "platform/system/IOPMAssertion.h"
 
 #include "platform/dispatch/DispatchQueue.h"
-#include "platform/dispatch/Lock.h"
 #include "platform/foundation/FileDescriptor.h"
+#include "platform/foundation/Lock.h"
 #include "platform/foundation/NSLog.h"
 #include "platform/system/NSProcessInfo.h"
 

@@ -1,6 +1,6 @@
 #include "platform/system/NSClassRegistry.h"
 
-#include "platform/dispatch/Lock.h"
+#include "platform/foundation/Lock.h"
 
 #include <functional>
 #include <map>

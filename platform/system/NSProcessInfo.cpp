@@ -9,6 +9,7 @@ namespace platform {
 
 NSProcessInfo& NSProcessInfo::processInfo()
 {
+    // Never destroyed: a closed connection may allow termination while the process ends.
     static auto& info = *new NSProcessInfo;
     return info;
 }

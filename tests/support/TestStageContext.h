@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/dispatch/Lock.h"
 #include "platform/dispatch/NSOperationQueue.h"
+#include "platform/foundation/Lock.h"
 #include "util/StageContext.h"
 
 #include <atomic>

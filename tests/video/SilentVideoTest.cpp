@@ -1,6 +1,6 @@
 #include "video/SilentVideo.h"
 
-#include "platform/dispatch/Lock.h"
+#include "platform/foundation/Lock.h"
 #include "platform/foundation/NSFileManager.h"
 #include "platform/media/MediaInspection.h"
 #include "platform/system/NSWorkspace.h"

@@ -180,6 +180,16 @@ TEST(DispatchQueue, KnowsWhichQueueAThreadRuns)
     });
 }
 
+#ifndef NDEBUG
+TEST(DispatchQueueDeathTest, WhatIsBoundToAQueueEndsTheProcessElsewhere)
+{
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    const auto queue = DispatchQueue::create("bound", {});
+    queue->sync([&] { assertOnQueue(*queue); });
+    EXPECT_DEATH(assertOnQueue(*queue), "Not on queue \"bound\"");
+}
+#endif
+
 TEST(DispatchQueue, EndsWhatABlockHoldsBeforeTheNextBlockRuns)
 {
     const auto queue = DispatchQueue::create("serial", {});
