@@ -303,7 +303,8 @@ int runRender(const DocumentRenderOptions& options)
                             fmt::format("the photos of {} are to share the length of the music, and there is none",
                                         document->location().path()));
     return command.makeMovie(std::move(checked.photos), std::move(checked.sounds), settings, title,
-                             settings.title ? std::nullopt : std::optional(document->location()), wish.saveFolder, wish.use);
+                             settings.title ? std::nullopt : std::optional(document->location()), wish.saveFolder,
+                             wish.use);
 }
 
 struct Verb {

@@ -9,6 +9,7 @@ whose names begin with "check_", named without that beginning and with "-" for "
 
 import os
 import re
+import subprocess
 import sys
 from pathlib import Path
 
@@ -231,6 +232,19 @@ def check_machine_paths(root):
         text = data.decode("utf-8", errors="replace")
         for match in forbidden.finditer(text):
             yield f"{path}:{text.count(chr(10), 0, match.start()) + 1}: names the place {match.group(0)!r}"
+
+
+def check_format(root):
+    """Sources are spaced as .clang-format has it."""
+    files = [str(path) for path in files_below(root, CODE)]
+    told = subprocess.run(["clang-format", "--dry-run", "-Werror", *files], cwd=root, capture_output=True, text=True)
+    last = None
+    for match in re.finditer(r"^(.+?):(\d+):\d+: error: ", told.stderr, re.MULTILINE):
+        if match[1] != last:
+            last = match[1]
+            yield f"{last}:{match[2]}: is not as clang-format -i makes it"
+    if told.returncode != 0 and not last:
+        yield f"clang-format failed: {told.stderr.strip()}"
 
 
 CHECKS = {

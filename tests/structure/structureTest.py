@@ -144,6 +144,10 @@ class StructureTest(unittest.TestCase):
         self.write("docs/a.md", "#!/usr/bin/env bash\n/tmp/x /home/user/Pictures ~/Movies/Stillora/ /var/lib\n")
         self.assertEqual(self.faults("machine-paths"), [])
 
+    def test_a_source_that_is_not_spaced_as_the_others_is_found(self):
+        self.write("util/Names.h", "#pragma once\nnamespace Names {}\nint  a;\nint  b;\n")
+        self.assertFault("format", "util/Names.h:3:")
+
     def test_the_command_exits_with_one_for_a_fault_and_two_without_code(self):
         self.assertEqual(structure.main(["headers", str(self.root)]), 0)
         self.write("util/A.h", "\n")

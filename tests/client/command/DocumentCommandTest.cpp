@@ -99,7 +99,8 @@ TEST(DocumentOptions, AreRefusedWithTheReason)
     EXPECT_THAT(refused(parseDocumentRender({})), HasSubstr("no document was given"));
     EXPECT_THAT(refused(parseDocumentRender({"a", "--save", ""})), HasSubstr("--save takes the path of a folder"));
     EXPECT_THAT(refused(parseDocumentRender({"a", "--loop"})), HasSubstr("--loop"));
-    EXPECT_THAT(refused(parseDocumentNew({"a", "b.jpg", "--web"})), HasSubstr("--web")) << "a document does not keep it";
+    EXPECT_THAT(refused(parseDocumentNew({"a", "b.jpg", "--web"})), HasSubstr("--web"))
+        << "a document does not keep it";
 }
 
 TEST(DocumentOptions, OfRenderTellWhatWasGiven)

@@ -201,8 +201,8 @@ TEST_F(BadSound, TenHoursTakeNoMoreMemoryThanAnHour)
     EXPECT_EQ(lengthOf("1.wav"), 3600LL * 8000);
     const long afterOne = peak();
     EXPECT_EQ(lengthOf("10.wav"), 36000LL * 8000);
-    // In kB. What grows is the index: four bytes a packet, twice while it is written. How many parts of 8 MB are held at
-    // once, of three at most, depends on how the processors are shared; the sound itself would take a gigabyte.
+    // In kB. What grows is the index: four bytes a packet, twice while it is written. How many parts of 8 MB are held
+    // at once, of three at most, depends on how the processors are shared; the sound itself would take a gigabyte.
     EXPECT_LT(peak() - afterOne, 32'000);
 }
 
