@@ -34,10 +34,10 @@ const std::vector<std::string>& supportedAudioTypes();
 /// @param withRange  invalid or zero means the whole file
 /// @param error      out, optional: what the export says; an error without a domain if that is nothing
 /// @return the converted file, or nothing
-std::optional<platform::NSURL> synchronouslyConvertedAssetToM4AAtTempURL(const platform::AVAssetPtr& asset,
-                                                                         const std::optional<platform::NSURL>& tempURL,
-                                                                         platform::CMTimeRange withRange,
-                                                                         platform::NSError* error = nullptr);
+[[nodiscard]] std::optional<platform::NSURL>
+synchronouslyConvertedAssetToM4AAtTempURL(const platform::AVAssetPtr& asset,
+                                          const std::optional<platform::NSURL>& tempURL,
+                                          platform::CMTimeRange withRange, platform::NSError* error = nullptr);
 
 /// The same on the global queue, where `completionHandler` is called; without a handler nothing happens. What is no
 /// file is answered at once with nothing.

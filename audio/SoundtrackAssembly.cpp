@@ -183,7 +183,7 @@ AVURLAssetPtr finishedSoundtrackWithSoundtracks(StageContext& context, const Sou
         return nullptr;
     }
     const NSURL output = folder.URLByAppendingPathComponent("stilloraFinishedAudio.m4a", false);
-    files.removeItemAtURL(output);
+    (void)files.removeItemAtURL(output);
     session.setDirectoryForTemporaryFiles(context.temporaryURL());
     session.setOutputFileType(kAVFileTypeAppleM4A);
     session.setOutputURL(output);
@@ -208,6 +208,6 @@ AVURLAssetPtr finishedSoundtrackWithSoundtracks(StageContext& context, const Sou
         return nullptr;
     }
     for (const auto& [key, converted] : table)
-        files.removeItemAtURL(converted);
+        (void)files.removeItemAtURL(converted);
     return AVURLAsset::URLAssetWithURL(output);
 }

@@ -21,7 +21,7 @@ inline constexpr double kLongestFadeSeconds = 5;
 /// @param error                   out, optional: why there is no soundtrack; untouched for an empty list, a cancelled
 ///                                context or a folder that cannot be made
 /// @return "stilloraFinishedAudio.m4a" in a folder of its own below the context's temporary folder, or null
-platform::AVURLAssetPtr finishedSoundtrackWithSoundtracks(StageContext& context, const SoundtrackList& soundtracks,
-                                                          double totalVideoDuration, double totalSoundtrackDuration,
-                                                          bool shouldLoopSoundtrack,
-                                                          platform::NSError* error = nullptr);
+[[nodiscard]] platform::AVURLAssetPtr
+finishedSoundtrackWithSoundtracks(StageContext& context, const SoundtrackList& soundtracks, double totalVideoDuration,
+                                  double totalSoundtrackDuration, bool shouldLoopSoundtrack,
+                                  platform::NSError* error = nullptr);

@@ -62,16 +62,19 @@ public:
 
     /// A new document, which is nowhere to be seen before it is saved for the first time.
     /// @param location  of its folder; nothing may be there yet
-    static std::unique_ptr<Document> create(const platform::NSURL& location, platform::NSError* error = nullptr);
+    [[nodiscard]] static std::unique_ptr<Document> create(const platform::NSURL& location,
+                                                          platform::NSError* error = nullptr);
 
     /// Opens a document. Its items may be damaged or lack their files, see their states.
     /// @return null for what is no document, a damaged one, or one of a newer version
-    static std::unique_ptr<Document> load(const platform::NSURL& location, platform::NSError* error = nullptr);
+    [[nodiscard]] static std::unique_ptr<Document> load(const platform::NSURL& location,
+                                                        platform::NSError* error = nullptr);
 
     /// Opens a document and keeps other processes from changing it as long as the object lives.
     /// @param waits  asked over and over while another process changes it; whether to wait on
-    static std::unique_ptr<Document> loadForChange(const platform::NSURL& location, const std::function<bool()>& waits,
-                                                   platform::NSError* error = nullptr);
+    [[nodiscard]] static std::unique_ptr<Document> loadForChange(const platform::NSURL& location,
+                                                                 const std::function<bool()>& waits,
+                                                                 platform::NSError* error = nullptr);
 
     /// Removes files that were added and not saved.
     ~Document();
@@ -115,11 +118,11 @@ public:
 private:
     explicit Document(platform::NSURL location);
 
-    static std::unique_ptr<Document> open(const platform::NSURL& location, const std::function<bool()>* waits,
-                                          platform::NSError* error);
-    bool read(platform::NSError* error);
-    bool isUnchangedOnDisk(platform::NSError* error) const;
-    std::optional<platform::NSData> propertyList(platform::NSError* error) const;
+    [[nodiscard]] static std::unique_ptr<Document> open(const platform::NSURL& location,
+                                                        const std::function<bool()>* waits, platform::NSError* error);
+    [[nodiscard]] bool read(platform::NSError* error);
+    [[nodiscard]] bool isUnchangedOnDisk(platform::NSError* error) const;
+    [[nodiscard]] std::optional<platform::NSData> propertyList(platform::NSError* error) const;
     void setFolder(const std::string& path);
     void adoptSaved(platform::NSData written);
     void removeFiles(const std::vector<std::string>& paths) const;

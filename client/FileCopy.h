@@ -21,5 +21,5 @@ struct CopyProgress {
 /// @param destination   is there, is empty, and is no link
 /// @param bytesCopied   called with the bytes that were added since the last call; answers whether to go on
 /// @return false if it failed or was not to go on; `error` says why, and the destination is then of no use
-bool copyContents(const std::string& source, const std::string& destination,
-                  const std::function<bool(uint64_t)>& bytesCopied, platform::NSError* error = nullptr);
+[[nodiscard]] bool copyContents(const std::string& source, const std::string& destination,
+                                const std::function<bool(uint64_t)>& bytesCopied, platform::NSError* error = nullptr);

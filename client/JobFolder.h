@@ -17,7 +17,8 @@ class JobFolder final {
 public:
     /// Makes the save folder if it is missing, removes what dead processes left, and makes a folder for this job.
     /// @return null if the save folder cannot be made or written; `error` names it and why
-    static std::unique_ptr<JobFolder> create(const platform::NSURL& saveFolder, platform::NSError* error = nullptr);
+    [[nodiscard]] static std::unique_ptr<JobFolder> create(const platform::NSURL& saveFolder,
+                                                           platform::NSError* error = nullptr);
 
     ~JobFolder();
     JobFolder(const JobFolder&) = delete;
@@ -29,10 +30,12 @@ public:
     const platform::NSURL& outputURL() const { return outputURL_; }
 
     /// An empty file whose name without its extension is `title`.
-    std::optional<platform::NSURL> makeDocument(const std::string& title, platform::NSError* error = nullptr) const;
+    [[nodiscard]] std::optional<platform::NSURL> makeDocument(const std::string& title,
+                                                              platform::NSError* error = nullptr) const;
 
     /// Another location for a file: a link with the file's extension.
-    std::optional<platform::NSURL> makeAlias(const std::string& path, platform::NSError* error = nullptr) const;
+    [[nodiscard]] std::optional<platform::NSURL> makeAlias(const std::string& path,
+                                                           platform::NSError* error = nullptr) const;
 
     /// For files that the client makes for the service.
     std::string pathForFile(const std::string& name) const { return path_ + "/documents/" + name; }

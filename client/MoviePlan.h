@@ -87,7 +87,7 @@ inline constexpr double kMinSecondsPerPhoto = 0.01;
 inline constexpr double kMaxSecondsPerPhoto = 3600;
 
 /// @return nothing if what is wanted cannot be made; `error` says why in one sentence
-std::optional<MoviePlan> planMovie(const MovieWish& wish, platform::NSError* error = nullptr);
+[[nodiscard]] std::optional<MoviePlan> planMovie(const MovieWish& wish, platform::NSError* error = nullptr);
 
 /// The frame size that the service chooses for a quality: a row of its table, or for any other value the largest row
 /// that the smallest photo fills.

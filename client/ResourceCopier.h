@@ -40,12 +40,13 @@ public:
 
     /// Takes names for files, in their order, by empty files; a source that was given before needs none.
     /// @param folder  below the document's; made if it is missing
-    bool reserve(std::string_view folder, const std::vector<std::string>& sources, Kind kind,
-                 platform::NSError* error = nullptr);
+    [[nodiscard]] bool reserve(std::string_view folder, const std::vector<std::string>& sources, Kind kind,
+                               platform::NSError* error = nullptr);
 
     /// Copies all that was reserved, and finds the photos' colours.
     /// @param progress  called on this thread; answers whether to go on
-    bool copy(const std::function<bool(const CopyProgress&)>& progress, platform::NSError* error = nullptr);
+    [[nodiscard]] bool copy(const std::function<bool(const CopyProgress&)>& progress,
+                            platform::NSError* error = nullptr);
 
     /// @param index  counted over all sources that were reserved
     const Copy& copyOf(size_t index) const { return copies_[indices_[index]]; }

@@ -16,10 +16,11 @@ public:
     /// Where the program is: what the environment variable STILLORA_VIDEO_CREATOR names, else beside this program, else
     /// where the shared library or this project is installed.
     /// @return nothing if it is in none of these places; `error` names them
-    static std::optional<std::string> findProgram(platform::NSError* error = nullptr);
+    [[nodiscard]] static std::optional<std::string> findProgram(platform::NSError* error = nullptr);
 
     /// @return null if the process could not be made or the program not run
-    static std::unique_ptr<ServiceProcess> start(const std::string& program, platform::NSError* error = nullptr);
+    [[nodiscard]] static std::unique_ptr<ServiceProcess> start(const std::string& program,
+                                                               platform::NSError* error = nullptr);
 
     /// Ends the process at once if it still runs.
     ~ServiceProcess();

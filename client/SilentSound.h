@@ -8,5 +8,5 @@
 ///
 /// @param seconds  at most an hour
 /// @return false if the file could not be written; `error` names it and why
-bool writeSilence(const std::string& path, double seconds, int sampleRateHz, int channels,
-                  platform::NSError* error = nullptr);
+[[nodiscard]] bool writeSilence(const std::string& path, double seconds, int sampleRateHz, int channels,
+                                platform::NSError* error = nullptr);

@@ -27,19 +27,20 @@ public:
     /// @param error  out, optional: how the archive is damaged; a version or path that does not fit is no error
     /// @return null if the blob is no archive of this version, or names no file below "Resources/"
     template <typename Item = MORPhoto>
-    static std::shared_ptr<Item> photoWithSaveData(const std::optional<platform::NSData>& data,
-                                                   const platform::NSURL& saveLocation,
-                                                   platform::NSError* error = nullptr)
+    [[nodiscard]] static std::shared_ptr<Item> photoWithSaveData(const std::optional<platform::NSData>& data,
+                                                                 const platform::NSURL& saveLocation,
+                                                                 platform::NSError* error = nullptr)
     {
         auto item = std::make_shared<Item>();
         return item->loadSaveData(data, saveLocation, error) ? item : nullptr;
     }
     /// The saved form: a keyed archive. Fails for an item without a location or title.
-    std::optional<platform::NSData> saveData(platform::NSError* error = nullptr) const;
+    [[nodiscard]] std::optional<platform::NSData> saveData(platform::NSError* error = nullptr) const;
 
     /// @return null if a value is of another class than its key's; `error` then names the key
     template <typename Item = MORPhoto>
-    static std::shared_ptr<Item> initWithCoder(const platform::NSCoder& coder, platform::NSError* error = nullptr)
+    [[nodiscard]] static std::shared_ptr<Item> initWithCoder(const platform::NSCoder& coder,
+                                                             platform::NSError* error = nullptr)
     {
         auto item = std::make_shared<Item>();
         return item->decode(coder, error) ? item : nullptr;
@@ -68,9 +69,9 @@ public:
     void setIsFeatured(bool isFeatured) { isFeatured_ = isFeatured; }
 
 private:
-    bool loadSaveData(const std::optional<platform::NSData>& data, const platform::NSURL& saveLocation,
-                      platform::NSError* error);
-    bool decode(const platform::NSCoder& coder, platform::NSError* error);
+    [[nodiscard]] bool loadSaveData(const std::optional<platform::NSData>& data, const platform::NSURL& saveLocation,
+                                    platform::NSError* error);
+    [[nodiscard]] bool decode(const platform::NSCoder& coder, platform::NSError* error);
 
     platform::AtomicProperty<std::optional<platform::NSURL>> photoURL_;
     platform::AtomicProperty<std::optional<std::string>> title_;

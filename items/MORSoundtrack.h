@@ -46,9 +46,9 @@ public:
     /// @param error  out, optional: how the archive is damaged; a version or path that does not fit is no error
     /// @return null if the blob is no archive of this version, or names no file below "Resources/"
     template <typename Item = MORSoundtrack>
-    static std::shared_ptr<Item> soundtrackWithSaveData(const std::optional<platform::NSData>& data,
-                                                        const platform::NSURL& saveLocation,
-                                                        platform::NSError* error = nullptr)
+    [[nodiscard]] static std::shared_ptr<Item> soundtrackWithSaveData(const std::optional<platform::NSData>& data,
+                                                                      const platform::NSURL& saveLocation,
+                                                                      platform::NSError* error = nullptr)
     {
         auto saved = readSaveData(data, saveLocation, error);
         if (!saved)
@@ -58,11 +58,12 @@ public:
         return item;
     }
     /// The saved form: a keyed archive. Fails for an item without a location or original path.
-    std::optional<platform::NSData> saveData(platform::NSError* error = nullptr) const;
+    [[nodiscard]] std::optional<platform::NSData> saveData(platform::NSError* error = nullptr) const;
 
     /// @return null if one of the three values is missing or of another class than its key's; `error` names the key
     template <typename Item = MORSoundtrack>
-    static std::shared_ptr<Item> initWithCoder(const platform::NSCoder& coder, platform::NSError* error = nullptr)
+    [[nodiscard]] static std::shared_ptr<Item> initWithCoder(const platform::NSCoder& coder,
+                                                             platform::NSError* error = nullptr)
     {
         auto item = std::make_shared<Item>();
         return item->decode(coder, error) ? item : nullptr;
@@ -92,9 +93,10 @@ private:
         SoundtrackSelection selection;
         std::optional<std::string> originalPath;
     };
-    static std::optional<SaveData> readSaveData(const std::optional<platform::NSData>& data,
-                                                const platform::NSURL& saveLocation, platform::NSError* error);
-    bool decode(const platform::NSCoder& coder, platform::NSError* error);
+    [[nodiscard]] static std::optional<SaveData> readSaveData(const std::optional<platform::NSData>& data,
+                                                              const platform::NSURL& saveLocation,
+                                                              platform::NSError* error);
+    [[nodiscard]] bool decode(const platform::NSCoder& coder, platform::NSError* error);
 
     platform::AtomicProperty<std::optional<platform::NSURL>> soundtrackURL_;
     platform::AtomicProperty<std::optional<std::string>> originalPath_;

@@ -20,14 +20,15 @@ inline constexpr std::string_view kVersion = "1.0";
 ///
 /// @param error  out, optional: how the archive is damaged
 /// @return nothing for no blob, for a damaged one, and, without an error, for one of another version
-std::optional<platform::NSDictionary> read(const std::optional<platform::NSData>& data, platform::NSError* error);
+[[nodiscard]] std::optional<platform::NSDictionary> read(const std::optional<platform::NSData>& data,
+                                                         platform::NSError* error);
 
 /// The value of a key if it is there.
 ///
 /// @return false if it is of another class; `error` names the key
 template <typename T>
-bool readValue(const platform::NSDictionary& dictionary, std::string_view key, std::optional<T>& value,
-               platform::NSError* error)
+[[nodiscard]] bool readValue(const platform::NSDictionary& dictionary, std::string_view key, std::optional<T>& value,
+                             platform::NSError* error)
 {
     const platform::ArchivedValue* object = dictionary.objectForKey(key);
     if (!object)
@@ -43,8 +44,9 @@ bool readValue(const platform::NSDictionary& dictionary, std::string_view key, s
 /// Where the file of a saved path lies in a document.
 ///
 /// @return nothing, without an error, where the path is missing or has no "Resources/"
-std::optional<platform::NSURL> readLocation(const platform::NSDictionary& dictionary, std::string_view key,
-                                            const platform::NSURL& saveLocation, platform::NSError* error);
+[[nodiscard]] std::optional<platform::NSURL> readLocation(const platform::NSDictionary& dictionary,
+                                                          std::string_view key, const platform::NSURL& saveLocation,
+                                                          platform::NSError* error);
 
 /// Adds a path. One that is not UTF-8 is kept under a second key, byte for byte.
 void addPath(platform::NSDictionary& dictionary, std::string_view key, const std::string& path);

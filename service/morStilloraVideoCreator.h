@@ -47,19 +47,21 @@ public:
 
     /// @name Stages; each blocks its caller but for the last but one.
     /// @{
-    platform::AVURLAssetPtr finishedSoundtrackWithSoundtracks(const SoundtrackList& soundtracks,
-                                                              double totalVideoDuration, double totalSoundtrackDuration,
-                                                              bool shouldLoopSoundtrack,
-                                                              platform::NSError* error = nullptr);
-    platform::AVURLAssetPtr videoWithPhotos(const PhotoList& photos, int64_t quality, bool reduceBorders,
-                                            double durationPerPhoto, const std::optional<std::string>& desiredCodec,
-                                            platform::NSError* error = nullptr);
+    [[nodiscard]] platform::AVURLAssetPtr finishedSoundtrackWithSoundtracks(const SoundtrackList& soundtracks,
+                                                                            double totalVideoDuration,
+                                                                            double totalSoundtrackDuration,
+                                                                            bool shouldLoopSoundtrack,
+                                                                            platform::NSError* error = nullptr);
+    [[nodiscard]] platform::AVURLAssetPtr videoWithPhotos(const PhotoList& photos, int64_t quality, bool reduceBorders,
+                                                          double durationPerPhoto,
+                                                          const std::optional<std::string>& desiredCodec,
+                                                          platform::NSError* error = nullptr);
     platform::CGSize videoSizeForQuality(int64_t quality, const PhotoList& photos, uint64_t* totalFileSize = nullptr,
                                          PhotoList* failedPhotos = nullptr);
-    platform::AVURLAssetPtr movieByCombiningVideo(const platform::AVURLAssetPtr& video,
-                                                  const platform::AVURLAssetPtr& withSoundtrack,
-                                                  const std::optional<platform::NSURL>& forFinalDocURL,
-                                                  platform::NSError* error = nullptr);
+    [[nodiscard]] platform::AVURLAssetPtr movieByCombiningVideo(const platform::AVURLAssetPtr& video,
+                                                                const platform::AVURLAssetPtr& withSoundtrack,
+                                                                const std::optional<platform::NSURL>& forFinalDocURL,
+                                                                platform::NSError* error = nullptr);
     void _fillBufferArrayUsingPhotos(const PhotoList& photos, platform::CGSize maxVidSize, bool reduceBorders);
     platform::NSURL _URLForFinalVideoAtDocumentURL(const std::optional<platform::NSURL>& documentURL);
     /// @}

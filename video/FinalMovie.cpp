@@ -80,7 +80,7 @@ AVURLAssetPtr movieByCombiningVideo(StageContext& context, const AVURLAssetPtr& 
             session.cancelExport();
             // The export may have ended since the last look; a movie that the answer denies is not left behind.
             if (session.status() == AVAssetExportSessionStatus::Completed)
-                NSFileManager::defaultManager().removeItemAtURL(*session.outputURL());
+                (void)NSFileManager::defaultManager().removeItemAtURL(*session.outputURL());
             return nullptr;
         }
         session.waitForEnd(1);

@@ -21,7 +21,7 @@ platform::NSURL URLForFinalVideoAtDocumentURL(StageContext& context, const std::
 /// @param finalDocURL        names the movie, see above; if that name is taken meanwhile, the next free one is used
 /// @param error              out, optional: why there is no movie; untouched when cancelled or when an asset is null
 /// @return the written movie, or null
-platform::AVURLAssetPtr movieByCombiningVideo(StageContext& context, const platform::AVURLAssetPtr& video,
-                                              const platform::AVURLAssetPtr& soundtrack,
-                                              const std::optional<platform::NSURL>& finalDocURL,
-                                              platform::NSError* error = nullptr);
+[[nodiscard]] platform::AVURLAssetPtr movieByCombiningVideo(StageContext& context, const platform::AVURLAssetPtr& video,
+                                                            const platform::AVURLAssetPtr& soundtrack,
+                                                            const std::optional<platform::NSURL>& finalDocURL,
+                                                            platform::NSError* error = nullptr);

@@ -144,7 +144,7 @@ private:
     {
         input_->markAsFinished();
         writer_->cancelWriting();
-        platform::NSFileManager::defaultManager().removeItemAtURL(writer_->outputURL());
+        (void)platform::NSFileManager::defaultManager().removeItemAtURL(writer_->outputURL());
     }
 
     void reportRendering(uint64_t index, platform::NSImagePtr icon, double secondsLeft)

@@ -41,10 +41,11 @@ struct SilentVideoStages {
 /// @param error             out, optional: why there is no movie; emptied where the writer failed
 /// @return "videoWithoutSound.mov" in a new folder below the temporary folder; null without an error means cancelled,
 ///         nothing to do, or that the writer failed (the cancelled flag is then set)
-platform::AVURLAssetPtr videoWithPhotos(VideoStageContext& context, const PhotoList& photos, int64_t quality,
-                                        bool reduceBorders, double durationPerPhoto,
-                                        const std::optional<std::string>& desiredCodec,
-                                        platform::NSError* error = nullptr, const SilentVideoStages& stages = {});
+[[nodiscard]] platform::AVURLAssetPtr videoWithPhotos(VideoStageContext& context, const PhotoList& photos,
+                                                      int64_t quality, bool reduceBorders, double durationPerPhoto,
+                                                      const std::optional<std::string>& desiredCodec,
+                                                      platform::NSError* error = nullptr,
+                                                      const SilentVideoStages& stages = {});
 
 /// Feeds the writers. One for the whole process: movies of several connections are written one after another.
 const std::shared_ptr<platform::DispatchQueue>& videoWritingQueue();

@@ -40,7 +40,8 @@ public:
 
     /// The value of a key. Absent is nothing without an error; a value of another class is nothing, and `error` tells
     /// (kNSCoderReadCorruptError, naming the key): the whole message is then refused.
-    std::optional<CodedValue> decodeObjectOfClass(CodedClass codedClass, std::string_view key, NSError* error) const;
+    [[nodiscard]] std::optional<CodedValue> decodeObjectOfClass(CodedClass codedClass, std::string_view key,
+                                                                NSError* error) const;
 
     const std::map<std::string, CodedValue, std::less<>>& values() const { return values_; }
 

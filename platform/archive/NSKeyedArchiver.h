@@ -69,7 +69,8 @@ class NSKeyedArchiver final {
 public:
     /// @return nothing if a text is not UTF-8 or holds a zero byte, or an object of an unknown class is in it that was
     ///         not read from an archive (error 512)
-    static std::optional<NSData> archivedDataWithRootObject(const ArchivedValue& root, NSError* error = nullptr);
+    [[nodiscard]] static std::optional<NSData> archivedDataWithRootObject(const ArchivedValue& root,
+                                                                          NSError* error = nullptr);
 };
 
 /// Reads keyed archives, in the binary or the XML format. The data may come from anyone: depth and the number of
@@ -79,7 +80,8 @@ public:
     /// Entries of a dictionary that hold nil are left out.
     ///
     /// @return nothing for what is no archive, or a damaged one (kNSCoderReadCorruptError), or where the root is nil
-    static std::optional<ArchivedValue> unarchiveObjectWithData(const NSData& data, NSError* error = nullptr);
+    [[nodiscard]] static std::optional<ArchivedValue> unarchiveObjectWithData(const NSData& data,
+                                                                              NSError* error = nullptr);
 };
 
 } // namespace platform

@@ -25,7 +25,7 @@ _GVariant* encodeValues(const NSXPCValues& values, const std::vector<NSXPCInterf
 ///
 /// @param body   a tuple, or null for none
 /// @param error  out: one sentence that names the argument, the position and the reason
-std::optional<NSXPCValues> decodeValues(_GVariant* body, const NSXPCInterface& interface, const std::string& selector,
-                                        bool ofReply, NSError* error);
+[[nodiscard]] std::optional<NSXPCValues> decodeValues(_GVariant* body, const NSXPCInterface& interface,
+                                                      const std::string& selector, bool ofReply, NSError* error);
 
 } // namespace platform

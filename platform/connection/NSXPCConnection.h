@@ -40,10 +40,11 @@ class NSXPCConnection final : public std::enable_shared_from_this<NSXPCConnectio
 public:
     /// The client's end. Takes the connected socket over, also on failure, and waits until the peer, a process of the
     /// same user, has answered.
-    static NSXPCConnectionPtr connectionWithSocket(int socket, NSError* error = nullptr, double timeoutSeconds = 30);
+    [[nodiscard]] static NSXPCConnectionPtr connectionWithSocket(int socket, NSError* error = nullptr,
+                                                                 double timeoutSeconds = 30);
     /// The service's end, as above; what a listener does with each connection before it asks its delegate.
-    static NSXPCConnectionPtr acceptedConnectionWithSocket(int socket, NSError* error = nullptr,
-                                                           double timeoutSeconds = 30);
+    [[nodiscard]] static NSXPCConnectionPtr acceptedConnectionWithSocket(int socket, NSError* error = nullptr,
+                                                                         double timeoutSeconds = 30);
 
     /// Without `resume` the peer's messages have never been looked at.
     ~NSXPCConnection();

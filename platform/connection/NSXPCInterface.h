@@ -41,8 +41,8 @@ public:
 
     /// Reads the first interface of a D-Bus introspection document, whose node's name is the path of the object.
     /// @return null if the document cannot be read, names no path or has a signature that stands for no value
-    static std::shared_ptr<NSXPCInterface> interfaceWithProtocol(const std::string& introspectionXML,
-                                                                 NSError* error = nullptr);
+    [[nodiscard]] static std::shared_ptr<NSXPCInterface> interfaceWithProtocol(const std::string& introspectionXML,
+                                                                               NSError* error = nullptr);
 
     /// Sets the only classes that an argument (or value of the reply) may hold, all its elements included. An argument
     /// of objects for which none are set can hold no object; data without a restriction is let through.

@@ -24,10 +24,10 @@ public:
     /// The listener on the socket that the process was started with: descriptor 3, by `LISTEN_FDS` and `LISTEN_PID`.
     /// Made on the first call, which takes both out of the environment.
     /// @return null if there is no such socket
-    static std::shared_ptr<NSXPCListener> serviceListener(NSError* error = nullptr);
+    [[nodiscard]] static std::shared_ptr<NSXPCListener> serviceListener(NSError* error = nullptr);
 
     /// A listener on `socket`, which it takes over, also on failure: a UNIX stream socket, listening or connected.
-    static std::shared_ptr<NSXPCListener> listenerWithSocket(int socket, NSError* error = nullptr);
+    [[nodiscard]] static std::shared_ptr<NSXPCListener> listenerWithSocket(int socket, NSError* error = nullptr);
 
     ~NSXPCListener();
     NSXPCListener(const NSXPCListener&) = delete;

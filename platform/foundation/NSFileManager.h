@@ -23,23 +23,25 @@ public:
     bool fileExistsAtPath(const std::string& path, bool* isDirectory) const;
 
     /// A folder that is there already is no failure; a file in the way is (516).
-    bool createDirectoryAtURL(const NSURL& url, bool withIntermediateDirectories, NSError* error = nullptr) const;
+    [[nodiscard]] bool createDirectoryAtURL(const NSURL& url, bool withIntermediateDirectories,
+                                            NSError* error = nullptr) const;
 
     /// Never overwrites: fails with 516 if the destination exists, also when it appears in the same moment. A file
     /// moved to another volume is copied under a hidden name, flushed, and only then gets its name; the original is
     /// removed last. On success the file and its folder are flushed to the disk.
-    bool moveItemAtURL(const NSURL& source, const NSURL& destination, NSError* error = nullptr) const;
+    [[nodiscard]] bool moveItemAtURL(const NSURL& source, const NSURL& destination, NSError* error = nullptr) const;
 
     /// A folder with all it holds; links are not followed.
-    bool removeItemAtURL(const NSURL& url, NSError* error = nullptr) const;
+    [[nodiscard]] bool removeItemAtURL(const NSURL& url, NSError* error = nullptr) const;
 
     /// A whole file; nothing for one that is no regular file or longer than `maximumBytes`.
-    std::optional<NSData> contentsAtURL(const NSURL& url, uint64_t maximumBytes, NSError* error = nullptr) const;
+    [[nodiscard]] std::optional<NSData> contentsAtURL(const NSURL& url, uint64_t maximumBytes,
+                                                      NSError* error = nullptr) const;
 
     /// Replaces a file, or makes it, in one step: readers see the old contents or the new ones, also after a power
     /// failure. A link is kept and what it leads to replaced; a file that is there keeps its permissions.
-    bool writeContents(const NSData& contents, const NSURL& url, NSError* error = nullptr,
-                       NewFile newFile = NewFile::ByMask) const;
+    [[nodiscard]] bool writeContents(const NSData& contents, const NSURL& url, NSError* error = nullptr,
+                                     NewFile newFile = NewFile::ByMask) const;
 
 private:
     NSFileManager() = default;

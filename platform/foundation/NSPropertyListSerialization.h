@@ -72,10 +72,10 @@ private:
 /// Reads a property list in the binary or the XML format. The data may come from anyone: sizes, depth and the number
 /// of values are limited, and what is damaged is refused.
 /// @return nothing for what is no property list (error 259)
-std::optional<PropertyList> propertyListWithData(const NSData& data, NSError* error = nullptr);
+[[nodiscard]] std::optional<PropertyList> propertyListWithData(const NSData& data, NSError* error = nullptr);
 
 /// The binary format.
 /// @return nothing if a text is not UTF-8 or holds a zero byte, or a date is more than 68 years from 2001 (error 512)
-std::optional<NSData> dataWithPropertyList(const PropertyList& propertyList, NSError* error = nullptr);
+[[nodiscard]] std::optional<NSData> dataWithPropertyList(const PropertyList& propertyList, NSError* error = nullptr);
 
 } // namespace platform

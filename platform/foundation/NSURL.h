@@ -40,14 +40,14 @@ public:
     ///
     /// @param stale  out, optional: whether a new bookmark should be made of the result
     /// @return nothing if the data is no bookmark (error 259) or the file is gone (error 4)
-    static std::optional<NSURL>
+    [[nodiscard]] static std::optional<NSURL>
     URLByResolvingBookmarkData(const NSData& bookmark,
                                BookmarkResolutionOptions options = BookmarkResolutionOptions::None,
                                bool* bookmarkDataIsStale = nullptr, NSError* error = nullptr);
 
     /// Bookmark data of what is there now; nothing where no file is (error 260).
-    std::optional<NSData> bookmarkData(BookmarkCreationOptions options = BookmarkCreationOptions::None,
-                                       NSError* error = nullptr) const;
+    [[nodiscard]] std::optional<NSData> bookmarkData(BookmarkCreationOptions options = BookmarkCreationOptions::None,
+                                                     NSError* error = nullptr) const;
 
     /// Bookmark data that names the path alone, whether or not a file is there.
     NSData bookmarkDataOfPathAlone() const;

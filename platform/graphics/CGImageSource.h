@@ -44,28 +44,30 @@ public:
 
     /// Opens the file and recognises its format; reads no pixels.
     /// @return null if it cannot be read or is no picture of a known format; `error` names the file and why
-    static std::unique_ptr<CGImageSource> createWithURL(const platform::NSURL& url, NSError* error = nullptr);
+    [[nodiscard]] static std::unique_ptr<CGImageSource> createWithURL(const platform::NSURL& url,
+                                                                      NSError* error = nullptr);
 
     /// The same of a file's bytes.
     /// @param name  stands for the file in messages
-    static std::unique_ptr<CGImageSource> createWithData(platform::NSData data, const std::string& name,
-                                                         NSError* error = nullptr);
+    [[nodiscard]] static std::unique_ptr<CGImageSource> createWithData(platform::NSData data, const std::string& name,
+                                                                       NSError* error = nullptr);
 
     virtual ~CGImageSource() = default;
 
     /// From the file's header alone; nothing if it is damaged or claims more than kMaxPixels.
-    virtual std::optional<Properties> copyPropertiesAtIndex(NSError* error = nullptr) = 0;
+    [[nodiscard]] virtual std::optional<Properties> copyPropertiesAtIndex(NSError* error = nullptr) = 0;
 
     /// Decodes at the size asked for, to sRGB. A picture that is cut off shows what could be decoded.
     /// @return null on failure; may be asked again
-    virtual CGImagePtr createThumbnailAtIndex(const ThumbnailOptions& options, NSError* error = nullptr) = 0;
+    [[nodiscard]] virtual CGImagePtr createThumbnailAtIndex(const ThumbnailOptions& options,
+                                                            NSError* error = nullptr) = 0;
 
     /// Whether a picture comes of decoding the file. Looks at no more of it than tells: damage that would only show in
     /// the picture is not looked for.
-    virtual bool canDecode(NSError* error = nullptr) = 0;
+    [[nodiscard]] virtual bool canDecode(NSError* error = nullptr) = 0;
 
     /// Decodes in full, as stored, to sRGB.
-    CGImagePtr createImageAtIndex(NSError* error = nullptr) { return createThumbnailAtIndex({}, error); }
+    [[nodiscard]] CGImagePtr createImageAtIndex(NSError* error = nullptr) { return createThumbnailAtIndex({}, error); }
 };
 
 } // namespace platform

@@ -20,25 +20,25 @@ namespace platform {
 /// its header and its pixels.
 class ImageDecoder : public CGImageSource {
 public:
-    std::optional<Properties> copyPropertiesAtIndex(NSError* error) final;
-    CGImagePtr createThumbnailAtIndex(const ThumbnailOptions& options, NSError* error) final;
-    bool canDecode(NSError* error) final;
+    [[nodiscard]] std::optional<Properties> copyPropertiesAtIndex(NSError* error) final;
+    [[nodiscard]] CGImagePtr createThumbnailAtIndex(const ThumbnailOptions& options, NSError* error) final;
+    [[nodiscard]] bool canDecode(NSError* error) final;
 
 protected:
     ImageDecoder(std::unique_ptr<ImageFile> file, std::string_view format);
 
     /// Fills in all but the format.
-    virtual bool readProperties(Properties& properties, NSError* error) = 0;
+    [[nodiscard]] virtual bool readProperties(Properties& properties, NSError* error) = 0;
 
     /// Decodes the stored picture at exactly this size, which is not larger than its own, to sRGB.
-    virtual bool decode(size_t width, size_t height, CGImage& image, NSError* error) = 0;
+    [[nodiscard]] virtual bool decode(size_t width, size_t height, CGImage& image, NSError* error) = 0;
 
     /// Whether `decode` will succeed; told without decoding all of the file where that is possible.
-    virtual bool probe(NSError* error);
+    [[nodiscard]] virtual bool probe(NSError* error);
 
     /// What `decode` ends with: scales the planes and turns the colours into sRGB, narrowing last where that matters.
-    bool finish(const ImagePlanes& planes, size_t width, size_t height, const ColorDescription& colors, CGImage& image,
-                NSError* error) const;
+    [[nodiscard]] bool finish(const ImagePlanes& planes, size_t width, size_t height, const ColorDescription& colors,
+                              CGImage& image, NSError* error) const;
 
     ImageFile& file() { return *file_; }
     const Properties& properties() const { return properties_; }

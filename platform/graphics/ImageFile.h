@@ -22,10 +22,10 @@ public:
     static constexpr size_t kMaxBytes = size_t{1} << 31;
 
     /// @return null if it cannot be opened, is no regular file or too long; `error` says which
-    static std::unique_ptr<ImageFile> open(const NSURL& url, NSError* error);
+    [[nodiscard]] static std::unique_ptr<ImageFile> open(const NSURL& url, NSError* error);
 
     /// Bytes that are there already; nothing if they are too long for a picture.
-    static std::unique_ptr<ImageFile> withData(NSData data, std::string name, NSError* error);
+    [[nodiscard]] static std::unique_ptr<ImageFile> withData(NSData data, std::string name, NSError* error);
 
     ~ImageFile();
     ImageFile(const ImageFile&) = delete;

@@ -30,7 +30,7 @@ public:
 
     /// The first picture of a file's bytes, as stored.
     /// @return nothing if it cannot be decoded
-    static std::optional<NSBitmapImageRep> imageRepWithData(NSData data, NSError* error = nullptr);
+    [[nodiscard]] static std::optional<NSBitmapImageRep> imageRepWithData(NSData data, NSError* error = nullptr);
 
     size_t pixelsWide() const { return image_->width; }
     size_t pixelsHigh() const { return image_->height; }

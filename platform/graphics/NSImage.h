@@ -34,9 +34,9 @@ public:
     /// where it states none.
     /// @return null if a picture does not come of decoding it; `error` says why
     /// @{
-    static NSImagePtr imageWithContentsOfURL(const NSURL& url, NSError* error = nullptr);
+    [[nodiscard]] static NSImagePtr imageWithContentsOfURL(const NSURL& url, NSError* error = nullptr);
     /// Kept as it is until its pixels are needed.
-    static NSImagePtr imageWithData(NSData data, NSError* error = nullptr);
+    [[nodiscard]] static NSImagePtr imageWithData(NSData data, NSError* error = nullptr);
     /// @}
 
     /// An image that is drawn when its pixels are first asked for, once, on that thread; `handler`, which

@@ -55,8 +55,8 @@ std::optional<AACWindow> windowOfAAC(std::span<const uint8_t> packet);
 /// @param isCancelled  asked once a packet
 /// @return kAACLookBehind + kAACLookAhead packets less than there are frames; nothing if cancelled (no error) or
 ///         on failure
-std::optional<PacketRun> encodeAAC(std::span<const float> samples, int sampleRateHz, int channels,
-                                   const std::optional<AACWindow>& before, const std::function<bool()>& isCancelled,
-                                   NSError* error = nullptr);
+[[nodiscard]] std::optional<PacketRun> encodeAAC(std::span<const float> samples, int sampleRateHz, int channels,
+                                                 const std::optional<AACWindow>& before,
+                                                 const std::function<bool()>& isCancelled, NSError* error = nullptr);
 
 } // namespace platform

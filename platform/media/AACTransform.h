@@ -24,7 +24,7 @@ public:
     static constexpr size_t kSamples = 2 * kLines;
 
     /// @return null if the library has no such transform
-    static std::unique_ptr<AACTransform> create(NSError* error = nullptr);
+    [[nodiscard]] static std::unique_ptr<AACTransform> create(NSError* error = nullptr);
     ~AACTransform();
     AACTransform(const AACTransform&) = delete;
     AACTransform& operator=(const AACTransform&) = delete;

@@ -64,7 +64,7 @@ public:
                                          std::move_only_function<void()> completionHandler);
     /// Unknown for keys that are none.
     /// @param error  out, optional: why the value could not be loaded
-    virtual AVKeyValueStatus statusOfValueForKey(std::string_view key, NSError* error = nullptr) const;
+    [[nodiscard]] virtual AVKeyValueStatus statusOfValueForKey(std::string_view key, NSError* error = nullptr) const;
 
     /// In order of the tracks.
     std::vector<AVAssetTrack> tracksWithMediaType(std::string_view mediaType) const;

@@ -69,7 +69,7 @@ bool failFileExists(NSError* error, const NSURL& url)
 class Unfinished final {
 public:
     explicit Unfinished(NSURL url) : url_(std::move(url)) {}
-    ~Unfinished() { NSFileManager::defaultManager().removeItemAtURL(url_); }
+    ~Unfinished() { (void)NSFileManager::defaultManager().removeItemAtURL(url_); }
     Unfinished(const Unfinished&) = delete;
     Unfinished& operator=(const Unfinished&) = delete;
 
@@ -158,7 +158,7 @@ void AVAssetExportSession::State::run()
     bool isDone = writeAndName(&why);
     if (isDone && cancelled) {
         // It got its name in the moment of the cancel.
-        NSFileManager::defaultManager().removeItemAtURL(*output());
+        (void)NSFileManager::defaultManager().removeItemAtURL(*output());
         isDone = false;
     }
     if (isDone) {

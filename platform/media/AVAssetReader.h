@@ -23,7 +23,8 @@ class AVAssetReader final {
 public:
     /// @param asset  a file; others cannot be read
     /// @return null if the asset is no file, or the file is not there any more or cannot be opened; `error` says why
-    static std::unique_ptr<AVAssetReader> initWithAsset(const AVAssetPtr& asset, NSError* error = nullptr);
+    [[nodiscard]] static std::unique_ptr<AVAssetReader> initWithAsset(const AVAssetPtr& asset,
+                                                                      NSError* error = nullptr);
     /// Cancels what still reads.
     ~AVAssetReader();
     AVAssetReader(const AVAssetReader&) = delete;

@@ -29,8 +29,8 @@ class AVAssetWriter final {
 public:
     /// @param fileType  kAVFileTypeQuickTimeMovie
     /// @return null if a file is there already, or for another file type; `error` names the file and why
-    static std::shared_ptr<AVAssetWriter> assetWriterWithURL(const NSURL& url, std::string_view fileType,
-                                                             NSError* error = nullptr);
+    [[nodiscard]] static std::shared_ptr<AVAssetWriter> assetWriterWithURL(const NSURL& url, std::string_view fileType,
+                                                                           NSError* error = nullptr);
 
     /// Cancels what still runs.
     ~AVAssetWriter();

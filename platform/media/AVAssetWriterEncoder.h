@@ -18,7 +18,8 @@ namespace platform {
 class AVAssetWriterEncoder {
 public:
     /// @return null for an unknown codec or a size that it cannot have; `error` says which
-    static std::unique_ptr<AVAssetWriterEncoder> create(const AVVideoSettings& settings, NSError* error = nullptr);
+    [[nodiscard]] static std::unique_ptr<AVAssetWriterEncoder> create(const AVVideoSettings& settings,
+                                                                      NSError* error = nullptr);
 
     virtual ~AVAssetWriterEncoder() = default;
 
@@ -48,10 +49,10 @@ public:
 
 /// @name By library; for `create` alone
 /// @{
-std::unique_ptr<AVAssetWriterEncoder> makeTurboJPEGEncoder(int width, int height, NSError* error);
+[[nodiscard]] std::unique_ptr<AVAssetWriterEncoder> makeTurboJPEGEncoder(int width, int height, NSError* error);
 /// @return null with an error for a codec that is not known
-std::unique_ptr<AVAssetWriterEncoder> makeFFmpegEncoder(const AVVideoSettings& settings, int width, int height,
-                                                        NSError* error);
+[[nodiscard]] std::unique_ptr<AVAssetWriterEncoder> makeFFmpegEncoder(const AVVideoSettings& settings, int width,
+                                                                      int height, NSError* error);
 /// @}
 
 } // namespace platform

@@ -19,7 +19,7 @@ class AVAssetWriterMovieFile {
 public:
     /// Makes the file, which must not be there yet.
     /// @return null if it cannot be made; `error` names it and says why
-    static std::unique_ptr<AVAssetWriterMovieFile> create(const NSURL& url, NSError* error = nullptr);
+    [[nodiscard]] static std::unique_ptr<AVAssetWriterMovieFile> create(const NSURL& url, NSError* error = nullptr);
 
     /// Removes the file unless it was finished.
     virtual ~AVAssetWriterMovieFile() = default;

@@ -30,8 +30,8 @@ public:
 
     /// @param width, height  even
     /// @return null if the library refuses; `error` says why
-    static std::unique_ptr<AVAssetWriterPixelConverter> create(int width, int height, Layout layout,
-                                                               NSError* error = nullptr);
+    [[nodiscard]] static std::unique_ptr<AVAssetWriterPixelConverter> create(int width, int height, Layout layout,
+                                                                             NSError* error = nullptr);
 
     virtual ~AVAssetWriterPixelConverter() = default;
 

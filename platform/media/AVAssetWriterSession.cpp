@@ -408,7 +408,7 @@ void AVAssetWriterSession::leave()
         return;
     // A cancel that came during the last moments: the finished file is not wanted.
     if (isWhole)
-        NSFileManager::defaultManager().removeItemAtURL(url_);
+        (void)NSFileManager::defaultManager().removeItemAtURL(url_);
     settle(decidedEnding());
 }
 

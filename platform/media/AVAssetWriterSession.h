@@ -77,20 +77,20 @@ private:
     /// Asks for media if there is room and it is not being asked for already.
     void pump();
     /// The frame's time in the movie's time scale; nothing, and why, if it cannot stand there.
-    std::optional<int64_t> movieTime(const CVPixelBuffer& buffer, CMTime presentationTime, NSError* error)
+    [[nodiscard]] std::optional<int64_t> movieTime(const CVPixelBuffer& buffer, CMTime presentationTime, NSError* error)
         REQUIRES(lock_);
 
     bool startThreads();
     /// What a thread does, with the encoder of its place.
     void work(size_t place);
-    bool makeAlikeEncoder(size_t place, NSError* error);
+    [[nodiscard]] bool makeAlikeEncoder(size_t place, NSError* error);
     /// Waits for a frame that the encoder accepts; nothing when no more will come.
     std::optional<Frame> takeFrame(const AVAssetWriterEncoder& encoder);
     void deliver(uint64_t index, std::vector<uint8_t> bytes);
     /// Writes all packets whose turn has come.
     void drain();
     std::optional<Packet> takePacket();
-    bool writePacket(const Packet& packet, NSError* error);
+    [[nodiscard]] bool writePacket(const Packet& packet, NSError* error);
     void leave();
 
     /// Decides how it will end, unless that is decided; what is about to complete can still fail or be cancelled.

@@ -36,7 +36,7 @@ public:
     AVMetadataItemList commonMetadata() const override;
     /// Unknown until somebody asked for a value, then loading, then loaded or, for a file that cannot be opened,
     /// failed.
-    AVKeyValueStatus statusOfValueForKey(std::string_view key, NSError* error = nullptr) const override;
+    [[nodiscard]] AVKeyValueStatus statusOfValueForKey(std::string_view key, NSError* error = nullptr) const override;
 
 protected:
     void loadValues() const override;

@@ -57,7 +57,7 @@ size_t setMovieMetadata(AVFormatContext& movie, const AVMetadataItemList& metada
 /// itself, with a short list of decoders. Its streams are known; edit lists of movies are not applied when
 /// `ignoreEditLists` is set.
 /// @return null if it cannot be opened; `error` names the file and why
-InputPtr openMediaFile(const NSURL& url, bool ignoreEditLists, NSError* error = nullptr);
+[[nodiscard]] InputPtr openMediaFile(const NSURL& url, bool ignoreEditLists, NSError* error = nullptr);
 
 /// As `openMediaFile`, but knows no more than the file's head and index tell, and gives up where they are longer than
 /// those of any sound, at 64 MB. Decodes nothing.

@@ -24,7 +24,7 @@ public:
     };
 
     /// Makes a new file; fails if there is one.
-    static std::unique_ptr<M4AFile> create(const NSURL& url, Format format, NSError* error = nullptr);
+    [[nodiscard]] static std::unique_ptr<M4AFile> create(const NSURL& url, Format format, NSError* error = nullptr);
     /// An unfinished file is left as it is.
     ~M4AFile();
 
@@ -42,7 +42,7 @@ private:
     };
 
     M4AFile(NSURL url, Format format, std::unique_ptr<std::FILE, CloseFile> file);
-    bool write(std::span<const uint8_t> bytes, NSError* error);
+    [[nodiscard]] bool write(std::span<const uint8_t> bytes, NSError* error);
 
     const NSURL url_;
     const Format format_;

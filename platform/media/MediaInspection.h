@@ -42,6 +42,6 @@ struct MediaReport {
 
 /// Reads a movie's index and every packet's times; decodes nothing.
 /// @return nothing if the file cannot be read as a movie; `error` names the file and why
-std::optional<MediaReport> inspectMedia(const NSURL& url, NSError* error = nullptr);
+[[nodiscard]] std::optional<MediaReport> inspectMedia(const NSURL& url, NSError* error = nullptr);
 
 } // namespace platform

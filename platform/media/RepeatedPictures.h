@@ -24,7 +24,8 @@ namespace platform {
 /// @param isCancelled  asked now and then, on the calling thread; if it says so, that is an error like any other
 /// @return how many samples came to those that were there; with 0 no file was written, as there was nothing to do.
 ///         Nothing on failure, `error` names the movie and says why
-std::optional<size_t> repeatLongPictures(const NSURL& movie, CMTime longest, const NSURL& to,
-                                         const std::function<bool()>& isCancelled, NSError* error = nullptr);
+[[nodiscard]] std::optional<size_t> repeatLongPictures(const NSURL& movie, CMTime longest, const NSURL& to,
+                                                       const std::function<bool()>& isCancelled,
+                                                       NSError* error = nullptr);
 
 } // namespace platform

@@ -47,8 +47,8 @@ struct SoundPlan {
 ///
 /// @param timeRange  nothing for all; clipped to what there is
 /// @return nothing if there is no sound, or none in the range; `error` tells which
-std::optional<SoundPlan> planSound(const AVAsset& asset, const std::optional<CMTimeRange>& timeRange,
-                                   const AVMutableAudioMix* audioMix, NSError* error = nullptr);
+[[nodiscard]] std::optional<SoundPlan> planSound(const AVAsset& asset, const std::optional<CMTimeRange>& timeRange,
+                                                 const AVMutableAudioMix* audioMix, NSError* error = nullptr);
 
 struct ExportControl {
     /// Asked often.

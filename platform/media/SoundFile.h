@@ -37,7 +37,8 @@ struct SoundFacts {
 
 /// Looks at a file's sound track; files without an index are scanned.
 /// @return nothing if the file cannot be read, has no sound or the sound is empty; `error` tells which
-std::optional<SoundFacts> readSoundFacts(const NSURL& url, std::optional<int> streamIndex, NSError* error = nullptr);
+[[nodiscard]] std::optional<SoundFacts> readSoundFacts(const NSURL& url, std::optional<int> streamIndex,
+                                                       NSError* error = nullptr);
 
 /// Decodes a sound track from any place on its time line, exact to the sample, at a rate and in a number of channels of
 /// the caller's choice. Takes little memory whatever the length. One thread at a time.
@@ -45,8 +46,8 @@ class SoundReader final {
 public:
     /// @param sampleRateHz  positions and lengths of this reader count samples at this rate
     /// @param channels      not less than the facts have
-    static std::unique_ptr<SoundReader> open(SoundFacts facts, int sampleRateHz, int channels,
-                                             NSError* error = nullptr);
+    [[nodiscard]] static std::unique_ptr<SoundReader> open(SoundFacts facts, int sampleRateHz, int channels,
+                                                           NSError* error = nullptr);
     ~SoundReader();
 
     /// Samples from `position` on, interleaved, full scale at +-1. Reading on from where the last call ended is cheap.
@@ -66,7 +67,7 @@ private:
 /// Reads a sound track's packets, for copying. One thread at a time.
 class SoundPacketReader final {
 public:
-    static std::unique_ptr<SoundPacketReader> open(const SoundFacts& facts, NSError* error = nullptr);
+    [[nodiscard]] static std::unique_ptr<SoundPacketReader> open(const SoundFacts& facts, NSError* error = nullptr);
     ~SoundPacketReader();
 
     /// The packet of this index, the first of the file being 0; valid until the next call. Reading in order is cheap.

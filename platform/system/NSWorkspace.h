@@ -24,7 +24,7 @@ public:
 
     /// The MIME type of a file, by its content, then by its extension ("image/jpeg").
     /// @return nothing if the file cannot be read or is a folder
-    std::optional<std::string> typeOfFile(const NSURL& url, NSError* error = nullptr) const;
+    [[nodiscard]] std::optional<std::string> typeOfFile(const NSURL& url, NSError* error = nullptr) const;
 
     /// Whether a MIME type is one of pictures.
     static bool conformsToImage(std::string_view type) { return type.starts_with("image/"); }

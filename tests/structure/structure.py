@@ -234,6 +234,22 @@ def check_machine_paths(root):
             yield f"{path}:{text.count(chr(10), 0, match.start()) + 1}: names the place {match.group(0)!r}"
 
 
+def check_nodiscard(root):
+    """Nobody may overlook the failure of a function that tells it by its result and the reason by an argument."""
+    for path in files_below(root, (".h",)):
+        if folder_of(path) not in USES:
+            continue
+        text = re.sub(r"^[ \t]*#.*$", "", without_comments(read(root, path)), flags=re.MULTILINE)
+        for match in re.finditer(r"NSError\s*\*\s*(?:error\b|[,)])", text):
+            start = max(text.rfind(end, 0, match.start()) for end in ";{}") + 1
+            declared = re.match(r"([^(]*?)\b(\w+)\s*\(", text[start:match.start()])
+            # What makes an error returns false only so that its caller can pass that on.
+            if (declared and not declared[2].startswith("fail")
+                    and not re.search(r"\[\[nodiscard\]\]|\bvoid\s*$|\bfunction\s*<|\busing\b", declared[1])):
+                line = text.count("\n", 0, start + declared.start(2)) + 1
+                yield f"{path}:{line}: {declared[2]} can fail and is not [[nodiscard]]"
+
+
 def check_format(root):
     """Sources are spaced as .clang-format has it."""
     files = [str(path) for path in files_below(root, CODE)]

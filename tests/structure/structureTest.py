@@ -144,6 +144,22 @@ class StructureTest(unittest.TestCase):
         self.write("docs/a.md", "#!/usr/bin/env bash\n/tmp/x /home/user/Pictures ~/Movies/Stillora/ /var/lib\n")
         self.assertEqual(self.faults("machine-paths"), [])
 
+    def test_a_function_whose_failure_can_be_overlooked_is_found(self):
+        for declared, is_fault in [
+            ("bool load(int a, NSError* error = nullptr);", True),
+            ("class A final {\npublic:\n    static std::unique_ptr<A> create(platform::NSError* error);\n};", True),
+            ("template <typename T>\nstd::optional<T> read(const std::function<bool(T)>& f, NSError* error);", True),
+            ("[[nodiscard]] bool load(int a, NSError* error = nullptr);", False),
+            ("// bool load(NSError* error);", False),
+            ("bool failWithErrno(NSError* error, int number);", False),
+            ("void tell(NSError* error);", False),
+            ("using Load = std::function<bool(NSError* error)>;", False),
+            ("struct A {\n    std::function<bool(NSError* error)> load;\n};", False),
+        ]:
+            with self.subTest(declared):
+                self.write("util/A.h", f"#pragma once\n{declared}\n")
+                self.assertEqual(len(self.faults("nodiscard")), is_fault)
+
     def test_a_source_that_is_not_spaced_as_the_others_is_found(self):
         self.write("util/Names.h", "#pragma once\nnamespace Names {}\nint  a;\nint  b;\n")
         self.assertFault("format", "util/Names.h:3:")

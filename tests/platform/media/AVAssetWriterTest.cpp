@@ -163,7 +163,7 @@ TEST_P(AVAssetWriterOfCodec, WritesTheSameMovieWithAnyNumberOfEncoders)
     const std::string alone = TemporaryFolder::contentsOf(url.path());
     const auto frames = testmovie::decode(url.path(), 64, 48);
     for (const size_t encoders : {2u, 3u, 8u}) {
-        NSFileManager::defaultManager().removeItemAtURL(url);
+        (void)NSFileManager::defaultManager().removeItemAtURL(url);
         write(GetParam(), 9, 10000, 64, 48, encoders);
         // The HEVC encoder sets a flag without meaning by how many frames it has coded.
         if (std::string(GetParam()) == "hvc1")
@@ -264,7 +264,7 @@ TEST_F(AVAssetWriterTest, CodesH264SoThatEveryPlayerTakesIt)
     write("avc1", 2, 30000, 1920, 1080);
     EXPECT_EQ(testmovie::probe(url.path(), "stream=profile,level,pix_fmt,has_b_frames,chroma_location"),
               (std::vector<std::string>{"High,0,yuv420p,40,left"}));
-    NSFileManager::defaultManager().removeItemAtURL(url);
+    (void)NSFileManager::defaultManager().removeItemAtURL(url);
     write("avc1", 1, 30000, 3840, 2160);
     EXPECT_EQ(testmovie::probe(url.path(), "stream=profile,level"), (std::vector<std::string>{"High,51"}));
 }
@@ -279,7 +279,7 @@ TEST_F(AVAssetWriterTest, CodesHEVCSoThatHardwarePlayersTakeIt)
 TEST_F(AVAssetWriterTest, ClaimsNoFrameRateInItsHeaders)
 {
     for (const char* const codec : {"avc1", "hvc1"}) {
-        NSFileManager::defaultManager().removeItemAtURL(url);
+        (void)NSFileManager::defaultManager().removeItemAtURL(url);
         write(codec, 2, 30000, 640, 360);
         const std::string trace = testmovie::outputOf("ffmpeg -v verbose -i " + testmovie::quoted(url.path()) +
                                                       " -c copy -bsf:v trace_headers -f null - 2>&1");
@@ -345,7 +345,7 @@ TEST_F(AVAssetWriterTest, PutsTheIndexBehindTheMediaUnlessItIsToBeOptimizedForNe
         ASSERT_TRUE(report);
         EXPECT_FALSE(report->indexFirst);
         EXPECT_EQ(testmovie::decode(url.path(), 64, 48).size(), 3u);
-        NSFileManager::defaultManager().removeItemAtURL(url);
+        (void)NSFileManager::defaultManager().removeItemAtURL(url);
     }
 }
 
@@ -358,7 +358,7 @@ TEST_F(AVAssetWriterTest, KeepsRoomForTheIndexOfEveryCodecsLargestHeaderAndUneve
         for (const int64_t time : {0, 7, 20000})
             ASSERT_TRUE(writing.append(makePlainFrame(64, 48, {1, 2, 3}), at(time)));
         EXPECT_EQ(writing.finish(), AVAssetWriterStatus::Completed) << codec;
-        NSFileManager::defaultManager().removeItemAtURL(url);
+        (void)NSFileManager::defaultManager().removeItemAtURL(url);
     }
 }
 
@@ -372,7 +372,7 @@ TEST_F(AVAssetWriterTest, WritesAThousandTinyFrames)
             ASSERT_EQ(report.tracks[0].samples[i].presentationTime.value, static_cast<int64_t>(i) * 10);
         EXPECT_TRUE(report.indexFirst);
         EXPECT_EQ(CMTimeCompare(report.duration, at(15000)), 0);
-        NSFileManager::defaultManager().removeItemAtURL(url);
+        (void)NSFileManager::defaultManager().removeItemAtURL(url);
     }
 }
 
@@ -463,7 +463,7 @@ TEST_F(AVAssetWriterTest, NeverWritesOverAFile)
     EXPECT_EQ(error.code, kAVErrorFileAlreadyExists);
     EXPECT_NE(error.localizedDescription.find("movie.mov"), std::string::npos);
 
-    NSFileManager::defaultManager().removeItemAtURL(url);
+    (void)NSFileManager::defaultManager().removeItemAtURL(url);
     Writing writing(url);
     folder.makeFile("movie.mov", "precious");
     EXPECT_FALSE(writing.writer->startWriting());
@@ -685,7 +685,7 @@ TEST_F(AVAssetWriterTest, RunsTheCompletionHandlerOnceWhateverTheEnd)
         writing.writer->finishWritingWithCompletionHandler([&] { again.set_value(); });
         EXPECT_EQ(again.get_future().wait_for(std::chrono::seconds(60)), std::future_status::ready);
         EXPECT_EQ(calls, 1);
-        NSFileManager::defaultManager().removeItemAtURL(url);
+        (void)NSFileManager::defaultManager().removeItemAtURL(url);
     }
 }
 
@@ -749,7 +749,7 @@ TEST_F(AVAssetWriterTest, EndsOneWayWhenCancelledFromManyThreadsWhileItFinishes)
         EXPECT_EQ(NSFileManager::defaultManager().fileExistsAtPath(url.path()),
                   status == AVAssetWriterStatus::Completed);
         EXPECT_TRUE(status == AVAssetWriterStatus::Completed || status == AVAssetWriterStatus::Cancelled);
-        NSFileManager::defaultManager().removeItemAtURL(url);
+        (void)NSFileManager::defaultManager().removeItemAtURL(url);
     }
 }
 
