@@ -108,9 +108,6 @@ def check_include_direction(root):
             elif folder in USES:
                 if target != folder and target not in USES[folder]:
                     yield f"{path}:{line}: {folder} includes \"{name}\", which points back or sideways"
-            elif folder == "samples":
-                if target != folder:
-                    yield f"{path}:{line}: the samples stand alone, but include \"{name}\""
             elif folder == "tests":
                 # A test may use what its folder may; what the tests share stands in tests/support.
                 own = folder_of(Path(*path.parts[1:]))
@@ -133,7 +130,7 @@ def check_third_party_headers(root):
                 continue
             if TESTING.match(name):
                 allowed, where = unit in ("tests", "bench"), "tests and benchmarks"
-            elif unit in ("tests", "bench", "samples"):
+            elif unit in ("tests", "bench"):
                 allowed, where = True, ""
             elif INSTALLED.match(name):
                 allowed, where = unit == "docs", "examples"
