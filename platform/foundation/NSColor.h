@@ -1,5 +1,7 @@
 #pragma once
 
+#include <compare>
+
 namespace platform {
 
 /// An RGB colour; every component from 0 to 1.
@@ -15,7 +17,7 @@ struct NSColor {
     /// The same colour in the calibrated space; its components stay, as those of every device here are sRGB's.
     NSColor colorUsingCalibratedRGB() const { return {Space::Calibrated, red, green, blue, alpha}; }
 
-    friend bool operator==(const NSColor&, const NSColor&) = default;
+    friend auto operator<=>(const NSColor&, const NSColor&) = default;
 };
 
 } // namespace platform

@@ -4,6 +4,7 @@
 #include "platform/foundation/NSGeometry.h"
 #include "platform/graphics/CGImage.h"
 
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -22,7 +23,7 @@ struct TextAttributes {
     /// Percent of the font size; negative: filled, then stroked; positive: stroked only; 0: filled only.
     double strokeWidth = 0;
 
-    friend bool operator==(const TextAttributes&, const TextAttributes&) = default;
+    friend auto operator<=>(const TextAttributes&, const TextAttributes&) = default;
 };
 
 /// Draws over pixels X R G B of the caller, top row first; X is always 0xFF. Coordinates have their origin in the lower

@@ -4,6 +4,7 @@
 #include "platform/graphics/ImageScaler.h"
 
 #include <array>
+#include <compare>
 #include <cstdint>
 #include <optional>
 #include <vector>
@@ -27,7 +28,7 @@ struct ColorDescription {
         /// Light is the number to this power; nothing for sRGB's curve.
         std::optional<double> power = {};
 
-        bool operator==(const PowerSpace&) const = default;
+        auto operator<=>(const PowerSpace&) const = default;
     };
 
     /// The space that cameras mean by "Adobe RGB" without a profile.
@@ -42,7 +43,7 @@ struct ColorDescription {
     /// Counts where neither of the above is there.
     std::optional<PowerSpace> space = {};
 
-    bool operator==(const ColorDescription&) const = default;
+    auto operator<=>(const ColorDescription&) const = default;
 };
 
 /// Whether the picture's numbers become others in sRGB, but for rounding.

@@ -1,6 +1,7 @@
 #include "platform/graphics/ColorProfile.h"
 
 #include "platform/foundation/Lock.h"
+#include "platform/foundation/NSCache.h"
 
 #include <lcms2.h>
 
@@ -9,7 +10,6 @@
 #include <cmath>
 #include <functional>
 #include <limits>
-#include <list>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -365,27 +365,20 @@ std::shared_ptr<const Conversion> makeConversion(const ColorDescription& descrip
 std::shared_ptr<const Conversion> conversionOf(const ColorDescription& description, bool isWide)
 {
     constexpr size_t kConversions = 8;
-    struct Entry {
-        ColorDescription description;
-        bool isWide;
-        std::shared_ptr<const Conversion> conversion;
-    };
-    static Lock lock;
+    using Key = std::pair<ColorDescription, bool>;
+    static Lock making;
     // Never destroyed: pictures may still be converted while the process ends.
-    static auto& conversions = *new std::list<Entry>;
-    LockGuard guard(lock);
-    const auto found = std::ranges::find_if(
-        conversions, [&](const Entry& entry) { return entry.isWide == isWide && entry.description == description; });
-    if (found != conversions.end()) {
-        conversions.splice(conversions.begin(), conversions, found);
-        return found->conversion;
+    static auto& conversions = *new NSCache<Key, std::shared_ptr<const Conversion>>(kConversions, 0);
+    const Key key(description, isWide);
+    LockGuard guard(making);
+    auto conversion = conversions.objectForKey(key);
+    if (!conversion) {
+        // Damaged profiles are common enough; their complaints are for nobody.
+        cmsSetLogErrorHandler(nullptr);
+        conversion = makeConversion(description, isWide);
+        conversions.setObject(conversion, key);
     }
-    // Damaged profiles are common enough; their complaints are for nobody.
-    cmsSetLogErrorHandler(nullptr);
-    conversions.push_front({description, isWide, makeConversion(description, isWide)});
-    if (conversions.size() > kConversions)
-        conversions.pop_back();
-    return conversions.front().conversion;
+    return conversion;
 }
 
 bool saysNothing(const ColorDescription& description)

@@ -1,15 +1,15 @@
 #include "platform/graphics/ImageScaler.h"
 
-#include "platform/foundation/Lock.h"
+#include "platform/foundation/NSCache.h"
 
 #include <zimg.h>
 
 #include <algorithm>
 #include <bit>
+#include <compare>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <list>
 #include <memory>
 #include <type_traits>
 #include <utility>
@@ -41,7 +41,7 @@ struct GraphKey {
     size_t height;
     bool isResultWide;
 
-    bool operator==(const GraphKey&) const = default;
+    auto operator<=>(const GraphKey&) const = default;
 };
 
 /// A graph may be run by several threads at a time, each with its own memory.
@@ -132,23 +132,13 @@ std::shared_ptr<const Graph> buildGraph(const GraphKey& key)
 std::shared_ptr<const Graph> graphOf(const GraphKey& key)
 {
     constexpr size_t kGraphs = 16;
-    static Lock lock;
     // Never destroyed: pictures may still be scaled while the process ends.
-    static auto& graphs = *new std::list<std::pair<GraphKey, std::shared_ptr<const Graph>>>;
-    {
-        LockGuard guard(lock);
-        const auto found = std::ranges::find(graphs, key, [](const auto& entry) { return entry.first; });
-        if (found != graphs.end()) {
-            graphs.splice(graphs.begin(), graphs, found);
-            return found->second;
-        }
-    }
-    auto graph = buildGraph(key);
-    if (graph) {
-        LockGuard guard(lock);
-        graphs.emplace_front(key, graph);
-        if (graphs.size() > kGraphs)
-            graphs.pop_back();
+    static auto& graphs = *new NSCache<GraphKey, std::shared_ptr<const Graph>>(kGraphs, 0);
+    auto graph = graphs.objectForKey(key);
+    if (!graph) {
+        graph = buildGraph(key);
+        if (graph)
+            graphs.setObject(graph, key);
     }
     return graph;
 }

@@ -1,12 +1,12 @@
 #include "platform/graphics/TextRenderer.h"
 
 #include "platform/foundation/Lock.h"
+#include "platform/foundation/NSCache.h"
 
 #include <pango/pangocairo.h>
 
 #include <algorithm>
 #include <cmath>
-#include <list>
 #include <string>
 #include <utility>
 
@@ -138,39 +138,31 @@ std::shared_ptr<const RenderedText> render(PangoFontMap* fonts, std::string_view
     return rendered;
 }
 
-struct Entry {
-    std::string text;
-    TextAttributes attributes;
-    std::shared_ptr<const RenderedText> rendered;
-};
-
 } // namespace
 
 std::shared_ptr<const RenderedText> renderText(std::string_view text, const TextAttributes& attributes)
 {
     // The two lines of a watermark for a few frame sizes.
     constexpr size_t kKept = 8;
+    using Key = std::pair<std::string, TextAttributes>;
     static Lock lock;
     // Never destroyed: text may still be drawn while the process ends.
-    static auto& kept = *new std::list<Entry>;
+    static auto& kept = *new NSCache<Key, std::shared_ptr<const RenderedText>>(kKept, 0);
     static auto& fonts = *new FontMapPtr;
 
     if (!(attributes.fontSize >= 1) || attributes.fontSize > kMaxSide || text.empty())
         return nullptr;
     // Font maps are for one thread at a time.
+    const Key key(text, attributes);
     LockGuard guard(lock);
-    const auto found = std::ranges::find_if(
-        kept, [&](const Entry& entry) { return entry.text == text && entry.attributes == attributes; });
-    if (found != kept.end()) {
-        kept.splice(kept.begin(), kept, found);
-        return found->rendered;
+    auto rendered = kept.objectForKey(key);
+    if (!rendered) {
+        if (!fonts)
+            fonts.reset(pango_cairo_font_map_new());
+        rendered = render(fonts.get(), text, attributes);
+        kept.setObject(rendered, key);
     }
-    if (!fonts)
-        fonts.reset(pango_cairo_font_map_new());
-    kept.push_front({std::string(text), attributes, render(fonts.get(), text, attributes)});
-    if (kept.size() > kKept)
-        kept.pop_back();
-    return kept.front().rendered;
+    return rendered;
 }
 
 } // namespace platform
