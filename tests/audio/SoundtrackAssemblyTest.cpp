@@ -1,7 +1,7 @@
 #include "audio/SoundtrackAssembly.h"
 
-#include "platform/foundation/NSLog.h"
 #include "platform/system/NSWorkspace.h"
+#include "tests/support/LogRecorder.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestSound.h"
 #include "tests/support/TestStageContext.h"
@@ -33,9 +33,7 @@ protected:
     {
         folder_.makeFolder("temporary");
         context_.emplace(folder_.url(), folder_.url("temporary"));
-        setLogSink([this](const std::string& line) { log_.push_back(line); });
     }
-    ~SoundtrackAssembly() override { setLogSink({}); }
 
     /// A file of a tone.
     NSURL makeFile(const std::string& name, double seconds, double frequency)
@@ -80,7 +78,7 @@ protected:
 
     TemporaryFolder folder_;
     std::optional<TestStageContext> context_;
-    std::vector<std::string> log_;
+    LogRecorder log_;
     NSError error_;
 };
 
@@ -89,7 +87,7 @@ TEST_F(SoundtrackAssembly, EmptyListYieldsNothingAndSendsNothing)
     EXPECT_FALSE(assemble({}, 10, 0));
     EXPECT_EQ(error_, NSError{});
     EXPECT_TRUE(context_->updates().empty());
-    EXPECT_TRUE(log_.empty());
+    EXPECT_TRUE(log_.lines().empty());
 }
 
 TEST_F(SoundtrackAssembly, ThreeItemsOf30SecondsWithAVideoOf40KeepTwoAndFadeTheSecond)
@@ -116,7 +114,7 @@ TEST_F(SoundtrackAssembly, VideoOf4SecondsWithAnItemOf10HasAnEmptyListAndFails)
     EXPECT_FALSE(assemble({item("1.wav", 10)}, 4, 10));
     // Nothing is converted; the empty composition is exported as it is.
     EXPECT_EQ(error_.domain, kAVFoundationErrorDomain);
-    EXPECT_EQ(log_, std::vector<std::string>{std::string(kOperation) + " - writing failed"});
+    EXPECT_EQ(log_.lines(), std::vector<std::string>{std::string(kOperation) + " - writing failed"});
     EXPECT_TRUE(temporaryFiles().empty());
 }
 
@@ -240,21 +238,21 @@ TEST_F(SoundtrackAssembly, MissingFileIsLoggedAndItsErrorPassedOn)
 {
     const auto missing = MORSoundtrack::soundtrackWithURL(folder_.url("missing.mp3"), {});
     EXPECT_FALSE(assemble({missing}, 60, 10));
-    EXPECT_EQ(log_, std::vector<std::string>{std::string(kOperation) + " - trimmedconvertedurl == nil"});
+    EXPECT_EQ(log_.lines(), std::vector<std::string>{std::string(kOperation) + " - trimmedconvertedurl == nil"});
     EXPECT_NE(error_.localizedDescription.find("missing.mp3"), std::string::npos);
 }
 
 TEST_F(SoundtrackAssembly, ItemWithoutALocationFailsWithoutAnError)
 {
     EXPECT_FALSE(assemble({std::make_shared<MORSoundtrack>()}, 60, 10));
-    EXPECT_EQ(log_, std::vector<std::string>{std::string(kOperation) + " - trimmedconvertedurl == nil"});
+    EXPECT_EQ(log_.lines(), std::vector<std::string>{std::string(kOperation) + " - trimmedconvertedurl == nil"});
     EXPECT_EQ(error_, NSError{});
 }
 
 TEST_F(SoundtrackAssembly, SelectionOfNoLengthFails)
 {
     EXPECT_FALSE(assemble({item("1.wav", 10, 440, {3, 3, 0})}, 60, 10));
-    EXPECT_EQ(log_, std::vector<std::string>{std::string(kOperation) + " - trimmedconvertedurl == nil"});
+    EXPECT_EQ(log_.lines(), std::vector<std::string>{std::string(kOperation) + " - trimmedconvertedurl == nil"});
     EXPECT_FALSE(error_.localizedDescription.empty());
 }
 
@@ -276,7 +274,7 @@ TEST_F(SoundtrackAssembly, BadFilesOfEveryKindEndInTheirErrorWithNoFileLeft)
         // The good one before it has been converted by then, and stays.
         EXPECT_FALSE(assemble({good, bad}, 60, 10));
         EXPECT_NE(error_.localizedDescription.find(name), std::string::npos) << error_.localizedDescription;
-        EXPECT_EQ(log_, std::vector<std::string>{std::string(kOperation) + " - trimmedconvertedurl == nil"});
+        EXPECT_EQ(log_.lines(), std::vector<std::string>{std::string(kOperation) + " - trimmedconvertedurl == nil"});
         for (const std::string& file : temporaryFiles())
             EXPECT_TRUE(file.ends_with("/good.m4a")) << file;
     }
@@ -331,7 +329,8 @@ TEST_F(SoundtrackAssembly, FolderThatCannotBeMadeIsLogged)
     folder_.makeFile("file");
     TestStageContext context(folder_.url(), folder_.url("file"));
     EXPECT_FALSE(finishedSoundtrackWithSoundtracks(context, {item("1.wav", 10)}, 4, 10, false, &error_));
-    EXPECT_EQ(log_, std::vector<std::string>{std::string(kOperation) + " - could not create temporary directory"});
+    EXPECT_EQ(log_.lines(),
+              std::vector<std::string>{std::string(kOperation) + " - could not create temporary directory"});
     EXPECT_EQ(error_, NSError{});
 }
 
@@ -340,7 +339,7 @@ TEST_F(SoundtrackAssembly, FolderIsMadeWithThoseAboveIt)
     // An empty working list, as above: the export comes as far as having nothing to write.
     TestStageContext context(folder_.url(), folder_.url("not/yet"));
     EXPECT_FALSE(finishedSoundtrackWithSoundtracks(context, {item("1.wav", 10)}, 4, 10, false, &error_));
-    EXPECT_EQ(log_, std::vector<std::string>{std::string(kOperation) + " - writing failed"});
+    EXPECT_EQ(log_.lines(), std::vector<std::string>{std::string(kOperation) + " - writing failed"});
 }
 
 TEST_F(SoundtrackAssembly, FailuresNeedNoPlaceForTheirError)
@@ -348,7 +347,7 @@ TEST_F(SoundtrackAssembly, FailuresNeedNoPlaceForTheirError)
     const auto missing = MORSoundtrack::soundtrackWithURL(folder_.url("missing.mp3"), {});
     EXPECT_FALSE(finishedSoundtrackWithSoundtracks(*context_, {missing}, 60, 10, false));
     EXPECT_FALSE(finishedSoundtrackWithSoundtracks(*context_, {item("1.wav", 10)}, 4, 10, false)) << "nothing to write";
-    EXPECT_EQ(log_.size(), 2U);
+    EXPECT_EQ(log_.lines().size(), 2U);
 }
 
 TEST_F(SoundtrackAssembly, CancelBeforeTheWorkYieldsNothing)
@@ -357,7 +356,7 @@ TEST_F(SoundtrackAssembly, CancelBeforeTheWorkYieldsNothing)
     EXPECT_FALSE(assemble({item("1.wav", 10)}, 60, 10));
     EXPECT_EQ(error_, NSError{});
     EXPECT_TRUE(temporaryFiles().empty());
-    EXPECT_TRUE(log_.empty());
+    EXPECT_TRUE(log_.lines().empty());
 }
 
 TEST_F(SoundtrackAssembly, CancelDuringAConversionTakesEffectAfterIt)
@@ -384,7 +383,7 @@ TEST_F(SoundtrackAssembly, CancelDuringTheExportLeavesThePieces)
     };
     EXPECT_FALSE(assemble({item("1.wav", 3)}, 60, 3));
     EXPECT_EQ(error_, NSError{});
-    EXPECT_TRUE(log_.empty());
+    EXPECT_TRUE(log_.lines().empty());
     EXPECT_TRUE(std::ranges::any_of(temporaryFiles(), [](const auto& file) { return file.ends_with("/1.m4a"); }));
 }
 
@@ -397,7 +396,8 @@ TEST_F(SoundtrackAssembly, PieceThatCannotBeLaidIsLoggedAndItsErrorPassedOn)
             writeBytes(folder_.path("temporary/" + temporaryFiles().at(0)), "no sound");
     };
     EXPECT_FALSE(assemble({item("1.wav", 3)}, 60, 3));
-    EXPECT_EQ(log_, std::vector<std::string>{std::string(kOperation) + " - adding track to composition failed"});
+    EXPECT_EQ(log_.lines(),
+              std::vector<std::string>{std::string(kOperation) + " - adding track to composition failed"});
     EXPECT_EQ(error_.domain, kAVFoundationErrorDomain);
     EXPECT_EQ(looks, 2) << "nothing is exported";
 }

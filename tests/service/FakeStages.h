@@ -4,83 +4,21 @@
 #include "items/MORSoundtrack.h"
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/foundation/NSFileManager.h"
-#include "platform/foundation/NSLog.h"
 #include "service/VideoCreatorStages.h"
 #include "service/morStilloraVideoCreator.h"
+#include "tests/support/Journal.h"
+#include "tests/support/LogRecorder.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <atomic>
-#include <condition_variable>
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
-
-/// A folder that goes with its owner.
-class TemporaryFolder {
-public:
-    TemporaryFolder()
-    {
-        std::string pattern = std::filesystem::temp_directory_path() / "serviceXXXXXX";
-        path_ = mkdtemp(pattern.data());
-    }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    ~TemporaryFolder() { std::filesystem::remove_all(path_); }
-
-    const std::filesystem::path& path() const { return path_; }
-    platform::NSURL url() const { return platform::NSURL::fileURLWithPath(path_.string(), true); }
-    platform::NSData bookmark() const { return url().bookmarkData().value(); }
-
-private:
-    std::filesystem::path path_;
-};
-
-/// What happened, in order, on whichever threads.
-class Journal {
-public:
-    void add(std::string entry)
-    {
-        const std::lock_guard guard(mutex_);
-        entries_.push_back(std::move(entry));
-        changed_.notify_all();
-    }
-    std::vector<std::string> entries() const
-    {
-        const std::lock_guard guard(mutex_);
-        return entries_;
-    }
-    bool contains(const std::string& entry) const { return std::ranges::count(entries(), entry) > 0; }
-    /// @return false if there were fewer at the deadline
-    bool waitFor(size_t count, std::chrono::milliseconds timeout = std::chrono::seconds(30))
-    {
-        std::unique_lock guard(mutex_);
-        return changed_.wait_for(guard, timeout, [&] { return entries_.size() >= count; });
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::condition_variable changed_;
-    std::vector<std::string> entries_;
-};
-
-/// Collects the log's lines while it lives.
-class LogCapture {
-public:
-    LogCapture()
-    {
-        platform::setLogSink([this](const std::string& line) { journal.add(line); });
-    }
-    ~LogCapture() { platform::setLogSink(nullptr); }
-
-    Journal journal;
-};
 
 inline PhotoList photos(size_t count)
 {

@@ -154,7 +154,7 @@ protected:
 
     TemporaryFolder folder_;
     FakeStages fakes_{folder_.path()};
-    LogCapture log_;
+    LogRecorder log_;
 
 private:
     std::shared_ptr<ServiceDelegate> delegate_;
@@ -523,5 +523,5 @@ TEST_F(DelegateTest, DropsUpdatesToAClientThatHasGone)
         std::this_thread::yield();
     service->queueProgress([] { return ProgressUpdate{.title = "VideoCreationTitleWritingVideo", .image = nullptr}; });
     service->fbQ().waitUntilAllOperationsAreFinished();
-    EXPECT_EQ(log_.journal.entries(), Entries());
+    EXPECT_EQ(log_.lines(), Entries());
 }

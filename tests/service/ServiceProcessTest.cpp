@@ -120,7 +120,7 @@ public:
         EXPECT_EQ(connect(client, reinterpret_cast<const sockaddr*>(&name), sizeof name), 0);
         return client;
     }
-    std::string path() const { return (folder_.path() / "socket").string(); }
+    std::string path() const { return folder_.path("socket"); }
 
 private:
     sockaddr_un address() const

@@ -72,7 +72,7 @@ protected:
     TemporaryFolder save_;
     TemporaryFolder temporary_;
     FakeStages fakes_{temporary_.path()};
-    LogCapture log_;
+    LogRecorder log_;
     std::shared_ptr<morStilloraVideoCreator> creator_ = std::make_shared<morStilloraVideoCreator>(fakes_.stages());
     // Addresses stay when more are added.
     std::deque<Outcome> outcomes_;
@@ -110,7 +110,7 @@ TEST_F(CreatorTest, ReturnsBeforeTheJobHasRun)
 
 TEST_F(CreatorTest, HandsTheRequestToItsStagesInOrder)
 {
-    const auto document = NSURL::fileURLWithPath((save_.path() / "Holiday.stillora").string(), false);
+    const auto document = NSURL::fileURLWithPath(save_.path("Holiday.stillora"), false);
     std::ofstream(document.path()) << "document";
     size_t replies = 0;
     creator_->createStillMotionVideoWithPhotos(photos(7), soundtracks(3), 70, 30.5, true, 2.5, "avc1", 1080, true,
@@ -140,9 +140,9 @@ TEST_F(CreatorTest, MovesTheSilentVideoWithoutSoundtracksInsteadOfExportingIt)
 {
     const auto outcome = run(photos(5), {});
     ASSERT_TRUE(outcome.movie);
-    EXPECT_EQ(NSURL::URLByResolvingBookmarkData(*outcome.movie)->path(), (save_.path() / "final.mov").string());
+    EXPECT_EQ(NSURL::URLByResolvingBookmarkData(*outcome.movie)->path(), save_.path("final.mov"));
     EXPECT_FALSE(std::filesystem::exists(fakes_.file("video.mov")));
-    EXPECT_TRUE(std::filesystem::exists(save_.path() / "final.mov"));
+    EXPECT_TRUE(std::filesystem::exists(save_.path("final.mov")));
     EXPECT_EQ(fakes_.journal.entries(),
               Entries({"assertion VideoCreationIOPMAssertionSleepNotice", "video 5 720 10. none", "name none"}));
 }
@@ -151,7 +151,7 @@ TEST_F(CreatorTest, NamesTheLocationOfAMovieThatCouldNotBeMoved)
 {
     fakes_.finalNames = {"missing/final.mov"};
     const auto outcome = run(photos(5), {});
-    EXPECT_EQ(std::ranges::count_if(log_.journal.entries(),
+    EXPECT_EQ(std::ranges::count_if(log_.lines(),
                                     [](const std::string& line) {
                                         return line.starts_with(
                                             "morStilloraVideoCreator moveItemAtURL:toURL:error: - ");
@@ -161,28 +161,27 @@ TEST_F(CreatorTest, NamesTheLocationOfAMovieThatCouldNotBeMoved)
     EXPECT_FALSE(outcome.error);
     EXPECT_FALSE(outcome.isCancelled);
     EXPECT_FALSE(NSURL::URLByResolvingBookmarkData(*outcome.movie));
-    EXPECT_EQ(*outcome.movie,
-              NSURL::fileURLWithPath((save_.path() / "missing/final.mov").string(), false).bookmarkDataOfPathAlone());
+    EXPECT_EQ(*outcome.movie, NSURL::fileURLWithPath(save_.path("missing/final.mov"), false).bookmarkDataOfPathAlone());
     EXPECT_TRUE(std::filesystem::exists(fakes_.file("video.mov")));
 }
 
 TEST_F(CreatorTest, TakesTheNextFreeNameIfItsOwnIsTakenInTheSameMoment)
 {
     fakes_.finalNames = {"final.mov", "final-2.mov", "final-3.mov"};
-    std::ofstream(save_.path() / "final.mov") << "first";
-    std::ofstream(save_.path() / "final-2.mov") << "second";
+    std::ofstream(save_.path("final.mov")) << "first";
+    std::ofstream(save_.path("final-2.mov")) << "second";
     const auto outcome = run(photos(5), {});
     ASSERT_TRUE(outcome.movie);
-    EXPECT_EQ(NSURL::URLByResolvingBookmarkData(*outcome.movie)->path(), (save_.path() / "final-3.mov").string());
+    EXPECT_EQ(NSURL::URLByResolvingBookmarkData(*outcome.movie)->path(), save_.path("final-3.mov"));
     std::string content;
-    std::ifstream(save_.path() / "final.mov") >> content;
+    std::ifstream(save_.path("final.mov")) >> content;
     EXPECT_EQ(content, "first");
 }
 
 TEST_F(CreatorTest, GivesUpIfTheTakenNameStillCountsAsFree)
 {
     // As a dangling link does: it counts as nothing, and still nothing can be put there.
-    std::filesystem::create_symlink("/nonexistent/movie.mov", save_.path() / "final.mov");
+    std::filesystem::create_symlink("/nonexistent/movie.mov", save_.path("final.mov"));
     const auto outcome = run(photos(5), {});
     ASSERT_TRUE(outcome.movie);
     EXPECT_FALSE(outcome.error);
@@ -273,7 +272,7 @@ TEST_F(CreatorTest, AnswersACancelDuringTheVideoWithTheVideosErrorOrNone)
 TEST_F(CreatorTest, RemovesIntermediateFilesThatLieInTheTemporaryFolderOnACancel)
 {
     // The test for that looks for the folder's URL in the file's path.
-    fakes_.filesFolder = temporary_.path().string() + "/" + temporary_.url().absoluteString();
+    fakes_.filesFolder = temporary_.path() + "/" + temporary_.url().absoluteString();
     std::filesystem::create_directories(*fakes_.filesFolder);
     fakes_.duringVideo = [&](StageContext&) { creator_->cancelCreation(); };
     EXPECT_TRUE(run().isCancelled);
@@ -292,7 +291,7 @@ TEST_F(CreatorTest, LeavesFilesWhosePathsDoNotHoldTheTemporaryFoldersUrl)
 
 TEST_F(CreatorTest, RemovesTheFinalMovieTooWhenCancelledDuringTheComposition)
 {
-    fakes_.filesFolder = temporary_.path().string() + "/" + temporary_.url().absoluteString();
+    fakes_.filesFolder = temporary_.path() + "/" + temporary_.url().absoluteString();
     std::filesystem::create_directories(*fakes_.filesFolder);
     fakes_.duringComposition = [&](StageContext&) { creator_->cancelCreation(); };
     const auto outcome = run();
@@ -352,7 +351,7 @@ TEST_F(CreatorTest, RemovesAtEachWayOutWhatThatOneNames)
         SCOPED_TRACE(row.name);
         FakeStages fakes(temporary_.path());
         // Only paths that hold the temporary folder's URL are removed.
-        fakes.filesFolder = temporary_.path().string() + "/" + temporary_.url().absoluteString();
+        fakes.filesFolder = temporary_.path() + "/" + temporary_.url().absoluteString();
         std::filesystem::create_directories(*fakes.filesFolder);
         creator_ = std::make_shared<morStilloraVideoCreator>(fakes.stages());
         row.prepare(fakes);
@@ -369,10 +368,10 @@ TEST_F(CreatorTest, RemovesAtEachWayOutWhatThatOneNames)
 
 TEST_F(CreatorTest, RemovesAMovedMovieThatLiesInTheTemporaryFolderWhenCancelledDuringTheMove)
 {
-    fakes_.filesFolder = temporary_.path().string() + "/" + temporary_.url().absoluteString();
+    fakes_.filesFolder = temporary_.path() + "/" + temporary_.url().absoluteString();
     std::filesystem::create_directories(*fakes_.filesFolder);
     // Named within the temporary folder, which is not the rule.
-    fakes_.finalNames = {"../" + temporary_.path().filename().string() + "/" + temporary_.url().absoluteString() +
+    fakes_.finalNames = {"../" + temporary_.url().lastPathComponent() + "/" + temporary_.url().absoluteString() +
                          "final.mov"};
     fakes_.duringNaming = [&](StageContext&) { creator_->cancelCreation(); };
     EXPECT_TRUE(run(photos(5), {}).isCancelled);
@@ -460,7 +459,7 @@ TEST_F(CreatorTest, AnswersSuccessWithoutTheFlagThoughCancelledJustBefore)
 
 TEST_F(CreatorTest, AnswersAFailedCompositionWithoutTheFlagThoughCancelledJustBefore)
 {
-    fakes_.filesFolder = temporary_.path().string() + "/" + temporary_.url().absoluteString();
+    fakes_.filesFolder = temporary_.path() + "/" + temporary_.url().absoluteString();
     std::filesystem::create_directories(*fakes_.filesFolder);
     fakes_.compositionFailure = kFailure;
     fakes_.duringComposition = [&](StageContext&) {
@@ -552,7 +551,7 @@ TEST_F(CreatorTest, LogsItsTimingOnlyOnSuccess)
         return std::sscanf(text.c_str(), "*!!* creation took %lf seconds%n", &seconds, &length) == 1 && seconds >= 0 &&
                static_cast<size_t>(length) == text.size() && text[text.find('.') + 7] == ' ';
     };
-    const auto lines = [&] { return std::ranges::count_if(log_.journal.entries(), isTiming); };
+    const auto lines = [&] { return std::ranges::count_if(log_.lines(), isTiming); };
     fakes_.compositionFailure = kFailure;
     run();
     fakes_.compositionFailure = std::nullopt;
@@ -575,8 +574,8 @@ TEST_F(CreatorTest, FallsBackToItsOwnFoldersWhereBookmarksDoNotResolve)
         NSURL::fileURLWithPath("/nonexistent/folder", true).bookmarkDataOfPathAlone(),
         [&](std::optional<NSData>, std::optional<NSError>, bool) { isAnswered = true; });
     EXPECT_TRUE(DispatchQueue::runMainUntil([&] { return isAnswered; }, 30));
-    EXPECT_EQ(creator_->destinationURL().path(), (temporary_.path() / "custom").string());
-    EXPECT_EQ(creator_->temporaryURL().path(), (temporary_.path() / "scratch").string());
+    EXPECT_EQ(creator_->destinationURL().path(), temporary_.path("custom"));
+    EXPECT_EQ(creator_->temporaryURL().path(), temporary_.path("scratch"));
     EXPECT_EQ(fakes_.journal.entries()[0], "custom folder");
     EXPECT_EQ(fakes_.journal.entries()[1], "scratch folder");
     EXPECT_EQ(fakes_.journal.entries().back(), "combine video.mov soundtrack.m4a none");

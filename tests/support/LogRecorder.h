@@ -1,8 +1,9 @@
 #pragma once
 
 #include "platform/foundation/NSLog.h"
+#include "tests/support/Journal.h"
 
-#include <mutex>
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -11,22 +12,20 @@ class LogRecorder final {
 public:
     LogRecorder()
     {
-        platform::setLogSink([this](const std::string& line) {
-            const std::lock_guard guard(mutex_);
-            lines_.push_back(line);
-        });
+        platform::setLogSink([this](const std::string& line) { journal_.add(line); });
     }
     ~LogRecorder() { platform::setLogSink({}); }
     LogRecorder(const LogRecorder&) = delete;
     LogRecorder& operator=(const LogRecorder&) = delete;
 
-    std::vector<std::string> lines() const
+    std::vector<std::string> lines() const { return journal_.entries(); }
+    /// Whether a line has the text in it.
+    bool contains(const std::string& text) const
     {
-        const std::lock_guard guard(mutex_);
-        return lines_;
+        return std::ranges::any_of(lines(), [&](const auto& line) { return line.find(text) != std::string::npos; });
     }
+    void clear() { journal_.clear(); }
 
 private:
-    mutable std::mutex mutex_;
-    std::vector<std::string> lines_;
+    Journal journal_;
 };

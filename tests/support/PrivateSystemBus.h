@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/TemporaryFolder.h"
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -7,7 +9,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <spawn.h>
 #include <string>
@@ -27,17 +28,15 @@ public:
 
     explicit PrivateSystemBus(LoginManager loginManager)
     {
-        std::string pattern = std::filesystem::temp_directory_path() / "systembusXXXXXX";
-        folder_ = mkdtemp(pattern.data());
-        const auto address = "unix:path=" + (folder_ / "socket").string();
-        std::ofstream(folder_ / "bus.conf")
+        const auto address = "unix:path=" + folder_.path("socket");
+        std::ofstream(folder_.path("bus.conf"))
             << "<busconfig><type>system</type><listen>" << address
             << "</listen><auth>EXTERNAL</auth><policy context='default'><allow send_destination='*' eavesdrop='true'/>"
                "<allow eavesdrop='true'/><allow own='*'/></policy></busconfig>";
         if (const char* old = getenv("DBUS_SYSTEM_BUS_ADDRESS"))
             oldAddress_ = old;
         setenv("DBUS_SYSTEM_BUS_ADDRESS", address.c_str(), 1);
-        start({"/usr/bin/dbus-daemon", "--config-file=" + (folder_ / "bus.conf").string(), "--nofork", "--nopidfile"});
+        start({"/usr/bin/dbus-daemon", "--config-file=" + folder_.path("bus.conf"), "--nofork", "--nopidfile"});
         waitUntil("the bus",
                   [&] { return call("org.freedesktop.DBus", "/", "org.freedesktop.DBus.Peer.Ping") == "()"; });
         if (loginManager == LoginManager::Mocked) {
@@ -58,7 +57,6 @@ public:
             unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
         else
             setenv("DBUS_SYSTEM_BUS_ADDRESS", oldAddress_.c_str(), 1);
-        std::filesystem::remove_all(folder_);
     }
 
     /// The login manager's list of inhibitors as text, "(@a(ssssuu) [],)" for none; empty if it does not answer.
@@ -110,7 +108,7 @@ private:
         return output;
     }
 
-    std::filesystem::path folder_;
+    const TemporaryFolder folder_;
     std::string oldAddress_;
     std::vector<pid_t> processes_;
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/foundation/NSData.h"
 #include "platform/foundation/NSURL.h"
 
 #include <algorithm>
@@ -30,6 +31,8 @@ public:
     std::string path(std::string_view name) const { return path_ + "/" + std::string(name); }
     platform::NSURL url() const { return platform::NSURL::fileURLWithPath(path_, true); }
     platform::NSURL url(std::string_view name) const { return platform::NSURL::fileURLWithPath(path(name)); }
+
+    platform::NSData bookmark() const { return url().bookmarkData().value(); }
 
     std::string makeFolder(std::string_view name) const
     {

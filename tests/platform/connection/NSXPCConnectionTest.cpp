@@ -174,7 +174,7 @@ TEST(NSXPCConnection, KnowsTheProcessAtTheOtherEnd)
 
 TEST(NSXPCConnection, RefusesWhatItsInterfaceDoesNotAllowAndStaysUsable)
 {
-    const LogCapture log;
+    const LogRecorder log;
     const ServedClient served;
     const struct {
         const char* name;
@@ -227,7 +227,7 @@ TEST(NSXPCConnection, RefusesWhatItsInterfaceDoesNotAllowAndStaysUsable)
 
 TEST(NSXPCConnection, RefusesAValueOfAnotherClassThanItsKey)
 {
-    const LogCapture log;
+    const LogRecorder log;
     const ServedClient served;
     const auto answer = served.client->callText("things", "(@a(sa{sv}) [('Thing', {'name': <int64 1>})],)");
     EXPECT_TRUE(answer.starts_with("org.freedesktop.DBus.Error.InvalidArgs: things: argument 0 (list), position 0: "
@@ -238,7 +238,7 @@ TEST(NSXPCConnection, RefusesAValueOfAnotherClassThanItsKey)
 
 TEST(NSXPCConnection, RefusesAllObjectsWhereNoClassesWereSet)
 {
-    const LogCapture log;
+    const LogRecorder log;
     const auto [one, other] = socketPair();
     auto accepted = acceptLater(one);
     PlainClient client(other);
@@ -255,7 +255,7 @@ TEST(NSXPCConnection, RefusesAllObjectsWhereNoClassesWereSet)
 
 TEST(NSXPCConnection, RefusesAContainerThatIsNotAmongTheClasses)
 {
-    const LogCapture log;
+    const LogRecorder log;
     const auto [one, other] = socketPair();
     auto accepted = acceptLater(one);
     PlainClient client(other);
@@ -275,7 +275,7 @@ TEST(NSXPCConnection, RefusesAContainerThatIsNotAmongTheClasses)
 
 TEST(NSXPCConnection, QuotesAHostileNameOnlyInPart)
 {
-    const LogCapture log;
+    const LogRecorder log;
     const ServedClient served;
     std::string name;
     for (int i = 0; i < 1000; ++i)
@@ -342,7 +342,7 @@ TEST(NSXPCConnection, TakesACallWithoutAnInterface)
 
 TEST(NSXPCConnection, SendsNoReplyToACallThatWantsNone)
 {
-    const LogCapture log;
+    const LogRecorder log;
     const ServedClient served;
     // Not on the stack, where the thread sanitizer would not see that it was made before the library's thread used it.
     static std::atomic<int> replies{0};
@@ -367,7 +367,7 @@ TEST(NSXPCConnection, SendsNoReplyToACallThatWantsNone)
 
 TEST(NSXPCConnection, AnswersACallWhoseReplyWasDroppedWithAnError)
 {
-    const LogCapture log;
+    const LogRecorder log;
     const ConnectionPair pair;
     const auto object = std::make_shared<SilentObject>();
     pair.service->setExportedObject(object);
@@ -384,7 +384,7 @@ TEST(NSXPCConnection, AnswersACallWhoseReplyWasDroppedWithAnError)
 
 TEST(NSXPCConnection, PassesARefusalToTheCallersReplyBlock)
 {
-    const LogCapture log;
+    const LogRecorder log;
     const ConnectionPair pair;
     pair.service->setExportedObject(std::make_shared<EchoObject>());
     pair.service->resume();
@@ -468,14 +468,14 @@ TEST(NSXPCConnection, FailsCallsThatWaitForAReplyWhenThePeerGoesAway)
     EXPECT_FALSE(answer.values);
     EXPECT_EQ(answer.error.code, platform::kNSXPCConnectionInvalid);
     EXPECT_EQ(answer.error.localizedDescription, "ping: the connection has ended");
-    const LogCapture log;
+    const LogRecorder log;
     for (auto& reply : object->takeReplies())
         reply({});
 }
 
 TEST(NSXPCConnection, FailsACallAfterItsEndAndDropsAMessageSilently)
 {
-    const LogCapture log;
+    const LogRecorder log;
     const ConnectionPair pair;
     pair.client->resume();
     pair.client->invalidate();
@@ -483,12 +483,12 @@ TEST(NSXPCConnection, FailsACallAfterItsEndAndDropsAMessageSilently)
     EXPECT_FALSE(answer.values);
     EXPECT_EQ(answer.error.code, platform::kNSXPCConnectionInvalid);
     pair.client->remoteObjectProxy().call("tell:", {std::string("nobody")});
-    EXPECT_TRUE(log.journal.entries().empty());
+    EXPECT_TRUE(log.lines().empty());
 }
 
 TEST(NSXPCConnection, SlowsACallerInsteadOfFillingMemoryWhenThePeerReadsNothing)
 {
-    const LogCapture log;
+    const LogRecorder log;
     const auto [one, other] = socketPair();
     auto accepted = acceptLater(one);
     RawClient client(other);

@@ -1,6 +1,7 @@
 #include "platform/connection/NSXPCListener.h"
 
 #include "Peers.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -71,15 +72,11 @@ class ListeningSocket {
 public:
     ListeningSocket()
     {
-        std::string pattern = std::filesystem::temp_directory_path() / "listenerXXXXXX";
-        folder_ = mkdtemp(pattern.data());
-        path_ = folder_ / "socket";
         descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
         const auto name = address();
         EXPECT_EQ(bind(descriptor, reinterpret_cast<const sockaddr*>(&name), sizeof name), 0);
         EXPECT_EQ(listen(descriptor, 16), 0);
     }
-    ~ListeningSocket() { std::filesystem::remove_all(folder_); }
     int connected() const
     {
         const int client = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -87,7 +84,7 @@ public:
         EXPECT_EQ(connect(client, reinterpret_cast<const sockaddr*>(&name), sizeof name), 0);
         return client;
     }
-    std::string path() const { return path_; }
+    std::string path() const { return folder_.path("socket"); }
 
     int descriptor = -1;
 
@@ -96,11 +93,10 @@ private:
     {
         sockaddr_un name{};
         name.sun_family = AF_UNIX;
-        std::strncpy(name.sun_path, path_.c_str(), sizeof name.sun_path - 1);
+        std::strncpy(name.sun_path, path().c_str(), sizeof name.sun_path - 1);
         return name;
     }
-    std::filesystem::path folder_;
-    std::filesystem::path path_;
+    const TemporaryFolder folder_;
 };
 
 } // namespace
@@ -120,7 +116,7 @@ TEST(NSXPCListener, ReturnsWhenTheOnlyClientOfAConnectedSocketHasGone)
 
 TEST(NSXPCListener, ReturnsWhenTheOnlyClientLeavesBeforeItSaysWhoItIs)
 {
-    const LogCapture log;
+    const LogRecorder log;
     const auto [one, other] = socketPair();
     RunningListener running(one);
     close(other);
@@ -163,7 +159,7 @@ TEST(NSXPCListener, ServesOthersAfterAClientHasGone)
 
 TEST(NSXPCListener, ServesOthersWhileManyPeersSayNothingOrGarbage)
 {
-    const LogCapture log;
+    const LogRecorder log;
     const ListeningSocket socket;
     RunningListener running(socket.descriptor);
     std::vector<std::unique_ptr<RawClient>> peers;

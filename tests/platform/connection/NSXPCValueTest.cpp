@@ -10,7 +10,7 @@ using platform::NSXPCValues;
 
 TEST(NSXPCReply, IsSentOnceAndIgnoresASecondAnswer)
 {
-    const LogCapture log;
+    const LogRecorder log;
     int sent = 0;
     {
         NSXPCReply reply("operation", [&](std::optional<NSXPCValues> values, const NSError&) {
@@ -26,7 +26,7 @@ TEST(NSXPCReply, IsSentOnceAndIgnoresASecondAnswer)
 
 TEST(NSXPCReply, SendsAnErrorWhenItIsDroppedUnanswered)
 {
-    const LogCapture log;
+    const LogRecorder log;
     int sent = 0;
     {
         const NSXPCReply reply("operation", [&](std::optional<NSXPCValues> values, const NSError& error) {

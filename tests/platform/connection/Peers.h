@@ -2,7 +2,8 @@
 
 #include "platform/connection/NSXPCConnection.h"
 #include "platform/dispatch/DispatchQueue.h"
-#include "platform/foundation/NSLog.h"
+#include "tests/support/Journal.h"
+#include "tests/support/LogRecorder.h"
 
 #include <gio/gio.h>
 #include <gio/gunixsocketaddress.h>
@@ -10,7 +11,6 @@
 
 #include <array>
 #include <chrono>
-#include <condition_variable>
 #include <cstring>
 #include <fcntl.h>
 #include <future>
@@ -94,33 +94,6 @@ inline std::shared_ptr<platform::NSXPCInterface> testInterface()
     interface->setClasses({platform::NSXPCClass::data()}, "data:", 0, false);
     return interface;
 }
-
-/// Waits for things that happen on other threads.
-class Journal {
-public:
-    void add(std::string entry)
-    {
-        const std::lock_guard guard(mutex_);
-        entries_.push_back(std::move(entry));
-        changed_.notify_all();
-    }
-    /// @return false if there were fewer at the deadline
-    bool waitFor(size_t count, std::chrono::milliseconds timeout = kDeadline)
-    {
-        std::unique_lock guard(mutex_);
-        return changed_.wait_for(guard, timeout, [&] { return entries_.size() >= count; });
-    }
-    std::vector<std::string> entries() const
-    {
-        const std::lock_guard guard(mutex_);
-        return entries_;
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::condition_variable changed_;
-    std::vector<std::string> entries_;
-};
 
 /// Sends the arguments of "everything" back; notes the rest.
 class EchoObject : public platform::NSXPCExportedObject {
@@ -233,27 +206,6 @@ inline Answer get(std::future<Answer> future)
     }
     return future.get();
 }
-
-/// Collects the log's lines while it lives.
-class LogCapture {
-public:
-    LogCapture()
-    {
-        platform::setLogSink([this](const std::string& line) { journal.add(line); });
-    }
-    ~LogCapture() { platform::setLogSink(nullptr); }
-
-    bool contains(const std::string& text) const
-    {
-        for (const auto& line : journal.entries()) {
-            if (line.find(text) != std::string::npos)
-                return true;
-        }
-        return false;
-    }
-
-    Journal journal;
-};
 
 /// A client that is an ordinary D-Bus library and knows nothing of this project.
 class PlainClient {

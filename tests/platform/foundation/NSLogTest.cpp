@@ -2,6 +2,7 @@
 
 #include "platform/foundation/FileDescriptor.h"
 #include "tests/support/EnvironmentVariable.h"
+#include "tests/support/LogRecorder.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -13,18 +14,6 @@
 using namespace platform;
 
 namespace {
-
-/// Collects lines until it goes.
-class CollectedLog final {
-public:
-    CollectedLog()
-    {
-        setLogSink([this](const std::string& line) { lines.push_back(line); });
-    }
-    ~CollectedLog() { setLogSink({}); }
-
-    std::vector<std::string> lines;
-};
 
 /// What `work` writes to standard error, which is a pipe meanwhile; `setUp` may look at it first.
 template <typename Work>
@@ -73,14 +62,14 @@ TEST(NSLog, KnowsAJournalThatIsNotItsStandardError)
 
 TEST(NSLog, JoinsOperationAndMessage)
 {
-    CollectedLog log;
+    const LogRecorder log;
     logFailure("-[Creator create:]", "no soundtrack");
-    EXPECT_EQ(log.lines, std::vector<std::string>{"-[Creator create:] - no soundtrack"});
+    EXPECT_EQ(log.lines(), std::vector<std::string>{"-[Creator create:] - no soundtrack"});
 }
 
 TEST(NSLog, IsOneLineWhateverTheTextHolds)
 {
-    CollectedLog log;
+    const LogRecorder log;
     NSLog("first\nsecond\r\x1B[31m\tred\x7F\xFF");
-    EXPECT_EQ(log.lines, std::vector<std::string>{"first\\nsecond\\r\\x1b[31m\tred\\x7f\uFFFD"});
+    EXPECT_EQ(log.lines(), std::vector<std::string>{"first\\nsecond\\r\\x1b[31m\tred\\x7f\uFFFD"});
 }
