@@ -21,7 +21,9 @@ def packet_hashes(movie):
 
 
 def file_hash(file):
-    return hashlib.sha256(Path(file).read_bytes()).hexdigest()
+    """Of all but the title, which is the name that was asked for; titles of one length take the same room."""
+    title = file.stem.removesuffix("-2").encode()
+    return hashlib.sha256(file.read_bytes().replace(title, b"*" * len(title))).hexdigest()
 
 
 class DocumentTest(stillora.TestCase):
@@ -47,6 +49,10 @@ class DocumentTest(stillora.TestCase):
         self.elsewhere = self.folder / "else where" / "Ünterwegs v1.2.stillora"
         self.elsewhere.parent.mkdir()
 
+    def environment(self, **changes):
+        # Movies of one moment, so that they may be the same to the byte.
+        return super().environment(**{"SOURCE_DATE_EPOCH": "1000000000", **changes})
+
     def document(self, *arguments, **options):
         return self.run_stillora("document", *arguments, **options)
 
@@ -65,7 +71,7 @@ class DocumentTest(stillora.TestCase):
 
     def test_a_document_that_was_moved_gives_the_movie_that_create_makes_of_the_originals(self):
         songs = ["--soundtrack", self.originals / "a song.mp3", "--soundtrack", self.originals / "b.wav"]
-        created = self.made_movie(self.create("--seconds", "3", "--quality", "480", "--title", "Created", *songs,
+        created = self.made_movie(self.create("--seconds", "3", "--quality", "480", "--title", "Created in Rome", *songs,
                                               self.originals))
         document = self.folder / "Trip.stillora"
         result = self.document("new", document, self.originals, "--seconds", "3", "--quality", "480")
@@ -74,7 +80,7 @@ class DocumentTest(stillora.TestCase):
         self.assertEqual(rendered.name, "Ünterwegs v1.2.mov")
         self.assertEqual(len(hold_times(rendered)), 6)
         self.assertSameMovie(rendered, created)
-        self.assertEqual(self.leftovers(self.save), ["Created.mov", "Ünterwegs v1.2.mov"])
+        self.assertEqual(self.leftovers(self.save), ["Created in Rome.mov", "Ünterwegs v1.2.mov"])
 
     def test_every_setting_and_selection_gives_the_movie_that_create_makes(self):
         cases = {
@@ -87,8 +93,8 @@ class DocumentTest(stillora.TestCase):
             with self.subTest(name):
                 photos = sorted(self.originals.glob("img1*.*"))
                 songs = [part for sound in sounds for part in ("--soundtrack", self.originals / sound)]
-                created = self.made_movie(self.create(*settings, "--title", f"{name} created", *songs, *photos))
-                document = self.folder / f"{name}.stillora"
+                created = self.made_movie(self.create(*settings, "--title", f"Created for {name}", *songs, *photos))
+                document = self.folder / f"Rendered of {name}.stillora"
                 self.document("new", document, *photos[:2], *settings)
                 self.document("add", document, *photos[2:], *[self.originals / sound for sound in sounds])
                 moved = document.rename(self.elsewhere.parent / document.name)
