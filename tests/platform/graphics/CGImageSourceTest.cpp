@@ -246,6 +246,57 @@ TEST_F(CGImageSourceTest, DecodesTIFF)
     EXPECT_EQ(properties(folder_.path("c.tiff"))->format, "tiff");
 }
 
+/// A TIFF file of 32 x 32 grey samples of 16 bits, all 0x4000, and what kind of numbers it says they are.
+std::vector<uint8_t> greyTIFF(uint16_t sampleFormat)
+{
+    constexpr uint16_t kEdge = 32;
+    std::vector<uint8_t> bytes;
+    const auto put = [&](uint32_t value, int count) {
+        for (int i = 0; i < count; ++i)
+            bytes.push_back(static_cast<uint8_t>(value >> (8 * i)));
+    };
+    const std::array<std::array<uint32_t, 2>, 10> entries{{{256, kEdge},
+                                                           {257, kEdge},
+                                                           {258, 16},
+                                                           {259, 1},
+                                                           {262, 1},
+                                                           {273, 8 + 2 + 10 * 12 + 4},
+                                                           {277, 1},
+                                                           {278, kEdge},
+                                                           {279, kEdge * kEdge * 2},
+                                                           {339, sampleFormat}}};
+    put('I' | 'I' << 8, 2);
+    put(42, 2);
+    put(8, 4);
+    put(entries.size(), 2);
+    for (const auto& [tag, value] : entries) {
+        put(tag, 2);
+        put(3, 2);
+        put(1, 4);
+        put(value, 4);
+    }
+    put(0, 4);
+    for (int i = 0; i < kEdge * kEdge; ++i)
+        put(0x4000, 2);
+    return bytes;
+}
+
+TEST_F(CGImageSourceTest, RefusesTIFFOfNumbersWithASign)
+{
+    const auto write = [&](const std::string& name, uint16_t sampleFormat) {
+        const std::vector<uint8_t> bytes = greyTIFF(sampleFormat);
+        std::ofstream(folder_.path(name), std::ios::binary)
+            .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+        return folder_.path(name);
+    };
+    const auto plain = thumbnail(write("whole.tiff", 1));
+    ASSERT_NE(plain, nullptr);
+    test::expectColor(*plain, 16, 16, {64, 64, 64}, kLossless);
+    NSError error;
+    EXPECT_EQ(thumbnail(write("signed.tiff", 2), {}, true, &error), nullptr);
+    EXPECT_NE(error.localizedDescription.find("signed.tiff"), std::string::npos) << error.localizedDescription;
+}
+
 TEST_F(CGImageSourceTest, DecodesTheFirstPictureOfAGIF)
 {
     test::save(test::quadrants(200, 150), folder_.path("first.png"));

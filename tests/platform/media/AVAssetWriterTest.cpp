@@ -2,6 +2,7 @@
 
 #include "platform/foundation/NSFileManager.h"
 #include "platform/media/AVAsset.h"
+#include "platform/media/AVAssetWriterEncoder.h"
 #include "platform/media/AVAssetWriterInputPixelBufferAdaptor.h"
 #include "platform/media/MediaInspection.h"
 #include "tests/support/LogRecorder.h"
@@ -797,6 +798,33 @@ TEST_F(AVAssetWriterTest, FailsAndRemovesTheFileWhereThereIsNoRoomLeft)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(writeWithoutRoom(url, folder.path()), testing::ExitedWithCode(0), "");
+}
+
+/// By how much a JPEG picture's brightness is divided where it is even: the first number of its first table.
+int coarsenessOfJPEG(const std::vector<uint8_t>& picture)
+{
+    constexpr std::array<uint8_t, 2> kTables{0xFF, 0xDB};
+    const auto found = std::search(picture.begin(), picture.end(), kTables.begin(), kTables.end());
+    // The marker, two bytes of length and one of number and width stand before it.
+    return picture.end() - found > 5 ? found[5] : -1;
+}
+
+TEST(AVAssetWriterEncoder, StoresDrawingsFinerThanPhotosAsJPEG)
+{
+    const auto coarseness = [](const std::shared_ptr<CVPixelBuffer>& frame) {
+        const auto encoder = AVAssetWriterEncoder::create({.codec = "jpeg", .width = 320, .height = 240});
+        std::vector<uint8_t> packet;
+        EXPECT_TRUE(encoder && encoder->encode(frame, packet));
+        return coarsenessOfJPEG(packet);
+    };
+    // The tables of quality 92 and 96.
+    EXPECT_EQ(coarseness(makeNthFrame(320, 240, 1)), 3);
+    EXPECT_EQ(coarseness(makeFrame(320, 240,
+                                   [](size_t x, size_t y) {
+                                       const uint8_t value = x / 5 % 2 == y / 7 % 2 ? 255 : 0;
+                                       return Color{value, value, value};
+                                   })),
+              1);
 }
 
 } // namespace
