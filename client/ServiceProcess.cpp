@@ -2,8 +2,8 @@
 
 #include "client/ClientError.h"
 #include "client/FileReason.h"
-#include "client/SharedLibraryPrefix.h"
 #include "client/Text.h"
+#include "platform/foundation/InstalledFiles.h"
 
 #include <algorithm>
 #include <array>
@@ -20,11 +20,6 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-// Where the program lies when everything is installed.
-#ifndef STILLORA_SERVICE_PATH
-#define STILLORA_SERVICE_PATH "/usr/local/libexec/stillora/stillora-video-creator"
-#endif
 
 extern char** environ;
 
@@ -129,16 +124,6 @@ int movedUp(int descriptor)
     _exit(127);
 }
 
-std::string folderOfThisProgram()
-{
-    std::array<char, 4096> path{};
-    const ssize_t length = readlink("/proc/self/exe", path.data(), path.size() - 1);
-    if (length <= 0)
-        return {};
-    const std::string program(path.data(), static_cast<size_t>(length));
-    return program.substr(0, program.rfind('/'));
-}
-
 } // namespace
 
 std::optional<std::string> ServiceProcess::findProgram(platform::NSError* error)
@@ -151,11 +136,7 @@ std::optional<std::string> ServiceProcess::findProgram(platform::NSError* error)
                                    reasonOfErrno(errno)));
         return std::nullopt;
     }
-    const std::string folder = folderOfThisProgram();
-    std::vector<std::string> places{folder + "/" + kProgramName, folder + "/../libexec/stillora/" + kProgramName};
-    if (const auto prefix = sharedLibraryPrefix())
-        places.push_back(*prefix + "libexec/stillora/" + kProgramName);
-    places.emplace_back(STILLORA_SERVICE_PATH);
+    const auto places = platform::installedPlaces(platform::InstalledFolder::Services, kProgramName);
     for (const std::string& place : places)
         if (access(place.c_str(), X_OK) == 0)
             return place;

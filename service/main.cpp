@@ -1,6 +1,7 @@
 #include "platform/connection/NSXPCListener.h"
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/foundation/FileDescriptor.h"
+#include "platform/foundation/InstalledFiles.h"
 #include "platform/foundation/NSBundle.h"
 #include "platform/foundation/NSLog.h"
 #include "platform/system/NSProcessInfo.h"
@@ -11,11 +12,8 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <malloc.h>
 #include <memory>
-#include <string>
-#include <system_error>
 
 namespace {
 
@@ -31,21 +29,6 @@ void limitMemory()
     mallopt(M_ARENA_MAX, 4);
 }
 
-/// The translations: in `share/locale` of the first folder above the program that has one, wherever that was put.
-void findTranslations()
-{
-    std::setlocale(LC_MESSAGES, "");
-    std::error_code error;
-    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
-    for (auto folder = program.parent_path(); folder.has_relative_path(); folder = folder.parent_path()) {
-        const auto translations = folder / "share/locale";
-        if (std::filesystem::is_directory(translations, error)) {
-            platform::NSBundle::mainBundle().setLocalizations(translations, "stillora");
-            return;
-        }
-    }
-}
-
 } // namespace
 
 int main()
@@ -59,7 +42,9 @@ int main()
     std::signal(SIGXFSZ, SIG_IGN);
     std::signal(SIGINT, SIG_IGN);
     platform::NSProcessInfo::processInfo().setProcessName("Stillora");
-    findTranslations();
+    std::setlocale(LC_MESSAGES, "");
+    platform::NSBundle::mainBundle().setLocalizations(
+        platform::installedPlace(platform::InstalledFolder::Shared, "locale"), "stillora");
 
     const auto delegate = std::make_shared<ServiceDelegate>();
     platform::NSError error;

@@ -1,6 +1,7 @@
 #include "platform/graphics/CIDetectorModule.h"
 
 #include "platform/foundation/FileDescriptor.h"
+#include "platform/foundation/InstalledFiles.h"
 #include "platform/foundation/NSLog.h"
 #include "platform/graphics/faces/FaceModule.h"
 
@@ -25,14 +26,6 @@ constexpr const char* kModelName = "face_detection_back_256x256_barracuda.onnx";
 
 /// More faces than anyone can see in a picture.
 constexpr size_t kMostFaces = 1024;
-
-std::string folderOfProgram()
-{
-    std::array<char, 4096> path{};
-    const ssize_t length = readlink("/proc/self/exe", path.data(), path.size() - 1);
-    const std::string program(path.data(), length > 0 ? static_cast<size_t>(length) : 0);
-    return program.substr(0, std::min(program.rfind('/'), program.size()));
-}
 
 /// The first that exists; the first of all where none does, so that a message can name it.
 std::string chosen(const std::vector<std::string>& paths)
@@ -116,19 +109,8 @@ CIDetectorModule& CIDetectorModule::mainModule()
 
 CIDetectorModule::Paths CIDetectorModule::standardPaths()
 {
-    Paths paths;
-    const std::string folder = folderOfProgram();
-    paths.modules.push_back(folder + "/" + kModuleName);
-    paths.models.push_back(folder + "/" + kModelName);
-    for (const std::string_view place : {"/bin", "/" STILLORA_LIBEXEC_FOLDER}) {
-        if (!folder.ends_with(place))
-            continue;
-        const std::string prefix = folder.substr(0, folder.size() - place.size());
-        paths.modules.push_back(prefix + "/" STILLORA_FACES_MODULE_FOLDER "/" + kModuleName);
-        paths.models.push_back(prefix + "/" STILLORA_FACES_MODEL_FOLDER "/" + kModelName);
-    }
-    paths.modules.push_back(STILLORA_PREFIX "/" STILLORA_FACES_MODULE_FOLDER "/" + std::string(kModuleName));
-    paths.models.push_back(STILLORA_PREFIX "/" STILLORA_FACES_MODEL_FOLDER "/" + std::string(kModelName));
+    Paths paths = {installedPlaces(InstalledFolder::Modules, kModuleName),
+                   installedPlaces(InstalledFolder::Models, kModelName)};
     if (const char* module = getenv("STILLORA_FACES_MODULE"))
         paths.modules = {module};
     if (const char* model = getenv("STILLORA_FACES_MODEL"))

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace platform {
+
+/// What an installation keeps in folders of its own.
+enum class InstalledFolder {
+    /// Programs that other programs start.
+    Services,
+    /// Libraries that are loaded when they are needed.
+    Modules,
+    Models,
+    Shared,
+};
+
+/// Where an installed file or folder may lie, nearest first: beside the running program; in the installation that the
+/// shared library with this code, or the program, is a part of, wherever that was moved to; and where this build was to
+/// be installed. Whether there is anything is not looked at.
+/// @param name relative to the folder
+std::vector<std::string> installedPlaces(InstalledFolder folder, std::string_view name);
+
+/// The first of those places where there is something; the last where there is nothing anywhere.
+std::string installedPlace(InstalledFolder folder, std::string_view name);
+
+} // namespace platform
