@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <string_view>
 
+namespace stillora {
+
 /// Domain of the errors that the client library makes itself.
 inline constexpr std::string_view kClientErrorDomain = "StilloraClientErrorDomain";
 
@@ -22,3 +24,5 @@ enum ClientErrorCode : int64_t {
     kClientErrorDocumentChanged = 13,
     kClientErrorCancelled = 14,
 };
+
+} // namespace stillora

@@ -23,6 +23,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace stillora {
+
 using platform::NSData;
 using platform::NSError;
 using platform::NSFileManager;
@@ -645,3 +647,5 @@ SoundArgument soundArgumentOf(const MORSoundtrack& soundtrack)
     }
     return argument;
 }
+
+} // namespace stillora

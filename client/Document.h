@@ -21,6 +21,8 @@
 #include <string_view>
 #include <vector>
 
+namespace stillora {
+
 /// The extension of a document's folder.
 inline constexpr std::string_view kDocumentExtension = "stillora";
 
@@ -159,3 +161,5 @@ std::string pathOf(const DocumentSoundtrack& soundtrack);
 
 /// The sound and the part of it that a soundtrack of a document plays.
 SoundArgument soundArgumentOf(const MORSoundtrack& soundtrack);
+
+} // namespace stillora

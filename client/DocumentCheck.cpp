@@ -10,6 +10,8 @@
 
 #include <fmt/format.h>
 
+namespace stillora {
+
 namespace {
 
 template <typename Entry>
@@ -86,3 +88,5 @@ CheckedDocument checkDocument(const Document& document, const std::function<bool
     });
     return checked;
 }
+
+} // namespace stillora

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+namespace stillora {
+
 /// An item of a document that cannot be used, and why.
 struct BadItem {
     enum class Kind { Photo, Soundtrack };
@@ -39,3 +41,5 @@ CheckedDocument checkDocument(const Document& document, const std::function<bool
 
 /// The items that are seen to be bad without opening a file.
 std::vector<BadItem> badItemsOf(const Document& document);
+
+} // namespace stillora

@@ -11,6 +11,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace stillora {
+
 namespace {
 
 /// Between two questions whether to go on.
@@ -90,3 +92,5 @@ bool copyContents(const std::string& source, const std::string& destination,
         return failCopying(errno);
     return true;
 }
+
+} // namespace stillora

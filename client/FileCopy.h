@@ -7,6 +7,8 @@
 #include <functional>
 #include <string>
 
+namespace stillora {
+
 /// How far the copying of files is.
 struct CopyProgress {
     size_t filesDone = 0;
@@ -23,3 +25,5 @@ struct CopyProgress {
 /// @return false if it failed or was not to go on; `error` says why, and the destination is then of no use
 [[nodiscard]] bool copyContents(const std::string& source, const std::string& destination,
                                 const std::function<bool(uint64_t)>& bytesCopied, platform::NSError* error = nullptr);
+
+} // namespace stillora

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+namespace stillora {
+
 std::string reasonOfErrno(int errnoValue)
 {
     const char* reason = strerrordesc_np(errnoValue);
@@ -16,3 +18,5 @@ std::string reasonWithoutPath(const std::string& sentence, const platform::NSURL
                 return sentence.substr(name.size() + separator.size());
     return sentence;
 }
+
+} // namespace stillora

@@ -6,6 +6,8 @@
 
 #include <fmt/format.h>
 
+namespace stillora {
+
 namespace {
 
 std::string quoted(std::string_view text)
@@ -88,3 +90,5 @@ JSONWriter& JSONWriter::addAll(const JSONWriter& object)
     members_ += object.members_;
     return *this;
 }
+
+} // namespace stillora

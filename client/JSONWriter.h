@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+namespace stillora {
+
 /// Builds one JSON object on one line.
 class JSONWriter final {
 public:
@@ -30,3 +32,5 @@ private:
     JSONWriter& addRaw(std::string_view key, std::string_view value);
     std::string members_;
 };
+
+} // namespace stillora

@@ -13,6 +13,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace stillora {
+
 namespace {
 
 constexpr const char* kHiddenFolder = ".MORStilloraTemporaryFiles";
@@ -202,3 +204,5 @@ uint64_t JobFolder::sizeOfContents() const
     }
     return size;
 }
+
+} // namespace stillora

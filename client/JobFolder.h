@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+namespace stillora {
+
 /// The private folder of one job, inside the save folder's hidden folder for temporary files, so that the finished
 /// movie reaches its place by a rename. Removed with everything in it when the object goes, and by the next job if this
 /// process did not get that far. One thread at a time.
@@ -56,3 +58,5 @@ private:
     std::vector<std::string> madeFolders_;
     mutable size_t aliasCount_ = 0;
 };
+
+} // namespace stillora

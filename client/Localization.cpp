@@ -5,6 +5,8 @@
 
 #include <clocale>
 
+namespace stillora {
+
 std::string localized(std::string_view text)
 {
     return platform::NSBundle::mainBundle().localizedStringForKey(text);
@@ -18,3 +20,5 @@ void setUpLocalization()
     platform::NSBundle::mainBundle().setLocalizations(
         platform::installedPlace(platform::InstalledFolder::Shared, "locale"), "stillora");
 }
+
+} // namespace stillora

@@ -3,6 +3,8 @@
 #include <string>
 #include <string_view>
 
+namespace stillora {
+
 /// The text of one of the service's keys ("VideoCreationTitleRenderingVideo"), or of one of this program's own texts,
 /// which are written in English, in the user's language; itself where it is not known. Any thread.
 std::string localized(std::string_view text);
@@ -10,3 +12,5 @@ std::string localized(std::string_view text);
 /// Chooses the user's language, and finds the translations of an installed program or of the folder it was built in.
 /// Numbers keep the C locale. Called once at start, before other threads run.
 void setUpLocalization();
+
+} // namespace stillora

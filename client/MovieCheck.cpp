@@ -7,6 +7,8 @@
 
 #include <fmt/format.h>
 
+namespace stillora {
+
 namespace {
 
 using platform::MediaTrackReport;
@@ -142,3 +144,5 @@ std::vector<std::string> findFaults(const platform::MediaReport& movie, const Ex
         faults.emplace_back("its index stands at the end, so that it plays only when it was loaded whole");
     return faults;
 }
+
+} // namespace stillora

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+namespace stillora {
+
 /// What a finished movie has to be.
 struct ExpectedMovie {
     size_t frameCount = 0;
@@ -31,3 +33,5 @@ std::vector<std::string> findFaults(const platform::MediaReport& movie, const Ex
 /// @return one sentence for each thing that is off
 std::vector<std::string> findFaultsOfRepetition(const platform::MediaReport& repeated,
                                                 const platform::MediaReport& movie, platform::CMTime longest);
+
+} // namespace stillora

@@ -28,6 +28,8 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+namespace stillora {
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -534,3 +536,5 @@ MovieOutcome MovieMaker::Job::takeMovie(const platform::NSURL& made)
         }
     }
 }
+
+} // namespace stillora

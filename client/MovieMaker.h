@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+namespace stillora {
+
 /// Where a movie is to be shown.
 enum class MovieUse {
     Anywhere,
@@ -106,3 +108,5 @@ private:
     const std::shared_ptr<platform::FileDescriptor> wakeUp_;
     std::atomic<int> cancelRequests_{0};
 };
+
+} // namespace stillora

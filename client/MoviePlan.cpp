@@ -12,6 +12,8 @@
 
 #include <fmt/format.h>
 
+namespace stillora {
+
 namespace {
 
 /// Seconds by which the sound is planned longer than the pictures, so that rounding to samples never leaves it shorter:
@@ -141,3 +143,5 @@ platform::CGSize frameSizeForQuality(int64_t quality, const std::vector<PhotoFac
     }
     return VideoSize::sizeCoveredBy(smallest);
 }
+
+} // namespace stillora

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+namespace stillora {
+
 /// @name What a movie is planned from
 /// @{
 
@@ -92,3 +94,5 @@ inline constexpr double kMaxSecondsPerPhoto = 3600;
 /// The frame size that the service chooses for a quality: a row of its table, or for any other value the largest row
 /// that the smallest photo fills.
 platform::CGSize frameSizeForQuality(int64_t quality, const std::vector<PhotoFacts>& photos);
+
+} // namespace stillora

@@ -7,6 +7,8 @@
 
 #include <fmt/format.h>
 
+namespace stillora {
+
 using platform::PropertyList;
 
 namespace {
@@ -128,3 +130,5 @@ void writeMovieSettings(const std::optional<MovieSettings>& before, const MovieS
     else
         saved.erase(std::string(kTitleKey));
 }
+
+} // namespace stillora

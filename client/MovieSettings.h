@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+namespace stillora {
+
 /// The service's names of the codecs that a movie can have.
 inline constexpr std::array<std::string_view, 9> kMovieCodecs{"avc1", "hvc1", "jpeg", "apcn", "ap4h",
                                                               "apch", "apcs", "apco", "ap4x"};
@@ -40,3 +42,5 @@ MovieSettings readMovieSettings(const platform::PropertyList::Dictionary& saved,
 /// there stays, known here or not.
 void writeMovieSettings(const std::optional<MovieSettings>& before, const MovieSettings& after,
                         platform::PropertyList::Dictionary& saved);
+
+} // namespace stillora

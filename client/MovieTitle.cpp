@@ -9,6 +9,8 @@
 
 #include <fmt/format.h>
 
+namespace stillora {
+
 std::optional<std::string> faultOfTitle(const std::string& title)
 {
     if (!platform::isValidUTF8(title))
@@ -42,3 +44,5 @@ std::string titleForPhotos(const std::vector<PhotoFacts>& photos)
     title = prefixOfBytes(title, kMaxTitleBytes);
     return faultOfTitle(title) ? "Slideshow" : title;
 }
+
+} // namespace stillora

@@ -2,6 +2,8 @@
 
 #include <cstddef>
 
+namespace stillora {
+
 namespace {
 
 bool isDigit(char c)
@@ -79,3 +81,5 @@ bool isBeforeInNaturalOrder(std::string_view a, std::string_view b)
         order = a.compare(b);
     return order < 0;
 }
+
+} // namespace stillora

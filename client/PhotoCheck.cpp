@@ -16,6 +16,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace stillora {
+
 namespace {
 
 using platform::CGImageSource;
@@ -134,3 +136,5 @@ CheckedPhotos checkPhotos(const std::vector<PhotoCandidate>& candidates, const s
     }
     return checked;
 }
+
+} // namespace stillora

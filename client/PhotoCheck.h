@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+namespace stillora {
+
 /// What a look into every candidate found.
 struct CheckedPhotos {
     /// In the order of the candidates.
@@ -23,3 +25,5 @@ struct CheckedPhotos {
 ///
 /// @param progress  called on this thread after some of them, with how many are done; answers whether to go on
 CheckedPhotos checkPhotos(const std::vector<PhotoCandidate>& candidates, const std::function<bool(size_t)>& progress);
+
+} // namespace stillora

@@ -16,6 +16,8 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 
+namespace stillora {
+
 namespace {
 
 constexpr std::array<std::string_view, 20> kPictureExtensions{"avif", "bmp", "dib",  "gif", "heic", "heif", "hif",
@@ -130,3 +132,5 @@ PhotoListing listPhotos(const std::vector<std::string>& arguments, FolderSounds 
     }
     return listing;
 }
+
+} // namespace stillora

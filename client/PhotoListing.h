@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+namespace stillora {
+
 /// A file that may become a photo of the movie.
 struct PhotoCandidate {
     enum class Origin {
@@ -48,3 +50,5 @@ bool isPictureExtension(const std::string& extension);
 
 /// Whether the extension (without the dot, any case) is one of the sound formats that can be heard.
 bool isSoundExtension(const std::string& extension);
+
+} // namespace stillora

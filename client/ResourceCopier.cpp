@@ -22,6 +22,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace stillora {
+
 namespace {
 
 constexpr auto kProgressInterval = std::chrono::milliseconds(100);
@@ -188,3 +190,5 @@ bool ResourceCopier::copy(const std::function<bool(const CopyProgress&)>& progre
         return platform::fail(error, kClientErrorDomain, kClientErrorCancelled, "stopped");
     return !work->failure;
 }
+
+} // namespace stillora

@@ -15,6 +15,8 @@
 #include <utility>
 #include <vector>
 
+namespace stillora {
+
 /// Copies files into a document's folder, under their own names or free ones like them, several at once. What was
 /// copied goes with the object, unless it is kept.
 class ResourceCopier final {
@@ -67,3 +69,5 @@ private:
     uint64_t byteCount_ = 0;
     bool isKept_ = false;
 };
+
+} // namespace stillora

@@ -23,6 +23,8 @@
 
 extern char** environ;
 
+namespace stillora {
+
 namespace {
 
 constexpr const char* kProgramName = "stillora-video-creator";
@@ -292,3 +294,5 @@ std::string ServiceProcess::howItEnded() const
         return fmt::format("by signal {} ({})", WTERMSIG(*status_), strsignal(WTERMSIG(*status_)));
     return fmt::format("with exit status {}", WEXITSTATUS(*status_));
 }
+
+} // namespace stillora

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+namespace stillora {
+
 /// The rendering service as a child of this process, connected by a socket pair. It gets no terminal signals and ends
 /// with the thread that started it. One thread, which has to live as long as the object.
 class ServiceProcess final {
@@ -62,3 +64,5 @@ private:
     std::string unfinishedLine_;
     std::vector<std::string> logLines_;
 };
+
+} // namespace stillora

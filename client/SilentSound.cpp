@@ -11,6 +11,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+namespace stillora {
+
 namespace {
 
 constexpr uint32_t kBytesPerSample = 2;
@@ -61,3 +63,5 @@ bool writeSilence(const std::string& path, double seconds, int sampleRateHz, int
         return platform::failWithErrno(error, errno, path + " cannot be written");
     return true;
 }
+
+} // namespace stillora

@@ -14,6 +14,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace stillora {
+
 namespace {
 
 /// Seconds by which a selection may end behind its file: times are given to hundredths.
@@ -96,3 +98,5 @@ CheckedSounds checkSounds(const std::vector<SoundArgument>& arguments)
     }
     return checked;
 }
+
+} // namespace stillora

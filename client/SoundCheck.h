@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+namespace stillora {
+
 /// A sound file as the user gave it; what is left out means the file's own start or end.
 struct SoundArgument {
     std::string path;
@@ -34,3 +36,5 @@ struct CheckedSounds {
 
 /// Measures each file exactly, and makes sure that there is sound in it where it is wanted.
 CheckedSounds checkSounds(const std::vector<SoundArgument>& arguments);
+
+} // namespace stillora

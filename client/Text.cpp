@@ -9,6 +9,8 @@
 
 #include <fmt/format.h>
 
+namespace stillora {
+
 namespace {
 
 /// One character of UTF-8 text.
@@ -145,3 +147,5 @@ std::string bytesText(double bytes)
     return unit == 0 || bytes >= 100 ? fmt::format("{:.0f} {}", bytes, kUnits[unit])
                                      : fmt::format("{:.1f} {}", bytes, kUnits[unit]);
 }
+
+} // namespace stillora

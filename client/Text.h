@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+namespace stillora {
+
 /// @name Text of unknown origin: file names may hold any bytes.
 /// @{
 /// At most `maxBytes` bytes of valid text, cut between characters.
@@ -31,3 +33,5 @@ std::string secondsText(double seconds);
 
 /// "812 kB", "1.4 GB".
 std::string bytesText(double bytes);
+
+} // namespace stillora

@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <variant>
 
+using namespace stillora;
+
 int main(int argc, char** argv)
 {
     platform::holdStandardDescriptors();

@@ -14,6 +14,8 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 
+namespace stillora {
+
 namespace {
 
 using platform::LaunchServices;
@@ -93,3 +95,5 @@ int runAppsCommand(const AppsOptions& options)
         return output.fail(kExitFailed, options.file + ": the desktop knows no application that opens it");
     return written;
 }
+
+} // namespace stillora

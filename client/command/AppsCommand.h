@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+namespace stillora {
+
 /// The command line of `stillora apps`.
 struct AppsOptions {
     std::string file;
@@ -17,3 +19,5 @@ Parsed<AppsOptions> parseApps(const std::vector<std::string>& arguments);
 /// `stillora apps`: lists the applications that can open a file.
 /// @return the program's exit status
 int runAppsCommand(const AppsOptions& options);
+
+} // namespace stillora

@@ -13,6 +13,8 @@
 #include <fmt/format.h>
 #include <getopt.h>
 
+namespace stillora {
+
 int give(const CommandLineAnswer& answer)
 {
     std::FILE* const stream = answer.exitStatus == kExitDone ? stdout : stderr;
@@ -236,3 +238,5 @@ std::string readSound(const CommandArguments& arguments, SoundArgument& sound)
             return fault;
     return readOnly(arguments, "sound", sound.path);
 }
+
+} // namespace stillora

@@ -11,6 +11,8 @@
 #include <variant>
 #include <vector>
 
+namespace stillora {
+
 /// Nothing is left to do but to say something: help, the version, or what is wrong with the command line.
 struct CommandLineAnswer {
     std::string text;
@@ -100,3 +102,5 @@ int runParsed(const std::vector<std::string>& arguments)
         return give(*answer);
     return run(std::get<Options>(parsed));
 }
+
+} // namespace stillora

@@ -4,6 +4,8 @@
 #include <string_view>
 #include <vector>
 
+namespace stillora {
+
 /// What runs a command of the program. What it takes and says of itself stands in the table of options.
 struct Command {
     std::string_view name;
@@ -14,3 +16,5 @@ struct Command {
 
 /// In the order of the general help.
 const std::vector<Command>& commands();
+
+} // namespace stillora

@@ -11,6 +11,8 @@
 #error "the build gives the version"
 #endif
 
+namespace stillora {
+
 Parsed<CommandCall> parseCommandLine(const std::vector<std::string>& arguments)
 {
     if (arguments.empty())
@@ -27,3 +29,5 @@ Parsed<CommandCall> parseCommandLine(const std::vector<std::string>& arguments)
     // Each command reads its own, so that a photo may have the name of a command.
     return CommandCall{&*command, {arguments.begin() + 1, arguments.end()}};
 }
+
+} // namespace stillora

@@ -7,6 +7,8 @@
 #include <variant>
 #include <vector>
 
+namespace stillora {
+
 /// A command to be run.
 struct CommandCall {
     const Command* command = nullptr;
@@ -16,3 +18,5 @@ struct CommandCall {
 
 /// Reads the arguments that follow the program's name, as far as they are the same for every command. Touches no file.
 Parsed<CommandCall> parseCommandLine(const std::vector<std::string>& arguments);
+
+} // namespace stillora

@@ -6,6 +6,8 @@
 
 #include <fmt/format.h>
 
+namespace stillora {
+
 bool writeToStandardOutput(std::string_view text)
 {
     fmt::print("{}", text);
@@ -80,3 +82,5 @@ int CommandOutput::writeResult(const JSONWriter& result, int status)
     complain("the result could not be written to standard output");
     return status == kExitDone ? kExitFailed : status;
 }
+
+} // namespace stillora

@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+namespace stillora {
+
 /// How a command speaks, and how it ends: remarks and complaints on standard error, the path of what was made, or JSON,
 /// on standard output. Only on the main thread.
 class CommandOutput {
@@ -60,3 +62,5 @@ private:
 /// Writes the text to standard output.
 /// @return whether all of it went there
 [[nodiscard]] bool writeToStandardOutput(std::string_view text);
+
+} // namespace stillora

@@ -8,6 +8,8 @@
 #include "client/command/TrimCommand.h"
 #include "client/command/WaveformCommand.h"
 
+namespace stillora {
+
 const std::vector<Command>& commands()
 {
     static const std::vector<Command> all{
@@ -22,3 +24,5 @@ const std::vector<Command>& commands()
     };
     return all;
 }
+
+} // namespace stillora

@@ -16,6 +16,8 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 
+namespace stillora {
+
 namespace {
 
 using platform::NSError;
@@ -103,3 +105,5 @@ int runConvertCommand(const ConvertOptions& options)
         place->path(),
         command.resultOf(place->path()).add("seconds", sound->length).add("bytes", static_cast<int64_t>(bytes)));
 }
+
+} // namespace stillora

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+namespace stillora {
+
 /// The command line of `stillora convert`.
 struct ConvertOptions {
     SoundArgument sound;
@@ -19,3 +21,5 @@ Parsed<ConvertOptions> parseConvert(const std::vector<std::string>& arguments);
 /// `stillora convert`: saves a sound as an M4A file.
 /// @return the program's exit status
 int runConvertCommand(const ConvertOptions& options);
+
+} // namespace stillora

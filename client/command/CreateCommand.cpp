@@ -12,6 +12,8 @@
 
 #include <fmt/format.h>
 
+namespace stillora {
+
 int runCreateCommand(const CreateOptions& options)
 {
     MovieCommand command({.isJSON = options.isJSON, .isQuiet = options.isQuiet, .product = "movie"});
@@ -49,3 +51,5 @@ int runCreateCommand(const CreateOptions& options)
     return command.makeMovie(std::move(checked.good), std::move(sounds.good), settingsOf(options), title, std::nullopt,
                              options.saveFolder, options.use);
 }
+
+} // namespace stillora

@@ -13,6 +13,8 @@
 
 #include <fmt/format.h>
 
+namespace stillora {
+
 namespace {
 
 /// @name Each reads the value of one option. Returns what is wrong, or nothing.
@@ -142,3 +144,5 @@ Parsed<CreateOptions> parseCreate(const std::vector<std::string>& arguments)
         return usageError(fault, "create");
     return options;
 }
+
+} // namespace stillora

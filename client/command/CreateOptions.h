@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+namespace stillora {
+
 /// The command line of `stillora create`.
 struct CreateOptions {
     /// A quality outside the service's table: the smallest photo chooses.
@@ -45,3 +47,5 @@ std::string readMovieOptions(const CommandArguments& arguments, CreateOptions& o
 
 /// Reads the arguments of `stillora create`. Touches no file.
 Parsed<CreateOptions> parseCreate(const std::vector<std::string>& arguments);
+
+} // namespace stillora

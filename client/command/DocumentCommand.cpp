@@ -23,6 +23,8 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 
+namespace stillora {
+
 namespace {
 
 using platform::NSError;
@@ -335,3 +337,5 @@ int runDocumentCommand(const std::vector<std::string>& arguments)
             fmt::format("there is no {} {}", name.starts_with('-') ? "option" : "command document", name), "document"));
     return verb->run({arguments.begin() + 1, arguments.end()});
 }
+
+} // namespace stillora

@@ -13,6 +13,8 @@
 
 #include <fmt/format.h>
 
+namespace stillora {
+
 namespace {
 
 /// Longer names of files are cut, so that the columns behind them stay on the screen.
@@ -226,3 +228,5 @@ JSONWriter listingAsJSON(const Document& document)
     json.add("document", document.location().path()).add("photos", photos).add("soundtracks", soundtracks);
     return json.add("settings", kept).add("settingFaults", document.settingFaults());
 }
+
+} // namespace stillora

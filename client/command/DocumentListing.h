@@ -5,6 +5,8 @@
 
 #include <string>
 
+namespace stillora {
+
 /// What is in a document, for a reader: lines with a line end each.
 std::string listingOf(const Document& document);
 
@@ -13,3 +15,5 @@ JSONWriter listingAsJSON(const Document& document);
 
 /// "photos", "soundtracks" and the like, with a count.
 std::string counted(size_t count, const std::string& name);
+
+} // namespace stillora

@@ -8,6 +8,8 @@
 
 #include <fmt/format.h>
 
+namespace stillora {
+
 namespace {
 
 constexpr std::string_view kDotExtension = ".stillora";
@@ -127,3 +129,5 @@ Parsed<DocumentRenderOptions> parseDocumentRender(const std::vector<std::string>
         return wrong(fault);
     return options;
 }
+
+} // namespace stillora

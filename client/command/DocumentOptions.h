@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+namespace stillora {
+
 /// The command line of `stillora document new` and `stillora document add`.
 struct DocumentFillOptions {
     /// As given; of a new one with its extension.
@@ -38,3 +40,5 @@ Parsed<DocumentLookOptions> parseDocumentList(const std::vector<std::string>& ar
 Parsed<DocumentRenderOptions> parseDocumentRender(const std::vector<std::string>& arguments);
 Parsed<DocumentLookOptions> parseDocumentCheck(const std::vector<std::string>& arguments);
 /// @}
+
+} // namespace stillora

@@ -1,5 +1,7 @@
 #pragma once
 
+namespace stillora {
+
 /// What the program returns; told in its help and its manual page. An interruption returns 128 and the signal's number.
 enum ExitStatus {
     kExitDone = 0,
@@ -10,3 +12,5 @@ enum ExitStatus {
     kExitFaultyMovie = 5,
     kExitSignalled = 128,
 };
+
+} // namespace stillora

@@ -12,6 +12,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace stillora {
+
 namespace {
 
 using platform::AVAssetTrack;
@@ -119,3 +121,5 @@ std::optional<FileFacts> factsOfFile(const std::string& path, std::string& reaso
         return photoFacts(*source, url, std::move(facts), reason);
     return mediaFacts(url, std::move(facts), reason);
 }
+
+} // namespace stillora

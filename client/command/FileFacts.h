@@ -8,6 +8,8 @@
 #include <optional>
 #include <string>
 
+namespace stillora {
+
 /// The picture that lies in a sound file.
 struct CoverFacts {
     /// "jpeg", "png" and so on; empty for what is no picture that can be read.
@@ -48,3 +50,5 @@ struct FileFacts {
 /// @param reason  out: one sentence without the path, if it is no file that a movie could be made of
 /// @return nothing then
 std::optional<FileFacts> factsOfFile(const std::string& path, std::string& reason);
+
+} // namespace stillora

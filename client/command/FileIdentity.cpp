@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+namespace stillora {
+
 bool areSameFile(const std::string& one, const std::string& other)
 {
     struct stat first = {};
@@ -9,3 +11,5 @@ bool areSameFile(const std::string& one, const std::string& other)
     return stat(one.c_str(), &first) == 0 && stat(other.c_str(), &second) == 0 && first.st_dev == second.st_dev &&
            first.st_ino == second.st_ino;
 }
+
+} // namespace stillora

@@ -17,6 +17,8 @@
 
 #include <fmt/format.h>
 
+namespace stillora {
+
 namespace {
 
 using platform::CGImage;
@@ -152,3 +154,5 @@ int runFrameCommand(const FrameOptions& options)
                             saysFaces ? ", " + facesText(frame->faces.size()) : ""));
     return output.succeed(options.output, output.resultOf(options.output));
 }
+
+} // namespace stillora

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+namespace stillora {
+
 /// The command line of `stillora frame`.
 struct FrameOptions {
     std::string photo;
@@ -23,3 +25,5 @@ Parsed<FrameOptions> parseFrame(const std::vector<std::string>& arguments);
 /// file. Its path goes to standard output, what was done to standard error.
 /// @return the program's exit status
 int runFrameCommand(const FrameOptions& options);
+
+} // namespace stillora

@@ -5,6 +5,8 @@
 
 #include <fmt/format.h>
 
+namespace stillora {
+
 namespace {
 
 constexpr size_t kColumns = 80;
@@ -143,3 +145,5 @@ std::string generalHelp()
     return text + "\n" + optionsOf(create) + "\nExit status:\n" + create.exitStatuses +
            "\nMore: stillora COMMAND --help, man stillora\n";
 }
+
+} // namespace stillora

@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+namespace stillora {
+
 /// @name Texts for a terminal of 80 columns
 /// @{
 /// Of `stillora --help`.
@@ -24,3 +26,5 @@ struct OptionGroup {
 
 /// A command's options, those of the fewest forms first, each once.
 std::vector<OptionGroup> optionGroups(const CommandText& command);
+
+} // namespace stillora

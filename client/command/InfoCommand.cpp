@@ -20,6 +20,8 @@
 
 #include <fmt/format.h>
 
+namespace stillora {
+
 namespace {
 
 using platform::CGSize;
@@ -263,3 +265,5 @@ int runInfoCommand(const InfoOptions& options)
     }
     return status;
 }
+
+} // namespace stillora

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+namespace stillora {
+
 /// The command line of `stillora info`.
 struct InfoOptions {
     std::vector<std::string> files;
@@ -20,3 +22,5 @@ Parsed<InfoOptions> parseInfo(const std::vector<std::string>& arguments);
 /// `stillora info`: tells what is known of files on standard output, and which cannot be used on standard error.
 /// @return the program's exit status
 int runInfoCommand(const InfoOptions& options);
+
+} // namespace stillora

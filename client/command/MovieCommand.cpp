@@ -12,6 +12,8 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 
+namespace stillora {
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -196,3 +198,5 @@ int MovieCommand::finish(const MovieRequest& request, const MovieOutcome& outcom
     result.add("bytes", static_cast<int64_t>(bytes)).add("faults", outcome.faults);
     return succeed(path, result, outcome.faults.empty() ? kExitDone : kExitFaultyMovie);
 }
+
+} // namespace stillora

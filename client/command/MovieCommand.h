@@ -16,6 +16,8 @@
 #include <string_view>
 #include <vector>
 
+namespace stillora {
+
 /// How far the work is, told to the user: a line on the terminal, or JSON on standard output.
 class ProgressTeller final : public MovieMaker::Observer {
 public:
@@ -85,3 +87,5 @@ private:
     ProgressTeller teller_;
     const SignalWatch signals_;
 };
+
+} // namespace stillora

@@ -9,6 +9,8 @@
 
 #include <fmt/format.h>
 
+namespace stillora {
+
 namespace {
 
 std::vector<std::string> codecWords()
@@ -417,3 +419,5 @@ const CommandForm& commandForm(std::string_view name)
     assert(false);
     return commandTexts().front().forms.front();
 }
+
+} // namespace stillora

@@ -4,6 +4,8 @@
 #include <string_view>
 #include <vector>
 
+namespace stillora {
+
 /// What a shell offers where a value or an argument is wanted.
 enum class Offer {
     Nothing,
@@ -80,3 +82,5 @@ const Option& helpOption();
 
 /// What --quality takes: "auto", then the heights of the service's table.
 const std::vector<std::string>& qualityWords();
+
+} // namespace stillora

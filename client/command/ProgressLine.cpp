@@ -10,6 +10,8 @@
 
 #include <fmt/format.h>
 
+namespace stillora {
+
 namespace {
 
 constexpr int kLongestBar = 32;
@@ -118,3 +120,5 @@ std::string progressLine(const ProgressLineContent& content, int columns, LineCh
     const std::string number = percent.substr(percent.find_first_not_of(' '));
     return displayWidth(number) <= room ? number : std::string();
 }
+
+} // namespace stillora

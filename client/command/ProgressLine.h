@@ -3,6 +3,8 @@
 #include <optional>
 #include <string>
 
+namespace stillora {
+
 /// What a progress line shows.
 struct ProgressLineContent {
     /// The stage, in the user's language.
@@ -23,3 +25,5 @@ enum class LineCharacters { UTF8, ASCII };
 /// not fit is left out in this order: the bar's length, the count, the time, the bar, the end of the title; the
 /// percentage stays to the last.
 std::string progressLine(const ProgressLineContent& content, int columns, LineCharacters characters);
+
+} // namespace stillora

@@ -9,6 +9,8 @@
 
 #include <unistd.h>
 
+namespace stillora {
+
 namespace {
 
 constexpr std::array<int, 3> kSignals{SIGINT, SIGTERM, SIGHUP};
@@ -71,3 +73,5 @@ int SignalWatch::signal() const
 {
     return firstSignal;
 }
+
+} // namespace stillora

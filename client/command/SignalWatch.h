@@ -1,5 +1,7 @@
 #pragma once
 
+namespace stillora {
+
 class MovieMaker;
 
 /// While it lives, SIGINT, SIGTERM and SIGHUP cancel a maker instead of ending the program, or are only noted where
@@ -19,3 +21,5 @@ public:
 private:
     explicit SignalWatch(MovieMaker* maker);
 };
+
+} // namespace stillora

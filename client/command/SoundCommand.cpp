@@ -11,6 +11,8 @@
 
 #include <fmt/format.h>
 
+namespace stillora {
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -88,3 +90,5 @@ std::optional<SoundFacts> SoundCommand::check(const SoundArgument& argument, int
     }
     return state->checked.good.front();
 }
+
+} // namespace stillora

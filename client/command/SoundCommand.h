@@ -10,6 +10,8 @@
 #include <optional>
 #include <string>
 
+namespace stillora {
+
 /// The part of a sound that the user wants, to the nearest sample.
 /// @return zero, which stands for all of it, if no part was chosen
 platform::CMTimeRange timeRangeOf(const SoundFacts& sound);
@@ -37,3 +39,5 @@ public:
 private:
     const SignalWatch signals_;
 };
+
+} // namespace stillora

@@ -9,6 +9,8 @@
 
 #include <fmt/format.h>
 
+namespace stillora {
+
 namespace {
 
 /// More pieces are counted, not named.
@@ -66,3 +68,5 @@ std::string soundSentence(const MoviePlan& plan, const std::vector<SoundFacts>& 
         sentence += fmt::format("; left out: {}", listText(std::move(leftOut), ", "));
     return sentence;
 }
+
+} // namespace stillora

@@ -5,6 +5,10 @@
 #include <string>
 #include <vector>
 
+namespace stillora {
+
 /// Tells what will be heard, in one sentence: which pieces, for how long, where the music fades, and which sounds are
 /// left out. Empty for a movie without sound.
 std::string soundSentence(const MoviePlan& plan, const std::vector<SoundFacts>& sounds);
+
+} // namespace stillora

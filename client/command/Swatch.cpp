@@ -9,6 +9,8 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+namespace stillora {
+
 namespace {
 
 using Levels = std::array<int, 3>;
@@ -97,3 +99,5 @@ std::string swatch(const platform::NSColor& color, TerminalColors colors)
     }
     return {};
 }
+
+} // namespace stillora

@@ -4,6 +4,8 @@
 
 #include <string>
 
+namespace stillora {
+
 /// What a terminal can show.
 enum class TerminalColors { None, Palette256, True };
 
@@ -15,3 +17,5 @@ std::string hexOf(const platform::NSColor& color);
 
 /// A few blanks on a ground of the colour, or the nearest to it; empty where there are no colours.
 std::string swatch(const platform::NSColor& color, TerminalColors colors);
+
+} // namespace stillora

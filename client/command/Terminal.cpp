@@ -9,6 +9,8 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+namespace stillora {
+
 namespace {
 
 constexpr int kUsualColumns = 80;
@@ -96,3 +98,5 @@ void Terminal::writeLine(std::string_view line)
     clearProgress();
     writeAll(printable(line) + "\n");
 }
+
+} // namespace stillora

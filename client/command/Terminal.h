@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+namespace stillora {
+
 /// Standard error: a line that is drawn over and over where it is a terminal, and the lines that stay.
 class Terminal final {
 public:
@@ -37,3 +39,5 @@ private:
     std::string lastLine_;
     int lastColumns_ = 0;
 };
+
+} // namespace stillora

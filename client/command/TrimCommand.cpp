@@ -17,6 +17,8 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 
+namespace stillora {
+
 namespace {
 
 using platform::NSError;
@@ -110,3 +112,5 @@ int runTrimCommand(const TrimOptions& options)
         options.output,
         command.resultOf(options.output).add("seconds", sound->length).add("bytes", static_cast<int64_t>(bytes)));
 }
+
+} // namespace stillora

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+namespace stillora {
+
 /// The command line of `stillora trim`.
 struct TrimOptions {
     SoundArgument sound;
@@ -19,3 +21,5 @@ Parsed<TrimOptions> parseTrim(const std::vector<std::string>& arguments);
 /// `stillora trim`: cuts a part out of a sound without encoding it anew.
 /// @return the program's exit status
 int runTrimCommand(const TrimOptions& options);
+
+} // namespace stillora

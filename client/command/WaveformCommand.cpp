@@ -18,6 +18,8 @@
 
 #include <fmt/format.h>
 
+namespace stillora {
+
 namespace {
 
 using platform::CGContext;
@@ -170,3 +172,5 @@ int runWaveformCommand(const WaveformOptions& options)
                                                .add("height", options.height)
                                                .add("seconds", sound->length));
 }
+
+} // namespace stillora

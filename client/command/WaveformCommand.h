@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+namespace stillora {
+
 /// The command line of `stillora waveform`.
 struct WaveformOptions {
     enum class Ground { Clear, White };
@@ -28,3 +30,5 @@ Parsed<WaveformOptions> parseWaveform(const std::vector<std::string>& arguments)
 /// `stillora waveform`: draws how loud a sound is over time, and saves the picture.
 /// @return the program's exit status
 int runWaveformCommand(const WaveformOptions& options);
+
+} // namespace stillora

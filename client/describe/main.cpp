@@ -16,6 +16,8 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+using namespace stillora;
+
 namespace {
 
 /// By what stands between two @ in the template.

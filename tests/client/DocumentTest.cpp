@@ -17,6 +17,8 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+using namespace stillora;
+
 namespace {
 
 using platform::NSData;

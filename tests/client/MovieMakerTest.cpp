@@ -13,6 +13,8 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+using namespace stillora;
+
 namespace {
 
 using namespace std::chrono_literals;

@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+using namespace stillora;
+
 namespace {
 
 std::vector<PhotoFacts> photos(size_t count)

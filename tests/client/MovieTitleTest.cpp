@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+using namespace stillora;
+
 namespace {
 
 std::string titleFor(const std::vector<std::string>& paths)

@@ -7,6 +7,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+using namespace stillora;
+
 namespace {
 
 std::vector<std::string> sorted(std::vector<std::string> names)

@@ -15,6 +15,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+using namespace stillora;
+
 namespace {
 
 using namespace std::chrono_literals;

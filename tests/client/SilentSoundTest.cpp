@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+using namespace stillora;
+
 namespace {
 
 TEST(SilentSound, LastsAsLongAsAskedToTheSample)

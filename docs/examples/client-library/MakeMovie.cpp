@@ -11,6 +11,8 @@
 
 #include <iostream>
 
+using namespace stillora;
+
 /// Tells how far the service is, in the user's language.
 class Progress final : public MovieMaker::Observer {
 public:

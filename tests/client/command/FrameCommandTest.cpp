@@ -18,6 +18,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+using namespace stillora;
+
 namespace {
 
 using platform::NSURL;

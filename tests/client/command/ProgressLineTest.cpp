@@ -7,6 +7,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+using namespace stillora;
+
 namespace {
 
 using testing::EndsWith;

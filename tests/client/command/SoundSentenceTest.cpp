@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+using namespace stillora;
+
 namespace {
 
 const SoundFacts kSong{"/music/song.mp3", std::nullopt, 200, 44100};
