@@ -1,8 +1,8 @@
 // What the writer does to one frame, on one thread.
 
-#include "platform/graphics/CVPixelBuffer.h"
-#include "platform/media/AVAssetWriterEncoder.h"
-#include "platform/media/AVAssetWriterPixelConverter.h"
+#include "platform/pixels/CVPixelBuffer.h"
+#include "platform/writer/AVAssetWriterEncoder.h"
+#include "platform/writer/AVAssetWriterPixelConverter.h"
 
 #include <benchmark/benchmark.h>
 #include <cmath>

@@ -1,6 +1,6 @@
+#include "platform/decoders/CGImageSource.h"
 #include "platform/graphics/CGBitmapContext.h"
-#include "platform/graphics/CGImageSource.h"
-#include "platform/graphics/CVPixelBuffer.h"
+#include "platform/pixels/CVPixelBuffer.h"
 #include "tests/support/TestPicture.h"
 #include "util/MORImageCategory.h"
 #include "util/MORPalvineCommons.h"

@@ -1,8 +1,8 @@
 // Makes the silent video of a folder's photos without a service, and prints the seconds it took, the peak of the
 // process's memory in MB and where the movie is.
 
+#include "platform/decoders/CGImageSource.h"
 #include "platform/dispatch/DispatchQueue.h"
-#include "platform/graphics/CGImageSource.h"
 #include "platform/system/NSProcessInfo.h"
 #include "tests/video/TestVideoStageContext.h"
 #include "video/SilentVideo.h"

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/foundation/NSGeometry.h"
-#include "platform/media/MediaInspection.h"
+#include "platform/movie/MediaInspection.h"
 
 #include <cstddef>
 #include <optional>

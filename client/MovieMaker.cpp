@@ -10,8 +10,8 @@
 #include "platform/foundation/Lock.h"
 #include "platform/foundation/NSFileManager.h"
 #include "platform/foundation/NSString.h"
-#include "platform/media/MediaInspection.h"
-#include "platform/media/RepeatedPictures.h"
+#include "platform/movie/MediaInspection.h"
+#include "platform/movie/RepeatedPictures.h"
 #include "util/MORURLCategory.h"
 
 #include <algorithm>

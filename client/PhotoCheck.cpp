@@ -1,10 +1,10 @@
 #include "client/PhotoCheck.h"
 
 #include "client/FileReason.h"
+#include "platform/decoders/CGImageSource.h"
 #include "platform/dispatch/NSOperationQueue.h"
 #include "platform/foundation/Lock.h"
 #include "platform/foundation/NSURL.h"
-#include "platform/graphics/CGImageSource.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,6 +1,6 @@
 #include "util/MORImageCategory.h"
 
-#include "platform/graphics/CGImageSource.h"
+#include "platform/decoders/CGImageSource.h"
 #include "platform/system/NSPasteboard.h"
 #include "util/AverageColor.h"
 

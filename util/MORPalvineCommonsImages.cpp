@@ -1,7 +1,7 @@
 #include "util/MORPalvineCommons.h"
 
+#include "platform/decoders/CGImageSource.h"
 #include "platform/foundation/NSLog.h"
-#include "platform/graphics/CGImageSource.h"
 #include "platform/system/NSWorkspace.h"
 
 #include <utility>

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "platform/foundation/Lock.h"
-#include "platform/graphics/CVPixelBuffer.h"
 #include "platform/graphics/NSImage.h"
+#include "platform/pixels/CVPixelBuffer.h"
 
 #include <cstddef>
 #include <cstdint>

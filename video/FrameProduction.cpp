@@ -1,6 +1,6 @@
 #include "video/FrameProduction.h"
 
-#include "platform/graphics/CGImage.h"
+#include "platform/pixels/CGImage.h"
 #include "platform/system/NSWorkspace.h"
 #include "util/MORImageCategory.h"
 #include "video/FramePlacement.h"

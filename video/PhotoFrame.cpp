@@ -1,8 +1,8 @@
 #include "video/PhotoFrame.h"
 
+#include "platform/decoders/CGImageSource.h"
+#include "platform/faces/CIDetector.h"
 #include "platform/foundation/NSLog.h"
-#include "platform/graphics/CGImageSource.h"
-#include "platform/graphics/CIDetector.h"
 #include "video/FramePlacement.h"
 
 #include <cstdint>

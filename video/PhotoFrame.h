@@ -3,8 +3,8 @@
 #include "platform/foundation/NSGeometry.h"
 #include "platform/foundation/NSURL.h"
 #include "platform/graphics/CGBitmapContext.h"
-#include "platform/graphics/CGImage.h"
-#include "platform/graphics/CVPixelBuffer.h"
+#include "platform/pixels/CGImage.h"
+#include "platform/pixels/CVPixelBuffer.h"
 
 #include <memory>
 #include <optional>

@@ -2,7 +2,7 @@
 
 #include "audio/MORAudioWaveImageMetadata.h"
 #include "client/FileReason.h"
-#include "platform/graphics/CGImageSource.h"
+#include "platform/decoders/CGImageSource.h"
 #include "util/MORImageCategory.h"
 
 #include <cerrno>

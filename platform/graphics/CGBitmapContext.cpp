@@ -1,7 +1,7 @@
 #include "platform/graphics/CGBitmapContext.h"
 
-#include "platform/graphics/ImageScaler.h"
 #include "platform/graphics/TextRenderer.h"
+#include "platform/pixels/ImageScaler.h"
 
 #include <algorithm>
 #include <bit>

@@ -2,7 +2,7 @@
 
 #include "platform/foundation/NSColor.h"
 #include "platform/foundation/NSGeometry.h"
-#include "platform/graphics/CGImage.h"
+#include "platform/pixels/CGImage.h"
 
 #include <compare>
 #include <cstddef>

@@ -1,7 +1,7 @@
 #include "platform/graphics/CGContext.h"
 
-#include "platform/graphics/CairoPixels.h"
-#include "platform/graphics/ImageScaler.h"
+#include "platform/pixels/CairoPixels.h"
+#include "platform/pixels/ImageScaler.h"
 
 #include <cairo.h>
 

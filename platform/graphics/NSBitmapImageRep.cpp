@@ -1,7 +1,7 @@
 #include "platform/graphics/NSBitmapImageRep.h"
 
-#include "platform/graphics/CGImageSource.h"
-#include "platform/graphics/ImageEncoder.h"
+#include "platform/decoders/CGImageSource.h"
+#include "platform/encoders/ImageEncoder.h"
 
 #include <algorithm>
 #include <cassert>

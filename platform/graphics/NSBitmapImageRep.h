@@ -4,7 +4,7 @@
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSError.h"
 #include "platform/foundation/NSGeometry.h"
-#include "platform/graphics/CGImage.h"
+#include "platform/pixels/CGImage.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -5,7 +5,7 @@
 #include "platform/foundation/NSGeometry.h"
 #include "platform/foundation/NSURL.h"
 #include "platform/graphics/CGContext.h"
-#include "platform/graphics/CGImage.h"
+#include "platform/pixels/CGImage.h"
 
 #include <functional>
 #include <memory>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/graphics/CGBitmapContext.h"
-#include "platform/graphics/CGImage.h"
+#include "platform/pixels/CGImage.h"
 
 #include <cstdint>
 #include <memory>

@@ -1,8 +1,8 @@
 #include "platform/media/AVAssetReader.h"
 
+#include "platform/libav/FFmpegHandles.h"
 #include "platform/media/AVAssetReaderSession.h"
 #include "platform/media/AVURLAsset.h"
-#include "platform/media/FFmpegHandles.h"
 
 #include <algorithm>
 #include <utility>

@@ -2,7 +2,7 @@
 
 #include "platform/media/AVAssetReaderSession.h"
 #include "platform/media/AVURLAsset.h"
-#include "platform/media/SoundFile.h"
+#include "platform/sound/SoundFile.h"
 
 #include <algorithm>
 #include <cmath>

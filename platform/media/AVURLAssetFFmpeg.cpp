@@ -1,9 +1,9 @@
 #include "platform/media/AVURLAsset.h"
 
-#include "platform/media/FFmpegHandles.h"
+#include "platform/libav/FFmpegHandles.h"
+#include "platform/libav/MovieBoxes.h"
 #include "platform/media/FileTags.h"
-#include "platform/media/MovieBoxes.h"
-#include "platform/media/SoundTimeline.h"
+#include "platform/sound/SoundTimeline.h"
 
 extern "C" {
 #include <libavcodec/codec_id.h>

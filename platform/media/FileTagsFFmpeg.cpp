@@ -3,7 +3,7 @@
 #include "platform/bytes/BoxWalker.h"
 #include "platform/bytes/ByteReader.h"
 #include "platform/foundation/NSString.h"
-#include "platform/media/FFmpegHandles.h"
+#include "platform/libav/FFmpegHandles.h"
 
 extern "C" {
 #include <libavformat/avformat.h>

@@ -1,9 +1,10 @@
 #include "platform/media/PassthroughExport.h"
 
+#include "platform/libav/FFmpegHandles.h"
 #include "platform/media/AVMutableComposition.h"
 #include "platform/media/AVURLAsset.h"
-#include "platform/media/FFmpegHandles.h"
-#include "platform/media/SoundTimeline.h"
+#include "platform/media/MovieMetadata.h"
+#include "platform/sound/SoundTimeline.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>

@@ -1,11 +1,11 @@
 #include "platform/media/SoundExport.h"
 
+#include "platform/aac/AACEncoder.h"
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/foundation/Lock.h"
-#include "platform/media/AACEncoder.h"
 #include "platform/media/AVMutableComposition.h"
 #include "platform/media/AVURLAsset.h"
-#include "platform/media/M4AFile.h"
+#include "platform/sound/M4AFile.h"
 
 #include <algorithm>
 #include <atomic>

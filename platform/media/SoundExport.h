@@ -3,7 +3,7 @@
 #include "platform/foundation/NSURL.h"
 #include "platform/media/AVAsset.h"
 #include "platform/media/AVMutableAudioMix.h"
-#include "platform/media/SoundFile.h"
+#include "platform/sound/SoundFile.h"
 
 #include <cstdint>
 #include <functional>

@@ -1,7 +1,7 @@
 #include "platform/system/NSWorkspace.h"
 
+#include "platform/decoders/ImageFormat.h"
 #include "platform/foundation/NSString.h"
-#include "platform/graphics/ImageFormat.h"
 #include "platform/system/DocumentIcon.h"
 
 #include <gio/gio.h>

@@ -1,7 +1,7 @@
 #include "client/MovieMaker.h"
 
 #include "client/ClientError.h"
-#include "platform/media/MediaInspection.h"
+#include "platform/movie/MediaInspection.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <chrono>

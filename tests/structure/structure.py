@@ -13,12 +13,31 @@ import subprocess
 import sys
 from pathlib import Path
 
-# Folders inside platform/, each of which may use those before it.
-PLATFORM = ["foundation", "dispatch", "archive", "bytes", "graphics", "connection", "media", "system"]
+# The rooms of platform/, each with those that it may use; these stand before it.
+ROOMS = {
+    "foundation": "",
+    "dispatch": "foundation",
+    "archive": "foundation",
+    "bytes": "foundation",
+    "libav": "foundation bytes",
+    "pixels": "foundation",
+    "vips": "",
+    "decoders": "foundation bytes libav pixels vips",
+    "encoders": "foundation pixels vips",
+    "graphics": "foundation pixels decoders encoders",
+    "faces": "foundation pixels",
+    "connection": "foundation dispatch archive",
+    "aac": "foundation libav",
+    "sound": "foundation bytes libav aac",
+    "media": "foundation dispatch bytes libav aac sound",
+    "movie": "foundation bytes libav media",
+    "writer": "foundation dispatch libav pixels media movie",
+    "system": "foundation dispatch decoders graphics",
+}
 
-# What each folder may use besides itself; every platform folder stands as "platform/NAME".
-ALL_PLATFORM = [f"platform/{name}" for name in PLATFORM]
-USES = {f"platform/{name}": ALL_PLATFORM[:position] for position, name in enumerate(PLATFORM)}
+# What each folder may use besides itself; every room of platform/ stands as "platform/NAME".
+ALL_PLATFORM = [f"platform/{name}" for name in ROOMS]
+USES = {f"platform/{name}": [f"platform/{used}" for used in uses.split()] for name, uses in ROOMS.items()}
 USES["util"] = ALL_PLATFORM
 USES["items"] = ["util"] + USES["util"]
 USES["video"] = ["items"] + USES["items"]
@@ -93,7 +112,7 @@ def folder_of(path):
 
 def check_include_direction(root):
     """Includes point one way: client, service -> video, audio -> items -> util -> platform, and inside platform to the
-    folders before. They are written from the root."""
+    rooms that a room may use. They are written from the root."""
     for path in files_below(root, CODE):
         folder = folder_of(path)
         for line, name, quoted in includes(root, path):
@@ -116,6 +135,20 @@ def check_include_direction(root):
                     yield f"{path}:{line}: a test includes another folder's test \"{name}\""
                 elif target not in allowed:
                     yield f"{path}:{line}: a test of {own} includes \"{name}\", which {own} itself may not"
+
+
+def check_linked_rooms(root):
+    """A room of platform is linked with those alone that it may use."""
+    for room, uses in ROOMS.items():
+        path = Path("platform", room, "CMakeLists.txt")
+        if not (Path(root) / path).is_file():
+            continue
+        text = read(root, path)
+        for links in re.finditer(rf"^target_link_libraries\({room}\b([^)]*)\)", text, re.MULTILINE):
+            for name in re.finditer(r"[\w:-]+", links[1]):
+                if name[0] in ROOMS and name[0] not in uses.split():
+                    line = text.count("\n", 0, links.start(1) + name.start()) + 1
+                    yield f"{path}:{line}: {room} is linked with {name[0]}, which it may not use"
 
 
 def check_third_party_headers(root):

@@ -49,6 +49,7 @@ class StructureTest(unittest.TestCase):
             ("video/A.h", "service/Creator.h"),
             ("platform/foundation/A.h", "util/Names.h"),
             ("platform/foundation/A.h", "platform/media/CMTime.h"),
+            ("platform/sound/A.h", "platform/media/CMTime.h"),
         ]:
             with self.subTest(path=path, name=name):
                 self.write(path, f'// first line\n#include "{name}"\n')
@@ -61,11 +62,22 @@ class StructureTest(unittest.TestCase):
             ("video/A.cpp", "audio/Waveform.h"),
             ("client/A.cpp", "service/Creator.h"),
             ("service/A.cpp", "client/Plan.h"),
+            ("platform/faces/A.cpp", "platform/media/CMTime.h"),
         ]:
             with self.subTest(path=path, name=name):
                 self.write(path, f'#include "{name}"\n')
                 self.assertFault("include-direction", f"{path}:1:", "sideways")
                 (self.root / path).unlink()
+
+    def test_a_room_may_use_only_rooms_that_stand_before_it(self):
+        rooms = list(structure.ROOMS)
+        for position, (room, uses) in enumerate(structure.ROOMS.items()):
+            self.assertLessEqual(set(uses.split()), set(rooms[:position]), room)
+
+    def test_a_library_that_links_a_room_it_may_not_use_is_found(self):
+        self.write("platform/sound/CMakeLists.txt",
+                   "add_library(sound STATIC A.cpp)\ntarget_link_libraries(sound PUBLIC libav\n    PRIVATE media aac)\n")
+        self.assertFault("linked-rooms", "platform/sound/CMakeLists.txt:3:", "media")
 
     def test_an_include_not_written_from_the_root_is_found(self):
         self.write("video/A.cpp", '#include "FrameList.h"\n')

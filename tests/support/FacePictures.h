@@ -1,9 +1,9 @@
 #pragma once
 
+#include "platform/decoders/CGImageSource.h"
 #include "platform/foundation/NSGeometry.h"
 #include "platform/graphics/CGBitmapContext.h"
-#include "platform/graphics/CGImage.h"
-#include "platform/graphics/CGImageSource.h"
+#include "platform/pixels/CGImage.h"
 
 #include <gtest/gtest.h>
 

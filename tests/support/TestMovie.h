@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/graphics/CVPixelBuffer.h"
+#include "platform/pixels/CVPixelBuffer.h"
 
 #include <array>
 #include <cstdint>

@@ -2,7 +2,7 @@
 
 #include "platform/foundation/NSGeometry.h"
 #include "platform/foundation/NSURL.h"
-#include "platform/graphics/CGImage.h"
+#include "platform/pixels/CGImage.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <array>

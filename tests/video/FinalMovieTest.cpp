@@ -2,7 +2,7 @@
 
 #include "platform/foundation/NSBundle.h"
 #include "platform/media/AVAssetExportSession.h"
-#include "platform/media/MediaInspection.h"
+#include "platform/movie/MediaInspection.h"
 #include "platform/system/NSWorkspace.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestSound.h"

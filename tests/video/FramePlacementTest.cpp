@@ -1,6 +1,6 @@
 #include "video/FramePlacement.h"
 
-#include "platform/graphics/ImageDecoder.h"
+#include "platform/decoders/ImageDecoder.h"
 
 #include <gtest/gtest.h>
 

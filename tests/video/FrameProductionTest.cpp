@@ -1,6 +1,6 @@
 #include "video/FrameProduction.h"
 
-#include "platform/graphics/CIDetector.h"
+#include "platform/faces/CIDetector.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/TestPicture.h"
 #include "tests/video/TestVideoStageContext.h"

@@ -1,8 +1,8 @@
 #include "video/PhotoFrame.h"
 
+#include "platform/faces/CIDetector.h"
+#include "platform/faces/CIDetectorModule.h"
 #include "platform/graphics/CGBitmapContext.h"
-#include "platform/graphics/CIDetector.h"
-#include "platform/graphics/CIDetectorModule.h"
 #include "tests/support/FacePictures.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/TestPicture.h"

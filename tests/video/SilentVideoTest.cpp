@@ -2,7 +2,7 @@
 
 #include "platform/foundation/Lock.h"
 #include "platform/foundation/NSFileManager.h"
-#include "platform/media/MediaInspection.h"
+#include "platform/movie/MediaInspection.h"
 #include "platform/system/NSWorkspace.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/TemporaryFolder.h"

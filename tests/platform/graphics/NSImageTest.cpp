@@ -1,6 +1,6 @@
 #include "platform/graphics/NSImage.h"
 
-#include "platform/graphics/CGImageSource.h"
+#include "platform/decoders/CGImageSource.h"
 #include "tests/support/TestPicture.h"
 
 #include <gtest/gtest.h>

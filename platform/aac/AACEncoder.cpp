@@ -1,0 +1,373 @@
+#include "platform/aac/AACEncoder.h"
+
+#include "platform/aac/AACMasking.h"
+#include "platform/aac/AACPacket.h"
+#include "platform/aac/AACTables.h"
+#include "platform/aac/AACTransform.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <memory>
+#include <numeric>
+#include <utility>
+
+namespace platform {
+namespace {
+
+// Standard order: the index is what a decoder's configuration holds.
+constexpr std::array kRates = {96000, 88200, 64000, 48000, 44100, 32000, 24000, 22050, 16000, 12000, 11025, 8000, 7350};
+
+constexpr size_t kFrame = kAACPacketLength;
+/// Leaks less of a tone into distant lines than the other.
+constexpr AACShape kShape = AACShape::KaiserBessel;
+/// Stretches in which an attack is looked for, as long as a short window's half.
+constexpr size_t kStretch = AACTransform::kShortLines;
+constexpr size_t kStretchesOfFrame = kFrame / kStretch;
+
+int bitsOfPacket(int sampleRateHz)
+{
+    // Two bits a sample where the rate is too low to use more.
+    const int64_t bitRate = std::min(67000, 2 * sampleRateHz);
+    return static_cast<int>(bitRate * kAACPacketLength / sampleRateHz);
+}
+
+/// Finds where one channel's sound sets in so suddenly that a long window would spread its noise before it.
+class AttackFinder final {
+public:
+    AttackFinder(std::span<const float> samples, size_t channels, size_t channel)
+        : attacks_(samples.size() / channels / kStretch)
+    {
+        std::vector<float> levels(attacks_.size());
+        std::vector<float> slopes(attacks_.size());
+        std::vector<float> bends(attacks_.size());
+        float last = 0;
+        float lastSlope = 0;
+        for (size_t stretch = 0; stretch < attacks_.size(); ++stretch) {
+            for (size_t i = 0; i < kStretch; ++i) {
+                const float sample = samples[(stretch * kStretch + i) * channels + channel];
+                const float slope = sample - std::exchange(last, sample);
+                const float bend = slope - std::exchange(lastSlope, slope);
+                levels[stretch] += sample * sample;
+                slopes[stretch] += slope * slope;
+                bends[stretch] += bend * bend;
+            }
+        }
+        // High sounds set in more sharply than low ones, which they must not hide behind.
+        find(bends, 10);
+        find(slopes, 20);
+        find(levels, 20);
+    }
+
+    /// Whether the window that begins with this frame is one of short ones.
+    bool isShort(size_t frame) const
+    {
+        // Between two of them there is no room for a long one.
+        return isAttackIn(frame) || (isAttackIn(frame - 1) && isAttackIn(frame + 1));
+    }
+
+private:
+    /// In the middle of the window that begins with the frame.
+    bool isAttackIn(size_t frame) const
+    {
+        const auto first = attacks_.begin() + static_cast<ptrdiff_t>(frame * kStretchesOfFrame + kStretchesOfFrame / 2);
+        const auto end = first + kStretchesOfFrame;
+        return std::find(first, end, true) != end;
+    }
+
+    void find(const std::vector<float>& energies, float ratio)
+    {
+        // Silence, 90 dB below full scale.
+        constexpr float kQuiet = kStretch * 1e-9F;
+        // A sound that returns, as that of a low voice, is none.
+        constexpr size_t kMemory = 10;
+        constexpr float kForgetting = 0.8F;
+        constexpr float kFall = 100;
+        for (size_t i = kMemory; i < energies.size(); ++i) {
+            float loudest = kQuiet;
+            float weight = 1;
+            for (size_t back = 1; back <= kMemory; ++back) {
+                loudest = std::max(loudest, energies[i - back] * weight);
+                weight *= kForgetting;
+            }
+            if (energies[i] > ratio * loudest)
+                attacks_[i] = true;
+            // An end that is as sudden leaves noise behind it.
+            if (i + 2 < energies.size() && energies[i] > kFall * std::max({kQuiet, energies[i + 1], energies[i + 2]}))
+                attacks_[i] = true;
+        }
+    }
+
+    std::vector<bool> attacks_;
+};
+
+/// Decibels between the mean energy of a window's stretches and the mean of their levels.
+float unevennessOf(std::span<const float> samples)
+{
+    float energy = 0;
+    float level = 0;
+    for (size_t start = 0; start < samples.size(); start += kStretch) {
+        const auto stretch = samples.subspan(start, kStretch);
+        const float part = std::inner_product(stretch.begin(), stretch.end(), stretch.begin(), kStretch * 1e-9F);
+        energy += part;
+        level += std::log10(part);
+    }
+    const auto count = static_cast<float>(samples.size() / kStretch);
+    return 10 * (std::log10(energy / count) - level / count);
+}
+
+/// Encodes the packets of one part in order.
+class PartCoder final {
+public:
+    PartCoder(int sampleRateHz, size_t channels, std::unique_ptr<AACTransform> transform)
+        : channels_(channels), wantedBits_(bitsOfPacket(sampleRateHz) * static_cast<int>(channels)),
+          longMasking_(longBandsOfAAC(sampleRateHz), sampleRateHz),
+          shortMasking_(shortBandsOfAAC(sampleRateHz), sampleRateHz), transform_(std::move(transform))
+    {
+        packet_.channelCount = channels;
+    }
+
+    /// @param window     interleaved, two frames
+    /// @param sequences  one a channel
+    std::vector<uint8_t> code(std::span<const float> window, std::span<const AACSequence> sequences, AACShape rising,
+                              AACShape falling)
+    {
+        packet_.shape = falling;
+        packet_.sharesWindow = channels_ == 2 && sequences[0] == sequences[1];
+        packet_.unevenness = 0;
+        std::array<float, AACTransform::kSamples> samples;
+        for (size_t i = 0; i < channels_; ++i) {
+            for (size_t j = 0; j < samples.size(); ++j)
+                samples[j] = window[j * channels_ + i];
+            packet_.unevenness = std::max(packet_.unevenness, unevennessOf(samples));
+            transform_->transform(samples, sequences[i], rising, falling, spectra_[i]);
+            packet_.channels[i].sequence = sequences[i];
+        }
+        for (size_t i = 0; i < channels_; ++i) {
+            if (packet_.channels[i].isShort())
+                layOutShort(packet_.channels[i], i,
+                            packet_.sharesWindow ? std::span<const Spectrum>(spectra_)
+                                                 : std::span(spectra_).subspan(i, 1));
+            else
+                layOutLong(packet_.channels[i], i);
+        }
+        if (packet_.sharesWindow)
+            chooseStereo();
+        return coder_.code(packet_, wantedBits_);
+    }
+
+private:
+    using Spectrum = std::array<float, AACTransform::kLines>;
+
+    void layOutLong(AACChannel& channel, size_t index)
+    {
+        const auto bands = longMasking_.bands();
+        channel.groups = {1};
+        channel.bandStarts.assign(bands.begin(), bands.end());
+        channel.lines = spectra_[index];
+        longMasking_.measure(channel.lines, channel.energies, channel.thresholds);
+    }
+
+    /// Short windows of about equal loudness in these channels share their steps.
+    std::vector<uint8_t> groupsOf(std::span<const Spectrum> spectra) const
+    {
+        std::vector<uint8_t> groups;
+        std::array<float, 2> loudness{};
+        for (size_t window = 0; window < AACTransform::kShortWindows; ++window) {
+            bool isAlike = window > 0;
+            std::array<float, 2> now{};
+            for (size_t i = 0; i < spectra.size(); ++i) {
+                const auto lines =
+                    std::span(spectra[i]).subspan(window * AACTransform::kShortLines, AACTransform::kShortLines);
+                now[i] = std::inner_product(lines.begin(), lines.end(), lines.begin(), 1e4F);
+                isAlike = isAlike && now[i] < 4 * loudness[i] && loudness[i] < 4 * now[i];
+            }
+            if (isAlike) {
+                ++groups.back();
+            } else {
+                groups.push_back(1);
+                loudness = now;
+            }
+        }
+        return groups;
+    }
+
+    /// @param alike  spectra of the channels that have the same groups
+    void layOutShort(AACChannel& channel, size_t index, std::span<const Spectrum> alike)
+    {
+        const auto bands = shortMasking_.bands();
+        const size_t count = bands.size() - 1;
+        const Spectrum& spectrum = spectra_[index];
+        channel.groups = groupsOf(alike);
+        channel.bandStarts.clear();
+        channel.energies.fill(0);
+        channel.thresholds.fill(0);
+        size_t target = 0;
+        size_t firstWindow = 0;
+        for (size_t group = 0; group < channel.groups.size(); ++group) {
+            const size_t endWindow = firstWindow + channel.groups[group];
+            for (size_t window = firstWindow; window < endWindow; ++window) {
+                std::array<float, AACChannel::kMostBands> energies;
+                std::array<float, AACChannel::kMostBands> thresholds;
+                shortMasking_.measure(
+                    std::span(spectrum).subspan(window * AACTransform::kShortLines, AACTransform::kShortLines),
+                    energies, thresholds);
+                for (size_t band = 0; band < count; ++band) {
+                    channel.energies[group * count + band] += energies[band];
+                    channel.thresholds[group * count + band] += thresholds[band];
+                }
+            }
+            for (size_t band = 0; band < count; ++band) {
+                channel.bandStarts.push_back(static_cast<uint16_t>(target));
+                for (size_t window = firstWindow; window < endWindow; ++window) {
+                    const size_t source = window * AACTransform::kShortLines + bands[band];
+                    const size_t width = bands[band + 1] - bands[band];
+                    std::copy_n(spectrum.begin() + static_cast<ptrdiff_t>(source), width,
+                                channel.lines.begin() + static_cast<ptrdiff_t>(target));
+                    target += width;
+                }
+            }
+            firstWindow = endWindow;
+        }
+        channel.bandStarts.push_back(static_cast<uint16_t>(target));
+    }
+
+    /// Codes mean and difference of the channels where that takes fewer bits.
+    void chooseStereo()
+    {
+        AACChannel& left = packet_.channels[0];
+        AACChannel& right = packet_.channels[1];
+        for (size_t band = 0; band < left.bandCount(); ++band) {
+            const size_t end = left.bandStarts[band + 1];
+            float middle = 0;
+            float side = 0;
+            for (size_t line = left.bandStarts[band]; line < end; ++line) {
+                const float sum = left.lines[line] + right.lines[line];
+                const float difference = left.lines[line] - right.lines[line];
+                middle += sum * sum / 4;
+                side += difference * difference / 4;
+            }
+            // The noise of both comes together in each channel.
+            const float threshold = std::min(left.thresholds[band], right.thresholds[band]) / 2;
+            const auto demand = [](float energy, float noise) { return std::log2(1 + energy / noise); };
+            packet_.isMidSide[band] = demand(middle, threshold) + demand(side, threshold) <
+                                      demand(left.energies[band], left.thresholds[band]) +
+                                          demand(right.energies[band], right.thresholds[band]);
+            if (!packet_.isMidSide[band])
+                continue;
+            left.energies[band] = middle;
+            right.energies[band] = side;
+            left.thresholds[band] = threshold;
+            right.thresholds[band] = threshold;
+            for (size_t line = left.bandStarts[band]; line < end; ++line) {
+                const float mean = (left.lines[line] + right.lines[line]) / 2;
+                right.lines[line] = (left.lines[line] - right.lines[line]) / 2;
+                left.lines[line] = mean;
+            }
+        }
+    }
+
+    const size_t channels_;
+    const int wantedBits_;
+    AACMasking longMasking_;
+    AACMasking shortMasking_;
+    const std::unique_ptr<AACTransform> transform_;
+    AACPacketCoder coder_;
+    AACPacket packet_;
+    std::array<Spectrum, 2> spectra_{};
+};
+
+} // namespace
+
+void PacketRun::append(std::span<const uint8_t> packet)
+{
+    bytes_.insert(bytes_.end(), packet.begin(), packet.end());
+    ends_.push_back(bytes_.size());
+}
+
+std::span<const uint8_t> PacketRun::packet(size_t index) const
+{
+    const size_t start = index == 0 ? 0 : ends_[index - 1];
+    return std::span(bytes_).subspan(start, ends_[index] - start);
+}
+
+int nearestAACRate(int sampleRateHz)
+{
+    // From low to high.
+    for (size_t i = kRates.size(); i-- > 3;) {
+        if (kRates[i] >= sampleRateHz)
+            return kRates[i];
+    }
+    return 48000;
+}
+
+std::vector<uint8_t> configurationOfAAC(int sampleRateHz, int channels)
+{
+    const auto index = static_cast<unsigned>(std::find(kRates.begin(), kRates.end(), sampleRateHz) - kRates.begin());
+    // Object type 2 in 5 bits, rate index in 4, channels in 4, three flags of 0.
+    const unsigned bits = 2U << 11 | index << 7 | static_cast<unsigned>(channels) << 3;
+    return {static_cast<uint8_t>(bits >> 8), static_cast<uint8_t>(bits & 0xFF)};
+}
+
+std::optional<PacketRun> encodeAAC(std::span<const float> samples, int sampleRateHz, int channels,
+                                   const std::optional<AACWindow>& before, const std::function<bool()>& isCancelled,
+                                   NSError* error)
+{
+    auto transform = AACTransform::create(error);
+    if (!transform)
+        return std::nullopt;
+    const auto width = static_cast<size_t>(channels);
+    std::vector<AttackFinder> attacks;
+    for (size_t channel = 0; channel < width; ++channel)
+        attacks.emplace_back(samples, width, channel);
+    PartCoder coder(sampleRateHz, width, std::move(transform));
+    PacketRun run;
+    const size_t frames = samples.size() / width / kFrame;
+    for (size_t frame = kAACLookBehind; frame + kAACLookAhead < frames; ++frame) {
+        if (isCancelled())
+            return std::nullopt;
+        const bool isJoint = before && frame == kAACLookBehind;
+        std::vector<AACSequence> sequences;
+        for (const AttackFinder& channel : attacks) {
+            AACSequence sequence = AACSequence::Long;
+            const bool isBeforeShort = channel.isShort(frame + 1);
+            const bool isAfterShort = isJoint ? before->fallsShortly : channel.isShort(frame - 1);
+            // Between two of short windows there is no room for a long one.
+            const bool isShort = channel.isShort(frame) || (isAfterShort && isBeforeShort);
+            if (isShort) // What comes after another encoder's long window begins as a long one.
+                sequence = isJoint && !isAfterShort ? AACSequence::Start : AACSequence::Short;
+            else if (isAfterShort)
+                sequence = AACSequence::Stop;
+            else if (isBeforeShort)
+                sequence = AACSequence::Start;
+            sequences.push_back(sequence);
+        }
+        const AACShape rising = isJoint && !before->isKaiserBessel ? AACShape::Sine : kShape;
+        run.append(coder.code(samples.subspan(frame * kFrame * width, 2 * kFrame * width), sequences, rising, kShape));
+    }
+    return run;
+}
+
+std::optional<AACWindow> windowOfAAC(std::span<const uint8_t> packet)
+{
+    if (packet.size() < 4)
+        return std::nullopt;
+    const uint32_t bits = uint32_t{packet[0]} << 24 | uint32_t{packet[1]} << 16 | uint32_t{packet[2]} << 8 | packet[3];
+    const auto take = [bits](int offset, int count) { return bits << offset >> (32 - count); };
+    constexpr uint32_t kSingle = 0;
+    constexpr uint32_t kPair = 1;
+    // Element, its tag; then a single channel's gain, or whether a pair shares its window; then a reserved bit,
+    // sequence and shape.
+    int offset = 0;
+    if (take(0, 3) == kSingle)
+        offset = 16;
+    else if (take(0, 3) == kPair && take(7, 1) == 1)
+        offset = 9;
+    else
+        return std::nullopt;
+    const auto sequence = static_cast<AACSequence>(take(offset, 2));
+    return AACWindow{sequence == AACSequence::Start || sequence == AACSequence::Short,
+                     sequence == AACSequence::Stop || sequence == AACSequence::Short, take(offset + 2, 1) == 1};
+}
+
+} // namespace platform

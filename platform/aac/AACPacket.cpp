@@ -1,0 +1,531 @@
+#include "platform/aac/AACPacket.h"
+
+#include "platform/aac/AACTables.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstddef>
+#include <cstdlib>
+#include <limits>
+#include <optional>
+#include <utility>
+
+namespace platform {
+namespace {
+
+/// The step of size 1, and the largest difference between the steps of bands in a row.
+constexpr int kStepOfOne = 100;
+constexpr int kLargestStep = 255;
+constexpr int kLargestDifference = 60;
+/// Magnitudes up to which level is kept; larger ones keep it by themselves.
+constexpr int kSmallValue = 12;
+/// Values are rounded up from here, less than a half because small ones are more frequent than large ones.
+constexpr float kRounding = 0.4054F;
+/// Noise of a line, as finely as is worth it: 9 dB below that of samples of 16 bits.
+constexpr float kFinestNoise = 21;
+
+/// Bits of a channel that every decoder takes.
+constexpr size_t kMostBits = 6144;
+/// The bounds of what all steps are changed by, and the change below which noise is masked well, in steps of 1.5 dB.
+constexpr int kMostOffset = 96;
+constexpr int kEnoughOffset = -2;
+
+class BitWriter final {
+public:
+    void put(uint32_t value, int count)
+    {
+        pending_ = pending_ << count | value;
+        pendingBits_ += count;
+        while (pendingBits_ >= 8) {
+            pendingBits_ -= 8;
+            bytes_.push_back(static_cast<uint8_t>(pending_ >> pendingBits_));
+        }
+    }
+    void put(AACCodeWord word) { put(word.bits, word.length); }
+
+    std::vector<uint8_t> finish()
+    {
+        if (pendingBits_ > 0)
+            put(0, 8 - pendingBits_);
+        return std::move(bytes_);
+    }
+
+private:
+    std::vector<uint8_t> bytes_;
+    uint64_t pending_ = 0;
+    int pendingBits_ = 0;
+};
+
+int lengthBits(const AACChannel& channel)
+{
+    return channel.isShort() ? 3 : 5;
+}
+
+/// Bits of a magnitude of 16 or more behind its word.
+int escapeBits(int magnitude)
+{
+    return 2 * std::bit_width(static_cast<unsigned>(magnitude)) - 5;
+}
+
+using BandCosts = std::array<uint32_t, kAACBooks>;
+constexpr uint32_t kNever = 1U << 24;
+
+/// Bits of a band's values in each book.
+BandCosts costsOfBand(std::span<const int16_t> values)
+{
+    BandCosts costs;
+    costs.fill(kNever);
+    int largest = 0;
+    for (const int16_t value : values)
+        largest = std::max(largest, std::abs(int{value}));
+    if (largest == 0)
+        costs[0] = 0;
+    std::array<uint32_t, 8> sums{};
+    const auto add = [&sums](const AACCosts& group) {
+        for (size_t i = 0; i < sums.size(); ++i)
+            sums[i] += group[i];
+    };
+    if (largest <= 2) {
+        const bool isSmall = largest <= 1;
+        const auto& table = isSmall ? costsOfSmallQuads() : costsOfQuads();
+        for (size_t i = 0; i < values.size(); i += 4) {
+            const auto digit = [&](size_t j) {
+                return static_cast<size_t>(isSmall ? values[i + j] + 1 : std::abs(int{values[i + j]}));
+            };
+            add(table[((digit(0) * 3 + digit(1)) * 3 + digit(2)) * 3 + digit(3)]);
+        }
+        for (size_t book = isSmall ? 1 : 3; book <= 4; ++book)
+            costs[book] = sums[book - 1];
+        sums = {};
+    }
+    uint32_t escapes = 0;
+    if (largest <= 4) {
+        const auto& table = costsOfSmallPairs();
+        for (size_t i = 0; i < values.size(); i += 2)
+            add(table[static_cast<size_t>((values[i] + 4) * 9 + values[i + 1] + 4)]);
+    } else {
+        const auto& table = costsOfPairs();
+        for (size_t i = 0; i < values.size(); i += 2) {
+            const int first = std::abs(int{values[i]});
+            const int second = std::abs(int{values[i + 1]});
+            add(table[static_cast<size_t>(std::min(first, 16) * 17 + std::min(second, 16))]);
+            if (first >= 16)
+                escapes += static_cast<uint32_t>(escapeBits(first));
+            if (second >= 16)
+                escapes += static_cast<uint32_t>(escapeBits(second));
+        }
+    }
+    for (size_t book = kFirstPairBook; book < costs.size(); ++book) {
+        if (largest <= kLargestOfBook[book])
+            costs[book] = sums[book - kFirstPairBook];
+    }
+    costs[kEscapeBook] += escapes;
+    return costs;
+}
+
+void writeValues(BitWriter& writer, std::span<const int16_t> values, int book)
+{
+    const auto words = wordsOfAACBook(book);
+    const size_t lines = book < kFirstPairBook ? 4 : 2;
+    const int largest = std::min(kLargestOfBook[static_cast<size_t>(book)], 16);
+    const bool isSigned = isSignedBook(book);
+    const int base = isSigned ? 2 * largest + 1 : largest + 1;
+    for (size_t i = 0; i < values.size(); i += lines) {
+        int word = 0;
+        for (size_t j = 0; j < lines; ++j)
+            word = word * base + (isSigned ? values[i + j] + largest : std::min(std::abs(int{values[i + j]}), largest));
+        writer.put(words[static_cast<size_t>(word)]);
+        if (isSigned)
+            continue;
+        for (size_t j = 0; j < lines; ++j) {
+            if (values[i + j] != 0)
+                writer.put(values[i + j] < 0, 1);
+        }
+        for (size_t j = 0; book == kEscapeBook && j < lines; ++j) {
+            const auto magnitude = static_cast<uint32_t>(std::abs(int{values[i + j]}));
+            if (magnitude < 16)
+                continue;
+            // As many ones as the number has bits beyond five, a zero, then the number without its first bit.
+            const int width = std::bit_width(magnitude) - 1;
+            writer.put((1U << (width - 4)) - 1, width - 4);
+            writer.put(0, 1);
+            writer.put(magnitude - (1U << width), width);
+        }
+    }
+}
+
+/// One more than the last band of a group that holds anything.
+size_t usedBands(const AACChannel& channel)
+{
+    size_t used = 0;
+    for (size_t band = 0; band < channel.bandCount(); ++band) {
+        if (channel.books[band] != 0)
+            used = std::max(used, band % channel.bandsPerGroup() + 1);
+    }
+    return used;
+}
+
+void writeWindow(BitWriter& writer, AACShape shape, const AACChannel& channel, size_t used)
+{
+    writer.put(0, 1);
+    writer.put(static_cast<uint32_t>(channel.sequence), 2);
+    writer.put(static_cast<uint32_t>(shape), 1);
+    if (!channel.isShort()) {
+        writer.put(static_cast<uint32_t>(used), 6);
+        // No prediction.
+        writer.put(0, 1);
+        return;
+    }
+    writer.put(static_cast<uint32_t>(used), 4);
+    // A bit for each window but the first: whether it belongs to the group of the one before.
+    for (size_t group = 0; group < channel.groups.size(); ++group) {
+        for (int window = 0; window < channel.groups[group]; ++window) {
+            if (group > 0 || window > 0)
+                writer.put(window > 0, 1);
+        }
+    }
+}
+
+void writeSections(BitWriter& writer, const AACChannel& channel, size_t used)
+{
+    const int bits = lengthBits(channel);
+    const size_t longest = (size_t{1} << bits) - 1;
+    for (size_t group = 0; group < channel.groups.size(); ++group) {
+        const size_t first = group * channel.bandsPerGroup();
+        for (size_t band = 0; band < used;) {
+            size_t end = band + 1;
+            while (end < used && channel.books[first + end] == channel.books[first + band])
+                ++end;
+            writer.put(channel.books[first + band], 4);
+            size_t length = end - band;
+            for (; length >= longest; length -= longest)
+                writer.put(static_cast<uint32_t>(longest), bits);
+            writer.put(static_cast<uint32_t>(length), bits);
+            band = end;
+        }
+    }
+}
+
+void writeChannel(BitWriter& writer, const AACChannel& channel, size_t used, std::optional<AACShape> shape)
+{
+    const auto forEachCodedBand = [&](const auto& visit) {
+        for (size_t group = 0; group < channel.groups.size(); ++group) {
+            for (size_t band = 0; band < used; ++band) {
+                if (channel.books[group * channel.bandsPerGroup() + band] != 0)
+                    visit(group * channel.bandsPerGroup() + band);
+            }
+        }
+    };
+    int step = -1;
+    forEachCodedBand([&](size_t band) { step = step < 0 ? channel.steps[band] : step; });
+    step = std::max(step, 0);
+    writer.put(static_cast<uint32_t>(step), 8);
+    if (shape)
+        writeWindow(writer, *shape, channel, used);
+    writeSections(writer, channel, used);
+    forEachCodedBand([&](size_t band) {
+        writer.put(scaleFactorWordsOfAAC()[static_cast<size_t>(channel.steps[band] - step + kLargestDifference)]);
+        step = channel.steps[band];
+    });
+    // Neither pulses nor noise shaping nor gain control.
+    writer.put(0, 3);
+    forEachCodedBand([&](size_t band) { writeValues(writer, channel.valuesOf(band), channel.books[band]); });
+}
+
+void writeStereo(BitWriter& writer, const AACPacket& packet, size_t used)
+{
+    const AACChannel& channel = packet.channels[0];
+    std::vector<bool> choices;
+    for (size_t group = 0; group < channel.groups.size(); ++group) {
+        for (size_t band = 0; band < used; ++band)
+            choices.push_back(packet.isMidSide[group * channel.bandsPerGroup() + band]);
+    }
+    const auto count = static_cast<size_t>(std::count(choices.begin(), choices.end(), true));
+    const bool isMixed = count > 0 && count < choices.size();
+    writer.put(isMixed ? 1 : count > 0 ? 2 : 0, 2);
+    for (size_t i = 0; isMixed && i < choices.size(); ++i)
+        writer.put(choices[i], 1);
+}
+
+std::vector<uint8_t> write(const AACPacket& packet)
+{
+    constexpr uint32_t kSingle = 0;
+    constexpr uint32_t kPair = 1;
+    constexpr uint32_t kEnd = 7;
+    BitWriter writer;
+    const bool isPair = packet.channelCount == 2;
+    const auto& channels = packet.channels;
+    std::array<size_t, 2> used{};
+    for (size_t i = 0; i < packet.channelCount; ++i)
+        used[i] = usedBands(channels[i]);
+    writer.put(isPair ? kPair : kSingle, 3);
+    writer.put(0, 4);
+    if (isPair)
+        writer.put(packet.sharesWindow, 1);
+    if (packet.sharesWindow) {
+        used.fill(std::max(used[0], used[1]));
+        writeWindow(writer, packet.shape, channels[0], used[0]);
+        writeStereo(writer, packet, used[0]);
+    }
+    for (size_t i = 0; i < packet.channelCount; ++i)
+        writeChannel(writer, channels[i], used[i], packet.sharesWindow ? std::nullopt : std::optional(packet.shape));
+    writer.put(kEnd, 3);
+    return writer.finish();
+}
+
+/// A band of zeros in a section of others costs least with the step of the one before.
+void shareSteps(AACChannel& channel)
+{
+    int step = -1;
+    for (size_t band = 0; band < channel.bandCount(); ++band) {
+        if (channel.books[band] == 0)
+            continue;
+        const auto values = channel.valuesOf(band);
+        const bool isSilent = std::all_of(values.begin(), values.end(), [](int16_t value) { return value == 0; });
+        if (isSilent && step >= 0)
+            channel.steps[band] = step;
+        step = channel.steps[band];
+    }
+}
+
+int stepOf(float size)
+{
+    return static_cast<int>(std::ceil(static_cast<float>(kStepOfOne) + 4 * std::log2(size)));
+}
+
+/// Bits of a packet whose noise is heard, for so many of another: more, and many more where loudness changes within
+/// it, since noise is spread all over it and the soft part hides little.
+int bitsOfCoarsePacket(const AACPacket& packet, int wantedBits)
+{
+    const float factor = std::min(1.2F + 0.3F * packet.unevenness, 3.5F);
+    return std::min(static_cast<int>(factor * static_cast<float>(wantedBits)),
+                    static_cast<int>(packet.channelCount * kMostBits));
+}
+
+/// Masked noise of a line, on the average of those that are heard.
+float evenNoiseOf(const AACPacket& packet)
+{
+    double sum = 0;
+    double count = 0;
+    for (size_t index = 0; index < packet.channelCount; ++index) {
+        const AACChannel& channel = packet.channels[index];
+        for (size_t band = 0; band < channel.bandCount(); ++band) {
+            if (channel.energies[band] <= channel.thresholds[band])
+                continue;
+            const auto width = static_cast<double>(channel.width(band));
+            sum += width * std::log2(channel.thresholds[band] / width);
+            count += width;
+        }
+    }
+    return count > 0 ? static_cast<float>(std::exp2(sum / count)) : 1;
+}
+
+} // namespace
+
+AACPacketCoder::AACPacketCoder()
+{
+    for (int value = 0; value <= kLargestOfBook[kEscapeBook]; ++value)
+        fourThirds_.push_back(std::pow(static_cast<float>(value), 4 / 3.0F));
+    for (size_t step = 0; step < stepSizes_.size(); ++step) {
+        const float exponent = (static_cast<float>(step) - kStepOfOne) / 4;
+        stepSizes_[step] = std::exp2(exponent);
+        inverseRootSteps_[step] = std::exp2(-0.75F * exponent);
+    }
+}
+
+void AACPacketCoder::prepare(AACChannel& channel, float evenNoise) const
+{
+
+    for (size_t line = 0; line < channel.lines.size(); ++line) {
+        const float magnitude = std::abs(channel.lines[line]);
+        channel.roots[line] = std::sqrt(magnitude * std::sqrt(magnitude));
+    }
+    for (size_t band = 0; band < channel.bandCount(); ++band) {
+        float rootSum = 0;
+        float peak = 0;
+        for (size_t line = channel.bandStarts[band]; line < channel.bandStarts[band + 1]; ++line) {
+            const float magnitude = std::abs(channel.lines[line]);
+            rootSum += std::sqrt(magnitude);
+            peak = std::max(peak, magnitude);
+        }
+        rootSum = std::max(rootSum, 1e-6F);
+        // A step adds a twelfth of its square to each line; by the power law of values it grows with the root of the
+        // line's cube root, 4/3 of it.
+        constexpr float kNoiseOfStep = 16 / 9.0F / 12;
+        const auto stepOfNoise = [&](float noise) {
+            return stepOf(std::pow(noise / (kNoiseOfStep * rootSum), 2 / 3.0F)) - 1;
+        };
+        const auto lines = static_cast<float>(channel.bandStarts[band + 1] - channel.bandStarts[band]);
+        // The largest value that can be coded bounds the step from below: beyond it the peak would be cut off.
+        const float largest = fourThirds_.back() * 0.999F;
+        const int bound = peak > 0 ? stepOf(peak / largest) : 0;
+        // Half way between noise that follows the mask and noise that is the same everywhere: as little is heard of it,
+        // and the sound's strong parts, its level with them, are nearer to the source.
+        channel.wishedSteps[band] = stepOfNoise(lines * std::sqrt(channel.thresholds[band] / lines * evenNoise));
+        channel.finestSteps[band] = std::clamp(std::max(bound, stepOfNoise(kFinestNoise * lines)), 0, kLargestStep);
+    }
+}
+
+void AACPacketCoder::quantizeBand(AACChannel& channel, size_t start, size_t end, int step, float gain) const
+{
+    const float scale = inverseRootSteps_[static_cast<size_t>(step)] * gain;
+    for (size_t line = start; line < end; ++line) {
+        const auto magnitude = static_cast<int>(channel.roots[line] * scale + kRounding);
+        channel.values[line] = static_cast<int16_t>(channel.lines[line] < 0 ? -magnitude : magnitude);
+    }
+}
+
+void AACPacketCoder::limitDifferences(AACChannel& channel)
+{
+    // Steps are made larger only: a smaller one would not hold the band's peak. What is then cut to zero is no longer
+    // coded, which can leave another difference.
+    bool isChanged = true;
+    while (std::exchange(isChanged, false)) {
+        std::vector<size_t> coded;
+        for (size_t band = 0; band < channel.bandCount(); ++band) {
+            if (channel.books[band] != 0)
+                coded.push_back(band);
+        }
+        const auto limit = [&](size_t band, size_t other) {
+            const int least = channel.steps[other] - kLargestDifference;
+            if (channel.steps[band] >= least)
+                return;
+            channel.steps[band] = least;
+            quantizeBand(channel, channel.bandStarts[band], channel.bandStarts[band + 1], least, 1);
+            isChanged = true;
+        };
+        for (size_t i = 1; i < coded.size(); ++i)
+            limit(coded[i], coded[i - 1]);
+        for (size_t i = coded.size(); i-- > 1;)
+            limit(coded[i - 1], coded[i]);
+        if (isChanged)
+            chooseBooks(channel);
+    }
+}
+
+int64_t AACPacketCoder::quantize(AACPacket& packet, int offset)
+{
+    int64_t bits = 0;
+    for (size_t index = 0; index < packet.channelCount; ++index) {
+        AACChannel& channel = packet.channels[index];
+        for (size_t band = 0; band < channel.bandCount(); ++band)
+            channel.steps[band] =
+                std::clamp(channel.wishedSteps[band] + offset, channel.finestSteps[band], kLargestStep);
+        for (size_t band = 0; band < channel.bandCount(); ++band)
+            quantizeBand(channel, channel.bandStarts[band], channel.bandStarts[band + 1], channel.steps[band], 1);
+        bits += chooseBooks(channel);
+    }
+    return bits;
+}
+
+void AACPacketCoder::keepLevels(AACChannel& channel)
+{
+    // Rounding down takes away from the level of what is coded coarsely.
+    for (size_t band = 0; band < channel.bandCount(); ++band) {
+        const auto values = channel.valuesOf(band);
+        const float size = stepSizes_[static_cast<size_t>(channel.steps[band])];
+        float gain = 1;
+        for (int pass = 0; pass < 3; ++pass) {
+            float energy = 0;
+            int largest = 0;
+            for (const int16_t value : values) {
+                const int magnitude = std::abs(int{value});
+                largest = std::max(largest, magnitude);
+                energy += fourThirds_[static_cast<size_t>(magnitude)] * fourThirds_[static_cast<size_t>(magnitude)];
+            }
+            if (largest == 0 || largest > kSmallValue)
+                break;
+            const float ratio = channel.energies[band] / (energy * size * size);
+            if (std::abs(ratio - 1) < 0.02F)
+                break;
+            // Values follow the power of 3/8 of an energy; more of them also become larger than zero.
+            gain = std::clamp(gain * std::pow(ratio, 0.3F), 0.85F, 1.2F);
+            quantizeBand(channel, channel.bandStarts[band], channel.bandStarts[band + 1], channel.steps[band], gain);
+        }
+    }
+}
+
+int64_t AACPacketCoder::chooseBooks(AACChannel& channel)
+{
+    constexpr uint32_t kBookBits = 4;
+    // A difference of steps, and one of nothing.
+    constexpr uint32_t kStepBits = 4;
+    const uint32_t sectionBits = kBookBits + static_cast<uint32_t>(lengthBits(channel));
+    std::array<std::array<uint8_t, kAACBooks>, AACChannel::kMostBands> before;
+    uint32_t total = 0;
+    for (size_t group = 0; group < channel.groups.size(); ++group) {
+        const size_t first = group * channel.bandsPerGroup();
+        BandCosts sums{};
+        uint32_t cheapest = 0;
+        uint8_t cheapestBook = 0;
+        for (size_t band = 0; band < channel.bandsPerGroup(); ++band) {
+            BandCosts costs = costsOfBand(channel.valuesOf(first + band));
+            const bool isSilent = costs[0] == 0;
+            uint32_t next = std::numeric_limits<uint32_t>::max();
+            uint8_t nextBook = 0;
+            for (size_t book = 0; book < costs.size(); ++book) {
+                const bool goesOn = band > 0 && sums[book] <= cheapest + sectionBits;
+                before[first + band][book] = goesOn ? static_cast<uint8_t>(book) : cheapestBook;
+                sums[book] = (goesOn ? sums[book] : cheapest + sectionBits) + costs[book] +
+                             (book == 0  ? 0
+                              : isSilent ? 1
+                                         : kStepBits);
+                if (sums[book] < next) {
+                    next = sums[book];
+                    nextBook = static_cast<uint8_t>(book);
+                }
+            }
+            cheapest = next;
+            cheapestBook = nextBook;
+        }
+        total += cheapest;
+        for (size_t band = channel.bandsPerGroup(); band-- > 0;) {
+            channel.books[first + band] = cheapestBook;
+            cheapestBook = before[first + band][cheapestBook];
+        }
+    }
+    return total;
+}
+
+int AACPacketCoder::offsetFor(AACPacket& packet, int wantedBits)
+{
+    const int coarseBits = bitsOfCoarsePacket(packet, wantedBits);
+    // Where noise is masked well enough the packet takes no more than it should.
+    const int enough = kEnoughOffset - static_cast<int>(packet.unevenness);
+    int finest = -kMostOffset;
+    int coarsest = kMostOffset;
+    while (finest < coarsest) {
+        const int middle = (finest + coarsest) >> 1;
+        if (quantize(packet, middle) > (middle < enough ? wantedBits : coarseBits))
+            finest = middle + 1;
+        else
+            coarsest = middle;
+    }
+    return coarsest;
+}
+
+std::vector<uint8_t> AACPacketCoder::code(AACPacket& packet, int wantedBits)
+{
+    const float evenNoise = evenNoiseOf(packet);
+    for (size_t index = 0; index < packet.channelCount; ++index)
+        prepare(packet.channels[index], evenNoise);
+    std::vector<uint8_t> bytes;
+    // Few packets take more than they were thought to, and hardly any as much as no decoder takes.
+    for (int offset = offsetFor(packet, wantedBits); offset <= kMostOffset; ++offset) {
+        quantize(packet, offset);
+        for (size_t index = 0; index < packet.channelCount; ++index) {
+            AACChannel& channel = packet.channels[index];
+            keepLevels(channel);
+            chooseBooks(channel);
+            shareSteps(channel);
+            limitDifferences(channel);
+        }
+        bytes = write(packet);
+        if (bytes.size() * 8 <= kMostBits * packet.channelCount)
+            break;
+    }
+    return bytes;
+}
+
+} // namespace platform

@@ -1,0 +1,240 @@
+#include "platform/decoders/ImageDecoder.h"
+#include "platform/decoders/JPEGHeader.h"
+#include "platform/pixels/SharpEdges.h"
+
+#include <turbojpeg.h>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace platform {
+
+namespace {
+
+struct DestroyDecompressor {
+    void operator()(void* handle) const { tjDestroy(handle); }
+};
+
+/// One for each thread, as making one costs memory and time.
+tjhandle decompressor()
+{
+    thread_local const std::unique_ptr<void, DestroyDecompressor> handle(tjInitDecompress());
+    return handle.get();
+}
+
+/// The sizes that a file can be decoded at for less than its full price, smallest first.
+constexpr std::array<tjscalingfactor, 4> kScales = {{{1, 8}, {1, 4}, {1, 2}, {1, 1}}};
+
+/// Hostile files repeat tiny scans to keep a decoder busy for hours.
+constexpr int kFlags = TJFLAG_LIMITSCANS;
+
+class JPEGDecoder final : public ImageDecoder {
+public:
+    explicit JPEGDecoder(std::unique_ptr<ImageFile> file) : ImageDecoder(std::move(file), "jpeg") {}
+
+private:
+    bool readProperties(Properties& properties, NSError* error) override
+    {
+        auto header = readJPEGHeader(file());
+        if (!header)
+            return failDecoding(error, "is damaged: it has no picture header");
+        header_ = std::move(*header);
+        properties.pixelWidth = header_.width;
+        properties.pixelHeight = header_.height;
+        properties.orientation = header_.orientation;
+        properties.dpi = header_.dpi;
+        return true;
+    }
+
+    bool decode(size_t width, size_t height, CGImage& image, NSError* error) override
+    {
+        return decode(file().all(), width, height, image, error);
+    }
+
+    /// Only its tables and its first rows can make a file of one pass unreadable: what is wrong behind them is shown as
+    /// it is. A photo's entropy-coded data is nearly all that decoding it at a small scale costs.
+    bool probe(NSError* error) override
+    {
+        constexpr size_t kFirstRowsBytes = 64 * 1024;
+        if (header_.isProgressive)
+            return ImageDecoder::probe(error);
+        CGImage image;
+        return decode(file().first(header_.length + kFirstRowsBytes), 1, 1, image, error);
+    }
+
+    bool decode(std::span<const uint8_t> bytes, size_t width, size_t height, CGImage& image, NSError* error)
+    {
+        if (header_.bitsPerSample != 8)
+            return failDecoding(error, "is a JPEG file of another depth than 8 bits");
+        if (header_.isProgressive && isTooShort())
+            return failDecoding(error, "is damaged: it is too short for the size that it claims");
+        const tjhandle handle = decompressor();
+        int fullWidth = 0;
+        int fullHeight = 0;
+        int subsampling = -1;
+        int space = -1;
+        if (!handle || tjDecompressHeader3(handle, bytes.data(), bytes.size(), &fullWidth, &fullHeight, &subsampling,
+                                           &space) != 0) {
+            // Samplings that have no name are decoded all the same, to pixels instead of planes.
+            fullWidth = static_cast<int>(header_.width);
+            fullHeight = static_cast<int>(header_.height);
+            subsampling = -1;
+            space = header_.components == 4 ? TJCS_CMYK : TJCS_RGB;
+        }
+        if (!handle || static_cast<size_t>(fullWidth) != header_.width ||
+            static_cast<size_t>(fullHeight) != header_.height)
+            return failDecoding(error, "is damaged: its headers contradict each other");
+
+        const auto* const scale = std::ranges::find_if(kScales, [&](tjscalingfactor factor) {
+            return static_cast<size_t>(TJSCALED(fullWidth, factor)) >= width &&
+                   static_cast<size_t>(TJSCALED(fullHeight, factor)) >= height;
+        });
+        const tjscalingfactor factor = scale == kScales.end() ? kScales.back() : *scale;
+        const PixelSize scaled = {static_cast<size_t>(TJSCALED(fullWidth, factor)),
+                                  static_cast<size_t>(TJSCALED(fullHeight, factor))};
+
+        if (space == TJCS_YCbCr || space == TJCS_GRAY)
+            return decodePlanes(bytes, factor, scaled, subsampling, width, height, image, error);
+        return decodePixels(bytes, factor, scaled, space, width, height, image, error);
+    }
+
+    ColorDescription colors() const
+    {
+        ColorDescription colors;
+        colors.model = header_.components == 4   ? ColorDescription::Model::CMYK
+                       : header_.components == 1 ? ColorDescription::Model::Grey
+                                                 : ColorDescription::Model::RGB;
+        colors.profile = header_.colorProfile;
+        if (header_.isAdobeRGB && colors.model == ColorDescription::Model::RGB)
+            colors.space = ColorDescription::kAdobeRGB;
+        return colors;
+    }
+
+    /// Less than an eighth of a bit for every block of the claimed size: a progressive file needs memory for all of
+    /// them before its first row can be shown.
+    bool isTooShort()
+    {
+        constexpr size_t kHarmless = size_t{1} << 25;
+        const size_t pixels = header_.width * header_.height;
+        return pixels > kHarmless && file().length() < pixels / 64 / 64;
+    }
+
+    bool succeeded(int status, NSError* error) const
+    {
+        // A warning means a file that is cut off or damaged inside: what there is of it is shown.
+        if (status == 0 || tjGetErrorCode(decompressor()) == TJERR_WARNING)
+            return true;
+        return failDecoding(error, std::string("cannot be decoded: ") + tjGetErrorStr2(decompressor()));
+    }
+
+    bool decodePlanes(std::span<const uint8_t> bytes, tjscalingfactor factor, PixelSize scaled, int subsampling,
+                      size_t width, size_t height, CGImage& image, NSError* error)
+    {
+        ImagePlanes planes;
+        const bool isGrey = subsampling == TJSAMP_GRAY;
+        planes.family = isGrey ? ImagePlanes::Family::Grey : ImagePlanes::Family::YUV;
+        planes.count = isGrey ? 1 : 3;
+        planes.subsampleX = subsampling == TJSAMP_411                                ? 2
+                            : subsampling == TJSAMP_420 || subsampling == TJSAMP_422 ? 1
+                                                                                     : 0;
+        planes.subsampleY = subsampling == TJSAMP_420 || subsampling == TJSAMP_440 ? 1 : 0;
+        planes.shownWidth = static_cast<double>(header_.width) * factor.num / factor.denom;
+        planes.shownHeight = static_cast<double>(header_.height) * factor.num / factor.denom;
+
+        std::array<int, 3> strides{};
+        std::array<size_t, 3> offsets{};
+        size_t total = 0;
+        for (int i = 0; i < static_cast<int>(planes.count); ++i) {
+            const auto index = static_cast<size_t>(i);
+            const int planeWidth = tjPlaneWidth(i, static_cast<int>(scaled.width), subsampling);
+            const int planeHeight = tjPlaneHeight(i, static_cast<int>(scaled.height), subsampling);
+            if (planeWidth <= 0 || planeHeight <= 0)
+                return failDecoding(error, "cannot be decoded at this size");
+            if (i == 0) {
+                planes.width = static_cast<size_t>(planeWidth);
+                planes.height = static_cast<size_t>(planeHeight);
+            }
+            strides[index] = static_cast<int>(alignedRow(static_cast<size_t>(planeWidth)));
+            offsets[index] = total;
+            total += static_cast<size_t>(strides[index]) * static_cast<size_t>(planeHeight);
+        }
+        uint8_t* const memory = ScratchMemory::take(ScratchMemory::Use::Planes, total);
+        if (!memory)
+            return failDecoding(error, "needs more memory than there is");
+        std::array<unsigned char*, 3> pointers{};
+        for (size_t i = 0; i < planes.count; ++i) {
+            pointers[i] = memory + offsets[i];
+            planes.planes[i] = {pointers[i], static_cast<size_t>(strides[i])};
+        }
+        if (!succeeded(tjDecompressToYUVPlanes(decompressor(), bytes.data(), bytes.size(), pointers.data(),
+                                               static_cast<int>(scaled.width), strides.data(),
+                                               static_cast<int>(scaled.height), kFlags),
+                       error))
+            return false;
+        if (isTooCoarse(factor, planes.planes[0], scaled))
+            return decodePlanes(bytes, kScales.back(), {header_.width, header_.height}, subsampling, width, height,
+                                image, error);
+        repeatEdges(pointers[0], planes.planes[0].bytesPerRow, scaled, {planes.width, planes.height});
+        return finish(planes, width, height, colors(), image, error);
+    }
+
+    /// Decoding at a half or a quarter cuts off waves at the edges of blocks. A photo shows nothing of it, but drawings
+    /// and text keep a grey veil around each line: they are worth decoding again. An eighth is the mean of each block,
+    /// which is as good as any.
+    static bool isTooCoarse(tjscalingfactor factor, ImagePlanes::Plane brightness, PixelSize scaled)
+    {
+        return (factor.denom == 2 || factor.denom == 4) &&
+               hasSharpEdges(brightness.samples, 1, scaled.width, scaled.height, brightness.bytesPerRow);
+    }
+
+    /// The decoder leaves brightness undefined where the plane is larger than the picture, and the scaler's window
+    /// reaches there.
+    static void repeatEdges(uint8_t* plane, size_t bytesPerRow, PixelSize picture, PixelSize whole)
+    {
+        for (size_t y = 0; y < picture.height && picture.width < whole.width; ++y) {
+            uint8_t* const row = plane + y * bytesPerRow;
+            std::fill(row + picture.width, row + whole.width, row[picture.width - 1]);
+        }
+        for (size_t y = picture.height; y < whole.height; ++y)
+            std::copy_n(plane + (picture.height - 1) * bytesPerRow, whole.width, plane + y * bytesPerRow);
+    }
+
+    bool decodePixels(std::span<const uint8_t> bytes, tjscalingfactor factor, PixelSize scaled, int space, size_t width,
+                      size_t height, CGImage& image, NSError* error)
+    {
+        const bool isInk = space == TJCS_CMYK || space == TJCS_YCCK;
+        const size_t bands = isInk ? 4 : 3;
+        std::vector<uint8_t> pixels(scaled.width * scaled.height * bands);
+        if (!succeeded(tjDecompress2(decompressor(), bytes.data(), bytes.size(), pixels.data(),
+                                     static_cast<int>(scaled.width), 0, static_cast<int>(scaled.height),
+                                     isInk ? TJPF_CMYK : TJPF_RGB, kFlags),
+                       error))
+            return false;
+        if (isInk && header_.hasAdobeSegment)
+            for (uint8_t& sample : pixels)
+                sample = static_cast<uint8_t>(255 - sample);
+        RowCollector rows(scaled, bands, false, {width, height});
+        if (!rows.isReady())
+            return failDecoding(error, "needs more memory than there is");
+        for (size_t y = 0; y < scaled.height; ++y)
+            rows.addRow(pixels.data() + y * scaled.width * bands);
+        ImagePlanes planes = rows.planes();
+        planes.shownWidth *=
+            static_cast<double>(header_.width) * factor.num / factor.denom / static_cast<double>(scaled.width);
+        planes.shownHeight *=
+            static_cast<double>(header_.height) * factor.num / factor.denom / static_cast<double>(scaled.height);
+        return finish(planes, width, height, colors(), image, error);
+    }
+
+    JPEGHeader header_;
+};
+
+} // namespace
+
+std::unique_ptr<CGImageSource> makeJPEGDecoder(std::unique_ptr<ImageFile> file)
+{
+    return std::make_unique<JPEGDecoder>(std::move(file));
+}
+
+} // namespace platform

@@ -1,0 +1,120 @@
+#include "platform/decoders/ImageFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace platform {
+
+namespace {
+
+// What a header usually takes; a smaller step would only cost more calls.
+constexpr size_t kReadStep = size_t{64} << 10;
+// Decoders read a few bytes past the end.
+constexpr size_t kPadding = 64;
+
+NSData padded(NSData data)
+{
+    data.resize(data.size() + kPadding, 0);
+    return data;
+}
+
+} // namespace
+
+std::unique_ptr<ImageFile> ImageFile::open(const NSURL& url, NSError* error)
+{
+    const std::string name = url.lastPathComponent();
+    // A pipe without a writer must not hold the caller up.
+    const int descriptor = ::open(url.path().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (descriptor < 0) {
+        failWithErrno(error, errno, name + " cannot be opened");
+        return nullptr;
+    }
+    struct stat status {};
+    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+        close(descriptor);
+        fail(error, kNSCocoaErrorDomain, kNSFileReadUnknownError,
+             name + (S_ISDIR(status.st_mode) ? " is a folder, not a picture" : " is no regular file"));
+        return nullptr;
+    }
+    if (static_cast<uint64_t>(status.st_size) > kMaxBytes) {
+        close(descriptor);
+        fail(error, kNSCocoaErrorDomain, kNSFileReadUnknownError, name + " is too long for a picture");
+        return nullptr;
+    }
+    return std::unique_ptr<ImageFile>(new ImageFile(descriptor, static_cast<size_t>(status.st_size), name));
+}
+
+ImageFile::ImageFile(int descriptor, size_t length, std::string name)
+    : descriptor_(descriptor), length_(length), name_(std::move(name))
+{}
+
+std::unique_ptr<ImageFile> ImageFile::withData(NSData data, std::string name, NSError* error)
+{
+    if (data.size() > kMaxBytes) {
+        fail(error, kNSCocoaErrorDomain, kNSFileReadUnknownError, name + " is too long for a picture");
+        return nullptr;
+    }
+    return std::unique_ptr<ImageFile>(new ImageFile(std::move(data), std::move(name)));
+}
+
+ImageFile::ImageFile(NSData data, std::string name)
+    : descriptor_(-1), length_(data.size()), name_(std::move(name)), data_(padded(std::move(data)))
+{}
+
+ImageFile::~ImageFile()
+{
+    if (descriptor_ >= 0)
+        close(descriptor_);
+}
+
+std::span<const uint8_t> ImageFile::first(size_t count)
+{
+    count = std::min(count, length_);
+    if (descriptor_ < 0)
+        return std::span(data_).first(count);
+    if (count > read_ && !ended_) {
+        if (!bytes_) {
+            // Memory for the whole file, of which the kernel gives only what is written.
+            bytes_.reset(static_cast<uint8_t*>(std::malloc(length_ + kPadding)));
+            if (!bytes_)
+                return {};
+        }
+        if (count == length_)
+            posix_fadvise(descriptor_, 0, 0, POSIX_FADV_SEQUENTIAL);
+        const size_t wanted = std::min(length_, std::max(count, read_ + kReadStep));
+        while (read_ < wanted) {
+            const ssize_t got = readAt(read_, bytes_.get() + read_, wanted - read_);
+            if (got <= 0) {
+                ended_ = true;
+                break;
+            }
+            read_ += static_cast<size_t>(got);
+        }
+        if (ended_ || read_ == length_)
+            std::memset(bytes_.get() + read_, 0, kPadding);
+    }
+    return {bytes_.get(), std::min(count, read_)};
+}
+
+ssize_t ImageFile::readAt(size_t offset, uint8_t* bytes, size_t count) const
+{
+    if (descriptor_ < 0) {
+        const size_t start = std::min(offset, length_);
+        const size_t available = std::min(count, length_ - start);
+        std::copy_n(data_.data() + start, available, bytes);
+        return static_cast<ssize_t>(available);
+    }
+    ssize_t got = 0;
+    do
+        got = pread(descriptor_, bytes, count, static_cast<off_t>(offset));
+    while (got < 0 && errno == EINTR);
+    return got;
+}
+
+} // namespace platform

@@ -1,0 +1,143 @@
+#include "platform/decoders/JPEGHeader.h"
+
+#include "platform/bytes/ByteReader.h"
+#include "platform/decoders/EXIF.h"
+
+#include <algorithm>
+#include <map>
+#include <string_view>
+#include <utility>
+
+namespace platform {
+
+namespace {
+
+constexpr uint8_t kStartOfScan = 0xDA;
+constexpr uint8_t kEndOfImage = 0xD9;
+constexpr uint8_t kApp0 = 0xE0;
+constexpr uint8_t kApp1 = 0xE1;
+constexpr uint8_t kApp2 = 0xE2;
+constexpr uint8_t kApp14 = 0xEE;
+
+bool startsWith(std::span<const uint8_t> bytes, std::string_view text)
+{
+    return bytes.size() >= text.size() &&
+           std::ranges::equal(text, bytes.first(text.size()), {}, [](char c) { return static_cast<uint8_t>(c); });
+}
+
+/// The frame headers of all ways to code; three numbers among them mean tables.
+bool isFrameHeader(uint8_t marker)
+{
+    return marker >= 0xC0 && marker <= 0xCF && marker != 0xC4 && marker != 0xC8 && marker != 0xCC;
+}
+
+bool isWithoutLength(uint8_t marker)
+{
+    return marker == 0x01 || (marker >= 0xD0 && marker <= 0xD8);
+}
+
+/// The parts of a colour profile, which may come in any order.
+struct ProfileParts {
+    std::map<unsigned, std::vector<uint8_t>> parts;
+    unsigned count = 0;
+
+    void add(std::span<const uint8_t> segment)
+    {
+        constexpr size_t kPrefix = 14;
+        if (segment.size() <= kPrefix)
+            return;
+        count = segment[13];
+        const auto data = segment.subspan(kPrefix);
+        parts.try_emplace(segment[12], data.begin(), data.end());
+    }
+
+    std::vector<uint8_t> whole() const
+    {
+        std::vector<uint8_t> profile;
+        if (count == 0 || parts.size() != count || parts.begin()->first != 1 || parts.rbegin()->first != count)
+            return profile;
+        for (const auto& [number, part] : parts)
+            profile.insert(profile.end(), part.begin(), part.end());
+        return profile;
+    }
+};
+
+void readSegment(uint8_t marker, std::span<const uint8_t> segment, JPEGHeader& header, EXIF& exif,
+                 ProfileParts& profile)
+{
+    using namespace std::string_view_literals;
+    if (marker == kApp0 && startsWith(segment, "JFIF\0"sv) && segment.size() >= 12) {
+        constexpr double kCentimetresPerInch = 2.54;
+        const unsigned unit = segment[7];
+        const unsigned density = bigEndian16(segment, 8).value_or(0);
+        if (density > 0 && (unit == 1 || unit == 2))
+            header.dpi = unit == 1 ? density : density * kCentimetresPerInch;
+    } else if (marker == kApp1 && startsWith(segment, "Exif\0\0"sv)) {
+        const EXIF read = parseEXIF(segment);
+        if (!exif.orientation)
+            exif.orientation = read.orientation;
+        if (!exif.dpi)
+            exif.dpi = read.dpi;
+        exif.isAdobeRGB = exif.isAdobeRGB || read.isAdobeRGB;
+    } else if (marker == kApp2 && startsWith(segment, "ICC_PROFILE\0"sv)) {
+        profile.add(segment);
+    } else if (marker == kApp14 && startsWith(segment, "Adobe"sv)) {
+        header.hasAdobeSegment = true;
+    } else if (isFrameHeader(marker) && segment.size() >= 6 && header.components == 0) {
+        header.bitsPerSample = segment[0];
+        header.height = bigEndian16(segment, 1).value_or(0);
+        header.width = bigEndian16(segment, 3).value_or(0);
+        header.components = segment[5];
+        header.isProgressive = (marker & 3) == 2;
+    }
+}
+
+} // namespace
+
+std::optional<JPEGHeader> readJPEGHeader(ImageFile& file)
+{
+    JPEGHeader header;
+    EXIF exif;
+    ProfileParts profile;
+    size_t offset = 2;
+    while (true) {
+        // Room for a marker; any number of fill bytes may stand before its code.
+        auto bytes = file.first(offset + 4);
+        if (bytes.size() < offset + 2)
+            break;
+        if (bytes[offset] != 0xFF) {
+            ++offset;
+            continue;
+        }
+        const uint8_t marker = bytes[offset + 1];
+        if (marker == 0xFF) {
+            ++offset;
+            continue;
+        }
+        if (marker == kStartOfScan || marker == kEndOfImage)
+            break;
+        if (marker == 0x00 || isWithoutLength(marker)) {
+            offset += 2;
+            continue;
+        }
+        const size_t length = bigEndian16(bytes, offset + 2).value_or(0);
+        if (length < 2)
+            break;
+        bytes = file.first(offset + 2 + length);
+        if (bytes.size() < offset + 2 + length)
+            break;
+        readSegment(marker, bytes.subspan(offset + 4, length - 2), header, exif, profile);
+        offset += 2 + length;
+    }
+    if (header.components == 0)
+        return std::nullopt;
+    header.length = offset;
+    header.isAdobeRGB = exif.isAdobeRGB;
+    header.orientation = exif.orientation;
+    if (!header.dpi)
+        header.dpi = exif.dpi;
+    header.colorProfile = profile.whole();
+    return header;
+}
+
+} // namespace platform

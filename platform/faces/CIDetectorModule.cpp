@@ -1,0 +1,195 @@
+#include "platform/faces/CIDetectorModule.h"
+
+#include "platform/faces/module/FaceModule.h"
+#include "platform/foundation/FileDescriptor.h"
+#include "platform/foundation/InstalledFiles.h"
+#include "platform/foundation/NSLog.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <elf.h>
+#include <fcntl.h>
+#include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace platform {
+
+namespace {
+
+constexpr const char* kOperation = "+[CIDetector detectorOfType:context:options:]";
+constexpr const char* kModuleName = "stillora-faces.so";
+constexpr const char* kModelName = "face_detection_back_256x256_barracuda.onnx";
+
+/// More faces than anyone can see in a picture.
+constexpr size_t kMostFaces = 1024;
+
+/// The first that exists; the first of all where none does, so that a message can name it.
+std::string chosen(const std::vector<std::string>& paths)
+{
+    const auto found = std::find_if(paths.begin(), paths.end(),
+                                    [](const std::string& path) { return access(path.c_str(), F_OK) == 0; });
+    if (found != paths.end())
+        return *found;
+    return paths.empty() ? "" : paths.front();
+}
+
+/// Whether a library file is whole: the list of its sections, which stands at its end, lies inside. The loader maps a
+/// file that was cut off, and the process then dies when it touches what is not there.
+bool isWholeLibrary(const std::string& path)
+{
+    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    struct stat information {};
+    if (!file || fstat(file.get(), &information) != 0 || !S_ISREG(information.st_mode))
+        return false;
+    Elf64_Ehdr header{};
+    if (pread(file.get(), &header, sizeof header, 0) != static_cast<ssize_t>(sizeof header))
+        return false;
+    if (!std::equal(header.e_ident, header.e_ident + SELFMAG, ELFMAG) || header.e_ident[EI_CLASS] != ELFCLASS64)
+        return false;
+    const auto size = static_cast<uint64_t>(information.st_size);
+    return header.e_shoff <= size && uint64_t{header.e_shnum} * header.e_shentsize <= size - header.e_shoff;
+}
+
+} // namespace
+
+/// Lends a finder out for the life of one detector.
+class ModuleDetector final : public CIDetector {
+public:
+    ModuleDetector(std::shared_ptr<CIDetectorModule> module, const StilloraFaceModule& functions,
+                   CIDetectorModule::Finder finder)
+        : module_(std::move(module)), functions_(functions), finder_(std::move(finder))
+    {}
+
+    ~ModuleDetector() override { module_->giveBack(std::move(finder_)); }
+
+    std::vector<CGRect> featuresInImage(const CGImage& image) override
+    {
+        if (image.width == 0 || image.height == 0)
+            return {};
+        const StilloraFacePicture picture = {image.pixels.data(), image.width, image.height, image.bytesPerRow};
+        std::vector<StilloraFace> faces(kMostFaces);
+        std::array<char, 512> reason{};
+        const int64_t count =
+            functions_.find(finder_.get(), &picture, faces.data(), faces.size(), reason.data(), reason.size());
+        if (count < 0) {
+            module_->logOnce(std::string("faces could not be looked for: ") + reason.data());
+            return {};
+        }
+        faces.resize(static_cast<size_t>(count));
+        std::vector<CGRect> features;
+        features.reserve(faces.size());
+        for (const auto& face : faces) {
+            const double bottom = static_cast<double>(image.height) - face.y - face.height;
+            features.push_back({{face.x, bottom}, {face.width, face.height}});
+        }
+        return features;
+    }
+
+private:
+    const std::shared_ptr<CIDetectorModule> module_;
+    const StilloraFaceModule& functions_;
+    CIDetectorModule::Finder finder_;
+};
+
+std::shared_ptr<CIDetectorModule> CIDetectorModule::moduleWithPaths(Paths paths)
+{
+    return std::shared_ptr<CIDetectorModule>(new CIDetectorModule(std::move(paths)));
+}
+
+CIDetectorModule& CIDetectorModule::mainModule()
+{
+    // Never taken down: threads may still render when the process ends.
+    static const auto* const module = new std::shared_ptr<CIDetectorModule>(moduleWithPaths(standardPaths()));
+    return **module;
+}
+
+CIDetectorModule::Paths CIDetectorModule::standardPaths()
+{
+    Paths paths = {installedPlaces(InstalledFolder::Modules, kModuleName),
+                   installedPlaces(InstalledFolder::Models, kModelName)};
+    if (const char* module = getenv("STILLORA_FACES_MODULE"))
+        paths.modules = {module};
+    if (const char* model = getenv("STILLORA_FACES_MODEL"))
+        paths.models = {model};
+    return paths;
+}
+
+std::unique_ptr<CIDetector> CIDetectorModule::makeDetector()
+{
+    Finder finder = openFinder();
+    if (!finder)
+        return nullptr;
+    LockGuard guard(lock_);
+    return std::make_unique<ModuleDetector>(shared_from_this(), *module_, std::move(finder));
+}
+
+CIDetectorModule::Finder CIDetectorModule::openFinder()
+{
+    std::string reason;
+    {
+        LockGuard guard(lock_);
+        if (!idle_.empty()) {
+            Finder finder = std::move(idle_.back());
+            idle_.pop_back();
+            return finder;
+        }
+        if (!std::exchange(tried_, true) && !load(&reason))
+            module_ = nullptr;
+        if (module_) {
+            // Under the lock, as the library reads models into tables of its own.
+            std::array<char, 512> text{};
+            if (void* object = module_->open(model_.c_str(), text.data(), text.size()))
+                return {object, module_->close};
+            module_ = nullptr;
+            reason = "the model " + model_ + " could not be read: " + text.data();
+        }
+    }
+    if (!reason.empty())
+        logOnce(reason);
+    return {nullptr, [](void*) {}};
+}
+
+bool CIDetectorModule::load(std::string* reason)
+{
+    const std::string path = chosen(paths_.modules);
+    if (access(path.c_str(), F_OK) != 0) {
+        *reason = "there is no face detector at " + path;
+        return false;
+    }
+    if (!isWholeLibrary(path)) {
+        *reason = "the face detector " + path + " is damaged";
+        return false;
+    }
+    // Its libraries never come out of a process again, so neither does the module.
+    void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+    if (!library) {
+        const char* text = dlerror();
+        *reason = std::string("the face detector could not be loaded: ") + (text ? text : path.c_str());
+        return false;
+    }
+    module_ = static_cast<const StilloraFaceModule*>(dlsym(library, kStilloraFaceModuleSymbol));
+    if (!module_ || module_->version != kStilloraFaceModuleVersion) {
+        *reason = "the face detector " + path + " is none of this version";
+        return false;
+    }
+    model_ = chosen(paths_.models);
+    return true;
+}
+
+void CIDetectorModule::giveBack(Finder finder)
+{
+    LockGuard guard(lock_);
+    idle_.push_back(std::move(finder));
+}
+
+void CIDetectorModule::logOnce(const std::string& reason)
+{
+    if (!logged_.exchange(true))
+        logFailure(kOperation, reason);
+}
+
+} // namespace platform

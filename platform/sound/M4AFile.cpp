@@ -1,0 +1,306 @@
+#include "platform/sound/M4AFile.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <string>
+#include <string_view>
+#include <unistd.h>
+#include <utility>
+
+namespace platform {
+namespace {
+
+/// Bytes of boxes, big-endian. A box's length is filled in when its scope ends.
+class BoxWriter final {
+public:
+    void u8(uint64_t value) { put(value, 1); }
+    void u16(uint64_t value) { put(value, 2); }
+    void u32(uint64_t value) { put(value, 4); }
+    void u64(uint64_t value) { put(value, 8); }
+    void zeros(size_t count) { bytes_.append(count, '\0'); }
+    void text(std::string_view text) { bytes_.append(text); }
+    void bytes(std::span<const uint8_t> values)
+    {
+        bytes_.append(reinterpret_cast<const char*>(values.data()), values.size());
+    }
+
+    template <typename Content>
+    void box(std::string_view type, Content content)
+    {
+        const size_t start = bytes_.size();
+        u32(0);
+        text(type);
+        content();
+        const auto size = static_cast<uint32_t>(bytes_.size() - start);
+        for (size_t i = 0; i < 4; ++i)
+            bytes_[start + i] = static_cast<char>(size >> (24 - 8 * i));
+    }
+
+    std::span<const uint8_t> result() const { return {reinterpret_cast<const uint8_t*>(bytes_.data()), bytes_.size()}; }
+
+private:
+    void put(uint64_t value, int count)
+    {
+        for (int i = count; i-- > 0;)
+            bytes_.push_back(static_cast<char>(value >> (8 * i)));
+    }
+
+    std::string bytes_;
+};
+
+constexpr uint32_t kTrackID = 1;
+/// Packets that lie together, about a second.
+constexpr size_t kPacketsPerChunk = 43;
+/// Length of the box of media's header, with room for a 64-bit length.
+constexpr int64_t kMediaHeader = 16;
+
+void identityMatrix(BoxWriter& out)
+{
+    for (const uint32_t value : {0x10000U, 0U, 0U, 0U, 0x10000U, 0U, 0U, 0U, 0x40000000U})
+        out.u32(value);
+}
+
+/// Length of the box that names the kind of file.
+constexpr int64_t kFileTypeSize = 8 + 8 + 12;
+
+void fileTypeBox(BoxWriter& out)
+{
+    out.box("ftyp", [&] {
+        out.text("M4A ");
+        out.u32(0);
+        out.text("M4A mp42isom");
+    });
+}
+
+/// Description of the stream in the terms of MPEG-4 systems, where the decoder's configuration lies.
+void elementaryStream(BoxWriter& out, const M4AFile::Format& format, uint32_t bitRate, uint32_t largestPacket)
+{
+    const auto configurationSize = static_cast<uint32_t>(format.configuration.size());
+    out.box("esds", [&] {
+        out.u32(0);
+        out.u8(0x03); // stream
+        out.u8(3 + 2 + 13 + 2 + configurationSize + 3);
+        out.u16(kTrackID);
+        out.u8(0);
+        out.u8(0x04); // decoder
+        out.u8(13 + 2 + configurationSize);
+        out.u8(0x40); // MPEG-4 sound
+        out.u8(0x15); // a stream of sound
+        out.u8(0);
+        out.u16(largestPacket > 0xFFFF ? 0xFFFF : largestPacket);
+        out.u32(bitRate);
+        out.u32(bitRate);
+        out.u8(0x05); // the decoder's own
+        out.u8(configurationSize);
+        out.bytes(format.configuration);
+        out.u8(0x06); // synchronisation: as in MP4 files
+        out.u8(1);
+        out.u8(2);
+    });
+}
+
+} // namespace
+
+M4AFile::M4AFile(NSURL url, Format format, std::unique_ptr<std::FILE, CloseFile> file)
+    : url_(std::move(url)), format_(std::move(format)), file_(std::move(file))
+{}
+
+M4AFile::~M4AFile() = default;
+
+std::unique_ptr<M4AFile> M4AFile::create(const NSURL& url, Format format, NSError* error)
+{
+    const int descriptor = open(url.path().c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    std::unique_ptr<std::FILE, CloseFile> file(descriptor >= 0 ? fdopen(descriptor, "wb") : nullptr);
+    if (!file) {
+        failWithErrno(error, errno, url.path() + " could not be made");
+        if (descriptor >= 0)
+            close(descriptor);
+        return nullptr;
+    }
+    std::unique_ptr<M4AFile> result(new M4AFile(url, std::move(format), std::move(file)));
+    // Length 1: the 64-bit length that follows counts. It is filled in at the end.
+    BoxWriter head;
+    fileTypeBox(head);
+    head.u32(1);
+    head.text("mdat");
+    head.u64(0);
+    if (!result->write(head.result(), error))
+        return nullptr;
+    return result;
+}
+
+bool M4AFile::write(std::span<const uint8_t> bytes, NSError* error)
+{
+    if (std::fwrite(bytes.data(), 1, bytes.size(), file_.get()) == bytes.size())
+        return true;
+    return failWithErrno(error, errno, url_.path() + " could not be written");
+}
+
+bool M4AFile::append(std::span<const uint8_t> packet, NSError* error)
+{
+    if (!write(packet, error))
+        return false;
+    sizes_.push_back(static_cast<uint32_t>(packet.size()));
+    mediaBytes_ += static_cast<int64_t>(packet.size());
+    return true;
+}
+
+bool M4AFile::finish(int64_t start, int64_t length, NSError* error)
+{
+    const auto count = static_cast<int64_t>(sizes_.size());
+    const int64_t packetLength = format_.packetLength;
+    // The last packet is only as long as it plays.
+    const int64_t lastLength = std::clamp<int64_t>(start + length - (count - 1) * packetLength, 1, packetLength);
+    const int64_t mediaLength = (count - 1) * packetLength + lastLength;
+    const auto rate = static_cast<uint32_t>(format_.sampleRateHz);
+    const auto bitRate = static_cast<uint32_t>(static_cast<double>(mediaBytes_) * 8 * rate /
+                                               static_cast<double>(std::max<int64_t>(mediaLength, 1)));
+    const uint32_t largest = sizes_.empty() ? 0 : *std::max_element(sizes_.begin(), sizes_.end());
+    const auto mediaStart = static_cast<uint64_t>(kFileTypeSize + kMediaHeader);
+
+    BoxWriter out;
+    out.box("moov", [&] {
+        out.box("mvhd", [&] {
+            out.u32(0x01000000); // version 1: 64-bit times
+            out.zeros(16);
+            out.u32(rate);
+            out.u64(static_cast<uint64_t>(length));
+            out.u32(0x10000); // rate 1
+            out.u16(0x100);   // volume 1
+            out.zeros(10);
+            identityMatrix(out);
+            out.zeros(24);
+            out.u32(kTrackID + 1);
+        });
+        out.box("trak", [&] {
+            out.box("tkhd", [&] {
+                out.u32(0x01000007); // enabled, in the movie, in its preview
+                out.zeros(16);
+                out.u32(kTrackID);
+                out.u32(0);
+                out.u64(static_cast<uint64_t>(length));
+                out.zeros(12);
+                out.u16(0x100); // volume 1
+                out.u16(0);
+                identityMatrix(out);
+                out.zeros(8);
+            });
+            out.box("edts", [&] {
+                out.box("elst", [&] {
+                    out.u32(0x01000000);
+                    out.u32(1);
+                    out.u64(static_cast<uint64_t>(length));
+                    out.u64(static_cast<uint64_t>(start));
+                    out.u32(0x10000); // rate 1
+                });
+            });
+            out.box("mdia", [&] {
+                out.box("mdhd", [&] {
+                    out.u32(0x01000000);
+                    out.zeros(16);
+                    out.u32(rate);
+                    out.u64(static_cast<uint64_t>(mediaLength));
+                    out.u16(0x55C4); // language not told
+                    out.u16(0);
+                });
+                out.box("hdlr", [&] {
+                    out.u32(0);
+                    out.u32(0);
+                    out.text("soun");
+                    out.zeros(12);
+                    out.text(std::string_view("SoundHandler", 13));
+                });
+                out.box("minf", [&] {
+                    out.box("smhd", [&] { out.zeros(8); });
+                    out.box("dinf", [&] {
+                        out.box("dref", [&] {
+                            out.u32(0);
+                            out.u32(1);
+                            out.box("url ", [&] { out.u32(1); }); // in this file
+                        });
+                    });
+                    out.box("stbl", [&] {
+                        out.box("stsd", [&] {
+                            out.u32(0);
+                            out.u32(1);
+                            const bool isAAC = format_.codec == SoundCodec::AAC;
+                            out.box(isAAC ? "mp4a" : "alac", [&] {
+                                out.zeros(6);
+                                out.u16(1);
+                                out.zeros(8);
+                                out.u16(static_cast<uint64_t>(format_.channels));
+                                out.u16(16);
+                                out.zeros(4);
+                                out.u32(rate <= 0xFFFF ? rate << 16 : 0);
+                                if (isAAC)
+                                    elementaryStream(out, format_, bitRate, largest);
+                                else
+                                    out.bytes(format_.configuration);
+                            });
+                        });
+                        out.box("stts", [&] {
+                            const bool isEven = lastLength == packetLength || count == 1;
+                            out.u32(0);
+                            out.u32(isEven ? 1 : 2);
+                            out.u32(static_cast<uint64_t>(isEven ? count : count - 1));
+                            out.u32(static_cast<uint64_t>(count == 1 ? lastLength : packetLength));
+                            if (!isEven) {
+                                out.u32(1);
+                                out.u32(static_cast<uint64_t>(lastLength));
+                            }
+                        });
+                        const size_t whole = sizes_.size() / kPacketsPerChunk;
+                        const size_t rest = sizes_.size() % kPacketsPerChunk;
+                        out.box("stsc", [&] {
+                            out.u32(0);
+                            out.u32((whole > 0) + (rest > 0));
+                            if (whole > 0) {
+                                out.u32(1);
+                                out.u32(kPacketsPerChunk);
+                                out.u32(1);
+                            }
+                            if (rest > 0) {
+                                out.u32(whole + 1);
+                                out.u32(rest);
+                                out.u32(1);
+                            }
+                        });
+                        out.box("stsz", [&] {
+                            out.u32(0);
+                            out.u32(0);
+                            out.u32(sizes_.size());
+                            for (const uint32_t size : sizes_)
+                                out.u32(size);
+                        });
+                        const bool isLarge = mediaStart + static_cast<uint64_t>(mediaBytes_) > UINT32_MAX;
+                        out.box(isLarge ? "co64" : "stco", [&] {
+                            out.u32(0);
+                            out.u32(whole + (rest > 0));
+                            uint64_t offset = mediaStart;
+                            for (size_t i = 0; i < sizes_.size(); ++i) {
+                                if (i % kPacketsPerChunk == 0)
+                                    isLarge ? out.u64(offset) : out.u32(offset);
+                                offset += sizes_[i];
+                            }
+                        });
+                    });
+                });
+            });
+        });
+    });
+    if (!write(out.result(), error))
+        return false;
+
+    BoxWriter mediaSize;
+    mediaSize.u64(static_cast<uint64_t>(mediaBytes_ + kMediaHeader));
+    const auto sizeOffset = static_cast<off_t>(mediaStart - 8);
+    if (std::fflush(file_.get()) != 0 || pwrite(fileno(file_.get()), mediaSize.result().data(), 8, sizeOffset) != 8)
+        return failWithErrno(error, errno, url_.path() + " could not be written");
+    // Errors of delayed writing come out here.
+    if (std::fclose(file_.release()) != 0)
+        return failWithErrno(error, errno, url_.path() + " could not be written");
+    return true;
+}
+
+} // namespace platform

@@ -1,0 +1,139 @@
+#pragma once
+
+#include "platform/dispatch/DispatchQueue.h"
+#include "platform/foundation/Lock.h"
+#include "platform/foundation/NSError.h"
+#include "platform/foundation/NSURL.h"
+#include "platform/media/CMTime.h"
+#include "platform/pixels/CVPixelBuffer.h"
+#include "platform/writer/AVAssetWriter.h"
+#include "platform/writer/AVAssetWriterInput.h"
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <thread>
+#include <vector>
+
+namespace platform {
+
+class AVAssetWriterEncoder;
+class AVAssetWriterMovieFile;
+
+/// One movie in the making: what a writer and its input share. Frames go through a short queue to threads with an
+/// encoder each; whoever finishes the packet that the file needs next writes it and those that wait behind it. The last
+/// thread to leave completes or removes the file. For the writer alone; any thread.
+class AVAssetWriterSession final : public std::enable_shared_from_this<AVAssetWriterSession> {
+public:
+    explicit AVAssetWriterSession(NSURL url);
+    ~AVAssetWriterSession();
+    AVAssetWriterSession(const AVAssetWriterSession&) = delete;
+    AVAssetWriterSession& operator=(const AVAssetWriterSession&) = delete;
+
+    const NSURL& url() const { return url_; }
+
+    /// @name The writer's side; as told there
+    /// @{
+    /// Without settings, of an input, it fails.
+    bool start(const std::optional<AVVideoSettings>& settings, std::optional<size_t> maximumSampleCount,
+               size_t encoderCount, bool indexFirst, AVMetadataItemList metadata);
+    void startAtSourceTime(CMTime startTime);
+    void finish(std::function<void()> handler);
+    void cancel();
+    AVAssetWriterStatus status() const;
+    std::optional<NSError> error() const;
+    AVAssetWriterStatus waitWhileWriting(double seconds) const;
+    /// @}
+
+    /// @name The input's side; as told there
+    /// @{
+    bool isReady() const;
+    void requestMediaData(std::shared_ptr<DispatchQueue> queue, std::function<void()> block);
+    void markAsFinished();
+    bool append(std::shared_ptr<CVPixelBuffer> buffer, CMTime presentationTime);
+    /// @}
+
+private:
+    struct Frame {
+        uint64_t index = 0;
+        std::shared_ptr<CVPixelBuffer> buffer;
+    };
+    struct Packet {
+        std::vector<uint8_t> bytes;
+        int64_t time = 0;
+        int64_t duration = 0;
+        int32_t timescale = 0;
+    };
+    struct Request {
+        std::shared_ptr<DispatchQueue> queue;
+        std::shared_ptr<std::function<void()>> block;
+        bool isRunning = false;
+    };
+
+    bool isReadyLocked() const REQUIRES(lock_);
+    /// Asks for media if there is room and it is not being asked for already.
+    void pump();
+    /// The frame's time in the movie's time scale; nothing, and why, if it cannot stand there.
+    [[nodiscard]] std::optional<int64_t> movieTime(const CVPixelBuffer& buffer, CMTime presentationTime, NSError* error)
+        REQUIRES(lock_);
+
+    bool startThreads();
+    /// What a thread does, with the encoder of its place.
+    void work(size_t place);
+    [[nodiscard]] bool makeAlikeEncoder(size_t place, NSError* error);
+    /// Waits for a frame that the encoder accepts; nothing when no more will come.
+    std::optional<Frame> takeFrame(const AVAssetWriterEncoder& encoder);
+    void deliver(uint64_t index, std::vector<uint8_t> bytes);
+    /// Writes all packets whose turn has come.
+    void drain();
+    std::optional<Packet> takePacket();
+    [[nodiscard]] bool writePacket(const Packet& packet, NSError* error);
+    void leave();
+
+    /// Decides how it will end, unless that is decided; what is about to complete can still fail or be cancelled.
+    void end(AVAssetWriterStatus how, std::optional<NSError> error);
+    AVAssetWriterStatus decidedEnding() const;
+    /// Says that all is over and lets go of what was lent.
+    /// @return false if another ending was decided meanwhile
+    bool settle(AVAssetWriterStatus status);
+
+    const NSURL url_;
+    AVVideoSettings settings_;
+    std::optional<size_t> maximumSampleCount_;
+    bool indexFirst_ = false;
+    AVMetadataItemList metadata_;
+    mutable Lock lock_;
+    mutable Condition statusChanged_;
+    Condition workChanged_;
+    AVAssetWriterStatus status_ GUARDED_BY(lock_) = AVAssetWriterStatus::Unknown;
+    std::optional<NSError> error_ GUARDED_BY(lock_);
+    /// How it will end, once that is decided.
+    std::optional<AVAssetWriterStatus> ending_ GUARDED_BY(lock_);
+    std::optional<CMTime> startTime_ GUARDED_BY(lock_);
+    int32_t timescale_ GUARDED_BY(lock_) = 0;
+    /// Of all frames so far.
+    std::vector<int64_t> times_ GUARDED_BY(lock_);
+    std::deque<Frame> queue_ GUARDED_BY(lock_);
+    size_t capacity_ GUARDED_BY(lock_) = 0;
+    bool isInputFinished_ GUARDED_BY(lock_) = false;
+    std::optional<Request> request_ GUARDED_BY(lock_);
+    std::map<uint64_t, std::vector<uint8_t>> packets_ GUARDED_BY(lock_);
+    uint64_t nextPacket_ GUARDED_BY(lock_) = 0;
+    bool isDraining_ GUARDED_BY(lock_) = false;
+    size_t threadsAtWork_ GUARDED_BY(lock_) = 0;
+    std::vector<std::function<void()>> handlers_ GUARDED_BY(lock_);
+
+    /// Only the thread that drains, or the last one.
+    std::unique_ptr<AVAssetWriterMovieFile> file_;
+    bool hasBegun_ = false;
+
+    /// One a thread, each touched by its thread; the first is there before the threads are, and stays until the last of
+    /// them leaves.
+    std::vector<std::unique_ptr<AVAssetWriterEncoder>> encoders_;
+    std::vector<std::jthread> threads_;
+};
+
+} // namespace platform
