@@ -1,14 +1,12 @@
 #include "service/ServiceDelegate.h"
 
 #include "items/morStilloraVideoCreatorProtocol.h"
-#include "service/morStilloraVideoCreator.h"
 
-#include <memory>
 #include <utility>
 
 using platform::NSXPCClass;
 
-ServiceDelegate::ServiceDelegate(VideoCreatorStages stages) : stages_(std::move(stages)) {}
+ServiceDelegate::ServiceDelegate(CreatorFactory makeCreator) : makeCreator_(std::move(makeCreator)) {}
 
 bool ServiceDelegate::listener(platform::NSXPCListener&, const platform::NSXPCConnectionPtr& shouldAcceptNewConnection)
 {
@@ -25,7 +23,7 @@ bool ServiceDelegate::listener(platform::NSXPCListener&, const platform::NSXPCCo
     connection->setExportedInterface(exported);
     connection->setRemoteObjectInterface(morStilloraXPCCreatorUpdateProtocol::interface());
 
-    const auto creator = std::make_shared<morStilloraVideoCreator>(stages_);
+    const auto creator = makeCreator_();
     creator->setXpcConnection(connection);
     connection->setExportedObject(creator);
     // Nobody is left to hear of what still runs.

@@ -1,18 +1,22 @@
 #pragma once
 
 #include "platform/connection/NSXPCListener.h"
-#include "service/VideoCreatorStages.h"
+#include "service/morStilloraVideoCreator.h"
+
+#include <functional>
+#include <memory>
 
 /// Gives every connection its two interfaces and a creator of its own, and starts it. Without state: any thread.
 class ServiceDelegate final : public platform::NSXPCListenerDelegate {
 public:
-    explicit ServiceDelegate(VideoCreatorStages stages = VideoCreatorStages::real());
+    using CreatorFactory = std::function<std::shared_ptr<morStilloraVideoCreator>()>;
+
+    explicit ServiceDelegate(CreatorFactory makeCreator = std::make_shared<morStilloraVideoCreator>);
 
     /// Always true.
     bool listener(platform::NSXPCListener& listener,
                   const platform::NSXPCConnectionPtr& shouldAcceptNewConnection) override;
 
 private:
-    /// What each creator runs.
-    const VideoCreatorStages stages_;
+    const CreatorFactory makeCreator_;
 };

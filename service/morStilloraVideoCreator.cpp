@@ -1,5 +1,6 @@
 #include "service/morStilloraVideoCreator.h"
 
+#include "audio/SoundtrackAssembly.h"
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/foundation/NSBundle.h"
 #include "platform/foundation/NSDate.h"
@@ -7,12 +8,14 @@
 #include "platform/foundation/NSLog.h"
 #include "platform/foundation/NSString.h"
 #include "platform/system/NSProcessInfo.h"
+#include "util/MORPalvineCommons.h"
+#include "video/FinalMovie.h"
+#include "video/SilentVideo.h"
 
 #include <utility>
 
 using platform::AVURLAsset;
 using platform::AVURLAssetPtr;
-using platform::CGSize;
 using platform::DispatchQueue;
 using platform::NSData;
 using platform::NSDate;
@@ -46,12 +49,18 @@ std::optional<NSError> errorOrNone(const NSError& error)
 
 } // namespace
 
-/// One request: what its job needs, and its one answer.
+/// One request: what its job needs, what it has made so far, and its one answer.
 struct morStilloraVideoCreator::Job {
     Job() { ++unanswered; }
     Job(const Job&) = delete;
     Job& operator=(const Job&) = delete;
     ~Job() { --unanswered; }
+
+    /// On the main queue; uses the reply up.
+    void answer(std::optional<NSData> movieBookmark, std::optional<NSError> why, bool isCancelled)
+    {
+        std::exchange(reply, nullptr)(std::move(movieBookmark), std::move(why), isCancelled);
+    }
 
     Reply reply;
     SoundtrackList soundtracks;
@@ -66,11 +75,33 @@ struct morStilloraVideoCreator::Job {
     bool shouldReduceBorders = false;
     platform::IOReturn assertionStatus = platform::kIOReturnSuccess;
     platform::IOPMAssertionID assertionID = platform::kIOPMNullAssertionID;
+    /// Seconds since the reference date.
+    double startTime = 0;
+
+    AVURLAssetPtr soundtrack;
+    AVURLAssetPtr video;
+    AVURLAssetPtr movie;
+    /// The last stage's.
+    NSError error;
 };
 
-morStilloraVideoCreator::morStilloraVideoCreator(VideoCreatorStages stages)
-    : stages_(std::move(stages)), destinationURL_(NSURL::fileURLWithPath("/", true)),
-      temporaryURL_(NSURL::fileURLWithPath("/", true))
+/// How a job ends.
+///
+/// |          | idle sleep                 | files made so far | automatic termination | answer                  |
+/// |----------|----------------------------|-------------------|-----------------------|-------------------------|
+/// | Stopped  | let go, then               | deleted           | as it was             | stage's error, the flag |
+/// | Unjoined | held                       | deleted           | as it was             | nothing, no flag        |
+/// | Made     | let go just before answer  | stay              | allowed               | the movie, no flag      |
+enum class morStilloraVideoCreator::WayOut {
+    /// Cancelled, or the sound or the pictures could not be made.
+    Stopped,
+    /// Sound and pictures could not be joined.
+    Unjoined,
+    Made,
+};
+
+morStilloraVideoCreator::morStilloraVideoCreator()
+    : destinationURL_(NSURL::fileURLWithPath("/", true)), temporaryURL_(NSURL::fileURLWithPath("/", true))
 {
     fbQ_.setUnderlyingQueue(underlyingQueue("ProgressFeedbackUnderlyingQueue", platform::QOSClass::Default, 0));
     fbQ_.setMaxConcurrentOperationCount(1);
@@ -115,19 +146,20 @@ void morStilloraVideoCreator::createStillMotionVideoWithPhotos(
     const auto job = std::make_shared<Job>();
     job->reply = std::move(reply);
     if (photos.empty()) {
-        answer(job, {});
+        DispatchQueue::main()->async(
+            [self = shared_from_this(), job] { job->answer(std::nullopt, std::nullopt, self->isCancelled()); });
         return;
     }
     const auto save = NSURL::URLByResolvingBookmarkData(saveURL);
     const auto temporary = NSURL::URLByResolvingBookmarkData(temporaryURL);
     job->documentURL = NSURL::URLByResolvingBookmarkData(documentURL);
     setDocumentURL(job->documentURL);
-    setDestinationURL(save ? *save : stages_.customSaveDirectory());
-    setTemporaryURL(temporary ? *temporary : stages_.temporarySaveDirectory());
+    setDestinationURL(save ? *save : customSaveDirectory());
+    setTemporaryURL(temporary ? *temporary : temporarySaveDirectory());
 
-    job->assertionStatus = stages_.createAssertion(
-        platform::NSBundle::mainBundle().localizedStringForKey("VideoCreationIOPMAssertionSleepNotice"),
-        &job->assertionID);
+    job->assertionStatus =
+        createAssertion(platform::NSBundle::mainBundle().localizedStringForKey("VideoCreationIOPMAssertionSleepNotice"),
+                        &job->assertionID);
 
     job->soundtracks = std::move(soundtracks);
     job->photos = std::move(photos);
@@ -143,73 +175,61 @@ void morStilloraVideoCreator::createStillMotionVideoWithPhotos(
 
 void morStilloraVideoCreator::run(const std::shared_ptr<Job>& job)
 {
-    const double startTime = NSDate::date().timeIntervalSinceReferenceDate;
-    if (isCancelled()) {
+    job->startTime = NSDate::date().timeIntervalSinceReferenceDate;
+    const WayOut way = makeMovie(*job);
+    if (way == WayOut::Stopped)
         releaseAssertion(*job);
-        answer(job, {});
-        return;
-    }
-
-    AVURLAssetPtr soundtrack;
-    if (!job->soundtracks.empty()) {
-        NSError soundtrackError;
-        soundtrack =
-            finishedSoundtrackWithSoundtracks(job->soundtracks, job->totalVideoDuration, job->totalSoundtrackDuration,
-                                              job->shouldLoopSoundtrack, &soundtrackError);
-        if (!soundtrack) {
-            releaseAssertion(*job);
-            answer(job, soundtrackError);
-            return;
+    if (way != WayOut::Made)
+        for (const auto& asset : {job->soundtrack, job->video, job->movie})
+            _deleteAsset(asset);
+    DispatchQueue::main()->async([self = shared_from_this(), job, way] {
+        switch (way) {
+        case WayOut::Stopped:
+            job->answer(std::nullopt, errorOrNone(job->error), self->isCancelled());
+            break;
+        case WayOut::Unjoined:
+            job->answer(std::nullopt, std::nullopt, false);
+            break;
+        case WayOut::Made:
+            self->releaseAssertion(*job);
+            self->_setAutomaticTerminationEnabled(true);
+            platform::NSLog(
+                "*!!* creation took " +
+                platform::stringWithSixDecimals(NSDate::date().timeIntervalSinceReferenceDate - job->startTime) +
+                " seconds");
+            // A movie that could not be moved is not looked for: the location is named all the same.
+            const auto bookmark = job->movie->URL().bookmarkData();
+            job->answer(bookmark ? *bookmark : job->movie->URL().bookmarkDataOfPathAlone(), std::nullopt, false);
+            break;
         }
-    }
-    if (isCancelled()) {
-        releaseAssertion(*job);
-        _deleteAsset(soundtrack);
-        answer(job, {});
-        return;
-    }
-
-    NSError videoError;
-    const auto video = videoWithPhotos(job->photos, job->quality, job->shouldReduceBorders, job->durationPerPhoto,
-                                       job->desiredCodec, &videoError);
-    if (!video || isCancelled()) {
-        releaseAssertion(*job);
-        _deleteAsset(soundtrack);
-        _deleteAsset(video);
-        answer(job, videoError);
-        return;
-    }
-
-    NSError compositionError;
-    const auto movie = soundtrack ? movieByCombiningVideo(video, soundtrack, job->documentURL, &compositionError)
-                                  : movieByMovingVideo(video, job->documentURL);
-    if (isCancelled()) {
-        releaseAssertion(*job);
-        _deleteAsset(soundtrack);
-        _deleteAsset(video);
-        _deleteAsset(movie);
-        answer(job, compositionError);
-        return;
-    }
-
-    if (!movie) {
-        _deleteAsset(soundtrack);
-        _deleteAsset(video);
-        _deleteAsset(nullptr);
-        // Neither the error nor the flag is passed on here, and the assertion stays.
-        DispatchQueue::main()->async([job] { job->reply(std::nullopt, std::nullopt, false); });
-        return;
-    }
-    DispatchQueue::main()->async([self = shared_from_this(), job, movie, startTime] {
-        self->releaseAssertion(*job);
-        self->_setAutomaticTerminationEnabled(true);
-        platform::NSLog("*!!* creation took " +
-                        platform::stringWithSixDecimals(NSDate::date().timeIntervalSinceReferenceDate - startTime) +
-                        " seconds");
-        // A movie that could not be moved is not looked for: the location is named all the same.
-        const auto bookmark = movie->URL().bookmarkData();
-        job->reply(bookmark ? *bookmark : movie->URL().bookmarkDataOfPathAlone(), std::nullopt, false);
     });
+}
+
+morStilloraVideoCreator::WayOut morStilloraVideoCreator::makeMovie(Job& job)
+{
+    if (isCancelled())
+        return WayOut::Stopped;
+    if (!job.soundtracks.empty()) {
+        job.soundtrack = finishedSoundtrackWithSoundtracks(
+            job.soundtracks, job.totalVideoDuration, job.totalSoundtrackDuration, job.shouldLoopSoundtrack, &job.error);
+        if (!job.soundtrack)
+            return WayOut::Stopped;
+    }
+    job.error = {};
+    if (isCancelled())
+        return WayOut::Stopped;
+
+    job.video = videoWithPhotos(job.photos, job.quality, job.shouldReduceBorders, job.durationPerPhoto,
+                                job.desiredCodec, &job.error);
+    if (!job.video || isCancelled())
+        return WayOut::Stopped;
+
+    job.error = {};
+    job.movie = job.soundtrack ? movieByCombiningVideo(job.video, job.soundtrack, job.documentURL, &job.error)
+                               : movieByMovingVideo(job.video, job.documentURL);
+    if (isCancelled())
+        return WayOut::Stopped;
+    return job.movie ? WayOut::Made : WayOut::Unjoined;
 }
 
 AVURLAssetPtr morStilloraVideoCreator::movieByMovingVideo(const AVURLAssetPtr& video,
@@ -235,17 +255,11 @@ AVURLAssetPtr morStilloraVideoCreator::movieByMovingVideo(const AVURLAssetPtr& v
     return AVURLAsset::URLAssetWithURL(movieURL);
 }
 
-void morStilloraVideoCreator::answer(const std::shared_ptr<Job>& job, const NSError& error)
-{
-    DispatchQueue::main()->async(
-        [self = shared_from_this(), job, error] { job->reply(std::nullopt, errorOrNone(error), self->isCancelled()); });
-}
-
 void morStilloraVideoCreator::releaseAssertion(const Job& job) const
 {
     // Non-zero means that there is no assertion. One that was made so lasts until the process ends, which is wanted.
     if (job.assertionStatus != platform::kIOReturnSuccess)
-        stages_.releaseAssertion(job.assertionID);
+        releaseAssertion(job.assertionID);
 }
 
 void morStilloraVideoCreator::cancelCreation()
@@ -259,39 +273,49 @@ AVURLAssetPtr morStilloraVideoCreator::finishedSoundtrackWithSoundtracks(const S
                                                                          double totalSoundtrackDuration,
                                                                          bool shouldLoopSoundtrack, NSError* error)
 {
-    return stages_.finishedSoundtrack(*this, soundtracks, totalVideoDuration, totalSoundtrackDuration,
-                                      shouldLoopSoundtrack, error);
+    return ::finishedSoundtrackWithSoundtracks(*this, soundtracks, totalVideoDuration, totalSoundtrackDuration,
+                                               shouldLoopSoundtrack, error);
 }
 
 AVURLAssetPtr morStilloraVideoCreator::videoWithPhotos(const PhotoList& photos, int64_t quality, bool reduceBorders,
                                                        double durationPerPhoto,
                                                        const std::optional<std::string>& desiredCodec, NSError* error)
 {
-    return stages_.silentVideo(*this, photos, quality, reduceBorders, durationPerPhoto, desiredCodec, error);
-}
-
-CGSize morStilloraVideoCreator::videoSizeForQuality(int64_t quality, const PhotoList& photos, uint64_t* totalFileSize,
-                                                    PhotoList* failedPhotos)
-{
-    return stages_.videoSize(*this, quality, photos, totalFileSize, failedPhotos);
+    return ::videoWithPhotos(*this, photos, quality, reduceBorders, durationPerPhoto, desiredCodec, error);
 }
 
 AVURLAssetPtr morStilloraVideoCreator::movieByCombiningVideo(const AVURLAssetPtr& video,
                                                              const AVURLAssetPtr& withSoundtrack,
                                                              const std::optional<NSURL>& forFinalDocURL, NSError* error)
 {
-    return stages_.movieByCombining(*this, video, withSoundtrack, forFinalDocURL, error);
-}
-
-void morStilloraVideoCreator::_fillBufferArrayUsingPhotos(const PhotoList& photos, CGSize maxVidSize,
-                                                          bool reduceBorders)
-{
-    stages_.fillBufferArray(*this, photos, maxVidSize, reduceBorders);
+    return ::movieByCombiningVideo(*this, video, withSoundtrack, forFinalDocURL, error);
 }
 
 NSURL morStilloraVideoCreator::_URLForFinalVideoAtDocumentURL(const std::optional<NSURL>& documentURL)
 {
-    return stages_.finalVideoURL(*this, documentURL);
+    return ::URLForFinalVideoAtDocumentURL(*this, documentURL);
+}
+
+NSURL morStilloraVideoCreator::customSaveDirectory() const
+{
+    return MORPalvineCommons::customSaveDirectory();
+}
+
+NSURL morStilloraVideoCreator::temporarySaveDirectory() const
+{
+    return MORPalvineCommons::temporarySaveDirectory();
+}
+
+platform::IOReturn morStilloraVideoCreator::createAssertion(const std::string& name,
+                                                            platform::IOPMAssertionID* assertionID) const
+{
+    return platform::IOPMAssertionCreateWithName(platform::kIOPMAssertPreventUserIdleSystemSleep,
+                                                 platform::kIOPMAssertionLevelOn, name, assertionID);
+}
+
+void morStilloraVideoCreator::releaseAssertion(platform::IOPMAssertionID assertionID) const
+{
+    platform::IOPMAssertionRelease(assertionID);
 }
 
 void morStilloraVideoCreator::_deleteAsset(const AVURLAssetPtr& asset)

@@ -6,7 +6,7 @@
 #include "platform/foundation/AtomicProperty.h"
 #include "platform/foundation/NSGeometry.h"
 #include "platform/media/AVURLAsset.h"
-#include "service/VideoCreatorStages.h"
+#include "platform/system/IOPMAssertion.h"
 #include "video/VideoStageContext.h"
 
 #include <atomic>
@@ -17,14 +17,15 @@
 #include <string>
 #include <utility>
 
-/// Runs the jobs of one connection, and holds what their stages share. Held by a shared_ptr. Any thread.
+/// Runs the jobs of one connection, and holds what their stages share. Held by a shared_ptr. Any thread. What it runs
+/// and asks outside itself is virtual, so that its own rules can be driven without photos, sound or a login manager.
 ///
 /// Once cancelled it stays so: later requests are answered as cancelled.
-class morStilloraVideoCreator final : public morStilloraVideoCreatorProtocol,
-                                      public VideoStageContext,
-                                      public std::enable_shared_from_this<morStilloraVideoCreator> {
+class morStilloraVideoCreator : public morStilloraVideoCreatorProtocol,
+                                public VideoStageContext,
+                                public std::enable_shared_from_this<morStilloraVideoCreator> {
 public:
-    explicit morStilloraVideoCreator(VideoCreatorStages stages = VideoCreatorStages::real());
+    morStilloraVideoCreator();
     /// Waits for the operations that its queues still run, which use it; those that wait are dropped.
     ~morStilloraVideoCreator() override;
 
@@ -45,25 +46,21 @@ public:
     /// Only sets the flag, which the running job and its stages look at, and allows automatic termination.
     void cancelCreation() override;
 
-    /// @name Stages; each blocks its caller but for the last but one.
+    /// @name Stages; each blocks its caller but for the last.
     /// @{
-    [[nodiscard]] platform::AVURLAssetPtr finishedSoundtrackWithSoundtracks(const SoundtrackList& soundtracks,
-                                                                            double totalVideoDuration,
-                                                                            double totalSoundtrackDuration,
-                                                                            bool shouldLoopSoundtrack,
-                                                                            platform::NSError* error = nullptr);
-    [[nodiscard]] platform::AVURLAssetPtr videoWithPhotos(const PhotoList& photos, int64_t quality, bool reduceBorders,
-                                                          double durationPerPhoto,
-                                                          const std::optional<std::string>& desiredCodec,
-                                                          platform::NSError* error = nullptr);
-    platform::CGSize videoSizeForQuality(int64_t quality, const PhotoList& photos, uint64_t* totalFileSize = nullptr,
-                                         PhotoList* failedPhotos = nullptr);
-    [[nodiscard]] platform::AVURLAssetPtr movieByCombiningVideo(const platform::AVURLAssetPtr& video,
-                                                                const platform::AVURLAssetPtr& withSoundtrack,
-                                                                const std::optional<platform::NSURL>& forFinalDocURL,
-                                                                platform::NSError* error = nullptr);
-    void _fillBufferArrayUsingPhotos(const PhotoList& photos, platform::CGSize maxVidSize, bool reduceBorders);
-    platform::NSURL _URLForFinalVideoAtDocumentURL(const std::optional<platform::NSURL>& documentURL);
+    [[nodiscard]] virtual platform::AVURLAssetPtr finishedSoundtrackWithSoundtracks(const SoundtrackList& soundtracks,
+                                                                                    double totalVideoDuration,
+                                                                                    double totalSoundtrackDuration,
+                                                                                    bool shouldLoopSoundtrack,
+                                                                                    platform::NSError* error = nullptr);
+    [[nodiscard]] virtual platform::AVURLAssetPtr videoWithPhotos(const PhotoList& photos, int64_t quality,
+                                                                  bool reduceBorders, double durationPerPhoto,
+                                                                  const std::optional<std::string>& desiredCodec,
+                                                                  platform::NSError* error = nullptr);
+    [[nodiscard]] virtual platform::AVURLAssetPtr
+    movieByCombiningVideo(const platform::AVURLAssetPtr& video, const platform::AVURLAssetPtr& withSoundtrack,
+                          const std::optional<platform::NSURL>& forFinalDocURL, platform::NSError* error = nullptr);
+    virtual platform::NSURL _URLForFinalVideoAtDocumentURL(const std::optional<platform::NSURL>& documentURL);
     /// @}
 
     /// Removes the asset's file if its path contains the text of the temporary folder's URL; does nothing for null.
@@ -94,17 +91,25 @@ public:
 
     void updateProgress(const ProgressUpdate& update) override;
 
+protected:
+    /// Where a request's folders are taken from if they cannot be found.
+    virtual platform::NSURL customSaveDirectory() const;
+    virtual platform::NSURL temporarySaveDirectory() const;
+
+    /// Hold off idle sleep.
+    virtual platform::IOReturn createAssertion(const std::string& name, platform::IOPMAssertionID* assertionID) const;
+    virtual void releaseAssertion(platform::IOPMAssertionID assertionID) const;
+
 private:
     struct Job;
+    enum class WayOut;
 
     void run(const std::shared_ptr<Job>& job);
-    /// Answers without a movie, on the main queue, with the flag as it is then.
-    void answer(const std::shared_ptr<Job>& job, const platform::NSError& error);
+    /// Runs the stages until one fails, the flag is set, or the movie is there.
+    WayOut makeMovie(Job& job);
     void releaseAssertion(const Job& job) const;
     platform::AVURLAssetPtr movieByMovingVideo(const platform::AVURLAssetPtr& video,
                                                const std::optional<platform::NSURL>& documentURL);
-
-    const VideoCreatorStages stages_;
 
     std::atomic<bool> isCancelled_{false};
     std::atomic<uint64_t> currentNeededPhotoIndex_{0};

@@ -212,35 +212,18 @@ std::shared_ptr<AVAssetWriter> makeWriter(const VideoStageContext& context, NSEr
     return writer;
 }
 
-CGSize sizeOfVideo(const SilentVideoStages& stages, VideoStageContext& context, int64_t quality,
-                   const PhotoList& photos, uint64_t* totalFileSize, PhotoList* failedPhotos)
-{
-    if (stages.videoSize)
-        return stages.videoSize(context, quality, photos, totalFileSize, failedPhotos);
-    return VideoSize::videoSizeForQuality(context, quality, photos, totalFileSize, failedPhotos);
-}
-
-void startFrames(const SilentVideoStages& stages, VideoStageContext& context, const PhotoList& photos, CGSize size,
-                 bool reduceBorders)
-{
-    if (stages.fillBufferArray)
-        stages.fillBufferArray(context, photos, size, reduceBorders);
-    else
-        fillBufferArray(context, photos, size, reduceBorders);
-}
-
 } // namespace
 
 platform::AVURLAssetPtr videoWithPhotos(VideoStageContext& context, const PhotoList& photos, int64_t quality,
                                         bool reduceBorders, double durationPerPhoto,
                                         const std::optional<std::string>& desiredCodec, NSError* error,
-                                        const SilentVideoStages& stages)
+                                        uint64_t processorCount)
 {
     if (photos.empty())
         return nullptr;
     uint64_t totalFileSize = 0;
     PhotoList failedPhotos;
-    const CGSize size = sizeOfVideo(stages, context, quality, photos, &totalFileSize, &failedPhotos);
+    const CGSize size = context.videoSizeForQuality(quality, photos, &totalFileSize, &failedPhotos);
     if (size == platform::kNSZeroSize)
         return nullptr;
 
@@ -262,12 +245,12 @@ platform::AVURLAssetPtr videoWithPhotos(VideoStageContext& context, const PhotoL
     writer->startSessionAtSourceTime(platform::kCMTimeZero);
 
     context.setCurrentNeededPhotoIndex(0);
-    startFrames(stages, context, photosToWrite, size, reduceBorders);
+    context._fillBufferArrayUsingPhotos(photosToWrite, size, reduceBorders);
     waitForFirstFrames(context);
 
     context.fbQ().cancelAllOperations();
-    const uint64_t processorCount =
-        stages.processorCount > 0 ? stages.processorCount : platform::NSProcessInfo::processInfo().processorCount();
+    if (processorCount == 0)
+        processorCount = platform::NSProcessInfo::processInfo().processorCount();
     const auto feeder =
         std::make_shared<FrameFeeder>(context, writer, input, photosToWrite.size(), durationPerPhoto,
                                       RemainingTimeEstimate(processorCount, photosToWrite.size(), totalFileSize));

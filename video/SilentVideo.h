@@ -7,7 +7,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -17,20 +16,6 @@ inline constexpr int32_t kPictureTimescale = 10000;
 /// Writing starts when so many frames are finished; with fewer photos never.
 inline constexpr size_t kFramesBeforeWriting = 5;
 
-/// What the silent video is made with; what is left empty is the service's own.
-struct SilentVideoStages {
-    /// Chooses the size of the video; zero when cancelled.
-    std::function<platform::CGSize(VideoStageContext& context, int64_t quality, const PhotoList& photos,
-                                   uint64_t* totalFileSize, PhotoList* failedPhotos)>
-        videoSize;
-    /// Sets a new list of frames in the context, queues the frames of all photos and returns.
-    std::function<void(VideoStageContext& context, const PhotoList& photos, platform::CGSize videoSize,
-                       bool reduceBorders)>
-        fillBufferArray;
-    /// 0: the machine's.
-    uint64_t processorCount = 0;
-};
-
 /// Makes the picture track of the movie: one frame a photo, frame i from durationPerPhoto * i seconds, no sound. Blocks
 /// until the movie is whole; with fewer than five photos for ever, as five frames are waited for. On the job's thread.
 ///
@@ -39,13 +24,13 @@ struct SilentVideoStages {
 /// @param durationPerPhoto  seconds
 /// @param desiredCodec      four-character code; nothing means "jpeg"
 /// @param error             out, optional: why there is no movie; emptied where the writer failed
+/// @param processorCount    that the time left is estimated for; 0 means the machine's
 /// @return "videoWithoutSound.mov" in a new folder below the temporary folder; null without an error means cancelled,
 ///         nothing to do, or that the writer failed (the cancelled flag is then set)
 [[nodiscard]] platform::AVURLAssetPtr videoWithPhotos(VideoStageContext& context, const PhotoList& photos,
                                                       int64_t quality, bool reduceBorders, double durationPerPhoto,
                                                       const std::optional<std::string>& desiredCodec,
-                                                      platform::NSError* error = nullptr,
-                                                      const SilentVideoStages& stages = {});
+                                                      platform::NSError* error = nullptr, uint64_t processorCount = 0);
 
 /// Feeds the writers. One for the whole process: movies of several connections are written one after another.
 const std::shared_ptr<platform::DispatchQueue>& videoWritingQueue();

@@ -1,6 +1,8 @@
 #pragma once
 
+#include "items/MORPhoto.h"
 #include "platform/dispatch/NSOperationQueue.h"
+#include "platform/foundation/NSGeometry.h"
 #include "platform/foundation/NSURL.h"
 #include "util/StageContext.h"
 #include "video/FrameList.h"
@@ -25,4 +27,10 @@ public:
     /// The finished frames; null between jobs.
     virtual std::shared_ptr<FrameList> imageBuffers() const = 0;
     virtual void setImageBuffers(std::shared_ptr<FrameList> frames) = 0;
+
+    /// `VideoSize::videoSizeForQuality`.
+    virtual platform::CGSize videoSizeForQuality(int64_t quality, const PhotoList& photos,
+                                                 uint64_t* totalFileSize = nullptr, PhotoList* failedPhotos = nullptr);
+    /// `fillBufferArray`.
+    virtual void _fillBufferArrayUsingPhotos(const PhotoList& photos, platform::CGSize maxVidSize, bool reduceBorders);
 };

@@ -4,7 +4,6 @@
 #include "items/MORSoundtrack.h"
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/foundation/NSFileManager.h"
-#include "service/VideoCreatorStages.h"
 #include "service/morStilloraVideoCreator.h"
 #include "tests/support/Journal.h"
 #include "tests/support/LogRecorder.h"
@@ -40,84 +39,15 @@ inline SoundtrackList soundtracks(size_t count)
     return list;
 }
 
-/// Stages that write small files at once, note what they were asked, and do besides what a test wants.
+/// What creators are to run and ask outside themselves: stages that write small files at once, note what they were
+/// asked, and do besides what a test wants. Outlives its creators.
 class FakeStages {
 public:
     using Hook = std::function<void(StageContext& context)>;
 
     explicit FakeStages(const std::filesystem::path& folder) : folder_(folder) {}
 
-    VideoCreatorStages stages()
-    {
-        return {
-            .finishedSoundtrack = [this](StageContext& context, const SoundtrackList& list, double totalVideoDuration,
-                                         double totalSoundtrackDuration, bool shouldLoopSoundtrack,
-                                         platform::NSError* error) -> platform::AVURLAssetPtr {
-                journal.add("soundtrack " + std::to_string(list.size()) + " " + number(totalVideoDuration) + " " +
-                            number(totalSoundtrackDuration) + (shouldLoopSoundtrack ? " loop" : ""));
-                duringSoundtrack(context);
-                return result("soundtrack.m4a", soundtrackFailure, error);
-            },
-            .silentVideo = [this](VideoStageContext& context, const PhotoList& list, int64_t quality,
-                                  bool reduceBorders, double durationPerPhoto,
-                                  const std::optional<std::string>& desiredCodec,
-                                  platform::NSError* error) -> platform::AVURLAssetPtr {
-                journal.add("video " + std::to_string(list.size()) + " " + std::to_string(quality) + " " +
-                            number(durationPerPhoto) + " " + desiredCodec.value_or("none") +
-                            (reduceBorders ? " reduce" : ""));
-                duringVideo(context);
-                return result("video.mov", videoFailure, error);
-            },
-            .videoSize =
-                [this](StageContext&, int64_t quality, const PhotoList& list, uint64_t* totalFileSize, PhotoList*) {
-                    journal.add("size " + std::to_string(quality) + " " + std::to_string(list.size()));
-                    if (totalFileSize)
-                        *totalFileSize = 77;
-                    return platform::CGSize{640, 480};
-                },
-            .fillBufferArray =
-                [this](VideoStageContext&, const PhotoList& list, platform::CGSize size, bool reduceBorders) {
-                    journal.add("frames " + std::to_string(list.size()) + " " + number(size.width) +
-                                (reduceBorders ? " reduce" : ""));
-                },
-            .movieByCombining = [this](StageContext& context, const platform::AVURLAssetPtr& video,
-                                       const platform::AVURLAssetPtr& soundtrack,
-                                       const std::optional<platform::NSURL>& document,
-                                       platform::NSError* error) -> platform::AVURLAssetPtr {
-                journal.add("combine " + video->URL().lastPathComponent() + " " +
-                            soundtrack->URL().lastPathComponent() + " " +
-                            (document ? document->lastPathComponent() : "none"));
-                duringComposition(context);
-                return result("movie.mov", compositionFailure, error);
-            },
-            .finalVideoURL =
-                [this](StageContext& context, const std::optional<platform::NSURL>& document) {
-                    journal.add("name " + (document ? document->lastPathComponent() : "none"));
-                    auto url = context.destinationURL().URLByAppendingPathComponent(
-                        finalNames.size() > 1 ? finalNames[namesAsked++ % finalNames.size()] : finalNames[0], false);
-                    duringNaming(context);
-                    return url;
-                },
-            .customSaveDirectory =
-                [this] {
-                    journal.add("custom folder");
-                    return platform::NSURL::fileURLWithPath((folder_ / "custom").string(), true);
-                },
-            .temporarySaveDirectory =
-                [this] {
-                    journal.add("scratch folder");
-                    return platform::NSURL::fileURLWithPath((folder_ / "scratch").string(), true);
-                },
-            .createAssertion =
-                [this](const std::string& name, platform::IOPMAssertionID* assertion) {
-                    journal.add("assertion " + name);
-                    *assertion = 42;
-                    return assertionStatus;
-                },
-            .releaseAssertion =
-                [this](platform::IOPMAssertionID assertion) { journal.add("release " + std::to_string(assertion)); },
-        };
-    }
+    std::shared_ptr<morStilloraVideoCreator> makeCreator();
 
     std::filesystem::path file(const std::string& name) const { return filesFolder.value_or(folder_) / name; }
 
@@ -126,6 +56,10 @@ public:
     Hook duringVideo = [](StageContext&) {};
     Hook duringComposition = [](StageContext&) {};
     Hook duringNaming = [](StageContext&) {};
+    std::function<void()> duringRelease = [] {};
+    /// Written though there is a soundtrack, or a video.
+    std::optional<platform::NSError> errorBesideSoundtrack;
+    std::optional<platform::NSError> errorBesideVideo;
     /// An error without a text is failure without an error.
     std::optional<platform::NSError> soundtrackFailure;
     std::optional<platform::NSError> videoFailure;
@@ -135,6 +69,8 @@ public:
     std::optional<std::filesystem::path> filesFolder;
 
 private:
+    class Creator;
+
     static std::string number(double value)
     {
         auto text = std::to_string(value);
@@ -157,3 +93,83 @@ private:
     const std::filesystem::path folder_;
     size_t namesAsked = 0;
 };
+
+class FakeStages::Creator final : public morStilloraVideoCreator {
+public:
+    explicit Creator(FakeStages& fakes) : fakes_(fakes) {}
+
+    platform::AVURLAssetPtr finishedSoundtrackWithSoundtracks(const SoundtrackList& soundtracks,
+                                                              double totalVideoDuration, double totalSoundtrackDuration,
+                                                              bool shouldLoopSoundtrack,
+                                                              platform::NSError* error) override
+    {
+        fakes_.journal.add("soundtrack " + std::to_string(soundtracks.size()) + " " + number(totalVideoDuration) + " " +
+                           number(totalSoundtrackDuration) + (shouldLoopSoundtrack ? " loop" : ""));
+        fakes_.duringSoundtrack(*this);
+        if (fakes_.errorBesideSoundtrack)
+            *error = *fakes_.errorBesideSoundtrack;
+        return fakes_.result("soundtrack.m4a", fakes_.soundtrackFailure, error);
+    }
+    platform::AVURLAssetPtr videoWithPhotos(const PhotoList& photos, int64_t quality, bool reduceBorders,
+                                            double durationPerPhoto, const std::optional<std::string>& desiredCodec,
+                                            platform::NSError* error) override
+    {
+        fakes_.journal.add("video " + std::to_string(photos.size()) + " " + std::to_string(quality) + " " +
+                           number(durationPerPhoto) + " " + desiredCodec.value_or("none") +
+                           (reduceBorders ? " reduce" : ""));
+        fakes_.duringVideo(*this);
+        if (fakes_.errorBesideVideo)
+            *error = *fakes_.errorBesideVideo;
+        return fakes_.result("video.mov", fakes_.videoFailure, error);
+    }
+    platform::AVURLAssetPtr movieByCombiningVideo(const platform::AVURLAssetPtr& video,
+                                                  const platform::AVURLAssetPtr& withSoundtrack,
+                                                  const std::optional<platform::NSURL>& forFinalDocURL,
+                                                  platform::NSError* error) override
+    {
+        fakes_.journal.add("combine " + video->URL().lastPathComponent() + " " +
+                           withSoundtrack->URL().lastPathComponent() + " " +
+                           (forFinalDocURL ? forFinalDocURL->lastPathComponent() : "none"));
+        fakes_.duringComposition(*this);
+        return fakes_.result("movie.mov", fakes_.compositionFailure, error);
+    }
+    platform::NSURL _URLForFinalVideoAtDocumentURL(const std::optional<platform::NSURL>& documentURL) override
+    {
+        const auto& names = fakes_.finalNames;
+        fakes_.journal.add("name " + (documentURL ? documentURL->lastPathComponent() : "none"));
+        auto url = destinationURL().URLByAppendingPathComponent(names[fakes_.namesAsked++ % names.size()], false);
+        fakes_.duringNaming(*this);
+        return url;
+    }
+
+protected:
+    platform::NSURL customSaveDirectory() const override
+    {
+        fakes_.journal.add("custom folder");
+        return platform::NSURL::fileURLWithPath((fakes_.folder_ / "custom").string(), true);
+    }
+    platform::NSURL temporarySaveDirectory() const override
+    {
+        fakes_.journal.add("scratch folder");
+        return platform::NSURL::fileURLWithPath((fakes_.folder_ / "scratch").string(), true);
+    }
+    platform::IOReturn createAssertion(const std::string& name, platform::IOPMAssertionID* assertionID) const override
+    {
+        fakes_.journal.add("assertion " + name);
+        *assertionID = 42;
+        return fakes_.assertionStatus;
+    }
+    void releaseAssertion(platform::IOPMAssertionID assertionID) const override
+    {
+        fakes_.journal.add("release " + std::to_string(assertionID));
+        fakes_.duringRelease();
+    }
+
+private:
+    FakeStages& fakes_;
+};
+
+inline std::shared_ptr<morStilloraVideoCreator> FakeStages::makeCreator()
+{
+    return std::make_shared<Creator>(*this);
+}

@@ -115,7 +115,7 @@ protected:
     int connect()
     {
         if (!delegate_) {
-            delegate_ = std::make_shared<ServiceDelegate>(fakes_.stages());
+            delegate_ = std::make_shared<ServiceDelegate>([this] { return fakes_.makeCreator(); });
             const int unused = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
             listener_ = NSXPCListener::listenerWithSocket(unused);
         }

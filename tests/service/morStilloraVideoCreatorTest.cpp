@@ -9,8 +9,11 @@
 #include <chrono>
 #include <cstdio>
 #include <deque>
+#include <map>
+#include <ostream>
 #include <semaphore>
 #include <thread>
+#include <tuple>
 
 using platform::DispatchQueue;
 using platform::NSData;
@@ -50,6 +53,7 @@ protected:
                 outcome.error = std::move(error);
                 outcome.isCancelled = isCancelled;
                 outcome.wasOnMainQueue = DispatchQueue::main()->isCurrent();
+                duringReply_();
             });
         return index;
     }
@@ -73,12 +77,262 @@ protected:
     TemporaryFolder temporary_;
     FakeStages fakes_{temporary_.path()};
     LogRecorder log_;
-    std::shared_ptr<morStilloraVideoCreator> creator_ = std::make_shared<morStilloraVideoCreator>(fakes_.stages());
+    std::function<void()> duringReply_ = [] {};
+    std::shared_ptr<morStilloraVideoCreator> creator_ = fakes_.makeCreator();
     // Addresses stay when more are added.
     std::deque<Outcome> outcomes_;
 };
 
+/// One way out of a job, and all that shows.
+struct WayOut {
+    const char* name;
+    std::function<void(FakeStages& fakes, morStilloraVideoCreator& creator)> prepare;
+    size_t photoCount = 5;
+    size_t soundtrackCount = 1;
+    /// Each in short.
+    std::string stages;
+    std::optional<NSError> error = {};
+    bool isCancelled = false;
+    /// Of those that were made.
+    Entries filesLeft = {};
+    /// Around the reply, where the hold on idle sleep failed, with how often automatic termination was allowed before.
+    Entries ends;
+};
+
+void PrintTo(const WayOut& way, std::ostream* out)
+{
+    *out << way.name;
+}
+
+void cancel(StageContext& context)
+{
+    context.setIsCancelled(true);
+}
+
+const Entries kLetGo{"release 0", "main reply 0"};
+
+const WayOut kWaysOut[] = {
+    {.name = "no photos",
+     .prepare = [](FakeStages&, auto&) {},
+     .photoCount = 0,
+     .stages = "",
+     .ends = {"main reply 0"}},
+    {.name = "no photos, cancelled before",
+     .prepare = [](FakeStages&, auto& creator) { cancel(creator); },
+     .photoCount = 0,
+     .stages = "",
+     .isCancelled = true,
+     .ends = {"main reply 0"}},
+    {.name = "cancelled before the soundtrack",
+     .prepare = [](FakeStages&, auto& creator) { cancel(creator); },
+     .stages = "hold",
+     .isCancelled = true,
+     .ends = kLetGo},
+    {.name = "soundtrack failed",
+     .prepare = [](FakeStages& fakes, auto&) { fakes.soundtrackFailure = kFailure; },
+     .stages = "hold, sound",
+     .error = kFailure,
+     .ends = kLetGo},
+    {.name = "soundtrack failed without an error",
+     .prepare = [](FakeStages& fakes, auto&) { fakes.soundtrackFailure = kFailureWithoutError; },
+     .stages = "hold, sound",
+     .ends = kLetGo},
+    {.name = "soundtrack failed, cancelled during it",
+     .prepare =
+         [](FakeStages& fakes, auto&) {
+             fakes.soundtrackFailure = kFailure;
+             fakes.duringSoundtrack = cancel;
+         },
+     .stages = "hold, sound",
+     .error = kFailure,
+     .isCancelled = true,
+     .ends = kLetGo},
+    {.name = "cancelled after the soundtrack",
+     .prepare = [](FakeStages& fakes, auto&) { fakes.duringSoundtrack = cancel; },
+     .stages = "hold, sound",
+     .isCancelled = true,
+     .ends = kLetGo},
+    {.name = "cancelled after a soundtrack with an error",
+     .prepare =
+         [](FakeStages& fakes, auto&) {
+             fakes.duringSoundtrack = cancel;
+             fakes.errorBesideSoundtrack = kFailure;
+         },
+     .stages = "hold, sound",
+     .isCancelled = true,
+     .ends = kLetGo},
+    {.name = "video failed",
+     .prepare = [](FakeStages& fakes, auto&) { fakes.videoFailure = kFailure; },
+     .stages = "hold, sound, pictures",
+     .error = kFailure,
+     .ends = kLetGo},
+    {.name = "video failed without an error after a soundtrack with one",
+     .prepare =
+         [](FakeStages& fakes, auto&) {
+             fakes.videoFailure = kFailureWithoutError;
+             fakes.errorBesideSoundtrack = kFailure;
+         },
+     .stages = "hold, sound, pictures",
+     .ends = kLetGo},
+    {.name = "video failed, cancelled during it",
+     .prepare =
+         [](FakeStages& fakes, auto&) {
+             fakes.videoFailure = kFailure;
+             fakes.duringVideo = cancel;
+         },
+     .stages = "hold, sound, pictures",
+     .error = kFailure,
+     .isCancelled = true,
+     .ends = kLetGo},
+    {.name = "cancelled during the video",
+     .prepare = [](FakeStages& fakes, auto&) { fakes.duringVideo = cancel; },
+     .stages = "hold, sound, pictures",
+     .isCancelled = true,
+     .ends = kLetGo},
+    {.name = "cancelled during the composition",
+     .prepare = [](FakeStages& fakes, auto&) { fakes.duringComposition = cancel; },
+     .stages = "hold, sound, pictures, join",
+     .isCancelled = true,
+     .ends = kLetGo},
+    {.name = "cancelled during the composition after a video with an error",
+     .prepare =
+         [](FakeStages& fakes, auto&) {
+             fakes.duringComposition = cancel;
+             fakes.errorBesideVideo = kFailure;
+         },
+     .stages = "hold, sound, pictures, join",
+     .isCancelled = true,
+     .ends = kLetGo},
+    {.name = "composition failed, cancelled during it",
+     .prepare =
+         [](FakeStages& fakes, auto&) {
+             fakes.compositionFailure = kFailure;
+             fakes.duringComposition = cancel;
+         },
+     .stages = "hold, sound, pictures, join",
+     .error = kFailure,
+     .isCancelled = true,
+     .ends = kLetGo},
+    {.name = "cancelled during the move",
+     .prepare = [](FakeStages& fakes, auto&) { fakes.duringNaming = cancel; },
+     .soundtrackCount = 0,
+     .stages = "hold, pictures, name",
+     .isCancelled = true,
+     .ends = kLetGo},
+    {.name = "composition failed",
+     .prepare = [](FakeStages& fakes, auto&) { fakes.compositionFailure = kFailure; },
+     .stages = "hold, sound, pictures, join",
+     .ends = {"main reply 0"}},
+    {.name = "success",
+     .prepare = [](FakeStages&, auto&) {},
+     .stages = "hold, sound, pictures, join",
+     .filesLeft = {"movie.mov", "soundtrack.m4a", "video.mov"},
+     .ends = {"main release 0", "main log 1", "main reply 1"}},
+};
+
+/// The fakes' journal in short.
+std::string stagesIn(const Entries& entries)
+{
+    static const std::map<std::string, std::string> names = {
+        {"assertion", "hold"}, {"soundtrack", "sound"}, {"video", "pictures"}, {"combine", "join"}, {"name", "name"}};
+    std::string text;
+    for (const std::string& entry : entries)
+        if (const auto name = names.find(entry.substr(0, entry.find(' '))); name != names.end())
+            text += (text.empty() ? "" : ", ") + name->second;
+    return text;
+}
+
+/// Whether it is the line that tells how long a job took, to the microsecond.
+bool isTiming(const std::string& text)
+{
+    double seconds = -1;
+    int length = 0;
+    return std::sscanf(text.c_str(), "*!!* creation took %lf seconds%n", &seconds, &length) == 1 && seconds >= 0 &&
+           static_cast<size_t>(length) == text.size() && text[text.find('.') + 7] == ' ';
+}
+
+/// Each way out, with a hold on idle sleep that succeeded (true) or failed.
+class CreatorWaysOutTest : public CreatorTest, public testing::WithParamInterface<std::tuple<WayOut, bool>> {
+protected:
+    CreatorWaysOutTest()
+    {
+        // Only paths that hold the temporary folder's URL are removed.
+        fakes_.filesFolder = temporary_.path() + "/" + temporary_.url().absoluteString();
+        std::filesystem::create_directories(*fakes_.filesFolder);
+        fakes_.finalNames = {"../" + temporary_.url().lastPathComponent() + "/" + temporary_.url().absoluteString() +
+                             "final.mov"};
+    }
+
+    int64_t terminationsAllowed() const
+    {
+        return allowedAtFirst_ - platform::NSProcessInfo::processInfo().termination().automaticTerminationDisabled;
+    }
+    void note(const std::string& what)
+    {
+        ends_.add((DispatchQueue::main()->isCurrent() ? "main " : "") + what + " " +
+                  std::to_string(terminationsAllowed()));
+    }
+    Entries filesLeft() const
+    {
+        Entries files;
+        for (const auto& entry : std::filesystem::directory_iterator(*fakes_.filesFolder))
+            files.push_back(entry.path().filename().string());
+        std::ranges::sort(files);
+        return files;
+    }
+
+    const int64_t allowedAtFirst_ = platform::NSProcessInfo::processInfo().termination().automaticTerminationDisabled;
+    Journal ends_;
+};
+
 } // namespace
+
+TEST_P(CreatorWaysOutTest, EndsAsItsRowSays)
+{
+    const auto& [way, isHeld] = GetParam();
+    fakes_.assertionStatus = isHeld ? platform::kIOReturnSuccess : platform::kIOReturnBadArgument;
+    way.prepare(fakes_, *creator_);
+    fakes_.duringRelease = [this] { note("release"); };
+    duringReply_ = [this] { note("reply"); };
+    platform::setLogSink([this](const std::string& line) {
+        if (isTiming(line))
+            note("log");
+    });
+
+    const Outcome outcome = run(photos(way.photoCount), soundtracks(way.soundtrackCount));
+
+    EXPECT_EQ(stagesIn(fakes_.journal.entries()), way.stages);
+    EXPECT_EQ(outcome.movie.has_value(), way.ends.size() == 3);
+    EXPECT_EQ(outcome.error, way.error);
+    EXPECT_EQ(outcome.isCancelled, way.isCancelled);
+    EXPECT_EQ(filesLeft(), way.filesLeft);
+    Entries ends = way.ends;
+    if (isHeld)
+        std::erase_if(ends, [](const std::string& entry) { return entry.find("release") != std::string::npos; });
+    EXPECT_EQ(ends_.entries(), ends);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, CreatorWaysOutTest, testing::Combine(testing::ValuesIn(kWaysOut), testing::Bool()),
+                         [](const auto& row) {
+                             std::string name = std::get<0>(row.param).name;
+                             std::ranges::replace_if(
+                                 name, [](char c) { return c == ' ' || c == ','; }, '_');
+                             return name + (std::get<1>(row.param) ? "__held" : "__not_held");
+                         });
+
+TEST_F(CreatorTest, AllowsAutomaticTerminationOnACancel)
+{
+    const auto disabled = [] {
+        return platform::NSProcessInfo::processInfo().termination().automaticTerminationDisabled;
+    };
+    const auto before = disabled();
+    creator_->cancelCreation();
+    EXPECT_EQ(disabled(), before - 1);
+    auto operations = platform::NSProcessInfo::processInfo().termination().operations;
+    operations.erase(operations.begin(), operations.end() - 3);
+    EXPECT_EQ(operations, Entries({"setAutomaticTerminationSupportEnabled: true", "enableSuddenTermination",
+                                   "enableAutomaticTermination: creating assets for Stillora"}));
+}
 
 TEST_F(CreatorTest, AnswersAnEmptyPhotoListAtOnceWithoutAFolderOrAnAssertion)
 {
@@ -87,15 +341,6 @@ TEST_F(CreatorTest, AnswersAnEmptyPhotoListAtOnceWithoutAFolderOrAnAssertion)
     EXPECT_FALSE(outcome.error);
     EXPECT_FALSE(outcome.isCancelled);
     EXPECT_EQ(fakes_.journal.entries(), Entries());
-}
-
-TEST_F(CreatorTest, AnswersAnEmptyPhotoListAfterACancelWithTheFlag)
-{
-    creator_->cancelCreation();
-    const auto outcome = run(PhotoList());
-    EXPECT_FALSE(outcome.movie);
-    EXPECT_FALSE(outcome.error);
-    EXPECT_TRUE(outcome.isCancelled);
 }
 
 TEST_F(CreatorTest, ReturnsBeforeTheJobHasRun)
@@ -188,16 +433,6 @@ TEST_F(CreatorTest, GivesUpIfTheTakenNameStillCountsAsFree)
     EXPECT_TRUE(std::filesystem::exists(fakes_.file("video.mov")));
 }
 
-TEST_F(CreatorTest, RunsNoStageWhenCancelledBeforeTheJobBegins)
-{
-    creator_->cancelCreation();
-    const auto outcome = run();
-    EXPECT_FALSE(outcome.movie);
-    EXPECT_FALSE(outcome.error);
-    EXPECT_TRUE(outcome.isCancelled);
-    EXPECT_EQ(fakes_.journal.entries(), Entries({"assertion VideoCreationIOPMAssertionSleepNotice"}));
-}
-
 TEST_F(CreatorTest, AnswersARequestAfterACancelOnTheSameConnectionAsCancelled)
 {
     fakes_.duringVideo = [&](StageContext&) { creator_->cancelCreation(); };
@@ -207,79 +442,6 @@ TEST_F(CreatorTest, AnswersARequestAfterACancelOnTheSameConnectionAsCancelled)
     EXPECT_EQ(fakes_.journal.entries().size(), before + 1);
 }
 
-TEST_F(CreatorTest, AnswersWithTheSoundtracksError)
-{
-    fakes_.soundtrackFailure = kFailure;
-    const auto outcome = run();
-    EXPECT_FALSE(outcome.movie);
-    EXPECT_EQ(outcome.error, kFailure);
-    EXPECT_FALSE(outcome.isCancelled);
-    EXPECT_EQ(fakes_.journal.entries().back(), "soundtrack 1 50. 5.");
-}
-
-TEST_F(CreatorTest, AnswersWithoutAnErrorIfTheSoundtrackIsMissingWithoutOne)
-{
-    fakes_.soundtrackFailure = kFailureWithoutError;
-    fakes_.duringSoundtrack = [&](StageContext&) { creator_->cancelCreation(); };
-    const auto outcome = run();
-    EXPECT_FALSE(outcome.movie);
-    EXPECT_FALSE(outcome.error);
-    EXPECT_TRUE(outcome.isCancelled);
-}
-
-TEST_F(CreatorTest, StopsAfterTheSoundtrackWhenCancelledDuringIt)
-{
-    fakes_.duringSoundtrack = [&](StageContext&) { creator_->cancelCreation(); };
-    const auto outcome = run();
-    EXPECT_FALSE(outcome.movie);
-    EXPECT_FALSE(outcome.error);
-    EXPECT_TRUE(outcome.isCancelled);
-    EXPECT_EQ(fakes_.journal.entries().back(), "soundtrack 1 50. 5.");
-}
-
-TEST_F(CreatorTest, AnswersWithTheVideosError)
-{
-    fakes_.videoFailure = kFailure;
-    const auto outcome = run();
-    EXPECT_FALSE(outcome.movie);
-    EXPECT_EQ(outcome.error, kFailure);
-    EXPECT_FALSE(outcome.isCancelled);
-}
-
-TEST_F(CreatorTest, AnswersWithoutAnErrorIfTheVideoIsMissingWithoutOne)
-{
-    fakes_.videoFailure = kFailureWithoutError;
-    const auto outcome = run();
-    EXPECT_FALSE(outcome.movie);
-    EXPECT_FALSE(outcome.error);
-    EXPECT_FALSE(outcome.isCancelled);
-}
-
-TEST_F(CreatorTest, AnswersACancelDuringTheVideoWithTheVideosErrorOrNone)
-{
-    for (const auto& failure :
-         {std::optional<NSError>(), std::optional(kFailureWithoutError), std::optional(kFailure)}) {
-        creator_ = std::make_shared<morStilloraVideoCreator>(fakes_.stages());
-        fakes_.videoFailure = failure;
-        fakes_.duringVideo = [&](StageContext&) { creator_->cancelCreation(); };
-        const auto outcome = run();
-        EXPECT_FALSE(outcome.movie);
-        EXPECT_EQ(outcome.error, failure == kFailure ? failure : std::nullopt);
-        EXPECT_TRUE(outcome.isCancelled);
-    }
-}
-
-TEST_F(CreatorTest, RemovesIntermediateFilesThatLieInTheTemporaryFolderOnACancel)
-{
-    // The test for that looks for the folder's URL in the file's path.
-    fakes_.filesFolder = temporary_.path() + "/" + temporary_.url().absoluteString();
-    std::filesystem::create_directories(*fakes_.filesFolder);
-    fakes_.duringVideo = [&](StageContext&) { creator_->cancelCreation(); };
-    EXPECT_TRUE(run().isCancelled);
-    EXPECT_FALSE(std::filesystem::exists(fakes_.file("soundtrack.m4a")));
-    EXPECT_FALSE(std::filesystem::exists(fakes_.file("video.mov")));
-}
-
 TEST_F(CreatorTest, LeavesFilesWhosePathsDoNotHoldTheTemporaryFoldersUrl)
 {
     // Which is so for all files that stages write, as a path does not begin with a scheme.
@@ -287,83 +449,6 @@ TEST_F(CreatorTest, LeavesFilesWhosePathsDoNotHoldTheTemporaryFoldersUrl)
     EXPECT_TRUE(run().isCancelled);
     EXPECT_TRUE(std::filesystem::exists(fakes_.file("soundtrack.m4a")));
     EXPECT_TRUE(std::filesystem::exists(fakes_.file("video.mov")));
-}
-
-TEST_F(CreatorTest, RemovesTheFinalMovieTooWhenCancelledDuringTheComposition)
-{
-    fakes_.filesFolder = temporary_.path() + "/" + temporary_.url().absoluteString();
-    std::filesystem::create_directories(*fakes_.filesFolder);
-    fakes_.duringComposition = [&](StageContext&) { creator_->cancelCreation(); };
-    const auto outcome = run();
-    EXPECT_FALSE(outcome.movie);
-    EXPECT_FALSE(outcome.error);
-    EXPECT_TRUE(outcome.isCancelled);
-    for (const char* name : {"soundtrack.m4a", "video.mov", "movie.mov"})
-        EXPECT_FALSE(std::filesystem::exists(fakes_.file(name))) << name;
-}
-
-TEST_F(CreatorTest, AnswersACancelDuringTheCompositionWithItsError)
-{
-    fakes_.compositionFailure = kFailure;
-    fakes_.duringComposition = [&](StageContext&) { creator_->cancelCreation(); };
-    const auto outcome = run();
-    EXPECT_FALSE(outcome.movie);
-    EXPECT_EQ(outcome.error, kFailure);
-    EXPECT_TRUE(outcome.isCancelled);
-}
-
-TEST_F(CreatorTest, AnswersACancelDuringTheMoveAsCancelled)
-{
-    fakes_.duringNaming = [&](StageContext&) { creator_->cancelCreation(); };
-    const auto outcome = run(photos(5), {});
-    EXPECT_FALSE(outcome.movie);
-    EXPECT_FALSE(outcome.error);
-    EXPECT_TRUE(outcome.isCancelled);
-}
-
-TEST_F(CreatorTest, AnswersAFailedCompositionWithNothingAtAll)
-{
-    fakes_.compositionFailure = kFailure;
-    const auto outcome = run();
-    EXPECT_FALSE(outcome.movie);
-    EXPECT_FALSE(outcome.error);
-    EXPECT_FALSE(outcome.isCancelled);
-}
-
-TEST_F(CreatorTest, RemovesAtEachWayOutWhatThatOneNames)
-{
-    const auto cancel = [](StageContext& context) { context.setIsCancelled(true); };
-    const struct {
-        const char* name;
-        std::function<void(FakeStages&)> prepare;
-        /// Of those that were written.
-        Entries files;
-    } rows[] = {
-        {"success", [](FakeStages&) {}, {"movie.mov", "soundtrack.m4a", "video.mov"}},
-        {"soundtrack failed", [](FakeStages& fakes) { fakes.soundtrackFailure = kFailure; }, {}},
-        {"cancelled after the soundtrack", [&](FakeStages& fakes) { fakes.duringSoundtrack = cancel; }, {}},
-        {"video failed", [](FakeStages& fakes) { fakes.videoFailure = kFailure; }, {}},
-        {"cancelled after the video", [&](FakeStages& fakes) { fakes.duringVideo = cancel; }, {}},
-        {"cancelled after the final movie", [&](FakeStages& fakes) { fakes.duringComposition = cancel; }, {}},
-        {"composition returned nothing", [](FakeStages& fakes) { fakes.compositionFailure = kFailure; }, {}},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        FakeStages fakes(temporary_.path());
-        // Only paths that hold the temporary folder's URL are removed.
-        fakes.filesFolder = temporary_.path() + "/" + temporary_.url().absoluteString();
-        std::filesystem::create_directories(*fakes.filesFolder);
-        creator_ = std::make_shared<morStilloraVideoCreator>(fakes.stages());
-        row.prepare(fakes);
-        run();
-        Entries files;
-        for (const auto& entry : std::filesystem::directory_iterator(*fakes.filesFolder))
-            files.push_back(entry.path().filename().string());
-        std::ranges::sort(files);
-        EXPECT_EQ(files, row.files);
-        std::filesystem::remove_all(*fakes.filesFolder);
-        creator_ = nullptr;
-    }
 }
 
 TEST_F(CreatorTest, RemovesAMovedMovieThatLiesInTheTemporaryFolderWhenCancelledDuringTheMove)
@@ -378,79 +463,11 @@ TEST_F(CreatorTest, RemovesAMovedMovieThatLiesInTheTemporaryFolderWhenCancelledD
     EXPECT_TRUE(std::filesystem::is_empty(*fakes_.filesFolder));
 }
 
-TEST_F(CreatorTest, EndsWithTheReleaseThenTheTerminationThenTheLogThenTheReply)
-{
-    const auto& process = platform::NSProcessInfo::processInfo();
-    const auto before = process.termination().automaticTerminationDisabled;
-    std::vector<std::string> order;
-    // A number tells whether automatic termination was allowed before that.
-    const auto note = [&](const std::string& what) {
-        order.push_back(what + " " + std::to_string(before - process.termination().automaticTerminationDisabled));
-    };
-    auto stages = fakes_.stages();
-    stages.createAssertion = [](const std::string&, platform::IOPMAssertionID*) {
-        return platform::kIOReturnBadArgument;
-    };
-    stages.releaseAssertion = [&](platform::IOPMAssertionID) {
-        EXPECT_TRUE(DispatchQueue::main()->isCurrent());
-        note("release");
-    };
-    platform::setLogSink([&](const std::string& line) {
-        if (line.starts_with("*!!*"))
-            note("log");
-    });
-    bool isAnswered = false;
-    std::make_shared<morStilloraVideoCreator>(std::move(stages))
-        ->createStillMotionVideoWithPhotos(photos(5), soundtracks(1), 50, 5, false, 10, std::nullopt, 720, false, {},
-                                           save_.bookmark(), temporary_.bookmark(),
-                                           [&](std::optional<NSData>, std::optional<NSError>, bool) {
-                                               note("reply");
-                                               isAnswered = true;
-                                           });
-    EXPECT_TRUE(DispatchQueue::runMainUntil([&] { return isAnswered; }, 30));
-    EXPECT_EQ(order, Entries({"release 0", "log 1", "reply 1"}));
-}
-
-TEST_F(CreatorTest, ReleasesTheAssertionBeforeTheReplyAtEveryOtherWayOut)
-{
-    const auto cancel = [](StageContext& context) { context.setIsCancelled(true); };
-    const struct {
-        const char* name;
-        std::function<void(FakeStages&)> prepare;
-    } rows[] = {
-        {"cancelled before the soundtrack", [this](FakeStages&) { creator_->cancelCreation(); }},
-        {"soundtrack failed", [](FakeStages& fakes) { fakes.soundtrackFailure = kFailure; }},
-        {"cancelled after the soundtrack", [&](FakeStages& fakes) { fakes.duringSoundtrack = cancel; }},
-        {"video failed", [](FakeStages& fakes) { fakes.videoFailure = kFailure; }},
-        {"cancelled after the final movie", [&](FakeStages& fakes) { fakes.duringComposition = cancel; }},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        FakeStages fakes(temporary_.path());
-        fakes.assertionStatus = platform::kIOReturnBadArgument;
-        creator_ = std::make_shared<morStilloraVideoCreator>(fakes.stages());
-        row.prepare(fakes);
-        const auto index = send();
-        // The main queue does not run yet, so nothing is answered.
-        const auto deadline = std::chrono::steady_clock::now() + 30s;
-        while (!fakes.journal.contains("release 42") && std::chrono::steady_clock::now() < deadline)
-            std::this_thread::yield();
-        EXPECT_TRUE(fakes.journal.contains("release 42"));
-        EXPECT_EQ(outcomes_[index].replies, 0);
-        finish();
-        creator_ = nullptr;
-    }
-}
-
 TEST_F(CreatorTest, AnswersSuccessWithoutTheFlagThoughCancelledJustBefore)
 {
-    auto stages = fakes_.stages();
-    stages.createAssertion = [](const std::string&, platform::IOPMAssertionID*) {
-        return platform::kIOReturnBadArgument;
-    };
+    fakes_.assertionStatus = platform::kIOReturnBadArgument;
     // What comes before the reply, after the job's last look at the flag.
-    stages.releaseAssertion = [&](platform::IOPMAssertionID) { creator_->cancelCreation(); };
-    creator_ = std::make_shared<morStilloraVideoCreator>(std::move(stages));
+    fakes_.duringRelease = [&] { creator_->cancelCreation(); };
     const auto outcome = run();
     EXPECT_TRUE(outcome.movie);
     EXPECT_FALSE(outcome.isCancelled);
@@ -477,62 +494,6 @@ TEST_F(CreatorTest, AnswersAFailedCompositionWithoutTheFlagThoughCancelledJustBe
     EXPECT_TRUE(creator_->isCancelled());
 }
 
-TEST_F(CreatorTest, ReleasesTheAssertionOnlyWhereItsCreationFailed)
-{
-    const struct {
-        const char* name;
-        std::function<void(FakeStages&)> prepare;
-        bool isReleasedAfterFailure;
-    } rows[] = {
-        {"success", [](FakeStages&) {}, true},
-        {"cancelled before the soundtrack", [this](FakeStages&) { creator_->cancelCreation(); }, true},
-        {"soundtrack failed", [](FakeStages& fakes) { fakes.soundtrackFailure = kFailure; }, true},
-        {"cancelled after the soundtrack",
-         [this](FakeStages& fakes) { fakes.duringSoundtrack = [this](StageContext&) { creator_->cancelCreation(); }; },
-         true},
-        {"video failed", [](FakeStages& fakes) { fakes.videoFailure = kFailure; }, true},
-        {"cancelled after the final movie",
-         [this](FakeStages& fakes) { fakes.duringComposition = [this](StageContext&) { creator_->cancelCreation(); }; },
-         true},
-        {"composition returned nothing", [](FakeStages& fakes) { fakes.compositionFailure = kFailure; }, false},
-    };
-    for (const auto& row : rows) {
-        for (const auto status : {platform::kIOReturnSuccess, platform::kIOReturnBadArgument}) {
-            FakeStages fakes(temporary_.path());
-            fakes.assertionStatus = status;
-            creator_ = std::make_shared<morStilloraVideoCreator>(fakes.stages());
-            row.prepare(fakes);
-            run();
-            EXPECT_EQ(fakes.journal.contains("release 42"),
-                      status != platform::kIOReturnSuccess && row.isReleasedAfterFailure)
-                << row.name;
-            creator_ = nullptr;
-        }
-    }
-}
-
-TEST_F(CreatorTest, AllowsAutomaticTerminationOnSuccessAndOnCancelOnly)
-{
-    auto& process = platform::NSProcessInfo::processInfo();
-    const auto count = [&] { return process.termination().automaticTerminationDisabled; };
-    auto before = count();
-    run();
-    EXPECT_EQ(count(), before - 1);
-    auto operations = process.termination().operations;
-    operations.erase(operations.begin(), operations.end() - 3);
-    EXPECT_EQ(operations, Entries({"setAutomaticTerminationSupportEnabled: true", "enableSuddenTermination",
-                                   "enableAutomaticTermination: creating assets for Stillora"}));
-    before = count();
-    fakes_.compositionFailure = kFailure;
-    run();
-    run(PhotoList());
-    fakes_.soundtrackFailure = kFailure;
-    run();
-    EXPECT_EQ(count(), before);
-    creator_->cancelCreation();
-    EXPECT_EQ(count(), before - 1);
-}
-
 TEST_F(CreatorTest, ForbidsAutomaticTerminationInTheSameOrder)
 {
     creator_->_setAutomaticTerminationEnabled(false);
@@ -541,29 +502,6 @@ TEST_F(CreatorTest, ForbidsAutomaticTerminationInTheSameOrder)
     EXPECT_EQ(operations, Entries({"setAutomaticTerminationSupportEnabled: false", "disableSuddenTermination",
                                    "disableAutomaticTermination: creating assets for Stillora"}));
     creator_->_setAutomaticTerminationEnabled(true);
-}
-
-TEST_F(CreatorTest, LogsItsTimingOnlyOnSuccess)
-{
-    const auto isTiming = [](const std::string& text) {
-        double seconds = -1;
-        int length = 0;
-        return std::sscanf(text.c_str(), "*!!* creation took %lf seconds%n", &seconds, &length) == 1 && seconds >= 0 &&
-               static_cast<size_t>(length) == text.size() && text[text.find('.') + 7] == ' ';
-    };
-    const auto lines = [&] { return std::ranges::count_if(log_.lines(), isTiming); };
-    fakes_.compositionFailure = kFailure;
-    run();
-    fakes_.compositionFailure = std::nullopt;
-    fakes_.videoFailure = kFailure;
-    run();
-    EXPECT_EQ(lines(), 0);
-    fakes_.videoFailure = std::nullopt;
-    run();
-    EXPECT_EQ(lines(), 1);
-    creator_->cancelCreation();
-    run();
-    EXPECT_EQ(lines(), 1);
 }
 
 TEST_F(CreatorTest, FallsBackToItsOwnFoldersWhereBookmarksDoNotResolve)
@@ -579,15 +517,6 @@ TEST_F(CreatorTest, FallsBackToItsOwnFoldersWhereBookmarksDoNotResolve)
     EXPECT_EQ(fakes_.journal.entries()[0], "custom folder");
     EXPECT_EQ(fakes_.journal.entries()[1], "scratch folder");
     EXPECT_EQ(fakes_.journal.entries().back(), "combine video.mov soundtrack.m4a none");
-}
-
-TEST_F(CreatorTest, AnswersOnceThoughCancelledTwice)
-{
-    fakes_.duringVideo = [&](StageContext&) {
-        creator_->cancelCreation();
-        creator_->cancelCreation();
-    };
-    EXPECT_TRUE(run().isCancelled);
 }
 
 TEST_F(CreatorTest, AnswersTwoRequestsAtOnceEachOnItsOwn)
@@ -620,15 +549,6 @@ TEST_F(CreatorTest, TellsTheFlagAsItIsWhenTheAnswerIsSent)
     finish();
     EXPECT_TRUE(outcomes_[index].isCancelled);
     EXPECT_EQ(outcomes_[index].error, kFailure);
-}
-
-TEST_F(CreatorTest, PassesItsOtherStagesOn)
-{
-    uint64_t totalFileSize = 0;
-    EXPECT_EQ(creator_->videoSizeForQuality(480, photos(3), &totalFileSize), (platform::CGSize{640, 480}));
-    EXPECT_EQ(totalFileSize, 77U);
-    creator_->_fillBufferArrayUsingPhotos(photos(3), {640, 480}, true);
-    EXPECT_EQ(fakes_.journal.entries(), Entries({"size 480 3", "frames 3 640. reduce"}));
 }
 
 TEST_F(CreatorTest, MakesItsQueuesWithTheirLabelsAndLimits)

@@ -81,21 +81,25 @@ protected:
     {
         // Not the number that writing begins with.
         context.setCurrentNeededPhotoIndex(12345);
-        stages.videoSize = [this](VideoStageContext&, int64_t, const PhotoList& photos, uint64_t* total,
-                                  PhotoList* failed) {
+        fakeStages(context);
+    }
+
+    /// Gives it a size, and frames that are there at once.
+    void fakeStages(TestVideoStageContext& c)
+    {
+        c.videoSize = [this](const PhotoList& photos, uint64_t* total, PhotoList* failed) {
             *total = 1000 * photos.size();
             *failed = failedPhotos;
             return CGSize{kWidth, kHeight};
         };
-        stages.fillBufferArray = [this](VideoStageContext& c, const PhotoList& photos, CGSize size, bool) {
+        c.fillBufferArray = [this](VideoStageContext& stageContext, const PhotoList& photos, CGSize size) {
             EXPECT_EQ(size, (CGSize{kWidth, kHeight}));
             photosToRender = photos.size();
             auto frames = std::make_shared<FrameList>();
             for (const size_t index : indexes)
                 frames->append(makeRecord(index));
-            c.setImageBuffers(frames);
+            stageContext.setImageBuffers(frames);
         };
-        stages.processorCount = 2;
     }
 
     /// The indexes 0 to `count` - 1 are finished, in this order.
@@ -108,7 +112,8 @@ protected:
     AVURLAssetPtr write(size_t photoCount, NSError* error = nullptr, double durationPerPhoto = 3,
                         const std::optional<std::string>& codec = std::nullopt)
     {
-        return videoWithPhotos(context, makePhotos(photoCount), 0, false, durationPerPhoto, codec, error, stages);
+        return videoWithPhotos(context, makePhotos(photoCount), 0, false, durationPerPhoto, codec, error,
+                               processorCount);
     }
 
     /// Writes on a thread of its own.
@@ -129,7 +134,7 @@ protected:
 
     TemporaryFolder folder;
     TestVideoStageContext context{folder.url(), platform::NSURL::fileURLWithPath(folder.makeFolder("temporary"), true)};
-    SilentVideoStages stages;
+    uint64_t processorCount = 2;
     PhotoList failedPhotos;
     /// Of the frames that are there when production has been started.
     std::vector<size_t> indexes;
@@ -278,7 +283,7 @@ TEST_F(SilentVideoTest, ACancelLeavesTheErrorAsItWas)
 
 TEST_F(SilentVideoTest, WithoutPhotosNothingIsDone)
 {
-    stages.videoSize = [](auto&&...) {
+    context.videoSize = [](auto&&...) {
         ADD_FAILURE() << "asked for a size";
         return platform::kNSZeroSize;
     };
@@ -291,7 +296,7 @@ TEST_F(SilentVideoTest, WithoutPhotosNothingIsDone)
 
 TEST_F(SilentVideoTest, WithoutASizeNothingIsDone)
 {
-    stages.videoSize = [](auto&&...) { return platform::kNSZeroSize; };
+    context.videoSize = [](auto&&...) { return platform::kNSZeroSize; };
     NSError error;
     EXPECT_FALSE(write(9, &error));
     EXPECT_EQ(error, NSError{});
@@ -302,16 +307,17 @@ TEST_F(SilentVideoTest, WithoutASizeNothingIsDone)
 TEST_F(SilentVideoTest, SaysWhyItsFolderCannotBeMade)
 {
     TestVideoStageContext inTheWay(folder.url(), platform::NSURL::fileURLWithPath(folder.makeFile("file"), true));
+    fakeStages(inTheWay);
     const LogRecorder log;
     NSError error;
-    EXPECT_FALSE(videoWithPhotos(inTheWay, makePhotos(6), 0, false, 3, std::nullopt, &error, stages));
+    EXPECT_FALSE(videoWithPhotos(inTheWay, makePhotos(6), 0, false, 3, std::nullopt, &error, processorCount));
     EXPECT_NE(error.code, 0);
     EXPECT_NE(error.localizedDescription.find("file"), std::string::npos);
     EXPECT_THAT(log.lines(), ElementsAre("-[morStilloraVideoCreator videoWithPhotos:quality:reduceBorders:"
                                          "durationPerPhoto:desiredCodec:error:] - could not create temporary dir"));
     EXPECT_FALSE(inTheWay.isCancelled());
     EXPECT_EQ(photosToRender, 0u);
-    EXPECT_FALSE(videoWithPhotos(inTheWay, makePhotos(6), 0, false, 3, std::nullopt, nullptr, stages));
+    EXPECT_FALSE(videoWithPhotos(inTheWay, makePhotos(6), 0, false, 3, std::nullopt, nullptr, processorCount));
 }
 
 TEST_F(SilentVideoTest, AnUnknownCodecReturnsNoneWithoutAnErrorAndReadsAsCancelled)
@@ -355,7 +361,7 @@ TEST_F(SilentVideoTest, FailedPhotosAreNotWritten)
     const PhotoList photos = makePhotos(8);
     failedPhotos = {photos[2], photos[5]};
     finishFrames(6);
-    const auto asset = videoWithPhotos(context, photos, 0, false, 2, std::nullopt, nullptr, stages);
+    const auto asset = videoWithPhotos(context, photos, 0, false, 2, std::nullopt, nullptr, processorCount);
     ASSERT_TRUE(asset);
     EXPECT_EQ(photosToRender, 6u);
     EXPECT_EQ(platform::inspectMedia(asset->URL()).value_or(platform::MediaReport{}).tracks.at(0).samples.size(), 6u);
@@ -365,7 +371,7 @@ TEST_F(SilentVideoTest, LetsGoOfFramesAsItWritesThem)
 {
     std::vector<std::weak_ptr<platform::CVPixelBuffer>> buffers;
     std::mutex mutex;
-    stages.fillBufferArray = [&](VideoStageContext& c, const PhotoList& photos, CGSize, bool) {
+    context.fillBufferArray = [&](VideoStageContext& c, const PhotoList& photos, CGSize) {
         auto frames = std::make_shared<FrameList>();
         // All but the last, so that the movie stays unfinished.
         for (size_t i = 0; i + 1 < photos.size(); ++i) {
@@ -420,7 +426,7 @@ TEST_F(SilentVideoTest, ReportsEachFrameAndThenTheFinishing)
 TEST_F(SilentVideoTest, ReportsTheTimeThatIsLeftOnceItCanBeEstimated)
 {
     finishFrames(5);
-    stages.processorCount = 5;
+    processorCount = 5;
     const auto start = std::chrono::steady_clock::now();
     auto result = writeMeanwhile(8);
     for (size_t index = 5; index < 8; ++index) {
@@ -513,9 +519,10 @@ TEST_F(SilentVideoTest, TwoMoviesAtOnceAreBothWritten)
     TemporaryFolder otherFolder;
     TestVideoStageContext other(otherFolder.url(),
                                 platform::NSURL::fileURLWithPath(otherFolder.makeFolder("temporary"), true));
+    fakeStages(other);
     finishFrames(12);
     auto first = writeMeanwhile(12);
-    const auto second = videoWithPhotos(other, makePhotos(12), 0, false, 1, "avc1", nullptr, stages);
+    const auto second = videoWithPhotos(other, makePhotos(12), 0, false, 1, "avc1", nullptr, processorCount);
     EXPECT_TRUE(first.get());
     EXPECT_TRUE(second);
 }
@@ -539,8 +546,9 @@ TEST_F(SilentVideoTest, OneQueueOfTheProcessWritesAllMoviesOneAfterAnother)
     const TemporaryFolder otherFolder;
     TestVideoStageContext other(otherFolder.url(),
                                 platform::NSURL::fileURLWithPath(otherFolder.makeFolder("temporary"), true));
+    fakeStages(other);
     auto second = std::async(std::launch::async, [&] {
-        return videoWithPhotos(other, makePhotos(5), 0, false, 1, std::nullopt, nullptr, stages);
+        return videoWithPhotos(other, makePhotos(5), 0, false, 1, std::nullopt, nullptr, processorCount);
     });
     EXPECT_EQ(second.wait_for(std::chrono::milliseconds(300)), std::future_status::timeout);
     EXPECT_EQ(other.currentNeededPhotoIndex(), 0u) << "nothing was fed";
@@ -573,6 +581,8 @@ TEST_F(SilentVideoTest, MakesAMovieOfRealPhotos)
         photos.back()->setSize({640, 480});
         photos.back()->setFileSize(static_cast<int64_t>(std::filesystem::file_size(path)));
     }
+    context.videoSize = nullptr;
+    context.fillBufferArray = nullptr;
     const auto asset = videoWithPhotos(context, photos, 240, false, 2, "avc1");
     ASSERT_TRUE(asset);
     const auto frames = testmovie::decode(asset->URL().path(), 320, 240);

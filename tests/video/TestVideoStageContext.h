@@ -57,6 +57,20 @@ public:
         imageBuffers_ = std::move(frames);
     }
 
+    platform::CGSize videoSizeForQuality(int64_t quality, const PhotoList& photos, uint64_t* totalFileSize,
+                                         PhotoList* failedPhotos) override
+    {
+        return videoSize ? videoSize(photos, totalFileSize, failedPhotos)
+                         : VideoStageContext::videoSizeForQuality(quality, photos, totalFileSize, failedPhotos);
+    }
+    void _fillBufferArrayUsingPhotos(const PhotoList& photos, platform::CGSize maxVidSize, bool reduceBorders) override
+    {
+        if (fillBufferArray)
+            fillBufferArray(*this, photos, maxVidSize);
+        else
+            VideoStageContext::_fillBufferArrayUsingPhotos(photos, maxVidSize, reduceBorders);
+    }
+
     /// Waits until all frames and updates are through.
     void finish()
     {
@@ -72,6 +86,10 @@ public:
 
     /// Called before each answer; set before the first.
     std::function<void()> whenAskedForCancelled;
+    /// In place of the stages of these names.
+    std::function<platform::CGSize(const PhotoList& photos, uint64_t* totalFileSize, PhotoList* failedPhotos)>
+        videoSize;
+    std::function<void(VideoStageContext& context, const PhotoList& photos, platform::CGSize size)> fillBufferArray;
 
 private:
     const TemporaryFolder folder_;
