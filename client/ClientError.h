@@ -1,28 +1,23 @@
 #pragma once
 
-#include <cstdint>
+#include <stillora/Error.h>
+
+#include "platform/foundation/NSError.h"
+
+#include <filesystem>
+#include <string>
 #include <string_view>
 
 namespace stillora {
 
-/// Domain of the errors that the client library makes itself.
+/// Domain of the errors that the client library makes itself; their codes are those of `ErrorCode`.
 inline constexpr std::string_view kClientErrorDomain = "StilloraClientErrorDomain";
 
-enum ClientErrorCode : int64_t {
-    kClientErrorNothingToShow = 1,
-    kClientErrorOutOfRange = 2,
-    kClientErrorServiceNotFound = 3,
-    kClientErrorServiceNotStarted = 4,
-    kClientErrorServiceEnded = 5,
-    kClientErrorServiceStalled = 6,
-    kClientErrorServiceFailed = 7,
-    kClientErrorDiskFull = 8,
-    kClientErrorNoDocument = 9,
-    kClientErrorDocumentDamaged = 10,
-    kClientErrorDocumentTooNew = 11,
-    kClientErrorDocumentExists = 12,
-    kClientErrorDocumentChanged = 13,
-    kClientErrorCancelled = 14,
-};
+/// As `platform::fail`, in the library's own domain.
+bool fail(platform::NSError* error, ErrorCode code, std::string description);
+
+/// An error as programs see it.
+/// @param file  what it is about
+Error errorOf(platform::NSError error, std::filesystem::path file = {});
 
 } // namespace stillora

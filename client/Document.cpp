@@ -1,10 +1,14 @@
-#include "client/Document.h"
+#include <stillora/Document.h>
 
 #include "client/ClientError.h"
 #include "client/FileReason.h"
+#include "client/MovieSettings.h"
 #include "client/ResourceCopier.h"
 #include "client/Text.h"
+#include "items/MORPhoto.h"
+#include "items/MORSoundtrack.h"
 #include "items/SavedForm.h"
+#include "platform/foundation/FileDescriptor.h"
 #include "platform/foundation/NSFileManager.h"
 #include "platform/foundation/NSString.h"
 
@@ -33,6 +37,11 @@ using platform::PropertyList;
 
 namespace {
 
+/// The property list's name in the document's folder.
+constexpr std::string_view kPropertyListName = "Document.plist";
+/// The newest form of the property list that is known here.
+constexpr int64_t kFormatVersion = 1;
+
 constexpr std::string_view kVersionKey = "formatVersion";
 constexpr std::string_view kPhotosKey = "photos";
 constexpr std::string_view kSoundtracksKey = "soundtracks";
@@ -54,11 +63,6 @@ constexpr int kSavePolls = 10'000 / kLockPollMilliseconds;
 
 /// The saved form of a selection has six decimals.
 constexpr double kSelectionUnits = 1e6;
-
-bool refuse(NSError* error, ClientErrorCode code, std::string reason)
-{
-    return platform::fail(error, kClientErrorDomain, code, std::move(reason));
-}
 
 platform::FileDescriptor openFolder(const std::string& path, int flags = 0)
 {
@@ -151,6 +155,49 @@ MORSoundtrackPtr itemOf(const NSData& saved, const NSURL& location, NSError* err
     return MORSoundtrack::soundtrackWithSaveData(saved, location, error);
 }
 
+/// A photo or soundtrack with its saved form.
+template <typename Item>
+struct Entry {
+    using State = DocumentItem::State;
+
+    State state = State::Good;
+    /// Null where the saved form cannot be read.
+    std::shared_ptr<Item> item = nullptr;
+    std::string fault = {};
+    /// As it stands in the property list; an item that was not changed is written back byte for byte. Nothing for a new
+    /// item.
+    std::optional<PropertyList> saved = {};
+    /// What the item's saved form was when it was read.
+    std::optional<NSData> unchanged = {};
+
+    /// Where the item's file lies; empty where that is not known.
+    std::string path() const
+    {
+        const auto url = item ? urlOf(*item) : std::nullopt;
+        return url ? url->path() : std::string();
+    }
+};
+
+/// Zeros mean the whole file, and unlike the marker for it they survive being saved. The end is rounded up, so that a
+/// part which reaches the file's end still does.
+SoundtrackSelection savedSelection(const std::optional<SoundFacts::Selection>& part)
+{
+    if (!part)
+        return {};
+    const double end = std::ceil(part->end.count() * kSelectionUnits) / kSelectionUnits;
+    return {part->start.count(), end, end - part->start.count()};
+}
+
+std::optional<SoundFacts::Selection> selectionOf(const MORSoundtrack& soundtrack)
+{
+    const SoundtrackSelection selection = soundtrack.selection();
+    // The marker's length is lost when it is saved.
+    const bool isMarker = selection.start == kNoSelection.start && selection.end == kNoSelection.end;
+    if (isMarker || selection == SoundtrackSelection{})
+        return std::nullopt;
+    return SoundFacts::Selection{Seconds(selection.start), Seconds(selection.end)};
+}
+
 /// Why an item could not be made of its saved form.
 std::string faultOfSavedForm(const NSData& saved, const NSError& error)
 {
@@ -162,10 +209,10 @@ std::string faultOfSavedForm(const NSData& saved, const NSError& error)
 }
 
 template <typename Item>
-DocumentEntry<Item> entryOf(const PropertyList& saved, const NSURL& location)
+Entry<Item> entryOf(const PropertyList& saved, const NSURL& location)
 {
-    using State = typename DocumentEntry<Item>::State;
-    DocumentEntry<Item> entry;
+    using State = DocumentItem::State;
+    Entry<Item> entry;
     entry.saved = saved;
     const auto damaged = [&](std::string fault) {
         entry.state = State::Damaged;
@@ -199,7 +246,7 @@ DocumentEntry<Item> entryOf(const PropertyList& saved, const NSURL& location)
 
 template <typename Item>
 bool readEntries(const PropertyList::Dictionary& saved, std::string_view key, const NSURL& location,
-                 std::vector<DocumentEntry<Item>>& entries)
+                 std::vector<Entry<Item>>& entries)
 {
     const auto found = saved.find(key);
     if (found == saved.end())
@@ -215,9 +262,9 @@ bool readEntries(const PropertyList::Dictionary& saved, std::string_view key, co
 
 /// The saved forms, for writing: those that were not changed byte for byte.
 template <typename Item>
-bool writeEntries(const std::vector<DocumentEntry<Item>>& entries, PropertyList::Array& saved, NSError* error)
+bool writeEntries(const std::vector<Entry<Item>>& entries, PropertyList::Array& saved, NSError* error)
 {
-    for (const DocumentEntry<Item>& entry : entries) {
+    for (const Entry<Item>& entry : entries) {
         NSError problem;
         auto data = entry.item ? entry.item->saveData(&problem) : std::nullopt;
         if (entry.saved && (!entry.item || data == entry.unchanged)) {
@@ -234,10 +281,10 @@ bool writeEntries(const std::vector<DocumentEntry<Item>>& entries, PropertyList:
 }
 
 template <typename Item>
-void moveURLs(const std::vector<DocumentEntry<Item>>& entries, const std::string& from, const std::string& to)
+void moveURLs(const std::vector<Entry<Item>>& entries, const std::string& from, const std::string& to)
 {
-    for (const DocumentEntry<Item>& entry : entries) {
-        if (const std::string path = pathOf(entry); path.starts_with(from + "/"))
+    for (const Entry<Item>& entry : entries) {
+        if (const std::string path = entry.path(); path.starts_with(from + "/"))
             setURL(*entry.item, NSURL::fileURLWithPath(to + path.substr(from.size()), false));
     }
 }
@@ -257,20 +304,71 @@ void removeUnfinished(const std::string& folder)
 
 } // namespace
 
-Document::Document(NSURL location) : location_(std::move(location)), folder_(location_.path()) {}
+/// The document with its items as they are saved.
+class Document::Content final {
+public:
+    [[nodiscard]] static std::unique_ptr<Content> create(const NSURL& location, NSError* error);
+    /// @param waits  where the document is to be kept from changes of others
+    [[nodiscard]] static std::unique_ptr<Content> open(const NSURL& location, const std::function<bool()>* waits,
+                                                       NSError* error);
+    ~Content();
+    Content(const Content&) = delete;
+    Content& operator=(const Content&) = delete;
 
-std::unique_ptr<Document> Document::create(const NSURL& location, NSError* error)
+    [[nodiscard]] bool add(const std::vector<PhotoFacts>& photos, const std::vector<SoundFacts>& sounds,
+                           const std::function<bool(const CopyProgress&)>& progress, NSError* error);
+    [[nodiscard]] bool save(NSError* error);
+    std::vector<std::filesystem::path> unusedFiles() const;
+
+    const NSURL location_;
+    const std::filesystem::path path_ = location_.path();
+    std::vector<Entry<MORPhoto>> photos_;
+    std::vector<Entry<MORSoundtrack>> soundtracks_;
+    MovieSettings settings_;
+    std::vector<std::string> settingFaults_;
+    /// Paths of the files of removed items.
+    std::vector<std::string> removedFiles_;
+
+private:
+    explicit Content(NSURL location) : location_(std::move(location)), folder_(location_.path()) {}
+
+    [[nodiscard]] bool read(NSError* error);
+    [[nodiscard]] bool isUnchangedOnDisk(NSError* error) const;
+    [[nodiscard]] std::optional<NSData> propertyList(NSError* error) const;
+    void setFolder(const std::string& path);
+    void adoptSaved(NSData written);
+    void removeFiles(const std::vector<std::string>& paths) const;
+    bool isUsed(const std::string& path) const;
+    bool hasDamagedItems() const;
+    std::string propertyListPath() const { return fmt::format("{}/{}", folder_, kPropertyListName); }
+
+    /// Where the files are: the location, but for a new document before it is saved.
+    std::string folder_;
+    /// Keeps other processes from changing the document, where it is held.
+    platform::FileDescriptor lock_;
+    bool isNew_ = false;
+    MovieSettings savedSettings_;
+
+    /// The property list as it was read or written last, with all that is not known here.
+    PropertyList::Dictionary saved_;
+    NSData savedBytes_;
+
+    /// Paths of copies that no saved item has yet.
+    std::vector<std::string> addedFiles_;
+};
+
+std::unique_ptr<Document::Content> Document::Content::create(const NSURL& location, NSError* error)
 {
     const std::string& path = location.path();
     struct stat status = {};
     if (lstat(path.c_str(), &status) == 0) {
-        refuse(error, kClientErrorDocumentExists, fmt::format("{} is there already", path));
+        fail(error, ErrorCode::DocumentExists, fmt::format("{} is there already", path));
         return nullptr;
     }
     const std::string parent = location.URLByDeletingLastPathComponent().path();
     removeAbandoned(parent);
 
-    std::unique_ptr<Document> document(new Document(NSURL::fileURLWithPath(path, true)));
+    std::unique_ptr<Content> document(new Content(NSURL::fileURLWithPath(path, true)));
     document->isNew_ = true;
     document->folder_ = (parent == "/" ? "" : parent) + "/" + std::string(kNewPrefix) + platform::NSUUIDString();
     if (mkdir(document->folder_.c_str(), 0777) != 0) {
@@ -289,23 +387,13 @@ std::unique_ptr<Document> Document::create(const NSURL& location, NSError* error
     return document;
 }
 
-std::unique_ptr<Document> Document::load(const NSURL& location, NSError* error)
+std::unique_ptr<Document::Content> Document::Content::open(const NSURL& location, const std::function<bool()>* waits,
+                                                           NSError* error)
 {
-    return open(location, nullptr, error);
-}
-
-std::unique_ptr<Document> Document::loadForChange(const NSURL& location, const std::function<bool()>& waits,
-                                                  NSError* error)
-{
-    return open(location, &waits, error);
-}
-
-std::unique_ptr<Document> Document::open(const NSURL& location, const std::function<bool()>* waits, NSError* error)
-{
-    std::unique_ptr<Document> document(new Document(locationOf(location)));
+    std::unique_ptr<Content> document(new Content(locationOf(location)));
     const std::string& path = document->location_.path();
     const auto noDocument = [&](const std::string& reason) {
-        refuse(error, kClientErrorNoDocument, fmt::format("{}: {}", path, reason));
+        fail(error, ErrorCode::NoDocument, fmt::format("{}: {}", path, reason));
         return nullptr;
     };
     auto folder = openFolder(path);
@@ -315,7 +403,7 @@ std::unique_ptr<Document> Document::open(const NSURL& location, const std::funct
         return noDocument(fmt::format("is no document: there is no {} in it", kPropertyListName));
     if (waits) {
         if (!waitForLock(folder, *waits)) {
-            refuse(error, kClientErrorCancelled, fmt::format("{} is being changed by another program", path));
+            fail(error, ErrorCode::Cancelled, fmt::format("{} is being changed by another program", path));
             return nullptr;
         }
         removeUnfinished(path);
@@ -324,11 +412,11 @@ std::unique_ptr<Document> Document::open(const NSURL& location, const std::funct
     return document->read(error) ? std::move(document) : nullptr;
 }
 
-bool Document::read(NSError* error)
+bool Document::Content::read(NSError* error)
 {
     const auto damaged = [&](const std::string& what) {
-        return refuse(error, kClientErrorDocumentDamaged,
-                      fmt::format("{} is damaged: its {} {}", location_.path(), kPropertyListName, what));
+        return fail(error, ErrorCode::DocumentDamaged,
+                    fmt::format("{} is damaged: its {} {}", location_.path(), kPropertyListName, what));
     };
     auto bytes = NSFileManager::defaultManager().contentsAtURL(NSURL::fileURLWithPath(propertyListPath(), false),
                                                                kMaxPropertyListBytes, error);
@@ -342,10 +430,10 @@ bool Document::read(NSError* error)
     if (!version || *version < 1)
         return damaged("does not tell its version");
     if (*version > kFormatVersion)
-        return refuse(error, kClientErrorDocumentTooNew,
-                      fmt::format("{} was made by a newer version of this program: it has format {}, and the newest "
-                                  "that can be read here is {}",
-                                  location_.path(), *version, kFormatVersion));
+        return fail(error, ErrorCode::DocumentTooNew,
+                    fmt::format("{} was made by a newer version of this program: it has format {}, and the newest "
+                                "that can be read here is {}",
+                                location_.path(), *version, kFormatVersion));
     if (!readEntries(*dictionary, kPhotosKey, location_, photos_))
         return damaged("has no list of photos");
     if (!readEntries(*dictionary, kSoundtracksKey, location_, soundtracks_))
@@ -361,7 +449,7 @@ bool Document::read(NSError* error)
     return true;
 }
 
-Document::~Document()
+Document::Content::~Content()
 {
     removeFiles(addedFiles_);
     if (isNew_ && !folder_.empty()) {
@@ -370,55 +458,42 @@ Document::~Document()
     }
 }
 
-std::string Document::name() const
-{
-    return platform::stringByDeletingPathExtension(location_.lastPathComponent());
-}
-
-bool Document::add(const std::vector<PhotoFacts>& photos, const std::vector<SoundFacts>& sounds,
-                   const std::function<bool(const CopyProgress&)>& progress, NSError* error)
+bool Document::Content::add(const std::vector<PhotoFacts>& photos, const std::vector<SoundFacts>& sounds,
+                            const std::function<bool(const CopyProgress&)>& progress, NSError* error)
 {
     ResourceCopier copier(folder_);
     std::vector<std::string> photoSources;
     std::vector<std::string> soundSources;
     for (const PhotoFacts& photo : photos)
-        photoSources.push_back(photo.path);
+        photoSources.push_back(photo.path.native());
     for (const SoundFacts& sound : sounds)
-        soundSources.push_back(sound.path);
+        soundSources.push_back(sound.path.native());
     if (!copier.reserve(std::string(kPhotosFolder), photoSources, ResourceCopier::Kind::Photo, error) ||
         !copier.reserve(std::string(kSoundtracksFolder), soundSources, ResourceCopier::Kind::Sound, error) ||
         !copier.copy(progress, error))
         return false;
 
-    std::vector<DocumentPhoto> newPhotos;
-    std::vector<DocumentSoundtrack> newSoundtracks;
+    std::vector<Entry<MORPhoto>> newPhotos;
+    std::vector<Entry<MORSoundtrack>> newSoundtracks;
     for (size_t i = 0; i < photos.size(); ++i) {
         const ResourceCopier::Copy& copy = copier.copyOf(i);
-        const auto source = NSURL::fileURLWithPath(photos[i].path, false);
-        DocumentPhoto entry;
+        const auto source = NSURL::fileURLWithPath(photos[i].path.native(), false);
+        Entry<MORPhoto> entry;
         entry.item = std::make_shared<MORPhoto>();
         entry.item->setPhotoURL(NSURL::fileURLWithPath(copy.path, false));
         entry.item->setTitle(platform::stringByReplacingInvalidUTF8(
             platform::stringByDeletingPathExtension(source.lastPathComponent())));
-        entry.item->setSize(photos[i].size);
+        entry.item->setSize({photos[i].size.width, photos[i].size.height});
         entry.item->setFileSize(static_cast<int64_t>(copy.bytes));
         entry.item->setDateCreated(copy.created);
         entry.item->setAverageImageColor(copy.averageColor);
         newPhotos.push_back(std::move(entry));
     }
     for (size_t i = 0; i < sounds.size(); ++i) {
-        // Zeros mean the whole file, and unlike the marker for it they survive being saved. The end is rounded up, so
-        // that a part which reaches the file's end still does.
-        SoundtrackSelection selection;
-        if (const auto& part = sounds[i].selection) {
-            selection.start = part->start;
-            selection.end = std::ceil(part->end * kSelectionUnits) / kSelectionUnits;
-            selection.length = selection.end - selection.start;
-        }
-        DocumentSoundtrack entry;
+        Entry<MORSoundtrack> entry;
         entry.item = MORSoundtrack::soundtrackWithURL(
-            NSURL::fileURLWithPath(copier.copyOf(photos.size() + i).path, false), selection);
-        entry.item->set_originalPath(NSURL::fileURLWithPath(sounds[i].path, false).path());
+            NSURL::fileURLWithPath(copier.copyOf(photos.size() + i).path, false), savedSelection(sounds[i].selection));
+        entry.item->set_originalPath(NSURL::fileURLWithPath(sounds[i].path.native(), false).path());
         newSoundtracks.push_back(std::move(entry));
     }
     std::move(newPhotos.begin(), newPhotos.end(), std::back_inserter(photos_));
@@ -428,28 +503,7 @@ bool Document::add(const std::vector<PhotoFacts>& photos, const std::vector<Soun
     return true;
 }
 
-void Document::removePhoto(size_t index)
-{
-    removedFiles_.push_back(pathOf(photos_[index]));
-    photos_.erase(photos_.begin() + static_cast<ptrdiff_t>(index));
-}
-
-void Document::removeSoundtrack(size_t index)
-{
-    removedFiles_.push_back(pathOf(soundtracks_[index]));
-    soundtracks_.erase(soundtracks_.begin() + static_cast<ptrdiff_t>(index));
-}
-
-void Document::movePhoto(size_t from, size_t to)
-{
-    const auto at = [this](size_t index) { return photos_.begin() + static_cast<ptrdiff_t>(index); };
-    if (from < to)
-        std::rotate(at(from), at(from + 1), at(to + 1));
-    else
-        std::rotate(at(to), at(from), at(from + 1));
-}
-
-std::optional<NSData> Document::propertyList(NSError* error) const
+std::optional<NSData> Document::Content::propertyList(NSError* error) const
 {
     PropertyList::Dictionary dictionary = saved_;
     PropertyList::Array photos;
@@ -469,25 +523,25 @@ std::optional<NSData> Document::propertyList(NSError* error) const
     auto data = platform::dataWithPropertyList(PropertyList(std::move(dictionary)), error);
     // What cannot be read again must not replace what can.
     if (data && (data->size() > kMaxPropertyListBytes || !platform::propertyListWithData(*data))) {
-        refuse(error, kClientErrorOutOfRange, fmt::format("{} would hold too many items", location_.path()));
+        fail(error, ErrorCode::OutOfRange, fmt::format("{} would hold too many items", location_.path()));
         return std::nullopt;
     }
     return data;
 }
 
-bool Document::isUnchangedOnDisk(NSError* error) const
+bool Document::Content::isUnchangedOnDisk(NSError* error) const
 {
     NSError problem;
     const auto bytes = NSFileManager::defaultManager().contentsAtURL(NSURL::fileURLWithPath(propertyListPath(), false),
                                                                      kMaxPropertyListBytes, &problem);
     if (bytes && *bytes == savedBytes_)
         return true;
-    return refuse(
-        error, kClientErrorDocumentChanged,
+    return fail(
+        error, ErrorCode::DocumentChanged,
         fmt::format("{} was changed by another program since it was opened; nothing was saved", location_.path()));
 }
 
-void Document::setFolder(const std::string& path)
+void Document::Content::setFolder(const std::string& path)
 {
     moveURLs(photos_, folder_, path);
     moveURLs(soundtracks_, folder_, path);
@@ -498,7 +552,7 @@ void Document::setFolder(const std::string& path)
     folder_ = path;
 }
 
-bool Document::save(NSError* error)
+bool Document::Content::save(NSError* error)
 {
     auto& files = NSFileManager::defaultManager();
     if (isNew_) {
@@ -513,7 +567,7 @@ bool Document::save(NSError* error)
         if (!files.moveItemAtURL(NSURL::fileURLWithPath(hidden, true), location_, &problem)) {
             if (problem.domain == platform::kNSCocoaErrorDomain &&
                 problem.code == platform::kNSFileWriteFileExistsError)
-                return refuse(error, kClientErrorDocumentExists, fmt::format("{} is there already", location_.path()));
+                return fail(error, ErrorCode::DocumentExists, fmt::format("{} is there already", location_.path()));
             if (error)
                 *error = std::move(problem);
             return false;
@@ -531,8 +585,8 @@ bool Document::save(NSError* error)
         folder = openFolder(folder_);
         int polls = kSavePolls;
         if (folder && !waitForLock(folder, [&polls] { return polls-- > 0; }))
-            return refuse(error, kClientErrorDocumentChanged,
-                          fmt::format("{} is being changed by another program; nothing was saved", location_.path()));
+            return fail(error, ErrorCode::DocumentChanged,
+                        fmt::format("{} is being changed by another program; nothing was saved", location_.path()));
     }
     auto data = isUnchangedOnDisk(error) ? propertyList(error) : std::nullopt;
     if (!data || !files.writeContents(*data, NSURL::fileURLWithPath(propertyListPath(), false), error))
@@ -542,7 +596,7 @@ bool Document::save(NSError* error)
 }
 
 /// What is in memory is now also in the folder.
-void Document::adoptSaved(NSData written)
+void Document::Content::adoptSaved(NSData written)
 {
     const auto adopt = [](auto& entries) {
         for (auto& entry : entries) {
@@ -571,7 +625,7 @@ void Document::adoptSaved(NSData written)
 
 /// Only files among the resources: an item may have been given any location, and a link instead of a folder might lead
 /// to files of the user's.
-void Document::removeFiles(const std::vector<std::string>& paths) const
+void Document::Content::removeFiles(const std::vector<std::string>& paths) const
 {
     const std::string resources = folder_ + "/" + std::string(kResources) + "/";
     for (const std::string& path : paths) {
@@ -587,30 +641,30 @@ void Document::removeFiles(const std::vector<std::string>& paths) const
     }
 }
 
-bool Document::isUsed(const std::string& path) const
+bool Document::Content::isUsed(const std::string& path) const
 {
-    const auto uses = [&path](const auto& entry) { return pathOf(entry) == path; };
+    const auto uses = [&path](const auto& entry) { return entry.path() == path; };
     return std::any_of(photos_.begin(), photos_.end(), uses) ||
            std::any_of(soundtracks_.begin(), soundtracks_.end(), uses);
 }
 
-bool Document::hasDamagedItems() const
+bool Document::Content::hasDamagedItems() const
 {
     const auto isDamaged = [](const auto& entry) { return !entry.item; };
     return std::any_of(photos_.begin(), photos_.end(), isDamaged) ||
            std::any_of(soundtracks_.begin(), soundtracks_.end(), isDamaged);
 }
 
-std::vector<std::string> Document::unusedFiles() const
+std::vector<std::filesystem::path> Document::Content::unusedFiles() const
 {
-    std::vector<std::string> unused;
+    std::vector<std::filesystem::path> unused;
     if (hasDamagedItems())
         return unused;
     std::set<std::string> used;
-    for (const DocumentPhoto& photo : photos_)
-        used.insert(pathOf(photo));
-    for (const DocumentSoundtrack& soundtrack : soundtracks_)
-        used.insert(pathOf(soundtrack));
+    for (const auto& photo : photos_)
+        used.insert(photo.path());
+    for (const auto& soundtrack : soundtracks_)
+        used.insert(soundtrack.path());
     for (const std::string_view name : {kPhotosFolder, kSoundtracksFolder}) {
         std::error_code ignored;
         for (auto entry = std::filesystem::directory_iterator(folder_ + "/" + std::string(name), ignored);
@@ -622,28 +676,160 @@ std::vector<std::string> Document::unusedFiles() const
     return unused;
 }
 
-std::string pathOf(const DocumentPhoto& photo)
+namespace {
+
+template <typename Public, typename Item>
+Public described(const Entry<Item>& entry)
 {
-    const auto url = photo.item ? photo.item->photoURL() : std::nullopt;
-    return url ? url->path() : std::string();
+    Public item;
+    item.state = entry.state;
+    item.fault = entry.fault;
+    item.path = entry.path();
+    return item;
 }
 
-std::string pathOf(const DocumentSoundtrack& soundtrack)
+} // namespace
+
+Document::Document(std::unique_ptr<Content> content) : content_(std::move(content)) {}
+Document::~Document() = default;
+Document::Document(Document&& other) noexcept = default;
+Document& Document::operator=(Document&& other) noexcept = default;
+
+Result<Document> Document::create(const std::filesystem::path& location)
 {
-    const auto url = soundtrack.item ? soundtrack.item->soundtrackURL() : std::nullopt;
-    return url ? url->path() : std::string();
+    NSError error;
+    auto content = Content::create(NSURL::fileURLWithPath(location.native(), true), &error);
+    return content ? Result(Document(std::move(content))) : errorOf(error, location);
 }
 
-SoundArgument soundArgumentOf(const MORSoundtrack& soundtrack)
+Result<Document> Document::load(const std::filesystem::path& location)
 {
-    const auto url = soundtrack.soundtrackURL();
-    SoundArgument argument{url ? url->path() : std::string(), std::nullopt, std::nullopt};
-    const SoundtrackSelection selection = soundtrack.selection();
-    // The marker's length is lost when it is saved.
-    const bool isMarker = selection.start == kNoSelection.start && selection.end == kNoSelection.end;
-    if (!isMarker && selection != SoundtrackSelection{}) {
-        argument.start = selection.start;
-        argument.end = selection.end;
+    NSError error;
+    auto content = Content::open(NSURL::fileURLWithPath(location.native(), true), nullptr, &error);
+    return content ? Result(Document(std::move(content))) : errorOf(error, location);
+}
+
+Result<Document> Document::loadForChange(const std::filesystem::path& location, const std::function<bool()>& waits)
+{
+    NSError error;
+    auto content = Content::open(NSURL::fileURLWithPath(location.native(), true), &waits, &error);
+    return content ? Result(Document(std::move(content))) : errorOf(error, location);
+}
+
+const std::filesystem::path& Document::location() const
+{
+    return content_->path_;
+}
+
+std::string Document::name() const
+{
+    return platform::stringByDeletingPathExtension(content_->location_.lastPathComponent());
+}
+
+std::vector<DocumentPhoto> Document::photos() const
+{
+    std::vector<DocumentPhoto> photos;
+    for (const Entry<MORPhoto>& entry : content_->photos_) {
+        auto& photo = photos.emplace_back(described<DocumentPhoto>(entry));
+        if (!entry.item)
+            continue;
+        photo.title = entry.item->title().value_or("");
+        photo.size = {entry.item->size().width, entry.item->size().height};
+        photo.fileSize = entry.item->fileSize();
+        if (const auto color = entry.item->averageImageColor())
+            photo.averageColor = Color{color->red, color->green, color->blue};
+        if (const auto date = entry.item->dateCreated())
+            photo.created.emplace(Seconds(date->timeIntervalSinceReferenceDate + platform::kTimeIntervalSince1970));
+        photo.isFeatured = entry.item->isFeatured();
+    }
+    return photos;
+}
+
+std::vector<DocumentSoundtrack> Document::soundtracks() const
+{
+    std::vector<DocumentSoundtrack> soundtracks;
+    for (const Entry<MORSoundtrack>& entry : content_->soundtracks_) {
+        auto& soundtrack = soundtracks.emplace_back(described<DocumentSoundtrack>(entry));
+        if (!entry.item)
+            continue;
+        soundtrack.selection = selectionOf(*entry.item);
+        soundtrack.originalPath = entry.item->_originalPath();
+    }
+    return soundtracks;
+}
+
+const MovieSettings& Document::settings() const
+{
+    return content_->settings_;
+}
+
+void Document::setSettings(MovieSettings settings)
+{
+    content_->settings_ = std::move(settings);
+}
+
+const std::vector<std::string>& Document::settingFaults() const
+{
+    return content_->settingFaults_;
+}
+
+Result<void> Document::add(const std::vector<PhotoFacts>& photos, const std::vector<SoundFacts>& sounds,
+                           const std::function<bool(const CopyProgress&)>& progress)
+{
+    NSError error;
+    return content_->add(photos, sounds, progress, &error) ? Result<void>() : errorOf(error, location());
+}
+
+void Document::setFeatured(std::size_t photo, bool isFeatured)
+{
+    content_->photos_[photo].item->setIsFeatured(isFeatured);
+}
+
+void Document::setSelection(std::size_t soundtrack, const std::optional<SoundFacts::Selection>& selection)
+{
+    content_->soundtracks_[soundtrack].item->setSelection(savedSelection(selection));
+}
+
+void Document::removePhoto(std::size_t index)
+{
+    auto& photos = content_->photos_;
+    content_->removedFiles_.push_back(photos[index].path());
+    photos.erase(photos.begin() + static_cast<ptrdiff_t>(index));
+}
+
+void Document::removeSoundtrack(std::size_t index)
+{
+    auto& soundtracks = content_->soundtracks_;
+    content_->removedFiles_.push_back(soundtracks[index].path());
+    soundtracks.erase(soundtracks.begin() + static_cast<ptrdiff_t>(index));
+}
+
+void Document::movePhoto(std::size_t from, std::size_t to)
+{
+    const auto at = [this](size_t index) { return content_->photos_.begin() + static_cast<ptrdiff_t>(index); };
+    if (from < to)
+        std::rotate(at(from), at(from + 1), at(to + 1));
+    else
+        std::rotate(at(to), at(from), at(from + 1));
+}
+
+Result<void> Document::save()
+{
+    NSError error;
+    return content_->save(&error) ? Result<void>() : errorOf(error, location());
+}
+
+std::vector<std::filesystem::path> Document::unusedFiles() const
+{
+    return content_->unusedFiles();
+}
+
+SoundArgument soundArgumentOf(const DocumentSoundtrack& soundtrack)
+{
+    SoundArgument argument{soundtrack.path, std::nullopt, std::nullopt};
+    if (soundtrack.selection) {
+        argument.start = soundtrack.selection->start;
+        argument.end = soundtrack.selection->end;
     }
     return argument;
 }

@@ -1,7 +1,6 @@
-#include "client/DocumentCheck.h"
-
-#include "client/PhotoCheck.h"
-#include "client/SoundCheck.h"
+#include <stillora/Document.h>
+#include <stillora/Photos.h>
+#include <stillora/Sounds.h>
 
 #include <algorithm>
 #include <optional>
@@ -19,9 +18,9 @@ void addBadEntries(const std::vector<Entry>& entries, BadItem::Kind kind, std::v
 {
     const char* const name = kind == BadItem::Kind::Photo ? "photo" : "soundtrack";
     for (size_t i = 0; i < entries.size(); ++i) {
-        if (entries[i].state == Entry::State::Good)
+        if (entries[i].state == DocumentItem::State::Good)
             continue;
-        const std::string path = pathOf(entries[i]);
+        const std::string& path = entries[i].path.native();
         bad.push_back({kind, i, path.empty() ? fmt::format("{} {}", name, i + 1) : path, entries[i].fault});
     }
 }
@@ -36,17 +35,18 @@ std::vector<BadItem> badItemsOf(const Document& document)
     return bad;
 }
 
-CheckedDocument checkDocument(const Document& document, const std::function<bool(size_t)>& progress)
+CheckedDocument checkDocument(const Document& document, const std::function<bool(std::size_t)>& progress)
 {
     CheckedDocument checked;
     checked.bad = badItemsOf(document);
 
     std::vector<PhotoCandidate> candidates;
     std::vector<size_t> indices;
-    for (size_t i = 0; i < document.photos().size(); ++i) {
-        if (document.photos()[i].state != DocumentPhoto::State::Good)
+    const std::vector<DocumentPhoto> items = document.photos();
+    for (size_t i = 0; i < items.size(); ++i) {
+        if (items[i].state != DocumentItem::State::Good)
             continue;
-        candidates.push_back({pathOf(document.photos()[i]), PhotoCandidate::Origin::Named});
+        candidates.push_back({items[i].path, PhotoCandidate::Origin::Named});
         indices.push_back(i);
     }
     CheckedPhotos photos = checkPhotos(candidates, progress);
@@ -58,30 +58,31 @@ CheckedDocument checkDocument(const Document& document, const std::function<bool
     auto bad = photos.bad.begin();
     auto good = photos.good.begin();
     for (size_t i = 0; i < candidates.size(); ++i) {
-        if (bad != photos.bad.end() && (good == photos.good.end() || good->path != candidates[i].path)) {
-            checked.bad.push_back({BadItem::Kind::Photo, indices[i], bad->path, bad->reason});
+        if (bad != photos.bad.end() && bad->index == i) {
+            checked.bad.push_back({BadItem::Kind::Photo, indices[i], bad->path.native(), bad->reason});
             ++bad;
             continue;
         }
-        const MORPhoto& item = *document.photos()[indices[i]].item;
-        if (item.fileSize() > 0 && item.fileSize() != good->fileSize)
+        const DocumentPhoto& item = items[indices[i]];
+        if (item.fileSize > 0 && item.fileSize != good->fileSize)
             checked.changed.push_back(fmt::format("{} has changed since it was added: it holds {} bytes, not {}",
-                                                  good->path, good->fileSize, item.fileSize()));
+                                                  good->path.native(), good->fileSize, item.fileSize));
         checked.photos.push_back(std::move(*good));
         ++good;
     }
 
     std::vector<SoundArgument> arguments;
     indices.clear();
-    for (size_t i = 0; i < document.soundtracks().size(); ++i) {
-        if (document.soundtracks()[i].state != DocumentSoundtrack::State::Good)
+    const std::vector<DocumentSoundtrack> soundtracks = document.soundtracks();
+    for (size_t i = 0; i < soundtracks.size(); ++i) {
+        if (soundtracks[i].state != DocumentItem::State::Good)
             continue;
-        arguments.push_back(soundArgumentOf(*document.soundtracks()[i].item));
+        arguments.push_back(soundArgumentOf(soundtracks[i]));
         indices.push_back(i);
     }
     CheckedSounds sounds = checkSounds(arguments);
-    for (const BadSound& sound : sounds.bad)
-        checked.bad.push_back({BadItem::Kind::Soundtrack, indices[sound.argument], sound.path, sound.reason});
+    for (const BadFile& sound : sounds.bad)
+        checked.bad.push_back({BadItem::Kind::Soundtrack, indices[sound.index], sound.path.native(), sound.reason});
     checked.sounds = std::move(sounds.good);
     std::sort(checked.bad.begin(), checked.bad.end(), [](const BadItem& one, const BadItem& other) {
         return std::tie(one.kind, one.index) < std::tie(other.kind, other.index);

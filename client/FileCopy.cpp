@@ -84,7 +84,7 @@ bool copyContents(const std::string& source, const std::string& destination,
         if (count == 0)
             break;
         if (!bytesCopied(static_cast<uint64_t>(count)))
-            return platform::fail(error, kClientErrorDomain, kClientErrorCancelled, "stopped");
+            return fail(error, ErrorCode::Cancelled, "stopped");
     }
     const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, status.st_mtim};
     static_cast<void>(futimens(to.get(), times.data()));

@@ -2,20 +2,11 @@
 
 #include "platform/foundation/NSError.h"
 
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
 
 namespace stillora {
-
-/// How far the copying of files is.
-struct CopyProgress {
-    size_t filesDone = 0;
-    size_t fileCount = 0;
-    uint64_t bytesDone = 0;
-    uint64_t byteCount = 0;
-};
 
 /// Fills an empty file with the contents of another, without storing them twice where the file system can share them.
 /// The time of the last change is kept, and the copy is flushed to the disk.

@@ -1,4 +1,4 @@
-#include "client/Localization.h"
+#include <stillora/Localization.h>
 
 #include "platform/foundation/InstalledFiles.h"
 #include "platform/foundation/NSBundle.h"

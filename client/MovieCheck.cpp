@@ -31,6 +31,11 @@ double secondsOf(const platform::CMTime& time)
     return time.timescale > 0 ? static_cast<double>(time.value) / time.timescale : 0;
 }
 
+std::string textOf(double seconds)
+{
+    return secondsText(Seconds(seconds));
+}
+
 const MediaTrackReport* trackOfType(const platform::MediaReport& movie, std::string_view type)
 {
     const auto track = std::find_if(movie.tracks.begin(), movie.tracks.end(),
@@ -51,8 +56,8 @@ void checkPictures(const MediaTrackReport& pictures, const ExpectedMovie& expect
             std::abs(start - expectedStart) > kPictureTolerance) {
             // One is enough to say; the others are off for the same reason.
             faults.push_back(fmt::format("picture {} stands from {} for {} instead of from {} for {}", i + 1,
-                                         secondsText(start), secondsText(hold), secondsText(expectedStart),
-                                         secondsText(expected.secondsPerFrame)));
+                                         textOf(start), textOf(hold), textOf(expectedStart),
+                                         textOf(expected.secondsPerFrame)));
             break;
         }
     }
@@ -135,8 +140,8 @@ std::vector<std::string> findFaults(const platform::MediaReport& movie, const Ex
     if (expected.soundEnd && (!sound || sound->samples.empty()))
         faults.emplace_back("it has no sound");
     else if (expected.soundEnd && std::abs(secondsOf(sound->end) - *expected.soundEnd) > soundTolerance(*sound))
-        faults.push_back(fmt::format("its sound ends after {} instead of {}", secondsText(secondsOf(sound->end)),
-                                     secondsText(*expected.soundEnd)));
+        faults.push_back(fmt::format("its sound ends after {} instead of {}", textOf(secondsOf(sound->end)),
+                                     textOf(*expected.soundEnd)));
     else if (!expected.soundEnd && sound)
         faults.emplace_back("it has sound, which was not asked for");
 

@@ -1,4 +1,4 @@
-#include "client/MovieMaker.h"
+#include <stillora/Movie.h>
 
 #include "client/ClientError.h"
 #include "client/JobFolder.h"
@@ -6,6 +6,7 @@
 #include "client/ServiceProcess.h"
 #include "client/SilentSound.h"
 #include "client/Text.h"
+#include "client/WakeUp.h"
 #include "items/morStilloraVideoCreatorProtocol.h"
 #include "platform/foundation/Lock.h"
 #include "platform/foundation/NSFileManager.h"
@@ -16,15 +17,14 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <iterator>
 #include <limits>
 #include <map>
+#include <span>
 #include <utility>
 
 #include <fmt/format.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -65,6 +65,12 @@ std::optional<double> freeBytes(const std::string& folder)
     return static_cast<double>(status.f_bavail) * static_cast<double>(status.f_frsize);
 }
 
+Bytes bytesOf(const platform::NSData& data)
+{
+    const auto bytes = std::as_bytes(std::span(data));
+    return {bytes.begin(), bytes.end()};
+}
+
 /// What the connection's queue hands over to the thread that makes the movie. Outlives both.
 struct Mailbox {
     struct Answer {
@@ -73,15 +79,9 @@ struct Mailbox {
         bool isCancelled = false;
     };
 
-    explicit Mailbox(std::shared_ptr<platform::FileDescriptor> descriptor) : wakeUp(std::move(descriptor)) {}
+    explicit Mailbox(std::shared_ptr<const WakeUp> descriptor) : wakeUp(std::move(descriptor)) {}
 
-    void wake() const noexcept
-    {
-        const uint64_t one = 1;
-        static_cast<void>(!write(wakeUp->get(), &one, sizeof one));
-    }
-
-    const std::shared_ptr<platform::FileDescriptor> wakeUp;
+    const std::shared_ptr<const WakeUp> wakeUp;
 
     platform::Lock lock;
     std::optional<MovieProgress> progress GUARDED_BY(lock);
@@ -95,14 +95,16 @@ public:
     void updateProgressWithTitle(const std::string& title, const std::optional<platform::NSData>& image,
                                  bool determinate, double progress, double total, double timeInterval) override
     {
-        MovieProgress update{title, image, determinate, progress, total, std::nullopt};
+        MovieProgress update{title, {}, determinate, progress, total, std::nullopt};
+        if (image)
+            update.image = bytesOf(*image);
         if (timeInterval >= 0)
-            update.secondsLeft = timeInterval;
+            update.timeLeft = Seconds(timeInterval);
         {
             const platform::LockGuard guard(mailbox_->lock);
             mailbox_->progress = std::move(update);
         }
-        mailbox_->wake();
+        mailbox_->wakeUp->wake();
     }
 
 private:
@@ -129,10 +131,12 @@ bool isEndOfConnection(const platform::NSError& error)
 class MovieMaker::Job final {
 public:
     Job(MovieMaker& maker, const MovieRequest& request, Observer& observer)
-        : maker_(maker), request_(request), observer_(observer), mailbox_(std::make_shared<Mailbox>(maker.wakeUp_))
+        : maker_(maker), request_(request),
+          saveFolder_(platform::NSURL::fileURLWithPath(request.saveFolder.native(), true)), observer_(observer),
+          mailbox_(std::make_shared<Mailbox>(maker.wakeUp_))
     {}
 
-    MovieOutcome run();
+    Result<Movie> run();
 
 private:
     enum class Ending { Answered, Cancelled, Stalled, ProcessEnded };
@@ -143,19 +147,26 @@ private:
     Ending watch();
     bool deliverProgress();
     bool isSilentForTooLong(Clock::time_point now);
-    MovieOutcome finish(Ending ending);
-    MovieOutcome takeMovie(const platform::NSURL& made);
+    Result<Movie> finish(Ending ending);
+    Result<Movie> takeMovie(const platform::NSURL& made);
     std::optional<platform::NSURL> repeatPictures(const platform::NSURL& made, const platform::MediaReport& report,
                                                   std::vector<std::string>& faults);
     std::optional<platform::NSURL> locationOfSound(const PlannedSound& piece);
     void explainFailure(const Mailbox::Answer& answer);
     void endService();
 
-    MovieOutcome failed() const { return {MovieOutcome::Kind::Failed, std::nullopt, {}, error_}; }
-    MovieOutcome cancelled() const { return {MovieOutcome::Kind::Cancelled, std::nullopt, {}, {}}; }
+    Error failed() const
+    {
+        Error error = errorOf(error_);
+        if (error.code == ErrorCode::DiskFull || error.code == ErrorCode::NoPermission)
+            error.file = request_.saveFolder;
+        return error;
+    }
+    static Error cancelled() { return {ErrorCode::Cancelled, {}, "stopped"}; }
 
     MovieMaker& maker_;
     const MovieRequest& request_;
+    const platform::NSURL saveFolder_;
     Observer& observer_;
     const std::shared_ptr<Mailbox> mailbox_;
 
@@ -178,25 +189,22 @@ private:
 
 MovieMaker::MovieMaker() : MovieMaker(Limits{}) {}
 
-MovieMaker::MovieMaker(Limits limits)
-    : limits_(limits), wakeUp_(std::make_shared<platform::FileDescriptor>(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)))
-{}
+MovieMaker::MovieMaker(Limits limits) : limits_(limits), wakeUp_(std::make_shared<const WakeUp>()) {}
+
+MovieMaker::~MovieMaker() = default;
 
 void MovieMaker::cancel() noexcept
 {
-    const int before = errno;
     ++cancelRequests_;
-    const uint64_t one = 1;
-    static_cast<void>(!write(wakeUp_->get(), &one, sizeof one));
-    errno = before;
+    wakeUp_->wake();
 }
 
-MovieOutcome MovieMaker::makeMovie(const MovieRequest& request, Observer& observer)
+Result<Movie> MovieMaker::makeMovie(const MovieRequest& request, Observer& observer)
 {
     return Job(*this, request, observer).run();
 }
 
-MovieOutcome MovieMaker::Job::run()
+Result<Movie> MovieMaker::Job::run()
 {
     if (maker_.isCancelled())
         return cancelled();
@@ -209,14 +217,14 @@ MovieOutcome MovieMaker::Job::run()
 
 bool MovieMaker::Job::prepare()
 {
-    folder_ = JobFolder::create(request_.saveFolder, &error_);
+    folder_ = JobFolder::create(saveFolder_, &error_);
     if (!folder_)
         return false;
-    const std::optional<double> free = freeBytes(request_.saveFolder.path());
+    const std::optional<double> free = freeBytes(saveFolder_.path());
     if (free && *free < kLeastFreeBytes)
-        return platform::fail(&error_, kClientErrorDomain, kClientErrorDiskFull,
-                              fmt::format("the disk of the save folder {} is full: only {} are left",
-                                          request_.saveFolder.path(), bytesText(*free)));
+        return fail(&error_, ErrorCode::DiskFull,
+                    fmt::format("the disk of the save folder {} is full: only {} are left", saveFolder_.path(),
+                                bytesText(*free)));
     return true;
 }
 
@@ -237,8 +245,8 @@ bool MovieMaker::Job::connect()
         service_->readLog();
         if (const std::string complaint = lastComplaint(service_->logLines()); !complaint.empty())
             how += ", saying: " + complaint;
-        return platform::fail(&error_, kClientErrorDomain, kClientErrorServiceNotStarted,
-                              fmt::format("the rendering service {} cannot be used: {}", *program, how));
+        return fail(&error_, ErrorCode::ServiceNotStarted,
+                    fmt::format("the rendering service {} cannot be used: {}", *program, how));
     }
     connection_->setRemoteObjectInterface(morStilloraVideoCreatorProtocol::interface());
     connection_->setExportedInterface(morStilloraXPCCreatorUpdateProtocol::interface());
@@ -257,17 +265,17 @@ std::optional<platform::NSURL> MovieMaker::Job::locationOfSound(const PlannedSou
             const bool hasMusic = !request_.sounds.empty();
             const int rate = hasMusic ? request_.sounds.back().sampleRateHz : 0;
             const std::string path = folder_->pathForFile("silence.wav");
-            if (!writeSilence(path, piece.length, rate > 0 ? rate : kSilenceRateHz, hasMusic ? 2 : 1, &error_))
+            if (!writeSilence(path, piece.length.count(), rate > 0 ? rate : kSilenceRateHz, hasMusic ? 2 : 1, &error_))
                 return std::nullopt;
             silence_ = platform::NSURL::fileURLWithPath(path, false);
         }
         return silence_;
     }
-    const std::string& path = request_.sounds[*piece.source].path;
+    const std::string& path = request_.sounds[*piece.source].path.native();
     const SoundFacts::Selection part = piece.selection.value_or(SoundFacts::Selection{});
     auto& locations = locationsOfSounds_[path];
     for (const auto& [selection, location] : locations)
-        if (selection.start == part.start && selection.end == part.end)
+        if (selection == part)
             return location;
     const auto location = locations.empty() ? std::optional(platform::NSURL::fileURLWithPath(path, false))
                                             : folder_->makeAlias(path, &error_);
@@ -282,7 +290,7 @@ bool MovieMaker::Job::send()
     PhotoList photos;
     photos.reserve(plan.frameCount(request_.photos.size()));
     for (const PhotoFacts& facts : request_.photos) {
-        const auto url = platform::NSURL::fileURLWithPath(facts.path, false);
+        const auto url = platform::NSURL::fileURLWithPath(facts.path.native(), false);
         const std::string title =
             platform::stringByReplacingInvalidUTF8(platform::stringByDeletingPathExtension(url.lastPathComponent()));
         // Objects of their own: the service counts one that stands twice as the first.
@@ -290,7 +298,7 @@ bool MovieMaker::Job::send()
             auto photo = std::make_shared<MORPhoto>();
             photo->setPhotoURL(url);
             photo->setTitle(title);
-            photo->setSize(facts.size);
+            photo->setSize({facts.size.width, facts.size.height});
             photo->setFileSize(facts.fileSize);
             photos.push_back(std::move(photo));
         }
@@ -303,12 +311,15 @@ bool MovieMaker::Job::send()
             return false;
         // Zeros mean the whole file, and unlike the marker for it they survive being sent.
         const SoundFacts::Selection part = piece.selection.value_or(SoundFacts::Selection{});
-        auto sound = MORSoundtrack::soundtrackWithURL(*url, {part.start, part.end, part.end - part.start});
+        auto sound = MORSoundtrack::soundtrackWithURL(
+            *url, {part.start.count(), part.end.count(), (part.end - part.start).count()});
         sound->set_originalPath(platform::stringByReplacingInvalidUTF8(url->path()));
         sounds.push_back(std::move(sound));
     }
 
-    const auto document = request_.document ? request_.document : folder_->makeDocument(request_.title, &error_);
+    const auto document = request_.document
+                              ? std::optional(platform::NSURL::fileURLWithPath(request_.document->native(), true))
+                              : folder_->makeDocument(request_.title, &error_);
     if (!document)
         return false;
     const auto documentURL = document->bookmarkData(platform::BookmarkCreationOptions::None, &error_);
@@ -319,15 +330,16 @@ bool MovieMaker::Job::send()
 
     VideoCreatorProxy(connection_->remoteObjectProxy())
         .createStillMotionVideoWithPhotos(
-            photos, sounds, plan.totalVideoDuration, plan.totalSoundtrackDuration, false, plan.secondsPerFrame,
-            request_.codec, request_.quality, request_.reducesBorders, *documentURL, *saveURL, *temporaryURL,
+            photos, sounds, plan.totalVideoDuration.count(), plan.totalSoundtrackDuration.count(), false,
+            plan.timePerFrame.count(), request_.codec, request_.quality, request_.reducesBorders, *documentURL,
+            *saveURL, *temporaryURL,
             [mailbox = mailbox_](std::optional<platform::NSData> movie, std::optional<platform::NSError> error,
                                  bool isCancelled) {
                 {
                     const platform::LockGuard guard(mailbox->lock);
                     mailbox->answer = Mailbox::Answer{std::move(movie), std::move(error), isCancelled};
                 }
-                mailbox->wake();
+                mailbox->wakeUp->wake();
             });
     return true;
 }
@@ -373,7 +385,7 @@ MovieMaker::Job::Ending MovieMaker::Job::watch()
             return ending;
         const auto now = Clock::now();
         // The service removes what it could not finish, so that later there is room again.
-        leastFree_ = std::min(leastFree_, freeBytes(request_.saveFolder.path()).value_or(leastFree_));
+        leastFree_ = std::min(leastFree_, freeBytes(saveFolder_.path()).value_or(leastFree_));
         if (!deadline && maker_.isCancelled()) {
             ending = Ending::Cancelled;
         } else if (!deadline && isSilentForTooLong(now)) {
@@ -387,14 +399,12 @@ MovieMaker::Job::Ending MovieMaker::Job::watch()
             return ending;
         observer_.timePassed();
 
-        std::array<pollfd, 3> waits{pollfd{mailbox_->wakeUp->get(), POLLIN, 0},
+        std::array<pollfd, 3> waits{pollfd{mailbox_->wakeUp->descriptor(), POLLIN, 0},
                                     pollfd{service_->endedDescriptor(), POLLIN, 0},
                                     pollfd{hasLog ? service_->logDescriptor() : -1, POLLIN, 0}};
         poll(waits.data(), waits.size(), static_cast<int>(kTick.count()));
-        if (waits[0].revents) {
-            uint64_t count = 0;
-            static_cast<void>(!read(mailbox_->wakeUp->get(), &count, sizeof count));
-        }
+        if (waits[0].revents)
+            mailbox_->wakeUp->clear();
         if (waits[2].revents)
             hasLog = service_->readLog();
         if (waits[1].revents) {
@@ -402,10 +412,9 @@ MovieMaker::Job::Ending MovieMaker::Job::watch()
             const auto patience = Clock::now() + kGoodbye;
             while (!answer_ && Clock::now() < patience) {
                 deliverProgress();
-                pollfd wait{mailbox_->wakeUp->get(), POLLIN, 0};
+                pollfd wait{mailbox_->wakeUp->descriptor(), POLLIN, 0};
                 poll(&wait, 1, static_cast<int>(kTick.count()));
-                uint64_t count = 0;
-                static_cast<void>(!read(wait.fd, &count, sizeof count));
+                mailbox_->wakeUp->clear();
             }
             return maker_.isCancelled() ? Ending::Cancelled : Ending::ProcessEnded;
         }
@@ -424,14 +433,14 @@ void MovieMaker::Job::endService()
     service_->readLog();
 }
 
-MovieOutcome MovieMaker::Job::finish(Ending ending)
+Result<Movie> MovieMaker::Job::finish(Ending ending)
 {
     if (ending == Ending::Stalled && !answer_) {
         service_->kill();
         endService();
-        platform::fail(&error_, kClientErrorDomain, kClientErrorServiceStalled,
-                       fmt::format("the rendering service was ended, since it reported nothing for {}",
-                                   secondsText(std::chrono::duration<double>(maker_.limits_.stall).count())));
+        fail(&error_, ErrorCode::ServiceStalled,
+             fmt::format("the rendering service was ended, since it reported nothing for {}",
+                         secondsText(maker_.limits_.stall)));
         return failed();
     }
     if (maker_.isCancelled()) {
@@ -442,7 +451,7 @@ MovieOutcome MovieMaker::Job::finish(Ending ending)
     if (answer_ && answer_->movie) {
         // The bookmark leads to the file even where the service gave it another name than was asked for.
         if (const auto made = platform::NSURL::URLByResolvingBookmarkData(*answer_->movie)) {
-            MovieOutcome outcome = takeMovie(*made);
+            Result<Movie> outcome = takeMovie(*made);
             endService();
             return outcome;
         }
@@ -454,7 +463,7 @@ MovieOutcome MovieMaker::Job::finish(Ending ending)
         std::string reason = "the rendering service ended unexpectedly " + service_->howItEnded();
         if (const std::string complaint = lastComplaint(service_->logLines()); !complaint.empty())
             reason += ", saying: " + complaint;
-        platform::fail(&error_, kClientErrorDomain, kClientErrorServiceEnded, std::move(reason));
+        fail(&error_, ErrorCode::ServiceEnded, std::move(reason));
         return failed();
     }
     endService();
@@ -468,16 +477,14 @@ void MovieMaker::Job::explainFailure(const Mailbox::Answer& answer)
     const std::string complaint = lastComplaint(service_->logLines());
     const bool isFull = leastFree_ < kFullDiskBytes || complaint.find("No space left") != std::string::npos;
     if (isFull)
-        platform::fail(&error_, kClientErrorDomain, kClientErrorDiskFull,
-                       fmt::format("no movie was made: the disk of {} is full", request_.saveFolder.path()));
+        fail(&error_, ErrorCode::DiskFull,
+             fmt::format("no movie was made: the disk of {} is full", saveFolder_.path()));
     else if (answer.error)
         error_ = *answer.error;
     else if (!complaint.empty())
-        platform::fail(&error_, kClientErrorDomain, kClientErrorServiceFailed,
-                       "no movie was made; the rendering service said: " + complaint);
+        fail(&error_, ErrorCode::ServiceFailed, "no movie was made; the rendering service said: " + complaint);
     else
-        platform::fail(&error_, kClientErrorDomain, kClientErrorServiceFailed,
-                       "no movie was made; the rendering service gave no reason");
+        fail(&error_, ErrorCode::ServiceFailed, "no movie was made; the rendering service gave no reason");
 }
 
 /// The movie for the web, read back as well; the one that was made if there is nothing to do.
@@ -500,17 +507,19 @@ std::optional<platform::NSURL> MovieMaker::Job::repeatPictures(const platform::N
 }
 
 /// Reads the movie back and gives it its place.
-MovieOutcome MovieMaker::Job::takeMovie(const platform::NSURL& made)
+Result<Movie> MovieMaker::Job::takeMovie(const platform::NSURL& made)
 {
     const MoviePlan& plan = request_.plan;
     ExpectedMovie expected;
     expected.frameCount = plan.frameCount(request_.photos.size());
-    expected.secondsPerFrame = plan.secondsPerFrame;
-    expected.size = frameSizeForQuality(request_.quality, request_.photos);
+    expected.secondsPerFrame = plan.timePerFrame.count();
+    const Size size = frameSizeForQuality(request_.quality, request_.photos);
+    expected.size = {size.width, size.height};
     expected.codec = request_.codec;
-    expected.soundEnd = plan.soundEnd();
+    if (const auto end = plan.soundEnd())
+        expected.soundEnd = end->count();
 
-    MovieOutcome outcome;
+    Movie outcome;
     const auto report = platform::inspectMedia(made, &error_);
     if (!report)
         return failed();
@@ -522,12 +531,11 @@ MovieOutcome MovieMaker::Job::takeMovie(const platform::NSURL& made)
     // A name may be taken between the look and the move, or by a link that leads nowhere, which the look does not see.
     for (int number = 1;; ++number) {
         const std::string name = number == 1 ? request_.title : fmt::format("{}-{}", request_.title, number);
-        const platform::NSURL place = MORURLCategory::URLForNotOverridingURL(
-            request_.saveFolder.URLByAppendingPathComponent(name + ".mov", false));
+        const platform::NSURL place =
+            MORURLCategory::URLForNotOverridingURL(saveFolder_.URLByAppendingPathComponent(name + ".mov", false));
         platform::NSError error;
         if (platform::NSFileManager::defaultManager().moveItemAtURL(*movie, place, &error)) {
-            outcome.kind = MovieOutcome::Kind::Made;
-            outcome.movie = place;
+            outcome.path = place.path();
             return outcome;
         }
         if (error.code != platform::kNSFileWriteFileExistsError || error.domain != platform::kNSCocoaErrorDomain) {

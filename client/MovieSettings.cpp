@@ -1,6 +1,7 @@
 #include "client/MovieSettings.h"
 
-#include "client/MovieTitle.h"
+#include <stillora/Movie.h>
+
 #include "client/Text.h"
 
 #include <algorithm>
@@ -25,7 +26,7 @@ constexpr std::string_view kTitleKey = "title";
 /// Longer texts of a file are not repeated in a sentence.
 constexpr size_t kMaxQuotedBytes = 60;
 
-std::string quoted(const std::string& text)
+std::string inQuotes(const std::string& text)
 {
     return fmt::format("\"{}\"", prefixOfBytes(printable(text), kMaxQuotedBytes));
 }
@@ -78,8 +79,8 @@ MovieSettings readMovieSettings(const PropertyList::Dictionary& saved, std::vect
     MovieSettings settings;
     if (const PropertyList* object = reader.find(kSecondsPerPhotoKey)) {
         const auto seconds = numberOf(*object);
-        if (seconds && *seconds >= kMinSecondsPerPhoto && *seconds <= kMaxSecondsPerPhoto)
-            settings.secondsPerPhoto = *seconds;
+        if (seconds && *seconds >= kMinTimePerPhoto.count() && *seconds <= kMaxTimePerPhoto.count())
+            settings.timePerPhoto = Seconds(*seconds);
         else
             reader.fault(kSecondsPerPhotoKey,
                          seconds ? fmt::format("is out of range: {}", *seconds) : "is of another kind");
@@ -90,7 +91,7 @@ MovieSettings readMovieSettings(const PropertyList::Dictionary& saved, std::vect
     if (std::find(kMovieCodecs.begin(), kMovieCodecs.end(), codec) != kMovieCodecs.end())
         settings.codec = codec;
     else
-        reader.fault(kCodecKey, fmt::format("is {}, which is no codec", quoted(codec)));
+        reader.fault(kCodecKey, fmt::format("is {}, which is no codec", inQuotes(codec)));
     reader.read(kLoopsSoundsKey, settings.loopsSounds);
     reader.read(kFitsMusicKey, settings.fitsMusic);
     reader.read(kFillsSilenceKey, settings.fillsSilence);
@@ -101,7 +102,7 @@ MovieSettings readMovieSettings(const PropertyList::Dictionary& saved, std::vect
         reader.read(kTitleKey, title);
         if (faults.size() == before) {
             if (const auto fault = faultOfTitle(title))
-                reader.fault(kTitleKey, fmt::format("is {}, which {}", quoted(title), *fault));
+                reader.fault(kTitleKey, fmt::format("is {}, which {}", inQuotes(title), *fault));
             else
                 settings.title = title;
         }
@@ -116,7 +117,8 @@ void writeMovieSettings(const std::optional<MovieSettings>& before, const MovieS
         if (!before || *before.*member != after.*member)
             saved.insert_or_assign(std::string(key), PropertyList(after.*member));
     };
-    write(kSecondsPerPhotoKey, &MovieSettings::secondsPerPhoto);
+    if (!before || before->timePerPhoto != after.timePerPhoto)
+        saved.insert_or_assign(std::string(kSecondsPerPhotoKey), PropertyList(after.timePerPhoto.count()));
     write(kQualityKey, &MovieSettings::quality);
     write(kCodecKey, &MovieSettings::codec);
     write(kLoopsSoundsKey, &MovieSettings::loopsSounds);

@@ -1,8 +1,9 @@
-#include "client/MovieTitle.h"
+#include <stillora/Movie.h>
 
 #include "client/Text.h"
 #include "platform/foundation/NSString.h"
 #include "platform/foundation/NSURL.h"
+#include "util/MORPalvineCommons.h"
 
 #include <filesystem>
 #include <system_error>
@@ -43,6 +44,11 @@ std::string titleForPhotos(const std::vector<PhotoFacts>& photos)
     std::string title = printable(platform::lastPathComponent(common.value_or("")));
     title = prefixOfBytes(title, kMaxTitleBytes);
     return faultOfTitle(title) ? "Slideshow" : title;
+}
+
+std::filesystem::path usualSaveFolder()
+{
+    return MORPalvineCommons::customSaveDirectory().path();
 }
 
 } // namespace stillora

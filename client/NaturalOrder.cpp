@@ -1,4 +1,4 @@
-#include "client/NaturalOrder.h"
+#include <stillora/Photos.h>
 
 #include <cstddef>
 

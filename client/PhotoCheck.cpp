@@ -1,4 +1,4 @@
-#include "client/PhotoCheck.h"
+#include <stillora/Photos.h>
 
 #include "client/FileReason.h"
 #include "platform/decoders/CGImageSource.h"
@@ -61,7 +61,7 @@ Findings::Finding lookInto(const PhotoCandidate& candidate)
     if (status.st_size == 0 && !mayBeAnything)
         return bad("is empty");
 
-    const auto url = platform::NSURL::fileURLWithPath(candidate.path, false);
+    const auto url = platform::NSURL::fileURLWithPath(candidate.path.native(), false);
     NSError error;
     const auto source = CGImageSource::createWithURL(url, &error);
     if (!source) {
@@ -80,7 +80,7 @@ Findings::Finding lookInto(const PhotoCandidate& candidate)
     const bool isTurned = properties->orientation.value_or(1) >= 5;
     const auto width = static_cast<double>(properties->pixelWidth);
     const auto height = static_cast<double>(properties->pixelHeight);
-    finding.facts.size = isTurned ? platform::CGSize{height, width} : platform::CGSize{width, height};
+    finding.facts.size = isTurned ? Size{height, width} : Size{width, height};
     finding.facts.fileSize = status.st_size;
     finding.kind = Findings::Kind::Good;
     return finding;
@@ -88,7 +88,8 @@ Findings::Finding lookInto(const PhotoCandidate& candidate)
 
 } // namespace
 
-CheckedPhotos checkPhotos(const std::vector<PhotoCandidate>& candidates, const std::function<bool(size_t)>& progress)
+CheckedPhotos checkPhotos(const std::vector<PhotoCandidate>& candidates,
+                          const std::function<bool(std::size_t)>& progress)
 {
     const auto shared = std::make_shared<Findings>();
     {
@@ -115,7 +116,7 @@ CheckedPhotos checkPhotos(const std::vector<PhotoCandidate>& candidates, const s
                 shared->changed.wait_for(shared->lock, kProgressInterval);
             done = shared->done;
         }
-        checked.isCancelled = !progress(done);
+        checked.isCancelled = progress && !progress(done);
         if (done == candidates.size() || checked.isCancelled)
             break;
     }
@@ -126,11 +127,12 @@ CheckedPhotos checkPhotos(const std::vector<PhotoCandidate>& candidates, const s
         return checked;
     }
     const platform::LockGuard guard(shared->lock);
-    for (Findings::Finding& finding : shared->findings) {
+    for (size_t i = 0; i < shared->findings.size(); ++i) {
+        Findings::Finding& finding = shared->findings[i];
         if (finding.kind == Findings::Kind::Good)
             checked.good.push_back(std::move(finding.facts));
         else if (finding.kind == Findings::Kind::Bad)
-            checked.bad.push_back({std::move(finding.facts.path), std::move(finding.reason)});
+            checked.bad.push_back({std::move(finding.facts.path), std::move(finding.reason), i});
         else
             ++checked.passedOver;
     }

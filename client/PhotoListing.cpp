@@ -1,7 +1,6 @@
-#include "client/PhotoListing.h"
+#include <stillora/Photos.h>
 
 #include "client/FileReason.h"
-#include "client/NaturalOrder.h"
 #include "client/Text.h"
 #include "platform/foundation/NSString.h"
 #include "platform/foundation/NSURL.h"
@@ -56,11 +55,11 @@ void addNote(PhotoListing& listing, std::string note)
         listing.notes.push_back(std::move(note));
 }
 
-void listFolder(const std::string& path, FolderSounds sounds, PhotoListing& listing)
+void listFolder(const std::string& path, size_t index, FolderSounds sounds, PhotoListing& listing)
 {
     const std::unique_ptr<DIR, CloseFolder> folder(opendir(path.c_str()));
     if (!folder) {
-        listing.bad.push_back({path, fmt::format("the folder cannot be read: {}", reasonOfErrno(errno))});
+        listing.bad.push_back({path, fmt::format("the folder cannot be read: {}", reasonOfErrno(errno)), index});
         return;
     }
     std::vector<std::string> names;
@@ -92,8 +91,10 @@ void listFolder(const std::string& path, FolderSounds sounds, PhotoListing& list
         }
     }
     if (found() == before) {
-        listing.bad.push_back({path, sounds == FolderSounds::Listed ? "the folder holds no photos and no sounds"
-                                                                    : "the folder holds no photos"});
+        listing.bad.push_back(
+            {path,
+             sounds == FolderSounds::Listed ? "the folder holds no photos and no sounds" : "the folder holds no photos",
+             index});
         return;
     }
     if (others > 0)
@@ -118,15 +119,16 @@ bool isSoundExtension(const std::string& extension)
     return contains(kSoundExtensions, platform::lowercaseASCII(extension));
 }
 
-PhotoListing listPhotos(const std::vector<std::string>& arguments, FolderSounds sounds)
+PhotoListing listPhotos(const std::vector<std::filesystem::path>& arguments, FolderSounds sounds)
 {
     PhotoListing listing;
-    for (const std::string& argument : arguments) {
+    for (size_t i = 0; i < arguments.size(); ++i) {
+        const std::string& argument = arguments[i].native();
         struct stat status = {};
         if (stat(argument.c_str(), &status) != 0)
-            listing.bad.push_back({argument, reasonOfErrno(errno)});
+            listing.bad.push_back({argument, reasonOfErrno(errno), i});
         else if (S_ISDIR(status.st_mode))
-            listFolder(argument, sounds, listing);
+            listFolder(argument, i, sounds, listing);
         else
             listing.candidates.push_back({argument, PhotoCandidate::Origin::Named});
     }

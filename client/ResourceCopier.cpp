@@ -177,7 +177,7 @@ bool ResourceCopier::copy(const std::function<bool(const CopyProgress&)>& progre
             now.filesDone = work->filesDone;
         }
         now.bytesDone = std::min(work->bytesDone.load(), byteCount_);
-        if (!isCancelled && !progress(now)) {
+        if (!isCancelled && progress && !progress(now)) {
             isCancelled = true;
             work->isStopped = true;
         }
@@ -187,7 +187,7 @@ bool ResourceCopier::copy(const std::function<bool(const CopyProgress&)>& progre
     if (work->failure && error)
         *error = *work->failure;
     if (isCancelled && !work->failure)
-        return platform::fail(error, kClientErrorDomain, kClientErrorCancelled, "stopped");
+        return fail(error, ErrorCode::Cancelled, "stopped");
     return !work->failure;
 }
 

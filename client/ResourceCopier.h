@@ -1,6 +1,7 @@
 #pragma once
 
-#include "client/FileCopy.h"
+#include <stillora/Document.h>
+
 #include "platform/foundation/NSColor.h"
 #include "platform/foundation/NSDate.h"
 #include "platform/foundation/NSError.h"

@@ -133,27 +133,26 @@ std::optional<std::string> ServiceProcess::findProgram(platform::NSError* error)
     if (const char* named = getenv(kProgramVariable); named && *named) {
         if (access(named, X_OK) == 0)
             return named;
-        platform::fail(error, kClientErrorDomain, kClientErrorServiceNotFound,
-                       fmt::format("{}, named by {}, is no program: {}", printable(named), kProgramVariable,
-                                   reasonOfErrno(errno)));
+        fail(error, ErrorCode::ServiceNotFound,
+             fmt::format("{}, named by {}, is no program: {}", printable(named), kProgramVariable,
+                         reasonOfErrno(errno)));
         return std::nullopt;
     }
     const auto places = platform::installedPlaces(platform::InstalledFolder::Services, kProgramName);
     for (const std::string& place : places)
         if (access(place.c_str(), X_OK) == 0)
             return place;
-    platform::fail(error, kClientErrorDomain, kClientErrorServiceNotFound,
-                   fmt::format("the rendering service was not found as {}; {} may name it", fmt::join(places, " or "),
-                               kProgramVariable));
+    fail(error, ErrorCode::ServiceNotFound,
+         fmt::format("the rendering service was not found as {}; {} may name it", fmt::join(places, " or "),
+                     kProgramVariable));
     return std::nullopt;
 }
 
 std::unique_ptr<ServiceProcess> ServiceProcess::start(const std::string& program, platform::NSError* error)
 {
     const auto refuse = [&](int errnoValue) {
-        platform::fail(
-            error, kClientErrorDomain, kClientErrorServiceNotStarted,
-            fmt::format("the rendering service {} cannot be started: {}", program, reasonOfErrno(errnoValue)));
+        fail(error, ErrorCode::ServiceNotStarted,
+             fmt::format("the rendering service {} cannot be started: {}", program, reasonOfErrno(errnoValue)));
         return nullptr;
     };
     std::array<int, 2> ends{};

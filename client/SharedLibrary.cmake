@@ -1,14 +1,13 @@
 # The client library as others use it: one shared library with all that its headers offer, found by CMake as
 # StilloraClient and by pkg-config as stillora-client. The project's own programs link the static libraries.
 include(CMakePackageConfigHelpers)
-include(${CMAKE_CURRENT_LIST_DIR}/PublicHeaders.cmake)
 
 set(CLIENT_PARTS client audio video items util system media graphics connection archive dispatch foundation)
 list(TRANSFORM CLIENT_PARTS REPLACE "(.+)" "$<TARGET_OBJECTS:\\1>" OUTPUT_VARIABLE CLIENT_OBJECTS)
 add_library(client_shared SHARED ${CLIENT_OBJECTS})
 # For the libraries that the parts need.
 target_link_libraries(client_shared PRIVATE ${CLIENT_PARTS} project_options)
-target_compile_features(client_shared INTERFACE cxx_std_23)
+target_compile_features(client_shared INTERFACE cxx_std_20)
 target_include_directories(client_shared INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 # Until version 1 every minor version may change what programs were built with.
 set_target_properties(client_shared PROPERTIES
@@ -16,18 +15,6 @@ set_target_properties(client_shared PROPERTIES
     EXPORT_NAME client
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
-
-stillora_installed_headers(${PROJECT_SOURCE_DIR} CLIENT_HEADERS)
-list(TRANSFORM CLIENT_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/)
-set(CLIENT_INCLUDE_FOLDER ${CMAKE_CURRENT_BINARY_DIR}/include/stillora)
-add_custom_command(OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/headers.stamp
-    COMMAND ${CMAKE_COMMAND} -DSOURCE=${PROJECT_SOURCE_DIR} -DTARGET=${CLIENT_INCLUDE_FOLDER}
-            -P ${CMAKE_CURRENT_LIST_DIR}/CopyPublicHeaders.cmake
-    COMMAND ${CMAKE_COMMAND} -E touch ${CMAKE_CURRENT_BINARY_DIR}/headers.stamp
-    DEPENDS ${CLIENT_HEADERS} ${CMAKE_CURRENT_LIST_DIR}/PublicHeaders.cmake
-            ${CMAKE_CURRENT_LIST_DIR}/CopyPublicHeaders.cmake
-    COMMENT "Copying the client library's headers")
-add_custom_target(client_headers ALL DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/headers.stamp)
 
 set(CLIENT_CMAKE_FOLDER ${CMAKE_INSTALL_LIBDIR}/cmake/StilloraClient)
 configure_package_config_file(${PROJECT_SOURCE_DIR}/packaging/StilloraClientConfig.cmake.in
@@ -47,4 +34,4 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/StilloraClientConfig.cmake
     DESTINATION ${CLIENT_CMAKE_FOLDER} COMPONENT client-dev)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/stillora-client.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT client-dev)
-install(DIRECTORY ${CLIENT_INCLUDE_FOLDER} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT client-dev)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/stillora DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT client-dev)

@@ -1,4 +1,4 @@
-#include "client/SoundCheck.h"
+#include <stillora/Sounds.h>
 
 #include "client/FileReason.h"
 #include "client/Text.h"
@@ -18,19 +18,19 @@ namespace stillora {
 
 namespace {
 
-/// Seconds by which a selection may end behind its file: times are given to hundredths.
-constexpr double kEndTolerance = 0.05;
+/// By so much a selection may end behind its file: times are given to hundredths.
+constexpr Seconds kEndTolerance{0.05};
 
 /// What is known of a file, or why it cannot be used.
 struct Measure {
-    double seconds = 0;
+    Seconds length{0};
     int sampleRateHz = 0;
     std::string fault;
 };
 
 Measure measure(const std::string& path)
 {
-    const auto bad = [](std::string fault) { return Measure{0, 0, std::move(fault)}; };
+    const auto bad = [](std::string fault) { return Measure{Seconds(0), 0, std::move(fault)}; };
     struct stat status = {};
     if (stat(path.c_str(), &status) != 0)
         return bad(reasonOfErrno(errno));
@@ -53,7 +53,7 @@ Measure measure(const std::string& path)
     const double seconds = platform::CMTimeGetSeconds(asset.duration());
     if (!std::isfinite(seconds) || seconds <= 0)
         return bad("has no length");
-    return {seconds, sound->timeRange.duration.timescale, {}};
+    return {Seconds(seconds), sound->timeRange.duration.timescale, {}};
 }
 
 } // namespace
@@ -61,12 +61,12 @@ Measure measure(const std::string& path)
 CheckedSounds checkSounds(const std::vector<SoundArgument>& arguments)
 {
     // A file that is given several times is measured once: without an index that takes reading all of it.
-    std::map<std::string, Measure> measures;
+    std::map<std::filesystem::path, Measure> measures;
     CheckedSounds checked;
     for (const SoundArgument& argument : arguments) {
         const auto [entry, isNew] = measures.try_emplace(argument.path);
         if (isNew)
-            entry->second = measure(argument.path);
+            entry->second = measure(argument.path.native());
         const Measure& file = entry->second;
         const auto bad = [&](std::string reason) {
             checked.bad.push_back(
@@ -77,24 +77,25 @@ CheckedSounds checkSounds(const std::vector<SoundArgument>& arguments)
             continue;
         }
         if (!argument.start && !argument.end) {
-            checked.good.push_back({argument.path, std::nullopt, file.seconds, file.sampleRateHz});
+            checked.good.push_back({argument.path, std::nullopt, file.length, file.sampleRateHz});
             continue;
         }
-        const double start = argument.start.value_or(0);
-        const double end = argument.end.value_or(file.seconds);
-        if (!std::isfinite(start) || !std::isfinite(end) || start < 0 || (argument.end && end <= start)) {
+        const Seconds start = argument.start.value_or(Seconds(0));
+        const Seconds end = argument.end.value_or(file.length);
+        if (!std::isfinite(start.count()) || !std::isfinite(end.count()) || start.count() < 0 ||
+            (argument.end && end <= start)) {
             bad("has a selection that holds nothing");
             continue;
         }
-        if (start >= file.seconds)
-            bad(fmt::format("is only {} long, and cannot be played from {}", secondsText(file.seconds),
+        if (start >= file.length)
+            bad(fmt::format("is only {} long, and cannot be played from {}", secondsText(file.length),
                             secondsText(start)));
-        else if (end > file.seconds + kEndTolerance)
-            bad(fmt::format("is only {} long, and cannot be played up to {}", secondsText(file.seconds),
+        else if (end > file.length + kEndTolerance)
+            bad(fmt::format("is only {} long, and cannot be played up to {}", secondsText(file.length),
                             secondsText(end)));
         else
-            checked.good.push_back({argument.path, SoundFacts::Selection{start, std::min(end, file.seconds)},
-                                    std::min(end, file.seconds) - start, file.sampleRateHz});
+            checked.good.push_back({argument.path, SoundFacts::Selection{start, std::min(end, file.length)},
+                                    std::min(end, file.length) - start, file.sampleRateHz});
     }
     return checked;
 }

@@ -108,10 +108,10 @@ std::string cutToWidth(std::string_view text, int columns, std::string_view mark
     return std::string(text.substr(0, end)) + std::string(isMarked ? mark : "");
 }
 
-std::string clockText(double seconds)
+std::string clockText(Seconds time)
 {
     // Beyond a hundred hours an estimate means nothing.
-    const auto whole = static_cast<int64_t>(std::ceil(std::clamp(seconds, 0.0, 359999.0)));
+    const auto whole = static_cast<int64_t>(std::ceil(std::clamp(time.count(), 0.0, 359999.0)));
     const int64_t hours = whole / 3600;
     const int64_t minutes = whole / 60 % 60;
     if (hours > 0)
@@ -119,8 +119,9 @@ std::string clockText(double seconds)
     return fmt::format("{}:{:02}", minutes, whole % 60);
 }
 
-std::string secondsText(double seconds)
+std::string secondsText(Seconds time)
 {
+    const double seconds = time.count();
     if (seconds < 60) {
         // At most three decimals, without zeros at the end.
         std::string number = fmt::format("{:.3f}", seconds);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <stillora/Types.h>
+
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -26,10 +28,10 @@ std::string cutToWidth(std::string_view text, int columns, std::string_view mark
 /// @}
 
 /// "0:42", "12:05", "1:02:09"; whole seconds, rounded up so that the last second is shown.
-std::string clockText(double seconds);
+std::string clockText(Seconds time);
 
 /// "3.5 s", "2 min 40 s": for a sentence.
-std::string secondsText(double seconds);
+std::string secondsText(Seconds time);
 
 /// "812 kB", "1.4 GB".
 std::string bytesText(double bytes);

@@ -1,4 +1,5 @@
-#include "client/Localization.h"
+#include <stillora/Localization.h>
+
 #include "client/command/CommandLine.h"
 #include "platform/foundation/FileDescriptor.h"
 

@@ -156,7 +156,7 @@ std::optional<double> numberOf(std::string_view text)
     return number;
 }
 
-std::optional<double> timeOf(std::string_view text)
+std::optional<Seconds> timeOf(std::string_view text)
 {
     double seconds = 0;
     bool isFirst = true;
@@ -170,7 +170,7 @@ std::optional<double> timeOf(std::string_view text)
             return std::nullopt;
         seconds = seconds * 60 + *value;
         if (colon == std::string_view::npos)
-            return seconds;
+            return Seconds(seconds);
         text.remove_prefix(colon + 1);
         isFirst = false;
     }
@@ -236,7 +236,10 @@ std::string readSound(const CommandArguments& arguments, SoundArgument& sound)
     if (const auto range = arguments.value("range"))
         if (std::string fault = readRange(*range, sound); !fault.empty())
             return fault;
-    return readOnly(arguments, "sound", sound.path);
+    std::string path;
+    std::string fault = readOnly(arguments, "sound", path);
+    sound.path = std::move(path);
+    return fault;
 }
 
 } // namespace stillora

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "client/SoundCheck.h"
+#include <stillora/Sounds.h>
+
 #include "client/command/OptionTable.h"
 
 #include <cstdint>
@@ -60,15 +61,15 @@ private:
 /// The whole text as a finite number, in the C locale.
 std::optional<double> numberOf(std::string_view text);
 
-/// "83", "1:23" or "1:02:03.5" in seconds; nothing for other texts.
-std::optional<double> timeOf(std::string_view text);
+/// "83", "1:23" or "1:02:03.5"; nothing for other texts.
+std::optional<Seconds> timeOf(std::string_view text);
 
 /// A part of a sound; where it starts or ends may be left out.
 struct TimeSpan {
-    std::optional<double> start;
-    std::optional<double> end;
+    std::optional<Seconds> start;
+    std::optional<Seconds> end;
 
-    bool endsBeforeItStarts() const { return end && *end <= start.value_or(0); }
+    bool endsBeforeItStarts() const { return end && *end <= start.value_or(Seconds(0)); }
 };
 
 /// "START-END", where either may be left out; nothing for other texts.

@@ -1,6 +1,6 @@
 #include "client/command/CommandOutput.h"
 
-#include "client/Localization.h"
+#include <stillora/Localization.h>
 
 #include <cstdio>
 

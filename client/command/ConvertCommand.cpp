@@ -1,8 +1,9 @@
 #include "client/command/ConvertCommand.h"
 
+#include <stillora/Localization.h>
+
 #include "audio/MORAudioWaveImage.h"
 #include "client/JobFolder.h"
-#include "client/Localization.h"
 #include "client/Text.h"
 #include "client/command/SoundCommand.h"
 #include "platform/foundation/NSFileManager.h"
@@ -80,7 +81,8 @@ int runConvertCommand(const ConvertOptions& options)
         std::optional<NSError> error;
     };
     const auto state = std::make_shared<State>();
-    MORAudioWaveImage::audioAssetAtURL(NSURL::fileURLWithPath(sound->path), job->temporaryURL(), timeRangeOf(*sound),
+    MORAudioWaveImage::audioAssetAtURL(NSURL::fileURLWithPath(sound->path.native()), job->temporaryURL(),
+                                       timeRangeOf(*sound),
                                        [state](std::optional<NSURL> file, std::optional<NSError> failure) {
                                            state->file = std::move(file);
                                            state->error = std::move(failure);
@@ -93,7 +95,7 @@ int runConvertCommand(const ConvertOptions& options)
         return command.stopped();
     if (!state->file)
         return command.fail(kExitFailed, state->error ? state->error->localizedDescription
-                                                      : sound->path + ": it could not be converted");
+                                                      : sound->path.native() + ": it could not be converted");
 
     struct stat facts = {};
     const double bytes = stat(state->file->path().c_str(), &facts) == 0 ? static_cast<double>(facts.st_size) : 0;
@@ -101,9 +103,9 @@ int runConvertCommand(const ConvertOptions& options)
     if (!place)
         return command.fail(kExitFailed, error.localizedDescription);
     command.note(fmt::format("{}, {}", secondsText(sound->length), bytesText(bytes)));
-    return command.succeed(
-        place->path(),
-        command.resultOf(place->path()).add("seconds", sound->length).add("bytes", static_cast<int64_t>(bytes)));
+    return command.succeed(place->path(), command.resultOf(place->path())
+                                              .add("seconds", sound->length.count())
+                                              .add("bytes", static_cast<int64_t>(bytes)));
 }
 
 } // namespace stillora

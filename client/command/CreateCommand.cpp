@@ -1,11 +1,12 @@
 #include "client/command/CreateCommand.h"
 
-#include "client/MovieTitle.h"
-#include "client/PhotoCheck.h"
-#include "client/PhotoListing.h"
-#include "client/SoundCheck.h"
+#include <stillora/Movie.h>
+#include <stillora/Photos.h>
+#include <stillora/Sounds.h>
+
 #include "client/command/MovieCommand.h"
 
+#include <iterator>
 #include <string>
 #include <utility>
 #include <vector>
@@ -13,6 +14,16 @@
 #include <fmt/format.h>
 
 namespace stillora {
+
+namespace {
+
+std::string noPhotosIn(const std::vector<std::filesystem::path>& places)
+{
+    const std::vector<std::string> names(places.begin(), places.end());
+    return fmt::format("there are no photos in {}", fmt::join(names, ", "));
+}
+
+} // namespace
 
 int runCreateCommand(const CreateOptions& options)
 {
@@ -29,24 +40,17 @@ int runCreateCommand(const CreateOptions& options)
         command.note(checked.passedOver == 1
                          ? "1 more file that is no photo was passed over"
                          : fmt::format("{} more files that are no photos were passed over", checked.passedOver));
-    std::vector<BadInput> bad;
-    for (const std::vector<BadPhoto>& photos : {listing.bad, checked.bad})
-        for (const BadPhoto& photo : photos)
-            bad.push_back({photo.path, photo.reason});
+    std::vector<BadFile> bad = std::move(listing.bad);
+    std::move(checked.bad.begin(), checked.bad.end(), std::back_inserter(bad));
     CheckedSounds sounds = checkSounds(options.sounds);
-    std::vector<BadInput> badSounds;
-    for (const BadSound& sound : sounds.bad)
-        badSounds.push_back({sound.path, sound.reason});
     if (!bad.empty() && !options.skipsBad)
-        return command.refuseBadInput(bad, badSounds, "; --skip-bad leaves out photos that cannot");
-    if (!badSounds.empty())
-        return command.refuseBadInput({}, badSounds);
-    for (const BadInput& photo : bad)
-        command.note(fmt::format("left out: {}: {}", photo.path, photo.reason));
+        return command.refuseBadInput(bad, sounds.bad, "; --skip-bad leaves out photos that cannot");
+    if (!sounds.bad.empty())
+        return command.refuseBadInput({}, sounds.bad);
+    for (const BadFile& photo : bad)
+        command.note(fmt::format("left out: {}: {}", photo.path.native(), photo.reason));
     if (checked.good.empty())
-        return command.fail(kExitBadInput,
-                            bad.empty() ? fmt::format("there are no photos in {}", fmt::join(options.photos, ", "))
-                                        : "no photo can be used");
+        return command.fail(kExitBadInput, bad.empty() ? noPhotosIn(options.photos) : "no photo can be used");
     const std::string title = options.title.value_or(titleForPhotos(checked.good));
     return command.makeMovie(std::move(checked.good), std::move(sounds.good), settingsOf(options), title, std::nullopt,
                              options.saveFolder, options.use);

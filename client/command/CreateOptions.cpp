@@ -1,8 +1,7 @@
 #include "client/command/CreateOptions.h"
 
-#include "client/MoviePlan.h"
-#include "client/MovieSettings.h"
-#include "client/MovieTitle.h"
+#include <stillora/Movie.h>
+
 #include "client/Text.h"
 #include "platform/foundation/NSString.h"
 #include "platform/foundation/NSURL.h"
@@ -22,10 +21,10 @@ namespace {
 std::string readSeconds(const std::string& text, CreateOptions& options)
 {
     const auto seconds = numberOf(text);
-    if (!seconds || *seconds < kMinSecondsPerPhoto || *seconds > kMaxSecondsPerPhoto)
-        return fmt::format("--seconds takes a number from {} to {}, not \"{}\"", kMinSecondsPerPhoto,
-                           kMaxSecondsPerPhoto, text);
-    options.seconds = seconds;
+    if (!seconds || *seconds < kMinTimePerPhoto.count() || *seconds > kMaxTimePerPhoto.count())
+        return fmt::format("--seconds takes a number from {} to {}, not \"{}\"", kMinTimePerPhoto.count(),
+                           kMaxTimePerPhoto.count(), text);
+    options.seconds = Seconds(*seconds);
     return {};
 }
 
@@ -55,7 +54,7 @@ std::string readSound(const std::string& text, CreateOptions& options)
     SoundArgument sound = soundOf(text);
     if (sound.path.empty())
         return "--soundtrack takes the path of a sound file";
-    if (sound.end && *sound.end <= sound.start.value_or(0))
+    if (sound.end && *sound.end <= sound.start.value_or(Seconds(0)))
         return fmt::format("the selection of \"{}\" ends before it starts", text);
     options.sounds.push_back(std::move(sound));
     return {};
@@ -116,7 +115,7 @@ std::string readMovieOptions(const CommandArguments& arguments, CreateOptions& o
 MovieSettings settingsOf(const CreateOptions& options)
 {
     MovieSettings settings;
-    settings.secondsPerPhoto = options.seconds.value_or(kDefaultSecondsPerPhoto);
+    settings.timePerPhoto = options.seconds.value_or(kDefaultTimePerPhoto);
     settings.quality = options.quality;
     settings.codec = options.codec;
     settings.loopsSounds = options.loopsSounds;
@@ -134,7 +133,7 @@ Parsed<CreateOptions> parseCreate(const std::vector<std::string>& arguments)
         return *answer;
     const auto& given = std::get<CommandArguments>(read);
     CreateOptions options;
-    options.photos = given.operands();
+    options.photos.assign(given.operands().begin(), given.operands().end());
     std::string fault = readMovieOptions(given, options);
     if (fault.empty() && options.sounds.empty() && (options.loopsSounds || options.fitsMusic))
         fault = fmt::format("{} needs a --soundtrack", options.loopsSounds ? "--loop" : "--fit-music");

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "client/MovieMaker.h"
-#include "client/MovieSettings.h"
-#include "client/SoundCheck.h"
+#include <stillora/Movie.h>
+#include <stillora/Sounds.h>
+
 #include "client/command/Arguments.h"
 
 #include <cstdint>
@@ -18,15 +18,15 @@ struct CreateOptions {
     static constexpr int64_t kAutomaticQuality = 0;
 
     /// Photos and folders, as given.
-    std::vector<std::string> photos;
-    std::optional<double> seconds;
+    std::vector<std::filesystem::path> photos;
+    std::optional<Seconds> seconds;
     int64_t quality = kAutomaticQuality;
     bool isQualityGiven = false;
     std::string codec = "avc1";
     bool isCodecGiven = false;
     bool reducesBorders = false;
     std::optional<std::string> title;
-    std::optional<std::string> saveFolder;
+    std::optional<std::filesystem::path> saveFolder;
     /// In playing order.
     std::vector<SoundArgument> sounds;
     bool loopsSounds = false;

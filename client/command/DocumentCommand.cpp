@@ -1,18 +1,18 @@
 #include "client/command/DocumentCommand.h"
 
+#include <stillora/Document.h>
+#include <stillora/Localization.h>
+#include <stillora/Movie.h>
+#include <stillora/Photos.h>
+#include <stillora/Sounds.h>
+
 #include "client/ClientError.h"
-#include "client/Document.h"
-#include "client/DocumentCheck.h"
-#include "client/Localization.h"
-#include "client/MovieTitle.h"
-#include "client/PhotoCheck.h"
-#include "client/PhotoListing.h"
-#include "client/SoundCheck.h"
 #include "client/Text.h"
 #include "client/command/DocumentListing.h"
 #include "client/command/DocumentOptions.h"
 #include "client/command/HelpText.h"
 #include "client/command/MovieCommand.h"
+#include "platform/foundation/NSURL.h"
 
 #include <algorithm>
 #include <array>
@@ -27,12 +27,9 @@ namespace stillora {
 
 namespace {
 
-using platform::NSError;
-using platform::NSURL;
-
-bool isCancel(const NSError& error)
+bool isCancel(const Error& error)
 {
-    return error.domain == kClientErrorDomain && error.code == kClientErrorCancelled;
+    return error.code == ErrorCode::Cancelled;
 }
 
 bool exists(const std::string& path)
@@ -42,27 +39,27 @@ bool exists(const std::string& path)
 }
 
 /// A document may be given without its extension.
-NSURL locationOfDocument(const std::string& given)
+std::filesystem::path locationOfDocument(const std::string& given)
 {
     const std::string withExtension = given + "." + std::string(kDocumentExtension);
-    return NSURL::fileURLWithPath(
-        !given.ends_with('/') && !exists(given) && exists(withExtension) ? withExtension : given, true);
+    return !given.ends_with('/') && !exists(given) && exists(withExtension) ? withExtension : given;
 }
 
 /// What is to go into a document, and what of it cannot.
 struct Filling {
     std::vector<PhotoFacts> photos;
     std::vector<SoundFacts> sounds;
-    std::vector<BadInput> badPhotos;
-    std::vector<BadInput> badSounds;
+    std::vector<BadFile> badPhotos;
+    std::vector<BadFile> badSounds;
     bool isCancelled = false;
 };
 
 /// A sound is known by the extension of its name, or by the part of it that is given.
 bool isSound(const std::string& text, const SoundArgument& sound)
 {
-    const bool isPart = sound.path != text;
-    return isSoundExtension(platform::pathExtension(sound.path)) || (isPart && !exists(text) && exists(sound.path));
+    const bool isPart = sound.path.native() != text;
+    return isSoundExtension(platform::pathExtension(sound.path.native())) ||
+           (isPart && !exists(text) && exists(sound.path));
 }
 
 Filling fillingOf(const DocumentFillOptions& options, MovieCommand& command)
@@ -79,11 +76,10 @@ Filling fillingOf(const DocumentFillOptions& options, MovieCommand& command)
         }
         PhotoListing listing = listPhotos({file}, FolderSounds::Listed);
         std::move(listing.candidates.begin(), listing.candidates.end(), std::back_inserter(candidates));
-        for (BadPhoto& photo : listing.bad)
-            filling.badPhotos.push_back({std::move(photo.path), std::move(photo.reason)});
+        std::move(listing.bad.begin(), listing.bad.end(), std::back_inserter(filling.badPhotos));
         for (const std::string& text : listing.notes)
             command.note(text);
-        for (std::string& sound : listing.sounds)
+        for (std::filesystem::path& sound : listing.sounds)
             sounds.push_back({std::move(sound), std::nullopt, std::nullopt});
     }
     sounds.insert(sounds.end(), options.movie.sounds.begin(), options.movie.sounds.end());
@@ -96,12 +92,10 @@ Filling fillingOf(const DocumentFillOptions& options, MovieCommand& command)
         return filling;
     if (photos.passedOver > 0)
         command.note(counted(photos.passedOver, "more file") + " passed over, since no photos or sounds");
-    for (BadPhoto& photo : photos.bad)
-        filling.badPhotos.push_back({std::move(photo.path), std::move(photo.reason)});
+    std::move(photos.bad.begin(), photos.bad.end(), std::back_inserter(filling.badPhotos));
     filling.photos = std::move(photos.good);
     CheckedSounds checkedSounds = checkSounds(sounds);
-    for (BadSound& sound : checkedSounds.bad)
-        filling.badSounds.push_back({std::move(sound.path), std::move(sound.reason)});
+    filling.badSounds = std::move(checkedSounds.bad);
     filling.sounds = std::move(checkedSounds.good);
     return filling;
 }
@@ -115,13 +109,12 @@ int fill(Document& document, const DocumentFillOptions& options, MovieCommand& c
     const bool isBad = !filling.badPhotos.empty() || !filling.badSounds.empty();
     if (isBad && !options.movie.skipsBad)
         return command.refuseBadInput(filling.badPhotos, filling.badSounds, "; --skip-bad leaves out what cannot");
-    for (const std::vector<BadInput>& files : {filling.badPhotos, filling.badSounds})
-        for (const BadInput& file : files)
-            command.note(fmt::format("left out: {}: {}", file.path, file.reason));
+    for (const std::vector<BadFile>& files : {filling.badPhotos, filling.badSounds})
+        for (const BadFile& file : files)
+            command.note(fmt::format("left out: {}: {}", file.path.native(), file.reason));
     if (filling.photos.empty() && filling.sounds.empty() && isBad)
         return command.fail(kExitBadInput, "none of the files can be used");
 
-    NSError error;
     uint64_t bytes = 0;
     const auto tellCopying = [&](const CopyProgress& progress) {
         bytes = progress.byteCount;
@@ -132,16 +125,18 @@ int fill(Document& document, const DocumentFillOptions& options, MovieCommand& c
             command.teller().stepDone(localized("Copying the files"), fraction, progress.filesDone, progress.fileCount);
         return !command.isCancelled();
     };
-    const bool isDone = document.add(filling.photos, filling.sounds, tellCopying, &error) && document.save(&error);
+    Result<void> done = document.add(filling.photos, filling.sounds, tellCopying);
+    if (done)
+        done = document.save();
     command.clearProgress();
-    if (!isDone)
-        return isCancel(error) ? command.stopped() : command.fail(kExitFailed, error.localizedDescription);
+    if (!done)
+        return isCancel(done.error()) ? command.stopped() : command.fail(kExitFailed, done.error().message);
     command.note(fmt::format("{}, {}, {} copied", counted(filling.photos.size(), "photo"),
                              counted(filling.sounds.size(), "sound"), bytesText(static_cast<double>(bytes))));
-    JSONWriter result = command.resultOf(document.location().path());
+    JSONWriter result = command.resultOf(document.location().native());
     result.add("photos", static_cast<int64_t>(filling.photos.size()));
     result.add("soundtracks", static_cast<int64_t>(filling.sounds.size())).add("bytes", static_cast<int64_t>(bytes));
-    return command.succeed(document.location().path(), result);
+    return command.succeed(document.location().native(), result);
 }
 
 MovieCommand::Wish outputOf(bool isJSON, bool isQuiet, std::string_view product)
@@ -152,10 +147,9 @@ MovieCommand::Wish outputOf(bool isJSON, bool isQuiet, std::string_view product)
 int runNew(const DocumentFillOptions& options)
 {
     MovieCommand command(outputOf(options.movie.isJSON, options.movie.isQuiet, "document"));
-    NSError error;
-    const auto document = Document::create(NSURL::fileURLWithPath(options.document, true), &error);
+    auto document = Document::create(options.document);
     if (!document)
-        return command.fail(kExitFailed, error.localizedDescription);
+        return command.fail(kExitFailed, document.error().message);
     document->setSettings(settingsOf(options.movie));
     return fill(*document, options, command);
 }
@@ -163,16 +157,15 @@ int runNew(const DocumentFillOptions& options)
 int runAdd(const DocumentFillOptions& options)
 {
     MovieCommand command(outputOf(options.movie.isJSON, options.movie.isQuiet, "document"));
-    NSError error;
     bool isWaitTold = false;
     const auto waits = [&] {
         if (!std::exchange(isWaitTold, true))
             command.note(fmt::format("waiting for another program that changes {}", options.document));
         return !command.isCancelled();
     };
-    const auto document = Document::loadForChange(locationOfDocument(options.document), waits, &error);
+    auto document = Document::loadForChange(locationOfDocument(options.document), waits);
     if (!document)
-        return isCancel(error) ? command.stopped() : command.fail(kExitBadInput, error.localizedDescription);
+        return isCancel(document.error()) ? command.stopped() : command.fail(kExitBadInput, document.error().message);
     for (const BadItem& item : badItemsOf(*document))
         command.note(fmt::format("{}: {}", item.path, item.reason));
     return fill(*document, options, command);
@@ -181,10 +174,9 @@ int runAdd(const DocumentFillOptions& options)
 int runList(const DocumentLookOptions& options)
 {
     MovieCommand command(outputOf(false, options.isQuiet, "listing"));
-    NSError error;
-    const auto document = Document::load(locationOfDocument(options.document), &error);
+    const auto document = Document::load(locationOfDocument(options.document));
     if (!document)
-        return command.fail(kExitBadInput, error.localizedDescription);
+        return command.fail(kExitBadInput, document.error().message);
     const std::string text = options.isJSON ? listingAsJSON(*document).text() + "\n" : listingOf(*document);
     if (const int status = command.give(text, "the listing"); status != kExitDone)
         return status;
@@ -204,7 +196,7 @@ JSONWriter checkAsJSON(const Document& document, const CheckedDocument& checked,
                           .add("path", item.path)
                           .add("reason", item.reason));
     JSONWriter result;
-    result.add("document", document.location().path()).add("ok", isGood);
+    result.add("document", document.location().native()).add("ok", isGood);
     result.add("photos", static_cast<int64_t>(document.photos().size()));
     result.add("soundtracks", static_cast<int64_t>(document.soundtracks().size()));
     return result.add("bad", bad).add("changed", checked.changed).add("settingFaults", document.settingFaults());
@@ -213,17 +205,17 @@ JSONWriter checkAsJSON(const Document& document, const CheckedDocument& checked,
 int runCheck(const DocumentLookOptions& options)
 {
     MovieCommand command(outputOf(false, options.isQuiet || options.isJSON, "check"));
-    NSError error;
-    const auto document = Document::load(locationOfDocument(options.document), &error);
+    const auto document = Document::load(locationOfDocument(options.document));
     if (!document)
-        return command.fail(kExitBadInput, error.localizedDescription);
+        return command.fail(kExitBadInput, document.error().message);
     const CheckedDocument checked =
         checkDocument(*document, [&](size_t done) { return command.photosChecked(done, document->photos().size()); });
     command.clearProgress();
     if (checked.isCancelled)
         return command.stopped();
 
-    const std::vector<std::string> unused = document->unusedFiles();
+    const auto files = document->unusedFiles();
+    const std::vector<std::string> unused(files.begin(), files.end());
     const bool isGood = checked.bad.empty() && checked.changed.empty() && document->settingFaults().empty();
     const ExitStatus status = isGood ? kExitDone : kExitBadInput;
     if (options.isJSON) {
@@ -247,7 +239,7 @@ MovieSettings settingsFor(const Document& document, const CreateOptions& options
 {
     MovieSettings settings = document.settings();
     if (options.seconds) {
-        settings.secondsPerPhoto = *options.seconds;
+        settings.timePerPhoto = *options.seconds;
         settings.fitsMusic = false;
     }
     if (options.isQualityGiven)
@@ -263,10 +255,9 @@ int runRender(const DocumentRenderOptions& options)
 {
     const CreateOptions& wish = options.movie;
     MovieCommand command(outputOf(wish.isJSON, wish.isQuiet, "movie"));
-    NSError error;
-    const auto document = Document::load(locationOfDocument(options.document), &error);
+    const auto document = Document::load(locationOfDocument(options.document));
     if (!document)
-        return command.fail(kExitBadInput, error.localizedDescription);
+        return command.fail(kExitBadInput, document.error().message);
     const MovieSettings settings = settingsFor(*document, wish);
     const std::string title = settings.title.value_or(document->name());
     if (const auto fault = faultOfTitle(title))
@@ -279,8 +270,8 @@ int runRender(const DocumentRenderOptions& options)
     command.clearProgress();
     if (checked.isCancelled)
         return command.stopped();
-    std::vector<BadInput> badPhotos;
-    std::vector<BadInput> badSounds;
+    std::vector<BadFile> badPhotos;
+    std::vector<BadFile> badSounds;
     for (const BadItem& item : checked.bad)
         (item.kind == BadItem::Kind::Photo ? badPhotos : badSounds).push_back({item.path, item.reason});
     if (!checked.bad.empty() && !wish.skipsBad)
@@ -295,15 +286,15 @@ int runRender(const DocumentRenderOptions& options)
     if (areFaultsRefused)
         return command.fail(kExitBadInput,
                             fmt::format("the settings of {} cannot be used; --skip-bad renders with others",
-                                        document->location().path()));
+                                        document->location().native()));
     if (checked.photos.empty())
         return command.fail(kExitBadInput, document->photos().empty()
-                                               ? fmt::format("there are no photos in {}", document->location().path())
+                                               ? fmt::format("there are no photos in {}", document->location().native())
                                                : "no photo can be used");
     if (settings.fitsMusic && checked.sounds.empty())
         return command.fail(kExitBadInput,
                             fmt::format("the photos of {} are to share the length of the music, and there is none",
-                                        document->location().path()));
+                                        document->location().native()));
     return command.makeMovie(std::move(checked.photos), std::move(checked.sounds), settings, title,
                              settings.title ? std::nullopt : std::optional(document->location()), wish.saveFolder,
                              wish.use);

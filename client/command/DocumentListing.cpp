@@ -26,9 +26,9 @@ std::string nameOf(const std::string& path)
 }
 
 /// "#4080ff"; nothing where no colour is known.
-std::optional<std::string> colorText(const MORPhoto& photo)
+std::optional<std::string> colorText(const DocumentPhoto& photo)
 {
-    const auto color = photo.averageImageColor();
+    const auto& color = photo.averageColor;
     if (!color)
         return std::nullopt;
     const auto byte = [](double component) { return std::lround(std::clamp(component, 0.0, 1.0) * 255); };
@@ -37,27 +37,30 @@ std::optional<std::string> colorText(const MORPhoto& photo)
 
 struct SoundFactsOfList {
     /// Of the file; nothing where it cannot be told.
-    std::optional<double> fileSeconds;
+    std::optional<Seconds> fileLength;
     /// What is played of it.
-    double start = 0;
-    std::optional<double> end;
+    Seconds start{0};
+    std::optional<Seconds> end;
     bool isWhole = true;
 
-    std::optional<double> seconds() const { return end ? std::optional(*end - start) : std::nullopt; }
+    std::optional<Seconds> length() const { return end ? std::optional(*end - start) : std::nullopt; }
 };
+
+std::optional<Seconds> lengthOfSound(const std::filesystem::path& path)
+{
+    const platform::AVURLAsset asset(platform::NSURL::fileURLWithPath(path.native(), false));
+    const double seconds = platform::CMTimeGetSeconds(asset.duration());
+    return std::isfinite(seconds) ? std::optional(Seconds(seconds)) : std::nullopt;
+}
 
 SoundFactsOfList factsOf(const DocumentSoundtrack& soundtrack)
 {
     SoundFactsOfList facts;
-    const SoundArgument argument = soundArgumentOf(*soundtrack.item);
-    if (soundtrack.state == DocumentSoundtrack::State::Good) {
-        const auto asset = platform::AVURLAsset::URLAssetWithURL(*soundtrack.item->soundtrackURL());
-        if (const double seconds = platform::CMTimeGetSeconds(asset->duration()); std::isfinite(seconds))
-            facts.fileSeconds = seconds;
-    }
-    facts.isWhole = !argument.start && !argument.end;
-    facts.start = argument.start.value_or(0);
-    facts.end = facts.isWhole ? facts.fileSeconds : argument.end;
+    if (soundtrack.state == DocumentItem::State::Good)
+        facts.fileLength = lengthOfSound(soundtrack.path);
+    facts.isWhole = !soundtrack.selection;
+    facts.start = soundtrack.selection ? soundtrack.selection->start : Seconds(0);
+    facts.end = soundtrack.selection ? std::optional(soundtrack.selection->end) : facts.fileLength;
     return facts;
 }
 
@@ -69,7 +72,7 @@ std::string padded(const std::string& text, int columns)
 template <typename Entry>
 std::string shownName(const Entry& entry)
 {
-    const std::string path = pathOf(entry);
+    const std::string& path = entry.path.native();
     return cutToWidth(path.empty() ? "?" : printable(nameOf(path)), kMaxNameColumns, "...");
 }
 
@@ -82,7 +85,7 @@ int nameColumns(const std::vector<Entry>& entries)
     return columns;
 }
 
-std::string sizeText(platform::CGSize size)
+std::string sizeText(Size size)
 {
     return fmt::format("{:.0f} x {:.0f}", size.width, size.height);
 }
@@ -90,7 +93,7 @@ std::string sizeText(platform::CGSize size)
 std::string soundText(const DocumentSoundtrack& soundtrack)
 {
     const SoundFactsOfList facts = factsOf(soundtrack);
-    const std::string length = facts.seconds() ? secondsText(*facts.seconds()) : "?";
+    const std::string length = facts.length() ? secondsText(*facts.length()) : "?";
     if (facts.isWhole)
         return length;
     return fmt::format("{}, from {} to {}", length, secondsText(facts.start), secondsText(*facts.end));
@@ -105,7 +108,7 @@ std::string linesOf(const char* title, const std::vector<Entry>& entries,
     for (size_t i = 0; i < entries.size(); ++i) {
         const Entry& entry = entries[i];
         std::string line = fmt::format("  {:>4}  {}", i + 1, padded(shownName(entry), columns));
-        if (entry.item)
+        if (entry.state != DocumentItem::State::Damaged)
             if (const std::string more = details(entry); !more.empty())
                 line += "  " + more;
         if (!entry.fault.empty())
@@ -120,7 +123,7 @@ std::string settingsText(const Document& document)
     const MovieSettings& settings = document.settings();
     std::vector<std::string> parts;
     parts.push_back(settings.fitsMusic ? "photos share the length of the music"
-                                       : secondsText(settings.secondsPerPhoto) + " a photo");
+                                       : secondsText(settings.timePerPhoto) + " a photo");
     parts.push_back(settings.quality > 0 ? fmt::format("quality {}", settings.quality) : "automatic quality");
     parts.push_back("codec " + settings.codec);
     if (settings.loopsSounds)
@@ -140,7 +143,7 @@ std::string settingsText(const Document& document)
 JSONWriter photoAsJSON(const DocumentPhoto& photo)
 {
     JSONWriter json;
-    if (!photo.item)
+    if (photo.state == DocumentItem::State::Damaged)
         return json.add("state", "damaged").add("reason", photo.fault).addNull("path");
     const bool isGood = photo.state == DocumentPhoto::State::Good;
     json.add("state", isGood ? "good" : "missing");
@@ -148,24 +151,24 @@ JSONWriter photoAsJSON(const DocumentPhoto& photo)
         json.addNull("reason");
     else
         json.add("reason", photo.fault);
-    json.add("path", pathOf(photo)).add("title", photo.item->title().value_or(""));
-    json.add("width", photo.item->size().width).add("height", photo.item->size().height);
-    json.add("bytes", photo.item->fileSize());
-    if (const auto color = colorText(*photo.item))
+    json.add("path", photo.path.native()).add("title", photo.title);
+    json.add("width", photo.size.width).add("height", photo.size.height);
+    json.add("bytes", photo.fileSize);
+    if (const auto color = colorText(photo))
         json.add("color", *color);
     else
         json.addNull("color");
-    if (const auto date = photo.item->dateCreated())
-        json.add("created", date->timeIntervalSinceReferenceDate + platform::kTimeIntervalSince1970);
+    if (photo.created)
+        json.add("created", photo.created->time_since_epoch().count());
     else
         json.addNull("created");
-    return json.add("featured", photo.item->isFeatured());
+    return json.add("featured", photo.isFeatured);
 }
 
 JSONWriter soundtrackAsJSON(const DocumentSoundtrack& soundtrack)
 {
     JSONWriter json;
-    if (!soundtrack.item)
+    if (soundtrack.state == DocumentItem::State::Damaged)
         return json.add("state", "damaged").add("reason", soundtrack.fault).addNull("path");
     const bool isGood = soundtrack.state == DocumentSoundtrack::State::Good;
     json.add("state", isGood ? "good" : "missing");
@@ -173,18 +176,19 @@ JSONWriter soundtrackAsJSON(const DocumentSoundtrack& soundtrack)
         json.addNull("reason");
     else
         json.add("reason", soundtrack.fault);
-    const auto addSeconds = [&json](std::string_view key, std::optional<double> seconds) {
-        if (seconds)
-            json.add(key, *seconds);
+    const auto addTime = [&json](std::string_view key, std::optional<Seconds> time) {
+        if (time)
+            json.add(key, time->count());
         else
             json.addNull(key);
     };
     const SoundFactsOfList facts = factsOf(soundtrack);
-    json.add("path", pathOf(soundtrack)).add("originalPath", soundtrack.item->_originalPath().value_or(""));
-    json.add("whole", facts.isWhole).add("start", facts.start);
-    addSeconds("end", facts.end);
-    addSeconds("seconds", facts.seconds());
-    addSeconds("fileSeconds", facts.fileSeconds);
+    json.add("path", soundtrack.path.native());
+    json.add("originalPath", soundtrack.originalPath ? soundtrack.originalPath->native() : "");
+    json.add("whole", facts.isWhole).add("start", facts.start.count());
+    addTime("end", facts.end);
+    addTime("seconds", facts.length());
+    addTime("fileSeconds", facts.fileLength);
     return json;
 }
 
@@ -199,9 +203,9 @@ std::string listingOf(const Document& document)
 {
     return linesOf<DocumentPhoto>("Photos", document.photos(),
                                   [](const DocumentPhoto& photo) {
-                                      return fmt::format("{:>11}  {:>8}  {}", sizeText(photo.item->size()),
-                                                         bytesText(static_cast<double>(photo.item->fileSize())),
-                                                         colorText(*photo.item).value_or(""));
+                                      return fmt::format("{:>11}  {:>8}  {}", sizeText(photo.size),
+                                                         bytesText(static_cast<double>(photo.fileSize)),
+                                                         colorText(photo).value_or(""));
                                   }) +
            linesOf<DocumentSoundtrack>("Soundtracks", document.soundtracks(), soundText) + settingsText(document);
 }
@@ -216,7 +220,7 @@ JSONWriter listingAsJSON(const Document& document)
         soundtracks.push_back(soundtrackAsJSON(soundtrack));
     const MovieSettings& settings = document.settings();
     JSONWriter kept;
-    kept.add("secondsPerPhoto", settings.secondsPerPhoto).add("quality", settings.quality);
+    kept.add("secondsPerPhoto", settings.timePerPhoto.count()).add("quality", settings.quality);
     kept.add("codec", settings.codec).add("loopsSoundtracks", settings.loopsSounds);
     kept.add("fitsMusic", settings.fitsMusic).add("fillsSilence", settings.fillsSilence);
     kept.add("reducesBorders", settings.reducesBorders);
@@ -225,7 +229,7 @@ JSONWriter listingAsJSON(const Document& document)
     else
         kept.addNull("title");
     JSONWriter json;
-    json.add("document", document.location().path()).add("photos", photos).add("soundtracks", soundtracks);
+    json.add("document", document.location().native()).add("photos", photos).add("soundtracks", soundtracks);
     return json.add("settings", kept).add("settingFaults", document.settingFaults());
 }
 

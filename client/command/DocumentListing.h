@@ -1,6 +1,7 @@
 #pragma once
 
-#include "client/Document.h"
+#include <stillora/Document.h>
+
 #include "client/JSONWriter.h"
 
 #include <string>

@@ -1,7 +1,8 @@
 #include "client/command/DocumentOptions.h"
 
-#include "client/Document.h"
-#include "client/MovieTitle.h"
+#include <stillora/Document.h>
+#include <stillora/Movie.h>
+
 #include "client/Text.h"
 
 #include <string_view>

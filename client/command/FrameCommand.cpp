@@ -1,7 +1,8 @@
 #include "client/command/FrameCommand.h"
 
-#include "client/MoviePlan.h"
-#include "client/PhotoCheck.h"
+#include <stillora/Movie.h>
+#include <stillora/Photos.h>
+
 #include "client/command/CommandOutput.h"
 #include "client/command/FileIdentity.h"
 #include "platform/foundation/NSFileManager.h"
@@ -128,9 +129,10 @@ int runFrameCommand(const FrameOptions& options)
         return fail(kExitUsage, "the frame would replace the photo " + options.photo);
 
     const PhotoFacts& photo = checked.good.front();
-    const platform::CGSize size = frameSizeForQuality(options.quality, checked.good);
-    const auto frame = renderPhotoFrame({.photo = NSURL::fileURLWithPath(photo.path),
-                                         .photoSize = photo.size,
+    const Size frameSize = frameSizeForQuality(options.quality, checked.good);
+    const platform::CGSize size = {frameSize.width, frameSize.height};
+    const auto frame = renderPhotoFrame({.photo = NSURL::fileURLWithPath(photo.path.native()),
+                                         .photoSize = {photo.size.width, photo.size.height},
                                          .frame = size,
                                          .reduceBorders = options.reducesBorders,
                                          .carriesWatermark = carriesWatermark(0, 1),

@@ -1,8 +1,9 @@
 #include "client/command/InfoCommand.h"
 
+#include <stillora/Localization.h>
+
 #include "audio/MORAudioWaveImageMetadata.h"
 #include "client/JSONWriter.h"
-#include "client/Localization.h"
 #include "client/Text.h"
 #include "client/command/CommandOutput.h"
 #include "client/command/FileFacts.h"

@@ -1,10 +1,9 @@
 #include "client/command/MovieCommand.h"
 
-#include "client/ClientError.h"
-#include "client/Localization.h"
+#include <stillora/Localization.h>
+
 #include "client/Text.h"
 #include "client/command/SoundSentence.h"
-#include "util/MORPalvineCommons.h"
 
 #include <cstdio>
 #include <utility>
@@ -18,12 +17,12 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// Seconds in which the bar of a stage that cannot tell how far it is goes there and back.
-constexpr double kTurnSeconds = 3;
+/// In which the bar of a stage that cannot tell how far it is goes there and back.
+constexpr Seconds kTurn{3};
 
-double secondsSince(Clock::time_point start)
+Seconds timeSince(Clock::time_point start)
 {
-    return std::chrono::duration<double>(Clock::now() - start).count();
+    return Clock::now() - start;
 }
 
 } // namespace
@@ -52,7 +51,7 @@ void ProgressTeller::progressChanged(const MovieProgress& progress)
     // A total of 1 is a fraction, not a count.
     content_.count = hasFraction && progress.total > 1 ? fmt::format("{:.0f}/{:.0f}", progress.progress, progress.total)
                                                        : std::string();
-    secondsLeft_ = progress.secondsLeft;
+    timeLeft_ = progress.timeLeft;
     lastUpdate_ = Clock::now();
     timePassed();
 }
@@ -63,9 +62,9 @@ void ProgressTeller::timePassed()
         content_.title = localized("Starting");
     content_.timeLeft.clear();
     // An estimate that has run out says nothing any more.
-    if (const double left = secondsLeft_.value_or(0) - secondsSince(lastUpdate_); left > 0)
+    if (const Seconds left = timeLeft_.value_or(Seconds(0)) - timeSince(lastUpdate_); left.count() > 0)
         content_.timeLeft = fmt::format(fmt::runtime(localized("{} left")), clockText(left));
-    content_.turns = secondsSince(start_) / kTurnSeconds;
+    content_.turns = timeSince(start_) / kTurn;
     terminal_.drawProgress(content_);
 }
 
@@ -74,8 +73,8 @@ void ProgressTeller::writeJSON(const MovieProgress& progress) const
     JSONWriter json;
     json.add("event", "progress").add("stage", progress.stage).add("title", localized(progress.stage));
     json.add("determinate", progress.isDeterminate).add("progress", progress.progress).add("total", progress.total);
-    if (progress.secondsLeft)
-        json.add("secondsLeft", *progress.secondsLeft);
+    if (progress.timeLeft)
+        json.add("secondsLeft", progress.timeLeft->count());
     else
         json.addNull("secondsLeft");
     fmt::print("{}\n", json.text());
@@ -94,14 +93,14 @@ bool MovieCommand::photosChecked(size_t done, size_t total)
     return !isCancelled();
 }
 
-int MovieCommand::refuseBadInput(const std::vector<BadInput>& photos, const std::vector<BadInput>& sounds,
+int MovieCommand::refuseBadInput(const std::vector<BadFile>& photos, const std::vector<BadFile>& sounds,
                                  std::string_view hint)
 {
-    const auto tell = [&](const std::vector<BadInput>& files) {
+    const auto tell = [&](const std::vector<BadFile>& files) {
         std::vector<JSONWriter> list;
-        for (const BadInput& file : files) {
-            complain(fmt::format("{}: {}", file.path, file.reason));
-            list.push_back(JSONWriter().add("path", file.path).add("reason", file.reason));
+        for (const BadFile& file : files) {
+            complain(fmt::format("{}: {}", file.path.native(), file.reason));
+            list.push_back(JSONWriter().add("path", file.path.native()).add("reason", file.reason));
         }
         return list;
     };
@@ -119,28 +118,25 @@ int MovieCommand::refuseBadInput(const std::vector<BadInput>& photos, const std:
 
 int MovieCommand::makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFacts> sounds,
                             const MovieSettings& settings, const std::string& title,
-                            const std::optional<platform::NSURL>& document,
-                            const std::optional<std::string>& saveFolder, MovieUse use)
+                            const std::optional<std::filesystem::path>& document,
+                            const std::optional<std::filesystem::path>& saveFolder, MovieUse use)
 {
     if (settings.codec != "avc1")
         note(fmt::format("browsers do not show the codec {}; avc1 plays everywhere", settings.codec));
 
     MovieWish wish;
     wish.photos = std::move(photos);
-    wish.secondsPerPhoto = settings.secondsPerPhoto;
+    wish.timePerPhoto = settings.timePerPhoto;
     wish.sounds = std::move(sounds);
     wish.loopsSounds = settings.loopsSounds;
     wish.fitsMusic = settings.fitsMusic;
     wish.fillsSilence = settings.fillsSilence;
-    platform::NSError error;
-    const auto plan = planMovie(wish, &error);
+    const auto plan = planMovie(wish);
     if (!plan)
-        return fail(kExitUsage, error.localizedDescription);
+        return fail(kExitUsage, plan.error().message);
 
     if (const std::string sentence = soundSentence(*plan, wish.sounds); !sentence.empty() && !wish.sounds.empty())
         note(sentence);
-    const auto folder =
-        saveFolder ? platform::NSURL::fileURLWithPath(*saveFolder, true) : MORPalvineCommons::customSaveDirectory();
     const MovieRequest request{.photos = std::move(wish.photos),
                                .sounds = std::move(wish.sounds),
                                .plan = *plan,
@@ -148,55 +144,54 @@ int MovieCommand::makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFac
                                .quality = settings.quality,
                                .reducesBorders = settings.reducesBorders,
                                .title = title,
-                               .saveFolder = folder,
+                               .saveFolder = saveFolder ? *saveFolder : usualSaveFolder(),
                                .document = document,
                                .use = use};
     teller_.serviceStarts();
-    const MovieOutcome outcome = maker_.makeMovie(request, teller_);
+    const Result<Movie> outcome = maker_.makeMovie(request, teller_);
     terminal_.clearProgress();
     return finish(request, outcome);
 }
 
-int MovieCommand::finish(const MovieRequest& request, const MovieOutcome& outcome)
+int MovieCommand::finish(const MovieRequest& request, const Result<Movie>& outcome)
 {
-    if (outcome.kind == MovieOutcome::Kind::Cancelled)
-        return stopped();
-    if (outcome.kind == MovieOutcome::Kind::Failed) {
-        const bool isStart =
-            outcome.error.domain == kClientErrorDomain &&
-            (outcome.error.code == kClientErrorServiceNotFound || outcome.error.code == kClientErrorServiceNotStarted);
-        return fail(isStart ? kExitNoService : kExitFailed, outcome.error.localizedDescription);
+    if (!outcome) {
+        const Error& error = outcome.error();
+        if (error.code == ErrorCode::Cancelled)
+            return stopped();
+        const bool isStart = error.code == ErrorCode::ServiceNotFound || error.code == ErrorCode::ServiceNotStarted;
+        return fail(isStart ? kExitNoService : kExitFailed, error.message);
     }
-    const std::string& path = outcome.movie->path();
-    const platform::CGSize size = frameSizeForQuality(request.quality, request.photos);
+    const std::string& path = outcome->path.native();
+    const Size size = frameSizeForQuality(request.quality, request.photos);
     struct stat status = {};
     const double bytes = stat(path.c_str(), &status) == 0 ? static_cast<double>(status.st_size) : 0;
-    for (const std::string& fault : outcome.faults)
+    for (const std::string& fault : outcome->faults)
         complain(fmt::format("the movie is not as it should be: {}", fault));
     note(fmt::format("{} {} of {}, {:.0f} x {:.0f}, {}, {}", request.photos.size(),
-                     request.photos.size() == 1 ? "photo" : "photos", secondsText(request.plan.secondsPerPhoto),
+                     request.photos.size() == 1 ? "photo" : "photos", secondsText(request.plan.timePerPhoto),
                      size.width, size.height, secondsText(request.plan.totalVideoDuration), bytesText(bytes)));
 
-    JSONWriter result = resultOf(path, outcome.faults.empty());
+    JSONWriter result = resultOf(path, outcome->faults.empty());
     result.add("photos", static_cast<int64_t>(request.photos.size()))
-        .add("secondsPerPhoto", request.plan.secondsPerPhoto);
-    result.add("duration", request.plan.totalVideoDuration);
+        .add("secondsPerPhoto", request.plan.timePerPhoto.count());
+    result.add("duration", request.plan.totalVideoDuration.count());
     if (const auto soundEnd = request.plan.soundEnd())
-        result.add("soundEnd", *soundEnd).add("musicEnd", request.plan.musicEnd);
+        result.add("soundEnd", soundEnd->count()).add("musicEnd", request.plan.musicEnd.count());
     else
         result.addNull("soundEnd").addNull("musicEnd");
     std::vector<std::string> leftOut;
     for (const size_t source : request.plan.leftOut)
-        leftOut.push_back(request.sounds[source].path);
+        leftOut.push_back(request.sounds[source].path.native());
     result.add("leftOut", leftOut);
     if (request.plan.fadeStart)
-        result.add("fadeStart", *request.plan.fadeStart);
+        result.add("fadeStart", request.plan.fadeStart->count());
     else
         result.addNull("fadeStart");
     result.add("width", static_cast<int64_t>(size.width)).add("height", static_cast<int64_t>(size.height));
     result.add("codec", request.codec).add("web", request.use == MovieUse::Web);
-    result.add("bytes", static_cast<int64_t>(bytes)).add("faults", outcome.faults);
-    return succeed(path, result, outcome.faults.empty() ? kExitDone : kExitFaultyMovie);
+    result.add("bytes", static_cast<int64_t>(bytes)).add("faults", outcome->faults);
+    return succeed(path, result, outcome->faults.empty() ? kExitDone : kExitFaultyMovie);
 }
 
 } // namespace stillora

@@ -1,16 +1,15 @@
 #pragma once
 
+#include <stillora/Movie.h>
+
 #include "client/JSONWriter.h"
-#include "client/MovieMaker.h"
-#include "client/MoviePlan.h"
-#include "client/MovieSettings.h"
 #include "client/command/CommandOutput.h"
 #include "client/command/SignalWatch.h"
 #include "client/command/Terminal.h"
-#include "platform/foundation/NSURL.h"
 
 #include <chrono>
 #include <cstddef>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -39,15 +38,8 @@ private:
     const bool isJSON_;
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
     ProgressLineContent content_;
-    std::optional<double> secondsLeft_;
+    std::optional<Seconds> timeLeft_;
     std::chrono::steady_clock::time_point lastUpdate_ = start_;
-};
-
-/// A file that cannot be used, and why.
-struct BadInput {
-    std::string path;
-    /// One sentence without the path.
-    std::string reason;
 };
 
 /// What is common to the commands that take photos and sounds and make something of them: how they tell of their
@@ -68,7 +60,7 @@ public:
     /// @{
     int stopped() { return CommandOutput::stopped(signals_.signal()); }
     /// @param hint  follows the count of bad files; may be empty
-    int refuseBadInput(const std::vector<BadInput>& photos, const std::vector<BadInput>& sounds,
+    int refuseBadInput(const std::vector<BadFile>& photos, const std::vector<BadFile>& sounds,
                        std::string_view hint = "");
 
     /// Makes a movie of photos and sounds that were checked.
@@ -76,12 +68,12 @@ public:
     /// @param document   the document that they are of, if they are of one and the movie has its name
     /// @param saveFolder nothing for the one that the user has chosen
     int makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFacts> sounds, const MovieSettings& settings,
-                  const std::string& title, const std::optional<platform::NSURL>& document,
-                  const std::optional<std::string>& saveFolder, MovieUse use);
+                  const std::string& title, const std::optional<std::filesystem::path>& document,
+                  const std::optional<std::filesystem::path>& saveFolder, MovieUse use);
     /// @}
 
 private:
-    int finish(const MovieRequest& request, const MovieOutcome& outcome);
+    int finish(const MovieRequest& request, const Result<Movie>& outcome);
 
     MovieMaker maker_;
     ProgressTeller teller_;

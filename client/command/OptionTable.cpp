@@ -1,6 +1,7 @@
 #include "client/command/OptionTable.h"
 
-#include "client/MoviePlan.h"
+#include <stillora/Movie.h>
+
 #include "client/MovieSettings.h"
 #include "client/command/WaveformCommand.h"
 #include "video/VideoSize.h"
@@ -31,8 +32,8 @@ struct Options {
     const Option seconds{
         .name = "seconds",
         .value = "S",
-        .help = fmt::format("show each photo for S seconds, {} to {} (default {})", kMinSecondsPerPhoto,
-                            kMaxSecondsPerPhoto, kDefaultSecondsPerPhoto),
+        .help = fmt::format("show each photo for S seconds, {} to {} (default {})", kMinTimePerPhoto.count(),
+                            kMaxTimePerPhoto.count(), kDefaultTimePerPhoto.count()),
     };
     const Option quality{
         .name = "quality",

@@ -1,6 +1,7 @@
 #include "client/command/SignalWatch.h"
 
-#include "client/MovieMaker.h"
+#include <stillora/Movie.h>
+
 #include "client/command/ExitStatus.h"
 
 #include <array>

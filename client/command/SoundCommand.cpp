@@ -1,6 +1,7 @@
 #include "client/command/SoundCommand.h"
 
-#include "client/Localization.h"
+#include <stillora/Localization.h>
+
 #include "platform/dispatch/DispatchQueue.h"
 
 #include <atomic>
@@ -36,8 +37,8 @@ platform::CMTimeRange timeRangeOf(const SoundFacts& sound)
 {
     if (!sound.selection)
         return platform::kCMTimeRangeZero;
-    const auto timeOfSeconds = [&](double seconds) {
-        return platform::CMTimeMake(std::llround(seconds * sound.sampleRateHz), sound.sampleRateHz);
+    const auto timeOfSeconds = [&](Seconds time) {
+        return platform::CMTimeMake(std::llround(time.count() * sound.sampleRateHz), sound.sampleRateHz);
     };
     const platform::CMTime start = timeOfSeconds(sound.selection->start);
     return {start, platform::CMTimeSubtract(timeOfSeconds(sound.selection->end), start)};
@@ -85,7 +86,7 @@ std::optional<SoundFacts> SoundCommand::check(const SoundArgument& argument, int
         return std::nullopt;
     }
     if (!state->checked.bad.empty()) {
-        status = fail(kExitBadInput, fmt::format("{}: {}", argument.path, state->checked.bad.front().reason));
+        status = fail(kExitBadInput, fmt::format("{}: {}", argument.path.native(), state->checked.bad.front().reason));
         return std::nullopt;
     }
     return state->checked.good.front();

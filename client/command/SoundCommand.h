@@ -1,7 +1,8 @@
 #pragma once
 
-#include "client/MoviePlan.h"
-#include "client/SoundCheck.h"
+#include <stillora/Movie.h>
+#include <stillora/Sounds.h>
+
 #include "client/command/CommandOutput.h"
 #include "client/command/SignalWatch.h"
 #include "platform/media/CMTime.h"

@@ -16,12 +16,17 @@ namespace {
 /// More pieces are counted, not named.
 constexpr size_t kMaxNamed = 6;
 
-std::string pieceText(const SoundFacts& sound, double heard)
+Seconds rounded(Seconds time)
 {
-    std::string text = platform::lastPathComponent(sound.path);
+    return Seconds(std::round(time.count()));
+}
+
+std::string pieceText(const SoundFacts& sound, Seconds heard)
+{
+    std::string text = platform::lastPathComponent(sound.path.native());
     if (sound.selection)
-        text += fmt::format(" from {}", clockText(std::round(sound.selection->start)));
-    return fmt::format("{} for {}", text, clockText(std::round(heard)));
+        text += fmt::format(" from {}", clockText(rounded(sound.selection->start)));
+    return fmt::format("{} for {}", text, clockText(rounded(heard)));
 }
 
 /// Names joined, the last of many counted.
@@ -39,12 +44,12 @@ std::string listText(std::vector<std::string> texts, const char* separator)
 
 std::string soundSentence(const MoviePlan& plan, const std::vector<SoundFacts>& sounds)
 {
-    const double end = plan.totalVideoDuration;
+    const Seconds end = plan.totalVideoDuration;
     std::vector<std::string> texts;
-    double cursor = 0;
+    Seconds cursor{0};
     bool isRepeated = false;
     for (const PlannedSound& piece : plan.sounds) {
-        isRepeated = piece.source && cursor > 0 && *piece.source == 0;
+        isRepeated = piece.source && cursor.count() > 0 && *piece.source == 0;
         if (!piece.source || isRepeated)
             break;
         texts.push_back(pieceText(sounds[*piece.source], std::min(piece.length, end - cursor)));
@@ -54,16 +59,16 @@ std::string soundSentence(const MoviePlan& plan, const std::vector<SoundFacts>& 
         return plan.sounds.empty() ? "" : "sound: silence";
     std::string sentence =
         fmt::format("sound: {}{}", listText(std::move(texts), ", then "), isRepeated ? ", repeated to the end" : "");
-    const std::string musicEnd = clockText(std::round(plan.musicEnd));
+    const std::string musicEnd = clockText(rounded(plan.musicEnd));
     if (plan.fadeStart)
         sentence +=
-            fmt::format("; it fades from {} to {}", clockText(std::round(*plan.fadeStart)), clockText(std::round(end)));
-    else if (musicEnd != clockText(std::round(end)))
+            fmt::format("; it fades from {} to {}", clockText(rounded(*plan.fadeStart)), clockText(rounded(end)));
+    else if (musicEnd != clockText(rounded(end)))
         sentence += fmt::format("; {} from {} to {}", plan.sounds.back().source ? "nothing" : "silence", musicEnd,
-                                clockText(std::round(end)));
+                                clockText(rounded(end)));
     std::vector<std::string> leftOut;
     for (const size_t source : plan.leftOut)
-        leftOut.push_back(platform::lastPathComponent(sounds[source].path));
+        leftOut.push_back(platform::lastPathComponent(sounds[source].path.native()));
     if (!leftOut.empty())
         sentence += fmt::format("; left out: {}", listText(std::move(leftOut), ", "));
     return sentence;

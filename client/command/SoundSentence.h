@@ -1,6 +1,6 @@
 #pragma once
 
-#include "client/MoviePlan.h"
+#include <stillora/Movie.h>
 
 #include <string>
 #include <vector>

@@ -1,8 +1,9 @@
 #include "client/command/TrimCommand.h"
 
+#include <stillora/Localization.h>
+
 #include "audio/MORAudioWaveImage.h"
 #include "client/JobFolder.h"
-#include "client/Localization.h"
 #include "client/Text.h"
 #include "client/command/SoundCommand.h"
 #include "platform/foundation/NSFileManager.h"
@@ -80,8 +81,9 @@ int runTrimCommand(const TrimOptions& options)
         std::optional<NSError> error;
     };
     const auto state = std::make_shared<State>();
-    const auto asset = std::make_shared<platform::AVURLAsset>(
-        NSURL::fileURLWithPath(sound->path), platform::AVURLAsset::Options{.preferPreciseDurationAndTiming = true});
+    const auto asset =
+        std::make_shared<platform::AVURLAsset>(NSURL::fileURLWithPath(sound->path.native()),
+                                               platform::AVURLAsset::Options{.preferPreciseDurationAndTiming = true});
     MORAudioWaveImage::trimAssetAsynchronouslyWithTimeRange(
         asset, timeRangeOf(*sound), growing,
         [state](const platform::AVURLAssetPtr& trimmed, std::optional<NSError> failure) {
@@ -96,11 +98,11 @@ int runTrimCommand(const TrimOptions& options)
         return command.stopped();
     if (!state->hasFile) {
         if (state->error && state->error->code == platform::kAVErrorOperationNotSupportedForAsset)
-            return command.fail(kExitBadInput, sound->path +
+            return command.fail(kExitBadInput, sound->path.native() +
                                                    ": its sound cannot be cut without encoding it anew, which "
                                                    "\"stillora convert\" does");
-        return command.fail(kExitFailed,
-                            state->error ? state->error->localizedDescription : sound->path + ": it could not be cut");
+        return command.fail(kExitFailed, state->error ? state->error->localizedDescription
+                                                      : sound->path.native() + ": it could not be cut");
     }
     const double bytes = stat(growing.path().c_str(), &facts) == 0 ? static_cast<double>(facts.st_size) : 0;
     if (!platform::NSFileManager::defaultManager().moveItemAtURL(growing, output, &error))
@@ -108,9 +110,9 @@ int runTrimCommand(const TrimOptions& options)
                                              ? existsAlready(options.output)
                                              : error.localizedDescription);
     command.note(fmt::format("{}, {}", secondsText(sound->length), bytesText(bytes)));
-    return command.succeed(
-        options.output,
-        command.resultOf(options.output).add("seconds", sound->length).add("bytes", static_cast<int64_t>(bytes)));
+    return command.succeed(options.output, command.resultOf(options.output)
+                                               .add("seconds", sound->length.count())
+                                               .add("bytes", static_cast<int64_t>(bytes)));
 }
 
 } // namespace stillora

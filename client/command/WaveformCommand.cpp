@@ -1,7 +1,8 @@
 #include "client/command/WaveformCommand.h"
 
+#include <stillora/Localization.h>
+
 #include "audio/MORAudioWaveImage.h"
-#include "client/Localization.h"
 #include "client/Text.h"
 #include "client/command/FileIdentity.h"
 #include "client/command/SoundCommand.h"
@@ -131,8 +132,8 @@ Parsed<WaveformOptions> parseWaveform(const std::vector<std::string>& arguments)
 int runWaveformCommand(const WaveformOptions& options)
 {
     SoundCommand command({.isJSON = options.isJSON, .isQuiet = options.isQuiet, .product = "waveform"});
-    if (areSameFile(options.sound.path, options.output))
-        return command.fail(kExitUsage, "the picture would replace the sound " + options.sound.path);
+    if (areSameFile(options.sound.path.native(), options.output))
+        return command.fail(kExitUsage, "the picture would replace the sound " + options.sound.path.native());
     int status = kExitDone;
     const auto sound = command.check(options.sound, status);
     if (!sound)
@@ -144,8 +145,9 @@ int runWaveformCommand(const WaveformOptions& options)
     };
     const auto state = std::make_shared<State>();
     const LogWatch log;
-    const auto asset = std::make_shared<platform::AVURLAsset>(
-        NSURL::fileURLWithPath(sound->path), platform::AVURLAsset::Options{.preferPreciseDurationAndTiming = true});
+    const auto asset =
+        std::make_shared<platform::AVURLAsset>(NSURL::fileURLWithPath(sound->path.native()),
+                                               platform::AVURLAsset::Options{.preferPreciseDurationAndTiming = true});
     MORAudioWaveImage::loadWaveFormImageAsynchronouslyForTimeRange(
         asset, timeRangeOf(*sound), {static_cast<double>(options.width), static_cast<double>(options.height)},
         [state](NSImagePtr image, const std::optional<platform::NSError>&) {
@@ -155,9 +157,9 @@ int runWaveformCommand(const WaveformOptions& options)
     if (!command.waitFor(localized("Drawing the sound"), [&] { return state->isDone; }))
         return command.stopped();
     if (const std::string line = log.line(); !line.empty())
-        return command.fail(kExitBadInput, fmt::format("{}: {}", sound->path, reasonIn(line)));
+        return command.fail(kExitBadInput, fmt::format("{}: {}", sound->path.native(), reasonIn(line)));
     if (!state->image)
-        return command.fail(kExitBadInput, sound->path + ": it cannot be read any more");
+        return command.fail(kExitBadInput, sound->path.native() + ": it cannot be read any more");
 
     const NSImagePtr image = options.ground == WaveformOptions::Ground::White ? onWhite(state->image) : state->image;
     const auto file = image->pngData();
@@ -170,7 +172,7 @@ int runWaveformCommand(const WaveformOptions& options)
     return command.succeed(options.output, command.resultOf(options.output)
                                                .add("width", options.width)
                                                .add("height", options.height)
-                                               .add("seconds", sound->length));
+                                               .add("seconds", sound->length.count()));
 }
 
 } // namespace stillora

@@ -1,7 +1,8 @@
-#include "client/Document.h"
+#include <stillora/Document.h>
 
-#include "client/ClientError.h"
+#include "items/MORSoundtrack.h"
 #include "platform/archive/NSKeyedArchiver.h"
+#include "platform/foundation/FileDescriptor.h"
 #include "platform/foundation/NSFileManager.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -21,8 +22,8 @@ using namespace stillora;
 
 namespace {
 
+using namespace std::chrono_literals;
 using platform::NSData;
-using platform::NSError;
 using platform::NSURL;
 using platform::PropertyList;
 using testing::ElementsAre;
@@ -40,7 +41,11 @@ NSData bytesOf(const PropertyList& list)
     return platform::dataWithPropertyList(list).value_or(NSData());
 }
 
-const auto kGoOn = [](const CopyProgress&) { return true; };
+/// Nothing where there was no failure.
+std::optional<ErrorCode> codeOf(const Result<void>& result)
+{
+    return result ? std::nullopt : std::optional(result.error().code);
+}
 
 class DocumentTest : public testing::Test {
 protected:
@@ -53,35 +58,30 @@ protected:
     }
     SoundFacts sound(const std::string& name, std::optional<SoundFacts::Selection> selection = std::nullopt) const
     {
-        return {folder_.makeFile(name, "a song of " + name), selection, 10, 44100};
+        return {folder_.makeFile(name, "a song of " + name), selection, 10s, 44100};
     }
 
-    std::unique_ptr<Document> created() const
+    Result<Document> created() const
     {
-        NSError error;
-        auto document = Document::create(NSURL::fileURLWithPath(path(), true), &error);
-        EXPECT_TRUE(document) << error.localizedDescription;
+        auto document = Document::create(path());
+        EXPECT_TRUE(document) << document.error().message;
         return document;
     }
-    std::unique_ptr<Document> loaded(const std::string& from) const
+    Result<Document> loaded(const std::string& from) const
     {
-        NSError error;
-        auto document = Document::load(NSURL::fileURLWithPath(from), &error);
-        EXPECT_TRUE(document) << error.localizedDescription;
+        auto document = Document::load(from);
+        EXPECT_TRUE(document) << document.error().message;
         return document;
     }
-    std::unique_ptr<Document> loaded() const { return loaded(path()); }
+    Result<Document> loaded() const { return loaded(path()); }
 
     /// A saved document of three photos and two soundtracks.
     void makeDocument() const
     {
-        const auto document = created();
-        NSError error;
+        auto document = created();
         ASSERT_TRUE(document->add({photo("a/img1.jpg"), photo("a/img2.jpg"), photo("b/img1.jpg")},
-                                  {sound("a/song.mp3"), sound("a/air.wav", SoundFacts::Selection{1.5, 4})}, kGoOn,
-                                  &error))
-            << error.localizedDescription;
-        ASSERT_TRUE(document->save(&error)) << error.localizedDescription;
+                                  {sound("a/song.mp3"), sound("a/air.wav", SoundFacts::Selection{1.5s, 4s})}));
+        ASSERT_TRUE(document->save());
     }
 
     PropertyList::Dictionary propertyList() const
@@ -93,6 +93,10 @@ protected:
     PropertyList::Array photosOf(const PropertyList::Dictionary& list) const
     {
         return *list.at("photos").as<PropertyList::Array>();
+    }
+    PropertyList::Array soundtracksOf(const PropertyList::Dictionary& list) const
+    {
+        return *list.at("soundtracks").as<PropertyList::Array>();
     }
     void write(const PropertyList::Dictionary& list) const
     {
@@ -112,13 +116,13 @@ protected:
     }
 
     /// The error of a document that cannot be opened.
-    NSError refusal(const std::string& from) const
+    Error refusal(const std::string& from) const
     {
-        NSError error;
-        EXPECT_FALSE(Document::load(NSURL::fileURLWithPath(from), &error));
-        return error;
+        const auto document = Document::load(from);
+        EXPECT_FALSE(document);
+        return document ? Error() : document.error();
     }
-    NSError refusal() const { return refusal(path()); }
+    Error refusal() const { return refusal(path()); }
 
     std::vector<std::string> filesIn(const std::string& folder) const
     {
@@ -140,45 +144,45 @@ TEST_F(DocumentTest, HoldCopiesAndAListOfThem)
     EXPECT_THAT(filesIn(path() + "/Resources/Soundtracks"), UnorderedElementsAre("song.mp3", "air.wav"));
     EXPECT_EQ(TemporaryFolder::contentsOf(path() + "/Resources/Soundtracks/song.mp3"), "a song of a/song.mp3");
 
-    const auto document = loaded();
+    auto document = loaded();
     EXPECT_EQ(document->name(), "Rome");
     ASSERT_THAT(document->photos(), SizeIs(3));
-    const MORPhoto& second = *document->photos()[1].item;
-    EXPECT_EQ(second.photoURL()->path(), path() + "/Resources/Photos/img2.jpg");
-    EXPECT_EQ(second.title(), "img2");
-    EXPECT_EQ(second.size(), (platform::CGSize{4000, 3000}));
-    EXPECT_EQ(second.fileSize(), 9);
-    EXPECT_TRUE(second.dateCreated());
-    EXPECT_FALSE(second.averageImageColor()) << "it is no picture";
-    EXPECT_EQ(document->photos()[2].item->title(), "img1");
+    const DocumentPhoto second = document->photos()[1];
+    EXPECT_EQ(second.path, path() + "/Resources/Photos/img2.jpg");
+    EXPECT_EQ(second.title, "img2");
+    EXPECT_EQ(second.size, (Size{4000, 3000}));
+    EXPECT_EQ(second.fileSize, 9);
+    EXPECT_TRUE(second.created);
+    EXPECT_FALSE(second.averageColor) << "it is no picture";
+    EXPECT_EQ(document->photos()[2].title, "img1");
     ASSERT_THAT(document->soundtracks(), SizeIs(2));
-    EXPECT_EQ(document->soundtracks()[0].item->selection(), SoundtrackSelection());
-    EXPECT_EQ(document->soundtracks()[0].item->_originalPath(), folder_.path("a/song.mp3"));
-    EXPECT_EQ(document->soundtracks()[1].item->selection(), (SoundtrackSelection{1.5, 4, 2.5}));
+    EXPECT_EQ(document->soundtracks()[0].selection, std::nullopt);
+    EXPECT_EQ(document->soundtracks()[0].originalPath, folder_.path("a/song.mp3"));
+    EXPECT_EQ(document->soundtracks()[1].selection, (SoundFacts::Selection{1.5s, 4s}));
 }
 
 TEST_F(DocumentTest, AreThereOnlyOnceTheDocumentIsSaved)
 {
-    const auto document = created();
-    ASSERT_TRUE(document->add({photo("a.jpg")}, {}, kGoOn));
+    auto document = created();
+    ASSERT_TRUE(document->add({photo("a.jpg")}, {}));
     EXPECT_FALSE(fs::exists(path()));
     ASSERT_TRUE(document->save());
     EXPECT_TRUE(fs::exists(path()));
-    EXPECT_EQ(document->photos()[0].item->photoURL()->path(), path() + "/Resources/Photos/a.jpg");
+    EXPECT_EQ(document->photos()[0].path, path() + "/Resources/Photos/a.jpg");
     EXPECT_THAT(filesIn(folder_.path()), UnorderedElementsAre("a.jpg", "Rome.stillora"));
 }
 
 TEST_F(DocumentTest, AreGoneIfTheDocumentIsNeverSaved)
 {
     {
-        const auto document = created();
-        ASSERT_TRUE(document->add({photo("a.jpg")}, {}, kGoOn));
+        auto document = created();
+        ASSERT_TRUE(document->add({photo("a.jpg")}, {}));
     }
     EXPECT_THAT(filesIn(folder_.path()), ElementsAre("a.jpg"));
     makeDocument();
     {
-        const auto document = loaded();
-        ASSERT_TRUE(document->add({photo("new.jpg")}, {}, kGoOn));
+        auto document = loaded();
+        ASSERT_TRUE(document->add({photo("new.jpg")}, {}));
         EXPECT_THAT(savedPhotos(), testing::Contains("new.jpg"));
     }
     EXPECT_THAT(savedPhotos(), UnorderedElementsAre("img1.jpg", "img2.jpg", "img1-2.jpg"));
@@ -198,14 +202,14 @@ TEST_F(DocumentTest, AreCleanedUpAfterAProcessThatWasKilled)
 TEST_F(DocumentTest, AreNeverWrittenOverWhatIsThere)
 {
     folder_.makeFile("Rome.stillora", "my diary");
-    NSError error;
-    EXPECT_FALSE(Document::create(NSURL::fileURLWithPath(path(), false), &error));
-    EXPECT_EQ(error.code, kClientErrorDocumentExists);
+    const auto refused = Document::create(path());
+    ASSERT_FALSE(refused);
+    EXPECT_EQ(refused.error().code, ErrorCode::DocumentExists);
+    EXPECT_EQ(refused.error().file, path());
     fs::remove(path());
-    const auto document = created();
+    auto document = created();
     folder_.makeFile("Rome.stillora/diary.txt", "mine");
-    EXPECT_FALSE(document->save(&error));
-    EXPECT_EQ(error.code, kClientErrorDocumentExists);
+    EXPECT_EQ(codeOf(document->save()), ErrorCode::DocumentExists);
     EXPECT_THAT(filesIn(path()), ElementsAre("diary.txt"));
 }
 
@@ -218,10 +222,10 @@ TEST_F(DocumentTest, AreFoundWhereverTheDocumentIsMovedOrCopied)
     const std::string copied = folder_.path("copy.of it");
     fs::copy(moved, copied, fs::copy_options::recursive);
     for (const std::string& place : {moved, copied}) {
-        const auto document = loaded(place);
+        auto document = loaded(place);
         for (const DocumentPhoto& each : document->photos()) {
             EXPECT_EQ(each.state, DocumentPhoto::State::Good) << each.fault;
-            EXPECT_EQ(pathOf(each).substr(0, place.size()), place);
+            EXPECT_EQ(each.path.native().substr(0, place.size()), place);
         }
         for (const DocumentSoundtrack& each : document->soundtracks())
             EXPECT_EQ(each.state, DocumentSoundtrack::State::Good) << each.fault;
@@ -231,9 +235,9 @@ TEST_F(DocumentTest, AreFoundWhereverTheDocumentIsMovedOrCopied)
 
 TEST_F(DocumentTest, AreCopiedOnceIfTheyAreGivenTwice)
 {
-    const auto document = created();
+    auto document = created();
     const PhotoFacts same = photo("a.jpg");
-    ASSERT_TRUE(document->add({same, photo("b.jpg"), same}, {}, kGoOn));
+    ASSERT_TRUE(document->add({same, photo("b.jpg"), same}, {}));
     ASSERT_TRUE(document->save());
     EXPECT_THAT(savedPhotos(), UnorderedElementsAre("a.jpg", "b.jpg"));
     EXPECT_THAT(loaded()->photos(), SizeIs(3));
@@ -243,13 +247,13 @@ TEST_F(DocumentTest, MayHaveNamesOfAnyBytes)
 {
     const std::string name = "caf\xE9 {1}\n.jpg";
     const std::string longName = std::string(251, 'x') + ".jpg";
-    const auto document = created();
-    ASSERT_TRUE(document->add({photo("a/" + name), photo("b/" + name), photo("a/" + longName), photo("b/" + longName)},
-                              {}, kGoOn));
+    auto document = created();
+    ASSERT_TRUE(
+        document->add({photo("a/" + name), photo("b/" + name), photo("a/" + longName), photo("b/" + longName)}, {}));
     ASSERT_TRUE(document->save());
-    const auto again = loaded();
-    EXPECT_EQ(pathOf(again->photos()[0]), path() + "/Resources/Photos/" + name);
-    EXPECT_EQ(pathOf(again->photos()[1]), path() + "/Resources/Photos/caf\xE9 {1}\n-2.jpg");
+    auto again = loaded();
+    EXPECT_EQ(again->photos()[0].path, path() + "/Resources/Photos/" + name);
+    EXPECT_EQ(again->photos()[1].path, path() + "/Resources/Photos/caf\xE9 {1}\n-2.jpg");
     for (const DocumentPhoto& each : again->photos())
         EXPECT_EQ(each.state, DocumentPhoto::State::Good) << each.fault;
 }
@@ -260,9 +264,9 @@ TEST_F(DocumentTest, KeepThePrivacyAndTheTimeOfTheirOriginals)
     fs::permissions(secret.path, fs::perms::owner_read);
     const auto when = fs::file_time_type::clock::now() - std::chrono::hours(1000);
     fs::last_write_time(secret.path, when);
-    const auto document = created();
-    ASSERT_TRUE(document->add({secret}, {}, kGoOn));
-    const std::string copy = pathOf(document->photos()[0]);
+    auto document = created();
+    ASSERT_TRUE(document->add({secret}, {}));
+    const fs::path copy = document->photos()[0].path;
     EXPECT_EQ(fs::status(copy).permissions(), fs::perms::owner_read | fs::perms::owner_write);
     EXPECT_EQ(fs::last_write_time(copy), when);
 }
@@ -271,15 +275,15 @@ TEST_F(DocumentTest, AreTakenAwayAgainWhenCopyingFailsOrIsStopped)
 {
     makeDocument();
     const auto before = TemporaryFolder::contentsOf(listPath());
-    const auto document = loaded();
-    NSError error;
+    auto document = loaded();
     const PhotoFacts gone{folder_.path("gone.jpg"), {1, 1}, 1};
-    EXPECT_FALSE(document->add({photo("c.jpg"), gone}, {}, kGoOn, &error));
-    EXPECT_THAT(error.localizedDescription, HasSubstr("gone.jpg"));
+    const auto failed = document->add({photo("c.jpg"), gone}, {});
+    ASSERT_FALSE(failed);
+    EXPECT_EQ(failed.error().code, ErrorCode::FileNotFound);
+    EXPECT_THAT(failed.error().message, HasSubstr("gone.jpg"));
 
-    EXPECT_FALSE(document->add(
-        {photo("d.jpg")}, {}, [](const CopyProgress&) { return false; }, &error));
-    EXPECT_EQ(error.code, kClientErrorCancelled);
+    const auto stopped = document->add({photo("d.jpg")}, {}, [](const CopyProgress&) { return false; });
+    EXPECT_EQ(codeOf(stopped), ErrorCode::Cancelled);
 
     // A disk that is full refuses in the same way.
     const PhotoFacts large = photo("large.jpg", std::string(100'000, 'x'));
@@ -288,11 +292,11 @@ TEST_F(DocumentTest, AreTakenAwayAgainWhenCopyingFailsOrIsStopped)
     const rlimit small{50'000, limit.rlim_max};
     const auto handler = std::signal(SIGXFSZ, SIG_IGN);
     setrlimit(RLIMIT_FSIZE, &small);
-    const bool isAdded = document->add({large}, {}, kGoOn, &error);
+    const auto added = document->add({large}, {});
     setrlimit(RLIMIT_FSIZE, &limit);
     std::signal(SIGXFSZ, handler);
-    EXPECT_FALSE(isAdded);
-    EXPECT_THAT(error.localizedDescription, HasSubstr("large.jpg"));
+    ASSERT_FALSE(added);
+    EXPECT_THAT(added.error().message, HasSubstr("large.jpg"));
 
     EXPECT_THAT(document->photos(), SizeIs(3));
     EXPECT_THAT(savedPhotos(), UnorderedElementsAre("img1.jpg", "img2.jpg", "img1-2.jpg"));
@@ -302,7 +306,7 @@ TEST_F(DocumentTest, AreTakenAwayAgainWhenCopyingFailsOrIsStopped)
 TEST_F(DocumentTest, OfRemovedItemsGoAfterTheSaveAndNotBefore)
 {
     makeDocument();
-    const auto document = loaded();
+    auto document = loaded();
     document->removePhoto(0);
     document->removeSoundtrack(1);
     EXPECT_THAT(savedPhotos(), SizeIs(3));
@@ -314,9 +318,9 @@ TEST_F(DocumentTest, OfRemovedItemsGoAfterTheSaveAndNotBefore)
 
 TEST_F(DocumentTest, StayWhileAnotherItemUsesThem)
 {
-    const auto document = created();
+    auto document = created();
     const PhotoFacts same = photo("a.jpg");
-    ASSERT_TRUE(document->add({same, same}, {}, kGoOn) && document->save());
+    ASSERT_TRUE(document->add({same, same}, {}) && document->save());
     document->removePhoto(0);
     ASSERT_TRUE(document->save());
     EXPECT_THAT(savedPhotos(), ElementsAre("a.jpg"));
@@ -331,7 +335,7 @@ TEST_F(DocumentTest, StayWhileADamagedItemMayUseThem)
     auto photos = photosOf(propertyList());
     photos[1] = PropertyList(NSData{1, 2, 3});
     setPhotos(photos);
-    const auto document = loaded();
+    auto document = loaded();
     document->removePhoto(0);
     ASSERT_TRUE(document->save());
     EXPECT_THAT(savedPhotos(), SizeIs(3));
@@ -341,19 +345,14 @@ TEST_F(DocumentTest, StayWhileADamagedItemMayUseThem)
 TEST_F(DocumentTest, OutsideTheDocumentAreNeverTouched)
 {
     makeDocument();
-    const std::string diary = folder_.makeFile("diary.jpg", "mine");
-    const auto document = loaded();
-    document->photos()[0].item->setPhotoURL(NSURL::fileURLWithPath(diary));
-    document->removePhoto(0);
+    auto document = loaded();
     // A link instead of the folder of photos.
     fs::rename(path() + "/Resources/Photos", folder_.path("Pictures"));
     fs::create_directory_symlink(folder_.path("Pictures"), path() + "/Resources/Photos");
     document->removePhoto(0);
     ASSERT_TRUE(document->save());
-    EXPECT_TRUE(fs::exists(diary));
     EXPECT_THAT(filesIn(folder_.path("Pictures")), SizeIs(3));
-    NSError error;
-    EXPECT_FALSE(document->add({photo("new.jpg")}, {}, kGoOn, &error));
+    EXPECT_FALSE(document->add({photo("new.jpg")}, {}));
     EXPECT_THAT(filesIn(folder_.path("Pictures")), SizeIs(3));
 }
 
@@ -362,7 +361,7 @@ TEST_F(DocumentTest, ThatAreNotThereAreNamed)
     makeDocument();
     fs::remove(path() + "/Resources/Photos/img2.jpg");
     fs::remove_all(path() + "/Resources/Soundtracks");
-    const auto document = loaded();
+    auto document = loaded();
     EXPECT_EQ(document->photos()[0].state, DocumentPhoto::State::Good);
     EXPECT_EQ(document->photos()[1].state, DocumentPhoto::State::FileMissing);
     EXPECT_EQ(document->photos()[1].fault, "is missing");
@@ -392,19 +391,19 @@ TEST_F(DocumentTest, OfItemsThatWereNotChangedAreSavedByteForByte)
     photos[1] = PropertyList(*data);
     setPhotos(photos);
 
-    const auto document = loaded();
+    auto document = loaded();
     EXPECT_EQ(document->photos()[1].state, DocumentPhoto::State::Good);
-    document->photos()[0].item->setIsFeatured(true);
+    document->setFeatured(0, true);
     document->movePhoto(0, 2);
     ASSERT_TRUE(document->save());
     const auto saved = photosOf(propertyList());
     ASSERT_THAT(saved, SizeIs(3));
     EXPECT_EQ(*saved[0].as<NSData>(), *data);
     EXPECT_EQ(*saved[1].as<NSData>(), *photos[2].as<NSData>());
-    EXPECT_TRUE(loaded()->photos()[2].item->isFeatured());
+    EXPECT_TRUE(loaded()->photos()[2].isFeatured);
     document->movePhoto(2, 0);
     ASSERT_TRUE(document->save());
-    EXPECT_EQ(loaded()->photos()[0].item->title(), "img1");
+    EXPECT_EQ(loaded()->photos()[0].title, "img1");
 }
 
 TEST_F(DocumentTest, OfDamagedItemsAreReportedAndKeptByteForByte)
@@ -428,11 +427,11 @@ TEST_F(DocumentTest, OfDamagedItemsAreReportedAndKeptByteForByte)
     photos.push_back(PropertyList(*platform::NSKeyedArchiver::archivedDataWithRootObject(nowhere)));
     setPhotos(photos);
 
-    const auto document = loaded();
+    auto document = loaded();
     ASSERT_THAT(document->photos(), SizeIs(8));
     for (size_t i = 3; i < 8; ++i) {
         EXPECT_EQ(document->photos()[i].state, DocumentPhoto::State::Damaged);
-        EXPECT_FALSE(document->photos()[i].item);
+        EXPECT_TRUE(document->photos()[i].path.empty());
     }
     EXPECT_THAT(document->photos()[3].fault, HasSubstr("is damaged: "));
     EXPECT_EQ(document->photos()[4].fault, "is damaged: it is no saved item");
@@ -440,7 +439,7 @@ TEST_F(DocumentTest, OfDamagedItemsAreReportedAndKeptByteForByte)
     EXPECT_EQ(document->photos()[6].fault, "is damaged: its file is not among the document's resources");
     EXPECT_EQ(document->photos()[7].fault, "is damaged: it names no file among the document's resources");
 
-    ASSERT_TRUE(document->add({photo("new.jpg")}, {}, kGoOn));
+    ASSERT_TRUE(document->add({photo("new.jpg")}, {}));
     ASSERT_TRUE(document->save());
     const auto saved = photosOf(propertyList());
     ASSERT_THAT(saved, SizeIs(9));
@@ -457,7 +456,7 @@ TEST_F(DocumentTest, KeepWhatOtherVersionsPutIntoTheList)
     settings.emplace("transition", PropertyList(std::string("fade")));
     list.insert_or_assign("settings", PropertyList(settings));
     write(list);
-    const auto document = loaded();
+    auto document = loaded();
     MovieSettings changed = document->settings();
     changed.quality = 720;
     document->setSettings(changed);
@@ -470,9 +469,9 @@ TEST_F(DocumentTest, KeepWhatOtherVersionsPutIntoTheList)
 
 TEST_F(DocumentTest, KeepTheSettings)
 {
-    const auto document = created();
+    auto document = created();
     MovieSettings settings;
-    settings.secondsPerPhoto = 2.5;
+    settings.timePerPhoto = 2.5s;
     settings.quality = 1080;
     settings.codec = "hvc1";
     settings.loopsSounds = settings.fitsMusic = settings.reducesBorders = true;
@@ -500,7 +499,7 @@ TEST_F(DocumentTest, TellOfSettingsThatCannotBeUsedAndKeepThem)
     settings.emplace("title", PropertyList(std::string("../x")));
     list.insert_or_assign("settings", PropertyList(settings));
     write(list);
-    const auto document = loaded();
+    auto document = loaded();
     EXPECT_EQ(document->settings(), MovieSettings());
     EXPECT_THAT(document->settingFaults(), SizeIs(5));
     EXPECT_THAT(document->settingFaults(), testing::Contains("the setting \"codec\" is \"mp4v\", which is no codec"));
@@ -519,22 +518,20 @@ TEST_F(DocumentTest, OfANewerVersionAreRefusedAndLeftAlone)
     list.insert_or_assign("formatVersion", PropertyList(int64_t{2}));
     write(list);
     const std::string before = TemporaryFolder::contentsOf(listPath());
-    NSError error = refusal();
-    EXPECT_EQ(error.code, kClientErrorDocumentTooNew);
-    EXPECT_THAT(error.localizedDescription, HasSubstr("newer version"));
-    EXPECT_FALSE(Document::loadForChange(
-        NSURL::fileURLWithPath(path()), [] { return false; }, &error));
-    EXPECT_EQ(error.code, kClientErrorDocumentTooNew);
+    EXPECT_EQ(refusal().code, ErrorCode::DocumentTooNew);
+    EXPECT_THAT(refusal().message, HasSubstr("newer version"));
+    const auto refused = Document::loadForChange(path(), [] { return false; });
+    ASSERT_FALSE(refused);
+    EXPECT_EQ(refused.error().code, ErrorCode::DocumentTooNew);
     EXPECT_EQ(TemporaryFolder::contentsOf(listPath()), before);
 }
 
 TEST_F(DocumentTest, ThatAreNoDocumentAreRefusedWithTheReason)
 {
-    EXPECT_EQ(refusal(folder_.path("gone")).localizedDescription, folder_.path("gone") + ": No such file or directory");
-    EXPECT_THAT(refusal(folder_.makeFile("file.stillora")).localizedDescription, HasSubstr("it is not a folder"));
-    EXPECT_THAT(refusal(folder_.makeFolder("empty.stillora")).localizedDescription,
-                HasSubstr("there is no Document.plist in it"));
-    EXPECT_EQ(refusal(folder_.path("empty.stillora")).code, kClientErrorNoDocument);
+    EXPECT_EQ(refusal(folder_.path("gone")).message, folder_.path("gone") + ": No such file or directory");
+    EXPECT_THAT(refusal(folder_.makeFile("file.stillora")).message, HasSubstr("it is not a folder"));
+    EXPECT_THAT(refusal(folder_.makeFolder("empty.stillora")).message, HasSubstr("there is no Document.plist in it"));
+    EXPECT_EQ(refusal(folder_.path("empty.stillora")).code, ErrorCode::NoDocument);
 
     makeDocument();
     const auto list = propertyList();
@@ -542,61 +539,57 @@ TEST_F(DocumentTest, ThatAreNoDocumentAreRefusedWithTheReason)
         auto damaged = list;
         damaged.insert_or_assign(key, PropertyList(true));
         write(damaged);
-        EXPECT_EQ(refusal().code, kClientErrorDocumentDamaged) << key;
+        EXPECT_EQ(refusal().code, ErrorCode::DocumentDamaged) << key;
     }
     write(NSData());
-    EXPECT_THAT(refusal().localizedDescription, HasSubstr("its Document.plist is empty"));
+    EXPECT_THAT(refusal().message, HasSubstr("its Document.plist is empty"));
     fs::remove(listPath());
     ASSERT_EQ(mkfifo(listPath().c_str(), 0600), 0);
-    EXPECT_THAT(refusal().localizedDescription, Not(IsEmpty())) << "and does not wait for somebody to write";
+    EXPECT_THAT(refusal().message, Not(IsEmpty())) << "and does not wait for somebody to write";
 }
 
 TEST_F(DocumentTest, WithoutListsAreEmpty)
 {
     makeDocument();
     write(PropertyList::Dictionary{{"formatVersion", PropertyList(int64_t{1})}});
-    const auto document = loaded();
+    auto document = loaded();
     EXPECT_THAT(document->photos(), IsEmpty());
     EXPECT_THAT(document->soundtracks(), IsEmpty());
     EXPECT_EQ(document->settings(), MovieSettings());
-    ASSERT_TRUE(document->add({photo("new.jpg")}, {}, kGoOn) && document->save());
+    ASSERT_TRUE(document->add({photo("new.jpg")}, {}) && document->save());
     EXPECT_THAT(loaded()->photos(), SizeIs(1));
 }
 
 TEST_F(DocumentTest, ThatOthersHaveChangedAreNotWrittenOver)
 {
     makeDocument();
-    const auto first = loaded();
-    const auto second = loaded();
-    ASSERT_TRUE(first->add({photo("first.jpg")}, {}, kGoOn) && first->save());
-    ASSERT_TRUE(second->add({photo("second.jpg")}, {}, kGoOn));
+    auto first = loaded();
+    auto second = loaded();
+    ASSERT_TRUE(first->add({photo("first.jpg")}, {}) && first->save());
+    ASSERT_TRUE(second->add({photo("second.jpg")}, {}));
     const std::string before = TemporaryFolder::contentsOf(listPath());
-    NSError error;
-    EXPECT_FALSE(second->save(&error));
-    EXPECT_EQ(error.code, kClientErrorDocumentChanged);
+    EXPECT_EQ(codeOf(second->save()), ErrorCode::DocumentChanged);
     EXPECT_EQ(TemporaryFolder::contentsOf(listPath()), before);
-    ASSERT_TRUE(first->add({photo("third.jpg")}, {}, kGoOn) && first->save()) << "its own changes are none of others";
+    ASSERT_TRUE(first->add({photo("third.jpg")}, {}) && first->save()) << "its own changes are none of others";
     EXPECT_THAT(loaded()->photos(), SizeIs(5));
     fs::remove(listPath());
-    EXPECT_FALSE(first->save(&error));
-    EXPECT_EQ(error.code, kClientErrorDocumentChanged);
+    EXPECT_EQ(codeOf(first->save()), ErrorCode::DocumentChanged);
 }
 
 TEST_F(DocumentTest, AreChangedByOneProcessAtATime)
 {
     makeDocument();
-    const NSURL url = NSURL::fileURLWithPath(path());
-    auto first = Document::loadForChange(url, [] { return false; });
-    ASSERT_TRUE(first);
-    NSError error;
+    auto opened = Document::loadForChange(path(), [] { return false; });
+    ASSERT_TRUE(opened);
+    std::optional<Document> first = *std::move(opened);
     int questions = 0;
-    EXPECT_FALSE(Document::loadForChange(
-        url, [&questions] { return ++questions < 3; }, &error));
-    EXPECT_EQ(error.code, kClientErrorCancelled);
+    const auto refused = Document::loadForChange(path(), [&questions] { return ++questions < 3; });
+    ASSERT_FALSE(refused);
+    EXPECT_EQ(refused.error().code, ErrorCode::Cancelled);
     EXPECT_EQ(questions, 3);
-    ASSERT_TRUE(first->add({photo("first.jpg")}, {}, kGoOn) && first->save());
+    ASSERT_TRUE(first->add({photo("first.jpg")}, {}) && first->save());
     // It is let go while the other waits.
-    const auto second = Document::loadForChange(url, [&first] {
+    auto second = Document::loadForChange(path(), [&first] {
         first.reset();
         return true;
     });
@@ -607,24 +600,39 @@ TEST_F(DocumentTest, AreChangedByOneProcessAtATime)
 
 TEST_F(DocumentTest, PlayTheSelectionsThatWereSaved)
 {
-    const auto document = created();
+    auto document = created();
     // More decimals than are saved: what reaches the end still does.
-    ASSERT_TRUE(document->add({},
-                              {sound("whole.wav"), sound("part.wav", SoundFacts::Selection{1.25, 30.12344671201814})},
-                              kGoOn) &&
-                document->save());
-    const auto again = loaded();
-    const SoundArgument whole = soundArgumentOf(*again->soundtracks()[0].item);
+    ASSERT_TRUE(
+        document->add({}, {sound("whole.wav"), sound("part.wav", SoundFacts::Selection{1.25s, 30.12344671201814s})}) &&
+        document->save());
+    auto again = loaded();
+    const SoundArgument whole = soundArgumentOf(again->soundtracks()[0]);
     EXPECT_FALSE(whole.start || whole.end);
-    const SoundArgument part = soundArgumentOf(*again->soundtracks()[1].item);
-    EXPECT_EQ(part.start, 1.25);
-    EXPECT_GE(*part.end, 30.12344671201814);
-    EXPECT_LT(*part.end, 30.123448);
+    const SoundArgument part = soundArgumentOf(again->soundtracks()[1]);
+    EXPECT_EQ(part.start, 1.25s);
+    EXPECT_GE(*part.end, 30.12344671201814s);
+    EXPECT_LT(*part.end, 30.123448s);
     // As other programs save that nothing is selected.
-    again->soundtracks()[1].item->setSelection(kNoSelection);
-    ASSERT_TRUE(again->save());
-    const SoundArgument marked = soundArgumentOf(*loaded()->soundtracks()[1].item);
+    auto saved = MORSoundtrack::soundtrackWithSaveData(*soundtracksOf(propertyList())[1].as<NSData>(),
+                                                       NSURL::fileURLWithPath(path(), true));
+    ASSERT_TRUE(saved);
+    saved->setSelection(kNoSelection);
+    auto list = propertyList();
+    list.insert_or_assign("soundtracks", PropertyList::Array{PropertyList(*saved->saveData())});
+    write(list);
+    const SoundArgument marked = soundArgumentOf(loaded()->soundtracks()[0]);
     EXPECT_FALSE(marked.start || marked.end);
+}
+
+TEST_F(DocumentTest, KeepASelectionThatWasChanged)
+{
+    makeDocument();
+    auto document = loaded();
+    document->setSelection(0, SoundFacts::Selection{2s, 3.5s});
+    document->setSelection(1, std::nullopt);
+    ASSERT_TRUE(document->save());
+    EXPECT_EQ(loaded()->soundtracks()[0].selection, (SoundFacts::Selection{2s, 3.5s}));
+    EXPECT_EQ(loaded()->soundtracks()[1].selection, std::nullopt);
 }
 
 TEST_F(DocumentTest, AreOpenedByOtherNamesOfTheirFolder)
@@ -670,12 +678,11 @@ TEST_F(DocumentTest, WithDamagedListsAreNeverACrashAndNeverWrittenOver)
         }
         }
         std::ofstream(listPath(), std::ios::binary) << damaged;
-        NSError error;
-        const auto document = Document::load(NSURL::fileURLWithPath(path()), &error);
+        const auto document = Document::load(path());
         if (!document) {
             ++refused;
-            ASSERT_NE(error.code, 0);
-            ASSERT_THAT(error.localizedDescription, HasSubstr(path()));
+            ASSERT_NE(document.error().code, ErrorCode::Failed);
+            ASSERT_THAT(document.error().message, HasSubstr(path()));
         } else {
             for (const DocumentPhoto& each : document->photos()) {
                 ASSERT_EQ(each.fault.empty(), each.state == DocumentPhoto::State::Good);
@@ -705,7 +712,7 @@ TEST_F(DocumentTest, WithDamagedItemsSurviveASaveAsTheyAre)
         auto changed = list;
         changed.insert_or_assign("photos", PropertyList(photos));
         write(changed);
-        const auto document = loaded();
+        auto document = loaded();
         ASSERT_TRUE(document);
         MovieSettings settings = document->settings();
         settings.quality = 480;

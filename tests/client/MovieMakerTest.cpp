@@ -1,6 +1,5 @@
-#include "client/MovieMaker.h"
+#include <stillora/Movie.h>
 
-#include "client/ClientError.h"
 #include "platform/movie/MediaInspection.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -22,7 +21,15 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using Kind = MovieOutcome::Kind;
+
+enum class Kind { Made, Cancelled, Failed };
+
+Kind kindOf(const Result<Movie>& outcome)
+{
+    if (outcome)
+        return Kind::Made;
+    return outcome.error().code == ErrorCode::Cancelled ? Kind::Cancelled : Kind::Failed;
+}
 
 /// Remembers what it was told; cancels the maker at the first update if asked to.
 class Listener final : public MovieMaker::Observer {
@@ -60,15 +67,13 @@ protected:
             const std::string name = "photo" + std::to_string(i) + ".jpg";
             wish.photos.push_back({other_.makeFile(name, "a photo"), {4000, 3000}, 7});
         }
-        wish.secondsPerPhoto = 1;
+        wish.timePerPhoto = 1s;
         wish.fillsSilence = false;
         const auto plan = planMovie(wish);
-        MovieRequest request{wish.photos, {},   plan.value(), "avc1",
-                             480,         true, "Trip v1.2",  platform::NSURL::fileURLWithPath(save_.path())};
-        return request;
+        return {wish.photos, {}, *plan, "avc1", 480, true, "Trip v1.2", save_.path()};
     }
 
-    MovieOutcome make(const std::string& behaviour, size_t photoCount = 6)
+    Result<Movie> make(const std::string& behaviour, size_t photoCount = 6)
     {
         setenv("PRETENDED_SERVICE", behaviour.c_str(), 1);
         listener_.maker = &maker_;
@@ -108,7 +113,7 @@ protected:
 
 TEST_F(MovieMakerTest, SendsWhatWasPlanned)
 {
-    EXPECT_EQ(make("fails", 2).kind, Kind::Failed);
+    EXPECT_EQ(kindOf(make("fails", 2)), Kind::Failed);
     const auto record = recordedRequest();
     const auto value = [&](const char* key) { return record.count(key) ? record.find(key)->second : "missing"; };
     EXPECT_EQ(value("photos"), "6") << "two photos, three times each";
@@ -133,13 +138,13 @@ TEST_F(MovieMakerTest, SendsTheSoundAsItWasPlanned)
     setenv("PRETENDED_SERVICE", "fails", 1);
     MovieRequest request = requestOf(6);
     const std::string song = other_.makeFile("song.mp3", "music");
-    request.sounds = {{song, std::nullopt, 3, 48000}, {song, SoundFacts::Selection{1, 2.5}, 1.5, 48000}};
-    request.plan.sounds = {{0, std::nullopt, 3},
-                           {1, SoundFacts::Selection{1, 2.5}, 1.5},
-                           {0, std::nullopt, 3},
-                           {std::nullopt, std::nullopt, 2}};
-    request.plan.totalSoundtrackDuration = 6;
-    EXPECT_EQ(maker_.makeMovie(request, listener_).kind, Kind::Failed);
+    request.sounds = {{song, std::nullopt, 3s, 48000}, {song, SoundFacts::Selection{1s, 2.5s}, 1.5s, 48000}};
+    request.plan.sounds = {{0, std::nullopt, 3s},
+                           {1, SoundFacts::Selection{1s, 2.5s}, 1.5s},
+                           {0, std::nullopt, 3s},
+                           {std::nullopt, std::nullopt, 2s}};
+    request.plan.totalSoundtrackDuration = 6s;
+    EXPECT_EQ(kindOf(maker_.makeMovie(request, listener_)), Kind::Failed);
     const auto record = recordedRequest();
     EXPECT_EQ(record.find("sound")->second, "6");
     EXPECT_EQ(record.find("loop")->second, "0") << "the service would never come to an end";
@@ -153,10 +158,10 @@ TEST_F(MovieMakerTest, SendsTheSoundAsItWasPlanned)
 TEST_F(MovieMakerTest, PutsTheMovieIntoTheSaveFolderAndTidiesUp)
 {
     makeMovieFile(6);
-    const MovieOutcome outcome = make("makes");
-    ASSERT_EQ(outcome.kind, Kind::Made) << outcome.error.localizedDescription;
-    EXPECT_EQ(outcome.movie->path(), save_.path("Trip v1.2.mov"));
-    EXPECT_THAT(outcome.faults, IsEmpty());
+    const Result<Movie> outcome = make("makes");
+    ASSERT_TRUE(outcome) << outcome.error().message;
+    EXPECT_EQ(outcome->path, save_.path("Trip v1.2.mov"));
+    EXPECT_THAT(outcome->faults, IsEmpty());
     EXPECT_THAT(save_.entries(), ElementsAre("Trip v1.2.mov"));
 }
 
@@ -164,9 +169,9 @@ TEST_F(MovieMakerTest, NeverReplacesAnExistingMovie)
 {
     makeMovieFile(6);
     save_.makeFile("Trip v1.2.mov", "old");
-    const MovieOutcome outcome = make("makes");
-    ASSERT_EQ(outcome.kind, Kind::Made) << outcome.error.localizedDescription;
-    EXPECT_EQ(outcome.movie->path(), save_.path("Trip v1.2-2.mov"));
+    const Result<Movie> outcome = make("makes");
+    ASSERT_TRUE(outcome) << outcome.error().message;
+    EXPECT_EQ(outcome->path, save_.path("Trip v1.2-2.mov"));
     EXPECT_EQ(std::filesystem::file_size(save_.path("Trip v1.2.mov")), 3u);
 }
 
@@ -174,18 +179,18 @@ TEST_F(MovieMakerTest, GoesRoundALinkThatLeadsNowhere)
 {
     makeMovieFile(6);
     std::filesystem::create_symlink("/nowhere/at/all", save_.path("Trip v1.2.mov"));
-    const MovieOutcome outcome = make("makes");
-    ASSERT_EQ(outcome.kind, Kind::Made) << outcome.error.localizedDescription;
-    EXPECT_EQ(outcome.movie->path(), save_.path("Trip v1.2-2.mov"));
+    const Result<Movie> outcome = make("makes");
+    ASSERT_TRUE(outcome) << outcome.error().message;
+    EXPECT_EQ(outcome->path, save_.path("Trip v1.2-2.mov"));
     EXPECT_TRUE(std::filesystem::is_symlink(save_.path("Trip v1.2.mov")));
 }
 
 TEST_F(MovieMakerTest, SaysWhatIsOffAboutTheMovie)
 {
     makeMovieFile(5);
-    const MovieOutcome outcome = make("makes");
-    ASSERT_EQ(outcome.kind, Kind::Made);
-    EXPECT_THAT(outcome.faults, ElementsAre(HasSubstr("5 pictures instead of 6")));
+    const Result<Movie> outcome = make("makes");
+    ASSERT_TRUE(outcome) << outcome.error().message;
+    EXPECT_THAT(outcome->faults, ElementsAre(HasSubstr("5 pictures instead of 6")));
 }
 
 TEST_F(MovieMakerTest, RepeatsThePicturesOfAMovieForTheWeb)
@@ -194,12 +199,12 @@ TEST_F(MovieMakerTest, RepeatsThePicturesOfAMovieForTheWeb)
     setenv("PRETENDED_SERVICE", "makes", 1);
     MovieRequest request = requestOf(6);
     request.use = MovieUse::Web;
-    const MovieOutcome outcome = maker_.makeMovie(request, listener_);
-    ASSERT_EQ(outcome.kind, Kind::Made) << outcome.error.localizedDescription;
-    EXPECT_THAT(outcome.faults, IsEmpty());
-    EXPECT_EQ(outcome.movie->path(), save_.path("Trip v1.2.mov"));
+    const Result<Movie> outcome = maker_.makeMovie(request, listener_);
+    ASSERT_TRUE(outcome) << outcome.error().message;
+    EXPECT_THAT(outcome->faults, IsEmpty());
+    EXPECT_EQ(outcome->path, save_.path("Trip v1.2.mov"));
     EXPECT_THAT(save_.entries(), ElementsAre("Trip v1.2.mov"));
-    const auto report = platform::inspectMedia(*outcome.movie);
+    const auto report = platform::inspectMedia(platform::NSURL::fileURLWithPath(outcome->path.native()));
     ASSERT_TRUE(report);
     ASSERT_EQ(report->tracks[0].samples.size(), 12u);
     for (size_t i = 0; i < 12; ++i)
@@ -213,58 +218,58 @@ TEST_F(MovieMakerTest, MakesNoMovieForTheWebWhosePicturesItCannotRepeat)
     setenv("PRETENDED_SERVICE", "makes", 1);
     MovieRequest request = requestOf(6);
     request.use = MovieUse::Web;
-    const MovieOutcome outcome = maker_.makeMovie(request, listener_);
-    EXPECT_EQ(outcome.kind, Kind::Failed);
-    EXPECT_THAT(outcome.error.localizedDescription, HasSubstr("no key frame"));
+    const Result<Movie> outcome = maker_.makeMovie(request, listener_);
+    ASSERT_EQ(kindOf(outcome), Kind::Failed);
+    EXPECT_THAT(outcome.error().message, HasSubstr("no key frame"));
     EXPECT_THAT(save_.entries(), IsEmpty());
 }
 
 TEST_F(MovieMakerTest, DoesNotBelieveInAMovieThatIsNotThere)
 {
-    const MovieOutcome outcome = make("claims");
-    EXPECT_EQ(outcome.kind, Kind::Failed);
-    EXPECT_FALSE(outcome.error.localizedDescription.empty());
+    const Result<Movie> outcome = make("claims");
+    ASSERT_EQ(kindOf(outcome), Kind::Failed);
+    EXPECT_FALSE(outcome.error().message.empty());
     EXPECT_THAT(save_.entries(), IsEmpty());
 }
 
 TEST_F(MovieMakerTest, DoesNotDeliverWhatIsNoMovie)
 {
     setenv("PRETENDED_MOVIE", other_.makeFile("made.mov", "no movie at all").c_str(), 1);
-    const MovieOutcome outcome = make("makes");
-    EXPECT_EQ(outcome.kind, Kind::Failed);
+    const Result<Movie> outcome = make("makes");
+    ASSERT_EQ(kindOf(outcome), Kind::Failed);
     EXPECT_THAT(save_.entries(), IsEmpty());
 }
 
 TEST_F(MovieMakerTest, PassesUpdatesOn)
 {
-    make("fails");
+    EXPECT_FALSE(make("fails"));
     ASSERT_THAT(listener_.updates, testing::SizeIs(1));
     EXPECT_EQ(listener_.updates[0].stage, "VideoCreationTitleRenderingVideo");
     EXPECT_TRUE(listener_.updates[0].isDeterminate);
     EXPECT_EQ(listener_.updates[0].progress, 1);
     EXPECT_EQ(listener_.updates[0].total, 4);
-    EXPECT_EQ(listener_.updates[0].secondsLeft, 2.5);
+    EXPECT_EQ(listener_.updates[0].timeLeft, 2.5s);
 }
 
 TEST_F(MovieMakerTest, PassesTheServicesErrorOn)
 {
-    const MovieOutcome outcome = make("fails");
-    EXPECT_EQ(outcome.kind, Kind::Failed);
-    EXPECT_EQ(outcome.error.localizedDescription, "song.mp3 is damaged");
+    const Result<Movie> outcome = make("fails");
+    ASSERT_EQ(kindOf(outcome), Kind::Failed);
+    EXPECT_EQ(outcome.error().message, "song.mp3 is damaged");
     EXPECT_THAT(save_.entries(), IsEmpty());
 }
 
 TEST_F(MovieMakerTest, FindsAReasonInTheServicesLogWhereTheReplyHasNone)
 {
-    const MovieOutcome outcome = make("shrugs");
-    EXPECT_EQ(outcome.kind, Kind::Failed) << "nobody cancelled, whatever the reply says";
-    EXPECT_THAT(outcome.error.localizedDescription, HasSubstr("could not create assetWriter"));
+    const Result<Movie> outcome = make("shrugs");
+    ASSERT_EQ(kindOf(outcome), Kind::Failed) << "nobody cancelled, whatever the reply says";
+    EXPECT_THAT(outcome.error().message, HasSubstr("could not create assetWriter"));
 }
 
 TEST_F(MovieMakerTest, IsCancelledBetweenUpdates)
 {
     listener_.cancels = 1;
-    EXPECT_EQ(make("waits").kind, Kind::Cancelled);
+    EXPECT_EQ(kindOf(make("waits")), Kind::Cancelled);
     EXPECT_THAT(save_.entries(), IsEmpty());
 }
 
@@ -272,7 +277,7 @@ TEST_F(MovieMakerTest, EndsAServiceThatDoesNotAnswerACancel)
 {
     listener_.cancels = 1;
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(make("ignores").kind, Kind::Cancelled);
+    EXPECT_EQ(kindOf(make("ignores")), Kind::Cancelled);
     EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
     EXPECT_THAT(save_.entries(), IsEmpty());
 }
@@ -284,14 +289,14 @@ TEST_F(MovieMakerTest, DoesNotWaitForAnAnswerWhenCancelledTwice)
     listener_.cancels = 2;
     setenv("PRETENDED_SERVICE", "ignores", 1);
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(patient.makeMovie(requestOf(6), listener_).kind, Kind::Cancelled);
+    EXPECT_EQ(kindOf(patient.makeMovie(requestOf(6), listener_)), Kind::Cancelled);
     EXPECT_LT(std::chrono::steady_clock::now() - start, 20s);
 }
 
 TEST_F(MovieMakerTest, StartsNothingOnceCancelled)
 {
     maker_.cancel();
-    EXPECT_EQ(make("makes").kind, Kind::Cancelled);
+    EXPECT_EQ(kindOf(make("makes")), Kind::Cancelled);
     EXPECT_TRUE(recordedRequest().empty());
     EXPECT_THAT(save_.entries(), IsEmpty());
 }
@@ -299,48 +304,48 @@ TEST_F(MovieMakerTest, StartsNothingOnceCancelled)
 TEST_F(MovieMakerTest, EndsAServiceThatStalls)
 {
     setenv("PRETENDED_SERVICE", "ignores", 1);
-    const MovieOutcome outcome = impatient_.makeMovie(requestOf(6), listener_);
-    EXPECT_EQ(outcome.kind, Kind::Failed);
-    EXPECT_EQ(outcome.error.code, kClientErrorServiceStalled);
+    const Result<Movie> outcome = impatient_.makeMovie(requestOf(6), listener_);
+    ASSERT_EQ(kindOf(outcome), Kind::Failed);
+    EXPECT_EQ(outcome.error().code, ErrorCode::ServiceStalled);
     EXPECT_THAT(save_.entries(), IsEmpty());
 }
 
 TEST_F(MovieMakerTest, TakesGrowingFilesForASignOfLife)
 {
     setenv("PRETENDED_SERVICE", "grows", 1);
-    const MovieOutcome outcome = impatient_.makeMovie(requestOf(6), listener_);
-    EXPECT_EQ(outcome.error.localizedDescription, "grown") << "two seconds without an update, with a limit of one";
+    const Result<Movie> outcome = impatient_.makeMovie(requestOf(6), listener_);
+    EXPECT_EQ(outcome.error().message, "grown") << "two seconds without an update, with a limit of one";
 }
 
 TEST_F(MovieMakerTest, SaysThatTheServiceDied)
 {
-    const MovieOutcome outcome = make("dies");
-    EXPECT_EQ(outcome.kind, Kind::Failed);
-    EXPECT_EQ(outcome.error.code, kClientErrorServiceEnded);
-    EXPECT_THAT(outcome.error.localizedDescription, HasSubstr("by signal 9"));
-    EXPECT_THAT(outcome.error.localizedDescription, HasSubstr("about to die"));
+    const Result<Movie> outcome = make("dies");
+    ASSERT_EQ(kindOf(outcome), Kind::Failed);
+    EXPECT_EQ(outcome.error().code, ErrorCode::ServiceEnded);
+    EXPECT_THAT(outcome.error().message, HasSubstr("by signal 9"));
+    EXPECT_THAT(outcome.error().message, HasSubstr("about to die"));
     EXPECT_THAT(save_.entries(), IsEmpty());
 }
 
 TEST_F(MovieMakerTest, SaysThatTheServiceLeft)
 {
-    const MovieOutcome outcome = make("leaves");
-    EXPECT_EQ(outcome.error.code, kClientErrorServiceEnded);
-    EXPECT_THAT(outcome.error.localizedDescription, HasSubstr("with exit status 7"));
+    const Result<Movie> outcome = make("leaves");
+    EXPECT_EQ(outcome.error().code, ErrorCode::ServiceEnded);
+    EXPECT_THAT(outcome.error().message, HasSubstr("with exit status 7"));
 }
 
 TEST_F(MovieMakerTest, SaysWhyTheServiceCannotBeUsed)
 {
-    const MovieOutcome outcome = make("refuses");
-    EXPECT_EQ(outcome.error.code, kClientErrorServiceNotStarted);
-    EXPECT_THAT(outcome.error.localizedDescription, HasSubstr("no socket for me"));
+    const Result<Movie> outcome = make("refuses");
+    EXPECT_EQ(outcome.error().code, ErrorCode::ServiceNotStarted);
+    EXPECT_THAT(outcome.error().message, HasSubstr("no socket for me"));
     EXPECT_THAT(save_.entries(), IsEmpty());
 }
 
 TEST_F(MovieMakerTest, SaysThatTheServiceIsMissing)
 {
     setenv("STILLORA_VIDEO_CREATOR", "/nowhere/at/all", 1);
-    EXPECT_EQ(make("makes").error.code, kClientErrorServiceNotFound);
+    EXPECT_EQ(make("makes").error().code, ErrorCode::ServiceNotFound);
     EXPECT_THAT(save_.entries(), IsEmpty());
 }
 
@@ -348,19 +353,19 @@ TEST_F(MovieMakerTest, StartsNothingWhereTheMovieCannotBeSaved)
 {
     setenv("PRETENDED_SERVICE", "makes", 1);
     MovieRequest request = requestOf(6);
-    request.saveFolder = platform::NSURL::fileURLWithPath("/proc/nothing/here", true);
-    const MovieOutcome outcome = maker_.makeMovie(request, listener_);
-    EXPECT_EQ(outcome.kind, Kind::Failed);
-    EXPECT_THAT(outcome.error.localizedDescription, HasSubstr("/proc/nothing/here"));
+    request.saveFolder = "/proc/nothing/here";
+    const Result<Movie> outcome = maker_.makeMovie(request, listener_);
+    ASSERT_EQ(kindOf(outcome), Kind::Failed);
+    EXPECT_THAT(outcome.error().message, HasSubstr("/proc/nothing/here"));
     EXPECT_TRUE(recordedRequest().empty());
 }
 
 TEST_F(MovieMakerTest, MakesSeveralMoviesOneAfterTheOther)
 {
     makeMovieFile(6);
-    EXPECT_EQ(make("makes").kind, Kind::Made);
-    EXPECT_EQ(make("fails").kind, Kind::Failed);
-    EXPECT_EQ(make("makes").kind, Kind::Made);
+    EXPECT_EQ(kindOf(make("makes")), Kind::Made);
+    EXPECT_EQ(kindOf(make("fails")), Kind::Failed);
+    EXPECT_EQ(kindOf(make("makes")), Kind::Made);
     EXPECT_THAT(save_.entries(), ElementsAre("Trip v1.2-2.mov", "Trip v1.2.mov"));
 }
 

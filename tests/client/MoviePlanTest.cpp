@@ -1,6 +1,4 @@
-#include "client/MoviePlan.h"
-
-#include "client/ClientError.h"
+#include <stillora/Movie.h>
 
 #include <cmath>
 #include <string>
@@ -12,6 +10,8 @@ using namespace stillora;
 
 namespace {
 
+using namespace std::chrono_literals;
+
 std::vector<PhotoFacts> photos(size_t count)
 {
     return std::vector<PhotoFacts>(count, PhotoFacts{"/photos/a.jpg", {4000, 3000}, 1000});
@@ -21,13 +21,13 @@ MovieWish wishOf(size_t photoCount, double seconds)
 {
     MovieWish wish;
     wish.photos = photos(photoCount);
-    wish.secondsPerPhoto = seconds;
+    wish.timePerPhoto = Seconds(seconds);
     return wish;
 }
 
 SoundFacts sound(double length)
 {
-    return {"/music/a.mp3", std::nullopt, length};
+    return {"/music/a.mp3", std::nullopt, Seconds(length), 44100};
 }
 
 TEST(MoviePlan, ShowsFivePhotosOnceEach)
@@ -35,8 +35,8 @@ TEST(MoviePlan, ShowsFivePhotosOnceEach)
     const auto plan = planMovie(wishOf(5, 3));
     ASSERT_TRUE(plan);
     EXPECT_EQ(plan->framesPerPhoto, 1u);
-    EXPECT_EQ(plan->secondsPerFrame, 3);
-    EXPECT_EQ(plan->totalVideoDuration, 15);
+    EXPECT_EQ(plan->timePerFrame.count(), 3);
+    EXPECT_EQ(plan->totalVideoDuration.count(), 15);
 }
 
 TEST(MoviePlan, RepeatsFewerPhotosSoThatEachStandsForItsTime)
@@ -51,28 +51,27 @@ TEST(MoviePlan, RepeatsFewerPhotosSoThatEachStandsForItsTime)
         ASSERT_TRUE(plan);
         EXPECT_EQ(plan->framesPerPhoto, row.framesPerPhoto) << row.photos;
         EXPECT_GE(plan->frameCount(row.photos), 5u) << row.photos;
-        EXPECT_DOUBLE_EQ(plan->secondsPerFrame, row.secondsPerFrame) << row.photos;
-        EXPECT_DOUBLE_EQ(plan->totalVideoDuration, 4.0 * static_cast<double>(row.photos));
+        EXPECT_DOUBLE_EQ(plan->timePerFrame.count(), row.secondsPerFrame) << row.photos;
+        EXPECT_DOUBLE_EQ(plan->totalVideoDuration.count(), 4.0 * static_cast<double>(row.photos));
     }
 }
 
 TEST(MoviePlan, RefusesAMovieWithoutPhotos)
 {
-    platform::NSError error;
-    EXPECT_FALSE(planMovie(wishOf(0, 4), &error));
-    EXPECT_EQ(error.domain, kClientErrorDomain);
-    EXPECT_EQ(error.code, kClientErrorNothingToShow);
+    const auto plan = planMovie(wishOf(0, 4));
+    ASSERT_FALSE(plan);
+    EXPECT_EQ(plan.error().code, ErrorCode::NothingToShow);
 }
 
 TEST(MoviePlan, RefusesTimesThatCannotBeShown)
 {
     for (const double seconds : {0.0, -1.0, 0.009, 3601.0, std::nan(""), HUGE_VAL}) {
-        platform::NSError error;
-        EXPECT_FALSE(planMovie(wishOf(5, seconds), &error)) << seconds;
-        EXPECT_EQ(error.code, kClientErrorOutOfRange) << seconds;
+        const auto plan = planMovie(wishOf(5, seconds));
+        ASSERT_FALSE(plan) << seconds;
+        EXPECT_EQ(plan.error().code, ErrorCode::OutOfRange) << seconds;
     }
-    EXPECT_TRUE(planMovie(wishOf(5, kMinSecondsPerPhoto)));
-    EXPECT_TRUE(planMovie(wishOf(5, kMaxSecondsPerPhoto)));
+    EXPECT_TRUE(planMovie(wishOf(5, kMinTimePerPhoto.count())));
+    EXPECT_TRUE(planMovie(wishOf(5, kMaxTimePerPhoto.count())));
 }
 
 TEST(MoviePlan, FillsAMovieWithoutMusicWithSilence)
@@ -81,9 +80,9 @@ TEST(MoviePlan, FillsAMovieWithoutMusicWithSilence)
     ASSERT_TRUE(plan);
     ASSERT_EQ(plan->sounds.size(), 1u);
     EXPECT_FALSE(plan->sounds[0].source);
-    EXPECT_GT(plan->sounds[0].length, 40);
-    EXPECT_EQ(plan->totalSoundtrackDuration, 40);
-    EXPECT_EQ(plan->musicEnd, 0);
+    EXPECT_GT(plan->sounds[0].length.count(), 40);
+    EXPECT_EQ(plan->totalSoundtrackDuration.count(), 40);
+    EXPECT_EQ(plan->musicEnd.count(), 0);
     EXPECT_FALSE(plan->fadeStart);
 }
 
@@ -94,7 +93,7 @@ TEST(MoviePlan, HasNoSoundWhereSilenceIsNotWanted)
     const auto plan = planMovie(wish);
     ASSERT_TRUE(plan);
     EXPECT_TRUE(plan->sounds.empty());
-    EXPECT_EQ(plan->totalSoundtrackDuration, 0);
+    EXPECT_EQ(plan->totalSoundtrackDuration.count(), 0);
 }
 
 TEST(MoviePlan, FadesMusicThatIsLongerThanThePictures)
@@ -105,9 +104,9 @@ TEST(MoviePlan, FadesMusicThatIsLongerThanThePictures)
     ASSERT_TRUE(plan);
     ASSERT_EQ(plan->sounds.size(), 2u) << "the third would begin after the end";
     EXPECT_EQ(plan->sounds[1].source, 1u);
-    EXPECT_EQ(plan->musicEnd, 40);
+    EXPECT_EQ(plan->musicEnd.count(), 40);
     ASSERT_TRUE(plan->fadeStart);
-    EXPECT_EQ(*plan->fadeStart, 35);
+    EXPECT_EQ(plan->fadeStart->count(), 35);
 }
 
 TEST(MoviePlan, ConvertsNoMoreOfTheLastPieceThanIsHeard)
@@ -117,20 +116,20 @@ TEST(MoviePlan, ConvertsNoMoreOfTheLastPieceThanIsHeard)
     const auto plan = planMovie(wish);
     ASSERT_TRUE(plan);
     ASSERT_TRUE(plan->sounds[0].selection);
-    EXPECT_EQ(plan->sounds[0].selection->start, 0);
-    EXPECT_GE(plan->sounds[0].selection->end, 40) << "the fade needs sound up to the end";
-    EXPECT_LT(plan->sounds[0].selection->end, 42);
+    EXPECT_EQ(plan->sounds[0].selection->start.count(), 0);
+    EXPECT_GE(plan->sounds[0].selection->end.count(), 40) << "the fade needs sound up to the end";
+    EXPECT_LT(plan->sounds[0].selection->end.count(), 42);
 }
 
 TEST(MoviePlan, ShortensASelectionFromItsOwnStart)
 {
     MovieWish wish = wishOf(10, 4);
-    wish.sounds = {{"/music/a.mp3", SoundFacts::Selection{100, 300}, 200}};
+    wish.sounds = {{"/music/a.mp3", SoundFacts::Selection{100s, 300s}, 200s, 44100}};
     const auto plan = planMovie(wish);
     ASSERT_TRUE(plan);
-    EXPECT_EQ(plan->sounds[0].selection->start, 100);
-    EXPECT_GE(plan->sounds[0].selection->end, 140);
-    EXPECT_LT(plan->sounds[0].selection->end, 142);
+    EXPECT_EQ(plan->sounds[0].selection->start.count(), 100);
+    EXPECT_GE(plan->sounds[0].selection->end.count(), 140);
+    EXPECT_LT(plan->sounds[0].selection->end.count(), 142);
 }
 
 TEST(MoviePlan, NeverTellsTheServiceOfMoreSoundThanPictures)
@@ -146,7 +145,7 @@ TEST(MoviePlan, NeverTellsTheServiceOfMoreSoundThanPictures)
                 ASSERT_TRUE(plan);
                 EXPECT_FALSE(plan->sounds.empty());
                 EXPECT_LE(plan->totalSoundtrackDuration, plan->totalVideoDuration);
-                double sum = 0;
+                Seconds sum{0};
                 for (const PlannedSound& piece : plan->sounds)
                     sum += piece.length;
                 EXPECT_GE(sum, plan->totalVideoDuration) << "sound reaches the end of the pictures";
@@ -162,8 +161,8 @@ TEST(MoviePlan, AppendsSilenceWhereTheMusicEndsEarly)
     ASSERT_TRUE(plan);
     ASSERT_EQ(plan->sounds.size(), 2u);
     EXPECT_FALSE(plan->sounds[1].source);
-    EXPECT_GE(plan->sounds[1].length, 10);
-    EXPECT_EQ(plan->musicEnd, 30);
+    EXPECT_GE(plan->sounds[1].length.count(), 10);
+    EXPECT_EQ(plan->musicEnd.count(), 30);
     EXPECT_FALSE(plan->fadeStart) << "it ends by itself";
 }
 
@@ -179,8 +178,8 @@ TEST(MoviePlan, RepeatsTheMusicByItselfWhenLooping)
     for (const PlannedSound& piece : plan->sounds)
         sources.push_back(piece.source);
     EXPECT_EQ(sources, (std::vector<std::optional<size_t>>{0, 1, 0, 1, 0, 1, 0}));
-    EXPECT_EQ(plan->musicEnd, 40);
-    EXPECT_EQ(plan->fadeStart, 35);
+    EXPECT_EQ(plan->musicEnd.count(), 40);
+    EXPECT_EQ(plan->fadeStart, 35s);
     for (const PlannedSound& piece : plan->sounds)
         EXPECT_FALSE(piece.selection) << "whole files, so that each is converted once";
 }
@@ -195,7 +194,7 @@ TEST(MoviePlan, PlaysEverySoundOfAListThatFits)
         ASSERT_GE(plan->sounds.size(), 3u);
         for (size_t i = 0; i < 3; ++i)
             EXPECT_EQ(plan->sounds[i].source, i);
-        EXPECT_EQ(plan->musicEnd, 10 + last);
+        EXPECT_EQ(plan->musicEnd.count(), 10 + last);
         EXPECT_TRUE(plan->leftOut.empty());
     }
 }
@@ -221,7 +220,7 @@ TEST(MoviePlan, BeginsNoFurtherSoundInTheLastFiveSecondsWhereSoundsOutlastThePic
     ASSERT_EQ(plan->sounds.size(), 2u);
     EXPECT_EQ(plan->leftOut, std::vector<size_t>{1});
     EXPECT_FALSE(plan->sounds[1].source) << "silence instead";
-    EXPECT_EQ(plan->musicEnd, 36);
+    EXPECT_EQ(plan->musicEnd.count(), 36);
 }
 
 TEST(MoviePlan, FillsHoursWithOnePieceOfSilenceAgainAndAgain)
@@ -229,24 +228,24 @@ TEST(MoviePlan, FillsHoursWithOnePieceOfSilenceAgainAndAgain)
     MovieWish wish = wishOf(100, 60);
     const auto plan = planMovie(wish);
     ASSERT_TRUE(plan);
-    double sum = 0;
+    Seconds sum{0};
     for (const PlannedSound& piece : plan->sounds) {
         EXPECT_EQ(piece.length, plan->sounds[0].length) << "one file serves all";
         sum += piece.length;
     }
     EXPECT_GT(plan->sounds.size(), 1u);
-    EXPECT_GE(sum, 6000);
-    EXPECT_EQ(plan->soundEnd(), 6000);
+    EXPECT_GE(sum, 6000s);
+    EXPECT_EQ(plan->soundEnd(), 6000s);
 }
 
 TEST(MoviePlan, TellsWhereTheSoundEnds)
 {
     MovieWish wish = wishOf(10, 4);
-    EXPECT_EQ(planMovie(wish)->soundEnd(), 40);
+    EXPECT_EQ(planMovie(wish)->soundEnd(), 40s);
     wish.fillsSilence = false;
     EXPECT_EQ(planMovie(wish)->soundEnd(), std::nullopt);
     wish.sounds = {sound(30)};
-    EXPECT_EQ(planMovie(wish)->soundEnd(), 30);
+    EXPECT_EQ(planMovie(wish)->soundEnd(), 30s);
 }
 
 TEST(MoviePlan, RefusesToRepeatASoundThousandsOfTimes)
@@ -254,9 +253,9 @@ TEST(MoviePlan, RefusesToRepeatASoundThousandsOfTimes)
     MovieWish wish = wishOf(100, 60);
     wish.sounds = {sound(0.5)};
     wish.loopsSounds = true;
-    platform::NSError error;
-    EXPECT_FALSE(planMovie(wish, &error));
-    EXPECT_EQ(error.code, kClientErrorOutOfRange);
+    const auto plan = planMovie(wish);
+    ASSERT_FALSE(plan);
+    EXPECT_EQ(plan.error().code, ErrorCode::OutOfRange);
 }
 
 TEST(MoviePlan, SharesTheMusicAmongThePhotosWhenFitting)
@@ -266,31 +265,31 @@ TEST(MoviePlan, SharesTheMusicAmongThePhotosWhenFitting)
     wish.fitsMusic = true;
     const auto plan = planMovie(wish);
     ASSERT_TRUE(plan);
-    EXPECT_LE(plan->totalVideoDuration, 180);
-    EXPECT_GT(plan->totalVideoDuration, 179.9);
+    EXPECT_LE(plan->totalVideoDuration.count(), 180);
+    EXPECT_GT(plan->totalVideoDuration.count(), 179.9);
     EXPECT_EQ(plan->sounds.size(), 2u) << "no silence";
     EXPECT_TRUE(plan->fadeStart);
-    const double ticks = plan->secondsPerPhoto * 10000;
+    const double ticks = plan->timePerPhoto.count() * 10000;
     EXPECT_NEAR(ticks, std::round(ticks), 1e-6) << "whole ticks of the picture track";
 }
 
 TEST(MoviePlan, ChoosesTheFrameSizeAsTheServiceDoes)
 {
-    const auto size = [](int64_t quality, std::vector<platform::CGSize> sizes) {
+    const auto size = [](int64_t quality, std::vector<Size> sizes) {
         std::vector<PhotoFacts> list;
-        for (const platform::CGSize& each : sizes)
+        for (const Size& each : sizes)
             list.push_back({"", each, 0});
         return frameSizeForQuality(quality, list);
     };
-    EXPECT_EQ(size(720, {{100, 100}}), (platform::CGSize{1280, 720}));
-    EXPECT_EQ(size(480, {}), (platform::CGSize{854, 480}));
-    EXPECT_EQ(size(0, {{4000, 3000}, {1000, 2000}}), (platform::CGSize{854, 480}));
-    EXPECT_EQ(size(100, {{1920, 1080}}), (platform::CGSize{1920, 1080}));
-    EXPECT_EQ(size(-1, {{1919, 1080}}), (platform::CGSize{1280, 720}));
-    EXPECT_EQ(size(0, {{1280, 720}}), (platform::CGSize{1280, 720}));
-    EXPECT_EQ(size(0, {{10, 10}}), (platform::CGSize{320, 240}));
-    EXPECT_EQ(size(0, {{9000, 9000}}), (platform::CGSize{3840, 2160}));
-    EXPECT_EQ(size(0, {}), (platform::CGSize{3840, 2160}));
+    EXPECT_EQ(size(720, {{100, 100}}), (Size{1280, 720}));
+    EXPECT_EQ(size(480, {}), (Size{854, 480}));
+    EXPECT_EQ(size(0, {{4000, 3000}, {1000, 2000}}), (Size{854, 480}));
+    EXPECT_EQ(size(100, {{1920, 1080}}), (Size{1920, 1080}));
+    EXPECT_EQ(size(-1, {{1919, 1080}}), (Size{1280, 720}));
+    EXPECT_EQ(size(0, {{1280, 720}}), (Size{1280, 720}));
+    EXPECT_EQ(size(0, {{10, 10}}), (Size{320, 240}));
+    EXPECT_EQ(size(0, {{9000, 9000}}), (Size{3840, 2160}));
+    EXPECT_EQ(size(0, {}), (Size{3840, 2160}));
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-#include "client/MovieTitle.h"
+#include <stillora/Movie.h>
 
 #include "tests/support/TemporaryFolder.h"
 

@@ -1,4 +1,4 @@
-#include "client/PhotoCheck.h"
+#include <stillora/Photos.h>
 
 #include "tests/support/TemporaryFolder.h"
 
@@ -59,8 +59,8 @@ TEST_F(PhotoCheck, MeasuresGoodPhotosInTheOrderGiven)
     ASSERT_THAT(checked.good, SizeIs(3));
     EXPECT_THAT(checked.bad, IsEmpty());
     EXPECT_EQ(checked.good[0].path, b);
-    EXPECT_EQ(checked.good[0].size, (platform::CGSize{640, 480}));
-    EXPECT_EQ(checked.good[1].size, (platform::CGSize{320, 240}));
+    EXPECT_EQ(checked.good[0].size, (Size{640, 480}));
+    EXPECT_EQ(checked.good[1].size, (Size{320, 240}));
     struct stat status = {};
     ASSERT_EQ(stat(a.c_str(), &status), 0);
     EXPECT_EQ(checked.good[1].fileSize, status.st_size);
@@ -72,7 +72,7 @@ TEST_F(PhotoCheck, MeasuresTurnedPhotosUpright)
     ASSERT_EQ(std::system(("exiftool -q -overwrite_original -n -Orientation=6 " + photo).c_str()), 0);
     const CheckedPhotos checked = check({photo});
     ASSERT_THAT(checked.good, SizeIs(1));
-    EXPECT_EQ(checked.good[0].size, (platform::CGSize{240, 320}));
+    EXPECT_EQ(checked.good[0].size, (Size{240, 320}));
 }
 
 TEST_F(PhotoCheck, TakesAPhotoByItsContentNotByItsName)

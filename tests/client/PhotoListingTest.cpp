@@ -1,4 +1,4 @@
-#include "client/PhotoListing.h"
+#include <stillora/Photos.h>
 
 #include "tests/support/TemporaryFolder.h"
 

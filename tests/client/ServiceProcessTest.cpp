@@ -112,7 +112,7 @@ TEST(ServiceProcess, SaysWhichProgramCannotBeRun)
     platform::NSError error;
     EXPECT_FALSE(ServiceProcess::start("/nowhere/stillora-video-creator", &error));
     EXPECT_EQ(error.domain, kClientErrorDomain);
-    EXPECT_EQ(error.code, kClientErrorServiceNotStarted);
+    EXPECT_EQ(errorOf(error).code, ErrorCode::ServiceNotStarted);
     EXPECT_THAT(error.localizedDescription, HasSubstr("/nowhere/stillora-video-creator"));
     EXPECT_THAT(error.localizedDescription, HasSubstr("No such file or directory"));
 }
@@ -201,7 +201,7 @@ TEST(ServiceProcess, IsFoundByItsVariableAlone)
     setenv("STILLORA_VIDEO_CREATOR", "/nowhere/at/all", 1);
     platform::NSError error;
     EXPECT_FALSE(ServiceProcess::findProgram(&error)) << "a wrong name is not passed over in silence";
-    EXPECT_EQ(error.code, kClientErrorServiceNotFound);
+    EXPECT_EQ(errorOf(error).code, ErrorCode::ServiceNotFound);
     EXPECT_THAT(error.localizedDescription, HasSubstr("/nowhere/at/all"));
     unsetenv("STILLORA_VIDEO_CREATOR");
 }

@@ -1,4 +1,4 @@
-#include "client/SoundCheck.h"
+#include <stillora/Sounds.h>
 
 #include "tests/support/TemporaryFolder.h"
 
@@ -12,6 +12,7 @@ using namespace stillora;
 
 namespace {
 
+using namespace std::chrono_literals;
 using testing::IsEmpty;
 using testing::SizeIs;
 
@@ -40,27 +41,27 @@ TEST_F(SoundCheck, MeasuresWholeFilesAndParts)
 {
     const std::string wav = sound("a.wav", 10);
     const CheckedSounds checked =
-        checkSounds({{wav, {}, {}}, {wav, 2.5, 4}, {wav, 6, {}}, {wav, {}, 3}, {wav, 0, 10.01}});
+        checkSounds({{wav, {}, {}}, {wav, 2.5s, 4s}, {wav, 6s, {}}, {wav, {}, 3s}, {wav, 0s, 10.01s}});
     EXPECT_THAT(checked.bad, IsEmpty());
     ASSERT_THAT(checked.good, SizeIs(5));
     EXPECT_FALSE(checked.good[0].selection);
-    EXPECT_EQ(checked.good[0].length, 10);
+    EXPECT_EQ(checked.good[0].length, 10s);
     EXPECT_EQ(checked.good[0].sampleRateHz, 44100);
-    EXPECT_EQ(checked.good[1].selection->start, 2.5);
-    EXPECT_EQ(checked.good[1].length, 1.5);
-    EXPECT_EQ(checked.good[2].selection->end, 10);
-    EXPECT_EQ(checked.good[2].length, 4);
-    EXPECT_EQ(checked.good[3].selection->start, 0);
-    EXPECT_EQ(checked.good[3].length, 3);
-    EXPECT_EQ(checked.good[4].length, 10) << "no more than there is";
+    EXPECT_EQ(checked.good[1].selection->start, 2.5s);
+    EXPECT_EQ(checked.good[1].length, 1.5s);
+    EXPECT_EQ(checked.good[2].selection->end, 10s);
+    EXPECT_EQ(checked.good[2].length, 4s);
+    EXPECT_EQ(checked.good[3].selection->start, 0s);
+    EXPECT_EQ(checked.good[3].length, 3s);
+    EXPECT_EQ(checked.good[4].length, 10s) << "no more than there is";
 }
 
 TEST_F(SoundCheck, RefusesPartsThatAreNotThere)
 {
     const std::string wav = sound("a.wav", 10);
-    EXPECT_EQ(reasonFor({wav, 10, 12}), "is only 10 s long, and cannot be played from 10 s");
-    EXPECT_EQ(reasonFor({wav, 90, {}}), "is only 10 s long, and cannot be played from 1 min 30 s");
-    EXPECT_EQ(reasonFor({wav, 5, 11}), "is only 10 s long, and cannot be played up to 11 s");
+    EXPECT_EQ(reasonFor({wav, 10s, 12s}), "is only 10 s long, and cannot be played from 10 s");
+    EXPECT_EQ(reasonFor({wav, 90s, {}}), "is only 10 s long, and cannot be played from 1 min 30 s");
+    EXPECT_EQ(reasonFor({wav, 5s, 11s}), "is only 10 s long, and cannot be played up to 11 s");
 }
 
 TEST_F(SoundCheck, RefusesWhatIsNoSound)

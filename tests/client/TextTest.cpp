@@ -52,22 +52,22 @@ TEST(Text, CutsToAWidthOnlyWhatIsTooLong)
 
 TEST(Text, WritesTimesAsOnAClock)
 {
-    EXPECT_EQ(clockText(0), "0:00");
-    EXPECT_EQ(clockText(0.2), "0:01") << "something is left";
-    EXPECT_EQ(clockText(59.9), "1:00");
-    EXPECT_EQ(clockText(754), "12:34");
-    EXPECT_EQ(clockText(3599.5), "1:00:00");
-    EXPECT_EQ(clockText(1e300), "99:59:59");
+    EXPECT_EQ(clockText(Seconds(0)), "0:00");
+    EXPECT_EQ(clockText(Seconds(0.2)), "0:01") << "something is left";
+    EXPECT_EQ(clockText(Seconds(59.9)), "1:00");
+    EXPECT_EQ(clockText(Seconds(754)), "12:34");
+    EXPECT_EQ(clockText(Seconds(3599.5)), "1:00:00");
+    EXPECT_EQ(clockText(Seconds(1e300)), "99:59:59");
 }
 
 TEST(Text, WritesDurationsForASentence)
 {
-    EXPECT_EQ(secondsText(4), "4 s");
-    EXPECT_EQ(secondsText(3.5), "3.5 s");
-    EXPECT_EQ(secondsText(160), "2 min 40 s");
-    EXPECT_EQ(secondsText(120), "2 min");
-    EXPECT_EQ(secondsText(7260), "2 h 1 min");
-    EXPECT_EQ(secondsText(7200), "2 h");
+    EXPECT_EQ(secondsText(Seconds(4)), "4 s");
+    EXPECT_EQ(secondsText(Seconds(3.5)), "3.5 s");
+    EXPECT_EQ(secondsText(Seconds(160)), "2 min 40 s");
+    EXPECT_EQ(secondsText(Seconds(120)), "2 min");
+    EXPECT_EQ(secondsText(Seconds(7260)), "2 h 1 min");
+    EXPECT_EQ(secondsText(Seconds(7200)), "2 h");
 }
 
 TEST(Text, WritesSizesInDecimalUnits)

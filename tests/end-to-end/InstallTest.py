@@ -40,7 +40,7 @@ class InstallTest(stillora.TestCase):
                       "share/dbus-1/interfaces/app.stillora.morStilloraVideoCreatorProtocol.xml",
                       "share/dbus-1/interfaces/app.stillora.morStilloraXPCCreatorUpdateProtocol.xml",
                       "share/bash-completion/completions/stillora", "share/zsh/site-functions/_stillora", "share/fish/vendor_completions.d/stillora.fish",
-                      "include/stillora/client/MovieMaker.h", "lib/libstillora-client.so", "lib/pkgconfig/stillora-client.pc",
+                      "include/stillora/Movie.h", "lib/libstillora-client.so", "lib/pkgconfig/stillora-client.pc",
                       "lib/cmake/StilloraClient/StilloraClientConfig.cmake",
                       "share/doc/stillora/client-library.md", "share/doc/stillora/examples/client-library/MakeMovie.cpp",
                       "share/man/man1/stillora.1", "share/man/man8/stillora-video-creator.8", "share/locale/de/LC_MESSAGES/stillora.mo",

@@ -44,6 +44,8 @@ USES["video"] = ["items"] + USES["items"]
 USES["audio"] = ["items"] + USES["items"]
 USES["service"] = ["video", "audio"] + USES["video"]
 USES["client"] = ["video", "audio"] + USES["video"]
+# What the client library shows to programs of others: nothing of what it is made of.
+USES["include"] = []
 
 # Libraries of media, images and text: the platform's sources alone know them, so that one can be exchanged.
 BACKING = re.compile(
@@ -60,7 +62,7 @@ SYSTEM = re.compile(
     r"|pthread\.h|pty\.h|pwd\.h|sched\.h|semaphore\.h|signal\.h|spawn\.h|stdint\.h|stdio\.h|stdlib\.h|string\.h"
     r"|strings\.h|syslog\.h|termios\.h|time\.h|utime\.h|wchar\.h|wordexp\.h)"
 )
-# The project's own headers, as those see them who use it installed.
+# The client library's headers, as those see them who use it installed.
 INSTALLED = re.compile(r"^stillora/")
 STANDARD = re.compile(r"^[a-z0-9_]+$")
 
@@ -117,6 +119,8 @@ def check_include_direction(root):
         folder = folder_of(path)
         for line, name, quoted in includes(root, path):
             if not quoted:
+                if INSTALLED.match(name) and not Path(root, "include", name).is_file():
+                    yield f"{path}:{line}: <{name}> is no header of the client library"
                 continue
             target = folder_of(name)
             if not (Path(root) / name).is_file():
@@ -166,7 +170,7 @@ def check_third_party_headers(root):
             elif unit in ("tests", "bench"):
                 allowed, where = True, ""
             elif INSTALLED.match(name):
-                allowed, where = unit == "docs", "examples"
+                allowed, where = unit in ("client", "include", "docs"), "the client and examples"
             elif BACKING.match(name):
                 allowed, where = unit == "platform" and source, "sources of platform"
             elif COMMAND_LINE.match(name):
@@ -194,7 +198,8 @@ def check_headers(root):
 
 
 def check_file_names(root):
-    """A header with one class is named for it, a source for its header (and what backs it)."""
+    """A header with one class is named for it, a source for its header (and what backs it) or, where its header is one of
+    the library's, for its part of that."""
     code = [p for p in files_below(root, CODE) if folder_of(p) in USES]
     stems = {}
     for path in code:
@@ -208,7 +213,9 @@ def check_file_names(root):
             if len(defined) == 1 and defined[0].group(1) not in path.stem and len(defined[0].group(0)) > len(text) / 2:
                 yield f"{path}:1: its class has another name, {defined[0].group(1)}"
     for path in code:
-        if path.suffix == ".cpp" and path.stem != "main":
+        if path.suffix == ".cpp" and path.stem != "main" and not any(
+            INSTALLED.match(name) for _, name, _ in list(includes(root, path))[:1]
+        ):
             beside = stems.get(path.parent, set())
             if not any(path.stem.startswith(stem) for stem in beside) and not any(
                 re.search(rf"\b(class|struct|namespace)\b[^;{{}}]*\b{path.stem}\b", read(root, path.parent / f"{stem}.h"))

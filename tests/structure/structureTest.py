@@ -56,6 +56,22 @@ class StructureTest(unittest.TestCase):
                 self.assertFault("include-direction", f"{path}:2:", name)
                 (self.root / path).unlink()
 
+    def test_the_clients_public_headers_show_nothing_of_the_project(self):
+        self.write("include/stillora/Plan.h", "#pragma once\n#include <stillora/Types.h>\n")
+        self.assertFault("include-direction", "include/stillora/Plan.h:2:", "<stillora/Types.h>")
+        self.write("include/stillora/Types.h", '#pragma once\n#include "platform/foundation/NSURL.h"\n')
+        self.assertFault("include-direction", "include/stillora/Types.h:2:", "platform/foundation/NSURL.h")
+        self.write("include/stillora/Types.h", "#pragma once\n")
+        self.assertEqual(self.faults("include-direction"), [])
+        self.write("video/Plan.h", "#pragma once\n#include <stillora/Plan.h>\n")
+        self.assertFault("third-party-headers", "video/Plan.h:2:", "<stillora/Plan.h>")
+
+    def test_a_source_may_be_named_for_its_part_of_a_public_header(self):
+        self.write("client/Reading.cpp", "#include <stillora/Plan.h>\n")
+        self.assertEqual(self.faults("file-names"), [])
+        self.write("client/Reading.cpp", '#include "client/Plan.h"\n')
+        self.assertFault("file-names", "client/Reading.cpp:1:")
+
     def test_an_include_that_points_sideways_is_found(self):
         for path, name in [
             ("audio/A.cpp", "video/FrameList.h"),

@@ -1,13 +1,10 @@
 // usage: make-movie FOLDER PHOTO|FOLDER...
 // Makes a movie of photos in the first folder, and prints its path. Built by the CMakeLists.txt beside it, or by
-//     g++ -std=c++23 MakeMovie.cpp $(pkg-config --cflags --libs stillora-client) -o make-movie
+//     g++ -std=c++20 MakeMovie.cpp $(pkg-config --cflags --libs stillora-client) -o make-movie
 
-#include <stillora/client/Localization.h>
-#include <stillora/client/MovieMaker.h>
-#include <stillora/client/MoviePlan.h>
-#include <stillora/client/MovieTitle.h>
-#include <stillora/client/PhotoCheck.h>
-#include <stillora/client/PhotoListing.h>
+#include <stillora/Localization.h>
+#include <stillora/Movie.h>
+#include <stillora/Photos.h>
 
 #include <iostream>
 
@@ -35,31 +32,30 @@ int main(int argc, char** argv)
 
     // What cannot be shown is told before anything starts.
     const PhotoListing listing = listPhotos({argv + 2, argv + argc});
-    const CheckedPhotos photos = checkPhotos(listing.candidates, [](size_t) { return true; });
+    const CheckedPhotos photos = checkPhotos(listing.candidates);
     for (const auto& bad : {listing.bad, photos.bad})
-        for (const BadPhoto& photo : bad)
-            std::cerr << photo.path << ": " << photo.reason << '\n';
+        for (const BadFile& photo : bad)
+            std::cerr << photo.path.native() << ": " << photo.reason << '\n';
 
-    platform::NSError error;
-    const auto plan = planMovie({.photos = photos.good, .secondsPerPhoto = 2, .sounds = {}}, &error);
+    const auto plan = planMovie({.photos = photos.good, .timePerPhoto = std::chrono::seconds(2), .sounds = {}});
     if (!plan) {
-        std::cerr << error.localizedDescription << '\n';
+        std::cerr << plan.error().message << '\n';
         return 1;
     }
 
     MovieMaker maker;
     Progress progress;
-    const MovieOutcome outcome = maker.makeMovie({.photos = photos.good,
-                                                  .sounds = {},
-                                                  .plan = *plan,
-                                                  .title = titleForPhotos(photos.good),
-                                                  .saveFolder = platform::NSURL::fileURLWithPath(argv[1], true)},
-                                                 progress);
-    if (!outcome.movie) {
-        std::cerr << outcome.error.localizedDescription << '\n';
+    const auto movie = maker.makeMovie({.photos = photos.good,
+                                        .sounds = {},
+                                        .plan = *plan,
+                                        .title = titleForPhotos(photos.good),
+                                        .saveFolder = argv[1]},
+                                       progress);
+    if (!movie) {
+        std::cerr << movie.error().message << '\n';
         return 1;
     }
-    for (const std::string& fault : outcome.faults)
+    for (const std::string& fault : movie->faults)
         std::cerr << fault << '\n';
-    std::cout << outcome.movie->path() << '\n';
+    std::cout << movie->path.native() << '\n';
 }

@@ -10,6 +10,7 @@ using namespace stillora;
 
 namespace {
 
+using namespace std::chrono_literals;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -63,7 +64,7 @@ TEST(CommandLine, ReadsEveryOption)
         created({"create", "a.jpg", "--seconds", "2.5", "--quality", "1080", "--codec", "hvc1", "--reduce-borders", "b",
                  "--title", "Trip v1.2", "--save", "/movies", "--json", "--quiet", "--skip-bad", "c.png"});
     EXPECT_THAT(options.photos, ElementsAre("a.jpg", "b", "c.png"));
-    EXPECT_EQ(options.seconds, 2.5);
+    EXPECT_EQ(options.seconds, 2.5s);
     EXPECT_EQ(options.quality, 1080);
     EXPECT_EQ(options.codec, "hvc1");
     EXPECT_TRUE(options.reducesBorders && options.isJSON && options.isQuiet && options.skipsBad);
@@ -108,17 +109,17 @@ TEST(CommandLine, ReadsSoundtracksAndTheirParts)
         EXPECT_THAT(options.photos, ElementsAre("a.jpg")) << "photos may follow";
         return options.sounds.size() == 1 ? options.sounds[0] : SoundArgument{"wrong count", {}, {}};
     };
-    const std::optional<double> none;
+    const std::optional<Seconds> none;
     EXPECT_EQ(soundOf("song.mp3"), (SoundArgument{"song.mp3", none, none}));
-    EXPECT_EQ(soundOf("song.mp3@10-25.5"), (SoundArgument{"song.mp3", 10, 25.5}));
-    EXPECT_EQ(soundOf("song.mp3@1:05-2:30.25"), (SoundArgument{"song.mp3", 65, 150.25}));
-    EXPECT_EQ(soundOf("song.mp3@90-1:02:03"), (SoundArgument{"song.mp3", 90, 3723}));
-    EXPECT_EQ(soundOf("song.mp3@30-"), (SoundArgument{"song.mp3", 30, none}));
-    EXPECT_EQ(soundOf("song.mp3@-30"), (SoundArgument{"song.mp3", none, 30}));
+    EXPECT_EQ(soundOf("song.mp3@10-25.5"), (SoundArgument{"song.mp3", 10s, 25.5s}));
+    EXPECT_EQ(soundOf("song.mp3@1:05-2:30.25"), (SoundArgument{"song.mp3", 65s, 150.25s}));
+    EXPECT_EQ(soundOf("song.mp3@90-1:02:03"), (SoundArgument{"song.mp3", 90s, 3723s}));
+    EXPECT_EQ(soundOf("song.mp3@30-"), (SoundArgument{"song.mp3", 30s, none}));
+    EXPECT_EQ(soundOf("song.mp3@-30"), (SoundArgument{"song.mp3", none, 30s}));
     // Names that hold an at sign; an empty selection ends one that looks like a selection itself.
     EXPECT_EQ(soundOf("live@home.mp3"), (SoundArgument{"live@home.mp3", none, none}));
     EXPECT_EQ(soundOf("live@the-club.mp3"), (SoundArgument{"live@the-club.mp3", none, none}));
-    EXPECT_EQ(soundOf("a@b.mp3@1-2"), (SoundArgument{"a@b.mp3", 1, 2}));
+    EXPECT_EQ(soundOf("a@b.mp3@1-2"), (SoundArgument{"a@b.mp3", 1s, 2s}));
     EXPECT_EQ(soundOf("mix@1-2@-"), (SoundArgument{"mix@1-2", none, none}));
     for (const char* name :
          {"s@1:60-90", "s@1:2:3:4-9", "s@1.5:00-9", "s@nan-9", "s@1-inf", "s@+1-2", "s@1--2", "s@1:-2"})

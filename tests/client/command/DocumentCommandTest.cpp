@@ -26,6 +26,7 @@ using namespace stillora;
 
 namespace {
 
+using namespace std::chrono_literals;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -72,8 +73,8 @@ TEST(DocumentOptions, OfNewAreThoseOfCreate)
     EXPECT_EQ(options.document, "Rome.stillora");
     EXPECT_THAT(options.files, ElementsAre("a.jpg", "b.mp3@1:00-", "d"));
     const MovieSettings settings = settingsOf(options.movie);
-    EXPECT_EQ(settings, (MovieSettings{2.5, 720, "hvc1", true, false, false, true, "X"}));
-    EXPECT_THAT(options.movie.sounds, ElementsAre(SoundArgument{"c", 3, 4}));
+    EXPECT_EQ(settings, (MovieSettings{2.5s, 720, "hvc1", true, false, false, true, "X"}));
+    EXPECT_THAT(options.movie.sounds, ElementsAre(SoundArgument{"c", 3s, 4s}));
     EXPECT_TRUE(options.movie.skipsBad && options.movie.isJSON && options.movie.isQuiet);
     // Sounds may be added later.
     EXPECT_TRUE(taken(parseDocumentNew({"x", "--fit-music"})).movie.fitsMusic);

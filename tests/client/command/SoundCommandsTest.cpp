@@ -28,6 +28,7 @@ using namespace stillora;
 
 namespace {
 
+using namespace std::chrono_literals;
 using namespace testsound;
 using testing::ElementsAre;
 using testing::EndsWith;
@@ -147,7 +148,7 @@ TEST(WaveformOptions, HaveDefaultsAndReadTheirArguments)
     EXPECT_EQ(options.ground, WaveformOptions::Ground::Clear);
     options = std::get<WaveformOptions>(
         parseWaveform({"--size", "16384x1", "--range", "1:02-90.5", "--on-white", "-o", "a.png", "a.mp3"}));
-    EXPECT_EQ(options.sound, (SoundArgument{"a.mp3", 62, 90.5}));
+    EXPECT_EQ(options.sound, (SoundArgument{"a.mp3", 62s, 90.5s}));
     EXPECT_EQ(options.width, 16384);
     EXPECT_EQ(options.height, 1);
     EXPECT_EQ(options.ground, WaveformOptions::Ground::White);
@@ -174,7 +175,7 @@ TEST(WaveformOptions, RefuseWhatCannotBeDone)
 TEST(ConvertOptions, ReadTheirArgumentsAndRefuseWhatCannotBeDone)
 {
     const auto options = std::get<ConvertOptions>(parseConvert({"a.mp3", "-o", "out", "--range", "-3", "--json"}));
-    EXPECT_EQ(options.sound, (SoundArgument{"a.mp3", std::nullopt, 3}));
+    EXPECT_EQ(options.sound, (SoundArgument{"a.mp3", std::nullopt, 3s}));
     EXPECT_EQ(options.folder, "out");
     EXPECT_TRUE(options.isJSON);
     EXPECT_THAT(fault(parseConvert, {"-o", "out"}), HasSubstr("no sound was given"));
@@ -185,7 +186,7 @@ TEST(ConvertOptions, ReadTheirArgumentsAndRefuseWhatCannotBeDone)
 TEST(TrimOptions, ReadTheirArgumentsAndRefuseWhatCannotBeDone)
 {
     const auto options = std::get<TrimOptions>(parseTrim({"a.m4a", "-o", "b.M4A", "--range", "3-"}));
-    EXPECT_EQ(options.sound, (SoundArgument{"a.m4a", 3, std::nullopt}));
+    EXPECT_EQ(options.sound, (SoundArgument{"a.m4a", 3s, std::nullopt}));
     EXPECT_EQ(options.output, "b.M4A");
     EXPECT_THAT(fault(parseTrim, {"-o", "b.m4a", "--range", "3-"}), HasSubstr("no sound was given"));
     EXPECT_THAT(fault(parseTrim, {"a.m4a", "-o", "b.m4a"}), HasSubstr("--range takes"));
@@ -195,10 +196,10 @@ TEST(TrimOptions, ReadTheirArgumentsAndRefuseWhatCannotBeDone)
 
 TEST(SoundCommandRange, IsExactToTheSample)
 {
-    const SoundFacts whole{"a", std::nullopt, 5, kRate};
+    const SoundFacts whole{"a", std::nullopt, 5s, kRate};
     EXPECT_TRUE(platform::CMTimeRangeEqual(timeRangeOf(whole), platform::kCMTimeRangeZero));
     // 0.7 x 3 is not 2.1 in binary; the nearest sample is.
-    const auto range = timeRangeOf({"a", SoundFacts::Selection{0.7 * 3, 4.2}, 2.1, kRate});
+    const auto range = timeRangeOf({"a", SoundFacts::Selection{Seconds(0.7 * 3), 4.2s}, 2.1s, kRate});
     EXPECT_EQ(range.start.value, 92610);
     EXPECT_EQ(range.start.timescale, kRate);
     EXPECT_EQ(range.duration.value, 92610);

@@ -6,18 +6,20 @@ using namespace stillora;
 
 namespace {
 
-const SoundFacts kSong{"/music/song.mp3", std::nullopt, 200, 44100};
-const SoundFacts kPart{"/music/part.m4a", SoundFacts::Selection{30, 50}, 20, 48000};
+using namespace std::chrono_literals;
+
+const SoundFacts kSong{"/music/song.mp3", std::nullopt, 200s, 44100};
+const SoundFacts kPart{"/music/part.m4a", SoundFacts::Selection{30s, 50s}, 20s, 48000};
 
 std::string sentence(double seconds, std::vector<SoundFacts> sounds, bool loops = false, bool fillsSilence = true)
 {
     MovieWish wish;
     wish.photos.assign(10, PhotoFacts{});
-    wish.secondsPerPhoto = seconds;
+    wish.timePerPhoto = Seconds(seconds);
     wish.sounds = std::move(sounds);
     wish.loopsSounds = loops;
     wish.fillsSilence = fillsSilence;
-    return soundSentence(planMovie(wish).value(), wish.sounds);
+    return soundSentence(*planMovie(wish), wish.sounds);
 }
 
 TEST(SoundSentence, TellsWhatIsHeardAndWhereItFades)
@@ -58,7 +60,7 @@ TEST(SoundSentence, NamesWhatIsLeftOut)
 
 TEST(SoundSentence, TellsOfNoSilenceTooShortToBeSeen)
 {
-    const SoundFacts most{"/music/most.mp3", std::nullopt, 99.8, 44100};
+    const SoundFacts most{"/music/most.mp3", std::nullopt, 99.8s, 44100};
     EXPECT_EQ(sentence(10, {most}), "sound: most.mp3 for 1:40");
 }
 

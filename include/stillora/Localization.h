@@ -1,5 +1,8 @@
 #pragma once
 
+#include <stillora/Export.h>
+#include <stillora/Types.h>
+
 #include <string>
 #include <string_view>
 
@@ -7,10 +10,10 @@ namespace stillora {
 
 /// The text of one of the service's keys ("VideoCreationTitleRenderingVideo"), or of one of this program's own texts,
 /// which are written in English, in the user's language; itself where it is not known. Any thread.
-std::string localized(std::string_view text);
+STILLORA_EXPORT std::string localized(std::string_view text);
 
 /// Chooses the user's language, and finds the translations of an installed program or of the folder it was built in.
 /// Numbers keep the C locale. Called once at start, before other threads run.
-void setUpLocalization();
+STILLORA_EXPORT void setUpLocalization();
 
 } // namespace stillora

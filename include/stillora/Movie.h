@@ -1,0 +1,221 @@
+#pragma once
+
+#include <stillora/Error.h>
+#include <stillora/Export.h>
+#include <stillora/Photos.h>
+#include <stillora/Sounds.h>
+#include <stillora/Types.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace stillora {
+
+class WakeUp;
+
+/// @name How a movie is to be made
+/// @{
+inline constexpr Seconds kDefaultTimePerPhoto{4};
+inline constexpr Seconds kMinTimePerPhoto{0.01};
+inline constexpr Seconds kMaxTimePerPhoto{3600};
+
+/// The service's names of the codecs that a movie can have.
+inline constexpr std::array<std::string_view, 9> kMovieCodecs{"avc1", "hvc1", "jpeg", "apcn", "ap4h",
+                                                              "apch", "apcs", "apco", "ap4x"};
+
+/// How a movie is to be made of its photos and sounds, as a document keeps it.
+struct MovieSettings {
+    Seconds timePerPhoto = kDefaultTimePerPhoto;
+    /// A height of the service's size table; any other value chooses by the smallest photo.
+    std::int64_t quality = 0;
+    /// One of `kMovieCodecs`.
+    std::string codec = "avc1";
+    bool loopsSounds = false;
+    bool fitsMusic = false;
+    bool fillsSilence = true;
+    bool reducesBorders = false;
+    /// Without a fault (`faultOfTitle`); nothing takes the document's name.
+    std::optional<std::string> title;
+
+    friend bool operator==(const MovieSettings&, const MovieSettings&) = default;
+};
+
+/// The longest title, in bytes: it leaves room in a file's name for an extension and a number, and for the name under
+/// which the movie is written.
+inline constexpr std::size_t kMaxTitleBytes = 200;
+
+/// Why a text cannot be a movie's title, as the end of a sentence; nothing if it can.
+STILLORA_EXPORT std::optional<std::string> faultOfTitle(const std::string& title);
+
+/// The title of a movie that was given none: the name of the folder that all photos lie in, else "Slideshow".
+STILLORA_EXPORT std::string titleForPhotos(const std::vector<PhotoFacts>& photos);
+
+/// Where movies go if nobody says otherwise: the folder that the user has chosen, else a folder of the program's own,
+/// which is made if it is missing.
+STILLORA_EXPORT std::filesystem::path usualSaveFolder();
+/// @}
+
+/// @name Planning
+/// @{
+
+/// What a movie is planned from.
+struct MovieWish {
+    std::vector<PhotoFacts> photos;
+    Seconds timePerPhoto{0};
+    std::vector<SoundFacts> sounds;
+    /// Repeat the sounds until the pictures end.
+    bool loopsSounds = false;
+    /// The photos share the length of the sounds; `timePerPhoto` is then not looked at.
+    bool fitsMusic = false;
+    /// Sound reaches the end of the pictures, silent where there is no music.
+    bool fillsSilence = true;
+};
+
+/// A piece of the soundtrack.
+struct PlannedSound {
+    /// Index of the sound; nothing for silence.
+    std::optional<std::size_t> source;
+    /// Nothing plays the whole file.
+    std::optional<SoundFacts::Selection> selection;
+    /// How long the piece lasts before the soundtrack is cut at the end of the pictures.
+    Seconds length{0};
+};
+
+/// A request that the service can fulfil, and what will be seen and heard of it.
+struct MoviePlan {
+    /// How often each photo stands in the request, one after the other. The service waits for five frames before it
+    /// writes the first.
+    std::size_t framesPerPhoto = 1;
+    Seconds timePerFrame{0};
+    Seconds timePerPhoto{0};
+    Seconds totalVideoDuration{0};
+
+    std::vector<PlannedSound> sounds;
+    /// Indexes of the sounds of which nothing is heard, because those before them last until the music fades.
+    std::vector<std::size_t> leftOut;
+    /// What is sent as the soundtrack's length: never more than the pictures', since the plan has chosen the pieces and
+    /// the service must not choose again.
+    Seconds totalSoundtrackDuration{0};
+    /// When the last music ends or is cut; 0 without music.
+    Seconds musicEnd{0};
+    /// From here to the end the music gets quieter; nothing where it ends by itself.
+    std::optional<Seconds> fadeStart;
+
+    /// When the sound ends, silence included; nothing for a movie without sound.
+    STILLORA_EXPORT std::optional<Seconds> soundEnd() const;
+    std::size_t frameCount(std::size_t photoCount) const { return framesPerPhoto * photoCount; }
+};
+
+/// Chooses times and pieces of sound that the service can fulfil. Opens no file.
+/// @return an error if what is wanted cannot be made
+STILLORA_EXPORT Result<MoviePlan> planMovie(const MovieWish& wish);
+
+/// The frame size that the service chooses for a quality: a row of its table, or for any other value the largest row
+/// that the smallest photo fills.
+STILLORA_EXPORT Size frameSizeForQuality(std::int64_t quality, const std::vector<PhotoFacts>& photos);
+/// @}
+
+/// @name Making
+/// @{
+
+/// Where a movie is to be shown.
+enum class MovieUse {
+    Anywhere,
+    /// In web pages too: each photo is told of twice a second, since a browser may else show it early.
+    Web,
+};
+
+/// A movie that was planned and only needs making.
+struct MovieRequest {
+    std::vector<PhotoFacts> photos;
+    std::vector<SoundFacts> sounds;
+    MoviePlan plan;
+    /// One of `kMovieCodecs`.
+    std::string codec = "avc1";
+    /// A height of the service's size table; any other value chooses by the smallest photo.
+    std::int64_t quality = 0;
+    bool reducesBorders = false;
+    /// Names the movie; without a fault (`faultOfTitle`).
+    std::string title;
+    /// Receives the movie; made if it is missing.
+    std::filesystem::path saveFolder;
+    /// The document that the movie is made of, if there is one; its name without the extension is the title.
+    std::optional<std::filesystem::path> document = {};
+    MovieUse use = MovieUse::Anywhere;
+};
+
+/// How far the service is.
+struct MovieProgress {
+    /// A key of the localised strings: `localized` makes a title of it.
+    std::string stage;
+    /// A PNG file; may be empty.
+    Bytes image;
+    bool isDeterminate = false;
+    double progress = 0;
+    double total = 0;
+    std::optional<Seconds> timeLeft;
+};
+
+/// A movie that was made.
+struct Movie {
+    std::filesystem::path path;
+    /// What is off about it, one sentence each; as a rule nothing.
+    std::vector<std::string> faults;
+};
+
+/// Makes one movie: starts the service as a child process, sends the request, watches over it, checks what it made and
+/// puts it into the save folder under a free name. Whatever way it ends, no process and no temporary file is left.
+class STILLORA_EXPORT MovieMaker final {
+public:
+    class Observer {
+    public:
+        virtual ~Observer() = default;
+        /// On the thread that calls `makeMovie`, soon after the service told it; older news that were not delivered yet
+        /// are dropped.
+        virtual void progressChanged(const MovieProgress& progress) = 0;
+        /// A few times a second, so that a display can live on between updates.
+        virtual void timePassed() {}
+    };
+
+    struct Limits {
+        /// How long the service may neither report nor write anything.
+        std::chrono::milliseconds stall{60'000};
+        /// How long a cancelled service may take to answer, before it is ended.
+        std::chrono::milliseconds cancel{3'000};
+    };
+
+    MovieMaker();
+    explicit MovieMaker(Limits limits);
+    ~MovieMaker();
+    MovieMaker(const MovieMaker&) = delete;
+    MovieMaker& operator=(const MovieMaker&) = delete;
+
+    /// Blocks until the movie is made or not; the calling thread is the one that the service process lives and dies
+    /// with. One movie at a time.
+    /// @return an error if none was made; `ErrorCode::Cancelled` if `cancel` was the reason
+    Result<Movie> makeMovie(const MovieRequest& request, Observer& observer);
+
+    /// Asks to stop; asked a second time, the service is ended without waiting for its answer. Stays: every later call
+    /// of `makeMovie` ends at once. Any thread, and safe in a signal handler.
+    void cancel() noexcept;
+    bool isCancelled() const noexcept { return cancelRequests_ > 0; }
+
+private:
+    class Job;
+
+    const Limits limits_;
+    const std::shared_ptr<const WakeUp> wakeUp_;
+    std::atomic<int> cancelRequests_{0};
+};
+/// @}
+
+} // namespace stillora

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <stillora/Export.h>
+#include <stillora/Types.h>
+
+#include <filesystem>
+#include <optional>
+#include <vector>
+
+namespace stillora {
+
+/// A sound file as the user gave it; what is left out means the file's own start or end.
+struct SoundArgument {
+    std::filesystem::path path;
+    /// From the file's start.
+    std::optional<Seconds> start;
+    std::optional<Seconds> end;
+
+    friend bool operator==(const SoundArgument&, const SoundArgument&) = default;
+};
+
+/// A sound file that was found good, and the part of it that is wanted.
+struct SoundFacts {
+    /// A part of a file, by times from its start.
+    struct Selection {
+        Seconds start{0};
+        Seconds end{0};
+
+        friend bool operator==(const Selection&, const Selection&) = default;
+    };
+
+    std::filesystem::path path;
+    /// Nothing plays the whole file.
+    std::optional<Selection> selection;
+    /// How long the selection, or the whole file, plays.
+    Seconds length{0};
+    int sampleRateHz = 0;
+};
+
+/// What a look into sound files found.
+struct CheckedSounds {
+    /// In the order of the arguments.
+    std::vector<SoundFacts> good;
+    std::vector<BadFile> bad;
+};
+
+/// Measures each file exactly, and makes sure that there is sound in it where it is wanted.
+STILLORA_EXPORT CheckedSounds checkSounds(const std::vector<SoundArgument>& arguments);
+
+} // namespace stillora
