@@ -528,21 +528,18 @@ Result<Movie> MovieMaker::Job::takeMovie(const platform::NSURL& made)
     if (!movie)
         return maker_.isCancelled() ? cancelled() : failed();
 
-    // A name may be taken between the look and the move, or by a link that leads nowhere, which the look does not see.
-    for (int number = 1;; ++number) {
-        const std::string name = number == 1 ? request_.title : fmt::format("{}-{}", request_.title, number);
-        const platform::NSURL place =
-            MORURLCategory::URLForNotOverridingURL(saveFolder_.URLByAppendingPathComponent(name + ".mov", false));
-        platform::NSError error;
-        if (platform::NSFileManager::defaultManager().moveItemAtURL(*movie, place, &error)) {
-            outcome.path = place.path();
-            return outcome;
-        }
-        if (error.code != platform::kNSFileWriteFileExistsError || error.domain != platform::kNSCocoaErrorDomain) {
-            error_ = error;
-            return failed();
-        }
-    }
+    int number = 0;
+    // Another name each time, as a link that leads nowhere seems to be free.
+    const auto free = [&] {
+        const std::string name = ++number == 1 ? request_.title : fmt::format("{}-{}", request_.title, number);
+        return MORURLCategory::URLForNotOverridingURL(saveFolder_.URLByAppendingPathComponent(name + ".mov", false));
+    };
+    platform::NSURL place = free();
+    if (!platform::NSFileManager::defaultManager().moveItemToFreeURL(
+            *movie, &place, [&](const platform::NSURL&) { return free(); }, &error_))
+        return failed();
+    outcome.path = place.path();
+    return outcome;
 }
 
 } // namespace stillora

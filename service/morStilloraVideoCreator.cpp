@@ -236,22 +236,11 @@ AVURLAssetPtr morStilloraVideoCreator::movieByMovingVideo(const AVURLAssetPtr& v
                                                           const std::optional<NSURL>& documentURL)
 {
     auto movieURL = _URLForFinalVideoAtDocumentURL(documentURL);
-    for (;;) {
-        NSError error;
-        if (NSFileManager::defaultManager().moveItemAtURL(video->URL(), movieURL, &error))
-            break;
-        if (error.code == platform::kNSFileWriteFileExistsError) {
-            // Somebody took the free name meanwhile. If the same one still counts as free, none will do.
-            auto nextURL = _URLForFinalVideoAtDocumentURL(documentURL);
-            if (!(nextURL == movieURL)) {
-                movieURL = std::move(nextURL);
-                continue;
-            }
-        }
-        // The reply names the location all the same, so the log alone says why nothing is there.
+    NSError error;
+    // The reply names the location all the same, so the log alone says why nothing is there.
+    if (!NSFileManager::defaultManager().moveItemToFreeURL(
+            video->URL(), &movieURL, [&](const NSURL&) { return _URLForFinalVideoAtDocumentURL(documentURL); }, &error))
         platform::logFailure("morStilloraVideoCreator moveItemAtURL:toURL:error:", error.localizedDescription);
-        break;
-    }
     return AVURLAsset::URLAssetWithURL(movieURL);
 }
 

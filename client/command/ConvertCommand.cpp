@@ -27,19 +27,15 @@ using platform::NSURL;
 /// Moves the file into the folder, under a name that is free.
 std::optional<NSURL> moveIntoFolder(const NSURL& file, const NSURL& folder, NSError* error)
 {
-    // Somebody else may take the name first.
-    constexpr int kAttempts = 100;
-    NSError failure;
-    for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        const NSURL place =
-            MORURLCategory::URLForNotOverridingURL(folder.URLByAppendingPathComponent(file.lastPathComponent(), false));
-        if (platform::NSFileManager::defaultManager().moveItemAtURL(file, place, &failure))
-            return place;
-        if (failure.code != platform::kNSFileWriteFileExistsError)
-            break;
-    }
-    *error = failure;
-    return std::nullopt;
+    const auto free = [&] {
+        return MORURLCategory::URLForNotOverridingURL(
+            folder.URLByAppendingPathComponent(file.lastPathComponent(), false));
+    };
+    NSURL place = free();
+    if (!platform::NSFileManager::defaultManager().moveItemToFreeURL(
+            file, &place, [&](const NSURL&) { return free(); }, error))
+        return std::nullopt;
+    return place;
 }
 
 } // namespace

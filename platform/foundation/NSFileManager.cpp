@@ -302,6 +302,22 @@ bool NSFileManager::moveItemAtURL(const NSURL& source, const NSURL& destination,
     return true;
 }
 
+bool NSFileManager::moveItemToFreeURL(const NSURL& source, NSURL* destination,
+                                      const std::function<NSURL(const NSURL& taken)>& next, NSError* error) const
+{
+    NSError failure;
+    while (!moveItemAtURL(source, *destination, &failure)) {
+        NSURL another = failure.code == kNSFileWriteFileExistsError ? next(*destination) : *destination;
+        if (another == *destination) {
+            if (error)
+                *error = failure;
+            return false;
+        }
+        *destination = std::move(another);
+    }
+    return true;
+}
+
 bool NSFileManager::removeItemAtURL(const NSURL& url, NSError* error) const
 {
     const std::string what = "\"" + url.path() + "\" could not be removed";

@@ -5,6 +5,7 @@
 #include "platform/foundation/NSURL.h"
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -30,6 +31,14 @@ public:
     /// moved to another volume is copied under a hidden name, flushed, and only then gets its name; the original is
     /// removed last. On success the file and its folder are flushed to the disk.
     [[nodiscard]] bool moveItemAtURL(const NSURL& source, const NSURL& destination, NSError* error = nullptr) const;
+
+    /// Moves to `*destination` or, as often as somebody else was first there, to the location that `next` answers,
+    /// given the one that is taken. Fails with 516 where it answers the same again, as for a link that leads nowhere:
+    /// nothing seems to be there, and still nothing can be put there.
+    /// @param destination  in: where to; out: the last that was tried, which received the item if that was moved
+    [[nodiscard]] bool moveItemToFreeURL(const NSURL& source, NSURL* destination,
+                                         const std::function<NSURL(const NSURL& taken)>& next,
+                                         NSError* error = nullptr) const;
 
     /// A folder with all it holds; links are not followed.
     [[nodiscard]] bool removeItemAtURL(const NSURL& url, NSError* error = nullptr) const;

@@ -123,20 +123,13 @@ bool AVAssetExportSession::State::giveName(const NSURL& hidden, NSError* why)
 {
     NSURL url = *output();
     NSError failure;
-    while (!NSFileManager::defaultManager().moveItemAtURL(hidden, url, &failure)) {
-        const bool isTaken = failure.domain == kNSCocoaErrorDomain && failure.code == kNSFileWriteFileExistsError;
-        if (!isTaken) {
-            if (why)
-                *why = failure;
-            return false;
-        }
-        if (!nextFreeURL || cancelled)
+    const auto next = [this](const NSURL& taken) { return nextFreeURL && !cancelled ? nextFreeURL(taken) : taken; };
+    if (!NSFileManager::defaultManager().moveItemToFreeURL(hidden, &url, next, &failure)) {
+        if (failure.code == kNSFileWriteFileExistsError)
             return failFileExists(why, url);
-        // A dangling link looks free and is not.
-        const NSURL next = nextFreeURL(url);
-        if (next == url)
-            return failFileExists(why, url);
-        url = next;
+        if (why)
+            *why = failure;
+        return false;
     }
     const LockGuard guard(lock);
     outputURL = url;

@@ -150,6 +150,60 @@ TEST(NSFileManager, NeverMovesOntoSomething)
     EXPECT_EQ(TemporaryFolder::contentsOf(folder.path("file")), "old");
 }
 
+TEST(NSFileManager, MovesToTheFirstNameThatNobodyHas)
+{
+    const TemporaryFolder folder;
+    for (const char* name : {"from", "to", "to-2", "to-3"})
+        folder.makeFile(name, name);
+    std::vector<std::string> taken;
+    NSURL place = folder.url("to");
+    EXPECT_TRUE(manager().moveItemToFreeURL(folder.url("from"), &place, [&](const NSURL& url) {
+        taken.push_back(url.lastPathComponent());
+        return folder.url("to-" + std::to_string(taken.size() + 1));
+    }));
+    EXPECT_EQ(taken, (std::vector<std::string>{"to", "to-2", "to-3"}));
+    EXPECT_EQ(place, folder.url("to-4"));
+    EXPECT_EQ(TemporaryFolder::contentsOf(folder.path("to-4")), "from");
+    EXPECT_EQ(TemporaryFolder::contentsOf(folder.path("to-3")), "to-3");
+}
+
+TEST(NSFileManager, GivesUpOnATakenNameThatIsTheOnlyOne)
+{
+    const TemporaryFolder folder;
+    folder.makeFile("from", "new");
+    std::filesystem::create_symlink(folder.path("gone"), folder.path("dangling"));
+    NSURL place = folder.url("dangling");
+    NSError error;
+    int asked = 0;
+    EXPECT_FALSE(manager().moveItemToFreeURL(
+        folder.url("from"), &place,
+        [&](const NSURL& url) {
+            ++asked;
+            return url;
+        },
+        &error));
+    EXPECT_EQ(asked, 1);
+    EXPECT_EQ(error.code, kNSFileWriteFileExistsError);
+    EXPECT_EQ(place, folder.url("dangling"));
+    EXPECT_EQ(TemporaryFolder::contentsOf(folder.path("from")), "new");
+}
+
+TEST(NSFileManager, TriesNoOtherNameWhereNothingCanBePutAtAll)
+{
+    const TemporaryFolder folder;
+    folder.makeFile("from", "new");
+    NSURL place = folder.url("missing/to");
+    NSError error;
+    EXPECT_FALSE(manager().moveItemToFreeURL(
+        folder.url("from"), &place,
+        [&](const NSURL&) {
+            ADD_FAILURE() << "asked for another";
+            return folder.url("elsewhere");
+        },
+        &error));
+    EXPECT_EQ(error.code, kNSFileNoSuchFileError);
+}
+
 TEST(NSFileManager, SaysThatThereIsNothingToMove)
 {
     const TemporaryFolder folder;
