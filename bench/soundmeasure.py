@@ -2,7 +2,6 @@
 
 import numpy
 
-RATE = 44100
 PACKET = 1024
 
 
@@ -20,7 +19,7 @@ class Measure:
     # Sound pressure of a full sine, in decibels.
     FULL_SCALE = 96
 
-    def __init__(self, rate=RATE):
+    def __init__(self, rate):
         self.rate = rate
         self.window = numpy.hanning(2 * PACKET + 1)[:-1]
         hertz = numpy.fft.rfftfreq(2 * PACKET, 1 / rate)
@@ -70,18 +69,20 @@ class Measure:
         return 10 * numpy.log10(numpy.maximum(energy[loud], 1e-12) / signal[loud])
 
 
-def sounds(seconds=4):
-    """Names and samples, one column a channel, full scale at 1."""
-    count = int(seconds * RATE)
-    time = numpy.arange(count) / RATE
-    random = numpy.random.default_rng(1)
+def sounds(seconds, rate, seed):
+    """Names and samples, one column a channel, full scale at 1. Pitches are those of the names for seed 1 alone."""
+    count = int(seconds * rate)
+    time = numpy.arange(count) / rate
+    random = numpy.random.default_rng(seed)
+    tuning = 1 if seed == 1 else random.uniform(0.8, 1.25)
+    highest = min(20000, rate / 2 - 2050) / tuning
 
     def sine(hertz, level=1.0, phase=0.0):
-        return level * numpy.sin(2 * numpy.pi * hertz * time + phase)
+        return level * numpy.sin(2 * numpy.pi * tuning * hertz * time + phase)
 
-    def noise(low=0, high=RATE / 2):
+    def noise(low=0, high=1e9):
         spectrum = numpy.fft.rfft(random.standard_normal(count))
-        hertz = numpy.fft.rfftfreq(count, 1 / RATE)
+        hertz = numpy.fft.rfftfreq(count, 1 / rate)
         spectrum[(hertz < low) | (hertz > high)] = 0
         samples = numpy.fft.irfft(spectrum, count)
         return samples / numpy.abs(samples).max()
@@ -91,21 +92,21 @@ def sounds(seconds=4):
         since = time % every
         steps = (time // every).astype(int)
         scale = numpy.array([0, 4, 7, 12, 7, 4, 2, 5])
-        pitch = hertz * 2 ** (scale[steps % len(scale)] / 12)
+        pitch = tuning * hertz * 2 ** (scale[steps % len(scale)] / 12)
         return shape(2 * numpy.pi * pitch * since) * numpy.exp(-fall * since)
 
     def sweep(low, high):
-        rate = numpy.log(high / low) / seconds
-        return numpy.sin(2 * numpy.pi * low * (numpy.exp(rate * time) - 1) / rate)
+        growth = numpy.log(high / low) / seconds
+        return numpy.sin(2 * numpy.pi * low * (numpy.exp(growth * time) - 1) / growth)
 
     def square(hertz):
-        return sum(sine(hertz * n, 1 / n) for n in range(1, int(20000 / hertz), 2)) * 0.85
+        return sum(sine(hertz * n, 1 / n) for n in range(1, int(highest / hertz), 2)) * 0.85
 
     def triangle(hertz):
-        return 2 * numpy.abs(2 * ((time * hertz + 0.25) % 1) - 1) - 1
+        return 2 * numpy.abs(2 * ((time * tuning * hertz + 0.25) % 1) - 1) - 1
 
     def saw(hertz):
-        return sum(sine(hertz * n, 1 / n) for n in range(1, int(20000 / hertz))) * 0.5
+        return sum(sine(hertz * n, 1 / n) for n in range(1, int(highest / hertz))) * 0.5
 
     def organ(root):
         return sum(sine(root * ratio * n, 1 / n, n * ratio) for ratio in (1, 1.26, 1.498) for n in (1, 2, 3, 4, 6, 8))
@@ -119,10 +120,10 @@ def sounds(seconds=4):
 
     def voice(pitch):
         """Pulses of a throat through three formants that change, with hisses between."""
-        hertz = pitch * (1 + 0.06 * numpy.sin(2 * numpy.pi * 2.3 * time))
-        pulses = numpy.diff(numpy.floor(numpy.cumsum(hertz) / RATE), prepend=0)
+        hertz = tuning * pitch * (1 + 0.06 * numpy.sin(2 * numpy.pi * 2.3 * time))
+        pulses = numpy.diff(numpy.floor(numpy.cumsum(hertz) / rate), prepend=0)
         result = numpy.zeros(count)
-        block = RATE // 4
+        block = rate // 4
         vowels = ((730, 1090, 2440), (270, 2290, 3010), (300, 870, 2240), (530, 1840, 2480))
         for number in range(0, count // block + 1):
             part = slice(number * block, min((number + 1) * block, count))
@@ -130,7 +131,7 @@ def sounds(seconds=4):
             if length <= 0:
                 break
             spectrum = numpy.fft.rfft(pulses[part], 2 * block)
-            at = numpy.fft.rfftfreq(2 * block, 1 / RATE)
+            at = numpy.fft.rfftfreq(2 * block, 1 / rate)
             formants = sum(1 / (1 + ((at - middle) / 60) ** 2) for middle in vowels[number % 4])
             result[part] += numpy.fft.irfft(spectrum * formants, 2 * block)[:length]
         result /= numpy.abs(result).max()
@@ -170,9 +171,9 @@ def sounds(seconds=4):
     yield "struck sines, stereo", both(normal(struck(440, 0.5, 4), 0.9), normal(struck(330, 0.4, 5), 0.7))
     yield "plucked saws", mono(normal(struck(220, 0.3, 9, lambda x: (x / numpy.pi) % 2 - 1), 0.9))
     yield "decays, .9", mono(normal(struck(880, 1, 2), 0.9))
-    yield "sweep, .9", mono(0.9 * sweep(30, 18000))
-    yield "sweep, left = right, .9", both(*[0.9 * sweep(30, 18000)] * 2)
-    yield "sweep, .3", mono(0.3 * sweep(30, 18000))
+    yield "sweep, .9", mono(0.9 * sweep(30, min(18000, rate * 0.45)))
+    yield "sweep, left = right, .9", both(*[0.9 * sweep(30, min(18000, rate * 0.45))] * 2)
+    yield "sweep, .3", mono(0.3 * sweep(30, min(18000, rate * 0.45)))
     yield "square 220 Hz", mono(normal(square(220), 0.9))
     yield "square 55 Hz", mono(normal(square(55), 0.9))
     yield "triangle 220 Hz, .9", mono(0.9 * triangle(220))

@@ -1,5 +1,6 @@
 #include "platform/aac/AACEncoder.h"
 
+#include "platform/aac/AACHalves.h"
 #include "platform/aac/AACMasking.h"
 #include "platform/aac/AACPacket.h"
 #include "platform/aac/AACTables.h"
@@ -8,6 +9,8 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <functional>
+#include <limits>
 #include <memory>
 #include <numeric>
 #include <utility>
@@ -71,7 +74,8 @@ private:
     bool isAttackIn(size_t frame) const
     {
         const auto first = attacks_.begin() + static_cast<ptrdiff_t>(frame * kStretchesOfFrame + kStretchesOfFrame / 2);
-        const auto end = first + kStretchesOfFrame;
+        // Into the slope with which a long window would end before short ones.
+        const auto end = first + kStretchesOfFrame + 1;
         return std::find(first, end, true) != end;
     }
 
@@ -127,21 +131,23 @@ public:
         packet_.channelCount = channels;
     }
 
-    /// @param window     interleaved, two frames
+    /// @param around     interleaved, four frames; the packet's window lies in the middle. A frame further each time
     /// @param sequences  one a channel
-    std::vector<uint8_t> code(std::span<const float> window, std::span<const AACSequence> sequences, AACShape rising,
+    std::vector<uint8_t> code(std::span<const float> around, std::span<const AACSequence> sequences, AACShape rising,
                               AACShape falling)
     {
+        lookAround(around);
+        const auto window = around.subspan(kFrame * channels_, 2 * kFrame * channels_);
         packet_.shape = falling;
         packet_.sharesWindow = channels_ == 2 && sequences[0] == sequences[1];
         packet_.unevenness = 0;
-        std::array<float, AACTransform::kSamples> samples;
         for (size_t i = 0; i < channels_; ++i) {
-            for (size_t j = 0; j < samples.size(); ++j)
-                samples[j] = window[j * channels_ + i];
+            Samples samples = channelOf(window, i);
             packet_.unevenness = std::max(packet_.unevenness, unevennessOf(samples));
             transform_->transform(samples, sequences[i], rising, falling, spectra_[i]);
             packet_.channels[i].sequence = sequences[i];
+            packet_.halves[i].energies = takeFirstHalf(samples, packet_.channels[i].isShort());
+            transform_->transform(samples, sequences[i], rising, falling, firstHalves_[i]);
         }
         for (size_t i = 0; i < channels_; ++i) {
             if (packet_.channels[i].isShort())
@@ -151,6 +157,8 @@ public:
             else
                 layOutLong(packet_.channels[i], i);
         }
+        for (size_t i = 0; i < channels_; ++i)
+            boundNoise(packet_.channels[i], packet_.halves[i]);
         if (packet_.sharesWindow)
             chooseStereo();
         return coder_.code(packet_, wantedBits_);
@@ -158,6 +166,51 @@ public:
 
 private:
     using Spectrum = std::array<float, AACTransform::kLines>;
+    using Samples = std::array<float, AACTransform::kSamples>;
+    using Bands = std::array<float, AACChannel::kMostBands>;
+
+    Samples channelOf(std::span<const float> window, size_t index) const
+    {
+        Samples samples;
+        for (size_t i = 0; i < samples.size(); ++i)
+            samples[i] = window[i * channels_ + index];
+        return samples;
+    }
+
+    /// Finds what long windows mask a frame before the packet, in its place and a frame behind it.
+    void lookAround(std::span<const float> around)
+    {
+        for (size_t i = 0; i < channels_; ++i) {
+            auto& masked = masked_[i];
+            std::rotate(masked.begin(), masked.begin() + 1, masked.end());
+            for (size_t place = hasLooked_ ? masked.size() - 1 : 0; place < masked.size(); ++place) {
+                Spectrum spectrum;
+                Bands energies;
+                const auto window = around.subspan(place * kFrame * channels_, 2 * kFrame * channels_);
+                transform_->transform(channelOf(window, i), AACSequence::Long, kShape, kShape, spectrum);
+                longMasking_.measure(spectrum, energies, masked[place]);
+            }
+        }
+        hasLooked_ = true;
+    }
+
+    /// Bounds the noise of bands that make up much of the level: they have few lines, whose errors do not even out.
+    static void boundNoise(AACChannel& channel, const AACHalves& halves)
+    {
+        // The error that the noise of a band may make of a half's energy, and how many such bands there may be.
+        constexpr float kLevelError = 0.015F;
+        constexpr float kLoudBands = 3;
+        channel.levelNoises.fill(std::numeric_limits<float>::max());
+        for (size_t band = 0; band < channel.bandCount(); ++band) {
+            for (size_t half = 0; half < 2; ++half) {
+                const auto lines = std::span(halves.lines[half]).subspan(channel.bandStarts[band], channel.width(band));
+                const float energy = std::inner_product(lines.begin(), lines.end(), lines.begin(), 1.0F);
+                const float error = kLevelError * halves.energies[half];
+                channel.levelNoises[band] =
+                    std::min(channel.levelNoises[band], error / (4 * kLoudBands * energy) * error);
+            }
+        }
+    }
 
     void layOutLong(AACChannel& channel, size_t index)
     {
@@ -166,6 +219,16 @@ private:
         channel.bandStarts.assign(bands.begin(), bands.end());
         channel.lines = spectra_[index];
         longMasking_.measure(channel.lines, channel.energies, channel.thresholds);
+        // A tenth of the noise is heard in the window before, beside the sound there, and a tenth in the one behind.
+        constexpr float kElsewhere = 5;
+        for (size_t band = 0; band < channel.bandCount(); ++band)
+            channel.thresholds[band] = std::min({channel.thresholds[band], kElsewhere * masked_[index].front()[band],
+                                                 kElsewhere * masked_[index].back()[band]});
+        AACHalves& halves = packet_.halves[index];
+        halves.lines[0] = firstHalves_[index];
+        std::transform(channel.lines.begin(), channel.lines.end(), halves.lines[0].begin(), halves.lines[1].begin(),
+                       std::minus<>());
+        halves.firstShares.fill(0.5F);
     }
 
     /// Short windows of about equal loudness in these channels share their steps.
@@ -197,7 +260,11 @@ private:
     {
         const auto bands = shortMasking_.bands();
         const size_t count = bands.size() - 1;
+        // The middle of the packet lies between the fourth window and the fifth.
+        constexpr std::array<float, AACTransform::kShortWindows> kFirstShares = {1, 1, 1, 0.98F, 0.02F, 0, 0, 0};
         const Spectrum& spectrum = spectra_[index];
+        const Spectrum& firstHalf = firstHalves_[index];
+        AACHalves& halves = packet_.halves[index];
         channel.groups = groupsOf(alike);
         channel.bandStarts.clear();
         channel.energies.fill(0);
@@ -207,8 +274,8 @@ private:
         for (size_t group = 0; group < channel.groups.size(); ++group) {
             const size_t endWindow = firstWindow + channel.groups[group];
             for (size_t window = firstWindow; window < endWindow; ++window) {
-                std::array<float, AACChannel::kMostBands> energies;
-                std::array<float, AACChannel::kMostBands> thresholds;
+                Bands energies;
+                Bands thresholds;
                 shortMasking_.measure(
                     std::span(spectrum).subspan(window * AACTransform::kShortLines, AACTransform::kShortLines),
                     energies, thresholds);
@@ -222,9 +289,12 @@ private:
                 for (size_t window = firstWindow; window < endWindow; ++window) {
                     const size_t source = window * AACTransform::kShortLines + bands[band];
                     const size_t width = bands[band + 1] - bands[band];
-                    std::copy_n(spectrum.begin() + static_cast<ptrdiff_t>(source), width,
-                                channel.lines.begin() + static_cast<ptrdiff_t>(target));
-                    target += width;
+                    for (size_t line = source; line < source + width; ++line, ++target) {
+                        channel.lines[target] = spectrum[line];
+                        halves.lines[0][target] = firstHalf[line];
+                        halves.lines[1][target] = spectrum[line] - firstHalf[line];
+                        halves.firstShares[target] = kFirstShares[window];
+                    }
                 }
             }
             firstWindow = endWindow;
@@ -259,6 +329,8 @@ private:
             right.energies[band] = side;
             left.thresholds[band] = threshold;
             right.thresholds[band] = threshold;
+            left.levelNoises[band] = std::min(left.levelNoises[band], right.levelNoises[band]) / 2;
+            right.levelNoises[band] = left.levelNoises[band];
             for (size_t line = left.bandStarts[band]; line < end; ++line) {
                 const float mean = (left.lines[line] + right.lines[line]) / 2;
                 right.lines[line] = (left.lines[line] - right.lines[line]) / 2;
@@ -275,6 +347,11 @@ private:
     AACPacketCoder coder_;
     AACPacket packet_;
     std::array<Spectrum, 2> spectra_{};
+    /// Of the sound in the first half of the packet's window.
+    std::array<Spectrum, 2> firstHalves_{};
+    /// Of each channel: what is masked in the windows around.
+    std::array<std::array<Bands, 3>, 2> masked_{};
+    bool hasLooked_ = false;
 };
 
 } // namespace
@@ -343,7 +420,8 @@ std::optional<PacketRun> encodeAAC(std::span<const float> samples, int sampleRat
             sequences.push_back(sequence);
         }
         const AACShape rising = isJoint && !before->isKaiserBessel ? AACShape::Sine : kShape;
-        run.append(coder.code(samples.subspan(frame * kFrame * width, 2 * kFrame * width), sequences, rising, kShape));
+        run.append(
+            coder.code(samples.subspan((frame - 1) * kFrame * width, 4 * kFrame * width), sequences, rising, kShape));
     }
     return run;
 }

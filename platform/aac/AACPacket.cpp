@@ -29,7 +29,9 @@ constexpr float kFinestNoise = 21;
 constexpr size_t kMostBits = 6144;
 /// The bounds of what all steps are changed by, and the change below which noise is masked well, in steps of 1.5 dB.
 constexpr int kMostOffset = 96;
-constexpr int kEnoughOffset = -2;
+constexpr int kEnoughOffset = -3;
+/// Noise of a line is at most so many times what is masked, 6 dB, unless all noise has to be.
+constexpr float kMostAboveMask = 4;
 
 class BitWriter final {
 public:
@@ -321,6 +323,42 @@ float evenNoiseOf(const AACPacket& packet)
     return count > 0 ? static_cast<float>(std::exp2(sum / count)) : 1;
 }
 
+/// The lines that values are rounded from.
+void setTargets(AACChannel& channel, const AACHalves::Lines& targets)
+{
+    channel.targets = targets;
+    for (size_t line = 0; line < targets.size(); ++line) {
+        const float magnitude = std::abs(targets[line]);
+        channel.roots[line] = std::sqrt(magnitude * std::sqrt(magnitude));
+    }
+}
+
+/// Makes left and right of mean and half difference where the channels hold these.
+void separate(const AACPacket& packet, std::array<AACHalves::Lines, 2>& lines)
+{
+    const auto& starts = packet.channels[0].bandStarts;
+    for (size_t band = 0; packet.sharesWindow && band < packet.channels[0].bandCount(); ++band) {
+        for (size_t line = starts[band]; packet.isMidSide[band] && line < starts[band + 1]; ++line) {
+            const float mean = lines[0][line];
+            lines[0][line] = mean + lines[1][line];
+            lines[1][line] = mean - lines[1][line];
+        }
+    }
+}
+
+/// The other way round.
+void combine(const AACPacket& packet, std::array<AACHalves::Lines, 2>& lines)
+{
+    separate(packet, lines);
+    const auto& starts = packet.channels[0].bandStarts;
+    for (size_t band = 0; packet.sharesWindow && band < packet.channels[0].bandCount(); ++band) {
+        for (size_t line = starts[band]; packet.isMidSide[band] && line < starts[band + 1]; ++line) {
+            lines[0][line] /= 2;
+            lines[1][line] /= 2;
+        }
+    }
+}
+
 } // namespace
 
 AACPacketCoder::AACPacketCoder()
@@ -336,11 +374,7 @@ AACPacketCoder::AACPacketCoder()
 
 void AACPacketCoder::prepare(AACChannel& channel, float evenNoise) const
 {
-
-    for (size_t line = 0; line < channel.lines.size(); ++line) {
-        const float magnitude = std::abs(channel.lines[line]);
-        channel.roots[line] = std::sqrt(magnitude * std::sqrt(magnitude));
-    }
+    setTargets(channel, channel.lines);
     for (size_t band = 0; band < channel.bandCount(); ++band) {
         float rootSum = 0;
         float peak = 0;
@@ -362,17 +396,20 @@ void AACPacketCoder::prepare(AACChannel& channel, float evenNoise) const
         const int bound = peak > 0 ? stepOf(peak / largest) : 0;
         // Half way between noise that follows the mask and noise that is the same everywhere: as little is heard of it,
         // and the sound's strong parts, its level with them, are nearer to the source.
-        channel.wishedSteps[band] = stepOfNoise(lines * std::sqrt(channel.thresholds[band] / lines * evenNoise));
+        const float masked = channel.thresholds[band] / lines;
+        channel.wishedSteps[band] = stepOfNoise(
+            lines * std::min({std::sqrt(masked * evenNoise), kMostAboveMask * masked, channel.levelNoises[band]}));
         channel.finestSteps[band] = std::clamp(std::max(bound, stepOfNoise(kFinestNoise * lines)), 0, kLargestStep);
     }
 }
 
-void AACPacketCoder::quantizeBand(AACChannel& channel, size_t start, size_t end, int step, float gain) const
+void AACPacketCoder::quantizeBand(AACChannel& channel, size_t band) const
 {
-    const float scale = inverseRootSteps_[static_cast<size_t>(step)] * gain;
-    for (size_t line = start; line < end; ++line) {
+    const float scale = inverseRootSteps_[static_cast<size_t>(channel.steps[band])] * channel.gains[band];
+    const size_t end = channel.bandStarts[band + 1];
+    for (size_t line = channel.bandStarts[band]; line < end; ++line) {
         const auto magnitude = static_cast<int>(channel.roots[line] * scale + kRounding);
-        channel.values[line] = static_cast<int16_t>(channel.lines[line] < 0 ? -magnitude : magnitude);
+        channel.values[line] = static_cast<int16_t>(channel.targets[line] < 0 ? -magnitude : magnitude);
     }
 }
 
@@ -392,7 +429,7 @@ void AACPacketCoder::limitDifferences(AACChannel& channel)
             if (channel.steps[band] >= least)
                 return;
             channel.steps[band] = least;
-            quantizeBand(channel, channel.bandStarts[band], channel.bandStarts[band + 1], least, 1);
+            quantizeBand(channel, band);
             isChanged = true;
         };
         for (size_t i = 1; i < coded.size(); ++i)
@@ -409,23 +446,24 @@ int64_t AACPacketCoder::quantize(AACPacket& packet, int offset)
     int64_t bits = 0;
     for (size_t index = 0; index < packet.channelCount; ++index) {
         AACChannel& channel = packet.channels[index];
+        channel.gains.fill(1);
         for (size_t band = 0; band < channel.bandCount(); ++band)
             channel.steps[band] =
                 std::clamp(channel.wishedSteps[band] + offset, channel.finestSteps[band], kLargestStep);
         for (size_t band = 0; band < channel.bandCount(); ++band)
-            quantizeBand(channel, channel.bandStarts[band], channel.bandStarts[band + 1], channel.steps[band], 1);
+            quantizeBand(channel, band);
         bits += chooseBooks(channel);
     }
     return bits;
 }
 
-void AACPacketCoder::keepLevels(AACChannel& channel)
+void AACPacketCoder::keepBandLevels(AACChannel& channel) const
 {
     // Rounding down takes away from the level of what is coded coarsely.
     for (size_t band = 0; band < channel.bandCount(); ++band) {
         const auto values = channel.valuesOf(band);
         const float size = stepSizes_[static_cast<size_t>(channel.steps[band])];
-        float gain = 1;
+        float& gain = channel.gains[band];
         for (int pass = 0; pass < 3; ++pass) {
             float energy = 0;
             int largest = 0;
@@ -441,9 +479,79 @@ void AACPacketCoder::keepLevels(AACChannel& channel)
                 break;
             // Values follow the power of 3/8 of an energy; more of them also become larger than zero.
             gain = std::clamp(gain * std::pow(ratio, 0.3F), 0.85F, 1.2F);
-            quantizeBand(channel, channel.bandStarts[band], channel.bandStarts[band + 1], channel.steps[band], gain);
+            quantizeBand(channel, band);
         }
     }
+}
+
+void AACPacketCoder::findErrors(const AACPacket& packet)
+{
+    for (size_t index = 0; index < packet.channelCount; ++index) {
+        const AACChannel& channel = packet.channels[index];
+        for (size_t band = 0; band < channel.bandCount(); ++band) {
+            const float size = stepSizes_[static_cast<size_t>(channel.steps[band])];
+            for (size_t line = channel.bandStarts[band]; line < channel.bandStarts[band + 1]; ++line) {
+                const int value = channel.values[line];
+                const float magnitude = fourThirds_[static_cast<size_t>(std::abs(value))] * size;
+                changes_[index][line] = (value < 0 ? -magnitude : magnitude) - channel.lines[line];
+            }
+        }
+    }
+    separate(packet, changes_);
+}
+
+void AACPacketCoder::quantizeShifted(AACPacket& packet, const std::array<std::array<float, 2>, 2>& shifts)
+{
+    for (size_t index = 0; index < packet.channelCount; ++index) {
+        const auto& [first, second] = packet.halves[index].lines;
+        for (size_t line = 0; line < first.size(); ++line)
+            changes_[index][line] = shifts[index][0] * first[line] + shifts[index][1] * second[line];
+    }
+    combine(packet, changes_);
+    for (size_t index = 0; index < packet.channelCount; ++index) {
+        AACChannel& channel = packet.channels[index];
+        for (size_t line = 0; line < channel.lines.size(); ++line)
+            changes_[index][line] += channel.lines[line];
+        setTargets(channel, changes_[index]);
+        for (size_t band = 0; band < channel.bandCount(); ++band)
+            quantizeBand(channel, band);
+    }
+}
+
+void AACPacketCoder::keepHalfLevels(AACPacket& packet)
+{
+    // Where the sound is louder in one half, bands that keep their energy make the other one too loud. Lines are
+    // rounded from what they would be if one half were a little louder or softer; values are few, so that the best of
+    // some tries counts.
+    constexpr int kTries = 4;
+    constexpr float kEnough = 0.004F;
+    constexpr float kMostShift = 0.25F;
+    std::array<std::array<float, 2>, 2> shifts{};
+    auto best = shifts;
+    float least = std::numeric_limits<float>::max();
+    for (int attempt = 0;; ++attempt) {
+        findErrors(packet);
+        auto next = shifts;
+        float worst = 0;
+        for (size_t index = 0; index < packet.channelCount; ++index) {
+            const AACHalfErrors errors = halfErrorsOf(packet.halves[index], changes_[index]);
+            worst = std::max(worst, errors.worst);
+            // Later ones go on more carefully, since rounding answers less and less evenly.
+            for (size_t half = 0; half < 2; ++half)
+                next[index][half] = std::clamp(next[index][half] + (attempt > 1 ? 0.6F : 1.0F) * errors.shifts[half],
+                                               -kMostShift, kMostShift);
+        }
+        if (worst < least) {
+            least = worst;
+            best = shifts;
+        }
+        if (worst <= kEnough || attempt + 1 == kTries)
+            break;
+        shifts = next;
+        quantizeShifted(packet, shifts);
+    }
+    if (best != shifts)
+        quantizeShifted(packet, best);
 }
 
 int64_t AACPacketCoder::chooseBooks(AACChannel& channel)
@@ -514,9 +622,11 @@ std::vector<uint8_t> AACPacketCoder::code(AACPacket& packet, int wantedBits)
     // Few packets take more than they were thought to, and hardly any as much as no decoder takes.
     for (int offset = offsetFor(packet, wantedBits); offset <= kMostOffset; ++offset) {
         quantize(packet, offset);
+        for (size_t index = 0; index < packet.channelCount; ++index)
+            keepBandLevels(packet.channels[index]);
+        keepHalfLevels(packet);
         for (size_t index = 0; index < packet.channelCount; ++index) {
             AACChannel& channel = packet.channels[index];
-            keepLevels(channel);
             chooseBooks(channel);
             shareSteps(channel);
             limitDifferences(channel);
@@ -524,6 +634,8 @@ std::vector<uint8_t> AACPacketCoder::code(AACPacket& packet, int wantedBits)
         bytes = write(packet);
         if (bytes.size() * 8 <= kMostBits * packet.channelCount)
             break;
+        for (size_t index = 0; index < packet.channelCount; ++index)
+            setTargets(packet.channels[index], packet.channels[index].lines);
     }
     return bytes;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/aac/AACHalves.h"
 #include "platform/aac/AACTransform.h"
 
 #include <array>
@@ -23,14 +24,20 @@ struct AACChannel {
     /// Energy of each band, and that of the noise that it hides.
     std::array<float, kMostBands> energies{};
     std::array<float, kMostBands> thresholds{};
+    /// Noise of a line with which the halves' levels can still be kept.
+    std::array<float, kMostBands> levelNoises{};
 
     /// @name Written by AACPacketCoder
     /// @{
+    /// What lines are rounded from, and its magnitudes to the power of 3/4.
+    alignas(32) std::array<float, AACTransform::kLines> targets{};
     alignas(32) std::array<float, AACTransform::kLines> roots{};
     alignas(32) std::array<int16_t, AACTransform::kLines> values{};
     std::array<int, kMostBands> wishedSteps{};
     std::array<int, kMostBands> finestSteps{};
     std::array<int, kMostBands> steps{};
+    /// What roots are multiplied by before they are rounded.
+    std::array<float, kMostBands> gains{};
     std::array<uint8_t, kMostBands> books{};
     /// @}
 
@@ -49,6 +56,8 @@ struct AACPacket {
     AACShape shape = AACShape::Sine;
     size_t channelCount = 1;
     std::array<AACChannel, 2> channels;
+    /// Of left and right, also where the channels hold mean and difference.
+    std::array<AACHalves, 2> halves;
     /// How far in decibels the sound's loudness in the course of the packet is from even.
     float unevenness = 0;
     /// Whether both channels have the same sequence, groups and bands.
@@ -72,14 +81,23 @@ private:
     int offsetFor(AACPacket& packet, int wantedBits);
     /// Returns about how many bits the packet takes with all steps changed by `offset`.
     int64_t quantize(AACPacket& packet, int offset);
-    void quantizeBand(AACChannel& channel, size_t start, size_t end, int step, float gain) const;
-    void keepLevels(AACChannel& channel);
+    void quantizeBand(AACChannel& channel, size_t band) const;
+    /// Keeps the energy of every band.
+    void keepBandLevels(AACChannel& channel) const;
+    /// Keeps the energy of each half of left and right.
+    void keepHalfLevels(AACPacket& packet);
+    /// Writes what decoding adds to the lines of left and right to `changes_`.
+    void findErrors(const AACPacket& packet);
+    /// Quantizes the lines with so much of each half added to them.
+    void quantizeShifted(AACPacket& packet, const std::array<std::array<float, 2>, 2>& shifts);
     int64_t chooseBooks(AACChannel& channel);
     void limitDifferences(AACChannel& channel);
 
     std::vector<float> fourThirds_;
     std::array<float, 256> inverseRootSteps_{};
     std::array<float, 256> stepSizes_{};
+    /// Of the lines of each channel.
+    std::array<AACHalves::Lines, 2> changes_{};
 };
 
 } // namespace platform
