@@ -178,7 +178,7 @@ void morStilloraVideoCreator::run(const std::shared_ptr<Job>& job)
     job->startTime = NSDate::date().timeIntervalSinceReferenceDate;
     const WayOut way = makeMovie(*job);
     if (way == WayOut::Stopped)
-        releaseAssertion(*job);
+        releaseAssertionOf(*job);
     if (way != WayOut::Made)
         for (const auto& asset : {job->soundtrack, job->video, job->movie})
             _deleteAsset(asset);
@@ -191,7 +191,7 @@ void morStilloraVideoCreator::run(const std::shared_ptr<Job>& job)
             job->answer(std::nullopt, std::nullopt, false);
             break;
         case WayOut::Made:
-            self->releaseAssertion(*job);
+            self->releaseAssertionOf(*job);
             self->_setAutomaticTerminationEnabled(true);
             platform::NSLog(
                 "*!!* creation took " +
@@ -244,7 +244,7 @@ AVURLAssetPtr morStilloraVideoCreator::movieByMovingVideo(const AVURLAssetPtr& v
     return AVURLAsset::URLAssetWithURL(movieURL);
 }
 
-void morStilloraVideoCreator::releaseAssertion(const Job& job) const
+void morStilloraVideoCreator::releaseAssertionOf(const Job& job) const
 {
     // Non-zero means that there is no assertion. One that was made so lasts until the process ends, which is wanted.
     if (job.assertionStatus != platform::kIOReturnSuccess)

@@ -107,7 +107,7 @@ private:
     void run(const std::shared_ptr<Job>& job);
     /// Runs the stages until one fails, the flag is set, or the movie is there.
     WayOut makeMovie(Job& job);
-    void releaseAssertion(const Job& job) const;
+    void releaseAssertionOf(const Job& job) const;
     platform::AVURLAssetPtr movieByMovingVideo(const platform::AVURLAssetPtr& video,
                                                const std::optional<platform::NSURL>& documentURL);
 
