@@ -128,11 +128,12 @@ double wholePixels(double length)
     return length >= 1 && length <= kMostColumns ? std::trunc(length) : 0;
 }
 
-void readSamples(AVAssetReader& reader, AVAssetReaderTrackOutput& output, WaveFormColumns& columns)
+void readSamples(AVAssetReader& reader, AVAssetReaderTrackOutput& output, const std::function<bool()>& goesOn,
+                 WaveFormColumns& columns)
 {
     std::vector<int32_t> block;
     reader.startReading();
-    while (reader.status() == AVAssetReaderStatus::Reading) {
+    while (reader.status() == AVAssetReaderStatus::Reading && (!goesOn || goesOn())) {
         const CMSampleBufferPtr buffer = output.copyNextSampleBuffer();
         if (!buffer)
             continue;
@@ -145,7 +146,7 @@ void readSamples(AVAssetReader& reader, AVAssetReaderTrackOutput& output, WaveFo
 
 /// @param imageSize  of whole pixels, at least one wide
 std::variant<NSImagePtr, Failure> readWaveForm(const AVAssetPtr& asset, const AVAssetTrack& track, CMTimeRange range,
-                                               CGSize imageSize)
+                                               CGSize imageSize, const std::function<bool()>& goesOn)
 {
     NSError error;
     const auto reader = AVAssetReader::initWithAsset(asset, &error);
@@ -170,7 +171,7 @@ std::variant<NSImagePtr, Failure> readWaveForm(const AVAssetPtr& asset, const AV
     reader->addOutput(output);
 
     WaveFormColumns columns(*samples / static_cast<uint64_t>(imageSize.width));
-    readSamples(*reader, *output, columns);
+    readSamples(*reader, *output, goesOn, columns);
     if (reader->status() != AVAssetReaderStatus::Completed)
         return Failure{"error reading asset: " + descriptionOf(reader->error())};
     NSImagePtr image = waveFormImage(imageSize, std::move(columns));
@@ -210,23 +211,34 @@ void _createWaveFormImageFromAssetTrack(const std::optional<AVAssetTrack>& track
 {
     // The asset lives until it is read.
     const auto asset = track ? std::const_pointer_cast<AVAsset>(track->asset.lock()) : nullptr;
-    DispatchQueue::global()->async([asset, track, withSampleRange, imageSize,
-                                    handler = std::move(completionHandler)]() mutable {
-        if (!asset)
-            return _asynchronousLoadOfWaveFormFailedWithError(std::nullopt, std::move(handler));
-        const bool isWholeTrack = CMTimeRangeEqual(withSampleRange, kCMTimeRangeZero) ||
-                                  CMTimeRangeEqual(withSampleRange, kCMTimeRangeInvalid);
-        const CMTimeRange range = isWholeTrack ? CMTimeRange{kCMTimeZero, track->timeRange.duration} : withSampleRange;
-        const CGSize whole{wholePixels(imageSize.width), wholePixels(imageSize.height)};
-        if (whole.width == 0)
-            return answer(std::move(handler), _emptyImageInCaseOfErrorWithSize(imageSize), std::nullopt);
-        auto result = readWaveForm(asset, *track, range, whole);
-        if (const auto* failure = std::get_if<Failure>(&result)) {
-            logFailure(kCreateOperation, failure->reason + ", responding with generic empty wave image");
-            result = _emptyImageInCaseOfErrorWithSize(imageSize);
-        }
-        answer(std::move(handler), std::get<NSImagePtr>(std::move(result)), std::nullopt);
-    });
+    DispatchQueue::global()->async(
+        [asset, track, withSampleRange, imageSize, handler = std::move(completionHandler)]() mutable {
+            if (!asset)
+                return _asynchronousLoadOfWaveFormFailedWithError(std::nullopt, std::move(handler));
+            NSError error;
+            NSImagePtr image = drawTrack(asset, *track, withSampleRange, imageSize, {}, &error);
+            if (!image) {
+                logFailure(kCreateOperation, error.localizedDescription + ", responding with generic empty wave image");
+                image = _emptyImageInCaseOfErrorWithSize(imageSize);
+            }
+            answer(std::move(handler), std::move(image), std::nullopt);
+        });
+}
+
+NSImagePtr drawTrack(const AVAssetPtr& asset, const AVAssetTrack& track, CMTimeRange range, CGSize imageSize,
+                     const std::function<bool()>& goesOn, NSError* error)
+{
+    const bool isWholeTrack = CMTimeRangeEqual(range, kCMTimeRangeZero) || CMTimeRangeEqual(range, kCMTimeRangeInvalid);
+    const CGSize whole{wholePixels(imageSize.width), wholePixels(imageSize.height)};
+    if (whole.width == 0)
+        return _emptyImageInCaseOfErrorWithSize(imageSize);
+    auto result = readWaveForm(asset, track, isWholeTrack ? CMTimeRange{kCMTimeZero, track.timeRange.duration} : range,
+                               whole, goesOn);
+    if (const auto* failure = std::get_if<Failure>(&result)) {
+        fail(error, kAVFoundationErrorDomain, kAVErrorUnknown, failure->reason);
+        return nullptr;
+    }
+    return std::get<NSImagePtr>(std::move(result));
 }
 
 NSImagePtr _emptyImageInCaseOfErrorWithSize(CGSize size)

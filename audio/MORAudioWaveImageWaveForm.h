@@ -2,6 +2,7 @@
 
 #include "audio/MORAudioWaveImage.h"
 
+#include <functional>
 #include <optional>
 
 /// The steps of drawing a wave form; callers start at MORAudioWaveImage.h.
@@ -12,6 +13,15 @@ namespace MORAudioWaveImage {
 void _createWaveFormImageFromAssetTrack(const std::optional<platform::AVAssetTrack>& track,
                                         platform::CMTimeRange withSampleRange, platform::CGSize imageSize,
                                         WaveFormHandler completionHandler);
+
+/// Draws the range of a track, and blocks meanwhile.
+///
+/// @param range   invalid or zero means the whole track
+/// @param goesOn  asked often; may be empty. Answers whether to go on
+/// @return null if the sound cannot be read, or it was not to go on
+[[nodiscard]] platform::NSImagePtr drawTrack(const platform::AVAssetPtr& asset, const platform::AVAssetTrack& track,
+                                             platform::CMTimeRange range, platform::CGSize imageSize,
+                                             const std::function<bool()>& goesOn, platform::NSError* error = nullptr);
 
 /// A centre line.
 platform::NSImagePtr _emptyImageInCaseOfErrorWithSize(platform::CGSize size);

@@ -2,6 +2,7 @@
 
 #include "platform/foundation/InstalledFiles.h"
 #include "platform/foundation/NSBundle.h"
+#include "util/MORPalvineCommons.h"
 
 #include <clocale>
 
@@ -10,6 +11,11 @@ namespace stillora {
 std::string localized(std::string_view text)
 {
     return platform::NSBundle::mainBundle().localizedStringForKey(text);
+}
+
+std::string lengthInWords(Seconds length)
+{
+    return MORPalvineCommons::soundtrackDurationStringForTimeInterval(length.count());
 }
 
 void setUpLocalization()

@@ -1,6 +1,7 @@
 #include <stillora/Movie.h>
 
 #include "client/ClientError.h"
+#include "client/DataBytes.h"
 #include "client/JobFolder.h"
 #include "client/MovieCheck.h"
 #include "client/ServiceProcess.h"
@@ -20,7 +21,6 @@
 #include <iterator>
 #include <limits>
 #include <map>
-#include <span>
 #include <utility>
 
 #include <fmt/format.h>
@@ -63,12 +63,6 @@ std::optional<double> freeBytes(const std::string& folder)
     if (statvfs(folder.c_str(), &status) != 0)
         return std::nullopt;
     return static_cast<double>(status.f_bavail) * static_cast<double>(status.f_frsize);
-}
-
-Bytes bytesOf(const platform::NSData& data)
-{
-    const auto bytes = std::as_bytes(std::span(data));
-    return {bytes.begin(), bytes.end()};
 }
 
 /// What the connection's queue hands over to the thread that makes the movie. Outlives both.

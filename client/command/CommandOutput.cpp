@@ -2,6 +2,9 @@
 
 #include <stillora/Localization.h>
 
+#include "client/DataBytes.h"
+#include "platform/foundation/NSFileManager.h"
+
 #include <cstdio>
 
 #include <fmt/format.h>
@@ -28,6 +31,14 @@ void CommandOutput::note(const std::string& text)
 void CommandOutput::complain(const std::string& text)
 {
     terminal_.writeLine("stillora: " + text);
+}
+
+std::string CommandOutput::save(std::span<const std::byte> contents, const std::filesystem::path& file)
+{
+    platform::NSError error;
+    const bool isSaved = platform::NSFileManager::defaultManager().writeContents(
+        dataOf(contents), platform::NSURL::fileURLWithPath(file.native()), &error);
+    return isSaved ? "" : error.localizedDescription;
 }
 
 JSONWriter CommandOutput::resultOf(const std::string& path, bool isAsWished) const

@@ -4,6 +4,9 @@
 #include "client/command/ExitStatus.h"
 #include "client/command/Terminal.h"
 
+#include <cstddef>
+#include <filesystem>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -30,6 +33,10 @@ public:
     void note(const std::string& text);
     void complain(const std::string& text);
     void clearProgress() { terminal_.clearProgress(); }
+
+    /// Writes a file that may replace another.
+    /// @return why it could not; empty if it was
+    static std::string save(std::span<const std::byte> contents, const std::filesystem::path& file);
 
     /// The members that every result begins with, of something that was made.
     JSONWriter resultOf(const std::string& path, bool isAsWished = true) const;

@@ -1,18 +1,16 @@
 #include "client/command/InfoCommand.h"
 
+#include <stillora/Files.h>
 #include <stillora/Localization.h>
+#include <stillora/Picture.h>
 
-#include "audio/MORAudioWaveImageMetadata.h"
 #include "client/JSONWriter.h"
 #include "client/Text.h"
 #include "client/command/CommandOutput.h"
-#include "client/command/FileFacts.h"
 #include "client/command/FileIdentity.h"
 #include "client/command/Swatch.h"
-#include "platform/foundation/NSFileManager.h"
 #include "platform/foundation/NSString.h"
-#include "platform/graphics/NSImage.h"
-#include "util/MORPalvineCommons.h"
+#include "platform/foundation/NSURL.h"
 
 #include <algorithm>
 #include <array>
@@ -24,9 +22,6 @@
 namespace stillora {
 
 namespace {
-
-using platform::CGSize;
-using platform::NSURL;
 
 /// What a format is called where people read it.
 std::string displayName(const std::string& format)
@@ -53,7 +48,7 @@ std::string localizedFormat(std::string_view text, const Values&... values)
     return fmt::format(fmt::runtime(localized(text)), values...);
 }
 
-std::string pixelsText(const CGSize& size)
+std::string pixelsText(const Size& size)
 {
     return localizedFormat("{} x {} pixels", static_cast<int64_t>(size.width), static_cast<int64_t>(size.height));
 }
@@ -98,24 +93,23 @@ std::vector<Row> rowsOf(const FileFacts& facts, TerminalColors colors)
         const std::string shown = swatch(*facts.averageColor, colors);
         add("Average colour", fmt::format("{}{}{}", shown, shown.empty() ? "" : " ", hexOf(*facts.averageColor)));
     }
-    if (!facts.asset)
+    if (facts.kind == FileFacts::Kind::Photo)
         return rows;
     // Of a movie, only what its tags tell: it is seen by its name.
     const bool isSound = facts.kind == FileFacts::Kind::Sound;
-    const auto title = MORAudioWaveImage::taggedTitle(*facts.asset);
-    if (isSound || title)
-        add("Title", printable(MORAudioWaveImage::audioTrackTitle(*facts.asset)));
-    if (isSound || MORAudioWaveImage::taggedArtist(*facts.asset))
-        add("Artist", printable(MORAudioWaveImage::audioTrackArtist(*facts.asset)));
-    if (isSound || MORAudioWaveImage::taggedAlbum(*facts.asset))
-        add("Album", printable(MORAudioWaveImage::audioTrackAlbum(*facts.asset)));
-    add("Length", MORPalvineCommons::soundtrackDurationStringForTimeInterval(facts.seconds));
+    if (isSound || facts.tags.title)
+        add("Title", printable(facts.tags.shownTitle));
+    if (isSound || facts.tags.artist)
+        add("Artist", printable(facts.tags.shownArtist));
+    if (isSound || facts.tags.album)
+        add("Album", printable(facts.tags.shownAlbum));
+    add("Length", lengthInWords(facts.length));
     if (facts.sampleRateHz > 0) {
         const std::string format = isSound ? std::string() : displayName(facts.soundFormat) + ", ";
         add("Sound", format + fmt::format("{} Hz, {}", facts.sampleRateHz, channelsText(facts.channels)));
     }
     if (facts.cover) {
-        const std::string bytes = bytesText(static_cast<double>(facts.cover->bytes));
+        const std::string bytes = bytesText(static_cast<double>(facts.cover->picture.size()));
         add("Cover", facts.cover->format.empty() ? localizedFormat("no picture that can be read, {}", bytes)
                                                  : fmt::format("{}, {}, {}", displayName(facts.cover->format),
                                                                pixelsText(facts.cover->size), bytes));
@@ -129,7 +123,7 @@ std::string textOf(const FileFacts& facts, TerminalColors colors)
     int width = 0;
     for (const Row& row : rows)
         width = std::max(width, displayWidth(row.first));
-    std::string text = printable(facts.path) + "\n";
+    std::string text = printable(facts.path.native()) + "\n";
     for (const auto& [name, value] : rows)
         text += fmt::format("  {}{:{}}{}\n", name, "", width - displayWidth(name) + 2, value);
     return text;
@@ -144,7 +138,7 @@ JSONWriter jsonOf(const FileFacts& facts)
 {
     constexpr std::array<std::string_view, 3> kKinds = {"photo", "sound", "movie"};
     JSONWriter json;
-    json.add("path", facts.path).add("ok", true).add("kind", kKinds[static_cast<size_t>(facts.kind)]);
+    json.add("path", facts.path.native()).add("ok", true).add("kind", kKinds[static_cast<size_t>(facts.kind)]);
     json.add("bytes", facts.bytes);
     if (facts.kind != FileFacts::Kind::Sound) {
         json.add("format", facts.pictureFormat);
@@ -156,10 +150,10 @@ JSONWriter jsonOf(const FileFacts& facts)
         facts.averageColor ? json.add("averageColor", hexOf(*facts.averageColor)) : json.addNull("averageColor");
         return json;
     }
-    addText(json, "title", MORAudioWaveImage::taggedTitle(*facts.asset));
-    addText(json, "artist", MORAudioWaveImage::taggedArtist(*facts.asset));
-    addText(json, "album", MORAudioWaveImage::taggedAlbum(*facts.asset));
-    json.add("duration", facts.seconds);
+    addText(json, "title", facts.tags.title);
+    addText(json, "artist", facts.tags.artist);
+    addText(json, "album", facts.tags.album);
+    json.add("duration", facts.length.count());
     if (facts.soundFormat.empty())
         json.addNull("soundFormat").addNull("sampleRate").addNull("channels");
     else
@@ -175,7 +169,7 @@ JSONWriter jsonOf(const FileFacts& facts)
         cover.add("format", facts.cover->format)
             .add("width", static_cast<int64_t>(facts.cover->size.width))
             .add("height", static_cast<int64_t>(facts.cover->size.height));
-    return json.add("cover", cover.add("bytes", facts.cover->bytes));
+    return json.add("cover", cover.add("bytes", static_cast<int64_t>(facts.cover->picture.size())));
 }
 
 bool endsInPNG(const std::string& path)
@@ -187,24 +181,18 @@ bool endsInPNG(const std::string& path)
 /// @param reason  out: why it was not saved
 ExitStatus saveCover(const FileFacts& facts, const std::string& output, std::string& reason)
 {
-    auto data = facts.asset ? MORAudioWaveImage::audioTrackCoverData(*facts.asset) : std::nullopt;
-    if (!data) {
-        reason = facts.path + " has no cover";
+    if (!facts.cover) {
+        reason = facts.path.native() + " has no cover";
         return kExitBadInput;
     }
-    if (endsInPNG(output) && facts.cover && facts.cover->format != "png") {
-        const auto image = platform::NSImage::imageWithData(*std::move(data));
-        data = image ? image->pngData() : std::nullopt;
-        if (!data) {
-            reason = "the cover of " + facts.path + " is no picture that can be read";
-            return kExitBadInput;
-        }
+    const bool isConverted = endsInPNG(output) && facts.cover->format != "png";
+    const auto picture = isConverted ? pictureAsPNG(facts.cover->picture) : Result<Bytes>(facts.cover->picture);
+    if (!picture) {
+        reason = "the cover of " + facts.path.native() + " is no picture that can be read";
+        return kExitBadInput;
     }
-    platform::NSError error;
-    if (platform::NSFileManager::defaultManager().writeContents(*data, NSURL::fileURLWithPath(output), &error))
-        return kExitDone;
-    reason = error.localizedDescription;
-    return kExitFailed;
+    reason = CommandOutput::save(*picture, output);
+    return reason.empty() ? kExitDone : kExitFailed;
 }
 
 } // namespace
@@ -241,14 +229,18 @@ int runInfoCommand(const InfoOptions& options)
     int status = kExitDone;
     bool isFirst = true;
     for (const std::string& path : options.files) {
-        std::string reason;
-        const auto facts = factsOfFile(path, reason);
+        const auto facts = factsOfFile(path);
         std::string text;
         if (!facts) {
             status = kExitBadInput;
-            output.complain(path + ": " + reason);
+            output.complain(facts.error().message);
             if (options.isJSON)
-                text = JSONWriter().add("path", path).add("ok", false).add("error", reason).text() + "\n";
+                text = JSONWriter()
+                           .add("path", path)
+                           .add("ok", false)
+                           .add("error", facts.error().message.substr(path.size() + 2))
+                           .text() +
+                       "\n";
         } else if (options.isJSON) {
             text = jsonOf(*facts).text() + "\n";
         } else {
@@ -260,6 +252,7 @@ int runInfoCommand(const InfoOptions& options)
             return written;
         if (!facts || !options.cover)
             continue;
+        std::string reason;
         if (const ExitStatus saved = saveCover(*facts, *options.cover, reason); saved != kExitDone)
             return output.fail(saved, reason);
         output.note("saved the cover as " + *options.cover);

@@ -2,11 +2,11 @@
 
 #include <stillora/Localization.h>
 
+#include "client/Text.h"
 #include "platform/dispatch/DispatchQueue.h"
 
 #include <atomic>
 #include <chrono>
-#include <cmath>
 #include <memory>
 #include <utility>
 
@@ -33,40 +33,27 @@ double secondsSince(Clock::time_point start)
 
 } // namespace
 
-platform::CMTimeRange timeRangeOf(const SoundFacts& sound)
+WorkProgress SoundCommand::telling(std::string title)
 {
-    if (!sound.selection)
-        return platform::kCMTimeRangeZero;
-    const auto timeOfSeconds = [&](Seconds time) {
-        return platform::CMTimeMake(std::llround(time.count() * sound.sampleRateHz), sound.sampleRateHz);
-    };
-    const platform::CMTime start = timeOfSeconds(sound.selection->start);
-    return {start, platform::CMTimeSubtract(timeOfSeconds(sound.selection->end), start)};
-}
-
-bool SoundCommand::waitFor(const std::string& title, const std::function<bool()>& isDone,
-                           const std::function<std::string()>& count)
-{
-    const Clock::time_point start = Clock::now();
-    double lastDrawing = kQuietSeconds - kSecondsBetweenDrawings;
-    const auto isOver = [&] {
-        if (signals_.signal() != 0 || isDone())
-            return true;
+    return [this, title = std::move(title), start = Clock::now(),
+            lastDrawing = kQuietSeconds - kSecondsBetweenDrawings](std::uint64_t bytes) mutable {
         const double seconds = secondsSince(start);
         if (terminal_.showsProgress() && seconds >= lastDrawing + kSecondsBetweenDrawings) {
             lastDrawing = seconds;
             ProgressLineContent content;
             content.title = title;
-            content.count = count ? count() : std::string();
+            content.count = bytes > 0 ? bytesText(static_cast<double>(bytes)) : std::string();
             content.turns = seconds / kTurnSeconds;
             terminal_.drawProgress(content);
         }
-        return false;
+        return signals_.signal() == 0;
     };
-    while (!platform::DispatchQueue::runMainUntil(isOver, kForever)) {
-    }
+}
+
+int SoundCommand::fail(const Error& error, ExitStatus status)
+{
     terminal_.clearProgress();
-    return signals_.signal() == 0;
+    return error.code == ErrorCode::Cancelled ? stopped(signals_.signal()) : fail(status, error.message);
 }
 
 std::optional<SoundFacts> SoundCommand::check(const SoundArgument& argument, int& status)
@@ -81,8 +68,11 @@ std::optional<SoundFacts> SoundCommand::check(const SoundArgument& argument, int
         state->checked = checkSounds({argument});
         state->isDone = true;
     });
-    if (!waitFor(localized("Checking the sound"), [&] { return state->isDone.load(); })) {
-        status = stopped();
+    const WorkProgress goesOn = telling(localized("Checking the sound"));
+    platform::DispatchQueue::runMainUntil([&] { return state->isDone || !goesOn(0); }, kForever);
+    terminal_.clearProgress();
+    if (signals_.signal() != 0) {
+        status = stopped(signals_.signal());
         return std::nullopt;
     }
     if (!state->checked.bad.empty()) {

@@ -15,7 +15,7 @@ namespace {
 
 using Levels = std::array<int, 3>;
 
-Levels levelsOf(const platform::NSColor& color)
+Levels levelsOf(const Color& color)
 {
     const auto level = [](double component) {
         return static_cast<int>(std::lround(std::clamp(component, 0.0, 1.0) * 255));
@@ -79,13 +79,13 @@ TerminalColors terminalColors()
     return kind.find("256color") != std::string_view::npos ? TerminalColors::Palette256 : TerminalColors::None;
 }
 
-std::string hexOf(const platform::NSColor& color)
+std::string hexOf(const Color& color)
 {
     const Levels levels = levelsOf(color);
     return fmt::format("#{:02x}{:02x}{:02x}", levels[0], levels[1], levels[2]);
 }
 
-std::string swatch(const platform::NSColor& color, TerminalColors colors)
+std::string swatch(const Color& color, TerminalColors colors)
 {
     constexpr std::string_view kBlanks = "      ";
     const Levels levels = levelsOf(color);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/NSColor.h"
+#include <stillora/Types.h>
 
 #include <string>
 
@@ -13,9 +13,9 @@ enum class TerminalColors { None, Palette256, True };
 TerminalColors terminalColors();
 
 /// "#7a6b5c"; components are clamped.
-std::string hexOf(const platform::NSColor& color);
+std::string hexOf(const Color& color);
 
 /// A few blanks on a ground of the colour, or the nearest to it; empty where there are no colours.
-std::string swatch(const platform::NSColor& color, TerminalColors colors);
+std::string swatch(const Color& color, TerminalColors colors);
 
 } // namespace stillora

@@ -1,34 +1,21 @@
 #include "client/command/TrimCommand.h"
 
 #include <stillora/Localization.h>
+#include <stillora/Waveform.h>
 
-#include "audio/MORAudioWaveImage.h"
-#include "client/JobFolder.h"
 #include "client/Text.h"
 #include "client/command/SoundCommand.h"
-#include "platform/foundation/NSFileManager.h"
 #include "platform/foundation/NSString.h"
 #include "platform/foundation/NSURL.h"
-#include "platform/media/AVURLAsset.h"
 
-#include <memory>
-#include <optional>
-#include <utility>
+#include <filesystem>
+#include <system_error>
 
 #include <fmt/format.h>
-#include <sys/stat.h>
 
 namespace stillora {
 
 namespace {
-
-using platform::NSError;
-using platform::NSURL;
-
-std::string existsAlready(const std::string& path)
-{
-    return path + " exists already, and is not replaced";
-}
 
 bool isNameOfM4A(const std::string& path)
 {
@@ -60,59 +47,21 @@ Parsed<TrimOptions> parseTrim(const std::vector<std::string>& arguments)
 int runTrimCommand(const TrimOptions& options)
 {
     SoundCommand command({.isJSON = options.isJSON, .isQuiet = options.isQuiet, .product = "sound"});
-    struct stat facts = {};
-    if (lstat(options.output.c_str(), &facts) == 0)
-        return command.fail(kExitFailed, existsAlready(options.output));
+    if (std::error_code failure; std::filesystem::exists(std::filesystem::symlink_status(options.output, failure)))
+        return command.fail(kExitFailed, options.output + " exists already, and is not replaced");
     int status = kExitDone;
     const auto sound = command.check(options.sound, status);
     if (!sound)
         return status;
-    const NSURL output = NSURL::fileURLWithPath(options.output);
-    NSError error;
-    // The file grows in a hidden folder beside its place, of which nothing is left if the user stops this.
-    const auto job = JobFolder::create(output.URLByDeletingLastPathComponent(), &error);
-    if (!job)
-        return command.fail(kExitFailed, error.localizedDescription);
-    const NSURL growing = job->temporaryURL().URLByAppendingPathComponent(output.lastPathComponent(), false);
-
-    struct State {
-        bool isDone = false;
-        bool hasFile = false;
-        std::optional<NSError> error;
-    };
-    const auto state = std::make_shared<State>();
-    const auto asset =
-        std::make_shared<platform::AVURLAsset>(NSURL::fileURLWithPath(sound->path.native()),
-                                               platform::AVURLAsset::Options{.preferPreciseDurationAndTiming = true});
-    MORAudioWaveImage::trimAssetAsynchronouslyWithTimeRange(
-        asset, timeRangeOf(*sound), growing,
-        [state](const platform::AVURLAssetPtr& trimmed, std::optional<NSError> failure) {
-            state->hasFile = trimmed != nullptr;
-            state->error = std::move(failure);
-            state->isDone = true;
-        });
-    const bool isWhole = command.waitFor(
-        localized("Cutting the sound"), [&] { return state->isDone; },
-        [&] { return bytesText(static_cast<double>(job->sizeOfContents())); });
-    if (!isWhole)
-        return command.stopped();
-    if (!state->hasFile) {
-        if (state->error && state->error->code == platform::kAVErrorOperationNotSupportedForAsset)
-            return command.fail(kExitBadInput, sound->path.native() +
-                                                   ": its sound cannot be cut without encoding it anew, which "
-                                                   "\"stillora convert\" does");
-        return command.fail(kExitFailed, state->error ? state->error->localizedDescription
-                                                      : sound->path.native() + ": it could not be cut");
-    }
-    const double bytes = stat(growing.path().c_str(), &facts) == 0 ? static_cast<double>(facts.st_size) : 0;
-    if (!platform::NSFileManager::defaultManager().moveItemAtURL(growing, output, &error))
-        return command.fail(kExitFailed, error.code == platform::kNSFileWriteFileExistsError
-                                             ? existsAlready(options.output)
-                                             : error.localizedDescription);
-    command.note(fmt::format("{}, {}", secondsText(sound->length), bytesText(bytes)));
+    const auto file = trimSound(*sound, options.output, command.telling(localized("Cutting the sound")));
+    if (!file && file.error().code == ErrorCode::NeedsEncoding)
+        return command.fail(kExitBadInput, file.error().message + ", which \"stillora convert\" does");
+    if (!file)
+        return command.fail(file.error());
+    command.note(fmt::format("{}, {}", secondsText(sound->length), bytesText(static_cast<double>(file->bytes))));
     return command.succeed(options.output, command.resultOf(options.output)
                                                .add("seconds", sound->length.count())
-                                               .add("bytes", static_cast<int64_t>(bytes)));
+                                               .add("bytes", static_cast<int64_t>(file->bytes)));
 }
 
 } // namespace stillora

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <stillora/Waveform.h>
+
 #include "client/command/Arguments.h"
 
 #include <string>
@@ -8,18 +10,9 @@
 namespace stillora {
 
 /// The command line of `stillora waveform`.
-struct WaveformOptions {
-    enum class Ground { Clear, White };
-
-    /// Of an edge of the picture.
-    static constexpr int kMostPixels = 16384;
-
+struct WaveformOptions : WaveformStyle {
     SoundArgument sound;
     std::string output;
-    /// Pixels.
-    int width = 1000;
-    int height = 200;
-    Ground ground = Ground::Clear;
     bool isJSON = false;
     bool isQuiet = false;
 };

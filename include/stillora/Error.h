@@ -34,6 +34,8 @@ enum class ErrorCode {
     NoPermission = 17,
     /// The file is of a kind with which this cannot be done, or is damaged.
     Unsupported = 18,
+    /// A sound cannot be cut without encoding it anew.
+    NeedsEncoding = 19,
 };
 
 /// Why something failed.

@@ -12,6 +12,9 @@ namespace stillora {
 /// which are written in English, in the user's language; itself where it is not known. Any thread.
 STILLORA_EXPORT std::string localized(std::string_view text);
 
+/// A length of time in minutes and seconds, in the user's language: "62 minutes, 5 seconds".
+STILLORA_EXPORT std::string lengthInWords(Seconds length);
+
 /// Chooses the user's language, and finds the translations of an installed program or of the folder it was built in.
 /// Numbers keep the C locale. Called once at start, before other threads run.
 STILLORA_EXPORT void setUpLocalization();

@@ -28,7 +28,6 @@ using namespace stillora;
 namespace {
 
 using namespace testtags;
-using platform::NSColor;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
@@ -164,9 +163,7 @@ TEST(InfoCommandLine, SaysWhatIsWrong)
 
 TEST(Swatch, HasTheColourOrTheNearestOfThePalette)
 {
-    const auto color = [](int red, int green, int blue) {
-        return NSColor{NSColor::Space::Device, red / 255.0, green / 255.0, blue / 255.0, 1};
-    };
+    const auto color = [](int red, int green, int blue) { return Color{red / 255.0, green / 255.0, blue / 255.0}; };
     EXPECT_EQ(swatch(color(1, 20, 255), TerminalColors::True), "\x1b[48;2;1;20;255m      \x1b[0m");
     EXPECT_EQ(swatch(color(255, 0, 0), TerminalColors::Palette256), "\x1b[48;5;196m      \x1b[0m");
     EXPECT_EQ(swatch(color(96, 134, 176), TerminalColors::Palette256), "\x1b[48;5;67m      \x1b[0m");
@@ -174,7 +171,7 @@ TEST(Swatch, HasTheColourOrTheNearestOfThePalette)
     EXPECT_EQ(swatch(color(0, 0, 0), TerminalColors::Palette256), "\x1b[48;5;16m      \x1b[0m");
     EXPECT_EQ(swatch(color(0, 0, 0), TerminalColors::None), "");
     EXPECT_EQ(hexOf(color(1, 20, 255)), "#0114ff");
-    EXPECT_EQ(hexOf({NSColor::Space::Device, -1, 2, 0.5, 1}), "#00ff80");
+    EXPECT_EQ(hexOf({-1, 2, 0.5}), "#00ff80");
 }
 
 TEST_F(InfoCommand, TellsOfAPhotoItsUprightSizeAndItsColour)

@@ -4,8 +4,8 @@
 #include "client/command/TrimCommand.h"
 #include "client/command/WaveformCommand.h"
 
+#include "client/SoundRange.h"
 #include "client/command/ExitStatus.h"
-#include "client/command/SoundCommand.h"
 #include "platform/graphics/NSImage.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestSound.h"

@@ -1,0 +1,149 @@
+#include <stillora/Files.h>
+#include <stillora/Picture.h>
+
+#include "audio/MORAudioWaveImageMetadata.h"
+#include "client/DataBytes.h"
+#include "client/FileReason.h"
+#include "platform/decoders/CGImageSource.h"
+#include "platform/media/AVURLAsset.h"
+#include "platform/system/LaunchServices.h"
+#include "util/MORPalvineCommons.h"
+
+#include <cerrno>
+#include <cmath>
+#include <utility>
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace stillora {
+
+namespace {
+
+using platform::AVAssetTrack;
+using platform::AVURLAsset;
+using platform::CGImageSource;
+using platform::NSError;
+using platform::NSURL;
+
+Size uprightSizeOf(const CGImageSource::Properties& properties)
+{
+    const auto width = static_cast<double>(properties.pixelWidth);
+    const auto height = static_cast<double>(properties.pixelHeight);
+    return properties.orientation.value_or(1) >= 5 ? Size{height, width} : Size{width, height};
+}
+
+Error unusable(const std::filesystem::path& file, const std::string& reason, ErrorCode code = ErrorCode::Unsupported)
+{
+    return {code, file, fmt::format("{}: {}", file.native(), reason)};
+}
+
+Result<FileFacts> photoFacts(CGImageSource& source, const NSURL& url, FileFacts facts)
+{
+    NSError error;
+    const auto properties = source.copyPropertiesAtIndex(&error);
+    if (!properties || !source.canDecode(&error))
+        return unusable(facts.path, reasonWithoutPath(error.localizedDescription, url));
+    facts.kind = FileFacts::Kind::Photo;
+    facts.pictureFormat = properties->format;
+    facts.size = uprightSizeOf(*properties);
+    facts.orientation = properties->orientation;
+    facts.averageColor = averageColorOf(facts.path);
+    return facts;
+}
+
+Tags tagsOf(const AVURLAsset& asset)
+{
+    return {.title = MORAudioWaveImage::taggedTitle(asset),
+            .artist = MORAudioWaveImage::taggedArtist(asset),
+            .album = MORAudioWaveImage::taggedAlbum(asset),
+            .shownTitle = MORAudioWaveImage::audioTrackTitle(asset),
+            .shownArtist = MORAudioWaveImage::audioTrackArtist(asset),
+            .shownAlbum = MORAudioWaveImage::audioTrackAlbum(asset)};
+}
+
+std::optional<Cover> coverOf(const AVURLAsset& asset)
+{
+    auto data = MORAudioWaveImage::audioTrackCoverData(asset);
+    if (!data)
+        return std::nullopt;
+    Cover facts;
+    facts.picture = bytesOf(*data);
+    const auto source = CGImageSource::createWithData(*std::move(data), asset.URL().lastPathComponent());
+    if (const auto properties = source ? source->copyPropertiesAtIndex() : std::nullopt) {
+        facts.format = properties->format;
+        facts.size = uprightSizeOf(*properties);
+    }
+    return facts;
+}
+
+Result<FileFacts> mediaFacts(const NSURL& url, FileFacts facts)
+{
+    AVURLAsset::Options options;
+    options.preferPreciseDurationAndTiming = true;
+    const AVURLAsset asset(url, options);
+    const auto pictures = asset.tracksWithMediaType(platform::kAVMediaTypeVideo);
+    const auto sounds = asset.tracksWithMediaType(platform::kAVMediaTypeAudio);
+    if (pictures.empty() && sounds.empty())
+        return unusable(facts.path, "is no photo, sound or movie that can be read");
+    facts.kind = pictures.empty() ? FileFacts::Kind::Sound : FileFacts::Kind::Movie;
+    if (!pictures.empty()) {
+        facts.pictureFormat = pictures.front().codec;
+        facts.size = {pictures.front().naturalSize.width, pictures.front().naturalSize.height};
+    }
+    if (!sounds.empty()) {
+        const AVAssetTrack& sound = sounds.front();
+        facts.soundFormat = sound.codec;
+        if (!sound.formatDescriptions.empty()) {
+            const auto& format = sound.formatDescriptions.front().audioStreamBasicDescription;
+            facts.sampleRateHz = format ? static_cast<int>(format->mSampleRate) : 0;
+            facts.channels = format ? static_cast<int>(format->mChannelsPerFrame) : 0;
+        }
+    }
+    const double seconds = platform::CMTimeGetSeconds(asset.duration());
+    facts.length = Seconds(std::isfinite(seconds) ? seconds : 0);
+    facts.tags = tagsOf(asset);
+    facts.cover = coverOf(asset);
+    return facts;
+}
+
+} // namespace
+
+Result<FileFacts> factsOfFile(const std::filesystem::path& file)
+{
+    struct stat status = {};
+    if (stat(file.c_str(), &status) != 0)
+        return unusable(file, reasonOfErrno(errno), ErrorCode::FileNotFound);
+    if (S_ISDIR(status.st_mode))
+        return unusable(file, "is a folder");
+    // Anything else might keep whoever opens it waiting.
+    if (!S_ISREG(status.st_mode))
+        return unusable(file, "is not a regular file");
+    if (access(file.c_str(), R_OK) != 0)
+        return unusable(file, reasonOfErrno(errno), ErrorCode::NoPermission);
+    if (status.st_size == 0)
+        return unusable(file, "is empty");
+    FileFacts facts;
+    facts.path = file;
+    facts.bytes = status.st_size;
+    const NSURL url = NSURL::fileURLWithPath(file.native(), false);
+    if (const auto source = CGImageSource::createWithURL(url))
+        return photoFacts(*source, url, std::move(facts));
+    return mediaFacts(url, std::move(facts));
+}
+
+std::vector<Application> applicationsFor(const std::filesystem::path& file)
+{
+    std::vector<Application> applications;
+    const auto urls = MORPalvineCommons::URLsOfApplicationsForOpeningFileURL(NSURL::fileURLWithPath(file.native()));
+    if (!urls)
+        return applications;
+    for (const NSURL& url : *urls)
+        // One that was removed in this moment has no name any more.
+        if (auto application = platform::LaunchServices::desktop().applicationAtURL(url))
+            applications.push_back({std::move(application->name), std::move(application->identifier), url.path()});
+    return applications;
+}
+
+} // namespace stillora

@@ -1,0 +1,197 @@
+#include <stillora/Waveform.h>
+
+#include "audio/MORAudioWaveImageWaveForm.h"
+#include "client/ClientError.h"
+#include "client/DataBytes.h"
+#include "client/JobFolder.h"
+#include "client/SoundRange.h"
+#include "platform/foundation/NSFileManager.h"
+#include "platform/media/AVAssetExportSession.h"
+#include "platform/media/AVURLAsset.h"
+#include "util/MORURLCategory.h"
+
+#include <cmath>
+#include <memory>
+#include <optional>
+#include <system_error>
+#include <utility>
+
+#include <fmt/format.h>
+
+namespace stillora {
+
+using platform::AVAssetExportSession;
+using platform::CGContext;
+using platform::CGRect;
+using platform::NSError;
+using platform::NSImage;
+using platform::NSImagePtr;
+using platform::NSURL;
+
+namespace {
+
+/// Between two calls of a `WorkProgress`.
+constexpr double kProgressSeconds = 0.1;
+
+Error stopped(const SoundFacts& sound)
+{
+    return {ErrorCode::Cancelled, sound.path, "stopped"};
+}
+
+std::shared_ptr<platform::AVURLAsset> preciseAsset(const SoundFacts& sound)
+{
+    return std::make_shared<platform::AVURLAsset>(
+        NSURL::fileURLWithPath(sound.path.native()),
+        platform::AVURLAsset::Options{.preferPreciseDurationAndTiming = true});
+}
+
+NSImagePtr onWhite(const NSImagePtr& image)
+{
+    const auto pixels = image->image();
+    if (!pixels)
+        return image;
+    return NSImage::imageWithSize(image->size(), CGContext::Origin::LowerLeft,
+                                  [pixels](CGContext& context, CGRect rect) {
+                                      context.setFillColor({.red = 1, .green = 1, .blue = 1});
+                                      context.fillRect(rect);
+                                      context.drawImage(rect, *pixels);
+                                      return true;
+                                  });
+}
+
+/// Runs an export to its end.
+/// @return why there is no file
+std::optional<Error> finish(AVAssetExportSession& session, const SoundFacts& sound, const JobFolder& job,
+                            const WorkProgress& progress)
+{
+    session.exportAsynchronouslyWithCompletionHandler({});
+    while (!session.waitForEnd(kProgressSeconds)) {
+        if (progress && !progress(job.sizeOfContents())) {
+            session.cancelExport();
+            return stopped(sound);
+        }
+    }
+    const auto error = session.error();
+    if (error && error->code == platform::kAVErrorOperationNotSupportedForAsset)
+        return Error{ErrorCode::NeedsEncoding, sound.path,
+                     fmt::format("{}: its sound cannot be cut without encoding it anew", sound.path.native())};
+    return error ? std::optional(errorOf(*error, sound.path)) : std::nullopt;
+}
+
+uint64_t sizeOf(const NSURL& file)
+{
+    std::error_code unknown;
+    const auto bytes = std::filesystem::file_size(file.path(), unknown);
+    return unknown ? 0 : bytes;
+}
+
+} // namespace
+
+platform::CMTimeRange timeRangeOf(const SoundFacts& sound)
+{
+    if (!sound.selection)
+        return platform::kCMTimeRangeZero;
+    const auto timeOf = [&](Seconds time) {
+        return platform::CMTimeMake(std::llround(time.count() * sound.sampleRateHz), sound.sampleRateHz);
+    };
+    const platform::CMTime start = timeOf(sound.selection->start);
+    return {start, platform::CMTimeSubtract(timeOf(sound.selection->end), start)};
+}
+
+Result<Bytes> drawWaveform(const SoundFacts& sound, const WaveformStyle& style, const WorkProgress& progress)
+{
+    const auto isEdge = [](int pixels) { return pixels >= 1 && pixels <= WaveformStyle::kMostPixels; };
+    if (!isEdge(style.width) || !isEdge(style.height))
+        return Error{ErrorCode::OutOfRange,
+                     {},
+                     fmt::format("a picture of {} x {} pixels cannot be drawn: each edge has from 1 to {}", style.width,
+                                 style.height, WaveformStyle::kMostPixels)};
+    const auto failed = [&](const std::string& reason) {
+        return Error{ErrorCode::Unsupported, sound.path, fmt::format("{}: {}", sound.path.native(), reason)};
+    };
+    const auto asset = preciseAsset(sound);
+    const auto tracks = asset->tracksWithMediaType(platform::kAVMediaTypeAudio);
+    if (tracks.empty())
+        return failed("it cannot be read any more");
+    bool isStopped = false;
+    NSError error;
+    const auto drawn = MORAudioWaveImage::drawTrack(
+        asset, tracks.front(), timeRangeOf(sound),
+        {static_cast<double>(style.width), static_cast<double>(style.height)},
+        [&] { return !(isStopped = isStopped || (progress && !progress(0))); }, &error);
+    if (isStopped)
+        return stopped(sound);
+    if (!drawn)
+        return failed(error.localizedDescription);
+    const auto file = (style.ground == WaveformStyle::Ground::White ? onWhite(drawn) : drawn)->pngData();
+    if (!file)
+        return Error{ErrorCode::Failed, {}, "there is not enough memory for the picture"};
+    return bytesOf(*file);
+}
+
+Result<SoundFile> convertSound(const SoundFacts& sound, const std::filesystem::path& folder,
+                               const WorkProgress& progress)
+{
+    const NSURL target = NSURL::fileURLWithPath(folder.native(), true);
+    NSError error;
+    const auto job = JobFolder::create(target, &error);
+    if (!job)
+        return errorOf(error, folder);
+    const NSURL source = NSURL::fileURLWithPath(sound.path.native());
+    const NSURL growing = job->temporaryURL().URLByAppendingPathComponent(
+        platform::stringByDeletingPathExtension(source.lastPathComponent()) + ".m4a", false);
+    AVAssetExportSession session(platform::AVURLAsset::URLAssetWithURL(source),
+                                 std::string(platform::kAVAssetExportPresetAppleM4A));
+    session.setOutputFileType(platform::kAVFileTypeAppleM4A);
+    session.setOutputURL(growing);
+    if (sound.selection)
+        session.setTimeRange(timeRangeOf(sound));
+    session.setDirectoryForTemporaryFiles(job->temporaryURL());
+    if (auto failure = finish(session, sound, *job, progress))
+        return *std::move(failure);
+
+    const auto free = [&] {
+        return MORURLCategory::URLForNotOverridingURL(
+            target.URLByAppendingPathComponent(growing.lastPathComponent(), false));
+    };
+    SoundFile file{{}, sizeOf(growing)};
+    NSURL place = free();
+    if (!platform::NSFileManager::defaultManager().moveItemToFreeURL(
+            growing, &place, [&](const NSURL&) { return free(); }, &error))
+        return errorOf(error, folder);
+    file.path = place.path();
+    return file;
+}
+
+Result<SoundFile> trimSound(const SoundFacts& sound, const std::filesystem::path& file, const WorkProgress& progress)
+{
+    const NSURL place = NSURL::fileURLWithPath(file.native());
+    NSError error;
+    // The file grows in a hidden folder beside its place, of which nothing is left if the caller stops this.
+    const auto job = JobFolder::create(place.URLByDeletingLastPathComponent(), &error);
+    if (!job)
+        return errorOf(error, file);
+    const NSURL growing = job->temporaryURL().URLByAppendingPathComponent(place.lastPathComponent(), false);
+    const auto asset = preciseAsset(sound);
+    const auto inTimescale = [&asset](platform::CMTime time) {
+        return CMTimeConvertScale(time, asset->duration().timescale,
+                                  platform::CMTimeRoundingMethod::RoundHalfAwayFromZero);
+    };
+    AVAssetExportSession session(asset, std::string(platform::kAVAssetExportPresetPassthrough));
+    session.setOutputFileType(platform::kAVFileTypeAppleM4A);
+    session.setOutputURL(growing);
+    if (sound.selection) {
+        const platform::CMTimeRange range = timeRangeOf(sound);
+        session.setTimeRange({inTimescale(range.start), inTimescale(range.duration)});
+    }
+    if (auto failure = finish(session, sound, *job, progress))
+        return *std::move(failure);
+    const SoundFile made{file, sizeOf(growing)};
+    if (platform::NSFileManager::defaultManager().moveItemAtURL(growing, place, &error))
+        return made;
+    if (error.code == platform::kNSFileWriteFileExistsError)
+        error.localizedDescription = fmt::format("{} exists already, and is not replaced", file.native());
+    return errorOf(error, file);
+}
+
+} // namespace stillora

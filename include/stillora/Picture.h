@@ -1,0 +1,50 @@
+#pragma once
+
+#include <stillora/Error.h>
+#include <stillora/Export.h>
+#include <stillora/Photos.h>
+#include <stillora/Types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <span>
+
+namespace stillora {
+
+/// How a photo is to be shown as a frame.
+struct FrameStyle {
+    /// As in `MovieSettings`.
+    std::int64_t quality = 0;
+    bool reducesBorders = false;
+    /// Outline the faces that are found.
+    bool showsFaces = false;
+};
+
+/// A photo as the frame of a movie.
+struct Frame {
+    /// A PNG file.
+    Bytes picture;
+    Size size;
+    /// That were found; 0 where they were not looked for.
+    std::size_t faceCount = 0;
+};
+
+/// Draws a photo by the code that draws movies.
+///
+/// @param photo  as it was checked
+/// @param style  how it is shown
+STILLORA_EXPORT Result<Frame> renderFrame(const PhotoFacts& photo, const FrameStyle& style = {});
+
+/// The average colour of a picture file; nothing for what is no picture.
+STILLORA_EXPORT std::optional<Color> averageColorOf(const std::filesystem::path& file);
+
+/// A picture file scaled down until it fits into a box, upright; never enlarged.
+/// @return a PNG file
+STILLORA_EXPORT Result<Bytes> fittedPicture(const std::filesystem::path& file, Size box);
+
+/// A picture of any kind that is read, such as a cover, as a PNG file.
+STILLORA_EXPORT Result<Bytes> pictureAsPNG(std::span<const std::byte> picture);
+
+} // namespace stillora
