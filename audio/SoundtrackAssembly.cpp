@@ -79,7 +79,7 @@ CMTimeRange rangeOf(const SoundtrackSelection& selection, const AVAsset* asset)
 }
 
 /// Converted files by the key of their item's file.
-using ConversionTable = std::map<std::string, NSURL>;
+using ConversionTable = std::map<std::string, AVURLAssetPtr>;
 
 /// Converts each distinct file once, as its first item selects it.
 /// @return false on failure, or if cancelled, which is no error
@@ -90,7 +90,10 @@ bool convertFiles(StageContext& context, const SoundtrackList& list, ConversionT
         if (table.contains(key))
             continue;
         const auto url = soundtrack->soundtrackURL();
-        const AVURLAssetPtr asset = url ? AVURLAsset::URLAssetWithURL(*url) : nullptr;
+        // Measured at the first look, as the conversion needs it.
+        const AVURLAssetPtr asset =
+            url ? std::make_shared<AVURLAsset>(*url, AVURLAsset::Options{.preferPreciseDurationAndTiming = true})
+                : nullptr;
         NSError failure;
         const auto converted = MORAudioWaveImage::synchronouslyConvertedAssetToM4AAtTempURL(
             asset, context.temporaryURL(), rangeOf(soundtrack->selection(), asset.get()), &failure);
@@ -100,7 +103,7 @@ bool convertFiles(StageContext& context, const SoundtrackList& list, ConversionT
                 *error = failure;
             return false;
         }
-        table.emplace(key, *converted);
+        table.emplace(key, AVURLAsset::URLAssetWithURL(*converted));
         if (context.isCancelled())
             return false;
     }
@@ -114,7 +117,7 @@ std::optional<double> layPieces(const SoundtrackList& list, const ConversionTabl
 {
     double cursor = 0;
     for (const MORSoundtrackPtr& soundtrack : list) {
-        const AVURLAssetPtr asset = AVURLAsset::URLAssetWithURL(table.at(keyOf(*soundtrack)));
+        const AVURLAssetPtr& asset = table.at(keyOf(*soundtrack));
         AVMutableCompositionTrack& track =
             composition.addMutableTrackWithMediaType(kAVMediaTypeAudio, AVMutableComposition::kTrackIDInvalid);
         const CMTime duration = asset->duration();
@@ -208,6 +211,6 @@ AVURLAssetPtr finishedSoundtrackWithSoundtracks(StageContext& context, const Sou
         return nullptr;
     }
     for (const auto& [key, converted] : table)
-        (void)files.removeItemAtURL(converted);
+        (void)files.removeItemAtURL(converted->URL());
     return AVURLAsset::URLAssetWithURL(output);
 }

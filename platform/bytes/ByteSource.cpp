@@ -1,23 +1,50 @@
 #include "platform/bytes/ByteSource.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace platform {
 
+namespace {
+
+FileState stateOf(const struct stat& status)
+{
+    if (!S_ISREG(status.st_mode))
+        return {};
+    return {status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+}
+
+} // namespace
+
+FileState FileState::ofFile(const std::string& path)
+{
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 ? stateOf(status) : FileState{};
+}
+
 // Without O_NONBLOCK a pipe would be waited for.
 FileBytes::FileBytes(const std::string& path) : file_(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK))
 {
     struct stat status {};
-    if (file_ && fstat(file_.get(), &status) == 0 && S_ISREG(status.st_mode))
-        size_ = status.st_size;
+    if (file_ && fstat(file_.get(), &status) == 0)
+        state_ = stateOf(status);
 }
 
 bool FileBytes::read(int64_t offset, std::span<uint8_t> bytes) const
 {
-    return pread(file_.get(), bytes.data(), bytes.size(), offset) == static_cast<ssize_t>(bytes.size());
+    return readSome(offset, bytes) == static_cast<ssize_t>(bytes.size());
+}
+
+ssize_t FileBytes::readSome(int64_t offset, std::span<uint8_t> bytes) const
+{
+    ssize_t got = 0;
+    do
+        got = pread(file_.get(), bytes.data(), bytes.size(), offset);
+    while (got < 0 && errno == EINTR);
+    return got;
 }
 
 bool MemoryBytes::read(int64_t offset, std::span<uint8_t> bytes) const

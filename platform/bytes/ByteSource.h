@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <sys/types.h>
 
 namespace platform {
 
@@ -18,17 +19,40 @@ public:
     virtual bool read(int64_t offset, std::span<uint8_t> bytes) const = 0;
 };
 
-/// A regular file. Anything else, and what cannot be opened, has the size 0; nothing is waited for.
+/// Which regular file stands under a name, and since when: another where it was exchanged or written to.
+struct FileState {
+    uint64_t device = 0;
+    uint64_t number = 0;
+    int64_t size = 0;
+    /// When it was written to: seconds, and nanoseconds behind them.
+    int64_t seconds = 0;
+    int64_t nanoseconds = 0;
+
+    /// All zero for anything but a regular file.
+    static FileState ofFile(const std::string& path);
+
+    friend bool operator==(const FileState&, const FileState&) = default;
+};
+
+/// A regular file, opened once. Anything else, and what cannot be opened, has the size 0; nothing is waited for. Any
+/// thread.
 class FileBytes final : public ByteSource {
 public:
+    /// Where the file cannot be opened, `errno` says why.
     explicit FileBytes(const std::string& path);
 
-    int64_t size() const override { return size_; }
+    bool isOpen() const { return static_cast<bool>(file_); }
+    /// As it was when it was opened.
+    const FileState& state() const { return state_; }
+    int64_t size() const override { return state_.size; }
     bool read(int64_t offset, std::span<uint8_t> bytes) const override;
+    /// As many bytes as there are at a place.
+    /// @return how many; 0 at the end, -1 on failure, which `errno` tells
+    ssize_t readSome(int64_t offset, std::span<uint8_t> bytes) const;
 
 private:
     const FileDescriptor file_;
-    int64_t size_ = 0;
+    FileState state_;
 };
 
 /// Bytes of somebody else's, who keeps them.

@@ -125,9 +125,8 @@ void readTrack(const BoxWalker& file, const Box& track, std::vector<MovieTrackBo
 
 } // namespace
 
-std::optional<MovieBoxes> readMovieBoxes(const NSURL& url)
+std::optional<MovieBoxes> readMovieBoxes(const ByteSource& bytes)
 {
-    const FileBytes bytes(url.path());
     const BoxWalker file(bytes);
     MovieBoxes movie;
     bool found = false;

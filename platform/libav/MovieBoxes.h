@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/NSURL.h"
+#include "platform/bytes/ByteSource.h"
 
 #include <cstdint>
 #include <optional>
@@ -38,6 +38,6 @@ struct MovieBoxes {
 
 /// Reads the boxes of a QuickTime or MPEG-4 file. Takes little memory, whatever lengths the file claims.
 /// @return nothing if the file is no such file or its index is broken
-std::optional<MovieBoxes> readMovieBoxes(const NSURL& url);
+std::optional<MovieBoxes> readMovieBoxes(const ByteSource& file);
 
 } // namespace platform

@@ -21,6 +21,7 @@ inline constexpr std::string_view kAVMediaTypeVideo = "vide";
 inline constexpr std::string_view kAVMediaTypeAudio = "soun";
 
 class AVAsset;
+struct SoundFacts;
 
 /// Whether a value of an asset can be asked for without waiting.
 enum class AVKeyValueStatus : int { Unknown = 0, Loading = 1, Loaded = 2, Failed = 3, Cancelled = 4 };
@@ -45,6 +46,8 @@ struct AVAssetTrack {
     std::string codec;
     /// Pixels of pictures as they are shown, upright; zero for sound.
     CGSize naturalSize;
+    /// All that is known of a sound, where the file was measured and not estimated.
+    std::shared_ptr<const SoundFacts> sound;
 };
 
 /// Media of a length, in tracks. Shared by those who use it.

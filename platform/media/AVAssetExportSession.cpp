@@ -4,7 +4,8 @@
 #include "platform/foundation/Lock.h"
 #include "platform/foundation/NSFileManager.h"
 #include "platform/media/PassthroughExport.h"
-#include "platform/media/SoundExport.h"
+#include "platform/media/SoundPlanning.h"
+#include "platform/sound/SoundExport.h"
 
 #include <algorithm>
 #include <atomic>

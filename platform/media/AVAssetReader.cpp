@@ -1,8 +1,9 @@
 #include "platform/media/AVAssetReader.h"
 
-#include "platform/libav/FFmpegHandles.h"
+#include "platform/libav/MediaInput.h"
 #include "platform/media/AVAssetReaderSession.h"
 #include "platform/media/AVURLAsset.h"
+#include "platform/media/SoundPlanning.h"
 
 #include <algorithm>
 #include <utility>
@@ -23,7 +24,10 @@ std::unique_ptr<AVAssetReader> AVAssetReader::initWithAsset(const AVAssetPtr& as
         return nullptr;
     }
     // What the asset knows of the file may be old.
-    if (!openMediaFile(file->URL(), true, error))
+    const auto tracks = asset->tracksWithMediaType(kAVMediaTypeAudio);
+    const bool isCurrent =
+        std::ranges::any_of(tracks, [](const AVAssetTrack& track) { return currentSoundFacts(track) != nullptr; });
+    if (!isCurrent && !openMediaFile(file->URL(), true, error))
         return nullptr;
     return std::unique_ptr<AVAssetReader>(new AVAssetReader(asset));
 }

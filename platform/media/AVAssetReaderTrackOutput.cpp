@@ -2,7 +2,8 @@
 
 #include "platform/media/AVAssetReaderSession.h"
 #include "platform/media/AVURLAsset.h"
-#include "platform/sound/SoundFile.h"
+#include "platform/media/SoundPlanning.h"
+#include "platform/sound/SoundReader.h"
 
 #include <algorithm>
 #include <cmath>
@@ -68,7 +69,9 @@ bool AVAssetReaderTrackOutput::start(CMTimeRange timeRange, NSError* error)
     if (!track_.assetURL)
         return fail(error, kAVFoundationErrorDomain, kAVErrorOperationNotSupportedForAsset,
                     "The track is of no file that could be read");
-    const auto facts = readSoundFacts(*track_.assetURL, track_.streamIndex, error);
+    SoundFactsPtr facts = currentSoundFacts(track_);
+    if (!facts)
+        facts = readSoundFacts(*track_.assetURL, track_.streamIndex, error);
     if (!facts)
         return false;
     int64_t start = 0;
@@ -77,7 +80,7 @@ bool AVAssetReaderTrackOutput::start(CMTimeRange timeRange, NSError* error)
         start = std::max<int64_t>(0, inSamples(timeRange.start, facts->sampleRateHz));
         end = std::min(end, inSamples(CMTimeRangeGetEnd(timeRange), facts->sampleRateHz));
     }
-    auto reader = SoundReader::open(*facts, facts->sampleRateHz, facts->channels, error);
+    auto reader = SoundReader::open(facts, facts->sampleRateHz, facts->channels, error);
     if (!reader)
         return false;
     source_ = std::make_unique<Source>(Source{facts->url, facts->sampleRateHz, static_cast<size_t>(facts->channels),

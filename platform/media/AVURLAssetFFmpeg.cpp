@@ -1,9 +1,9 @@
 #include "platform/media/AVURLAsset.h"
 
-#include "platform/libav/FFmpegHandles.h"
+#include "platform/libav/MediaInput.h"
 #include "platform/libav/MovieBoxes.h"
 #include "platform/media/FileTags.h"
-#include "platform/sound/SoundTimeline.h"
+#include "platform/sound/SoundFacts.h"
 
 extern "C" {
 #include <libavcodec/codec_id.h>
@@ -121,7 +121,7 @@ const AVURLAsset::Contents& AVURLAsset::contents() const
             status_ = AVKeyValueStatus::Failed;
             return;
         }
-        const auto boxes = readMovieBoxes(url_);
+        const auto boxes = readMovieBoxes(*bytesOf(*input));
         const TimelinePrecision precision =
             options_.preferPreciseDurationAndTiming ? TimelinePrecision::ByScanning : TimelinePrecision::FromIndex;
         bool hasVideo = false;
@@ -135,9 +135,13 @@ const AVURLAsset::Contents& AVURLAsset::contents() const
             track.codec = avcodec_get_name(stream.codecpar->codec_id);
             if (soundStreamOf(*input, stream.index)) {
                 const int32_t rate = stream.codecpar->sample_rate;
-                const SoundTimeline timeline = soundTimelineOf(*input, stream, url_, boxes, precision);
+                SoundFacts facts = soundFactsOf(*input, stream, url_, boxes, precision);
+                const int64_t length = facts.timeline.length();
                 track.mediaType = kAVMediaTypeAudio;
-                track.timeRange = {CMTimeMake(0, rate), CMTimeMake(timeline.length(), rate)};
+                track.timeRange = {CMTimeMake(0, rate), CMTimeMake(length, rate)};
+                // A movie's index is exact anyhow.
+                if (length > 0 && (boxes || precision == TimelinePrecision::ByScanning))
+                    track.sound = std::make_shared<const SoundFacts>(std::move(facts));
                 const int channels = stream.codecpar->ch_layout.nb_channels;
                 track.formatDescriptions.push_back(
                     {AudioStreamBasicDescription{static_cast<double>(rate), static_cast<uint32_t>(channels)}});

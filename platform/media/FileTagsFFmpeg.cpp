@@ -3,7 +3,7 @@
 #include "platform/bytes/BoxWalker.h"
 #include "platform/bytes/ByteReader.h"
 #include "platform/foundation/NSString.h"
-#include "platform/libav/FFmpegHandles.h"
+#include "platform/libav/MediaInput.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -170,13 +170,13 @@ std::optional<Box> chunkOfID3(const ByteSource& file)
 
 /// The library drops the texts of a WAV file's ID3 tag where the file has a list of texts too, were it only the name
 /// of the program that wrote it.
-void addTextsOfID3Chunk(AVMetadataItemList& items, const NSURL& url)
+void addTextsOfID3Chunk(AVMetadataItemList& items, const AVFormatContext& input)
 {
     constexpr int64_t kMaxTagBytes = int64_t{64} << 20;
-    const auto chunk = chunkOfID3(FileBytes(url.path()));
+    const auto chunk = chunkOfID3(*bytesOf(input));
     if (!chunk || chunk->size() > kMaxTagBytes)
         return;
-    if (const InputPtr tag = openID3Tag(url, chunk->begin, chunk->end))
+    if (const InputPtr tag = openID3Tag(input, chunk->begin, chunk->end))
         addTexts(items, TagKind::ID3, tag->metadata);
 }
 
@@ -191,7 +191,7 @@ AVMetadataItemList readFileTags(const NSURL& url)
     const std::string_view format(input->iformat->name);
     const TagKind kind = kindOf(format);
     if (format == "wav")
-        addTextsOfID3Chunk(items, url);
+        addTextsOfID3Chunk(items, *input);
     AVMetadataItemList texts;
     addTexts(texts, kind, input->metadata);
     std::erase_if(texts, [&](const AVMetadataItemPtr& text) {

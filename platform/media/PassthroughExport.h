@@ -3,7 +3,7 @@
 #include "platform/foundation/NSURL.h"
 #include "platform/media/AVAsset.h"
 #include "platform/media/AVMetadataItem.h"
-#include "platform/media/SoundExport.h"
+#include "platform/sound/ExportControl.h"
 
 #include <optional>
 

@@ -1,6 +1,7 @@
 #include "platform/media/PassthroughExport.h"
 
 #include "platform/libav/FFmpegHandles.h"
+#include "platform/libav/MediaInput.h"
 #include "platform/media/AVMutableComposition.h"
 #include "platform/media/AVURLAsset.h"
 #include "platform/media/MovieMetadata.h"
@@ -152,11 +153,10 @@ private:
     {
         const AVCodecParameters& parameters = *stream_->codecpar;
         const int rate = parameters.sample_rate;
-        const auto boxes = readMovieBoxes(*stretch.source.assetURL);
+        const auto boxes = readMovieBoxes(*bytesOf(*input_));
         if (!boxes || rate <= 0 || stream_->time_base.num != 1)
             return failUnsupported(error, path_ + " holds sound that cannot be copied into a movie");
-        const SoundTimeline timeline =
-            soundTimelineOf(*input_, *stream_, *stretch.source.assetURL, boxes, TimelinePrecision::FromIndex);
+        const SoundTimeline timeline = soundTimelineOf(*input_, *stream_, boxes, TimelinePrecision::FromIndex);
         if (timeline.segments.size() != 1 || !timeline.segments[0].mediaStart)
             return failUnsupported(error, path_ + " holds sound in several pieces, which cannot be copied");
         const int32_t scale = stream_->time_base.den;

@@ -2,7 +2,7 @@
 
 #include "platform/bytes/BoxWalker.h"
 #include "platform/libav/FFmpegHandles.h"
-#include "platform/libav/LibavLog.h"
+#include "platform/libav/MediaInput.h"
 #include "platform/libav/MovieBoxes.h"
 
 #include <algorithm>
@@ -11,7 +11,6 @@
 
 extern "C" {
 #include <libavformat/avformat.h>
-#include <libavutil/dict.h>
 }
 
 namespace platform {
@@ -25,10 +24,9 @@ struct Outline {
     bool isWhole = true;
 };
 
-Outline outlineOf(const std::string& path)
+Outline outlineOf(const FileBytes& file)
 {
     constexpr int64_t kSmallestBox = 8;
-    const FileBytes file(path);
     Outline outline;
     bool hasMedia = false;
     const int64_t end = BoxWalker(file).forEachBox(0, file.size(), [&](const Box& box) {
@@ -39,26 +37,6 @@ Outline outlineOf(const std::string& path)
     // What is left may be too short for a box.
     outline.isWhole = file.size() - end < kSmallestBox;
     return outline;
-}
-
-InputPtr openMovie(const NSURL& url, NSError* error)
-{
-    silenceLibavLog();
-    AVDictionary* options = nullptr;
-    av_dict_set(&options, "format_whitelist", "mov", 0);
-    av_dict_set(&options, "protocol_whitelist", "file", 0);
-    AVFormatContext* context = nullptr;
-    const std::string location = "file:" + url.path();
-    const int result = avformat_open_input(&context, location.c_str(), nullptr, &options);
-    av_dict_free(&options);
-    if (result < 0) {
-        fail(error, kAVFoundationErrorDomain, kAVErrorFileFormatNotRecognized,
-             url.path() + " is no movie that can be read: " + textOfAVError(result));
-        return nullptr;
-    }
-    // Packets as they are stored: nothing is parsed or decoded.
-    context->flags |= AVFMT_FLAG_NOPARSE | AVFMT_FLAG_NOFILLIN;
-    return InputPtr(context);
 }
 
 std::string textOf(uint32_t tag)
@@ -132,13 +110,14 @@ std::optional<MediaReport> inspectMedia(const NSURL& url, NSError* error)
         failWithErrno(error, errno, url.path() + " could not be opened", FileAccess::Reading);
         return std::nullopt;
     }
-    const auto boxes = S_ISREG(status.st_mode) ? readMovieBoxes(url) : std::nullopt;
+    const auto file = std::make_shared<const FileBytes>(url.path());
+    const auto boxes = readMovieBoxes(*file);
     if (!boxes) {
         fail(error, kAVFoundationErrorDomain, kAVErrorFileFormatNotRecognized,
              url.path() + " is no movie that can be read");
         return std::nullopt;
     }
-    const InputPtr input = openMovie(url, error);
+    const InputPtr input = openMovieIndex(file, url, error);
     if (!input)
         return std::nullopt;
 
@@ -148,7 +127,7 @@ std::optional<MediaReport> inspectMedia(const NSURL& url, NSError* error)
     };
     MediaReport report;
     report.duration = CMTimeMake(boxes->duration, boxes->timescale);
-    const Outline outline = outlineOf(url.path());
+    const Outline outline = outlineOf(*file);
     report.indexFirst = outline.indexFirst;
     if (!outline.isWhole)
         return refuseCut();

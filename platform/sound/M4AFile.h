@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/foundation/NSURL.h"
-#include "platform/sound/SoundFile.h"
+#include "platform/sound/SoundFacts.h"
 
 #include <cstdint>
 #include <cstdio>

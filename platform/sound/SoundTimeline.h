@@ -1,6 +1,5 @@
 #pragma once
 
-#include "platform/foundation/NSURL.h"
 #include "platform/libav/MovieBoxes.h"
 
 #include <cstdint>
@@ -22,8 +21,6 @@ struct SoundSegment {
 /// What a sound track plays: its decoder's output less encoder delay and padding, as its edits arrange it.
 struct SoundTimeline {
     std::vector<SoundSegment> segments;
-    /// Whether the length is known; where it is not, it is estimated from the bit rate.
-    bool isExact = true;
 
     /// Samples.
     int64_t length() const;
@@ -44,7 +41,7 @@ AVStream* soundStreamOf(AVFormatContext& input, std::optional<int> streamIndex =
 
 /// The time line of a sound stream. Reads from `input`, which was opened without edit lists; its position is then
 /// undefined.
-SoundTimeline soundTimelineOf(AVFormatContext& input, const AVStream& stream, const NSURL& url,
-                              const std::optional<MovieBoxes>& boxes, TimelinePrecision precision);
+SoundTimeline soundTimelineOf(AVFormatContext& input, const AVStream& stream, const std::optional<MovieBoxes>& boxes,
+                              TimelinePrecision precision);
 
 } // namespace platform

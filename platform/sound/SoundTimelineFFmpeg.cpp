@@ -4,6 +4,7 @@
 #include "platform/bytes/ByteReader.h"
 #include "platform/libav/FFmpegHandles.h"
 #include "platform/libav/ID3Head.h"
+#include "platform/libav/MediaInput.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -89,9 +90,8 @@ std::optional<size_t> firstFrameOfMP3(std::span<const uint8_t> bytes)
 }
 
 /// What the frame of information at the start of an MP3 file says of delay, padding and length.
-std::optional<GaplessTag> gaplessTagOfMP3(const NSURL& url)
+std::optional<GaplessTag> gaplessTagOfMP3(const FileBytes& file)
 {
-    const FileBytes file(url.path());
     const int64_t start = endOfID3Tags(file);
     std::vector<uint8_t> bytes(static_cast<size_t>(std::clamp<int64_t>(file.size() - start, 0, 1 << 16)));
     if (!file.read(start, bytes))
@@ -142,9 +142,8 @@ std::optional<GaplessTag> gaplessTagOfMP3(const NSURL& url)
 }
 
 /// What the packet table of a CAF file says: frames that play, frames before them.
-std::optional<GaplessTag> gaplessTagOfCAF(const NSURL& url)
+std::optional<GaplessTag> gaplessTagOfCAF(const FileBytes& file)
 {
-    const FileBytes file(url.path());
     int64_t offset = 8;
     // Chunks before the packet table are few; a file with more is not worth the walk.
     for (int chunk = 0; chunk < 256; ++chunk) {
@@ -202,9 +201,8 @@ int64_t endByScanning(AVFormatContext& input, const AVStream& stream, int64_t* f
 }
 
 /// Bytes of samples that a file of this kind of 64-bit chunks holds; each chunk is padded to eight bytes.
-std::optional<int64_t> sampleBytesOfW64(const NSURL& url)
+std::optional<int64_t> sampleBytesOfW64(const FileBytes& file)
 {
-    const FileBytes file(url.path());
     // The first chunk's head, of which a name follows.
     int64_t offset = 24 + 16;
     for (int chunk = 0; chunk < 256; ++chunk) {
@@ -222,7 +220,7 @@ std::optional<int64_t> sampleBytesOfW64(const NSURL& url)
 }
 
 /// Whole frames that lie between the first packet and the end of the file; nothing if the packets have no fixed size.
-std::optional<int64_t> framesInFile(AVFormatContext& input, const AVStream& stream, const NSURL& url)
+std::optional<int64_t> framesInFile(AVFormatContext& input, const AVStream& stream)
 {
     const int bits = av_get_exact_bits_per_sample(stream.codecpar->codec_id);
     const int64_t frameSize = int64_t{bits} * stream.codecpar->ch_layout.nb_channels / 8;
@@ -235,16 +233,15 @@ std::optional<int64_t> framesInFile(AVFormatContext& input, const AVStream& stre
     if (packet->pos < 0 || size < packet->pos)
         return std::nullopt;
     const int64_t bytes = size - packet->pos;
-    const auto claimed = isFormat(input, "w64") ? sampleBytesOfW64(url) : std::nullopt;
+    const auto claimed = isFormat(input, "w64") ? sampleBytesOfW64(*bytesOf(input)) : std::nullopt;
     return std::min(bytes, claimed.value_or(bytes)) / frameSize;
 }
 
-SoundTimeline oneSegment(int64_t mediaStart, int64_t length, bool isExact = true)
+SoundTimeline oneSegment(int64_t mediaStart, int64_t length)
 {
     SoundTimeline timeline;
     if (length > 0)
         timeline.segments.push_back({mediaStart, length});
-    timeline.isExact = isExact;
     return timeline;
 }
 
@@ -288,16 +285,14 @@ SoundTimeline timelineOfMovie(AVFormatContext& input, const AVStream& stream, co
     return timeline;
 }
 
-SoundTimeline timelineOfMP3(AVFormatContext& input, const AVStream& stream, const NSURL& url,
-                            TimelinePrecision precision)
+SoundTimeline timelineOfMP3(AVFormatContext& input, const AVStream& stream, TimelinePrecision precision)
 {
-    const auto tag = gaplessTagOfMP3(url);
+    const auto tag = gaplessTagOfMP3(*bytesOf(input));
     int64_t delay = tag ? tag->delay : 0;
     if (precision == TimelinePrecision::FromIndex) {
         if (tag && tag->length)
             return oneSegment(delay, *tag->length);
-        const bool isEstimate = input.duration_estimation_method == AVFMT_DURATION_FROM_BITRATE;
-        return oneSegment(delay, inSamples(std::max<int64_t>(stream.duration, 0), stream) - delay, !isEstimate);
+        return oneSegment(delay, inSamples(std::max<int64_t>(stream.duration, 0), stream) - delay);
     }
     int64_t firstPosition = -1;
     const int64_t end = endByScanning(input, stream, &firstPosition);
@@ -340,20 +335,20 @@ AVStream* soundStreamOf(AVFormatContext& input, std::optional<int> streamIndex)
     return nullptr;
 }
 
-SoundTimeline soundTimelineOf(AVFormatContext& input, const AVStream& stream, const NSURL& url,
-                              const std::optional<MovieBoxes>& boxes, TimelinePrecision precision)
+SoundTimeline soundTimelineOf(AVFormatContext& input, const AVStream& stream, const std::optional<MovieBoxes>& boxes,
+                              TimelinePrecision precision)
 {
     if (isFormat(input, "mov") && boxes)
         return timelineOfMovie(input, stream, *boxes);
     if (isFormat(input, "mp3"))
-        return timelineOfMP3(input, stream, url, precision);
+        return timelineOfMP3(input, stream, precision);
 
     const int64_t claimed = stream.duration > 0 ? inSamples(stream.duration, stream) : 0;
     // Lengths in headers of uncompressed sound are often wrong; the file's size is not.
-    if (const auto frames = framesInFile(input, stream, url))
+    if (const auto frames = framesInFile(input, stream))
         return oneSegment(0, claimed > 0 ? std::min(claimed, *frames) : *frames);
     if (isFormat(input, "caf")) {
-        if (const auto tag = gaplessTagOfCAF(url); tag && tag->length)
+        if (const auto tag = gaplessTagOfCAF(*bytesOf(input)); tag && tag->length)
             return oneSegment(tag->delay, *tag->length);
     }
     if (isFormat(input, "ogg") && stream.codecpar->codec_id == AV_CODEC_ID_OPUS && claimed > 0 &&
@@ -364,7 +359,7 @@ SoundTimeline soundTimelineOf(AVFormatContext& input, const AVStream& stream, co
     const bool isEstimate = input.duration_estimation_method == AVFMT_DURATION_FROM_BITRATE;
     if (precision == TimelinePrecision::ByScanning && (isEstimate || claimed == 0))
         return oneSegment(0, endByScanning(input, stream));
-    return oneSegment(0, claimed, !isEstimate && claimed > 0);
+    return oneSegment(0, claimed);
 }
 
 } // namespace platform

@@ -1,6 +1,8 @@
 """Movies with music, by the real service: what composition leaves as it is, and where picture and sound end."""
 
 import array
+import collections
+import re
 import unittest
 
 import stillora
@@ -117,6 +119,43 @@ class ListTest(stillora.TestCase):
         for pitch, wanted in zip(pitches, (300, 600)):
             self.assertAlmostEqual(pitch, wanted, delta=2)
         self.assertIn("left out: 2.wav", told)
+
+
+class OpeningsTest(stillora.TestCase):
+    """How often client and service together open what they are given."""
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.photos = stillora.pictures(cls.shared / "photos", 6)
+
+    def openings(self, *arguments):
+        """How many times each file was opened by a run of the command line and its service, by path."""
+        log = self.folder / "openings"
+        tracer = ("strace", "-f", "-qq", "-e", "trace=open,openat", "-e", "signal=none", "-o", str(log))
+        # A sanitizer's search for leaks needs to trace the process itself.
+        environment = self.environment(ASAN_OPTIONS=f"{self.environment()['ASAN_OPTIONS']}:detect_leaks=0")
+        self.made_movie(self.create(*arguments, prefix=tracer, environment=environment))
+        counts = collections.Counter()
+        for line in log.read_text(errors="replace").splitlines():
+            # A call that another thread's interrupts is told in two lines, of which the first has the name.
+            opened = re.search(r'open(?:at)?\(.*?"([^"]*)"', line)
+            if opened and " = -1 " not in line:
+                counts[opened[1]] += 1
+        return counts
+
+    def test_a_photo_is_opened_once_by_each_process(self):
+        counts = self.openings(*self.photos, "--seconds", str(SECONDS))
+        self.assertEqual({photo.name: counts[str(photo)] for photo in self.photos},
+                         {photo.name: 2 for photo in self.photos})
+
+    def test_a_sound_is_measured_once_by_each_process_and_decoded_once(self):
+        for name, options in (("song.mp3", ("-q:a", "4")), ("song.flac", ()), ("song.m4a", ("-c:a", "aac"))):
+            with self.subTest(name=name):
+                sound = music(self.folder / name, 20.3, 220, options)
+                for soundtrack in (sound, f"{sound}@2-7"):
+                    counts = self.openings(*self.photos, "--seconds", str(SECONDS), "--soundtrack", soundtrack)
+                    self.assertEqual(counts[str(sound)], 3, f"the client's look, the service's, and the decoder: {soundtrack}")
 
 
 if __name__ == "__main__":

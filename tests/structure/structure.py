@@ -28,7 +28,7 @@ ROOMS = {
     "faces": "foundation pixels",
     "connection": "foundation dispatch archive",
     "aac": "foundation libav",
-    "sound": "foundation bytes libav aac",
+    "sound": "foundation dispatch bytes libav aac",
     "media": "foundation dispatch bytes libav aac sound",
     "movie": "foundation bytes libav media",
     "writer": "foundation dispatch libav pixels media movie",

@@ -1,4 +1,4 @@
-#include "platform/media/SoundExport.h"
+#include "platform/media/SoundPlanning.h"
 
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestExport.h"

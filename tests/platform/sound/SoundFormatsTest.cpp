@@ -1,4 +1,4 @@
-#include "platform/sound/SoundFile.h"
+#include "platform/sound/SoundFacts.h"
 
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestExport.h"

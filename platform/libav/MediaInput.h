@@ -1,0 +1,46 @@
+#pragma once
+
+#include "platform/bytes/ByteSource.h"
+#include "platform/foundation/NSError.h"
+#include "platform/foundation/NSURL.h"
+
+#include <cstdint>
+#include <memory>
+
+struct AVFormatContext;
+
+namespace platform {
+
+struct CloseInput {
+    void operator()(AVFormatContext* context) const;
+};
+using InputPtr = std::unique_ptr<AVFormatContext, CloseInput>;
+
+using FileBytesPtr = std::shared_ptr<const FileBytes>;
+
+/// @name Media files that may be hostile: regular files only, of a short list of formats, reading nothing but the file
+/// itself, with a short list of decoders
+/// All null if the file cannot be opened; `error` names it and says why.
+/// @{
+
+/// The streams are known; edit lists of movies are not applied when `ignoreEditLists` is set.
+[[nodiscard]] InputPtr openMediaFile(const NSURL& url, bool ignoreEditLists, NSError* error = nullptr);
+/// The same from the start, of a file that is open already.
+[[nodiscard]] InputPtr openMediaFile(FileBytesPtr file, const NSURL& url, bool ignoreEditLists,
+                                     NSError* error = nullptr);
+
+/// As `openMediaFile`, but knows no more than the file's head and index tell, and gives up where they are longer than
+/// those of any sound, at 64 MB. Decodes nothing.
+InputPtr openMediaHead(const NSURL& url);
+
+/// An ID3 tag that stands from `begin` to `end` in an opened file of another kind; only its texts are known.
+InputPtr openID3Tag(const AVFormatContext& file, int64_t begin, int64_t end);
+
+/// The index of a movie. Its packets come as they are stored: nothing is parsed or decoded.
+[[nodiscard]] InputPtr openMovieIndex(FileBytesPtr file, const NSURL& url, NSError* error = nullptr);
+/// @}
+
+/// What an opened media file is read from.
+const FileBytesPtr& bytesOf(const AVFormatContext& input);
+
+} // namespace platform
