@@ -18,6 +18,7 @@ struct DurationCache {
     std::map<std::string, double> seconds GUARDED_BY(lock);
 };
 
+// Neither is ever destroyed: lengths may still be asked for while the process ends.
 DurationCache& durationCache()
 {
     static auto& cache = *new DurationCache;

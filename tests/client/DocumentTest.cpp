@@ -136,7 +136,7 @@ protected:
     const TemporaryFolder folder_;
 };
 
-TEST_F(DocumentTest, HoldCopiesAndAListOfThem)
+TEST_F(DocumentTest, ADocumentHoldsCopiesAndAListOfThem)
 {
     makeDocument();
     EXPECT_THAT(filesIn(path()), UnorderedElementsAre("Document.plist", "Resources"));
@@ -161,7 +161,7 @@ TEST_F(DocumentTest, HoldCopiesAndAListOfThem)
     EXPECT_EQ(document->soundtracks()[1].selection, (SoundFacts::Selection{1.5s, 4s}));
 }
 
-TEST_F(DocumentTest, AreThereOnlyOnceTheDocumentIsSaved)
+TEST_F(DocumentTest, AddedFilesAreThereOnlyOnceTheDocumentIsSaved)
 {
     auto document = created();
     ASSERT_TRUE(document->add({photo("a.jpg")}, {}));
@@ -172,7 +172,7 @@ TEST_F(DocumentTest, AreThereOnlyOnceTheDocumentIsSaved)
     EXPECT_THAT(filesIn(folder_.path()), UnorderedElementsAre("a.jpg", "Rome.stillora"));
 }
 
-TEST_F(DocumentTest, AreGoneIfTheDocumentIsNeverSaved)
+TEST_F(DocumentTest, AddedFilesAreGoneIfTheDocumentIsNeverSaved)
 {
     {
         auto document = created();
@@ -188,7 +188,7 @@ TEST_F(DocumentTest, AreGoneIfTheDocumentIsNeverSaved)
     EXPECT_THAT(savedPhotos(), UnorderedElementsAre("img1.jpg", "img2.jpg", "img1-2.jpg"));
 }
 
-TEST_F(DocumentTest, AreCleanedUpAfterAProcessThatWasKilled)
+TEST_F(DocumentTest, AddedFilesAreCleanedUpAfterAProcessThatWasKilled)
 {
     folder_.makeFile(".stillora-new-ABC/Resources/Photos/a.jpg");
     const std::string inUse = folder_.makeFolder(".stillora-new-DEF");
@@ -199,7 +199,7 @@ TEST_F(DocumentTest, AreCleanedUpAfterAProcessThatWasKilled)
     EXPECT_TRUE(fs::exists(inUse)) << "somebody is at work there";
 }
 
-TEST_F(DocumentTest, AreNeverWrittenOverWhatIsThere)
+TEST_F(DocumentTest, AddedFilesAreNeverWrittenOverWhatIsThere)
 {
     folder_.makeFile("Rome.stillora", "my diary");
     const auto refused = Document::create(path());
@@ -213,7 +213,7 @@ TEST_F(DocumentTest, AreNeverWrittenOverWhatIsThere)
     EXPECT_THAT(filesIn(path()), ElementsAre("diary.txt"));
 }
 
-TEST_F(DocumentTest, AreFoundWhereverTheDocumentIsMovedOrCopied)
+TEST_F(DocumentTest, FilesAreFoundWhereverTheDocumentIsMovedOrCopied)
 {
     makeDocument();
     fs::remove_all(folder_.path("a"));
@@ -233,7 +233,7 @@ TEST_F(DocumentTest, AreFoundWhereverTheDocumentIsMovedOrCopied)
     EXPECT_EQ(loaded(copied)->name(), "copy.of it") << "an extension holds no blank";
 }
 
-TEST_F(DocumentTest, AreCopiedOnceIfTheyAreGivenTwice)
+TEST_F(DocumentTest, FilesAreCopiedOnceIfTheyAreGivenTwice)
 {
     auto document = created();
     const PhotoFacts same = photo("a.jpg");
@@ -243,7 +243,7 @@ TEST_F(DocumentTest, AreCopiedOnceIfTheyAreGivenTwice)
     EXPECT_THAT(loaded()->photos(), SizeIs(3));
 }
 
-TEST_F(DocumentTest, MayHaveNamesOfAnyBytes)
+TEST_F(DocumentTest, FilesMayHaveNamesOfAnyBytes)
 {
     const std::string name = "caf\xE9 {1}\n.jpg";
     const std::string longName = std::string(251, 'x') + ".jpg";
@@ -258,7 +258,7 @@ TEST_F(DocumentTest, MayHaveNamesOfAnyBytes)
         EXPECT_EQ(each.state, DocumentPhoto::State::Good) << each.fault;
 }
 
-TEST_F(DocumentTest, KeepThePrivacyAndTheTimeOfTheirOriginals)
+TEST_F(DocumentTest, CopiesKeepThePrivacyAndTheTimeOfTheirOriginals)
 {
     const PhotoFacts secret = photo("secret.jpg");
     fs::permissions(secret.path, fs::perms::owner_read);
@@ -271,7 +271,7 @@ TEST_F(DocumentTest, KeepThePrivacyAndTheTimeOfTheirOriginals)
     EXPECT_EQ(fs::last_write_time(copy), when);
 }
 
-TEST_F(DocumentTest, AreTakenAwayAgainWhenCopyingFailsOrIsStopped)
+TEST_F(DocumentTest, CopiesAreTakenAwayAgainWhenCopyingFailsOrIsStopped)
 {
     makeDocument();
     const auto before = TemporaryFolder::contentsOf(listPath());
@@ -303,7 +303,7 @@ TEST_F(DocumentTest, AreTakenAwayAgainWhenCopyingFailsOrIsStopped)
     EXPECT_EQ(TemporaryFolder::contentsOf(listPath()), before);
 }
 
-TEST_F(DocumentTest, OfRemovedItemsGoAfterTheSaveAndNotBefore)
+TEST_F(DocumentTest, FilesOfRemovedItemsGoAfterTheSaveAndNotBefore)
 {
     makeDocument();
     auto document = loaded();
@@ -316,7 +316,7 @@ TEST_F(DocumentTest, OfRemovedItemsGoAfterTheSaveAndNotBefore)
     EXPECT_THAT(loaded()->photos(), SizeIs(2));
 }
 
-TEST_F(DocumentTest, StayWhileAnotherItemUsesThem)
+TEST_F(DocumentTest, FilesStayWhileAnotherItemUsesThem)
 {
     auto document = created();
     const PhotoFacts same = photo("a.jpg");
@@ -329,7 +329,7 @@ TEST_F(DocumentTest, StayWhileAnotherItemUsesThem)
     EXPECT_THAT(savedPhotos(), IsEmpty());
 }
 
-TEST_F(DocumentTest, StayWhileADamagedItemMayUseThem)
+TEST_F(DocumentTest, FilesStayWhileADamagedItemMayUseThem)
 {
     makeDocument();
     auto photos = photosOf(propertyList());
@@ -342,7 +342,7 @@ TEST_F(DocumentTest, StayWhileADamagedItemMayUseThem)
     EXPECT_THAT(document->unusedFiles(), IsEmpty()) << "nobody can know";
 }
 
-TEST_F(DocumentTest, OutsideTheDocumentAreNeverTouched)
+TEST_F(DocumentTest, FilesOutsideTheDocumentAreNeverTouched)
 {
     makeDocument();
     auto document = loaded();
@@ -356,7 +356,7 @@ TEST_F(DocumentTest, OutsideTheDocumentAreNeverTouched)
     EXPECT_THAT(filesIn(folder_.path("Pictures")), SizeIs(3));
 }
 
-TEST_F(DocumentTest, ThatAreNotThereAreNamed)
+TEST_F(DocumentTest, MissingFilesAreNamed)
 {
     makeDocument();
     fs::remove(path() + "/Resources/Photos/img2.jpg");
@@ -370,14 +370,14 @@ TEST_F(DocumentTest, ThatAreNotThereAreNamed)
     EXPECT_THAT(loaded()->photos(), SizeIs(3)) << "they may come back";
 }
 
-TEST_F(DocumentTest, ThatNoItemUsesAreNamed)
+TEST_F(DocumentTest, FilesThatNoItemUsesAreNamed)
 {
     makeDocument();
     folder_.makeFile("Rome.stillora/Resources/Photos/other.jpg");
     EXPECT_THAT(loaded()->unusedFiles(), ElementsAre(path() + "/Resources/Photos/other.jpg"));
 }
 
-TEST_F(DocumentTest, OfItemsThatWereNotChangedAreSavedByteForByte)
+TEST_F(DocumentTest, ItemsThatWereNotChangedAreSavedByteForByte)
 {
     makeDocument();
     // As another program may write it: other keys, in another order.
@@ -406,7 +406,7 @@ TEST_F(DocumentTest, OfItemsThatWereNotChangedAreSavedByteForByte)
     EXPECT_EQ(loaded()->photos()[0].title, "img1");
 }
 
-TEST_F(DocumentTest, OfDamagedItemsAreReportedAndKeptByteForByte)
+TEST_F(DocumentTest, DamagedItemsAreReportedAndKeptByteForByte)
 {
     makeDocument();
     auto photos = photosOf(propertyList());
@@ -447,7 +447,7 @@ TEST_F(DocumentTest, OfDamagedItemsAreReportedAndKeptByteForByte)
         EXPECT_EQ(bytesOf(saved[i]), bytesOf(photos[i])) << i;
 }
 
-TEST_F(DocumentTest, KeepWhatOtherVersionsPutIntoTheList)
+TEST_F(DocumentTest, WhatOtherVersionsPutIntoTheListIsKept)
 {
     makeDocument();
     auto list = propertyList();
@@ -467,7 +467,7 @@ TEST_F(DocumentTest, KeepWhatOtherVersionsPutIntoTheList)
     EXPECT_EQ(*saved.at("settings").objectForKey<int64_t>("quality"), 720);
 }
 
-TEST_F(DocumentTest, KeepTheSettings)
+TEST_F(DocumentTest, SettingsAreKept)
 {
     auto document = created();
     MovieSettings settings;
@@ -487,7 +487,7 @@ TEST_F(DocumentTest, KeepTheSettings)
     EXPECT_FALSE(propertyList().at("settings").objectForKey("title"));
 }
 
-TEST_F(DocumentTest, TellOfSettingsThatCannotBeUsedAndKeepThem)
+TEST_F(DocumentTest, SettingsThatCannotBeUsedAreToldAndKept)
 {
     makeDocument();
     auto list = propertyList();
@@ -511,7 +511,7 @@ TEST_F(DocumentTest, TellOfSettingsThatCannotBeUsedAndKeepThem)
     EXPECT_THAT(loaded()->settingFaults(), SizeIs(5));
 }
 
-TEST_F(DocumentTest, OfANewerVersionAreRefusedAndLeftAlone)
+TEST_F(DocumentTest, DocumentsOfANewerVersionAreRefusedAndLeftAlone)
 {
     makeDocument();
     auto list = propertyList();
@@ -526,7 +526,7 @@ TEST_F(DocumentTest, OfANewerVersionAreRefusedAndLeftAlone)
     EXPECT_EQ(TemporaryFolder::contentsOf(listPath()), before);
 }
 
-TEST_F(DocumentTest, ThatAreNoDocumentAreRefusedWithTheReason)
+TEST_F(DocumentTest, FoldersThatAreNoDocumentAreRefusedWithTheReason)
 {
     EXPECT_EQ(refusal(folder_.path("gone")).message, folder_.path("gone") + ": No such file or directory");
     EXPECT_THAT(refusal(folder_.makeFile("file.stillora")).message, HasSubstr("it is not a folder"));
@@ -548,7 +548,7 @@ TEST_F(DocumentTest, ThatAreNoDocumentAreRefusedWithTheReason)
     EXPECT_THAT(refusal().message, Not(IsEmpty())) << "and does not wait for somebody to write";
 }
 
-TEST_F(DocumentTest, WithoutListsAreEmpty)
+TEST_F(DocumentTest, DocumentsWithoutListsAreEmpty)
 {
     makeDocument();
     write(PropertyList::Dictionary{{"formatVersion", PropertyList(int64_t{1})}});
@@ -560,7 +560,7 @@ TEST_F(DocumentTest, WithoutListsAreEmpty)
     EXPECT_THAT(loaded()->photos(), SizeIs(1));
 }
 
-TEST_F(DocumentTest, ThatOthersHaveChangedAreNotWrittenOver)
+TEST_F(DocumentTest, DocumentsThatOthersHaveChangedAreNotWrittenOver)
 {
     makeDocument();
     auto first = loaded();
@@ -576,7 +576,7 @@ TEST_F(DocumentTest, ThatOthersHaveChangedAreNotWrittenOver)
     EXPECT_EQ(codeOf(first->save()), ErrorCode::DocumentChanged);
 }
 
-TEST_F(DocumentTest, AreChangedByOneProcessAtATime)
+TEST_F(DocumentTest, DocumentsAreChangedByOneProcessAtATime)
 {
     makeDocument();
     auto opened = Document::loadForChange(path(), [] { return false; });
@@ -598,7 +598,7 @@ TEST_F(DocumentTest, AreChangedByOneProcessAtATime)
     EXPECT_TRUE(second->save());
 }
 
-TEST_F(DocumentTest, PlayTheSelectionsThatWereSaved)
+TEST_F(DocumentTest, SoundsPlayTheSelectionsThatWereSaved)
 {
     auto document = created();
     // More decimals than are saved: what reaches the end still does.
@@ -624,7 +624,7 @@ TEST_F(DocumentTest, PlayTheSelectionsThatWereSaved)
     EXPECT_FALSE(marked.start || marked.end);
 }
 
-TEST_F(DocumentTest, KeepASelectionThatWasChanged)
+TEST_F(DocumentTest, ASelectionThatWasChangedIsKept)
 {
     makeDocument();
     auto document = loaded();
@@ -635,7 +635,7 @@ TEST_F(DocumentTest, KeepASelectionThatWasChanged)
     EXPECT_EQ(loaded()->soundtracks()[1].selection, std::nullopt);
 }
 
-TEST_F(DocumentTest, AreOpenedByOtherNamesOfTheirFolder)
+TEST_F(DocumentTest, DocumentsAreOpenedByOtherNamesOfTheirFolder)
 {
     makeDocument();
     const auto before = fs::current_path();
@@ -646,7 +646,7 @@ TEST_F(DocumentTest, AreOpenedByOtherNamesOfTheirFolder)
     EXPECT_EQ(loaded(folder_.path("Link.stillora/"))->name(), "Link");
 }
 
-TEST_F(DocumentTest, WithDamagedListsAreNeverACrashAndNeverWrittenOver)
+TEST_F(DocumentTest, DamagedListsAreNeverACrashAndNeverWrittenOver)
 {
     makeDocument();
     const std::string good = TemporaryFolder::contentsOf(listPath());
@@ -697,7 +697,7 @@ TEST_F(DocumentTest, WithDamagedListsAreNeverACrashAndNeverWrittenOver)
     EXPECT_GT(damagedItems, 100u);
 }
 
-TEST_F(DocumentTest, WithDamagedItemsSurviveASaveAsTheyAre)
+TEST_F(DocumentTest, DamagedItemsSurviveASaveAsTheyAre)
 {
     makeDocument();
     const auto list = propertyList();
