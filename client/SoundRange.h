@@ -6,7 +6,7 @@
 
 namespace stillora {
 
-/// The part of a sound that the user wants, to the nearest sample.
+/// The part of a sound that the user wants: from the nearest sample on, as many as fit into the part, but one at least.
 /// @return zero, which stands for all of it, if no part was chosen
 platform::CMTimeRange timeRangeOf(const SoundFacts& sound);
 

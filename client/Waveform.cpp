@@ -10,7 +10,9 @@
 #include "platform/media/AVURLAsset.h"
 #include "util/MORURLCategory.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <system_error>
@@ -91,11 +93,12 @@ platform::CMTimeRange timeRangeOf(const SoundFacts& sound)
 {
     if (!sound.selection)
         return platform::kCMTimeRangeZero;
-    const auto timeOf = [&](Seconds time) {
-        return platform::CMTimeMake(std::llround(time.count() * sound.sampleRateHz), sound.sampleRateHz);
-    };
-    const platform::CMTime start = timeOf(sound.selection->start);
-    return {start, platform::CMTimeSubtract(timeOf(sound.selection->end), start)};
+    const double start = sound.selection->start.count() * sound.sampleRateHz;
+    const double length = sound.selection->end.count() * sound.sampleRateHz - start;
+    // What decimals come to in binary is not to cost a sample.
+    constexpr double kNothing = 1e-6;
+    return {platform::CMTimeMake(std::llround(start), sound.sampleRateHz),
+            platform::CMTimeMake(std::max<int64_t>(1, static_cast<int64_t>(length + kNothing)), sound.sampleRateHz)};
 }
 
 Result<Bytes> drawWaveform(const SoundFacts& sound, const WaveformStyle& style, const WorkProgress& progress)

@@ -11,10 +11,11 @@
 namespace platform {
 namespace {
 
-/// Samples of a time at a rate, to the nearest.
-int64_t inSamples(CMTime time, int sampleRateHz)
+/// Samples of a time at a rate.
+int64_t inSamples(CMTime time, int sampleRateHz,
+                  CMTimeRoundingMethod rounding = CMTimeRoundingMethod::RoundHalfAwayFromZero)
 {
-    const CMTime converted = CMTimeConvertScale(time, sampleRateHz, CMTimeRoundingMethod::RoundHalfAwayFromZero);
+    const CMTime converted = CMTimeConvertScale(time, sampleRateHz, rounding);
     // Times beyond 64 bits come back infinite.
     if (!converted.isNumeric())
         return converted.flags & CMTime::PositiveInfinity ? INT64_MAX / 4 : 0;
@@ -102,9 +103,12 @@ void setRange(CMTimeRange timeRange, SoundPlan& plan)
 {
     const bool isRange = CMTimeRangeIsValid(timeRange) && timeRange.start.isNumeric() &&
                          !timeRange.duration.isIndefinite() && !CMTimeRangeIsEmpty(timeRange);
-    const int64_t end = isRange ? inSamples(CMTimeRangeGetEnd(timeRange), plan.sampleRateHz) : 0;
-    plan.rangeStart = isRange ? std::max<int64_t>(0, inSamples(timeRange.start, plan.sampleRateHz)) : 0;
-    plan.rangeEnd = std::min(plan.rangeEnd, end);
+    const int rate = plan.sampleRateHz;
+    // Not from the end of the range: if both ends were rounded there could be a sample more than the range holds.
+    const int64_t start = isRange ? inSamples(timeRange.start, rate) : 0;
+    const int64_t length = isRange ? inSamples(timeRange.duration, rate, CMTimeRoundingMethod::RoundTowardZero) : 0;
+    plan.rangeStart = std::max<int64_t>(0, start);
+    plan.rangeEnd = std::min(plan.rangeEnd, start + length);
 }
 
 /// Adds the sound of a composition in order of time.

@@ -11,8 +11,10 @@
 #include "tests/support/TestSound.h"
 
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <filesystem>
+#include <random>
 #include <string>
 #include <variant>
 #include <vector>
@@ -203,6 +205,29 @@ TEST(SoundCommandRange, IsExactToTheSample)
     EXPECT_EQ(range.start.value, 92610);
     EXPECT_EQ(range.start.timescale, kRate);
     EXPECT_EQ(range.duration.value, 92610);
+}
+
+TEST(SoundCommandRange, HoldsAllSamplesThatFitAndNotOneMore)
+{
+    std::minstd_rand random(1);
+    for (const int rate : {44100, 48000, 32000, 22050, 96000}) {
+        for (int i = 0; i < 2000; ++i) {
+            // Microseconds.
+            const int64_t start = random() % 100'000'000;
+            const int64_t length = 100 + random() % 100'000'000;
+            const auto secondsOf = [](int64_t time) { return Seconds(static_cast<double>(time) / 1e6); };
+            const auto range =
+                timeRangeOf({"a", SoundFacts::Selection{secondsOf(start), secondsOf(start + length)}, 300s, rate});
+            EXPECT_EQ(range.duration.value, length * rate / 1'000'000) << start << " " << length << " " << rate;
+            EXPECT_LE(std::abs(range.start.value * 1'000'000 - start * rate), 500'000) << start << " " << rate;
+        }
+    }
+}
+
+TEST(SoundCommandRange, IsNeverTheWholeSoundBecauseItIsShort)
+{
+    const auto range = timeRangeOf({"a", SoundFacts::Selection{0s, Seconds(1e-5)}, 5s, kRate});
+    EXPECT_EQ(range.duration.value, 1);
 }
 
 TEST_F(SoundCommands, WaveformIsAPictureOfTheSound)

@@ -10,9 +10,11 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <mutex>
 #include <optional>
+#include <random>
 
 using namespace platform;
 using namespace testsound;
@@ -100,6 +102,33 @@ TEST(AVAssetExportSession, RangesAreCutToTheSample)
         EXPECT_GT(signalToNoise(heard, 0, tone, 61727 - delay, 100001), 15);
         EXPECT_GT(signalToNoise(heard, 0, tone, 61727 - delay, 1024), 12) << "at the start";
         EXPECT_GT(signalToNoise(heard, 100001 - 1024, tone, 61727 - delay + 100001 - 1024, 1024), 12) << "at the end";
+    }
+}
+
+TEST(AVAssetExportSession, FilesOfRangesAreNeverASampleTooLong)
+{
+    const TemporaryFolder folder;
+    std::minstd_rand random(1);
+    for (const int rate : {44100, 48000, 32000, 22050, 96000}) {
+        const std::string source = folder.path(std::to_string(rate) + ".wav");
+        writeWav(source, makeTone(rate, 1, static_cast<size_t>(rate) * 2));
+        for (const std::string kind : {"wav", "mp3", "m4a", "flac", "ogg"}) {
+            // No MP3 has so high a rate.
+            if (rate == 96000 && kind == "mp3")
+                continue;
+            const std::string file = folder.path(std::to_string(rate) + "." + kind);
+            if (kind != "wav")
+                convertWithFFmpeg(source, "-strict -2", file);
+            // Microseconds.
+            const CMTimeRange range{CMTimeMake(random() % 1'000'000, 1'000'000),
+                                    CMTimeMake(100'000 + random() % 500'000, 1'000'000)};
+            const NSURL output = folder.url(std::to_string(rate) + kind + ".out.m4a");
+            expectExported(exportM4A(assetOf(NSURL::fileURLWithPath(file)), output, range));
+            const CMTime length = AVURLAsset(output).duration();
+            EXPECT_EQ(length.timescale, std::min(rate, 48000));
+            EXPECT_EQ(length.value, range.duration.value * length.timescale / 1'000'000)
+                << file << " " << range.start.value << " " << range.duration.value;
+        }
     }
 }
 

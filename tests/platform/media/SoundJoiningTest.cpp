@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -146,6 +147,27 @@ TEST_F(SoundJoining, PlanHasNeitherGapNorOverlap)
     ASSERT_EQ(plan->pieces.size(), urls.size());
     for (size_t i = 1; i < urls.size(); ++i)
         EXPECT_EQ(plan->pieces[i].targetStart, plan->pieces[i - 1].targetEnd()) << i;
+}
+
+TEST_F(SoundJoining, RangeOffTheGridOfSamplesIsNeverASampleTooLong)
+{
+    std::minstd_rand random(1);
+    for (const int rate : {44100, 48000, 96000, 88200, 22050, 11025}) {
+        const std::string name = std::to_string(rate) + ".wav";
+        writeWav(folder_.path(name), makeTone(rate, 1, static_cast<size_t>(rate) * 2));
+        const auto asset = assetOf(folder_.url(name));
+        for (const int32_t timescale : {rate, 1000, 10000, 48000, 1'000'000}) {
+            for (int i = 0; i < 6; ++i) {
+                const auto part = [&](int64_t of) { return static_cast<int64_t>(random()) % of; };
+                const CMTimeRange range{CMTimeMake(part(timescale), timescale),
+                                        CMTimeMake(timescale / 10 + part(timescale / 2), timescale)};
+                const auto plan = planSound(*asset, range, nullptr);
+                ASSERT_TRUE(plan);
+                EXPECT_EQ(plan->rangeEnd - plan->rangeStart, range.duration.value * plan->sampleRateHz / timescale)
+                    << rate << " " << timescale << " " << range.start.value << " " << range.duration.value;
+            }
+        }
+    }
 }
 
 TEST_F(SoundJoining, ToneThatIsCutInPhaseHasNoDipAtTheCut)
