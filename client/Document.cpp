@@ -305,7 +305,7 @@ void removeUnfinished(const std::string& folder)
 } // namespace
 
 /// The document with its items as they are saved.
-class Document::Content final {
+class STILLORA_HIDDEN Document::Content final {
 public:
     [[nodiscard]] static std::unique_ptr<Content> create(const NSURL& location, NSError* error);
     /// @param waits  where the document is to be kept from changes of others

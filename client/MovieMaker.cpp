@@ -122,7 +122,7 @@ bool isEndOfConnection(const platform::NSError& error)
 } // namespace
 
 /// One run of `makeMovie`.
-class MovieMaker::Job final {
+class STILLORA_HIDDEN MovieMaker::Job final {
 public:
     Job(MovieMaker& maker, const MovieRequest& request, Observer& observer)
         : maker_(maker), request_(request),

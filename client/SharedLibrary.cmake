@@ -2,11 +2,13 @@
 # StilloraClient and by pkg-config as stillora-client. The project's own programs link the static libraries.
 include(CMakePackageConfigHelpers)
 
-set(CLIENT_PARTS client audio video items util system media graphics connection archive dispatch foundation)
-list(TRANSFORM CLIENT_PARTS REPLACE "(.+)" "$<TARGET_OBJECTS:\\1>" OUTPUT_VARIABLE CLIENT_OBJECTS)
-add_library(client_shared SHARED ${CLIENT_OBJECTS})
-# For the libraries that the parts need.
-target_link_libraries(client_shared PRIVATE ${CLIENT_PARTS} project_options)
+add_library(client_shared SHARED $<TARGET_OBJECTS:client>)
+# For what the client is made of.
+target_link_libraries(client_shared PRIVATE client project_options)
+# Of the other parts, whose visibility is as ever, the linker hides everything.
+configure_file(${CMAKE_CURRENT_LIST_DIR}/SharedLibrary.map.in ${CMAKE_CURRENT_BINARY_DIR}/SharedLibrary.map @ONLY)
+target_link_options(client_shared PRIVATE LINKER:--version-script=${CMAKE_CURRENT_BINARY_DIR}/SharedLibrary.map)
+set_target_properties(client_shared PROPERTIES LINK_DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/SharedLibrary.map)
 target_compile_features(client_shared INTERFACE cxx_std_20)
 target_include_directories(client_shared INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 # Until version 1 every minor version may change what programs were built with.

@@ -82,7 +82,8 @@ public:
     static Result<Document> load(const std::filesystem::path& location);
 
     /// Opens a document and keeps other processes from changing it as long as the object lives.
-    /// @param waits  asked over and over while another process changes it; whether to wait on
+    /// @param location  of its folder
+    /// @param waits     asked over and over while another process changes it; whether to wait on
     static Result<Document> loadForChange(const std::filesystem::path& location, const std::function<bool()>& waits);
 
     /// Removes files that were added and not saved.
@@ -134,7 +135,7 @@ public:
 
 private:
     class Content;
-    explicit Document(std::unique_ptr<Content> content);
+    STILLORA_HIDDEN explicit Document(std::unique_ptr<Content> content);
 
     std::unique_ptr<Content> content_;
 };

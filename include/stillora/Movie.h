@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -215,6 +216,41 @@ private:
     const Limits limits_;
     const std::shared_ptr<const WakeUp> wakeUp_;
     std::atomic<int> cancelRequests_{0};
+};
+
+/// Makes a movie beside a program's main loop, which need only watch a descriptor. The work runs on a thread of the
+/// library's, with which the service process lives and dies. All but `cancel` on one thread.
+class STILLORA_EXPORT MovieJob final {
+public:
+    /// What `dispatch` calls; each may be empty, and may destroy the job.
+    struct Handlers {
+        /// How far the service is; older news that were not told yet are dropped.
+        std::function<void(const MovieProgress&)> progressChanged;
+        /// Called once and last: the movie, or why there is none, as `MovieMaker::makeMovie` returns it.
+        std::function<void(const Result<Movie>&)> ended;
+    };
+
+    /// Starts at once.
+    MovieJob(MovieRequest request, Handlers handlers, MovieMaker::Limits limits = {});
+    /// Cancels the work if it goes on, and waits until no process and no temporary file is left: a few seconds at the
+    /// most. No handler is called.
+    ~MovieJob();
+    MovieJob(const MovieJob&) = delete;
+    MovieJob& operator=(const MovieJob&) = delete;
+
+    /// Readable (`POLLIN`) while there is news. It belongs to the job.
+    int descriptor() const noexcept;
+
+    /// Calls the handlers with the news on this thread, and returns at once where there is none.
+    void dispatch();
+
+    /// As `MovieMaker::cancel`; `ended` is then still called.
+    void cancel() noexcept;
+
+private:
+    struct State;
+
+    const std::shared_ptr<State> state_;
 };
 /// @}
 

@@ -5,11 +5,15 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <functional>
 #include <map>
+#include <memory>
+#include <optional>
 #include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/wait.h>
 
 using namespace stillora;
@@ -367,6 +371,104 @@ TEST_F(MovieMakerTest, MakesSeveralMoviesOneAfterTheOther)
     EXPECT_EQ(kindOf(make("fails")), Kind::Failed);
     EXPECT_EQ(kindOf(make("makes")), Kind::Made);
     EXPECT_THAT(save_.entries(), ElementsAre("Trip v1.2-2.mov", "Trip v1.2.mov"));
+}
+
+class MovieJobTest : public MovieMakerTest {
+protected:
+    /// Starts a job that remembers what it was told.
+    void start(const std::string& behaviour)
+    {
+        setenv("PRETENDED_SERVICE", behaviour.c_str(), 1);
+        job_ = std::make_unique<MovieJob>(
+            requestOf(6),
+            MovieJob::Handlers{[this](const MovieProgress& progress) { told(progress.stage); },
+                               [this](const Result<Movie>& result) {
+                                   told("ended");
+                                   result_ = result;
+                               }},
+            MovieMaker::Limits{.stall = 60'000ms, .cancel = 300ms});
+    }
+    void told(const std::string& news)
+    {
+        EXPECT_EQ(std::this_thread::get_id(), thread_);
+        news_.push_back(news);
+    }
+    /// As a main loop does it.
+    void loopUntil(const std::function<bool()>& isDone)
+    {
+        const auto deadline = std::chrono::steady_clock::now() + 60s;
+        while (!isDone() && std::chrono::steady_clock::now() < deadline) {
+            pollfd wait{job_->descriptor(), POLLIN, 0};
+            if (poll(&wait, 1, 1000) == 1)
+                job_->dispatch();
+        }
+        EXPECT_TRUE(isDone());
+    }
+    bool isReadable() const
+    {
+        pollfd wait{job_->descriptor(), POLLIN, 0};
+        return poll(&wait, 1, 0) == 1;
+    }
+
+    const std::thread::id thread_ = std::this_thread::get_id();
+    std::unique_ptr<MovieJob> job_;
+    std::vector<std::string> news_;
+    std::optional<Result<Movie>> result_;
+};
+
+TEST_F(MovieJobTest, TellsItsNewsOnTheThreadThatDispatches)
+{
+    makeMovieFile(6);
+    start("makes");
+    loopUntil([this] { return result_.has_value(); });
+    ASSERT_TRUE(*result_) << result_->error().message;
+    EXPECT_EQ((*result_)->path, save_.path("Trip v1.2.mov"));
+    EXPECT_EQ(news_.back(), "ended");
+    EXPECT_FALSE(isReadable());
+    job_->dispatch();
+    EXPECT_THAT(news_, testing::Not(testing::Contains("ended").Times(2)));
+}
+
+TEST_F(MovieJobTest, TellsOfProgressBeforeTheEnd)
+{
+    start("waits");
+    loopUntil([this] { return !news_.empty(); });
+    EXPECT_THAT(news_, ElementsAre("VideoCreationTitleRenderingVideo"));
+    EXPECT_FALSE(isReadable());
+    job_->cancel();
+    loopUntil([this] { return result_.has_value(); });
+    EXPECT_EQ(kindOf(*result_), Kind::Cancelled);
+    EXPECT_THAT(save_.entries(), IsEmpty());
+}
+
+TEST_F(MovieJobTest, EndsWithItsObjectAndTellsNothingMore)
+{
+    start("ignores");
+    loopUntil([this] { return !news_.empty(); });
+    news_.clear();
+    job_.reset();
+    // The fixture sees that no process is left.
+    EXPECT_THAT(save_.entries(), IsEmpty());
+    EXPECT_THAT(news_, IsEmpty());
+}
+
+TEST_F(MovieJobTest, MayBeDestroyedByItsHandlers)
+{
+    setenv("PRETENDED_SERVICE", "waits", 1);
+    const auto held = std::make_shared<int>(1);
+    bool isEndTold = false;
+    job_ = std::make_unique<MovieJob>(requestOf(6),
+                                      MovieJob::Handlers{[this, held](const MovieProgress&) { job_.reset(); },
+                                                         [&, held](const Result<Movie>&) { isEndTold = true; }});
+    const int descriptor = job_->descriptor();
+    while (job_) {
+        pollfd wait{descriptor, POLLIN, 0};
+        ASSERT_EQ(poll(&wait, 1, 60'000), 1);
+        job_->dispatch();
+    }
+    EXPECT_FALSE(isEndTold);
+    EXPECT_EQ(held.use_count(), 1) << "nothing of the program's is held any longer";
+    EXPECT_THAT(save_.entries(), IsEmpty());
 }
 
 } // namespace

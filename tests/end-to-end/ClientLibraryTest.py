@@ -2,6 +2,7 @@
 
 import os
 import re
+import shutil
 import subprocess
 import unittest
 from pathlib import Path
@@ -47,25 +48,57 @@ class ClientLibraryTest(stillora.TestCase):
     def flags(self):
         return [flag.replace("\\ ", " ") for flag in self.pkg_config("--cflags", "--libs")]
 
+    def process(self, program, *arguments):
+        return subprocess.Popen([program, *arguments], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE, text=True,
+                                env=self.environment(LD_LIBRARY_PATH=self.library, LANGUAGE="de"))
+
     def assertMakesAMovie(self, program):
         movies = self.folder / "movies"
-        result = subprocess.run([program, movies, *self.photos], stdin=subprocess.DEVNULL, capture_output=True, text=True,
-                                env=self.environment(LD_LIBRARY_PATH=self.library, LANGUAGE="de"),
-                                timeout=stillora.DEADLINE)
-        self.assertEqual((result.returncode, result.stdout), (0, f"{movies}/Rome.mov\n"), result.stderr)
+        with self.process(program, movies, *self.photos) as process:
+            # Its input stays open: the end of it would stop the example with a main loop.
+            process.wait(timeout=stillora.DEADLINE)
+            out, err = process.stdout.read(), process.stderr.read()
+        self.assertEqual((process.returncode, out), (0, f"{movies}/Rome.mov\n"), err)
         self.assertEqual(hold_times(movies / "Rome.mov"), [(2.0 * i, 2.0) for i in range(6)])
         # Which updates arrive depends on how busy the machine is: the last one need not be there.
-        self.assertRegex(result.stderr, r" \d{1,3} %\n")
+        self.assertRegex(err, r" \d{1,3} %\n")
         # The service's keys would stand here if the translations had not been found.
-        self.assertNotIn("VideoCreation", result.stderr)
+        self.assertNotIn("VideoCreation", err)
         self.assertEqual(os.listdir(movies), ["Rome.mov"])
 
-    def test_the_example_builds_by_cmake_and_makes_a_movie(self):
+    def test_the_examples_build_by_cmake_and_run(self):
         build = self.folder / "build"
         run("cmake", "-G", "Ninja", "-S", EXAMPLE, "-B", build, f"-DCMAKE_PREFIX_PATH={self.prefix}", "-DCMAKE_BUILD_TYPE=Debug",
             f"-DCMAKE_CXX_COMPILER={COMPILER}", "-DCMAKE_CXX_FLAGS=" + " ".join(WARNINGS + SANITIZERS))
         run("cmake", "--build", build)
         self.assertMakesAMovie(build / "make-movie")
+        shutil.rmtree(self.folder / "movies")
+        self.assertMakesAMovie(build / "make-movie-in-a-loop")
+        self.assertIsStopped(build / "make-movie-in-a-loop")
+        self.assertDescribesASound(build / "describe-sound")
+
+    def assertIsStopped(self, program):
+        """The end of its input cancels the work of the example with a main loop."""
+        movies = self.folder / "none"
+        with self.process(program, movies, *self.photos) as process:
+            process.stdin.close()
+            self.assertEqual(process.wait(timeout=stillora.DEADLINE), 1)
+            self.assertEqual(process.stdout.read(), "")
+            self.assertTrue(process.stderr.read().endswith("stopped\n"))
+        self.assertFalse(movies.exists())
+
+    def assertDescribesASound(self, program):
+        sound = self.folder / "song.flac"
+        run("ffmpeg", "-v", "error", "-f", "lavfi", "-i", "sine=duration=62", "-metadata", "title=Rome", "-metadata",
+            "artist=Somebody", sound)
+        with self.process(program, sound, self.folder / "wave.png") as process:
+            out, err = process.communicate(timeout=stillora.DEADLINE)
+        self.assertEqual((process.returncode, err), (0, ""))
+        self.assertRegex(out, r"^Rome, Somebody, 1 .+2 .+\n$")
+        size = run("ffprobe", "-v", "error", "-show_entries", "stream=codec_name,width,height", "-of", "csv=p=0",
+                   self.folder / "wave.png").decode()
+        self.assertEqual(size, "png,400,80\n")
 
     def test_the_example_builds_by_pkg_config_and_makes_a_movie(self):
         program = self.folder / "make-movie"
@@ -109,6 +142,62 @@ class ClientLibraryTest(stillora.TestCase):
         self.assertIn(f"soname: [{soname}]", name)
         self.assertTrue((self.library / soname).exists())
         self.assertNotRegex(name, r"(?i)r(un)?path")
+
+    def test_the_library_shows_what_its_list_says(self):
+        library = self.library / "libstillora-client.so"
+        run(SOURCE / "packaging/check-symbols", library)
+        names = run("nm", "-D", "--defined-only", "-C", library).decode()
+        for name in re.findall(r"^\S+ \S (.+)$", names, re.MULTILINE):
+            self.assertRegex(name, r"^stillora::|^STILLORA_")
+        # Another library shows other symbols.
+        other = self.shared_library("other", "namespace stillora { int added() { return 1; } }")
+        result = subprocess.run([SOURCE / "packaging/check-symbols", other], capture_output=True, text=True)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn('+ (c++)"stillora::added()', result.stdout)
+
+    def shared_library(self, name, code, soname="libstillora-client.so.0.1"):
+        source = self.folder / f"{name}.cpp"
+        source.write_text(code)
+        run(COMPILER, "-g", "-shared", "-fPIC", f"-Wl,-soname,{soname}", source, "-o", self.folder / f"{name}.so")
+        return self.folder / f"{name}.so"
+
+    def test_a_library_that_would_break_programs_is_noticed(self):
+        def compare(old, new):
+            return subprocess.run([SOURCE / "packaging/check-abi", old, new], capture_output=True, text=True)
+
+        struct = "struct S { int a; %s }; int first(S s) { return s.a; }"
+        old = self.shared_library("old", struct % "" + " int second() { return 2; }")
+        self.assertEqual(compare(old, old).returncode, 0)
+        more = self.shared_library("more", struct % "" + " int second() { return 2; } int third() { return 3; }")
+        self.assertEqual(compare(old, more).returncode, 0)
+        less = compare(old, self.shared_library("less", struct % ""))
+        self.assertNotEqual(less.returncode, 0)
+        self.assertIn("second", less.stdout)
+        wider = compare(old, self.shared_library("wider", struct % "int b;" + " int second() { return 2; }"))
+        self.assertNotEqual(wider.returncode, 0)
+        renamed = compare(old, self.shared_library("renamed", "int other() { return 1; }", "libstillora-client.so.0.2"))
+        self.assertEqual((renamed.returncode, "another name" in renamed.stdout), (0, True), renamed.stdout)
+        # Where nothing was released there is nothing to compare.
+        (self.folder / "clone/packaging").mkdir(parents=True)
+        script = shutil.copy(SOURCE / "packaging/check-abi", self.folder / "clone/packaging")
+        run("git", "init", "-q", self.folder / "clone")
+        result = subprocess.run([script], capture_output=True, text=True)
+        self.assertEqual((result.returncode, "nothing was released" in result.stdout), (0, True), result.stderr)
+
+    def test_the_reference_is_made_without_a_warning_and_has_everything(self):
+        result = subprocess.run([SOURCE / "packaging/build-reference", self.folder], capture_output=True, text=True)
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        self.assertTrue((self.folder / "html/classstillora_1_1MovieJob.html").is_file())
+
+    def test_the_page_names_every_header_class_and_function(self):
+        page = (SOURCE / "docs/client-library.md").read_text()
+        for header in sorted((self.prefix / "include/stillora").glob("*.h")):
+            self.assertIn(f"`stillora/{header.name}`", page)
+            text = header.read_text()
+            names = re.findall(r"^class STILLORA_EXPORT (\w+)", text, re.MULTILINE)
+            names += re.findall(r"^STILLORA_EXPORT [^;]*?(\w+)\(", text, re.MULTILINE)
+            for name in names:
+                self.assertRegex(page, rf"\b{name}\b", header)
 
     def test_another_minor_version_is_refused(self):
         project = self.folder / "project"
