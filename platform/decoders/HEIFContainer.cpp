@@ -1,12 +1,12 @@
 #include "platform/decoders/HEIFContainer.h"
 
+#include "platform/bytes/BoxWalker.h"
 #include "platform/bytes/ByteReader.h"
 
-#include <algorithm>
-#include <functional>
+#include <array>
 #include <optional>
 #include <set>
-#include <string_view>
+#include <span>
 #include <vector>
 
 namespace platform {
@@ -14,65 +14,31 @@ namespace platform {
 namespace {
 
 // Pictures of thousands of tiles stay far below this.
-constexpr size_t kMaxMetaBytes = size_t{16} << 20;
+constexpr int64_t kMaxMetaBytes = int64_t{16} << 20;
 
-/// Calls `visit` with the type and content of each box, until it answers false or a box is damaged.
-void forEachBox(std::span<const uint8_t> bytes,
-                const std::function<bool(std::string_view type, std::span<const uint8_t> content)>& visit)
-{
-    size_t offset = 0;
-    while (const auto length32 = bigEndian32(bytes, offset)) {
-        uint64_t length = *length32;
-        size_t header = 8;
-        if (length == 1) {
-            const auto high = bigEndian32(bytes, offset + 8);
-            const auto low = bigEndian32(bytes, offset + 12);
-            if (!high || !low)
-                return;
-            length = uint64_t{*high} << 32 | *low;
-            header = 16;
-        } else if (length == 0) {
-            length = bytes.size() - offset;
-        }
-        if (length < header || length > bytes.size() - offset)
-            return;
-        const auto box = bytes.subspan(offset, static_cast<size_t>(length));
-        const std::string_view type(reinterpret_cast<const char*>(box.data()) + 4, 4);
-        if (!visit(type, box.subspan(header)))
-            return;
-        offset += static_cast<size_t>(length);
-    }
-}
+/// Reads boxes without keeping the file's bytes.
+class ImageBytes final : public ByteSource {
+public:
+    explicit ImageBytes(const ImageFile& file) : file_(file) {}
 
-/// The top level's "meta" box, of which no more is read than lies before its end.
-std::span<const uint8_t> metaBox(ImageFile& file)
-{
-    size_t offset = 0;
-    while (true) {
-        const auto bytes = file.first(offset + 16);
-        const auto length32 = bigEndian32(bytes, offset);
-        if (!length32 || bytes.size() < offset + 8)
-            return {};
-        uint64_t length = *length32;
-        size_t header = 8;
-        if (length == 1 && bytes.size() >= offset + 16) {
-            length = uint64_t{*bigEndian32(bytes, offset + 8)} << 32 | *bigEndian32(bytes, offset + 12);
-            header = 16;
-        }
-        if (length < header || length > file.length() - offset)
-            return {};
-        const std::string_view type(reinterpret_cast<const char*>(bytes.data()) + offset + 4, 4);
-        if (type == "meta") {
-            if (length > kMaxMetaBytes || length < header + 4)
-                return {};
-            const auto whole = file.first(offset + static_cast<size_t>(length));
-            // Version and flags come first.
-            return whole.size() < offset + length
-                       ? std::span<const uint8_t>{}
-                       : whole.subspan(offset + header + 4, static_cast<size_t>(length) - header - 4);
-        }
-        offset += static_cast<size_t>(length);
+    int64_t size() const override { return static_cast<int64_t>(file_.length()); }
+    bool read(int64_t offset, std::span<uint8_t> bytes) const override
+    {
+        return file_.readAt(static_cast<size_t>(offset), bytes.data(), bytes.size()) ==
+               static_cast<ssize_t>(bytes.size());
     }
+
+private:
+    const ImageFile& file_;
+};
+
+/// Empty where the file is cut off.
+std::vector<uint8_t> contentOf(const BoxWalker& boxes, const Box& box)
+{
+    std::vector<uint8_t> content(static_cast<size_t>(box.size()));
+    if (!boxes.read(box.begin, content))
+        content.clear();
+    return content;
 }
 
 std::optional<uint32_t> itemNumber(std::span<const uint8_t> bytes, size_t offset, bool isLong)
@@ -125,38 +91,42 @@ std::set<size_t> propertiesOfItem(std::span<const uint8_t> ipma, uint32_t item)
 
 } // namespace
 
-HEIFColors readHEIFColors(ImageFile& file)
+HEIFColors readHEIFColors(const ImageFile& file)
 {
+    const ImageBytes bytes(file);
+    const BoxWalker boxes(bytes);
+    // Version and flags come first.
+    constexpr int64_t kFlags = 4;
+    const auto meta = boxes.find(fourCharacterCode("meta"), 0, boxes.size());
+    if (!meta || meta->size() < kFlags || meta->size() > kMaxMetaBytes)
+        return {};
     std::optional<uint32_t> item;
-    std::vector<std::span<const uint8_t>> associations;
+    std::vector<std::vector<uint8_t>> associations;
     std::vector<std::pair<size_t, HEIFColors>> stated;
-    forEachBox(metaBox(file), [&](std::string_view type, std::span<const uint8_t> content) {
-        if (type == "pitm")
-            item = primaryItem(content);
-        if (type != "iprp")
-            return true;
-        forEachBox(content, [&](std::string_view innerType, std::span<const uint8_t> inner) {
-            if (innerType == "ipma")
-                associations.push_back(inner);
-            if (innerType != "ipco")
-                return true;
-            size_t number = 0;
-            forEachBox(inner, [&](std::string_view propertyType, std::span<const uint8_t> property) {
-                ++number;
-                const auto primaries = bigEndian16(property, 4);
-                const auto transfer = bigEndian16(property, 6);
-                const std::string_view kind(reinterpret_cast<const char*>(property.data()),
-                                            std::min<size_t>(property.size(), 4));
-                if (propertyType == "colr" && kind == "nclx" && primaries && transfer)
-                    stated.push_back({number, {*primaries, *transfer}});
-                return true;
-            });
-            return true;
+    const auto visitProperties = [&](const Box& box) {
+        size_t number = 0;
+        boxes.forEachBox(box.begin, box.end, [&](const Box& property) {
+            ++number;
+            std::array<uint8_t, 8> color{};
+            if (property.type == fourCharacterCode("colr") && property.size() >= 8 &&
+                boxes.read(property.begin, color) && bigEndian32(color, 0) == fourCharacterCode("nclx"))
+                stated.push_back({number, {*bigEndian16(color, 4), *bigEndian16(color, 6)}});
         });
-        return true;
+    };
+    boxes.forEachBox(meta->begin + kFlags, meta->end, [&](const Box& box) {
+        if (box.type == fourCharacterCode("pitm"))
+            item = primaryItem(contentOf(boxes, box));
+        if (box.type != fourCharacterCode("iprp"))
+            return;
+        boxes.forEachBox(box.begin, box.end, [&](const Box& inner) {
+            if (inner.type == fourCharacterCode("ipma"))
+                associations.push_back(contentOf(boxes, inner));
+            if (inner.type == fourCharacterCode("ipco"))
+                visitProperties(inner);
+        });
     });
     if (item)
-        for (const auto association : associations) {
+        for (const auto& association : associations) {
             const auto properties = propertiesOfItem(association, *item);
             for (const auto& [number, colors] : stated)
                 if (properties.contains(number))

@@ -12,6 +12,6 @@ struct HEIFColors {
 };
 
 /// Of the primary picture; of any picture of the file where that one states nothing.
-HEIFColors readHEIFColors(ImageFile& file);
+HEIFColors readHEIFColors(const ImageFile& file);
 
 } // namespace platform

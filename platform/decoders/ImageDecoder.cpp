@@ -39,7 +39,7 @@ std::unique_ptr<CGImageSource> createWithFile(std::unique_ptr<ImageFile> file, N
     const bool hasPlainDifferences = tiff && tiff->hasColorDifferences && !tiff->isJPEG;
     if (format == "bmp" || format == "jp2" || hasPlainDifferences)
         return makeAVCodecDecoder(std::move(file), format);
-    return makeVipsDecoder(std::move(file), format);
+    return makeModuleDecoder(std::move(file), format);
 }
 
 } // namespace

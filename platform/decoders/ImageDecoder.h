@@ -55,7 +55,7 @@ private:
 /// @name One for each way of decoding; null only if memory is short.
 /// @{
 std::unique_ptr<CGImageSource> makeJPEGDecoder(std::unique_ptr<ImageFile> file);
-std::unique_ptr<CGImageSource> makeVipsDecoder(std::unique_ptr<ImageFile> file, std::string_view format);
+std::unique_ptr<CGImageSource> makeModuleDecoder(std::unique_ptr<ImageFile> file, std::string_view format);
 std::unique_ptr<CGImageSource> makeAVCodecDecoder(std::unique_ptr<ImageFile> file, std::string_view format);
 /// @}
 

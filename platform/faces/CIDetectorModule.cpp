@@ -1,18 +1,13 @@
 #include "platform/faces/CIDetectorModule.h"
 
 #include "platform/faces/module/FaceModule.h"
-#include "platform/foundation/FileDescriptor.h"
 #include "platform/foundation/InstalledFiles.h"
+#include "platform/foundation/LoadableModule.h"
 #include "platform/foundation/NSLog.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <dlfcn.h>
-#include <elf.h>
-#include <fcntl.h>
-#include <string_view>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -35,23 +30,6 @@ std::string chosen(const std::vector<std::string>& paths)
     if (found != paths.end())
         return *found;
     return paths.empty() ? "" : paths.front();
-}
-
-/// Whether a library file is whole: the list of its sections, which stands at its end, lies inside. The loader maps a
-/// file that was cut off, and the process then dies when it touches what is not there.
-bool isWholeLibrary(const std::string& path)
-{
-    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    struct stat information {};
-    if (!file || fstat(file.get(), &information) != 0 || !S_ISREG(information.st_mode))
-        return false;
-    Elf64_Ehdr header{};
-    if (pread(file.get(), &header, sizeof header, 0) != static_cast<ssize_t>(sizeof header))
-        return false;
-    if (!std::equal(header.e_ident, header.e_ident + SELFMAG, ELFMAG) || header.e_ident[EI_CLASS] != ELFCLASS64)
-        return false;
-    const auto size = static_cast<uint64_t>(information.st_size);
-    return header.e_shoff <= size && uint64_t{header.e_shnum} * header.e_shentsize <= size - header.e_shoff;
 }
 
 } // namespace
@@ -155,27 +133,10 @@ CIDetectorModule::Finder CIDetectorModule::openFinder()
 
 bool CIDetectorModule::load(std::string* reason)
 {
-    const std::string path = chosen(paths_.modules);
-    if (access(path.c_str(), F_OK) != 0) {
-        *reason = "there is no face detector at " + path;
+    constexpr ModuleKind kKind = {"face detector", kStilloraFaceModuleSymbol, kStilloraFaceModuleVersion};
+    module_ = static_cast<const StilloraFaceModule*>(loadModule(kKind, chosen(paths_.modules), *reason));
+    if (!module_)
         return false;
-    }
-    if (!isWholeLibrary(path)) {
-        *reason = "the face detector " + path + " is damaged";
-        return false;
-    }
-    // Its libraries never come out of a process again, so neither does the module.
-    void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
-    if (!library) {
-        const char* text = dlerror();
-        *reason = std::string("the face detector could not be loaded: ") + (text ? text : path.c_str());
-        return false;
-    }
-    module_ = static_cast<const StilloraFaceModule*>(dlsym(library, kStilloraFaceModuleSymbol));
-    if (!module_ || module_->version != kStilloraFaceModuleVersion) {
-        *reason = "the face detector " + path + " is none of this version";
-        return false;
-    }
     model_ = chosen(paths_.models);
     return true;
 }

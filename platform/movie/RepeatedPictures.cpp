@@ -1,6 +1,7 @@
 #include "platform/movie/RepeatedPictures.h"
 
-#include "platform/movie/BoxFile.h"
+#include "platform/bytes/BoxWalker.h"
+#include "platform/bytes/ByteReader.h"
 #include "platform/movie/SampleTable.h"
 
 #include <algorithm>
@@ -35,7 +36,7 @@ struct Stretch {
 /// One run of the rewriting; `why` says what is wrong with the movie, as the end of a sentence.
 class Rewriting final {
 public:
-    explicit Rewriting(const NSURL& movie) : file_(movie.path()) {}
+    explicit Rewriting(const NSURL& movie) : bytes_(movie.path()), file_(bytes_) {}
 
     bool readIndex(std::string& why);
     /// @return how many samples came to those that were there
@@ -43,7 +44,7 @@ public:
 
     const Stretch& oldIndex() const { return oldIndex_; }
     Bytes newIndex() const;
-    int64_t fileSize() const { return file_.size(); }
+    const FileBytes& bytes() const { return bytes_; }
 
 private:
     bool findIndex(std::string& why);
@@ -55,7 +56,8 @@ private:
         return offset < static_cast<uint64_t>(oldIndex_.end) ? offset : offset + static_cast<uint64_t>(distance_);
     }
 
-    const BoxFile file_;
+    const FileBytes bytes_;
+    const BoxWalker file_;
     /// From the start of its header, and with the free room behind it.
     Stretch oldIndex_;
     Stretch indexContent_;
@@ -310,9 +312,8 @@ private:
 };
 
 /// @return false with `errno`
-bool copyStretch(const NSURL& movie, Stretch stretch, NewFile& to, const std::function<bool()>& isCancelled)
+bool copyStretch(const FileBytes& from, Stretch stretch, NewFile& to, const std::function<bool()>& isCancelled)
 {
-    const BoxFile from(movie.path());
     Bytes buffer(kPieceBytes);
     while (stretch.begin < stretch.end) {
         const auto count = static_cast<size_t>(std::min<int64_t>(stretch.end - stretch.begin, kPieceBytes));
@@ -346,8 +347,9 @@ std::optional<size_t> repeatLongPictures(const NSURL& movie, CMTime longest, con
         return added;
     NewFile file(to);
     const Stretch& index = rewriting.oldIndex();
-    if (!file || !copyStretch(movie, {0, index.begin}, file, isCancelled) || !file.write(rewriting.newIndex()) ||
-        !copyStretch(movie, {index.end, rewriting.fileSize()}, file, isCancelled) || !file.keep()) {
+    if (!file || !copyStretch(rewriting.bytes(), {0, index.begin}, file, isCancelled) ||
+        !file.write(rewriting.newIndex()) ||
+        !copyStretch(rewriting.bytes(), {index.end, rewriting.bytes().size()}, file, isCancelled) || !file.keep()) {
         failWithErrno(error, errno, to.path() + " cannot be written");
         return std::nullopt;
     }

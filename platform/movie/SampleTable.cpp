@@ -1,6 +1,7 @@
 #include "platform/movie/SampleTable.h"
 
-#include "platform/movie/BoxFile.h"
+#include "platform/bytes/BoxWalker.h"
+#include "platform/bytes/ByteReader.h"
 
 #include <algorithm>
 #include <array>

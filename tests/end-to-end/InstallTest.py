@@ -68,6 +68,17 @@ class InstallTest(stillora.TestCase):
         self.assertTrue(result.stderr.endswith("stillora: 320 x 240, no faces\n"), result.stderr)
         self.assertIn("there is no face detector at ", result.stderr)
 
+    def test_the_installed_library_of_pictures_is_needed_for_some(self):
+        photos = [stillora.picture(self.folder / name) for name in ("a.jpg", "b.png")]
+        module, = (self.prefix / "lib").glob("**/picture-formats.so")
+        self.addCleanup(module.with_suffix(".off").rename, module)
+        module.rename(module.with_suffix(".off"))
+        for photo, status in zip(photos, (0, 3)):
+            result = self.installed_run("frame", photo, "-o", photo.with_suffix(".frame.png"))
+            self.assertEqual(result.returncode, status, result.stderr)
+        self.assertIn("there is no library of pictures at ", result.stderr)
+        self.assertIn("the image library does not start", result.stderr)
+
     def test_the_installed_programs_make_a_movie_without_the_build(self):
         # Moved once more, so that neither the build's folder nor the first prefix can be what it is found by.
         moved = self.folder / "moved"

@@ -21,7 +21,7 @@ ROOMS = {
     "bytes": "foundation",
     "libav": "foundation bytes",
     "pixels": "foundation",
-    "vips": "",
+    "vips": "foundation",
     "decoders": "foundation bytes libav pixels vips",
     "encoders": "foundation pixels vips",
     "graphics": "foundation pixels decoders encoders",

@@ -1,0 +1,152 @@
+#include "platform/decoders/EXIF.h"
+#include "platform/decoders/HEIFContainer.h"
+#include "platform/decoders/ImageDecoder.h"
+#include "platform/decoders/PNGHeader.h"
+#include "platform/vips/PictureLibrary.h"
+#include "platform/vips/module/PictureModule.h"
+
+#include <utility>
+
+namespace platform {
+
+namespace {
+
+int64_t readFile(void* context, int64_t offset, void* bytes, int64_t count)
+{
+    return static_cast<const ImageFile*>(context)->readAt(static_cast<size_t>(offset), static_cast<uint8_t*>(bytes),
+                                                          static_cast<size_t>(count));
+}
+
+struct ClosePicture {
+    void operator()(void* picture) const { pictureLibrary()->close(picture); }
+};
+
+/// Decodes with the library of rarer formats.
+class ModuleDecoder final : public ImageDecoder {
+public:
+    ModuleDecoder(std::unique_ptr<ImageFile> imageFile, std::string_view imageFormat)
+        : ImageDecoder(std::move(imageFile), imageFormat), format_(imageFormat),
+          isHEIF_(imageFormat == "heic" || imageFormat == "avif"), source_{&file(),
+                                                                           static_cast<int64_t>(file().length()),
+                                                                           readFile}
+    {}
+
+private:
+    bool openPicture(NSError* error)
+    {
+        const PictureModule* const library = pictureLibrary();
+        if (!library)
+            return failDecoding(error, "cannot be decoded: the image library does not start");
+        header_ = {};
+        picture_.reset(library->open(format_.c_str(), &source_, &header_));
+        return picture_ != nullptr || failDecoding(error, "is damaged: its header cannot be read");
+    }
+
+    bool readProperties(Properties& properties, NSError* error) override
+    {
+        if (!openPicture(error))
+            return false;
+        properties.pixelWidth = header_.width;
+        properties.pixelHeight = header_.height;
+        const EXIF exif = parseEXIF({header_.exif, header_.exifLength});
+        if (!isHEIF_) {
+            properties.orientation = exif.orientation;
+            if (!properties.orientation && header_.orientation >= 1 && header_.orientation <= 8)
+                properties.orientation = header_.orientation;
+        }
+        if (exif.isAdobeRGB)
+            space_ = ColorDescription::kAdobeRGB;
+        if (format_ == "png")
+            properties.dpi = readPNG();
+        if (!properties.dpi)
+            properties.dpi = exif.dpi;
+        constexpr double kMillimetresPerInch = 25.4;
+        if (!properties.dpi && header_.hasResolution)
+            properties.dpi = header_.pixelsPerMillimetre * kMillimetresPerInch;
+        return true;
+    }
+
+    /// Keeps what a PNG file says of its colours; dots an inch.
+    std::optional<double> readPNG()
+    {
+        const PNGHeader header = readPNGHeader(file());
+        if (header.codes)
+            codes_ = *header.codes;
+        if (header.isSRGB)
+            space_.reset();
+        else if (header.space)
+            space_ = header.space;
+        return header.dpi;
+    }
+
+    bool decode(size_t width, size_t height, CGImage& image, NSError* error) override
+    {
+        if (!picture_ && !openPicture(error))
+            return false;
+        const bool succeeded = decodeOpened(width, height, image, error);
+        // Rows come in order and only once: to be asked again, the file is read again.
+        picture_.reset();
+        return succeeded;
+    }
+
+    ColorDescription statedColors()
+    {
+        ColorDescription colors;
+        colors.profile.assign(header_.profile, header_.profile + header_.profileLength);
+        const HEIFColors codes = isHEIF_ ? readHEIFColors(file()) : codes_;
+        colors.primaries = codes.primaries;
+        colors.transfer = codes.transfer;
+        colors.space = space_;
+        return colors;
+    }
+
+    bool decodeOpened(size_t width, size_t height, CGImage& image, NSError* error)
+    {
+        const PictureModule& library = *pictureLibrary();
+        // Describing may do away with the header's profile.
+        ColorDescription colors = statedColors();
+        PictureModuleRows kind{};
+        if (!library.describe(picture_.get(), &kind))
+            return failDecoding(error, "cannot be decoded: its colours are of a kind that is not known");
+        // The profile told of the numbers as they were.
+        if (kind.isConverted)
+            colors = {};
+        colors.model = kind.colorBands == 4   ? ColorDescription::Model::CMYK
+                       : kind.colorBands == 3 ? ColorDescription::Model::RGB
+                                              : ColorDescription::Model::Grey;
+        const size_t bands = kind.colorBands + (kind.hasAlpha ? 1 : 0);
+        RowCollector rows({properties().pixelWidth, properties().pixelHeight}, bands, kind.hasAlpha, {width, height},
+                          kind.depth);
+        if (!rows.isReady())
+            return failDecoding(error, "needs more memory than there is");
+        const auto takeRow = kind.depth == 8 ? addRow<uint8_t> : addRow<uint16_t>;
+        if (library.read(picture_.get(), &rows, takeRow) == 0)
+            return failDecoding(error, "is damaged: no part of it can be decoded");
+        return finish(rows.planes(), width, height, colors, image, error);
+    }
+
+    template <typename Sample>
+    static void addRow(void* rows, const void* samples)
+    {
+        static_cast<RowCollector*>(rows)->addRow(static_cast<const Sample*>(samples));
+    }
+
+    const std::string format_;
+    const bool isHEIF_;
+    const PictureModuleFile source_;
+    // What is known beside a profile, from the header.
+    HEIFColors codes_;
+    std::optional<ColorDescription::PowerSpace> space_;
+    // Of the picture, while it is open.
+    PictureModuleHeader header_{};
+    std::unique_ptr<void, ClosePicture> picture_;
+};
+
+} // namespace
+
+std::unique_ptr<CGImageSource> makeModuleDecoder(std::unique_ptr<ImageFile> file, std::string_view format)
+{
+    return std::make_unique<ModuleDecoder>(std::move(file), format);
+}
+
+} // namespace platform

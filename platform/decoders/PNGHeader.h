@@ -1,0 +1,23 @@
+#pragma once
+
+#include "platform/decoders/HEIFContainer.h"
+#include "platform/decoders/ImageFile.h"
+#include "platform/pixels/ColorProfile.h"
+
+#include <optional>
+
+namespace platform {
+
+/// What the chunks before the pixels of a PNG file tell that the library reads without telling, or not at all.
+struct PNGHeader {
+    std::optional<double> dpi;
+    /// Numbers of ITU-T H.273.
+    std::optional<HEIFColors> codes;
+    bool isSRGB = false;
+    std::optional<ColorDescription::PowerSpace> space;
+};
+
+/// Looks at no more than the first 256 chunks.
+PNGHeader readPNGHeader(const ImageFile& file);
+
+} // namespace platform

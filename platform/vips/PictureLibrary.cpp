@@ -1,0 +1,33 @@
+#include "platform/vips/PictureLibrary.h"
+
+#include "platform/foundation/InstalledFiles.h"
+#include "platform/foundation/LoadableModule.h"
+#include "platform/foundation/NSLog.h"
+#include "platform/vips/module/PictureModule.h"
+
+#include <string>
+
+namespace platform {
+namespace {
+
+const PictureModule* load()
+{
+    constexpr ModuleKind kKind = {"library of pictures", kPictureModuleSymbol, kPictureModuleVersion};
+    std::string reason;
+    const std::string path = installedPlace(InstalledFolder::Modules, "picture-formats.so");
+    const auto* const module = static_cast<const PictureModule*>(loadModule(kKind, path, reason));
+    if (module && module->start())
+        return module;
+    logFailure("CGImageSourceCreateWithURL", module ? "the library of pictures does not start" : reason);
+    return nullptr;
+}
+
+} // namespace
+
+const PictureModule* pictureLibrary()
+{
+    static const PictureModule* const library = load();
+    return library;
+}
+
+} // namespace platform
