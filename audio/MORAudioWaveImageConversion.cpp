@@ -81,7 +81,7 @@ std::optional<NSURL> synchronouslyConvertedAssetToM4AAtTempURL(const AVAssetPtr&
     NSFileManager& files = NSFileManager::defaultManager();
     const NSURL parent = tempURL ? *tempURL : NSURL::fileURLWithPath(NSTemporaryDirectory(), true);
     const NSURL folder = parent.URLByAppendingPathComponent(NSUUIDString(), true);
-    if (!files.createDirectoryAtURL(folder, true, error) && !files.fileExistsAtPath(folder.path()))
+    if (!files.createDirectoryAtURL(folder, true, error))
         return std::nullopt;
     const std::string name = stringByDeletingPathExtension(lastPathComponent(file->URL().path()));
     const NSURL output = folder.URLByAppendingPathComponent(name + ".m4a", false);

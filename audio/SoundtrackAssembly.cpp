@@ -181,7 +181,7 @@ AVURLAssetPtr finishedSoundtrackWithSoundtracks(StageContext& context, const Sou
     AVAssetExportSession session(composition, std::string(kAVAssetExportPresetAppleM4A));
     NSFileManager& files = NSFileManager::defaultManager();
     const NSURL folder = context.temporaryURL().URLByAppendingPathComponent(NSUUIDString(), true);
-    if (!files.createDirectoryAtURL(folder, true) && !files.fileExistsAtPath(folder.path())) {
+    if (!files.createDirectoryAtURL(folder, true)) {
         logFailure(kOperation, "could not create temporary directory");
         return nullptr;
     }

@@ -191,7 +191,7 @@ std::shared_ptr<AVAssetWriter> makeWriter(const VideoStageContext& context, NSEr
     const auto& files = platform::NSFileManager::defaultManager();
     const NSURL folder = context.temporaryURL().URLByAppendingPathComponent(platform::NSUUIDString(), true);
     NSError reason;
-    if (!files.createDirectoryAtURL(folder, true, &reason) && !files.fileExistsAtPath(folder.path())) {
+    if (!files.createDirectoryAtURL(folder, true, &reason)) {
         platform::logFailure(kOperation, "could not create temporary dir");
         if (error)
             *error = reason;

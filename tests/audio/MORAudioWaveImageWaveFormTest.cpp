@@ -444,6 +444,33 @@ TEST_F(WaveForm, FiftySamplesOnHundredPixelsAreFiftyColumns)
         EXPECT_EQ(heightAt(image, x), 1U) << x;
 }
 
+TEST_F(WaveForm, OneSampleIsOneColumn)
+{
+    const auto image = draw(makeAsset(1, [](size_t) { return 0.5; }));
+    ASSERT_TRUE(image);
+    EXPECT_EQ(heightAt(image, 0), 40U);
+    EXPECT_EQ(heightAt(image, 1), 1U);
+}
+
+TEST_F(WaveForm, RangeThatBeginsBetweenSamplesBeginsAtTheNearest)
+{
+    // The first sample alone is loud.
+    const auto asset = makeAsset(kRate, [](size_t frame) { return frame == 0 ? 0.9 : 0.0; });
+    const auto from = [&](int64_t tenthsOfASample) {
+        const auto image = draw(asset, {10, 41}, {CMTimeMake(tenthsOfASample, 10 * kRate), CMTimeMake(10, kRate)});
+        return image ? heightAt(image, 0) : 0;
+    };
+    EXPECT_GT(from(4), 1U);
+    EXPECT_EQ(from(5), 1U);
+}
+
+TEST_F(WaveForm, OfOnePixelIsOneColumn)
+{
+    const auto image = draw(makeAsset(100, [](size_t) { return 0.5; }), {1, 40});
+    ASSERT_TRUE(image);
+    EXPECT_EQ(heightAt(image, 0), 40U);
+}
+
 TEST_F(WaveForm, MoreColumnsThanPixelsAreCutOff)
 {
     // 199 samples are 199 columns of one.

@@ -387,6 +387,30 @@ TEST_F(SoundtrackAssembly, CancelDuringTheExportLeavesThePieces)
     EXPECT_TRUE(std::ranges::any_of(temporaryFiles(), [](const auto& file) { return file.ends_with("/1.m4a"); }));
 }
 
+TEST_F(SoundtrackAssembly, FileThatPlaysTwiceIsConvertedOnceAndItsPieceTakenAway)
+{
+    const MORSoundtrackPtr twice = item("1.wav", 3);
+    ASSERT_TRUE(assemble({twice, twice}, 60, 6));
+    ASSERT_EQ(temporaryFiles().size(), 1U);
+    EXPECT_TRUE(temporaryFiles()[0].ends_with("/stilloraFinishedAudio.m4a"));
+}
+
+TEST_F(SoundtrackAssembly, CancelDuringTheExportIsSeenBeforeItsEnd)
+{
+    int looks = 0;
+    bool wasWhole = true;
+    context_->onCancelledAsked = [&] {
+        if (++looks != 3)
+            return;
+        wasWhole = std::ranges::any_of(temporaryFiles(),
+                                       [](const auto& file) { return file.ends_with("/stilloraFinishedAudio.m4a"); });
+        context_->setIsCancelled(true);
+    };
+    // Long enough to be looked at while it lasts.
+    EXPECT_FALSE(assemble({item("1.wav", 20)}, 1200, 20, true));
+    EXPECT_FALSE(wasWhole);
+}
+
 TEST_F(SoundtrackAssembly, PieceThatCannotBeLaidIsLoggedAndItsErrorPassedOn)
 {
     int looks = 0;

@@ -1,5 +1,7 @@
 #include "items/MORPhoto.h"
 
+#include "items/SavedForm.h"
+
 #include "platform/archive/NSKeyedArchiver.h"
 #include "platform/foundation/NSString.h"
 #include "tests/items/ReferenceReader.h"
@@ -442,6 +444,9 @@ TEST(MORPhoto, KeepsANameThatIsNotUTF8)
                   "e.jpg");
     photo.setTitle("gr\xFC\xDF"
                    "e");
+    const auto form = saved_form::read(photo.saveData(), nullptr);
+    ASSERT_TRUE(form);
+    EXPECT_NE(form->objectForKey("photoURLBytes"), nullptr) << "beside the text, which has lost them";
     const auto loaded = load(photo.saveData().value());
     ASSERT_TRUE(loaded);
     EXPECT_EQ(loaded->photoURL()->path(), "/Volumes/B/Doc.x/Resources/gr\xFC\xDF"
@@ -536,6 +541,10 @@ TEST(MORPhoto, CodedWithoutAFlagIsNotFeatured)
     ASSERT_TRUE(photo);
     EXPECT_FALSE(photo->isFeatured());
     EXPECT_EQ(photo->fileSize(), 0);
+    MORPhoto plain;
+    filled(plain, "/a/Resources/b.jpg");
+    plain.setIsFeatured(false);
+    EXPECT_FALSE(recoded(plain)->isFeatured());
 }
 
 TEST(MORPhoto, RefusesACodedValueOfAnotherClass)
@@ -548,6 +557,7 @@ TEST(MORPhoto, RefusesACodedValueOfAnotherClass)
         EXPECT_FALSE(MORPhoto::initWithCoder(coder, &error)) << key;
         EXPECT_EQ(error.code, kNSCoderReadCorruptError);
         EXPECT_NE(error.localizedDescription.find(key), std::string::npos);
+        EXPECT_FALSE(MORPhoto::initWithCoder(coder)) << "nobody has to ask why";
     }
 }
 

@@ -268,6 +268,43 @@ TEST_F(DelegateTest, MakesAMovieOverTheConnection)
                        "combine video.mov soundtrack.m4a none"}));
 }
 
+TEST_F(DelegateTest, CarriesEachArgumentOverTheConnection)
+{
+    const TemporaryFolder temporary;
+    const auto document = platform::NSURL::fileURLWithPath(folder_.makeFile("Rome.stillora"));
+    Client client(connect());
+    std::promise<void> answered;
+    client.proxy().createStillMotionVideoWithPhotos(
+        photos(7), soundtracks(3), 70, 30.5, true, 2.5, "avc1", 1080, true, document.bookmarkData().value(),
+        folder_.bookmark(), temporary.bookmark(),
+        [&](std::optional<NSData>, std::optional<NSError>, bool) { answered.set_value(); });
+    ASSERT_EQ(answered.get_future().wait_for(kDeadline), std::future_status::ready);
+    EXPECT_EQ(fakes_.journal.entries(),
+              Entries({"assertion VideoCreationIOPMAssertionSleepNotice", "soundtrack 3 70. 30.5 loop",
+                       "video 7 1080 2.5 avc1 reduce", "combine video.mov soundtrack.m4a Rome.stillora"}));
+    EXPECT_EQ(creator(0)->destinationURL(), folder_.url());
+    EXPECT_EQ(creator(0)->temporaryURL(), temporary.url());
+}
+
+TEST_F(DelegateTest, TellsAClientWhoseServiceHasGone)
+{
+    std::binary_semaphore begun(0);
+    fakes_.duringVideo = [&](StageContext& context) {
+        begun.release();
+        while (!context.isCancelled())
+            std::this_thread::yield();
+    };
+    Client client(connect());
+    auto outcome = client.create(folder_);
+    ASSERT_TRUE(begun.try_acquire_for(kDeadline));
+    connection(0)->invalidate();
+    const auto answered = get(std::move(outcome));
+    EXPECT_FALSE(answered.movie);
+    EXPECT_TRUE(answered.error);
+    EXPECT_FALSE(answered.isCancelled);
+    waitForJobs();
+}
+
 TEST_F(DelegateTest, CarriesAStagesErrorOverTheConnection)
 {
     fakes_.videoFailure = NSError{"AVFoundationErrorDomain", -11833, "no encoder for \"none\""};

@@ -240,6 +240,20 @@ TEST(ServiceProcess, LeavesATerminalsInterruptToItsClient)
     EXPECT_EQ(service.waitForExit(), 0) << service.standardError();
 }
 
+TEST(ServiceProcess, IsNotEndedByAClientThatWentOrAFullDiskQuota)
+{
+    const auto [one, other] = socketPair();
+    ServiceProcess service(one);
+    const auto connection = connectTo(other);
+    EXPECT_TRUE(answers(connection));
+    for (const int signal : {SIGPIPE, SIGXFSZ}) {
+        service.signal(signal);
+        EXPECT_TRUE(answers(connection)) << signal;
+    }
+    connection->invalidate();
+    EXPECT_EQ(service.waitForExit(), 0) << service.standardError();
+}
+
 TEST(ServiceProcess, ServesManyClientsOfAListeningSocketOneAfterAnotherAndAtOnce)
 {
     const ListeningSocket socket;

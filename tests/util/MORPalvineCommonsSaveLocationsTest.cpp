@@ -150,4 +150,6 @@ TEST_F(SaveLocationsTest, KeepsScratchFilesInTheSystemsFolderWhereTheSaveFolderR
     const NSURL url = MORPalvineCommons::temporarySaveDirectory();
     EXPECT_EQ(url.absoluteString(), "file://" + home_.path("tmp/.MORStilloraTemporaryFiles/"));
     EXPECT_TRUE(std::filesystem::is_directory(url.path()));
+    std::filesystem::remove_all(home_.path("tmp"));
+    EXPECT_TRUE(std::filesystem::is_directory(MORPalvineCommons::temporarySaveDirectory().path())) << "with its parent";
 }

@@ -71,6 +71,7 @@ TEST(ThumbnailBound, FollowsTheRuleOfEachShape)
         {"narrow portrait, higher than its own cover", {1279, 1500}, true, 1500},
         {"landscape too narrow by a pixel", {1279, 1000}, true, 1279},
         {"low landscape that the width does not cover", {1000, 720}, true, 1000},
+        {"small square, cover not reached", {100, 100}, true, 100},
     };
     for (const Row& row : rows)
         EXPECT_DOUBLE_EQ(thumbnailBound(row.photo, kFrame, row.reduceBorders), row.expected) << row.what;
@@ -151,6 +152,10 @@ TEST(Placement, CentresAPictureWhoseFaceIsInTheFrame)
     // Touching the edges is inside: the frame shows 120 to 840 of 960.
     EXPECT_EQ(placement({1280, 960}, {{0, 120}, {1280, 720}}, kFrame), (CGPoint{0, -120}));
     EXPECT_EQ(placement({1280, 960}, {{600, 400}, {100, 100}}, kFrame), (CGPoint{0, -120}));
+    // Nearly at an edge, or at one of a picture that could be moved.
+    EXPECT_EQ(placement({1280, 2000}, {{600, 640.5}, {100, 100}}, kFrame), (CGPoint{0, -640}));
+    EXPECT_EQ(placement({1280, 2000}, {{600, 1260}, {100, 100}}, kFrame), (CGPoint{0, -640}));
+    EXPECT_EQ(placement({1280, 2000}, {{600, 640}, {100, 100}}, kFrame), (CGPoint{0, -640}));
 }
 
 TEST(Placement, MovesAFaceNearAnEdgeToTheMiddleOrToThePicturesEdge)

@@ -5,6 +5,7 @@
 #include "tests/support/TestPicture.h"
 #include "tests/video/TestVideoStageContext.h"
 
+#include <future>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -365,6 +366,20 @@ TEST_F(FrameProductionTest, StopsQueuingAtTheMomentOfACancel)
     gate.unlock();
     context.finish();
     EXPECT_EQ(context.imageBuffers()->count(), 0u) << "those that were queued see the cancel when they start";
+}
+
+TEST_F(FrameProductionTest, OpensNoPhotoAfterACancel)
+{
+    TestVideoStageContext context(1);
+    const LogRecorder log;
+    std::promise<void> gate;
+    context.bufferCreationQ().addOperationWithBlock([&] { gate.get_future().wait(); });
+    // It would be logged that it cannot be opened.
+    fillBufferArray(context, {photoAt("/nonexistent/a.jpg", 64, 64)}, {64, 64}, false);
+    context.setIsCancelled(true);
+    gate.set_value();
+    context.finish();
+    EXPECT_EQ(log.lines(), std::vector<std::string>());
 }
 
 TEST_F(FrameProductionTest, ThrowsAwayAFrameThatIsFinishedAfterACancel)

@@ -304,6 +304,16 @@ TEST_F(SilentVideoTest, WithoutASizeNothingIsDone)
     EXPECT_TRUE(std::filesystem::is_empty(folder.path("temporary")));
 }
 
+TEST_F(SilentVideoTest, MakesTheTemporaryFolderThatItIsGiven)
+{
+    TestVideoStageContext away(folder.url(), platform::NSURL::fileURLWithPath(folder.path("not/there/yet"), true));
+    fakeStages(away);
+    finishFrames(5);
+    const auto asset = videoWithPhotos(away, makePhotos(5), 0, false, 1, std::nullopt, nullptr, processorCount);
+    ASSERT_TRUE(asset);
+    EXPECT_TRUE(asset->URL().path().starts_with(folder.path("not/there/yet/"))) << asset->URL().path();
+}
+
 TEST_F(SilentVideoTest, SaysWhyItsFolderCannotBeMade)
 {
     TestVideoStageContext inTheWay(folder.url(), platform::NSURL::fileURLWithPath(folder.makeFile("file"), true));
@@ -614,6 +624,17 @@ TEST(RemainingTimeEstimate, KeepsItsTotalUntilAFifthOfTheWay)
     EXPECT_DOUBLE_EQ(estimate.secondsLeftAfter(3, 100, 8), 12);
     // Index 4 is one: 500 bytes in 10 seconds make 40.
     EXPECT_DOUBLE_EQ(estimate.secondsLeftAfter(4, 100, 10), 30);
+}
+
+TEST(RemainingTimeEstimate, IsMadeAnewWithEachOfFivePhotos)
+{
+    RemainingTimeEstimate estimate(1, 5, 1000);
+    (void)estimate.secondsLeftAfter(0, 50, 0.25);
+    (void)estimate.secondsLeftAfter(1, 50, 0.5);
+    // 200 bytes in a second: 5 in all.
+    EXPECT_DOUBLE_EQ(estimate.secondsLeftAfter(2, 100, 1), 4);
+    // 600 in two: 3.33, not 5.
+    EXPECT_NEAR(estimate.secondsLeftAfter(3, 400, 2), 1.333, 0.001);
 }
 
 TEST(RemainingTimeEstimate, StartsAnewWhereItRanOut)
