@@ -134,7 +134,8 @@ Result<Bytes> fittedPicture(const std::filesystem::path& file, Size box)
     double height = static_cast<double>(properties->pixelHeight);
     if (properties->orientation.value_or(1) >= 5)
         std::swap(width, height);
-    const double scale = std::min({1.0, box.width / width, box.height / height});
+    // Beyond its own size it is not decoded.
+    const double scale = std::min(box.width / width, box.height / height);
     auto image = source->createThumbnailAtIndex(
         {.maxPixelSize = std::max(width, height) * scale, .withTransform = true}, &error);
     if (!image)
