@@ -6,14 +6,12 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <set>
-#include <sys/types.h>
 
 namespace platform {
 
-/// Threads that run blocks in order of adding. As many threads run as there are processors; a thread that sleeps or
-/// waits does not count, and another takes its place while blocks wait; where all are busy for long, one more is made.
-/// Idle threads end after a while. Never destroyed: blocks may wait for ever, and must not be torn down under the
+/// Threads that run blocks in order of adding: as many as there are processors, and one more whenever blocks wait and
+/// none was begun for some milliseconds, as the threads may all be waiting for what those blocks do. Idle threads end
+/// after a while. Never destroyed: blocks may wait for ever, and must not be torn down under the
 /// process's own exit.
 class ThreadPool final {
 public:
@@ -29,20 +27,17 @@ private:
     explicit ThreadPool(int niceness);
 
     void work() EXCLUDES(lock_);
+    /// Runs while blocks wait.
     void watch() EXCLUDES(lock_);
     bool addThread() REQUIRES(lock_);
-    size_t runningThreads() const REQUIRES(lock_);
 
     const int niceness_;
     const size_t processors_;
 
     Lock lock_;
     Condition workAdded_;
-    Condition workWaits_;
     std::deque<std::move_only_function<void()>> pending_ GUARDED_BY(lock_);
-    std::set<pid_t> threads_ GUARDED_BY(lock_);
-    /// Made, but not yet in `threads_`.
-    size_t starting_ GUARDED_BY(lock_) = 0;
+    size_t threads_ GUARDED_BY(lock_) = 0;
     size_t idle_ GUARDED_BY(lock_) = 0;
     /// Blocks taken so far.
     uint64_t begun_ GUARDED_BY(lock_) = 0;

@@ -151,7 +151,7 @@ TEST(DispatchQueue, DoesNotMakeAThreadForEachBlockThatComputes)
         });
     }
     done.wait();
-    // A thread that a busy machine keeps waiting for its turn is runnable, and counts.
+    // Another is made only where none of them begins for as long as twenty take.
     EXPECT_LE(most, 4 * static_cast<int>(std::thread::hardware_concurrency()) + 4);
 }
 
