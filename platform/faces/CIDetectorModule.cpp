@@ -16,7 +16,6 @@ namespace platform {
 namespace {
 
 constexpr const char* kOperation = "+[CIDetector detectorOfType:context:options:]";
-constexpr const char* kModuleName = "stillora-faces.so";
 constexpr const char* kModelName = "face_detection_back_256x256_barracuda.onnx";
 
 /// More faces than anyone can see in a picture.
@@ -37,7 +36,7 @@ std::string chosen(const std::vector<std::string>& paths)
 /// Lends a finder out for the life of one detector.
 class ModuleDetector final : public CIDetector {
 public:
-    ModuleDetector(std::shared_ptr<CIDetectorModule> module, const StilloraFaceModule& functions,
+    ModuleDetector(std::shared_ptr<CIDetectorModule> module, const FaceModule& functions,
                    CIDetectorModule::Finder finder)
         : module_(std::move(module)), functions_(functions), finder_(std::move(finder))
     {}
@@ -48,8 +47,8 @@ public:
     {
         if (image.width == 0 || image.height == 0)
             return {};
-        const StilloraFacePicture picture = {image.pixels.data(), image.width, image.height, image.bytesPerRow};
-        std::vector<StilloraFace> faces(kMostFaces);
+        const FaceModulePicture picture = {image.pixels.data(), image.width, image.height, image.bytesPerRow};
+        std::vector<FaceModuleFace> faces(kMostFaces);
         std::array<char, 512> reason{};
         const int64_t count =
             functions_.find(finder_.get(), &picture, faces.data(), faces.size(), reason.data(), reason.size());
@@ -69,7 +68,7 @@ public:
 
 private:
     const std::shared_ptr<CIDetectorModule> module_;
-    const StilloraFaceModule& functions_;
+    const FaceModule& functions_;
     CIDetectorModule::Finder finder_;
 };
 
@@ -87,11 +86,11 @@ CIDetectorModule& CIDetectorModule::mainModule()
 
 CIDetectorModule::Paths CIDetectorModule::standardPaths()
 {
-    Paths paths = {installedPlaces(InstalledFolder::Modules, kModuleName),
+    Paths paths = {installedPlaces(InstalledFolder::Modules, MODULE_NAME),
                    installedPlaces(InstalledFolder::Models, kModelName)};
-    if (const char* module = getenv("STILLORA_FACES_MODULE"))
+    if (const char* module = getenv(MODULE_VARIABLE))
         paths.modules = {module};
-    if (const char* model = getenv("STILLORA_FACES_MODEL"))
+    if (const char* model = getenv(MODEL_VARIABLE))
         paths.models = {model};
     return paths;
 }
@@ -133,8 +132,8 @@ CIDetectorModule::Finder CIDetectorModule::openFinder()
 
 bool CIDetectorModule::load(std::string* reason)
 {
-    constexpr ModuleKind kKind = {"face detector", kStilloraFaceModuleSymbol, kStilloraFaceModuleVersion};
-    module_ = static_cast<const StilloraFaceModule*>(loadModule(kKind, chosen(paths_.modules), *reason));
+    constexpr ModuleKind kKind = {"face detector", kFaceModuleSymbol, kFaceModuleVersion};
+    module_ = static_cast<const FaceModule*>(loadModule(kKind, chosen(paths_.modules), *reason));
     if (!module_)
         return false;
     model_ = chosen(paths_.models);

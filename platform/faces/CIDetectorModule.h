@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-struct StilloraFaceModule;
+struct FaceModule;
 
 namespace platform {
 
@@ -31,7 +31,7 @@ public:
     /// The one of this process, from `standardPaths`.
     static CIDetectorModule& mainModule();
 
-    /// What STILLORA_FACES_MODULE and STILLORA_FACES_MODEL name, where they are set; else beside the program, then
+    /// What the environment names, by two variables that the build chooses; else beside the program, then
     /// where an installation that was moved has it, then where it was to be installed.
     static Paths standardPaths();
 
@@ -57,7 +57,7 @@ private:
     std::atomic<bool> logged_{false};
     Lock lock_;
     bool tried_ GUARDED_BY(lock_) = false;
-    const StilloraFaceModule* module_ GUARDED_BY(lock_) = nullptr;
+    const FaceModule* module_ GUARDED_BY(lock_) = nullptr;
     std::string model_ GUARDED_BY(lock_);
     std::vector<Finder> idle_ GUARDED_BY(lock_);
 };

@@ -5,19 +5,19 @@
 
 // Clang's thread safety analysis; nothing elsewhere.
 #if defined(__clang__)
-#define STILLORA_THREAD_ATTRIBUTE(x) __attribute__((x))
+#define THREAD_ANALYSIS_ATTRIBUTE(x) __attribute__((x))
 #else
-#define STILLORA_THREAD_ATTRIBUTE(x)
+#define THREAD_ANALYSIS_ATTRIBUTE(x)
 #endif
 
-#define CAPABILITY(x) STILLORA_THREAD_ATTRIBUTE(capability(x))
-#define SCOPED_CAPABILITY STILLORA_THREAD_ATTRIBUTE(scoped_lockable)
-#define GUARDED_BY(x) STILLORA_THREAD_ATTRIBUTE(guarded_by(x))
-#define REQUIRES(...) STILLORA_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
-#define ACQUIRE(...) STILLORA_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
-#define RELEASE(...) STILLORA_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
-#define EXCLUDES(...) STILLORA_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
-#define NO_THREAD_SAFETY_ANALYSIS STILLORA_THREAD_ATTRIBUTE(no_thread_safety_analysis)
+#define CAPABILITY(x) THREAD_ANALYSIS_ATTRIBUTE(capability(x))
+#define SCOPED_CAPABILITY THREAD_ANALYSIS_ATTRIBUTE(scoped_lockable)
+#define GUARDED_BY(x) THREAD_ANALYSIS_ATTRIBUTE(guarded_by(x))
+#define REQUIRES(...) THREAD_ANALYSIS_ATTRIBUTE(requires_capability(__VA_ARGS__))
+#define ACQUIRE(...) THREAD_ANALYSIS_ATTRIBUTE(acquire_capability(__VA_ARGS__))
+#define RELEASE(...) THREAD_ANALYSIS_ATTRIBUTE(release_capability(__VA_ARGS__))
+#define EXCLUDES(...) THREAD_ANALYSIS_ATTRIBUTE(locks_excluded(__VA_ARGS__))
+#define NO_THREAD_SAFETY_ANALYSIS THREAD_ANALYSIS_ATTRIBUTE(no_thread_safety_analysis)
 
 namespace platform {
 

@@ -22,7 +22,7 @@ NSURL defaultsURL()
     const char* folder = getenv("XDG_CONFIG_HOME");
     // A relative path there is to be ignored.
     const std::string base = folder && *folder == '/' ? std::string(folder) : stringByExpandingTildeInPath("~/.config");
-    return NSURL::fileURLWithPath(base, true).URLByAppendingPathComponent("stillora/defaults.plist", false);
+    return NSURL::fileURLWithPath(base, true).URLByAppendingPathComponent(SETTINGS_FOLDER "/defaults.plist", false);
 }
 
 /// All keys. Nothing if the file is there but cannot be read; a damaged one has no keys.

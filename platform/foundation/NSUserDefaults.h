@@ -9,8 +9,8 @@
 
 namespace platform {
 
-/// The user's settings: one property list, `$XDG_CONFIG_HOME/stillora/defaults.plist` (default `~/.config`). Read anew
-/// at each look-up, written whole and atomically; a write is visible at once. Any thread.
+/// The user's settings: one property list, "defaults.plist" in the product's folder of `$XDG_CONFIG_HOME` (default
+/// `~/.config`). Read anew at each look-up, written whole and atomically; a write is visible at once. Any thread.
 class NSUserDefaults final {
 public:
     static NSUserDefaults& standardUserDefaults();

@@ -251,6 +251,18 @@ def check_documented_files(root):
                     yield f"{path}:{line}: there is no {name}"
 
 
+def check_product_names(root):
+    """platform/ knows nothing of the product: its code has none of the product's names. What demands one is told by the
+    build."""
+    # In comments and texts, too.
+    product = re.compile(r"\w*(?:[Ss]tillora|STILLORA|[Pp]alvine)\w*|\bmor(?=[A-Z])\w+|\bMOR[A-Z]+[a-z]\w*")
+    for path in files_below(root, CODE):
+        if path.parts[0] == "platform":
+            for line, text in enumerate(read(root, path).splitlines(), 1):
+                for name in product.findall(text):
+                    yield f"{path}:{line}: {name} is a name of the product"
+
+
 def check_machine_paths(root):
     """No file names a place on the machine it was written on: this clone's folder, or somebody's home."""
     top = Path(root).resolve()

@@ -162,6 +162,15 @@ class StructureTest(unittest.TestCase):
         self.write("docs/a.md", "see `util/A.h`\nand `util/Gone.cpp`, not `NAME/x.m4a`\n")
         self.assertEqual([fault.split(":")[:2] for fault in self.faults("documented-files")], [["docs/a.md", "2"]])
 
+    def test_a_name_of_the_product_in_platform_is_found(self):
+        for text in ("// like MORPhoto\n", "// MORURLCategory\n", 'const char* kName = "stillora";\n', "struct StilloraFace {};\n"):
+            with self.subTest(text):
+                self.write("platform/faces/A.h", f"#pragma once\n{text}")
+                self.assertFault("product-names", "platform/faces/A.h:2:")
+        self.write("platform/faces/A.h", "#pragma once\n// As kMORTAR, more, MORE and humor have none.\n")
+        self.write("client/A.h", "#pragma once\n// MORPhoto of Stillora\n")
+        self.assertEqual(self.faults("product-names"), [])
+
     def test_a_place_on_this_machine_is_found(self):
         self.write("docs/a.md", f"fine\nsee {self.root}/somewhere\n")
         self.assertFault("machine-paths", "docs/a.md:2:")

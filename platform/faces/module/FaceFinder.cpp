@@ -81,7 +81,7 @@ FaceFinder::FaceFinder(const std::string& modelPath)
     : large_(modelPath), small_(modelPath), near_(modelPath), nearer_(modelPath)
 {}
 
-std::vector<FaceBox> FaceFinder::facesInPicture(const StilloraFacePicture& picture)
+std::vector<FaceBox> FaceFinder::facesInPicture(const FaceModulePicture& picture)
 {
     const auto [pixels, width, height, bytesPerRow] = picture;
     if (!pixels || std::min(width, height) < kLeastPictureSide || width > kMostPixels / height)

@@ -16,7 +16,7 @@ public:
     explicit FaceFinder(const std::string& modelPath);
 
     /// The bounds of each face, inside the picture; the surest first.
-    std::vector<FaceBox> facesInPicture(const StilloraFacePicture& picture);
+    std::vector<FaceBox> facesInPicture(const FaceModulePicture& picture);
 
 private:
     bool isFace(const PicturePyramid& picture, FaceBox& box);

@@ -37,7 +37,7 @@ void* openFinder(const char* modelPath, char* reason, size_t reasonSize)
                           [&] { return std::make_unique<FaceFinder>(modelPath).release(); });
 }
 
-int64_t findFaces(void* finder, const StilloraFacePicture* picture, StilloraFace* faces, size_t capacity, char* reason,
+int64_t findFaces(void* finder, const FaceModulePicture* picture, FaceModuleFace* faces, size_t capacity, char* reason,
                   size_t reasonSize)
 {
     return guarded<int64_t>(-1, reason, reasonSize, [&] {
@@ -59,6 +59,6 @@ void closeFinder(void* finder)
 
 } // namespace
 
-extern "C" [[gnu::visibility("default")]] const StilloraFaceModule stilloraFaceModule;
+extern "C" [[gnu::visibility("default")]] const FaceModule faceModule;
 
-const StilloraFaceModule stilloraFaceModule = {kStilloraFaceModuleVersion, openFinder, findFaces, closeFinder};
+const FaceModule faceModule = {kFaceModuleVersion, openFinder, findFaces, closeFinder};

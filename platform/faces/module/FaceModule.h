@@ -9,7 +9,7 @@
 extern "C" {
 
 /// A face in pixels of the picture, inside it; (x, y) is the upper left corner.
-struct StilloraFace {
+struct FaceModuleFace {
     double x;
     double y;
     double width;
@@ -17,7 +17,7 @@ struct StilloraFace {
 };
 
 /// A picture: rows of 4-byte pixels X R G B, top row first.
-struct StilloraFacePicture {
+struct FaceModulePicture {
     const uint8_t* pixels;
     size_t width;
     size_t height;
@@ -25,8 +25,8 @@ struct StilloraFacePicture {
 };
 
 /// The functions of a module. One finder is for one thread at a time; different ones may run at once.
-struct StilloraFaceModule {
-    /// kStilloraFaceModuleVersion of the header that the module was built with.
+struct FaceModule {
+    /// kFaceModuleVersion of the header that the module was built with.
     uint32_t version;
 
     /// Makes a finder from a model file.
@@ -37,7 +37,7 @@ struct StilloraFaceModule {
     /// Finds faces, the surest first.
     /// @param faces  out: as many as are found, at most `capacity`
     /// @return their number; -1 on failure, with `reason` as in `open`
-    int64_t (*find)(void* finder, const StilloraFacePicture* picture, StilloraFace* faces, size_t capacity,
+    int64_t (*find)(void* finder, const FaceModulePicture* picture, FaceModuleFace* faces, size_t capacity,
                     char* reason, size_t reasonSize);
 
     void (*close)(void* finder);
@@ -45,7 +45,7 @@ struct StilloraFaceModule {
 
 } // extern "C"
 
-inline constexpr uint32_t kStilloraFaceModuleVersion = 1;
+inline constexpr uint32_t kFaceModuleVersion = 1;
 
-/// The one symbol of a module: a `StilloraFaceModule`.
-inline constexpr const char* kStilloraFaceModuleSymbol = "stilloraFaceModule";
+/// The one symbol of a module: a `FaceModule`.
+inline constexpr const char* kFaceModuleSymbol = "faceModule";

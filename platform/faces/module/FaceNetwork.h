@@ -15,7 +15,7 @@ namespace faces {
 class PicturePyramid final {
 public:
     /// @param picture  must outlive the pyramid
-    explicit PicturePyramid(const StilloraFacePicture& picture);
+    explicit PicturePyramid(const FaceModulePicture& picture);
     ~PicturePyramid();
 
     size_t width() const;

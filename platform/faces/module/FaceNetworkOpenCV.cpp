@@ -63,7 +63,7 @@ struct PicturePyramid::Levels {
     std::vector<cv::Mat> mats;
 };
 
-PicturePyramid::PicturePyramid(const StilloraFacePicture& picture) : levels_(std::make_unique<Levels>())
+PicturePyramid::PicturePyramid(const FaceModulePicture& picture) : levels_(std::make_unique<Levels>())
 {
     quietLibrary();
     auto& mats = levels_->mats;

@@ -26,7 +26,7 @@ void* openFinder(const char* modelPath, char* reason, size_t reasonSize)
     return new Finder{std::strstr(modelPath, "fails") != nullptr};
 }
 
-int64_t findFaces(void* finder, const StilloraFacePicture* picture, StilloraFace* faces, size_t capacity, char* reason,
+int64_t findFaces(void* finder, const FaceModulePicture* picture, FaceModuleFace* faces, size_t capacity, char* reason,
                   size_t reasonSize)
 {
     if (static_cast<Finder*>(finder)->fails) {
@@ -49,12 +49,12 @@ void closeFinder(void* finder)
 } // namespace
 
 #ifndef STILLORA_FAKE_VERSION
-#define STILLORA_FAKE_VERSION kStilloraFaceModuleVersion
+#define STILLORA_FAKE_VERSION kFaceModuleVersion
 #endif
 #ifndef STILLORA_FAKE_SYMBOL
-#define STILLORA_FAKE_SYMBOL stilloraFaceModule
+#define STILLORA_FAKE_SYMBOL faceModule
 #endif
 
-extern "C" [[gnu::visibility("default")]] const StilloraFaceModule STILLORA_FAKE_SYMBOL;
+extern "C" [[gnu::visibility("default")]] const FaceModule STILLORA_FAKE_SYMBOL;
 
-const StilloraFaceModule STILLORA_FAKE_SYMBOL = {STILLORA_FAKE_VERSION, openFinder, findFaces, closeFinder};
+const FaceModule STILLORA_FAKE_SYMBOL = {STILLORA_FAKE_VERSION, openFinder, findFaces, closeFinder};
