@@ -99,6 +99,11 @@ private:
             // An end that is as sudden leaves noise behind it.
             if (i + 2 < energies.size() && energies[i] > kFall * std::max({kQuiet, energies[i + 1], energies[i + 2]}))
                 attacks_[i] = true;
+            // So does what falls by 5 dB in two stretches and goes on falling, by 30 dB in a frame: a long window would
+            // have to be as fine as its softest part.
+            if (i + kStretchesOfFrame < energies.size() && energies[i] > 3 * energies[i + 2] &&
+                energies[i] > 1000 * std::max(kQuiet, energies[i + kStretchesOfFrame]))
+                attacks_[i] = true;
         }
     }
 

@@ -16,7 +16,7 @@ inline constexpr int kAACPacketLength = 1024;
 
 /// Packets whose sound is looked at before and behind those that are encoded, beside their own.
 inline constexpr int kAACLookBehind = 3;
-inline constexpr int kAACLookAhead = 3;
+inline constexpr int kAACLookAhead = 4;
 
 /// Packets in a row.
 class PacketRun final {
