@@ -239,6 +239,61 @@ TEST(NSPropertyListSerialization, ReadsTheXMLFormat)
     EXPECT_EQ(*list->objectForKey<PropertyListUID>("reference"), PropertyListUID{3});
 }
 
+TEST(NSPropertyListSerialization, ReadsEveryXMLForm)
+{
+    const struct {
+        const char* xml;
+        PropertyList expected;
+    } rows[] = {
+        {"<integer> 0x1F </integer>", int64_t{31}},
+        {"<integer>+7</integer>", int64_t{7}},
+        {"<integer>-9223372036854775808</integer>", INT64_MIN},
+        {"<real> +1.5e2 </real>", 150.0},
+        {"<string/>", std::string()},
+        {"<string> a<![CDATA[<&>]]>&#65;&#x1F600;&quot;<!-- b --></string>", std::string(" a<&>A\U0001F600\"")},
+        {"<date>1970-02-03T04:05:06Z</date>", NSDate{2865906 - 978307200.0}},
+        {"<data> AQ\n I= </data>", NSData{1, 2}},
+        {"<false></false>", false},
+        {"<array a='1'><!-- c --><true/> <true/></array>", PropertyList::Array{true, true}},
+        {"<dict><key>a</key><true/><key>a</key><array/></dict>",
+         PropertyList::Dictionary{{"a", PropertyList::Array{}}}},
+    };
+    for (const auto& row : rows) {
+        const auto list = propertyListWithData(
+            bytesOf(std::string("<!DOCTYPE plist [<!ELEMENT a (b)>]><plist>") + row.xml + "</plist>\n"));
+        ASSERT_TRUE(list) << row.xml;
+        EXPECT_EQ(dataWithPropertyList(*list), dataWithPropertyList(row.expected)) << row.xml;
+    }
+}
+
+TEST(NSPropertyListSerialization, RefusesDamagedXML)
+{
+    for (const char* xml :
+         {"<integer>1.5</integer>", "<integer>18446744073709551616</integer>",
+          "<integer>-9223372036854775809</integer>", "<real>x</real>", "<date>2001-02-30T00:00:00Z</date>",
+          "<date>2001-01-01</date>", "<data>A!</data>", "<data>AQ=I</data>", "<string>&bogus;</string>",
+          "<string>&#0;</string>", "<string>\xff</string>", "<true>x</true>", "<array><true/>", "<array>text</array>",
+          "<dict><true/></dict>", "<dict><key>a</key></dict>", "<unknown/>", "<true/><false/>", ""})
+        expectRefused(bytesOf(std::string("<plist>") + xml + "</plist>"), xml);
+}
+
+TEST(NSPropertyListSerialization, WritesEqualValuesOnce)
+{
+    const PropertyList list = PropertyList::Array{int64_t{1}, std::string("a"), int64_t{1}, std::string("a")};
+    const std::string expected("bplist00"
+                               "\xA4\x01\x02\x01\x02"
+                               "\x10\x01"
+                               "\x51"
+                               "a"
+                               "\x08\x0D\x0F"
+                               "\0\0\0\0\0\0\x01\x01"
+                               "\0\0\0\0\0\0\0\x03"
+                               "\0\0\0\0\0\0\0\0"
+                               "\0\0\0\0\0\0\0\x11",
+                               8 + 5 + 2 + 2 + 3 + 32);
+    EXPECT_EQ(dataWithPropertyList(list), bytesOf(expected));
+}
+
 TEST(NSPropertyListSerialization, SurvivesDamagedXML)
 {
     const std::string whole = "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>a</key><array><real>1.5</real>"

@@ -1,16 +1,14 @@
 #include "platform/foundation/NSPropertyListSerialization.h"
 
 #include "platform/foundation/NSString.h"
+#include "platform/foundation/PropertyListXML.h"
 
 #include <algorithm>
 #include <bit>
-#include <clocale>
 #include <cmath>
-#include <cstdlib>
-#include <limits>
-#include <memory>
-#include <plist/plist.h>
-#include <type_traits>
+#include <map>
+#include <utility>
+#include <vector>
 
 namespace platform {
 
@@ -18,98 +16,16 @@ namespace {
 
 // Far beyond any settings, bookmark or saved item.
 constexpr size_t kMaximumDataBytes = size_t{64} << 20;
-constexpr int kMaximumDepth = 64;
-/// Of memory, for all values together. A value may be referred to many times and is a value of its own each time, by
-/// which a few bytes could otherwise grow without end.
-constexpr uint64_t kMaximumBytesOfValues = uint64_t{64} << 20;
-constexpr uint64_t kBytesOfOneValue = sizeof(PropertyList) + 64;
-/// Arrays and dictionaries of the XML format. The library frees nested ones by recursion.
-constexpr int kMaximumContainersInXML = 10000;
-
-struct FreePlist {
-    void operator()(plist_t node) const { plist_free(node); }
-};
-using PlistPtr = std::unique_ptr<std::remove_pointer_t<plist_t>, FreePlist>;
-
-/// The library reads numbers by the thread's locale.
-class CLocaleScope final {
-public:
-    CLocaleScope()
-    {
-        static const locale_t cLocale = newlocale(LC_ALL_MASK, "C", nullptr);
-        previous_ = uselocale(cLocale);
-    }
-    ~CLocaleScope() { uselocale(previous_); }
-    CLocaleScope(const CLocaleScope&) = delete;
-    CLocaleScope& operator=(const CLocaleScope&) = delete;
-
-private:
-    locale_t previous_;
-};
-
-struct FreeBinary {
-    void operator()(char* bytes) const { plist_to_bin_free(bytes); }
-};
-
-std::optional<NSData> binaryFromNode(plist_t node)
-{
-    char* bytes = nullptr;
-    uint32_t length = 0;
-    plist_to_bin(node, &bytes, &length);
-    const std::unique_ptr<char, FreeBinary> owner(bytes);
-    if (!bytes)
-        return std::nullopt;
-    return NSData(bytes, bytes + length);
-}
-
-/// The library takes texts that end at the first zero byte and drops what is not UTF-8 without a word.
+/// Readers of others end a text at its first zero byte.
 bool isWritable(const std::string& text)
 {
     return text.find('\0') == std::string::npos && isValidUTF8(text);
 }
 
-void appendUTF8(std::string& text, uint32_t character)
-{
-    if (character < 0x80) {
-        text += static_cast<char>(character);
-    } else if (character < 0x800) {
-        text += static_cast<char>(0xC0 | (character >> 6));
-        text += static_cast<char>(0x80 | (character & 0x3F));
-    } else if (character < 0x10000) {
-        text += static_cast<char>(0xE0 | (character >> 12));
-        text += static_cast<char>(0x80 | ((character >> 6) & 0x3F));
-        text += static_cast<char>(0x80 | (character & 0x3F));
-    } else {
-        text += static_cast<char>(0xF0 | (character >> 18));
-        text += static_cast<char>(0x80 | ((character >> 12) & 0x3F));
-        text += static_cast<char>(0x80 | ((character >> 6) & 0x3F));
-        text += static_cast<char>(0x80 | (character & 0x3F));
-    }
-}
-
-/// Counts down what values may still take.
-class Budget final {
-public:
-    bool take(uint64_t bytes)
-    {
-        if (bytes > left_)
-            return false;
-        left_ -= bytes;
-        return true;
-    }
-
-private:
-    uint64_t left_ = kMaximumBytesOfValues;
-};
-
-/// How a reference of one object to another stands in the data. The XML format has no form of its own for it.
-enum class References { AsObjects, AsDictionaries };
-
-/// Reads the binary format. Not done by the library, which follows shared objects without a limit (24 nested pairs, a
-/// file of 163 bytes, keep it busy for 13 seconds) and cuts texts at zero bytes.
+/// Reads the binary format. Objects may be shared, so that few bytes can stand for many values.
 class BinaryReader final {
 public:
-    BinaryReader(const NSData& data, References references) : data_(data), references_(references) {}
+    explicit BinaryReader(const NSData& data) : data_(data) {}
 
     std::optional<PropertyList> read()
     {
@@ -150,7 +66,7 @@ private:
 
     std::optional<PropertyList> object(uint64_t index, int depth)
     {
-        if (index >= objectCount_ || depth > kMaximumDepth || !budget_.take(kBytesOfOneValue))
+        if (index >= objectCount_ || depth > PropertyListBudget::kMaximumDepth || !budget_.takeValue())
             return std::nullopt;
         uint64_t offset = bigEndian(offsetTable_ + index * offsetBytes_, offsetBytes_);
         if (offset < kHeaderBytes || !isInside(offset, 1))
@@ -304,103 +220,217 @@ private:
                 return std::nullopt;
             values.emplace(*key->as<std::string>(), std::move(*value));
         }
-        if (references_ == References::AsDictionaries && values.size() == 1) {
-            const auto& [key, value] = *values.begin();
-            if (const auto* uid = value.as<int64_t>(); uid && *uid >= 0 && key == "CF$UID")
-                return PropertyListUID{static_cast<uint64_t>(*uid)};
-        }
         return values;
     }
 
     const NSData& data_;
-    const References references_;
     uint64_t offsetBytes_ = 0;
     uint64_t referenceBytes_ = 0;
     uint64_t objectCount_ = 0;
     uint64_t offsetTable_ = 0;
-    Budget budget_;
+    PropertyListBudget budget_;
 };
 
-/// The XML format by way of the binary one: the library's nodes do not tell -1 from 2^64 - 1, its binary form does.
-std::optional<NSData> binaryFromXML(const NSData& data)
+/// The bytes that a number takes.
+size_t bytesOf(uint64_t number)
 {
-    int containers = 0;
-    for (const std::string_view tag : {"<array", "<dict"}) {
-        const std::string_view text(reinterpret_cast<const char*>(data.data()), data.size());
-        for (size_t at = text.find(tag); at != std::string_view::npos; at = text.find(tag, at + tag.size())) {
-            if (++containers > kMaximumContainersInXML)
-                return std::nullopt;
-        }
-    }
-    plist_t node = nullptr;
-    {
-        const CLocaleScope cLocale;
-        plist_from_xml(reinterpret_cast<const char*>(data.data()), static_cast<uint32_t>(data.size()), &node);
-    }
-    const PlistPtr owner(node);
-    return node ? binaryFromNode(node) : std::nullopt;
+    return number < 1u << 8 ? 1 : number < 1u << 16 ? 2 : number < uint64_t{1} << 32 ? 4 : 8;
 }
 
-/// A new node for the library; null where a text cannot be written.
-PlistPtr nodeOf(const PropertyList& propertyList)
+void append(std::string& bytes, uint64_t number, size_t count)
 {
-    return std::visit(
-        [](const auto& value) -> PlistPtr {
-            using T = std::remove_cvref_t<decltype(value)>;
-            if constexpr (std::is_same_v<T, bool>) {
-                return PlistPtr(plist_new_bool(value));
-            } else if constexpr (std::is_same_v<T, int64_t>) {
-                return PlistPtr(plist_new_uint(static_cast<uint64_t>(value)));
-            } else if constexpr (std::is_same_v<T, uint64_t>) {
-                if (value <= INT64_MAX)
-                    return PlistPtr(plist_new_uint(value));
-                // The library makes such a number only when it reads one; otherwise it would be written as negative.
-                const std::string xml = "<plist><integer>" + std::to_string(value) + "</integer></plist>";
-                plist_t node = nullptr;
-                plist_from_xml(xml.data(), static_cast<uint32_t>(xml.size()), &node);
-                return PlistPtr(node);
-            } else if constexpr (std::is_same_v<T, double>) {
-                return PlistPtr(plist_new_real(value));
-            } else if constexpr (std::is_same_v<T, std::string>) {
-                if (!isWritable(value))
-                    return nullptr;
-                return PlistPtr(plist_new_string(value.c_str()));
-            } else if constexpr (std::is_same_v<T, NSData>) {
-                return PlistPtr(plist_new_data(reinterpret_cast<const char*>(value.data()), value.size()));
-            } else if constexpr (std::is_same_v<T, NSDate>) {
-                const double seconds = std::floor(value.timeIntervalSinceReferenceDate);
-                // The library's dates reach 68 years to either side.
-                if (!(std::abs(seconds) <= INT32_MAX))
-                    return nullptr;
-                const double rest = value.timeIntervalSinceReferenceDate - seconds;
-                return PlistPtr(plist_new_date(static_cast<int32_t>(seconds), static_cast<int32_t>(rest * 1e6)));
-            } else if constexpr (std::is_same_v<T, PropertyListUID>) {
-                return PlistPtr(plist_new_uid(value.value));
-            } else if constexpr (std::is_same_v<T, PropertyList::Array>) {
-                PlistPtr node(plist_new_array());
-                for (const PropertyList& element : value) {
-                    PlistPtr child = nodeOf(element);
-                    if (!child)
-                        return nullptr;
-                    plist_array_append_item(node.get(), child.release());
-                }
-                return node;
-            } else {
-                static_assert(std::is_same_v<T, PropertyList::Dictionary>);
-                PlistPtr node(plist_new_dict());
-                for (const auto& [key, element] : value) {
-                    PlistPtr child = nodeOf(element);
-                    if (!child || !isWritable(key))
-                        return nullptr;
-                    plist_dict_set_item(node.get(), key.c_str(), child.release());
-                }
-                return node;
-            }
-        },
-        propertyList.value());
+    for (size_t i = count; i-- > 0;)
+        bytes += static_cast<char>(i < 8 ? number >> (8 * i) : 0);
 }
+
+std::string integerObject(int64_t number)
+{
+    const size_t count = number < 0 ? 8 : bytesOf(static_cast<uint64_t>(number));
+    std::string bytes(1, static_cast<char>(0x10 | std::countr_zero(count)));
+    append(bytes, static_cast<uint64_t>(number), count);
+    return bytes;
+}
+
+/// The marker of an object that has a length.
+std::string marker(unsigned kind, size_t count)
+{
+    constexpr size_t kLengthFollows = 0xF;
+    std::string bytes(1, static_cast<char>(kind << 4 | std::min(count, kLengthFollows)));
+    return count < kLengthFollows ? bytes : bytes + integerObject(static_cast<int64_t>(count));
+}
+
+std::string textObject(const std::string& text)
+{
+    if (std::ranges::all_of(text, [](char byte) { return static_cast<unsigned char>(byte) < 0x80; }))
+        return marker(0x5, text.size()) + text;
+    std::string units;
+    for (size_t i = 0; i < text.size();) {
+        const auto first = static_cast<unsigned char>(text[i]);
+        const size_t length = first < 0x80 ? 1 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+        uint32_t character = length == 1 ? first : first & (0x7Fu >> length);
+        for (size_t rest = 1; rest < length; ++rest)
+            character = character << 6 | (static_cast<unsigned char>(text[i + rest]) & 0x3Fu);
+        i += length;
+        if (character >= 0x10000) {
+            append(units, 0xD800 + ((character - 0x10000) >> 10), 2);
+            character = 0xDC00 + ((character - 0x10000) & 0x3FF);
+        }
+        append(units, character, 2);
+    }
+    return marker(0x6, units.size() / 2) + units;
+}
+
+/// Writes the binary format: each object behind those that hold it, equal ones once where they hold no others.
+class BinaryWriter final {
+public:
+    /// @return nothing where a text or date cannot be written
+    std::optional<NSData> write(const PropertyList& propertyList)
+    {
+        if (!add(propertyList))
+            return std::nullopt;
+        const size_t referenceBytes = bytesOf(objects_.size());
+        std::string bytes = "bplist00";
+        std::vector<size_t> offsets;
+        for (const Object& object : objects_) {
+            offsets.push_back(bytes.size());
+            bytes += object.bytes;
+            for (const size_t reference : object.references)
+                append(bytes, reference, referenceBytes);
+        }
+        const size_t table = bytes.size();
+        const size_t offsetBytes = bytesOf(table);
+        for (const size_t offset : offsets)
+            append(bytes, offset, offsetBytes);
+        append(bytes, 0, 6);
+        append(bytes, offsetBytes, 1);
+        append(bytes, referenceBytes, 1);
+        append(bytes, objects_.size(), 8);
+        append(bytes, 0, 8);
+        append(bytes, table, 8);
+        return NSData(bytes.begin(), bytes.end());
+    }
+
+private:
+    struct Object {
+        std::string bytes;
+        std::vector<size_t> references = {};
+    };
+
+    size_t addBytes(std::string bytes)
+    {
+        const auto [place, isNew] = places_.try_emplace(std::move(bytes), objects_.size());
+        if (isNew)
+            objects_.push_back({place->first});
+        return place->second;
+    }
+
+    std::optional<size_t> add(const PropertyList& propertyList)
+    {
+        return std::visit([this](const auto& value) { return addValue(value); }, propertyList.value());
+    }
+
+    std::optional<size_t> addValue(bool value) { return addBytes(value ? "\x09" : "\x08"); }
+    std::optional<size_t> addValue(int64_t value) { return addBytes(integerObject(value)); }
+    std::optional<size_t> addValue(uint64_t value)
+    {
+        if (value <= INT64_MAX)
+            return addValue(static_cast<int64_t>(value));
+        std::string bytes = "\x14";
+        append(bytes, value, 16);
+        return addBytes(std::move(bytes));
+    }
+    std::optional<size_t> addValue(double value)
+    {
+        const auto narrow = static_cast<float>(value);
+        const bool isNarrow = double{narrow} == value;
+        std::string bytes = isNarrow ? "\x22" : "\x23";
+        append(bytes, isNarrow ? std::bit_cast<uint32_t>(narrow) : std::bit_cast<uint64_t>(value), isNarrow ? 4 : 8);
+        return addBytes(std::move(bytes));
+    }
+    std::optional<size_t> addValue(const std::string& text)
+    {
+        return isWritable(text) ? std::optional(addBytes(textObject(text))) : std::nullopt;
+    }
+    std::optional<size_t> addValue(const NSData& data)
+    {
+        return addBytes(marker(0x4, data.size()) + std::string(data.begin(), data.end()));
+    }
+    std::optional<size_t> addValue(const NSDate& date)
+    {
+        // Whole microseconds, within 68 years to either side.
+        const double seconds = std::floor(date.timeIntervalSinceReferenceDate);
+        if (!(std::abs(seconds) <= INT32_MAX))
+            return std::nullopt;
+        const double rest = std::floor((date.timeIntervalSinceReferenceDate - seconds) * 1e6) / 1e6;
+        std::string bytes = "\x33";
+        append(bytes, std::bit_cast<uint64_t>(seconds + rest), 8);
+        return addBytes(std::move(bytes));
+    }
+    std::optional<size_t> addValue(const PropertyListUID& uid)
+    {
+        const size_t count = bytesOf(uid.value);
+        std::string bytes(1, static_cast<char>(0x80 | (count - 1)));
+        append(bytes, uid.value, count);
+        return addBytes(std::move(bytes));
+    }
+    std::optional<size_t> addValue(const PropertyList::Array& values)
+    {
+        const size_t place = objects_.size();
+        objects_.push_back({marker(0xA, values.size())});
+        std::vector<size_t> references;
+        for (const PropertyList& value : values) {
+            const auto reference = add(value);
+            if (!reference)
+                return std::nullopt;
+            references.push_back(*reference);
+        }
+        objects_[place].references = std::move(references);
+        return place;
+    }
+    std::optional<size_t> addValue(const PropertyList::Dictionary& values)
+    {
+        const size_t place = objects_.size();
+        objects_.push_back({marker(0xD, values.size())});
+        std::vector<size_t> keys;
+        std::vector<size_t> references;
+        for (const auto& [key, value] : values) {
+            const auto text = addValue(key);
+            const auto reference = text ? add(value) : std::nullopt;
+            if (!reference)
+                return std::nullopt;
+            keys.push_back(*text);
+            references.push_back(*reference);
+        }
+        keys.insert(keys.end(), references.begin(), references.end());
+        objects_[place].references = std::move(keys);
+        return place;
+    }
+
+    std::vector<Object> objects_;
+    /// Of those that hold no others, by their bytes.
+    std::map<std::string, size_t> places_;
+};
 
 } // namespace
+
+void appendUTF8(std::string& text, uint32_t character)
+{
+    if (character < 0x80) {
+        text += static_cast<char>(character);
+    } else if (character < 0x800) {
+        text += static_cast<char>(0xC0 | (character >> 6));
+        text += static_cast<char>(0x80 | (character & 0x3F));
+    } else if (character < 0x10000) {
+        text += static_cast<char>(0xE0 | (character >> 12));
+        text += static_cast<char>(0x80 | ((character >> 6) & 0x3F));
+        text += static_cast<char>(0x80 | (character & 0x3F));
+    } else {
+        text += static_cast<char>(0xF0 | (character >> 18));
+        text += static_cast<char>(0x80 | ((character >> 12) & 0x3F));
+        text += static_cast<char>(0x80 | ((character >> 6) & 0x3F));
+        text += static_cast<char>(0x80 | (character & 0x3F));
+    }
+}
 
 const PropertyList* PropertyList::objectForKey(std::string_view key) const
 {
@@ -417,9 +447,9 @@ std::optional<PropertyList> propertyListWithData(const NSData& data, NSError* er
     std::optional<PropertyList> result;
     if (data.size() <= kMaximumDataBytes) {
         if (data.size() > kBinaryMark.size() && std::equal(kBinaryMark.begin(), kBinaryMark.end(), data.begin())) {
-            result = BinaryReader(data, References::AsObjects).read();
-        } else if (const auto binary = binaryFromXML(data)) {
-            result = BinaryReader(*binary, References::AsDictionaries).read();
+            result = BinaryReader(data).read();
+        } else {
+            result = readPropertyListXML({reinterpret_cast<const char*>(data.data()), data.size()});
         }
     }
     if (!result)
@@ -429,8 +459,7 @@ std::optional<PropertyList> propertyListWithData(const NSData& data, NSError* er
 
 std::optional<NSData> dataWithPropertyList(const PropertyList& propertyList, NSError* error)
 {
-    const PlistPtr node = nodeOf(propertyList);
-    auto data = node ? binaryFromNode(node.get()) : std::nullopt;
+    auto data = BinaryWriter().write(propertyList);
     if (!data)
         fail(error, kNSCocoaErrorDomain, kNSFileWriteUnknownError,
              "A text or date of the property list cannot be written");
