@@ -165,14 +165,13 @@ PixelSize thumbnailSize(PixelSize picture, std::optional<double> maxPixelSize)
 
 RowCollector::RowCollector(PixelSize picture, size_t bands, bool hasAlpha, PixelSize wanted, unsigned depth)
     : picture_(picture), bands_(bands), hasAlpha_(hasAlpha), depth_(depth),
-      // Sums of larger squares would not fit into their numbers.
-      factor_(std::clamp<size_t>(std::min(picture.width / wanted.width, picture.height / wanted.height) / 2, 1, 256)),
+      factor_(std::clamp<size_t>(std::min(picture.width / wanted.width, picture.height / wanted.height) / 2, 1,
+                                 SquareAverages::kLargestSide)),
       planeCount_(bands == 2 ? 4 : bands), planeWidth_((picture.width + factor_ - 1) / factor_),
       planeHeight_((picture.height + factor_ - 1) / factor_), bytesPerRow_(alignedRow(planeWidth_ * depth / 8)),
-      memory_(ScratchMemory::take(ScratchMemory::Use::Planes, planeCount_ * bytesPerRow_ * planeHeight_))
+      memory_(ScratchMemory::take(ScratchMemory::Use::Planes, planeCount_ * bytesPerRow_ * planeHeight_)),
+      squares_(factor_ > 1 ? picture.width : 0, bands, factor_)
 {
-    if (factor_ > 1)
-        sums_.assign(bands_ * planeWidth_, 0);
     if (hasAlpha_)
         multiplied_.resize(bands_ * picture_.width);
     if (memory_)
@@ -219,35 +218,17 @@ void RowCollector::add(const Sample* samples)
         }
         return;
     }
-    size_t x = 0;
-    for (size_t column = 0; column < planeWidth_; ++column) {
-        uint32_t* const sums = sums_.data() + column * bands_;
-        for (const size_t end = std::min(picture_.width, x + factor_); x < end; ++x)
-            for (size_t band = 0; band < bands_; ++band)
-                sums[band] += samples[x * bands_ + band];
-    }
-    if (nextRow_ % factor_ == 0)
-        finishSquares<Sample>(factor_);
-    else if (nextRow_ == picture_.height)
-        finishSquares<Sample>(nextRow_ % factor_);
-}
-
-template <typename Sample>
-void RowCollector::finishSquares(size_t rows)
-{
-    // 2^16 samples of 16 bits leave no room for half a step.
-    using Sum = std::conditional_t<sizeof(Sample) == 1, uint32_t, uint64_t>;
-    const size_t row = (nextRow_ - 1) / factor_;
-    for (size_t plane = 0; plane < planeCount_; ++plane) {
-        const size_t band = bands_ == 2 ? plane / 3 : plane;
-        auto* const to = rowOfPlane<Sample>(plane, row);
-        for (size_t column = 0; column < planeWidth_; ++column) {
-            const size_t columns = std::min(factor_, picture_.width - column * factor_);
-            const auto pixels = static_cast<uint32_t>(rows * columns);
-            to[column] = static_cast<Sample>((Sum{sums_[column * bands_ + band]} + pixels / 2) / pixels);
+    squares_.addRow(samples);
+    if (nextRow_ % factor_ != 0 && nextRow_ != picture_.height)
+        return;
+    squares_.finish<Sample>([&](size_t column, size_t band, Sample mean) {
+        const bool isSpread = bands_ == 2 && band == 0;
+        for (size_t plane = bands_ == 2 ? 3 * band : band; plane < (isSpread ? 3 : planeCount_); ++plane) {
+            rowOfPlane<Sample>(plane, row / factor_)[column] = mean;
+            if (!isSpread)
+                break;
         }
-    }
-    std::ranges::fill(sums_, 0u);
+    });
 }
 
 ImagePlanes RowCollector::planes() const

@@ -4,6 +4,7 @@
 #include "platform/decoders/ImageFile.h"
 #include "platform/pixels/ColorProfile.h"
 #include "platform/pixels/ImageScaler.h"
+#include "platform/pixels/SquareAverages.h"
 
 #include <array>
 #include <cstddef>
@@ -93,8 +94,6 @@ private:
     template <typename Sample>
     void add(const Sample* samples);
     template <typename Sample>
-    void finishSquares(size_t rows);
-    template <typename Sample>
     Sample* rowOfPlane(size_t plane, size_t row)
     {
         return reinterpret_cast<Sample*>(memory_ + (plane * planeHeight_ + row) * bytesPerRow_);
@@ -111,7 +110,7 @@ private:
     const size_t bytesPerRow_;
     uint8_t* memory_;
     size_t nextRow_ = 0;
-    std::vector<uint32_t> sums_;
+    SquareAverages squares_;
     std::vector<uint16_t> multiplied_;
 };
 

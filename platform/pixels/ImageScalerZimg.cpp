@@ -1,5 +1,7 @@
 #include "platform/pixels/ImageScaler.h"
 
+#include "platform/pixels/SquareAverages.h"
+
 #include "platform/foundation/NSCache.h"
 
 #include <zimg.h>
@@ -316,30 +318,16 @@ bool scaleImage(const CGImage& from, size_t width, size_t height, CGImage& image
     for (size_t i = 0; i < count; ++i)
         planes.planes[i] = {memory + i * rowBytes * planeHeight, rowBytes};
 
-    // Columns are added up first: whole rows at a time, which the compiler turns into vector instructions.
-    std::vector<uint32_t> columnSums(4 * from.width);
+    SquareAverages squares(from.width, 4, factor);
     for (size_t y = 0; y < planeHeight; ++y) {
-        const size_t rows = std::min(factor, from.height - y * factor);
-        std::ranges::fill(columnSums, 0u);
-        for (size_t row = 0; row < rows; ++row) {
-            const uint8_t* const bytes = from.row(y * factor + row);
-            uint32_t* const sums = columnSums.data();
-            for (size_t i = 0; i < 4 * from.width; ++i)
-                sums[i] += bytes[i];
-        }
-        for (size_t column = 0; column < planeWidth; ++column) {
-            const size_t columns = std::min(factor, from.width - column * factor);
-            const auto pixels = static_cast<uint32_t>(rows * columns);
-            std::array<uint32_t, 4> sum{};
-            const uint32_t* sums = columnSums.data() + 4 * column * factor;
-            for (size_t x = 0; x < columns; ++x, sums += 4)
-                for (size_t i = 0; i < 4; ++i)
-                    sum[i] += sums[i];
+        for (size_t row = y * factor; row < std::min((y + 1) * factor, from.height); ++row)
+            squares.addRow(from.row(row));
+        squares.finish<uint8_t>([&](size_t column, size_t band, uint8_t mean) {
             // Byte 0 of a pixel is alpha, the last plane.
-            for (size_t i = 0; i < count; ++i)
-                memory[(i * planeHeight + y) * rowBytes + column] =
-                    static_cast<uint8_t>((sum[(i + 1) % 4] + pixels / 2) / pixels);
-        }
+            const size_t plane = (band + 3) % 4;
+            if (plane < count)
+                memory[(plane * planeHeight + y) * rowBytes + column] = mean;
+        });
     }
     return scalePlanes(planes, width, height, image);
 }
