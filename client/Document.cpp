@@ -214,9 +214,9 @@ Entry<Item> entryOf(const PropertyList& saved, const NSURL& location)
     using State = DocumentItem::State;
     Entry<Item> entry;
     entry.saved = saved;
-    const auto damaged = [&](std::string fault) {
+    const auto damaged = [&](const std::string& fault) {
         entry.state = State::Damaged;
-        entry.fault = std::move(fault);
+        entry.fault = fault;
         entry.item = nullptr;
         return std::move(entry);
     };

@@ -271,7 +271,7 @@ std::optional<platform::NSURL> MovieMaker::Job::locationOfSound(const PlannedSou
     for (const auto& [selection, location] : locations)
         if (selection == part)
             return location;
-    const auto location = locations.empty() ? std::optional(platform::NSURL::fileURLWithPath(path, false))
+    auto location = locations.empty() ? std::optional(platform::NSURL::fileURLWithPath(path, false))
                                             : folder_->makeAlias(path, &error_);
     if (location)
         locations.emplace_back(part, *location);

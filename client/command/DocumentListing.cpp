@@ -93,7 +93,7 @@ std::string sizeText(Size size)
 std::string soundText(const DocumentSoundtrack& soundtrack)
 {
     const SoundFactsOfList facts = factsOf(soundtrack);
-    const std::string length = facts.length() ? secondsText(*facts.length()) : "?";
+    std::string length = facts.length() ? secondsText(*facts.length()) : "?";
     if (facts.isWhole)
         return length;
     return fmt::format("{}, from {} to {}", length, secondsText(facts.start), secondsText(*facts.end));

@@ -58,7 +58,7 @@ int runFrameCommand(const FrameOptions& options)
         {.quality = options.quality, .reducesBorders = options.reducesBorders, .showsFaces = options.showsFaces});
     if (!frame)
         return fail(kExitFailed, frame.error().message);
-    if (const std::string fault = output.save(frame->picture, options.output); !fault.empty())
+    if (const std::string fault = CommandOutput::save(frame->picture, options.output); !fault.empty())
         return fail(kExitFailed, fault);
 
     // Where nobody looked for faces, nothing is said of them.
