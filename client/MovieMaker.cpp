@@ -272,7 +272,7 @@ std::optional<platform::NSURL> MovieMaker::Job::locationOfSound(const PlannedSou
         if (selection == part)
             return location;
     auto location = locations.empty() ? std::optional(platform::NSURL::fileURLWithPath(path, false))
-                                            : folder_->makeAlias(path, &error_);
+                                      : folder_->makeAlias(path, &error_);
     if (location)
         locations.emplace_back(part, *location);
     return location;
