@@ -45,8 +45,8 @@ struct AACWindow {
 std::optional<AACWindow> windowOfAAC(std::span<const uint8_t> packet);
 
 /// Encodes sound as low complexity AAC at about 67 kbit/s a channel (less at low rates), more where noise would be
-/// heard. Each 1024 samples keep their level to 0.3 dB. A packet depends on the sound of kAACLookBehind packets before
-/// it and kAACLookAhead behind it alone, so sound encoded in parts comes out the same. Any thread.
+/// heard. The level of 1024 samples is kept, as a rule to 0.3 dB. A packet depends on the sound of kAACLookBehind
+/// packets before it and kAACLookAhead behind it alone, so sound encoded in parts comes out the same. Any thread.
 ///
 /// @param samples      interleaved, whole frames of 1024, full scale at +-1. The first kAACLookBehind frames are only
 ///                     looked at. The first packet's window begins behind them and is two frames long; an overlap with
