@@ -121,7 +121,8 @@ float unevennessOf(std::span<const float> samples)
         energy += part;
         level += std::log10(part);
     }
-    const auto count = static_cast<float>(samples.size() / kStretch);
+    const size_t stretches = samples.size() / kStretch;
+    const auto count = static_cast<float>(stretches);
     return 10 * (std::log10(energy / count) - level / count);
 }
 
