@@ -407,7 +407,8 @@ TEST_F(SoundtrackAssembly, CancelDuringTheExportIsSeenBeforeItsEnd)
         context_->setIsCancelled(true);
     };
     // Long enough to be looked at while it lasts.
-    EXPECT_FALSE(assemble({item("1.wav", 20)}, 1200, 20, true));
+    EXPECT_FALSE(assemble(SoundtrackList(40, item("1.wav", 30)), 1200, 1200));
+    EXPECT_GE(looks, 3);
     EXPECT_FALSE(wasWhole);
 }
 
