@@ -22,7 +22,9 @@ struct WaveformStyle {
     /// Of an edge of the picture.
     static constexpr int kMostPixels = 16384;
 
+    /// In pixels, 1 to `kMostPixels`.
     int width = 1000;
+    /// In pixels, 1 to `kMostPixels`.
     int height = 200;
     Ground ground = Ground::Clear;
 };
@@ -32,8 +34,10 @@ struct WaveformStyle {
 ///
 /// @param sound     as it was checked
 /// @param style     how it looks
-/// @param progress  the bytes are always 0
-/// @return a PNG file
+/// @param progress  may be empty; the bytes are always 0
+/// @return a PNG file, or `ErrorCode::OutOfRange` for a size that no picture has, `Unsupported` for a sound that is
+/// damaged
+///         or was exchanged since it was checked, `Cancelled`, or `Failed` where there is no memory for the picture
 STILLORA_EXPORT Result<Bytes> drawWaveform(const SoundFacts& sound, const WaveformStyle& style = {},
                                            const WorkProgress& progress = {});
 
@@ -48,6 +52,9 @@ struct SoundFile {
 /// @param sound     as it was checked
 /// @param folder    made if it is missing; what it holds is never overwritten, the file then gets another name
 /// @param progress  may be empty
+/// @return the file, or what kept it from being made: `ErrorCode::Unsupported` for a sound that is damaged,
+/// `NoPermission`,
+///         `DiskFull` or `FileExists` for the folder, `Cancelled`, or `Failed`; nothing is then left behind
 STILLORA_EXPORT Result<SoundFile> convertSound(const SoundFacts& sound, const std::filesystem::path& folder,
                                                const WorkProgress& progress = {});
 
@@ -56,7 +63,8 @@ STILLORA_EXPORT Result<SoundFile> convertSound(const SoundFacts& sound, const st
 /// @param sound     as it was checked, with a selection
 /// @param file      the M4A file to be made; nothing may be there yet
 /// @param progress  may be empty
-/// @return `ErrorCode::NeedsEncoding` for a sound that no M4A file can hold as it is, which `convertSound` helps
+/// @return the file, or `ErrorCode::NeedsEncoding` for a sound that no M4A file can hold as it is, which `convertSound`
+///         helps, `FileExists` where something is already there, or the errors of `convertSound`
 STILLORA_EXPORT Result<SoundFile> trimSound(const SoundFacts& sound, const std::filesystem::path& file,
                                             const WorkProgress& progress = {});
 
