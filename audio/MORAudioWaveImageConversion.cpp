@@ -1,8 +1,8 @@
 #include "audio/MORAudioWaveImage.h"
 
 #include "platform/dispatch/DispatchQueue.h"
+#include "platform/files/NSFileManager.h"
 #include "platform/foundation/NSDate.h"
-#include "platform/foundation/NSFileManager.h"
 #include "platform/media/AVAssetExportSession.h"
 
 #include <cstdint>

@@ -1,7 +1,7 @@
 #include "audio/SoundtrackAssembly.h"
 
 #include "audio/MORAudioWaveImage.h"
-#include "platform/foundation/NSFileManager.h"
+#include "platform/files/NSFileManager.h"
 #include "platform/foundation/NSLog.h"
 #include "platform/media/AVAssetExportSession.h"
 #include "platform/media/AVMutableAudioMix.h"

@@ -8,8 +8,8 @@
 #include "items/MORPhoto.h"
 #include "items/MORSoundtrack.h"
 #include "items/SavedForm.h"
+#include "platform/files/NSFileManager.h"
 #include "platform/foundation/FileDescriptor.h"
-#include "platform/foundation/NSFileManager.h"
 #include "platform/foundation/NSString.h"
 
 #include <algorithm>

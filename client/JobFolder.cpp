@@ -1,6 +1,6 @@
 #include "client/JobFolder.h"
 
-#include "platform/foundation/NSFileManager.h"
+#include "platform/files/NSFileManager.h"
 
 #include <cerrno>
 #include <filesystem>

@@ -2,7 +2,7 @@
 
 #include <stillora/Movie.h>
 
-#include "platform/foundation/NSPropertyListSerialization.h"
+#include "platform/propertylists/NSPropertyListSerialization.h"
 
 #include <optional>
 #include <string>

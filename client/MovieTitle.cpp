@@ -1,8 +1,8 @@
 #include <stillora/Movie.h>
 
 #include "client/Text.h"
+#include "platform/files/NSURL.h"
 #include "platform/foundation/NSString.h"
-#include "platform/foundation/NSURL.h"
 #include "util/MORPalvineCommons.h"
 
 #include <filesystem>

@@ -3,8 +3,8 @@
 #include "client/FileReason.h"
 #include "platform/decoders/CGImageSource.h"
 #include "platform/dispatch/NSOperationQueue.h"
+#include "platform/files/NSURL.h"
 #include "platform/foundation/Lock.h"
-#include "platform/foundation/NSURL.h"
 
 #include <algorithm>
 #include <cerrno>

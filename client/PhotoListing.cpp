@@ -2,8 +2,8 @@
 
 #include "client/FileReason.h"
 #include "client/Text.h"
+#include "platform/files/NSURL.h"
 #include "platform/foundation/NSString.h"
-#include "platform/foundation/NSURL.h"
 
 #include <algorithm>
 #include <array>

@@ -4,9 +4,9 @@
 #include "client/FileCopy.h"
 #include "client/Text.h"
 #include "platform/dispatch/NSOperationQueue.h"
+#include "platform/files/NSURL.h"
 #include "platform/foundation/FileDescriptor.h"
 #include "platform/foundation/Lock.h"
-#include "platform/foundation/NSURL.h"
 #include "util/MORImageCategory.h"
 
 #include <algorithm>

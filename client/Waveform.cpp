@@ -5,7 +5,7 @@
 #include "client/DataBytes.h"
 #include "client/JobFolder.h"
 #include "client/SoundRange.h"
-#include "platform/foundation/NSFileManager.h"
+#include "platform/files/NSFileManager.h"
 #include "platform/media/AVAssetExportSession.h"
 #include "platform/media/AVURLAsset.h"
 #include "util/MORURLCategory.h"

@@ -2,12 +2,12 @@
 
 #include "platform/archive/NSCoder.h"
 #include "platform/archive/NSKeyedArchiver.h"
+#include "platform/files/NSURL.h"
 #include "platform/foundation/AtomicProperty.h"
 #include "platform/foundation/NSColor.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSDate.h"
 #include "platform/foundation/NSGeometry.h"
-#include "platform/foundation/NSURL.h"
 
 #include <atomic>
 #include <cstdint>

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "platform/archive/NSCoder.h"
+#include "platform/files/NSURL.h"
 #include "platform/foundation/AtomicProperty.h"
 #include "platform/foundation/NSData.h"
-#include "platform/foundation/NSURL.h"
 #include "platform/media/AVURLAsset.h"
 
 #include <memory>

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "platform/archive/NSKeyedArchiver.h"
+#include "platform/files/NSURL.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSError.h"
-#include "platform/foundation/NSURL.h"
 
 #include <optional>
 #include <string>

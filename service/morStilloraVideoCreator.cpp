@@ -2,9 +2,9 @@
 
 #include "audio/SoundtrackAssembly.h"
 #include "platform/dispatch/DispatchQueue.h"
+#include "platform/files/NSFileManager.h"
 #include "platform/foundation/NSBundle.h"
 #include "platform/foundation/NSDate.h"
-#include "platform/foundation/NSFileManager.h"
 #include "platform/foundation/NSLog.h"
 #include "platform/foundation/NSString.h"
 #include "platform/system/NSProcessInfo.h"

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "platform/files/NSURL.h"
 #include "platform/foundation/NSColor.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSGeometry.h"
-#include "platform/foundation/NSURL.h"
 #include "platform/graphics/NSBitmapImageRep.h"
 #include "platform/graphics/NSImage.h"
 

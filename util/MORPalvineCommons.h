@@ -1,7 +1,7 @@
 #pragma once
 
+#include "platform/files/NSURL.h"
 #include "platform/foundation/NSGeometry.h"
-#include "platform/foundation/NSURL.h"
 
 #include <optional>
 #include <string>

@@ -1,7 +1,7 @@
 #include "util/MORPalvineCommons.h"
 
-#include "platform/foundation/NSFileManager.h"
-#include "platform/foundation/NSUserDefaults.h"
+#include "platform/files/NSFileManager.h"
+#include "platform/files/NSUserDefaults.h"
 
 #include <atomic>
 #include <optional>

@@ -1,6 +1,6 @@
 #include "util/MORURLCategory.h"
 
-#include "platform/foundation/NSFileManager.h"
+#include "platform/files/NSFileManager.h"
 
 using namespace platform;
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/dispatch/NSOperationQueue.h"
-#include "platform/foundation/NSURL.h"
+#include "platform/files/NSURL.h"
 #include "util/ProgressUpdate.h"
 
 #include <functional>

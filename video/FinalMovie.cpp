@@ -1,7 +1,7 @@
 #include "video/FinalMovie.h"
 
+#include "platform/files/NSFileManager.h"
 #include "platform/foundation/NSBundle.h"
-#include "platform/foundation/NSFileManager.h"
 #include "platform/media/AVAssetExportSession.h"
 #include "platform/media/AVMutableComposition.h"
 #include "platform/system/NSWorkspace.h"

@@ -1,9 +1,9 @@
 #include "video/SilentVideo.h"
 
 #include "platform/dispatch/DispatchQueue.h"
+#include "platform/files/NSFileManager.h"
 #include "platform/foundation/Lock.h"
 #include "platform/foundation/NSDate.h"
-#include "platform/foundation/NSFileManager.h"
 #include "platform/foundation/NSLog.h"
 #include "platform/foundation/NSString.h"
 #include "platform/system/NSProcessInfo.h"

@@ -2,8 +2,8 @@
 
 #include "items/MORPhoto.h"
 #include "platform/dispatch/NSOperationQueue.h"
+#include "platform/files/NSURL.h"
 #include "platform/foundation/NSGeometry.h"
-#include "platform/foundation/NSURL.h"
 #include "util/StageContext.h"
 #include "video/FrameList.h"
 

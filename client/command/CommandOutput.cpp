@@ -3,7 +3,7 @@
 #include <stillora/Localization.h>
 
 #include "client/DataBytes.h"
-#include "platform/foundation/NSFileManager.h"
+#include "platform/files/NSFileManager.h"
 
 #include <cstdio>
 

@@ -3,8 +3,8 @@
 #include <stillora/Movie.h>
 
 #include "client/Text.h"
+#include "platform/files/NSURL.h"
 #include "platform/foundation/NSString.h"
-#include "platform/foundation/NSURL.h"
 
 #include <algorithm>
 #include <array>

@@ -12,7 +12,7 @@
 #include "client/command/DocumentOptions.h"
 #include "client/command/HelpText.h"
 #include "client/command/MovieCommand.h"
-#include "platform/foundation/NSURL.h"
+#include "platform/files/NSURL.h"
 
 #include <algorithm>
 #include <array>

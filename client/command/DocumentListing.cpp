@@ -1,7 +1,7 @@
 #include "client/command/DocumentListing.h"
 
 #include "client/Text.h"
-#include "platform/foundation/NSURL.h"
+#include "platform/files/NSURL.h"
 #include "platform/media/AVURLAsset.h"
 #include "platform/media/CMTime.h"
 

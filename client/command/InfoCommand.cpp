@@ -9,8 +9,8 @@
 #include "client/command/CommandOutput.h"
 #include "client/command/FileIdentity.h"
 #include "client/command/Swatch.h"
+#include "platform/files/NSURL.h"
 #include "platform/foundation/NSString.h"
-#include "platform/foundation/NSURL.h"
 
 #include <algorithm>
 #include <array>

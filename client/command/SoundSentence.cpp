@@ -1,7 +1,7 @@
 #include "client/command/SoundSentence.h"
 
 #include "client/Text.h"
-#include "platform/foundation/NSURL.h"
+#include "platform/files/NSURL.h"
 
 #include <algorithm>
 #include <cmath>

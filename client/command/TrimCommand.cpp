@@ -5,8 +5,8 @@
 
 #include "client/Text.h"
 #include "client/command/SoundCommand.h"
+#include "platform/files/NSURL.h"
 #include "platform/foundation/NSString.h"
-#include "platform/foundation/NSURL.h"
 
 #include <filesystem>
 #include <system_error>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/NSPropertyListSerialization.h"
+#include "platform/propertylists/NSPropertyListSerialization.h"
 
 #include <functional>
 #include <map>

@@ -1,7 +1,7 @@
 #include "platform/archive/NSKeyedArchiver.h"
 
 #include "platform/archive/ArchivedObjectsCopy.h"
-#include "platform/foundation/NSPropertyListSerialization.h"
+#include "platform/propertylists/NSPropertyListSerialization.h"
 
 #include <charconv>
 #include <map>

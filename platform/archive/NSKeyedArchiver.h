@@ -3,7 +3,7 @@
 #include "platform/archive/NSCoder.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSError.h"
-#include "platform/foundation/NSPropertyListSerialization.h"
+#include "platform/propertylists/NSPropertyListSerialization.h"
 
 #include <memory>
 #include <optional>

@@ -1,8 +1,8 @@
 #include "platform/archive/NSKeyedArchiver.h"
 
 #include "platform/archive/ArchivedObjectsCopy.h"
-#include "platform/foundation/NSPropertyListSerialization.h"
 #include "platform/foundation/NSString.h"
+#include "platform/propertylists/NSPropertyListSerialization.h"
 
 #include <algorithm>
 #include <array>

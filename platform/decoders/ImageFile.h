@@ -1,8 +1,8 @@
 #pragma once
 
+#include "platform/files/NSURL.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSError.h"
-#include "platform/foundation/NSURL.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -7,17 +7,6 @@
 
 #include <dlfcn.h>
 
-// The folders of an installation: its own, and those below it.
-#ifndef INSTALLED_PREFIX
-#define INSTALLED_PREFIX "/usr/local"
-#define INSTALLED_PROGRAMS "bin"
-#define INSTALLED_LIBRARIES "lib"
-#define INSTALLED_SERVICES "libexec"
-#define INSTALLED_MODULES "lib"
-#define INSTALLED_MODELS "share"
-#define INSTALLED_SHARED "share"
-#endif
-
 namespace platform {
 
 namespace {

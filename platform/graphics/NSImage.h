@@ -1,9 +1,9 @@
 #pragma once
 
+#include "platform/files/NSURL.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSError.h"
 #include "platform/foundation/NSGeometry.h"
-#include "platform/foundation/NSURL.h"
 #include "platform/graphics/CGContext.h"
 #include "platform/pixels/CGImage.h"
 

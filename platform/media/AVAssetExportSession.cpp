@@ -1,8 +1,8 @@
 #include "platform/media/AVAssetExportSession.h"
 
 #include "platform/dispatch/DispatchQueue.h"
+#include "platform/files/NSFileManager.h"
 #include "platform/foundation/Lock.h"
-#include "platform/foundation/NSFileManager.h"
 #include "platform/media/PassthroughExport.h"
 #include "platform/media/SoundPlanning.h"
 #include "platform/sound/SoundExport.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/NSURL.h"
+#include "platform/files/NSURL.h"
 #include "platform/media/AVAsset.h"
 #include "platform/media/CMTime.h"
 

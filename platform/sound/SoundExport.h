@@ -1,7 +1,7 @@
 #pragma once
 
+#include "platform/files/NSURL.h"
 #include "platform/foundation/NSError.h"
-#include "platform/foundation/NSURL.h"
 #include "platform/sound/ExportControl.h"
 #include "platform/sound/SoundPlan.h"
 

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "platform/bytes/ByteSource.h"
+#include "platform/files/NSURL.h"
 #include "platform/foundation/NSError.h"
-#include "platform/foundation/NSURL.h"
 #include "platform/sound/SoundTimeline.h"
 
 #include <cstdint>

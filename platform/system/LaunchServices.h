@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/NSURL.h"
+#include "platform/files/NSURL.h"
 
 #include <optional>
 #include <string>

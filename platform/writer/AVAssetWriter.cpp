@@ -1,6 +1,6 @@
 #include "platform/writer/AVAssetWriter.h"
 
-#include "platform/foundation/NSFileManager.h"
+#include "platform/files/NSFileManager.h"
 #include "platform/media/AVURLAsset.h"
 #include "platform/writer/AVAssetWriterSession.h"
 

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "platform/files/NSURL.h"
 #include "platform/foundation/Lock.h"
 #include "platform/foundation/NSError.h"
-#include "platform/foundation/NSURL.h"
 #include "platform/media/AVMetadataItem.h"
 #include "platform/media/CMTime.h"
 #include "platform/writer/AVAssetWriterInput.h"

@@ -1,6 +1,6 @@
 #include "platform/writer/AVAssetWriterSession.h"
 
-#include "platform/foundation/NSFileManager.h"
+#include "platform/files/NSFileManager.h"
 #include "platform/foundation/NSLog.h"
 #include "platform/writer/AVAssetWriterEncoder.h"
 #include "platform/writer/AVAssetWriterMovieFile.h"

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "platform/dispatch/DispatchQueue.h"
+#include "platform/files/NSURL.h"
 #include "platform/foundation/Lock.h"
 #include "platform/foundation/NSError.h"
-#include "platform/foundation/NSURL.h"
 #include "platform/media/CMTime.h"
 #include "platform/pixels/CVPixelBuffer.h"
 #include "platform/writer/AVAssetWriter.h"

@@ -2,8 +2,8 @@
 
 #include "items/MORSoundtrack.h"
 #include "platform/archive/NSKeyedArchiver.h"
+#include "platform/files/NSFileManager.h"
 #include "platform/foundation/FileDescriptor.h"
-#include "platform/foundation/NSFileManager.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <csignal>

@@ -1,6 +1,6 @@
 #include "client/JobFolder.h"
 
-#include "platform/foundation/NSURL.h"
+#include "platform/files/NSURL.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <filesystem>

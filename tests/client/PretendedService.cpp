@@ -4,8 +4,8 @@
 #include "items/morStilloraVideoCreatorProtocol.h"
 #include "platform/connection/NSXPCListener.h"
 #include "platform/dispatch/DispatchQueue.h"
+#include "platform/files/NSURL.h"
 #include "platform/foundation/NSLog.h"
-#include "platform/foundation/NSURL.h"
 
 #include <atomic>
 #include <chrono>

@@ -3,7 +3,7 @@
 #include "items/MORPhoto.h"
 #include "items/MORSoundtrack.h"
 #include "platform/dispatch/DispatchQueue.h"
-#include "platform/foundation/NSFileManager.h"
+#include "platform/files/NSFileManager.h"
 #include "service/morStilloraVideoCreator.h"
 #include "tests/support/Journal.h"
 #include "tests/support/LogRecorder.h"

@@ -16,24 +16,29 @@ from pathlib import Path
 # The rooms of platform/, each with those that it may use; these stand before it.
 ROOMS = {
     "foundation": "",
+    "propertylists": "foundation",
+    "files": "foundation propertylists",
     "dispatch": "foundation",
-    "archive": "foundation",
+    "archive": "foundation propertylists",
     "bytes": "foundation",
-    "libav": "foundation bytes",
-    "pixels": "foundation",
+    "libav": "foundation files bytes",
+    "pixels": "foundation files",
     "vips": "foundation",
-    "decoders": "foundation bytes libav pixels vips",
+    "decoders": "foundation files bytes libav pixels vips",
     "encoders": "foundation pixels vips",
-    "graphics": "foundation pixels decoders encoders",
+    "graphics": "foundation files pixels decoders encoders",
     "faces": "foundation pixels",
     "connection": "foundation dispatch archive",
     "aac": "foundation libav",
-    "sound": "foundation dispatch bytes libav aac",
-    "media": "foundation dispatch bytes libav aac sound",
-    "movie": "foundation bytes libav media",
-    "writer": "foundation dispatch libav pixels media movie",
-    "system": "foundation dispatch decoders graphics",
+    "sound": "foundation files dispatch bytes libav aac",
+    "media": "foundation files dispatch bytes libav aac sound",
+    "movie": "foundation files bytes libav media",
+    "writer": "foundation files dispatch libav pixels media movie",
+    "system": "foundation files dispatch decoders graphics",
 }
+
+# In lines.
+LONGEST_ROOM = 3000
 
 # What each folder may use besides itself; every room of platform/ stands as "platform/NAME".
 ALL_PLATFORM = [f"platform/{name}" for name in ROOMS]
@@ -153,6 +158,17 @@ def check_linked_rooms(root):
                 if name[0] in ROOMS and name[0] not in uses.split():
                     line = text.count("\n", 0, links.start(1) + name.start()) + 1
                     yield f"{path}:{line}: {room} is linked with {name[0]}, which it may not use"
+
+
+def check_room_size(root):
+    """No room of platform has grown so long that nobody knows all of it."""
+    lengths = dict.fromkeys(ROOMS, 0)
+    for path in files_below(root, CODE):
+        if len(path.parts) > 2 and path.parts[0] == "platform" and path.parts[1] in lengths:
+            lengths[path.parts[1]] += read(root, path).count("\n")
+    for room, lines in lengths.items():
+        if lines > LONGEST_ROOM:
+            yield f"platform/{room}:1: {lines} lines, of at most {LONGEST_ROOM}: it is two rooms"
 
 
 def check_third_party_headers(root):

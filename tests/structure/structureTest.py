@@ -13,7 +13,7 @@ class StructureTest(unittest.TestCase):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
         self.root = Path(folder.name).resolve()
-        self.write("platform/foundation/NSURL.h", "#pragma once\nclass NSURL;\n")
+        self.write("platform/files/NSURL.h", "#pragma once\nclass NSURL;\n")
         self.write("platform/media/CMTime.h", "#pragma once\nstruct CMTime {};\n")
         self.write("util/Names.h", "#pragma once\nnamespace Names {}\n")
         self.write("items/MORPhoto.h", "#pragma once\nclass MORPhoto;\n")
@@ -59,8 +59,8 @@ class StructureTest(unittest.TestCase):
     def test_the_clients_public_headers_show_nothing_of_the_project(self):
         self.write("include/stillora/Plan.h", "#pragma once\n#include <stillora/Types.h>\n")
         self.assertFault("include-direction", "include/stillora/Plan.h:2:", "<stillora/Types.h>")
-        self.write("include/stillora/Types.h", '#pragma once\n#include "platform/foundation/NSURL.h"\n')
-        self.assertFault("include-direction", "include/stillora/Types.h:2:", "platform/foundation/NSURL.h")
+        self.write("include/stillora/Types.h", '#pragma once\n#include "platform/files/NSURL.h"\n')
+        self.assertFault("include-direction", "include/stillora/Types.h:2:", "platform/files/NSURL.h")
         self.write("include/stillora/Types.h", "#pragma once\n")
         self.assertEqual(self.faults("include-direction"), [])
         self.write("video/Plan.h", "#pragma once\n#include <stillora/Plan.h>\n")
@@ -94,6 +94,15 @@ class StructureTest(unittest.TestCase):
         self.write("platform/sound/CMakeLists.txt",
                    "add_library(sound STATIC A.cpp)\ntarget_link_libraries(sound PUBLIC libav\n    PRIVATE media aac)\n")
         self.assertFault("linked-rooms", "platform/sound/CMakeLists.txt:3:", "media")
+
+    def test_a_room_that_is_too_long_is_found(self):
+        header = "#pragma once\n"
+        self.write("platform/media/AVAsset.h", header + "\n" * (structure.LONGEST_ROOM - 4))
+        self.assertEqual(self.faults("room-size"), [])
+        self.write("platform/media/AVAsset.cpp", "\n")
+        self.assertEqual(self.faults("room-size"), [])
+        self.write("platform/media/AVAsset.cpp", "\n\n")
+        self.assertFault("room-size", "platform/media:1:", "3001")
 
     def test_an_include_not_written_from_the_root_is_found(self):
         self.write("video/A.cpp", '#include "FrameList.h"\n')

@@ -1,7 +1,7 @@
 #include "util/MORPalvineCommons.h"
 
-#include "platform/foundation/NSPropertyListSerialization.h"
-#include "platform/foundation/NSUserDefaults.h"
+#include "platform/files/NSUserDefaults.h"
+#include "platform/propertylists/NSPropertyListSerialization.h"
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/TemporaryFolder.h"
 

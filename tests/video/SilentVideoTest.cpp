@@ -1,7 +1,7 @@
 #include "video/SilentVideo.h"
 
+#include "platform/files/NSFileManager.h"
 #include "platform/foundation/Lock.h"
-#include "platform/foundation/NSFileManager.h"
 #include "platform/movie/MediaInspection.h"
 #include "platform/system/NSWorkspace.h"
 #include "tests/support/LogRecorder.h"

@@ -2,7 +2,7 @@
 
 #include "client/command/CreateOptions.h"
 #include "client/command/ExitStatus.h"
-#include "platform/foundation/NSFileManager.h"
+#include "platform/files/NSFileManager.h"
 #include "platform/graphics/NSImage.h"
 #include "tests/support/FacePictures.h"
 #include "tests/support/TemporaryFolder.h"

@@ -1,5 +1,5 @@
 #include "platform/archive/NSKeyedArchiver.h"
-#include "platform/foundation/NSPropertyListSerialization.h"
+#include "platform/propertylists/NSPropertyListSerialization.h"
 #include "tests/support/ArchiveBytes.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,6 @@
 #include "platform/foundation/NSString.h"
 
 #include "platform/foundation/NSGeometry.h"
-#include "platform/foundation/NSPropertyListSerialization.h"
 #include "tests/support/CommaLocale.h"
 
 #include <cmath>
@@ -65,10 +64,6 @@ TEST(NSString, ReadsAndWritesNumbersAlikeInEveryLocale)
     EXPECT_EQ(stringWithSixDecimals(1.5), "1.500000");
     EXPECT_EQ(NSStringFromSize({0.5, 1e6}), "{0.5, 1000000}");
     EXPECT_EQ(NSSizeFromString("{0.5, 2.5}"), (CGSize{0.5, 2.5}));
-    const std::string_view xml = "<plist><real>1.5</real></plist>";
-    const auto list = propertyListWithData(NSData(xml.begin(), xml.end()));
-    ASSERT_TRUE(list && list->as<double>());
-    EXPECT_EQ(*list->as<double>(), 1.5);
 }
 
 TEST(NSString, CountsUnitsOfUTF16)

@@ -1,6 +1,6 @@
 #include "platform/media/AVAssetExportSession.h"
 
-#include "platform/foundation/NSFileManager.h"
+#include "platform/files/NSFileManager.h"
 #include "platform/media/AVURLAsset.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestExport.h"

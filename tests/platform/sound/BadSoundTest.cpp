@@ -1,4 +1,4 @@
-#include "platform/foundation/NSFileManager.h"
+#include "platform/files/NSFileManager.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestExport.h"
 #include "tests/support/TestSound.h"

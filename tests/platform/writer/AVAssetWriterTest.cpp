@@ -1,6 +1,6 @@
 #include "platform/writer/AVAssetWriter.h"
 
-#include "platform/foundation/NSFileManager.h"
+#include "platform/files/NSFileManager.h"
 #include "platform/media/AVAsset.h"
 #include "platform/movie/MediaInspection.h"
 #include "platform/writer/AVAssetWriterEncoder.h"

@@ -1,6 +1,6 @@
-#include "platform/foundation/NSUserDefaults.h"
+#include "platform/files/NSUserDefaults.h"
 
-#include "platform/foundation/NSPropertyListSerialization.h"
+#include "platform/propertylists/NSPropertyListSerialization.h"
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/TemporaryFolder.h"
 

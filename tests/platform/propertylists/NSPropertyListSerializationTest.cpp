@@ -1,4 +1,6 @@
-#include "platform/foundation/NSPropertyListSerialization.h"
+#include "platform/propertylists/NSPropertyListSerialization.h"
+
+#include "tests/support/CommaLocale.h"
 
 #include <chrono>
 #include <cmath>
@@ -70,6 +72,15 @@ void expectRefused(const NSData& data, const char* why)
 }
 
 } // namespace
+
+TEST(NSPropertyListSerialization, ReadsNumbersAlikeInEveryLocale)
+{
+    const CommaLocale comma;
+    ASSERT_TRUE(comma) << "localedef could not make a locale";
+    const auto list = propertyListWithData(bytesOf("<plist><real>1.5</real></plist>"));
+    ASSERT_TRUE(list && list->as<double>());
+    EXPECT_EQ(*list->as<double>(), 1.5);
+}
 
 TEST(NSPropertyListSerialization, ReadsBackWhatItWrites)
 {

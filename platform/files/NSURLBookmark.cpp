@@ -1,8 +1,8 @@
-#include "platform/foundation/NSURL.h"
+#include "platform/files/NSURL.h"
 
 #include "platform/foundation/Lock.h"
-#include "platform/foundation/NSPropertyListSerialization.h"
 #include "platform/foundation/NSString.h"
+#include "platform/propertylists/NSPropertyListSerialization.h"
 
 #include <algorithm>
 #include <cerrno>

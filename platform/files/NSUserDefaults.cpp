@@ -1,9 +1,9 @@
-#include "platform/foundation/NSUserDefaults.h"
+#include "platform/files/NSUserDefaults.h"
 
+#include "platform/files/NSFileManager.h"
+#include "platform/files/NSURL.h"
 #include "platform/foundation/FileDescriptor.h"
-#include "platform/foundation/NSFileManager.h"
-#include "platform/foundation/NSPropertyListSerialization.h"
-#include "platform/foundation/NSURL.h"
+#include "platform/propertylists/NSPropertyListSerialization.h"
 
 #include <cerrno>
 #include <cstdlib>

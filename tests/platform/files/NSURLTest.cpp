@@ -1,4 +1,4 @@
-#include "platform/foundation/NSURL.h"
+#include "platform/files/NSURL.h"
 
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/TemporaryFolder.h"

@@ -1,4 +1,4 @@
-#include "platform/foundation/NSFileManager.h"
+#include "platform/files/NSFileManager.h"
 
 #include "platform/foundation/FileDescriptor.h"
 

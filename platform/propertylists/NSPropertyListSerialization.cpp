@@ -1,7 +1,7 @@
-#include "platform/foundation/NSPropertyListSerialization.h"
+#include "platform/propertylists/NSPropertyListSerialization.h"
 
 #include "platform/foundation/NSString.h"
-#include "platform/foundation/PropertyListXML.h"
+#include "platform/propertylists/PropertyListXML.h"
 
 #include <algorithm>
 #include <bit>

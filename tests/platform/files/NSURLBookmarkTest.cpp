@@ -1,6 +1,6 @@
-#include "platform/foundation/NSPropertyListSerialization.h"
+#include "platform/files/NSURL.h"
 #include "platform/foundation/NSString.h"
-#include "platform/foundation/NSURL.h"
+#include "platform/propertylists/NSPropertyListSerialization.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>

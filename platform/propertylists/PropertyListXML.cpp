@@ -1,4 +1,4 @@
-#include "platform/foundation/PropertyListXML.h"
+#include "platform/propertylists/PropertyListXML.h"
 
 #include "platform/foundation/NSString.h"
 

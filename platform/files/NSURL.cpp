@@ -1,4 +1,4 @@
-#include "platform/foundation/NSURL.h"
+#include "platform/files/NSURL.h"
 
 #include <algorithm>
 #include <cstdlib>
