@@ -210,7 +210,11 @@ AVURLAssetPtr finishedSoundtrackWithSoundtracks(StageContext& context, const Sou
             *error = *failure;
         return nullptr;
     }
-    for (const auto& [key, converted] : table)
-        (void)files.removeItemAtURL(converted->URL());
+    for (auto& [key, converted] : table) {
+        const NSURL url = converted->URL();
+        // Closes the file, which else would stay on some disks.
+        converted.reset();
+        (void)files.removeItemAtURL(url);
+    }
     return AVURLAsset::URLAssetWithURL(output);
 }

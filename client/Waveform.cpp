@@ -143,8 +143,8 @@ Result<SoundFile> convertSound(const SoundFacts& sound, const std::filesystem::p
     const NSURL source = NSURL::fileURLWithPath(sound.path.native());
     const NSURL growing = job->temporaryURL().URLByAppendingPathComponent(
         platform::stringByDeletingPathExtension(source.lastPathComponent()) + ".m4a", false);
-    AVAssetExportSession session(platform::AVURLAsset::URLAssetWithURL(source),
-                                 std::string(platform::kAVAssetExportPresetAppleM4A));
+    // Measured at the first look, as the export needs it.
+    AVAssetExportSession session(preciseAsset(sound), std::string(platform::kAVAssetExportPresetAppleM4A));
     session.setOutputFileType(platform::kAVFileTypeAppleM4A);
     session.setOutputURL(growing);
     if (sound.selection)

@@ -33,6 +33,13 @@ FileBytes::FileBytes(const std::string& path) : file_(open(path.c_str(), O_RDONL
         state_ = stateOf(status);
 }
 
+bool FileBytes::leavesRoom() const
+{
+    // A new file's number is the lowest that is free. The limit is -1 where there is none.
+    const auto most = static_cast<unsigned long>(sysconf(_SC_OPEN_MAX));
+    return static_cast<unsigned long>(file_.get()) < most / 2;
+}
+
 bool FileBytes::read(int64_t offset, std::span<uint8_t> bytes) const
 {
     return readSome(offset, bytes) == static_cast<ssize_t>(bytes.size());

@@ -3,6 +3,7 @@
 #include "platform/foundation/FileDescriptor.h"
 
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string>
 #include <sys/types.h>
@@ -42,6 +43,8 @@ public:
     explicit FileBytes(const std::string& path);
 
     bool isOpen() const { return static_cast<bool>(file_); }
+    /// Whether it may stay open for long: of the files that the process may have open, more than half are left.
+    bool leavesRoom() const;
     /// As it was when it was opened.
     const FileState& state() const { return state_; }
     int64_t size() const override { return state_.size; }
@@ -54,6 +57,8 @@ private:
     const FileDescriptor file_;
     FileState state_;
 };
+
+using FileBytesPtr = std::shared_ptr<const FileBytes>;
 
 /// Bytes of somebody else's, who keeps them.
 class MemoryBytes final : public ByteSource {

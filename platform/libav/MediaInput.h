@@ -16,8 +16,6 @@ struct CloseInput {
 };
 using InputPtr = std::unique_ptr<AVFormatContext, CloseInput>;
 
-using FileBytesPtr = std::shared_ptr<const FileBytes>;
-
 /// @name Media files that may be hostile: regular files only, of a short list of formats, reading nothing but the file
 /// itself, with a short list of decoders
 /// All null if the file cannot be opened; `error` names it and says why.
@@ -31,7 +29,9 @@ using FileBytesPtr = std::shared_ptr<const FileBytes>;
 
 /// As `openMediaFile`, but knows no more than the file's head and index tell, and gives up where they are longer than
 /// those of any sound, at 64 MB. Decodes nothing.
-InputPtr openMediaHead(const NSURL& url);
+///
+/// @param opened  null where the file is not open yet
+InputPtr openMediaHead(const NSURL& url, FileBytesPtr opened = nullptr);
 
 /// An ID3 tag that stands from `begin` to `end` in an opened file of another kind; only its texts are known.
 InputPtr openID3Tag(const AVFormatContext& file, int64_t begin, int64_t end);

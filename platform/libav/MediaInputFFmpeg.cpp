@@ -190,9 +190,9 @@ InputPtr openMediaFile(const NSURL& url, bool ignoreEditLists, NSError* error)
     return file ? openMediaFile(std::move(file), url, ignoreEditLists, error) : nullptr;
 }
 
-InputPtr openMediaHead(const NSURL& url)
+InputPtr openMediaHead(const NSURL& url, FileBytesPtr opened)
 {
-    FileBytesPtr file = openFile(url, nullptr);
+    FileBytesPtr file = opened ? std::move(opened) : openFile(url, nullptr);
     if (!file)
         return nullptr;
     const AVInputFormat* const format = formatOfMP3(*file);

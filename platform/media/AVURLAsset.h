@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/bytes/ByteSource.h"
 #include "platform/files/NSURL.h"
 #include "platform/media/AVAsset.h"
 #include "platform/media/CMTime.h"
@@ -12,7 +13,8 @@
 namespace platform {
 
 /// A media file by its location. Never fails to be made: a missing or foreign file has no tracks and an invalid
-/// duration. The file is looked at on the first question, once. Any thread.
+/// duration. The file is looked at on the first question, once, and kept open, where not too many are, for those who
+/// read it afterwards. Any thread.
 class AVURLAsset final : public AVAsset {
 public:
     struct Options {
@@ -29,6 +31,8 @@ public:
     }
 
     const NSURL& URL() const { return url_; }
+    /// The file that was looked at, if it is kept open; null too where another stands under its name by now.
+    FileBytesPtr openedFile() const;
     /// Exact to the sample for indexed files; in the sample rate's scale for files that hold sound alone.
     CMTime duration() const override;
     std::vector<AVAssetTrack> tracks() const override;

@@ -24,6 +24,7 @@ namespace platform {
 struct AVURLAsset::Contents {
     CMTime duration = kCMTimeInvalid;
     std::vector<AVAssetTrack> tracks;
+    FileBytesPtr file;
     /// Why there is nothing; without a domain where the file could be opened.
     NSError error;
 };
@@ -75,6 +76,12 @@ AVURLAsset::AVURLAsset(NSURL url) : AVURLAsset(std::move(url), Options{}) {}
 
 AVURLAsset::AVURLAsset(NSURL url, Options options) : url_(std::move(url)), options_(options) {}
 
+FileBytesPtr AVURLAsset::openedFile() const
+{
+    const FileBytesPtr file = status_ == AVKeyValueStatus::Loaded ? contents().file : nullptr;
+    return file && FileState::ofFile(url_.path()) == file->state() ? file : nullptr;
+}
+
 CMTime AVURLAsset::duration() const
 {
     return contents().duration;
@@ -106,7 +113,7 @@ void AVURLAsset::loadValues() const
 
 AVMetadataItemList AVURLAsset::commonMetadata() const
 {
-    std::call_once(metadataOnce_, [this] { commonMetadata_ = readFileTags(url_); });
+    std::call_once(metadataOnce_, [this] { commonMetadata_ = readFileTags(url_, openedFile()); });
     return commonMetadata_;
 }
 
@@ -121,7 +128,10 @@ const AVURLAsset::Contents& AVURLAsset::contents() const
             status_ = AVKeyValueStatus::Failed;
             return;
         }
-        const auto boxes = readMovieBoxes(*bytesOf(*input));
+        const FileBytesPtr& file = bytesOf(*input);
+        if (file->leavesRoom())
+            contents->file = file;
+        const auto boxes = readMovieBoxes(*file);
         const TimelinePrecision precision =
             options_.preferPreciseDurationAndTiming ? TimelinePrecision::ByScanning : TimelinePrecision::FromIndex;
         bool hasVideo = false;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/bytes/ByteSource.h"
 #include "platform/files/NSURL.h"
 #include "platform/media/AVMetadataItem.h"
 
@@ -10,6 +11,8 @@ namespace platform {
 /// are one, with semicolons between. Which kind of file it is, its bytes tell and not its name. None for files that
 /// cannot be opened, or whose tags are longer than 64 MB. Reads no more than the file's head and index. Blocks; any
 /// thread.
-AVMetadataItemList readFileTags(const NSURL& url);
+///
+/// @param opened  null where the file is not open yet
+AVMetadataItemList readFileTags(const NSURL& url, FileBytesPtr opened = nullptr);
 
 } // namespace platform

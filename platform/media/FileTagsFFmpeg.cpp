@@ -182,9 +182,9 @@ void addTextsOfID3Chunk(AVMetadataItemList& items, const AVFormatContext& input)
 
 } // namespace
 
-AVMetadataItemList readFileTags(const NSURL& url)
+AVMetadataItemList readFileTags(const NSURL& url, FileBytesPtr opened)
 {
-    const InputPtr input = openMediaHead(url);
+    const InputPtr input = openMediaHead(url, std::move(opened));
     if (!input)
         return {};
     AVMetadataItemList items;

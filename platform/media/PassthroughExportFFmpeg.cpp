@@ -85,7 +85,10 @@ public:
         path_ = stretch.source.assetURL->path();
         const bool isSound = stretch.source.mediaType == kAVMediaTypeAudio;
         // Sound is placed by its time line here; pictures keep what their edits make of them.
-        input_ = openMediaFile(*stretch.source.assetURL, isSound, error);
+        const auto asset = std::dynamic_pointer_cast<const AVURLAsset>(stretch.source.asset.lock());
+        FileBytesPtr file = asset ? asset->openedFile() : nullptr;
+        const NSURL& url = *stretch.source.assetURL;
+        input_ = file ? openMediaFile(std::move(file), url, isSound, error) : openMediaFile(url, isSound, error);
         packet_.reset(av_packet_alloc());
         if (!input_ || !packet_)
             return false;

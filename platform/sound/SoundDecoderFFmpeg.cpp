@@ -67,8 +67,7 @@ int SoundDecoder::inputError() const
 bool SoundDecoder::reopen(NSError* error)
 {
     // The same file once more, whatever stands under its name by now.
-    input_ =
-        input_ ? openMediaFile(bytesOf(*input_), facts_->url, true, error) : openMediaFile(facts_->url, true, error);
+    input_ = input_ ? openMediaFile(bytesOf(*input_), facts_->url, true, error) : openSound(*facts_, error);
     if (!input_)
         return false;
     stream_ = soundStreamOf(*input_, facts_->streamIndex);

@@ -3,6 +3,7 @@
 #include "platform/bytes/ByteSource.h"
 #include "platform/files/NSURL.h"
 #include "platform/foundation/NSError.h"
+#include "platform/libav/MediaInput.h"
 #include "platform/sound/SoundTimeline.h"
 
 #include <cstdint>
@@ -20,6 +21,8 @@ struct SoundFacts {
     NSURL url;
     /// The file that was looked at. What is known holds for this one alone.
     FileState file;
+    /// The same, while somebody keeps it open.
+    std::weak_ptr<const FileBytes> opened;
     int streamIndex = 0;
     int sampleRateHz = 0;
     /// As read: 1 or 2; more channels are mixed down to 2.
@@ -48,6 +51,9 @@ using SoundFactsPtr = std::shared_ptr<const SoundFacts>;
 /// position is then undefined.
 SoundFacts soundFactsOf(AVFormatContext& input, const AVStream& stream, const NSURL& url,
                         const std::optional<MovieBoxes>& boxes, TimelinePrecision precision);
+
+/// Opens the file that was looked at, for reading from its start.
+[[nodiscard]] InputPtr openSound(const SoundFacts& facts, NSError* error = nullptr);
 
 /// Whether packets come with a header of their own (ADTS), which goes away when they are copied.
 bool isADTS(const AVFormatContext& input);

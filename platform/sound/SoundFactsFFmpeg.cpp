@@ -1,7 +1,6 @@
 #include "platform/sound/SoundFacts.h"
 
 #include "platform/aac/AACEncoder.h"
-#include "platform/libav/MediaInput.h"
 #include "platform/libav/MovieBoxes.h"
 
 extern "C" {
@@ -66,6 +65,12 @@ void describePackets(const AVFormatContext& input, const AVStream& stream, Sound
 
 } // namespace
 
+InputPtr openSound(const SoundFacts& facts, NSError* error)
+{
+    FileBytesPtr file = facts.opened.lock();
+    return file ? openMediaFile(std::move(file), facts.url, true, error) : openMediaFile(facts.url, true, error);
+}
+
 bool isADTS(const AVFormatContext& input)
 {
     return std::string_view(input.iformat->name) == "aac";
@@ -79,8 +84,13 @@ bool failNoSound(NSError* error, const NSURL& url, const std::string& why)
 SoundFacts soundFactsOf(AVFormatContext& input, const AVStream& stream, const NSURL& url,
                         const std::optional<MovieBoxes>& boxes, TimelinePrecision precision)
 {
-    SoundFacts facts{url, bytesOf(input)->state(), stream.index, stream.codecpar->sample_rate,
-                     std::min(stream.codecpar->ch_layout.nb_channels, 2)};
+    const FileBytesPtr& file = bytesOf(input);
+    SoundFacts facts{.url = url,
+                     .file = file->state(),
+                     .opened = file,
+                     .streamIndex = stream.index,
+                     .sampleRateHz = stream.codecpar->sample_rate,
+                     .channels = std::min(stream.codecpar->ch_layout.nb_channels, 2)};
     facts.timeline = soundTimelineOf(input, stream, boxes, precision);
     describePackets(input, stream, facts);
     return facts;

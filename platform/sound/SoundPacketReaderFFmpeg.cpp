@@ -37,8 +37,7 @@ struct SoundPacketReader::State {
 
     bool reopen(NSError* error)
     {
-        input =
-            input ? openMediaFile(bytesOf(*input), facts->url, true, error) : openMediaFile(facts->url, true, error);
+        input = input ? openMediaFile(bytesOf(*input), facts->url, true, error) : openSound(*facts, error);
         stream = input ? soundStreamOf(*input, facts->streamIndex) : nullptr;
         if (!stream)
             return input ? failNoSound(error, facts->url, "has no sound track") : false;

@@ -135,7 +135,7 @@ class OpeningsTest(stillora.TestCase):
         tracer = ("strace", "-f", "-qq", "-e", "trace=open,openat", "-e", "signal=none", "-o", str(log))
         # A sanitizer's search for leaks needs to trace the process itself.
         environment = self.environment(ASAN_OPTIONS=f"{self.environment()['ASAN_OPTIONS']}:detect_leaks=0")
-        self.made_movie(self.create(*arguments, prefix=tracer, environment=environment))
+        self.run_stillora(*arguments, prefix=tracer, environment=environment)
         counts = collections.Counter()
         for line in log.read_text(errors="replace").splitlines():
             # A call that another thread's interrupts is told in two lines, of which the first has the name.
@@ -144,18 +144,34 @@ class OpeningsTest(stillora.TestCase):
                 counts[opened[1]] += 1
         return counts
 
+    def openings_of_a_movie(self, *options):
+        return self.openings("create", "--save", self.save, *self.photos, "--seconds", str(SECONDS), *options)
+
     def test_a_photo_is_opened_once_by_each_process(self):
-        counts = self.openings(*self.photos, "--seconds", str(SECONDS))
+        counts = self.openings_of_a_movie()
         self.assertEqual({photo.name: counts[str(photo)] for photo in self.photos},
                          {photo.name: 2 for photo in self.photos})
 
-    def test_a_sound_is_measured_once_by_each_process_and_decoded_once(self):
+    def test_a_sound_is_opened_once_by_each_process_and_its_piece_once(self):
         for name, options in (("song.mp3", ("-q:a", "4")), ("song.flac", ()), ("song.m4a", ("-c:a", "aac"))):
             with self.subTest(name=name):
                 sound = music(self.folder / name, 20.3, 220, options)
                 for soundtrack in (sound, f"{sound}@2-7"):
-                    counts = self.openings(*self.photos, "--seconds", str(SECONDS), "--soundtrack", soundtrack)
-                    self.assertEqual(counts[str(sound)], 3, f"the client's look, the service's, and the decoder: {soundtrack}")
+                    counts = self.openings_of_a_movie("--soundtrack", soundtrack)
+                    self.assertEqual(counts[str(sound)], 2, f"the client's look, and the service's: {soundtrack}")
+                    read = [count for path, count in counts.items() if path != str(sound) and path.endswith("/song.m4a")]
+                    self.assertEqual(read, [1], f"the piece that was made of {soundtrack}")
+
+    def test_a_sound_is_opened_for_its_check_and_once_for_its_work(self):
+        for name, options in (("song.mp3", ("-q:a", "4")), ("song.m4a", ("-c:a", "aac"))):
+            sound = music(self.folder / name, 20.3, 220, options)
+            for command in (("convert", sound, "--range", "2-7", "-o", self.save),
+                            ("waveform", sound, "-o", self.folder / f"{name}.png"),
+                            ("trim", sound, "--range", "2-7", "-o", self.folder / f"trimmed-{name}")):
+                if command[0] == "trim" and name == "song.mp3":
+                    continue
+                with self.subTest(name=name, command=command[0]):
+                    self.assertEqual(self.openings(*command)[str(sound)], 2)
 
 
 if __name__ == "__main__":

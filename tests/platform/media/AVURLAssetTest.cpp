@@ -1,5 +1,7 @@
 #include "platform/media/AVURLAsset.h"
 
+#include "platform/sound/SoundReader.h"
+#include "tests/support/OpenFileLimit.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestSound.h"
 
@@ -151,6 +153,52 @@ TEST(AVURLAsset, CoverPictureIsNoVideoTrack)
     const AVURLAsset asset(folder.url("t.m4a"));
     ASSERT_EQ(asset.tracks().size(), 1U);
     EXPECT_EQ(asset.duration().value, 44100);
+}
+
+TEST(AVURLAsset, FileIsOpenFromTheFirstLookUntilAnotherStandsUnderItsName)
+{
+    const TemporaryFolder folder;
+    writeWav(folder.path("t.wav"), makeTone(44100, 1, 44100));
+    const AVURLAsset asset(folder.url("t.wav"));
+    EXPECT_FALSE(asset.openedFile()) << "nobody has asked for anything";
+    ASSERT_EQ(asset.tracks().size(), 1U);
+    ASSERT_TRUE(asset.openedFile());
+    EXPECT_EQ(asset.openedFile()->state(), FileState::ofFile(folder.path("t.wav")));
+    writeWav(folder.path("new.wav"), makeTone(44100, 1, 22050));
+    std::filesystem::rename(folder.path("new.wav"), folder.path("t.wav"));
+    EXPECT_FALSE(asset.openedFile());
+}
+
+TEST(AVURLAsset, SoundIsReadFromTheFileThatWasLookedAtAsLongAsTheAssetLives)
+{
+    const TemporaryFolder folder;
+    writeWav(folder.path("t.wav"), makeTone(44100, 1, 44100));
+    auto asset =
+        std::make_shared<AVURLAsset>(folder.url("t.wav"), AVURLAsset::Options{.preferPreciseDurationAndTiming = true});
+    ASSERT_EQ(asset->tracks().size(), 1U);
+    const SoundFactsPtr facts = asset->tracks().front().sound;
+    ASSERT_TRUE(facts);
+    std::filesystem::remove(folder.path("t.wav"));
+    EXPECT_TRUE(SoundReader::open(facts, 44100, 1));
+    asset.reset();
+    EXPECT_FALSE(SoundReader::open(facts, 44100, 1));
+}
+
+TEST(AVURLAsset, FilesAreNotKeptOpenWhereThatTakesMoreThanHalfOfWhatTheProcessMayOpen)
+{
+    const TemporaryFolder folder;
+    writeWav(folder.path("t.wav"), makeTone(44100, 1, 441));
+    constexpr rlim_t kMost = 64;
+    const OpenFileLimit limit(kMost);
+    std::vector<AVURLAssetPtr> assets;
+    size_t kept = 0;
+    for (rlim_t i = 0; i < 2 * kMost; ++i) {
+        assets.push_back(AVURLAsset::URLAssetWithURL(folder.url("t.wav")));
+        ASSERT_EQ(assets.back()->duration().value, 441) << i;
+        kept += assets.back()->openedFile() ? 1 : 0;
+    }
+    EXPECT_GT(kept, 0U);
+    EXPECT_LE(kept, kMost / 2);
 }
 
 } // namespace
