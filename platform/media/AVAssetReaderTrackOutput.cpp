@@ -35,15 +35,6 @@ void mixDown(std::span<const float> frames, size_t channels, std::span<int32_t> 
         mono[i] = integerOf((static_cast<double>(frames[2 * i]) + static_cast<double>(frames[2 * i + 1])) * 0.5);
 }
 
-/// Samples of a time, to the nearest; times beyond 64 bits are the farthest there are.
-int64_t inSamples(CMTime time, int sampleRateHz)
-{
-    const CMTime converted = CMTimeConvertScale(time, sampleRateHz, CMTimeRoundingMethod::RoundHalfAwayFromZero);
-    if (!converted.isNumeric())
-        return converted.flags & CMTime::PositiveInfinity ? INT64_MAX / 4 : 0;
-    return std::clamp(converted.value, INT64_MIN / 4, INT64_MAX / 4);
-}
-
 } // namespace
 
 struct AVAssetReaderTrackOutput::Source {

@@ -11,17 +11,6 @@
 namespace platform {
 namespace {
 
-/// Samples of a time at a rate.
-int64_t inSamples(CMTime time, int sampleRateHz,
-                  CMTimeRoundingMethod rounding = CMTimeRoundingMethod::RoundHalfAwayFromZero)
-{
-    const CMTime converted = CMTimeConvertScale(time, sampleRateHz, rounding);
-    // Times beyond 64 bits come back infinite.
-    if (!converted.isNumeric())
-        return converted.flags & CMTime::PositiveInfinity ? INT64_MAX / 4 : 0;
-    return std::clamp(converted.value, INT64_MIN / 4, INT64_MAX / 4);
-}
-
 double inExactSamples(CMTime time, int sampleRateHz)
 {
     return static_cast<double>(time.value) * sampleRateHz / time.timescale;
@@ -149,6 +138,14 @@ bool addFile(const AVURLAsset& file, std::vector<Heard>& heard, NSError* error)
 }
 
 } // namespace
+
+int64_t inSamples(CMTime time, int sampleRateHz, CMTimeRoundingMethod rounding)
+{
+    const CMTime converted = CMTimeConvertScale(time, sampleRateHz, rounding);
+    if (!converted.isNumeric())
+        return converted.flags & CMTime::PositiveInfinity ? INT64_MAX / 4 : 0;
+    return std::clamp(converted.value, INT64_MIN / 4, INT64_MAX / 4);
+}
 
 SoundFactsPtr currentSoundFacts(const AVAssetTrack& track)
 {
