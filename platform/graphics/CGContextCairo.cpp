@@ -14,16 +14,6 @@ namespace platform {
 
 namespace {
 
-struct DestroySurface {
-    void operator()(cairo_surface_t* surface) const { cairo_surface_destroy(surface); }
-};
-using SurfacePtr = std::unique_ptr<cairo_surface_t, DestroySurface>;
-
-struct DestroyCairo {
-    void operator()(cairo_t* cairo) const { cairo_destroy(cairo); }
-};
-using CairoPtr = std::unique_ptr<cairo_t, DestroyCairo>;
-
 // Far more than any picture on a screen.
 constexpr double kMaxSide = 16384;
 
@@ -44,7 +34,7 @@ struct CGContext::Surface {
     Origin origin = Origin::LowerLeft;
     int width = 0;
     int height = 0;
-    SurfacePtr pixels;
+    CairoSurfacePtr pixels;
     CairoPtr cairo;
     NSColor fillColor;
     NSColor strokeColor;
@@ -173,14 +163,9 @@ void CGContext::Surface::draw(const CGImage& image, double left, double top, dou
             return;
         drawn = &scaled;
     }
-    const SurfacePtr from(cairo_image_surface_create(image.hasAlpha ? CAIRO_FORMAT_ARGB32 : CAIRO_FORMAT_RGB24,
-                                                     static_cast<int>(wholeWidth), static_cast<int>(wholeHeight)));
-    if (cairo_surface_status(from.get()) != CAIRO_STATUS_SUCCESS)
+    const auto from = surfaceWithImage(*drawn);
+    if (!from)
         return;
-    copyToCairo(*drawn, cairo_image_surface_get_data(from.get()),
-                static_cast<size_t>(cairo_image_surface_get_stride(from.get())));
-    cairo_surface_mark_dirty(from.get());
-
     cairo_save(cairo.get());
     cairo_identity_matrix(cairo.get());
     const bool isWhole = std::abs(left - std::round(left)) < kRounding && std::abs(top - std::round(top)) < kRounding &&
@@ -206,14 +191,9 @@ CGImagePtr CGContext::createImage() const
     if (!isReady())
         return nullptr;
     try {
-        cairo_surface_flush(surface_->pixels.get());
-        auto image = std::make_shared<CGImage>();
-        image->width = static_cast<size_t>(surface_->width);
-        image->height = static_cast<size_t>(surface_->height);
-        image->bytesPerRow = 4 * image->width;
-        image->pixels.resize(image->bytesPerRow * image->height);
-        copyFromCairo(cairo_image_surface_get_data(surface_->pixels.get()),
-                      static_cast<size_t>(cairo_image_surface_get_stride(surface_->pixels.get())), *image);
+        auto image = std::make_shared<CGImage>(imageOfSurface(
+            surface_->pixels.get(), static_cast<size_t>(surface_->width), static_cast<size_t>(surface_->height)));
+        image->hasAlpha = false;
         for (size_t i = 0; i < image->pixels.size() && !image->hasAlpha; i += 4)
             image->hasAlpha = image->pixels[i] != 0xFF;
         return image;

@@ -2,6 +2,7 @@
 
 #include "platform/foundation/Lock.h"
 #include "platform/foundation/NSCache.h"
+#include "platform/pixels/CairoPixels.h"
 
 #include <pango/pangocairo.h>
 
@@ -17,12 +18,6 @@ namespace {
 struct Unreference {
     void operator()(void* object) const { g_object_unref(object); }
 };
-struct DestroySurface {
-    void operator()(cairo_surface_t* surface) const { cairo_surface_destroy(surface); }
-};
-struct DestroyCairo {
-    void operator()(cairo_t* cairo) const { cairo_destroy(cairo); }
-};
 struct FreeDescription {
     void operator()(PangoFontDescription* description) const { pango_font_description_free(description); }
 };
@@ -32,8 +27,6 @@ struct DestroyOptions {
 using FontMapPtr = std::unique_ptr<PangoFontMap, Unreference>;
 using ContextPtr = std::unique_ptr<PangoContext, Unreference>;
 using LayoutPtr = std::unique_ptr<PangoLayout, Unreference>;
-using SurfacePtr = std::unique_ptr<cairo_surface_t, DestroySurface>;
-using CairoPtr = std::unique_ptr<cairo_t, DestroyCairo>;
 using DescriptionPtr = std::unique_ptr<PangoFontDescription, FreeDescription>;
 using OptionsPtr = std::unique_ptr<cairo_font_options_t, DestroyOptions>;
 
@@ -71,21 +64,6 @@ void setColor(cairo_t* cairo, const NSColor& color)
     cairo_set_source_rgba(cairo, color.red, color.green, color.blue, color.alpha);
 }
 
-/// Cairo's pixels are 32-bit numbers 0xAARRGGBB of the machine's byte order, ours the bytes A R G B.
-void copyPixels(cairo_surface_t* surface, CGImage& image)
-{
-    cairo_surface_flush(surface);
-    const uint8_t* const pixels = cairo_image_surface_get_data(surface);
-    const auto stride = static_cast<size_t>(cairo_image_surface_get_stride(surface));
-    for (size_t y = 0; y < image.height; ++y) {
-        const auto* const from = reinterpret_cast<const uint32_t*>(pixels + y * stride);
-        uint8_t* const to = image.row(y);
-        for (size_t x = 0; x < image.width; ++x)
-            for (size_t i = 0; i < 4; ++i)
-                to[4 * x + i] = static_cast<uint8_t>(from[x] >> (24 - 8 * i));
-    }
-}
-
 std::shared_ptr<const RenderedText> render(PangoFontMap* fonts, std::string_view text, const TextAttributes& attributes)
 {
     const LayoutPtr layout = makeLayout(fonts, text, attributes);
@@ -107,7 +85,7 @@ std::shared_ptr<const RenderedText> render(PangoFontMap* fonts, std::string_view
     if (ink.width <= 0 || ink.height <= 0 || height > kMaxSide)
         return nullptr;
 
-    const SurfacePtr surface(
+    const CairoSurfacePtr surface(
         cairo_image_surface_create(CAIRO_FORMAT_ARGB32, static_cast<int>(width), static_cast<int>(height)));
     if (cairo_surface_status(surface.get()) != CAIRO_STATUS_SUCCESS)
         return nullptr;
@@ -129,12 +107,7 @@ std::shared_ptr<const RenderedText> render(PangoFontMap* fonts, std::string_view
     auto rendered = std::make_shared<RenderedText>();
     rendered->left = static_cast<int64_t>(left);
     rendered->top = static_cast<int64_t>(top);
-    rendered->image.width = static_cast<size_t>(width);
-    rendered->image.height = static_cast<size_t>(height);
-    rendered->image.bytesPerRow = rendered->image.width * 4;
-    rendered->image.hasAlpha = true;
-    rendered->image.pixels.resize(rendered->image.bytesPerRow * rendered->image.height);
-    copyPixels(surface.get(), rendered->image);
+    rendered->image = imageOfSurface(surface.get(), static_cast<size_t>(width), static_cast<size_t>(height));
     return rendered;
 }
 

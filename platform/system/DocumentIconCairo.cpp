@@ -1,5 +1,7 @@
 #include "platform/system/DocumentIcon.h"
 
+#include "platform/pixels/CairoPixels.h"
+
 #include <cairo.h>
 
 #include <array>
@@ -9,15 +11,6 @@
 namespace platform {
 
 namespace {
-
-struct DestroySurface {
-    void operator()(cairo_surface_t* surface) const { cairo_surface_destroy(surface); }
-};
-struct DestroyCairo {
-    void operator()(cairo_t* cairo) const { cairo_destroy(cairo); }
-};
-using SurfacePtr = std::unique_ptr<cairo_surface_t, DestroySurface>;
-using CairoPtr = std::unique_ptr<cairo_t, DestroyCairo>;
 
 // Points; pixels are twice as many, for dense screens.
 constexpr int kSide = 32;
@@ -116,7 +109,7 @@ void drawLines(cairo_t* cairo)
 NSImagePtr draw(DocumentKind kind)
 {
     constexpr int kPixels = kSide * kPixelsPerPoint;
-    const SurfacePtr surface(cairo_image_surface_create(CAIRO_FORMAT_ARGB32, kPixels, kPixels));
+    const CairoSurfacePtr surface(cairo_image_surface_create(CAIRO_FORMAT_ARGB32, kPixels, kPixels));
     const CairoPtr cairo(cairo_create(surface.get()));
     cairo_scale(cairo.get(), kPixelsPerPoint, kPixelsPerPoint);
     drawPage(cairo.get());
@@ -134,22 +127,7 @@ NSImagePtr draw(DocumentKind kind)
         drawLines(cairo.get());
         break;
     }
-    cairo_surface_flush(surface.get());
-
-    auto image = std::make_shared<CGImage>();
-    image->width = kPixels;
-    image->height = kPixels;
-    image->bytesPerRow = size_t{4} * kPixels;
-    image->hasAlpha = true;
-    image->pixels.resize(image->bytesPerRow * kPixels);
-    const uint8_t* const pixels = cairo_image_surface_get_data(surface.get());
-    const auto stride = static_cast<size_t>(cairo_image_surface_get_stride(surface.get()));
-    // Without memory for the surface the icon stays clear.
-    for (size_t y = 0; pixels && y < image->height; ++y) {
-        const auto* const from = reinterpret_cast<const uint32_t*>(pixels + y * stride);
-        for (size_t i = 0; i < 4 * image->width; ++i)
-            image->row(y)[i] = static_cast<uint8_t>(from[i / 4] >> (24 - 8 * (i % 4)));
-    }
+    auto image = std::make_shared<const CGImage>(imageOfSurface(surface.get(), kPixels, kPixels));
     return std::make_shared<const NSImage>(std::move(image), CGSize{kSide, kSide});
 }
 

@@ -34,7 +34,7 @@ ROOMS = {
     "media": "foundation files dispatch bytes libav aac sound",
     "movie": "foundation files bytes libav media",
     "writer": "foundation files dispatch libav pixels media movie",
-    "system": "foundation files dispatch decoders graphics",
+    "system": "foundation files dispatch pixels decoders graphics",
 }
 
 # In lines.

@@ -1,10 +1,10 @@
 #include "platform/encoders/ImageEncoder.h"
 #include "platform/pixels/CairoPixels.h"
 
+#include <cairo-pdf.h>
 #include <cairo.h>
 
 #include <cmath>
-#include <memory>
 #include <new>
 #include <span>
 
@@ -12,16 +12,11 @@ namespace platform {
 
 namespace {
 
-struct DestroySurface {
-    void operator()(cairo_surface_t* surface) const { cairo_surface_destroy(surface); }
-};
-using SurfacePtr = std::unique_ptr<cairo_surface_t, DestroySurface>;
-
 cairo_status_t appendTo(void* closure, const unsigned char* data, unsigned length)
 {
     try {
-        auto& png = *static_cast<NSData*>(closure);
-        png.insert(png.end(), data, data + length);
+        auto& bytes = *static_cast<NSData*>(closure);
+        bytes.insert(bytes.end(), data, data + length);
         return CAIRO_STATUS_SUCCESS;
     } catch (const std::bad_alloc&) {
         return CAIRO_STATUS_NO_MEMORY;
@@ -67,18 +62,9 @@ NSData resolutionChunk(const CGImage& image, CGSize size)
 
 std::optional<NSData> encodePNG(const CGImage& image, CGSize size)
 {
-    if (image.width == 0 || image.height == 0)
-        return std::nullopt;
-    const SurfacePtr surface(cairo_image_surface_create(image.hasAlpha ? CAIRO_FORMAT_ARGB32 : CAIRO_FORMAT_RGB24,
-                                                        static_cast<int>(image.width), static_cast<int>(image.height)));
-    if (cairo_surface_status(surface.get()) != CAIRO_STATUS_SUCCESS)
-        return std::nullopt;
-    copyToCairo(image, cairo_image_surface_get_data(surface.get()),
-                static_cast<size_t>(cairo_image_surface_get_stride(surface.get())));
-    cairo_surface_mark_dirty(surface.get());
-
+    const auto surface = surfaceWithImage(image);
     NSData png;
-    if (cairo_surface_write_to_png_stream(surface.get(), appendTo, &png) != CAIRO_STATUS_SUCCESS)
+    if (!surface || cairo_surface_write_to_png_stream(surface.get(), appendTo, &png) != CAIRO_STATUS_SUCCESS)
         return std::nullopt;
     const bool isOnePixelAPoint =
         size.width == static_cast<double>(image.width) && size.height == static_cast<double>(image.height);
@@ -89,6 +75,27 @@ std::optional<NSData> encodePNG(const CGImage& image, CGSize size)
         png.insert(png.begin() + kHeaderBytes, chunk.begin(), chunk.end());
     }
     return png;
+}
+
+std::optional<NSData> encodePDF(const CGImage& image, CGSize size)
+{
+    const auto picture = surfaceWithImage(image);
+    if (!picture || !(size.width > 0 && size.height > 0))
+        return std::nullopt;
+    NSData pdf;
+    const CairoSurfacePtr page(cairo_pdf_surface_create_for_stream(appendTo, &pdf, size.width, size.height));
+    const CairoPtr cairo(cairo_create(page.get()));
+    cairo_scale(cairo.get(), size.width / static_cast<double>(image.width),
+                size.height / static_cast<double>(image.height));
+    cairo_set_source_surface(cairo.get(), picture.get(), 0, 0);
+    // Its pixels as they are: viewers smooth them as they see fit, and none is drawn anew.
+    cairo_pattern_set_filter(cairo_get_source(cairo.get()), CAIRO_FILTER_NEAREST);
+    cairo_paint(cairo.get());
+    cairo_show_page(cairo.get());
+    cairo_surface_finish(page.get());
+    if (cairo_status(cairo.get()) != CAIRO_STATUS_SUCCESS || cairo_surface_status(page.get()) != CAIRO_STATUS_SUCCESS)
+        return std::nullopt;
+    return pdf;
 }
 
 } // namespace platform
