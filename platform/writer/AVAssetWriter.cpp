@@ -36,84 +36,26 @@ const NSURL& AVAssetWriter::outputURL() const
     return session_->url();
 }
 
-bool AVAssetWriter::shouldOptimizeForNetworkUse() const
-{
-    LockGuard guard(lock_);
-    return shouldOptimizeForNetworkUse_;
-}
-
-void AVAssetWriter::setShouldOptimizeForNetworkUse(bool value)
-{
-    LockGuard guard(lock_);
-    shouldOptimizeForNetworkUse_ = value;
-}
-
-std::optional<NSURL> AVAssetWriter::directoryForTemporaryFiles() const
-{
-    LockGuard guard(lock_);
-    return directoryForTemporaryFiles_;
-}
-
-void AVAssetWriter::setDirectoryForTemporaryFiles(std::optional<NSURL> url)
-{
-    LockGuard guard(lock_);
-    directoryForTemporaryFiles_ = std::move(url);
-}
-
-AVMetadataItemList AVAssetWriter::metadata() const
-{
-    LockGuard guard(lock_);
-    return metadata_;
-}
-
-void AVAssetWriter::setMetadata(AVMetadataItemList metadata)
-{
-    LockGuard guard(lock_);
-    metadata_ = std::move(metadata);
-}
-
-void AVAssetWriter::setEncoderCount(size_t count)
-{
-    LockGuard guard(lock_);
-    encoderCount_ = count;
-}
-
 bool AVAssetWriter::canAddInput(const AVAssetWriterInput& input) const
 {
-    if (status() != AVAssetWriterStatus::Unknown || input.mediaType() != kAVMediaTypeVideo || input.session())
-        return false;
-    LockGuard guard(lock_);
-    return !input_;
+    return status() == AVAssetWriterStatus::Unknown && input.mediaType() == kAVMediaTypeVideo && !input.session() &&
+           !input_.get();
 }
 
 void AVAssetWriter::addInput(std::shared_ptr<AVAssetWriterInput> input)
 {
     if (!canAddInput(*input))
         return;
-    {
-        LockGuard guard(input->lock_);
-        input->session_ = session_;
-    }
-    LockGuard guard(lock_);
-    input_ = std::move(input);
+    input->session_.set(session_);
+    input_.set(std::move(input));
 }
 
 bool AVAssetWriter::startWriting()
 {
-    std::optional<AVVideoSettings> settings;
-    std::optional<size_t> maximumSampleCount;
-    size_t encoderCount = 0;
-    bool indexFirst = false;
-    {
-        LockGuard guard(lock_);
-        encoderCount = encoderCount_;
-        indexFirst = shouldOptimizeForNetworkUse_;
-        if (input_) {
-            settings = input_->outputSettings();
-            maximumSampleCount = input_->maximumSampleCount();
-        }
-    }
-    return session_->start(settings, maximumSampleCount, encoderCount, indexFirst, metadata());
+    const auto input = input_.get();
+    return session_->start(input ? std::optional(input->outputSettings()) : std::nullopt,
+                           input ? input->maximumSampleCount() : std::nullopt, encoderCount_.get(),
+                           shouldOptimizeForNetworkUse(), metadata());
 }
 
 void AVAssetWriter::startSessionAtSourceTime(CMTime startTime)

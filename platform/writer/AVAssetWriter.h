@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/files/NSURL.h"
-#include "platform/foundation/Lock.h"
+#include "platform/foundation/AtomicProperty.h"
 #include "platform/foundation/NSError.h"
 #include "platform/media/AVMetadataItem.h"
 #include "platform/media/CMTime.h"
@@ -12,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 namespace platform {
 
@@ -41,19 +42,19 @@ public:
 
     /// Whether the index stands before the media, set before the writer starts; behind it, as at first, nothing has to
     /// make room for it.
-    bool shouldOptimizeForNetworkUse() const;
-    void setShouldOptimizeForNetworkUse(bool value);
+    bool shouldOptimizeForNetworkUse() const { return shouldOptimizeForNetworkUse_.get(); }
+    void setShouldOptimizeForNetworkUse(bool value) { shouldOptimizeForNetworkUse_.set(value); }
     /// Kept as data: the file grows in its place, so there are no temporary files to put anywhere.
-    std::optional<NSURL> directoryForTemporaryFiles() const;
-    void setDirectoryForTemporaryFiles(std::optional<NSURL> url);
+    std::optional<NSURL> directoryForTemporaryFiles() const { return directoryForTemporaryFiles_.get(); }
+    void setDirectoryForTemporaryFiles(std::optional<NSURL> url) { directoryForTemporaryFiles_.set(std::move(url)); }
 
     /// The movie tells the title among these, by its common key. When it was made it tells anyway.
-    AVMetadataItemList metadata() const;
-    void setMetadata(AVMetadataItemList metadata);
+    AVMetadataItemList metadata() const { return metadata_.get(); }
+    void setMetadata(AVMetadataItemList metadata) { metadata_.set(std::move(metadata)); }
 
     /// How many frames are coded at once, set before the writer starts; 0, as at first: as many as there are
     /// processors, at most 8. The pictures are the same with any number.
-    void setEncoderCount(size_t count);
+    void setEncoderCount(size_t count) { encoderCount_.set(count); }
 
     /// One input of pictures, before `startWriting`.
     bool canAddInput(const AVAssetWriterInput& input) const;
@@ -88,12 +89,11 @@ private:
 
     const std::shared_ptr<AVAssetWriterSession> session_;
 
-    mutable Lock lock_;
-    bool shouldOptimizeForNetworkUse_ GUARDED_BY(lock_) = false;
-    std::optional<NSURL> directoryForTemporaryFiles_ GUARDED_BY(lock_);
-    size_t encoderCount_ GUARDED_BY(lock_) = 0;
-    AVMetadataItemList metadata_ GUARDED_BY(lock_);
-    std::shared_ptr<AVAssetWriterInput> input_ GUARDED_BY(lock_);
+    AtomicProperty<bool> shouldOptimizeForNetworkUse_;
+    AtomicProperty<std::optional<NSURL>> directoryForTemporaryFiles_;
+    AtomicProperty<size_t> encoderCount_;
+    AtomicProperty<AVMetadataItemList> metadata_;
+    AtomicProperty<std::shared_ptr<AVAssetWriterInput>> input_;
 };
 
 } // namespace platform

@@ -12,36 +12,6 @@ AVAssetWriterInput::AVAssetWriterInput(std::string_view mediaType, AVVideoSettin
 
 AVAssetWriterInput::~AVAssetWriterInput() = default;
 
-bool AVAssetWriterInput::expectsMediaDataInRealTime() const
-{
-    LockGuard guard(lock_);
-    return expectsMediaDataInRealTime_;
-}
-
-void AVAssetWriterInput::setExpectsMediaDataInRealTime(bool value)
-{
-    LockGuard guard(lock_);
-    expectsMediaDataInRealTime_ = value;
-}
-
-std::optional<size_t> AVAssetWriterInput::maximumSampleCount() const
-{
-    LockGuard guard(lock_);
-    return maximumSampleCount_;
-}
-
-void AVAssetWriterInput::setMaximumSampleCount(std::optional<size_t> count)
-{
-    LockGuard guard(lock_);
-    maximumSampleCount_ = count;
-}
-
-std::shared_ptr<AVAssetWriterSession> AVAssetWriterInput::session() const
-{
-    LockGuard guard(lock_);
-    return session_;
-}
-
 bool AVAssetWriterInput::isReadyForMoreMediaData() const
 {
     const auto writing = session();

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/dispatch/DispatchQueue.h"
-#include "platform/foundation/Lock.h"
+#include "platform/foundation/AtomicProperty.h"
 
 #include <cstddef>
 #include <functional>
@@ -55,14 +55,14 @@ public:
     const AVVideoSettings& outputSettings() const { return outputSettings_; }
 
     /// Kept as data: this writer never drops media.
-    bool expectsMediaDataInRealTime() const;
-    void setExpectsMediaDataInRealTime(bool value);
+    bool expectsMediaDataInRealTime() const { return expectsMediaDataInRealTime_.get(); }
+    void setExpectsMediaDataInRealTime(bool value) { expectsMediaDataInRealTime_.set(value); }
 
     /// The most frames that will come; to be set before the writer starts. Room for their index is then kept at the
     /// front of the file, and one frame more fails the writer. Nothing: the file is rewritten once at the end to make
     /// room for the index.
-    std::optional<size_t> maximumSampleCount() const;
-    void setMaximumSampleCount(std::optional<size_t> count);
+    std::optional<size_t> maximumSampleCount() const { return maximumSampleCount_.get(); }
+    void setMaximumSampleCount(std::optional<size_t> count) { maximumSampleCount_.set(count); }
 
     /// Whether there is room for another frame: the writer is writing, its session has started, the input is not
     /// finished and the short queue before the encoders is not full.
@@ -79,15 +79,14 @@ private:
     friend class AVAssetWriter;
     friend class AVAssetWriterInputPixelBufferAdaptor;
 
-    std::shared_ptr<AVAssetWriterSession> session() const;
+    std::shared_ptr<AVAssetWriterSession> session() const { return session_.get(); }
 
     const std::string mediaType_;
     const AVVideoSettings outputSettings_;
-    mutable Lock lock_;
-    bool expectsMediaDataInRealTime_ GUARDED_BY(lock_) = false;
-    std::optional<size_t> maximumSampleCount_ GUARDED_BY(lock_);
+    AtomicProperty<bool> expectsMediaDataInRealTime_;
+    AtomicProperty<std::optional<size_t>> maximumSampleCount_;
     /// The writer's; null until the input is added to one.
-    std::shared_ptr<AVAssetWriterSession> session_ GUARDED_BY(lock_);
+    AtomicProperty<std::shared_ptr<AVAssetWriterSession>> session_;
 };
 
 } // namespace platform
