@@ -8,6 +8,7 @@
 #include "client/SilentSound.h"
 #include "client/Text.h"
 #include "client/WakeUp.h"
+#include "client/WatermarkChoice.h"
 #include "items/morStilloraVideoCreatorProtocol.h"
 #include "platform/files/NSFileManager.h"
 #include "platform/foundation/Lock.h"
@@ -227,7 +228,8 @@ bool MovieMaker::Job::connect()
     const auto program = ServiceProcess::findProgram(&error_);
     if (!program)
         return false;
-    service_ = ServiceProcess::start(*program, &error_);
+    service_ = ServiceProcess::start(*program, {drawsWatermark(request_.watermark) ? "--watermark" : "--no-watermark"},
+                                     &error_);
     if (!service_)
         return false;
     platform::NSError reason;

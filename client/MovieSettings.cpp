@@ -22,6 +22,7 @@ constexpr std::string_view kFitsMusicKey = "fitsMusic";
 constexpr std::string_view kFillsSilenceKey = "fillsSilence";
 constexpr std::string_view kReducesBordersKey = "reducesBorders";
 constexpr std::string_view kTitleKey = "title";
+constexpr std::string_view kDrawsWatermarkKey = "drawsWatermark";
 
 /// Longer texts of a file are not repeated in a sentence.
 constexpr size_t kMaxQuotedBytes = 60;
@@ -96,6 +97,13 @@ MovieSettings readMovieSettings(const PropertyList::Dictionary& saved, std::vect
     reader.read(kFitsMusicKey, settings.fitsMusic);
     reader.read(kFillsSilenceKey, settings.fillsSilence);
     reader.read(kReducesBordersKey, settings.reducesBorders);
+    if (reader.find(kDrawsWatermarkKey)) {
+        bool draws = true;
+        const size_t before = faults.size();
+        reader.read(kDrawsWatermarkKey, draws);
+        if (faults.size() == before)
+            settings.watermark = draws ? Watermark::Drawn : Watermark::Absent;
+    }
     if (reader.find(kTitleKey)) {
         std::string title;
         const size_t before = faults.size();
@@ -125,12 +133,16 @@ void writeMovieSettings(const std::optional<MovieSettings>& before, const MovieS
     write(kFitsMusicKey, &MovieSettings::fitsMusic);
     write(kFillsSilenceKey, &MovieSettings::fillsSilence);
     write(kReducesBordersKey, &MovieSettings::reducesBorders);
-    if (before && before->title == after.title)
-        return;
-    if (after.title)
-        saved.insert_or_assign(std::string(kTitleKey), PropertyList(*after.title));
-    else
+    if (!before || before->title != after.title) {
         saved.erase(std::string(kTitleKey));
+        if (after.title)
+            saved.emplace(kTitleKey, *after.title);
+    }
+    if (!before || before->watermark != after.watermark) {
+        saved.erase(std::string(kDrawsWatermarkKey));
+        if (after.watermark != Watermark::Usual)
+            saved.emplace(kDrawsWatermarkKey, after.watermark == Watermark::Drawn);
+    }
 }
 
 } // namespace stillora

@@ -3,6 +3,7 @@
 
 #include "client/ClientError.h"
 #include "client/DataBytes.h"
+#include "client/WatermarkChoice.h"
 #include "platform/decoders/CGImageSource.h"
 #include "platform/graphics/NSImage.h"
 #include "util/MORImageCategory.h"
@@ -101,7 +102,7 @@ Result<Frame> renderFrame(const PhotoFacts& photo, const FrameStyle& style)
                                          .photoSize = {photo.size.width, photo.size.height},
                                          .frame = {size.width, size.height},
                                          .reduceBorders = style.reducesBorders,
-                                         .carriesWatermark = carriesWatermark(0, 1),
+                                         .carriesWatermark = drawsWatermark(style.watermark) && carriesWatermark(0, 1),
                                          .alwaysFindsFaces = style.showsFaces});
     auto image = frame ? imageOf(*frame) : nullptr;
     if (!image)

@@ -52,7 +52,7 @@ std::optional<DescriptorPair> makePipe()
 /// signal handler are allowed, since another thread may have held any lock at the fork.
 struct ChildSetup {
     const char* program = nullptr;
-    std::array<char*, 2> arguments{};
+    std::vector<char*> arguments;
     std::vector<char*> environment;
     /// "LISTEN_PID=" and room for the digits, which only the child knows.
     std::array<char, 32> listenPid{};
@@ -146,7 +146,8 @@ std::optional<std::string> ServiceProcess::findProgram(platform::NSError* error)
     return std::nullopt;
 }
 
-std::unique_ptr<ServiceProcess> ServiceProcess::start(const std::string& program, platform::NSError* error)
+std::unique_ptr<ServiceProcess> ServiceProcess::start(const std::string& program, std::vector<std::string> arguments,
+                                                      platform::NSError* error)
 {
     const auto refuse = [&](int errnoValue) {
         fail(error, ErrorCode::ServiceNotStarted,
@@ -175,7 +176,10 @@ std::unique_ptr<ServiceProcess> ServiceProcess::start(const std::string& program
             setup.environment.push_back(*variable);
     setup.environment.insert(setup.environment.end(), {listenFds.data(), setup.listenPid.data(), nullptr});
     setup.program = program.c_str();
-    setup.arguments = {programName.data(), nullptr};
+    setup.arguments.push_back(programName.data());
+    for (std::string& argument : arguments)
+        setup.arguments.push_back(argument.data());
+    setup.arguments.push_back(nullptr);
     setup.socket = sockets.second.get();
     setup.log = log->second.get();
     setup.failure = failure->second.get();

@@ -20,9 +20,10 @@ public:
     /// @return nothing if it is in none of these places; `error` names them
     [[nodiscard]] static std::optional<std::string> findProgram(platform::NSError* error = nullptr);
 
+    /// @param arguments  those that follow the program's name
     /// @return null if the process could not be made or the program not run
-    [[nodiscard]] static std::unique_ptr<ServiceProcess> start(const std::string& program,
-                                                               platform::NSError* error = nullptr);
+    [[nodiscard]] static std::unique_ptr<ServiceProcess>
+    start(const std::string& program, std::vector<std::string> arguments = {}, platform::NSError* error = nullptr);
 
     /// Ends the process at once if it still runs.
     ~ServiceProcess();

@@ -1,6 +1,7 @@
 # Settings that every target of the project shares.
 option(STILLORA_BUILD_TESTS "Build the tests" ON)
 option(STILLORA_BUILD_BENCH "Build the benchmarks" OFF)
+option(STILLORA_WATERMARK "Clients ask for the watermark where the user has not chosen" ON)
 set(STILLORA_SANITIZE "" CACHE STRING "Sanitizers to build with: address,undefined or thread")
 set(STILLORA_WEB_ADDRESS "stillora.app" CACHE STRING "The product's web address, drawn as the watermark's second line")
 

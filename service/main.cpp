@@ -5,8 +5,10 @@
 #include "platform/foundation/NSBundle.h"
 #include "platform/foundation/NSLog.h"
 #include "platform/system/NSProcessInfo.h"
+#include "service/ServiceArguments.h"
 #include "service/ServiceDelegate.h"
 #include "service/morStilloraVideoCreator.h"
+#include "util/UserSettings.h"
 
 #include <clocale>
 #include <csignal>
@@ -14,6 +16,7 @@
 #include <cstdlib>
 #include <malloc.h>
 #include <memory>
+#include <optional>
 
 namespace {
 
@@ -29,11 +32,31 @@ void limitMemory()
     mallopt(M_ARENA_MAX, 4);
 }
 
+/// A service that lives long looks into the user's settings anew for each client.
+ServiceDelegate::CreatorFactory creatorFactory(std::optional<bool> drawsWatermark)
+{
+    return [drawsWatermark] {
+        auto creator = std::make_shared<morStilloraVideoCreator>();
+        creator->setDrawsWatermark(drawsWatermark ? *drawsWatermark : UserSettings::drawsWatermark().value_or(true));
+        return creator;
+    };
+}
+
+int give(const ServiceArguments::Answer& answer)
+{
+    std::FILE* const stream = answer.exitStatus == 0 ? stdout : stderr;
+    const bool isWritten = std::fputs(answer.text.c_str(), stream) >= 0 && std::fflush(stream) == 0;
+    return isWritten ? answer.exitStatus : EXIT_FAILURE;
+}
+
 } // namespace
 
-int main()
+int main(int argc, char** argv)
 {
     platform::holdStandardDescriptors();
+    const ServiceArguments arguments = ServiceArguments::read({argv + (argc > 0 ? 1 : 0), argv + argc});
+    if (arguments.answer)
+        return give(*arguments.answer);
     limitMemory();
     // A client that is gone is an error of the write, not the end of the process. A terminal's interrupt is for the
     // client that was started there: it cancels its job and waits for the answer.
@@ -46,7 +69,7 @@ int main()
     platform::NSBundle::mainBundle().setLocalizations(
         platform::installedPlace(platform::InstalledFolder::Shared, "locale"), "stillora");
 
-    const auto delegate = std::make_shared<ServiceDelegate>();
+    const auto delegate = std::make_shared<ServiceDelegate>(creatorFactory(arguments.drawsWatermark));
     platform::NSError error;
     const auto listener = platform::NSXPCListener::serviceListener(&error);
     if (!listener) {

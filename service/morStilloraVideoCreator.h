@@ -81,6 +81,9 @@ public:
     void setTemporaryURL(platform::NSURL url) { temporaryURL_.set(std::move(url)); }
     std::optional<platform::NSURL> documentURL() const override { return documentURL_.get(); }
     void setDocumentURL(std::optional<platform::NSURL> url) { documentURL_.set(std::move(url)); }
+    /// For the frames that are made from now on.
+    bool drawsWatermark() const override { return drawsWatermark_; }
+    void setDrawsWatermark(bool drawsWatermark) { drawsWatermark_ = drawsWatermark; }
     platform::NSOperationQueue& fbQ() override { return fbQ_; }
     platform::NSOperationQueue& bufferCreationQ() override { return bufferCreationQ_; }
     uint64_t currentNeededPhotoIndex() const override { return currentNeededPhotoIndex_; }
@@ -112,6 +115,7 @@ private:
                                                const std::optional<platform::NSURL>& documentURL);
 
     std::atomic<bool> isCancelled_{false};
+    std::atomic<bool> drawsWatermark_{true};
     std::atomic<uint64_t> currentNeededPhotoIndex_{0};
     platform::AtomicProperty<platform::NSXPCConnectionPtr> xpcConnection_;
     platform::AtomicProperty<platform::NSURL> destinationURL_;

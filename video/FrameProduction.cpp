@@ -40,12 +40,13 @@ void render(const FrameJob& job)
     if (job.context.isCancelled())
         return;
     const auto url = job.photo->photoURL();
-    auto frame = renderPhotoFrame({.photo = url,
-                                   .photoSize = job.photo->size(),
-                                   .frame = job.frame,
-                                   .reduceBorders = job.reduceBorders,
-                                   .carriesWatermark = carriesWatermark(job.index, job.count),
-                                   .spillFolder = job.context.temporaryURL()});
+    auto frame =
+        renderPhotoFrame({.photo = url,
+                          .photoSize = job.photo->size(),
+                          .frame = job.frame,
+                          .reduceBorders = job.reduceBorders,
+                          .carriesWatermark = job.context.drawsWatermark() && carriesWatermark(job.index, job.count),
+                          .spillFolder = job.context.temporaryURL()});
     if (!frame)
         return;
     auto icon = makeIcon(frame->picture, url);

@@ -17,6 +17,9 @@ public:
     /// The document that the movie is of, which gives it its title; nothing without one.
     virtual std::optional<platform::NSURL> documentURL() const = 0;
 
+    /// Whether the frames that are to carry the watermark get it.
+    virtual bool drawsWatermark() const { return true; }
+
     /// The queue that renders frames.
     virtual platform::NSOperationQueue& bufferCreationQ() = 0;
 

@@ -209,6 +209,16 @@ std::string readQuality(const std::string& text, int64_t& quality)
     return {};
 }
 
+std::string readWatermark(const CommandArguments& arguments, Watermark& watermark)
+{
+    const bool isWanted = arguments.has("watermark");
+    const bool isUnwanted = arguments.has("no-watermark");
+    if (isWanted && isUnwanted)
+        return "--watermark and --no-watermark contradict each other";
+    watermark = isWanted ? Watermark::Drawn : isUnwanted ? Watermark::Absent : Watermark::Usual;
+    return {};
+}
+
 std::string readRange(const std::string& text, SoundArgument& sound)
 {
     const auto span = timeSpanOf(text);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <stillora/Sounds.h>
+#include <stillora/Types.h>
 
 #include "client/command/OptionTable.h"
 
@@ -82,6 +83,8 @@ SoundArgument soundOf(const std::string& text);
 /// @{
 /// "auto" or a height of the service's table.
 std::string readQuality(const std::string& text, int64_t& quality);
+/// --watermark and --no-watermark.
+std::string readWatermark(const CommandArguments& arguments, Watermark& watermark);
 /// The part of a sound that --range tells: "START-END", of which one may be left out.
 std::string readRange(const std::string& text, SoundArgument& sound);
 /// @}

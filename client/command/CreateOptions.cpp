@@ -101,6 +101,8 @@ std::string readMovieOptions(const CommandArguments& arguments, CreateOptions& o
     options.fitsMusic = arguments.has("fit-music");
     options.fillsSilence = !arguments.has("no-silence");
     options.reducesBorders = arguments.has("reduce-borders");
+    if (std::string fault = readWatermark(arguments, options.watermark); !fault.empty())
+        return fault;
     options.use = arguments.has("web") ? MovieUse::Web : MovieUse::Anywhere;
     options.skipsBad = arguments.has("skip-bad");
     options.isJSON = arguments.has("json");
@@ -123,6 +125,7 @@ MovieSettings settingsOf(const CreateOptions& options)
     settings.fillsSilence = options.fillsSilence;
     settings.reducesBorders = options.reducesBorders;
     settings.title = options.title;
+    settings.watermark = options.watermark;
     return settings;
 }
 

@@ -33,6 +33,7 @@ struct CreateOptions {
     bool fitsMusic = false;
     bool fillsSilence = true;
     MovieUse use = MovieUse::Anywhere;
+    Watermark watermark = Watermark::Usual;
     bool isJSON = false;
     bool isQuiet = false;
     bool skipsBad = false;

@@ -248,6 +248,8 @@ MovieSettings settingsFor(const Document& document, const CreateOptions& options
         settings.codec = options.codec;
     if (options.title)
         settings.title = options.title;
+    if (options.watermark != Watermark::Usual)
+        settings.watermark = options.watermark;
     return settings;
 }
 

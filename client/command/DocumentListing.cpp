@@ -132,6 +132,8 @@ std::string settingsText(const Document& document)
         parts.emplace_back("no silence added");
     if (settings.reducesBorders)
         parts.emplace_back("borders reduced");
+    if (settings.watermark != Watermark::Usual)
+        parts.emplace_back(settings.watermark == Watermark::Drawn ? "watermark" : "no watermark");
     if (settings.title)
         parts.push_back(fmt::format("title \"{}\"", printable(*settings.title)));
     std::string text = fmt::format("Settings:\n  {}\n", fmt::join(parts, ", "));
@@ -228,6 +230,10 @@ JSONWriter listingAsJSON(const Document& document)
         kept.add("title", *settings.title);
     else
         kept.addNull("title");
+    if (settings.watermark == Watermark::Usual)
+        kept.addNull("drawsWatermark");
+    else
+        kept.add("drawsWatermark", settings.watermark == Watermark::Drawn);
     JSONWriter json;
     json.add("document", document.location().native()).add("photos", photos).add("soundtracks", soundtracks);
     return json.add("settings", kept).add("settingFaults", document.settingFaults());

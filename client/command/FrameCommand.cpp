@@ -33,6 +33,8 @@ Parsed<FrameOptions> parseFrame(const std::vector<std::string>& arguments)
     if (const auto quality = given.value("quality"))
         fault = readQuality(*quality, options.quality);
     if (fault.empty())
+        fault = readWatermark(given, options.watermark);
+    if (fault.empty())
         fault = readOnly(given, "photo", options.photo);
     if (fault.empty() && options.output.empty())
         fault = "-o takes the path of the PNG file to be made";
@@ -53,9 +55,10 @@ int runFrameCommand(const FrameOptions& options)
     if (areSameFile(options.photo, options.output))
         return fail(kExitUsage, "the frame would replace the photo " + options.photo);
 
-    const auto frame = renderFrame(
-        checked.good.front(),
-        {.quality = options.quality, .reducesBorders = options.reducesBorders, .showsFaces = options.showsFaces});
+    const auto frame = renderFrame(checked.good.front(), {.quality = options.quality,
+                                                          .reducesBorders = options.reducesBorders,
+                                                          .showsFaces = options.showsFaces,
+                                                          .watermark = options.watermark});
     if (!frame)
         return fail(kExitFailed, frame.error().message);
     if (const std::string fault = CommandOutput::save(frame->picture, options.output); !fault.empty())

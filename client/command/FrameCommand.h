@@ -16,6 +16,7 @@ struct FrameOptions {
     int64_t quality = 0;
     bool reducesBorders = false;
     bool showsFaces = false;
+    Watermark watermark = Watermark::Usual;
 };
 
 /// Reads the arguments of `stillora frame`. Touches no file.

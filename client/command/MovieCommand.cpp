@@ -146,7 +146,8 @@ int MovieCommand::makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFac
                                .title = title,
                                .saveFolder = saveFolder ? *saveFolder : usualSaveFolder(),
                                .document = document,
-                               .use = use};
+                               .use = use,
+                               .watermark = settings.watermark};
     teller_.serviceStarts();
     const Result<Movie> outcome = maker_.makeMovie(request, teller_);
     terminal_.clearProgress();

@@ -80,6 +80,16 @@ struct Options {
         .name = "reduce-borders",
         .help = "let photos fill the frame, cropped around faces, instead of showing them whole with black borders",
     };
+    const Option watermark{
+        .name = "watermark",
+        .help = "write the watermark, where the settings or the build leave it out",
+    };
+    const Option noWatermark{
+        .name = "no-watermark",
+        .help = "leave out the watermark",
+        .more =
+            "It is written on the first and the last photo, and with ten photos or more on up to nine in the middle.",
+    };
     const Option web{
         .name = "web",
         .help = "show photos in their time in every browser, for a web page; without it Chromium may show them early",
@@ -215,7 +225,8 @@ leaves nothing behind; a second one does not wait for the service's answer.
         .forms = {{.operands = "PHOTO|FOLDER...",
                    .offer = Offer::Photos,
                    .options = {&o.seconds, &o.quality, &o.codec, &o.soundtrack, &o.loop, &o.fitMusic, &o.noSilence,
-                               &o.reduceBorders, &o.web, &o.title, &o.save, &o.skipBad, &o.events, &o.quiet}}},
+                               &o.reduceBorders, &o.noWatermark, &o.watermark, &o.web, &o.title, &o.save, &o.skipBad,
+                               &o.events, &o.quiet}}},
     };
 }
 
@@ -248,7 +259,8 @@ of the movie is kept in the document; what render is told holds for one movie.
                    .offer = Offer::PhotosAndSounds,
                    .startsWithDocument = true,
                    .options = {&o.seconds, &o.quality, &o.codec, &o.soundtrack, &o.loop, &o.fitMusic, &o.noSilence,
-                               &o.reduceBorders, &o.documentTitle, &o.skipBadItems, &o.events, &o.quiet}},
+                               &o.reduceBorders, &o.noWatermark, &o.watermark, &o.documentTitle, &o.skipBadItems,
+                               &o.events, &o.quiet}},
                   {.verb = "add",
                    .summary = "adds photos and sounds at the end",
                    .operands = "DOCUMENT PHOTO|SOUND|FOLDER...",
@@ -269,8 +281,8 @@ of the movie is kept in the document; what render is told holds for one movie.
                    .summary = "makes the movie, the same as 'stillora create' would",
                    .operands = "DOCUMENT",
                    .startsWithDocument = true,
-                   .options = {&o.seconds, &o.quality, &o.codec, &o.web, &o.documentTitle, &o.save, &o.skipBadItems,
-                               &o.events, &o.quiet}}},
+                   .options = {&o.seconds, &o.quality, &o.codec, &o.noWatermark, &o.watermark, &o.web, &o.documentTitle,
+                               &o.save, &o.skipBadItems, &o.events, &o.quiet}}},
     };
 }
 
@@ -289,7 +301,7 @@ An existing OUT.png is replaced; its path is the only line on standard output.
 )",
         .forms = {{.operands = "PHOTO -o OUT.png",
                    .offer = Offer::Photos,
-                   .options = {&o.png, &o.frameQuality, &o.frameBorders, &o.showFaces}}},
+                   .options = {&o.png, &o.frameQuality, &o.frameBorders, &o.noWatermark, &o.watermark, &o.showFaces}}},
     };
 }
 

@@ -46,6 +46,7 @@ struct MovieSettings {
     bool reducesBorders = false;
     /// Without a fault (`faultOfTitle`); nothing takes the document's name.
     std::optional<std::string> title;
+    Watermark watermark = Watermark::Usual;
 
     friend bool operator==(const MovieSettings&, const MovieSettings&) = default;
 };
@@ -152,6 +153,7 @@ struct MovieRequest {
     /// The document that the movie is made of, if there is one; its name without the extension is the title.
     std::optional<std::filesystem::path> document = {};
     MovieUse use = MovieUse::Anywhere;
+    Watermark watermark = Watermark::Usual;
 };
 
 /// How far the service is.

@@ -20,6 +20,8 @@ struct FrameStyle {
     bool reducesBorders = false;
     /// Outline the faces that are found.
     bool showsFaces = false;
+    /// A frame by itself is the first of its movie, which carries one.
+    Watermark watermark = Watermark::Usual;
 };
 
 /// A photo as the frame of a movie.

@@ -31,6 +31,14 @@ struct Color {
     friend bool operator==(const Color&, const Color&) = default;
 };
 
+/// Whether frames carry the service's watermark.
+enum class Watermark {
+    /// As the user's settings say, and where they say nothing as the library was built.
+    Usual,
+    Drawn,
+    Absent,
+};
+
 /// A file that cannot be used, and why.
 struct BadFile {
     std::filesystem::path path;

@@ -70,28 +70,49 @@ NSUserDefaults& NSUserDefaults::standardUserDefaults()
     return defaults;
 }
 
-std::optional<NSData> NSUserDefaults::dataForKey(std::string_view key) const
+std::optional<PropertyList> NSUserDefaults::objectForKey(std::string_view key) const
 {
     const LockGuard guard(lock_);
     const auto keys = readDefaults();
     if (!keys)
         return std::nullopt;
     const auto entry = keys->find(key);
-    const auto* data = entry == keys->end() ? nullptr : entry->second.as<NSData>();
-    return data ? std::optional(*data) : std::nullopt;
+    return entry == keys->end() ? std::nullopt : std::optional(entry->second);
+}
+
+template <typename T>
+std::optional<T> NSUserDefaults::valueForKey(std::string_view key) const
+{
+    const auto object = objectForKey(key);
+    const T* value = object ? object->as<T>() : nullptr;
+    return value ? std::optional(*value) : std::nullopt;
+}
+
+std::optional<NSData> NSUserDefaults::dataForKey(std::string_view key) const
+{
+    return valueForKey<NSData>(key);
+}
+
+std::optional<bool> NSUserDefaults::boolForKey(std::string_view key) const
+{
+    return valueForKey<bool>(key);
+}
+
+bool NSUserDefaults::setObjectForKey(const PropertyList& value, std::string_view key)
+{
+    const LockGuard guard(lock_);
+    return changeDefaults([&](PropertyList::Dictionary& keys) { keys.insert_or_assign(std::string(key), value); });
 }
 
 bool NSUserDefaults::setDataForKey(const NSData& value, std::string_view key)
 {
-    const LockGuard guard(lock_);
-    return changeDefaults(
-        [&](PropertyList::Dictionary& keys) { keys.insert_or_assign(std::string(key), PropertyList(value)); });
+    return setObjectForKey(value, key);
 }
 
-void NSUserDefaults::removeObjectForKey(std::string_view key)
+bool NSUserDefaults::removeObjectForKey(std::string_view key)
 {
     const LockGuard guard(lock_);
-    changeDefaults([&](PropertyList::Dictionary& keys) { keys.erase(std::string(key)); });
+    return changeDefaults([&](PropertyList::Dictionary& keys) { keys.erase(std::string(key)); });
 }
 
 } // namespace platform

@@ -2,6 +2,7 @@
 
 #include "platform/foundation/Lock.h"
 #include "platform/foundation/NSData.h"
+#include "platform/propertylists/NSPropertyListSerialization.h"
 
 #include <optional>
 #include <string>
@@ -15,14 +16,23 @@ class NSUserDefaults final {
 public:
     static NSUserDefaults& standardUserDefaults();
 
-    /// Nothing where the key is absent or holds something else; an unreadable file has no keys.
+    /// Nothing where the key is absent; an unreadable file has no keys.
+    std::optional<PropertyList> objectForKey(std::string_view key) const;
+    /// Nothing also where the key holds something else.
     std::optional<NSData> dataForKey(std::string_view key) const;
+    std::optional<bool> boolForKey(std::string_view key) const;
     /// @return false if the file could not be written; the old one is then untouched
+    bool setObjectForKey(const PropertyList& value, std::string_view key);
     bool setDataForKey(const NSData& value, std::string_view key);
-    void removeObjectForKey(std::string_view key);
+    /// @return as when setting one; true also where the key was absent
+    bool removeObjectForKey(std::string_view key);
 
 private:
     NSUserDefaults() = default;
+
+    template <typename T>
+    std::optional<T> valueForKey(std::string_view key) const;
+
     mutable Lock lock_;
 };
 

@@ -485,6 +485,14 @@ TEST_F(DocumentTest, SettingsAreKept)
     ASSERT_TRUE(document->save());
     EXPECT_EQ(loaded()->settings(), settings);
     EXPECT_FALSE(propertyList().at("settings").objectForKey("title"));
+    EXPECT_FALSE(propertyList().at("settings").objectForKey("drawsWatermark"));
+    for (const Watermark watermark : {Watermark::Drawn, Watermark::Absent, Watermark::Usual}) {
+        settings.watermark = watermark;
+        document->setSettings(settings);
+        ASSERT_TRUE(document->save());
+        EXPECT_EQ(loaded()->settings(), settings);
+    }
+    EXPECT_FALSE(propertyList().at("settings").objectForKey("drawsWatermark"));
 }
 
 TEST_F(DocumentTest, SettingsThatCannotBeUsedAreToldAndKept)
@@ -497,18 +505,19 @@ TEST_F(DocumentTest, SettingsThatCannotBeUsedAreToldAndKept)
     settings.emplace("codec", PropertyList(std::string("mp4v")));
     settings.emplace("fitsMusic", PropertyList(int64_t{1}));
     settings.emplace("title", PropertyList(std::string("../x")));
+    settings.emplace("drawsWatermark", PropertyList(std::string("no")));
     list.insert_or_assign("settings", PropertyList(settings));
     write(list);
     auto document = loaded();
     EXPECT_EQ(document->settings(), MovieSettings());
-    EXPECT_THAT(document->settingFaults(), SizeIs(5));
+    EXPECT_THAT(document->settingFaults(), SizeIs(6));
     EXPECT_THAT(document->settingFaults(), testing::Contains("the setting \"codec\" is \"mp4v\", which is no codec"));
     ASSERT_TRUE(document->save());
     EXPECT_EQ(bytesOf(propertyList().at("settings")), bytesOf(PropertyList(settings)));
     settings.insert_or_assign("secondsPerPhoto", PropertyList(1e9));
     list.insert_or_assign("settings", PropertyList(settings));
     write(list);
-    EXPECT_THAT(loaded()->settingFaults(), SizeIs(5));
+    EXPECT_THAT(loaded()->settingFaults(), SizeIs(6));
 }
 
 TEST_F(DocumentTest, DocumentsOfANewerVersionAreRefusedAndLeftAlone)

@@ -1,6 +1,8 @@
 #include <stillora/Movie.h>
 
+#include "platform/files/NSUserDefaults.h"
 #include "platform/movie/MediaInspection.h"
+#include "tests/support/EnvironmentVariable.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <chrono>
@@ -135,6 +137,26 @@ TEST_F(MovieMakerTest, SendsWhatWasPlanned)
     const std::string first = other_.path("photo0.jpg") + " 4000x3000 7";
     const std::string second = other_.path("photo1.jpg") + " 4000x3000 7";
     EXPECT_THAT(photos, ElementsAre(first, first, first, second, second, second));
+}
+
+TEST_F(MovieMakerTest, TellsTheServiceOfTheWatermark)
+{
+    const EnvironmentVariable config{"XDG_CONFIG_HOME", other_.path("config")};
+    const auto argument = [&](Watermark watermark) {
+        MovieRequest request = requestOf(2);
+        request.watermark = watermark;
+        setenv("PRETENDED_SERVICE", "fails", 1);
+        EXPECT_FALSE(maker_.makeMovie(request, listener_));
+        return recordedRequest().find("argument")->second;
+    };
+    EXPECT_EQ(argument(Watermark::Drawn), "--watermark");
+    EXPECT_EQ(argument(Watermark::Absent), "--no-watermark");
+    for (const bool draws : {true, false}) {
+        ASSERT_TRUE(platform::NSUserDefaults::standardUserDefaults().setObjectForKey(draws, "drawsWatermark"));
+        EXPECT_EQ(argument(Watermark::Usual), draws ? "--watermark" : "--no-watermark");
+        EXPECT_EQ(argument(Watermark::Drawn), "--watermark") << "settings give way to what is asked for";
+        EXPECT_EQ(argument(Watermark::Absent), "--no-watermark");
+    }
 }
 
 TEST_F(MovieMakerTest, SendsTheSoundAsItWasPlanned)

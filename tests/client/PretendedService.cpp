@@ -44,6 +44,7 @@ public:
         const auto save = NSURL::URLByResolvingBookmarkData(saveURL);
         const auto temporary = NSURL::URLByResolvingBookmarkData(temporaryURL);
         std::ofstream record(setting("PRETENDED_REQUEST"));
+        record << "argument " << setting("PRETENDED_ARGUMENT") << "\n";
         record << "photos " << photos.size() << "\nvideo " << totalVideoDuration << "\nperPhoto " << durationPerPhoto
                << "\nsounds " << soundtracks.size() << "\nsound " << totalSoundtrackDuration << "\nloop "
                << shouldLoopSoundtrack << "\ncodec " << desiredCodec.value_or("none") << "\nquality " << quality
@@ -144,8 +145,10 @@ public:
 
 } // namespace
 
-int main()
+int main(int argc, char** argv)
 {
+    if (argc > 1)
+        setenv("PRETENDED_ARGUMENT", argv[1], 1);
     if (setting("PRETENDED_SERVICE") == "refuses") {
         std::fputs("no socket for me\n", stderr);
         return 1;

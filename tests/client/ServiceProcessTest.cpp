@@ -56,6 +56,14 @@ TEST(ServiceProcess, HandsOverItsSocketByActivation)
     EXPECT_EQ(process->howItEnded(), "with exit status 0");
 }
 
+TEST(ServiceProcess, PassesArgumentsOn)
+{
+    const TemporaryFolder folder;
+    const auto process = ServiceProcess::start(program(folder, R"(printf '%s|' "$@" >&3)"), {"--one", "two words"});
+    ASSERT_TRUE(process);
+    EXPECT_EQ(readSocket(process->takeSocket()), "--one|two words|");
+}
+
 TEST(ServiceProcess, InheritsNothingElse)
 {
     const TemporaryFolder folder;
@@ -110,7 +118,7 @@ TEST(ServiceProcess, BoundsWhatItKeepsOfATalkativeProcess)
 TEST(ServiceProcess, SaysWhichProgramCannotBeRun)
 {
     platform::NSError error;
-    EXPECT_FALSE(ServiceProcess::start("/nowhere/stillora-video-creator", &error));
+    EXPECT_FALSE(ServiceProcess::start("/nowhere/stillora-video-creator", {}, &error));
     EXPECT_EQ(error.domain, kClientErrorDomain);
     EXPECT_EQ(errorOf(error).code, ErrorCode::ServiceNotStarted);
     EXPECT_THAT(error.localizedDescription, HasSubstr("/nowhere/stillora-video-creator"));

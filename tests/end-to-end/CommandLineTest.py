@@ -2,6 +2,7 @@
 
 import json
 import os
+import plistlib
 import shutil
 import signal
 import struct
@@ -89,6 +90,31 @@ class CommandLineTest(stillora.TestCase):
                        "--skip-bad"):
             self.assertIn(option, text)
         self.assertIn("130", self.run_stillora("--help").out)
+
+    def test_the_watermark_is_left_out_where_it_is_not_wanted(self):
+        plain = stillora.run("ffmpeg", "-v", "error", "-f", "lavfi", "-i", "color=gray:size=320x240", "-frames:v", "1",
+                             "-c:v", "png", "-f", "image2pipe", "-")
+        photo = self.folder / "plain.png"
+        photo.write_bytes(plain)
+
+        def is_marked(movie):
+            pixels = stillora.run("ffmpeg", "-v", "error", "-i", movie, "-frames:v", "1", "-pix_fmt", "gray", "-f", "rawvideo", "-")
+            return max(pixels) - min(pixels) > 20
+
+        def made(*options):
+            return is_marked(self.made_movie(self.create("--codec", "jpeg", *options, photo)))
+
+        self.assertTrue(made("--watermark"))
+        self.assertFalse(made("--no-watermark"))
+        settings = self.home / ".config" / "stillora" / "defaults.plist"
+        settings.parent.mkdir(parents=True)
+        settings.write_bytes(plistlib.dumps({"drawsWatermark": False}))
+        self.assertFalse(made(), "as the settings say")
+        self.assertTrue(made("--watermark"), "options win over settings")
+        self.run_stillora("document", "new", self.folder / "Plain", photo, "--watermark", "--codec", "jpeg")
+        for options, marked in (((), True), (("--no-watermark",), False)):
+            result = self.run_stillora("document", "render", self.folder / "Plain", "--save", self.save, *options)
+            self.assertEqual(is_marked(self.made_movie(result)), marked)
 
     def test_a_folder_is_read_in_natural_order(self):
         folder = self.folder / "numbered"

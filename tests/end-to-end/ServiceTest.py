@@ -49,6 +49,19 @@ class ServiceTest(stillora.TestCase):
         self.assertEqual(result.returncode, 1)
         self.assertIn("socket", result.stderr.lower())
 
+    def test_arguments_that_it_does_not_know_are_refused(self):
+        def say(*arguments):
+            return subprocess.run([stillora.SERVICE, *arguments], stdin=subprocess.DEVNULL, capture_output=True, text=True,
+                                  env=self.environment(), timeout=stillora.DEADLINE)
+
+        result = say("--no-watermarks")
+        self.assertEqual((result.returncode, result.stdout), (2, ""))
+        self.assertIn("there is no option --no-watermarks\nUsage: stillora-video-creator", result.stderr)
+        for option, text in (("--help", "--no-watermark"), ("--version", "stillora-video-creator 0.")):
+            result = say(option)
+            self.assertEqual((result.returncode, result.stderr), (0, ""))
+            self.assertIn(text, result.stdout)
+
     def test_a_socket_that_was_meant_for_another_process_is_not_taken(self):
         result = subprocess.run([stillora.SERVICE], stdin=subprocess.DEVNULL, capture_output=True, text=True,
                                 env=self.environment(LISTEN_FDS="1", LISTEN_PID=str(os.getpid())), timeout=stillora.DEADLINE)

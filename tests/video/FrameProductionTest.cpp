@@ -232,14 +232,17 @@ TEST_F(FrameProductionTest, MarksTheFramesThatCarryTheWatermark)
     PhotoList photos;
     for (int i = 0; i < 20; ++i)
         photos.push_back(photo(numbered(i), test::plain(320, 240, {120, 120, 120})));
-    produce(photos, {320, 240});
-    for (size_t i = 0; i < 20; ++i) {
-        const CGImage image = pixelsOf(*context_.imageBuffers()->take(i));
-        bool isMarked = false;
-        for (size_t y = 120; y < 240; ++y)
-            for (size_t x = 0; x < 320; ++x)
-                isMarked = isMarked || std::abs(test::pixel(image, x, y)[0] - 120) > kLossy;
-        EXPECT_EQ(isMarked, i == 0 || i == 19 || (i >= 6 && i <= 14)) << i;
+    for (const bool drawsWatermark : {true, false}) {
+        context_.setDrawsWatermark(drawsWatermark);
+        produce(photos, {320, 240});
+        for (size_t i = 0; i < 20; ++i) {
+            const CGImage image = pixelsOf(*context_.imageBuffers()->take(i));
+            bool isMarked = false;
+            for (size_t y = 120; y < 240; ++y)
+                for (size_t x = 0; x < 320; ++x)
+                    isMarked = isMarked || std::abs(test::pixel(image, x, y)[0] - 120) > kLossy;
+            EXPECT_EQ(isMarked, drawsWatermark && (i == 0 || i == 19 || (i >= 6 && i <= 14))) << i;
+        }
     }
 }
 

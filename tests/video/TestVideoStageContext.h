@@ -37,6 +37,8 @@ public:
     platform::NSURL temporaryURL() const override { return temporary_; }
     std::optional<platform::NSURL> documentURL() const override { return documentURL_; }
     void setDocumentURL(platform::NSURL url) { documentURL_ = std::move(url); }
+    bool drawsWatermark() const override { return drawsWatermark_; }
+    void setDrawsWatermark(bool drawsWatermark) { drawsWatermark_ = drawsWatermark; }
     platform::NSOperationQueue& fbQ() override { return fbQ_; }
     void updateProgress(const ProgressUpdate& update) override
     {
@@ -97,6 +99,7 @@ private:
     const platform::NSURL temporary_;
     std::optional<platform::NSURL> documentURL_;
     std::atomic<bool> isCancelled_{false};
+    std::atomic<bool> drawsWatermark_{true};
     std::atomic<uint64_t> currentNeededPhotoIndex_{0};
     mutable std::mutex mutex_;
     std::vector<ProgressUpdate> updates_;

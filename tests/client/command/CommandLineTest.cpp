@@ -202,15 +202,24 @@ TEST(CommandLine, ShowsTheVersion)
     EXPECT_THAT(answered({"--version"}).text, testing::MatchesRegex("stillora [0-9]+\\.[0-9]+\\.[0-9]+\n"));
 }
 
+TEST(CommandLine, ReadsWhatIsSaidOfTheWatermark)
+{
+    EXPECT_EQ(created({"create", "a.jpg"}).watermark, Watermark::Usual);
+    EXPECT_EQ(settingsOf(created({"create", "a.jpg", "--no-watermark"})).watermark, Watermark::Absent);
+    EXPECT_EQ(settingsOf(created({"create", "a.jpg", "--watermark"})).watermark, Watermark::Drawn);
+    EXPECT_THAT(answered({"create", "a.jpg", "--watermark", "--no-watermark"}).text, HasSubstr("contradict"));
+}
+
 TEST(CommandLine, ShowsEveryOptionAndExitStatusInTheHelp)
 {
     for (const Arguments& arguments : {Arguments{"--help"}, Arguments{"-h"}, Arguments{"create", "--help"},
                                        Arguments{"create", "-h"}, Arguments{"create", "a", "--help"}}) {
         const CommandLineAnswer answer = answered(arguments);
         EXPECT_EQ(answer.exitStatus, 0);
-        for (const char* option : {"--seconds", "--quality", "--codec", "--reduce-borders", "--title", "--save",
-                                   "--skip-bad", "--soundtrack FILE[@START-END]", "--loop", "--fit-music",
-                                   "--no-silence", "--web", "--json", "--quiet", "--help", "default 4"})
+        for (const char* option :
+             {"--seconds", "--quality", "--codec", "--reduce-borders", "--title", "--save", "--skip-bad",
+              "--soundtrack FILE[@START-END]", "--loop", "--fit-music", "--no-silence", "--no-watermark", "--watermark",
+              "--web", "--json", "--quiet", "--help", "default 4"})
             EXPECT_THAT(answer.text, HasSubstr(option));
         for (const char* status : {"\n  0 ", "\n  1 ", "\n  2 ", "\n  3 ", "\n  4 ", "\n  5 ", "130"})
             EXPECT_THAT(answer.text, HasSubstr(status));

@@ -76,6 +76,7 @@ TEST(DocumentOptions, OfNewAreThoseOfCreate)
     EXPECT_EQ(settings, (MovieSettings{2.5s, 720, "hvc1", true, false, false, true, "X"}));
     EXPECT_THAT(options.movie.sounds, ElementsAre(SoundArgument{"c", 3s, 4s}));
     EXPECT_TRUE(options.movie.skipsBad && options.movie.isJSON && options.movie.isQuiet);
+    EXPECT_EQ(settingsOf(taken(parseDocumentNew({"x", "--no-watermark"})).movie).watermark, Watermark::Absent);
     // Sounds may be added later.
     EXPECT_TRUE(taken(parseDocumentNew({"x", "--fit-music"})).movie.fitsMusic);
 }

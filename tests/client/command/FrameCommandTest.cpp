@@ -3,7 +3,9 @@
 #include "client/command/CreateOptions.h"
 #include "client/command/ExitStatus.h"
 #include "platform/files/NSFileManager.h"
+#include "platform/files/NSUserDefaults.h"
 #include "platform/graphics/NSImage.h"
+#include "tests/support/EnvironmentVariable.h"
 #include "tests/support/FacePictures.h"
 #include "tests/support/TemporaryFolder.h"
 #include "video/PhotoFrame.h"
@@ -106,6 +108,7 @@ TEST(FrameCommandLine, HasTheDefaultsThatTheHelpTells)
     EXPECT_EQ(options.output, "b.png");
     EXPECT_EQ(options.quality, CreateOptions::kAutomaticQuality);
     EXPECT_FALSE(options.reducesBorders || options.showsFaces);
+    EXPECT_EQ(options.watermark, Watermark::Usual);
 }
 
 TEST(FrameCommandLine, ReadsEveryOption)
@@ -116,6 +119,8 @@ TEST(FrameCommandLine, ReadsEveryOption)
     EXPECT_EQ(options.output, "b.png");
     EXPECT_EQ(options.quality, 720);
     EXPECT_TRUE(options.reducesBorders && options.showsFaces);
+    EXPECT_EQ(framed({"frame", "a.jpg", "-o", "b.png", "--no-watermark"}).watermark, Watermark::Absent);
+    EXPECT_EQ(framed({"frame", "a.jpg", "-o", "b.png", "--watermark"}).watermark, Watermark::Drawn);
 }
 
 TEST(FrameCommandLine, SaysWhatIsWrong)
@@ -130,6 +135,7 @@ TEST(FrameCommandLine, SaysWhatIsWrong)
                              Case{{"frame", "a.jpg", "-o", ""}, "-o takes the path of the PNG file to be made"},
                              Case{{"frame", "a.jpg", "-o", "b.png", "--quality", "700"}, "--quality takes auto, 240"},
                              Case{{"frame", "a.jpg", "b.jpg", "-o", "c.png"}, "b.jpg"},
+                             Case{{"frame", "a.jpg", "-o", "b.png", "--watermark", "--no-watermark"}, "contradict"},
                              Case{{"frame", "a.jpg", "-o", "b.png", "--seconds", "3"}, "--seconds"}}) {
         SCOPED_TRACE(each.sentence);
         const CommandLineAnswer answer = answered(each.arguments);
@@ -149,7 +155,8 @@ TEST(FrameCommandLine, HelpsWithItsOptions)
 TEST_F(FrameCommand, SavesTheFrameThatAMovieWouldShow)
 {
     makePhoto(scaled(photo("astronaut.png"), 1400, 1600));
-    const Result result = run({.photo = photo_, .output = output_, .quality = 720, .reducesBorders = true});
+    const Result result = run(
+        {.photo = photo_, .output = output_, .quality = 720, .reducesBorders = true, .watermark = Watermark::Drawn});
     EXPECT_EQ(result.status, kExitDone);
     EXPECT_EQ(result.out, output_ + "\n");
     EXPECT_EQ(result.err, "stillora: 1280 x 720, 1 face\n");
@@ -172,6 +179,26 @@ TEST_F(FrameCommand, SavesTheFrameThatAMovieWouldShow)
         }
     expected->buffer->unlockBaseAddress();
     EXPECT_EQ(different, 0U);
+}
+
+TEST_F(FrameCommand, LeavesOutTheWatermarkWhereItIsNotWanted)
+{
+    makePhoto(blank(320, 240));
+    const EnvironmentVariable config{"XDG_CONFIG_HOME", folder_.path("config")};
+    const auto isMarked = [&](Watermark watermark) {
+        EXPECT_EQ(run({.photo = photo_, .output = output_, .quality = 240, .watermark = watermark}).status, kExitDone);
+        const CGImage image = madeFrame();
+        for (size_t y = 0; y < image.height; ++y)
+            for (size_t x = 0; x < image.width; ++x)
+                if (!std::equal(image.row(y) + x * 4, image.row(y) + x * 4 + 4, image.row(0)))
+                    return true;
+        return false;
+    };
+    EXPECT_TRUE(isMarked(Watermark::Drawn));
+    EXPECT_FALSE(isMarked(Watermark::Absent));
+    ASSERT_TRUE(platform::NSUserDefaults::standardUserDefaults().setObjectForKey(false, "drawsWatermark"));
+    EXPECT_FALSE(isMarked(Watermark::Usual));
+    EXPECT_TRUE(isMarked(Watermark::Drawn)) << "settings give way to what is asked for";
 }
 
 TEST_F(FrameCommand, DrawsABoxAroundEachFaceAndAroundAll)

@@ -51,6 +51,20 @@ TEST_F(UserDefaultsTest, ShowsAWriteAtOnce)
     EXPECT_EQ(defaults_.dataForKey("destinationURL"), std::nullopt);
 }
 
+TEST_F(UserDefaultsTest, HoldsValuesOfEveryKind)
+{
+    EXPECT_TRUE(defaults_.setObjectForKey(true, "flag"));
+    EXPECT_TRUE(defaults_.setObjectForKey(std::string("text"), "name"));
+    EXPECT_EQ(defaults_.boolForKey("flag"), true);
+    EXPECT_EQ(defaults_.boolForKey("name"), std::nullopt) << "of another kind";
+    EXPECT_EQ(defaults_.dataForKey("name"), std::nullopt);
+    ASSERT_TRUE(defaults_.objectForKey("name"));
+    EXPECT_EQ(*defaults_.objectForKey("name")->as<std::string>(), "text");
+    EXPECT_TRUE(defaults_.removeObjectForKey("flag"));
+    EXPECT_TRUE(defaults_.removeObjectForKey("flag")) << "none was there any more";
+    EXPECT_EQ(defaults_.boolForKey("flag"), std::nullopt);
+}
+
 TEST_F(UserDefaultsTest, ReadsTheFileAnew)
 {
     EXPECT_TRUE(defaults_.setDataForKey({1}, "key"));

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// What the service was told when it was started.
+struct ServiceArguments {
+    /// What there is to say instead of serving.
+    struct Answer {
+        std::string text;
+        /// An error's text is for standard error, others for standard output.
+        int exitStatus = 0;
+    };
+
+    /// Nothing leaves it to the user's settings, and without these to the product.
+    std::optional<bool> drawsWatermark = {};
+    std::optional<Answer> answer = {};
+
+    /// @param arguments  those that follow the program's name; of two that contradict each other the last one counts
+    static ServiceArguments read(const std::vector<std::string_view>& arguments);
+};

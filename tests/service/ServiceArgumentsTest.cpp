@@ -1,0 +1,41 @@
+#include "service/ServiceArguments.h"
+
+#include <gtest/gtest.h>
+
+TEST(ServiceArguments, LeaveTheWatermarkToTheSettingsUnlessTheyNameIt)
+{
+    EXPECT_EQ(ServiceArguments::read({}).drawsWatermark, std::nullopt);
+    EXPECT_EQ(ServiceArguments::read({"--watermark"}).drawsWatermark, true);
+    EXPECT_EQ(ServiceArguments::read({"--no-watermark"}).drawsWatermark, false);
+    EXPECT_EQ(ServiceArguments::read({"--no-watermark", "--watermark"}).drawsWatermark, true) << "the last one counts";
+    for (const auto& arguments : {std::vector<std::string_view>{}, {"--watermark"}, {"--no-watermark"}})
+        EXPECT_FALSE(ServiceArguments::read(arguments).answer);
+}
+
+TEST(ServiceArguments, TellTheHelpAndTheVersion)
+{
+    for (const char* argument : {"--help", "-h"}) {
+        const auto answer = ServiceArguments::read({"--no-watermark", argument}).answer;
+        ASSERT_TRUE(answer);
+        EXPECT_EQ(answer->exitStatus, 0);
+        EXPECT_TRUE(answer->text.starts_with("Usage: stillora-video-creator ")) << answer->text;
+        EXPECT_NE(answer->text.find("systemd-socket-activate"), std::string::npos);
+    }
+    const auto version = ServiceArguments::read({"--version"}).answer;
+    ASSERT_TRUE(version);
+    EXPECT_EQ(version->exitStatus, 0);
+    EXPECT_TRUE(version->text.starts_with("stillora-video-creator 0.")) << version->text;
+}
+
+TEST(ServiceArguments, RefuseWhatTheyDoNotKnow)
+{
+    for (const char* argument : {"--watermarks", "--no", "file", "", "-x"}) {
+        const auto answer = ServiceArguments::read({argument, "--help"}).answer;
+        ASSERT_TRUE(answer) << argument;
+        EXPECT_EQ(answer->exitStatus, 2) << argument;
+        EXPECT_TRUE(answer->text.starts_with(std::string("stillora-video-creator: there is no option ") + argument +
+                                             "\nUsage: "))
+            << answer->text;
+    }
+    EXPECT_EQ(ServiceArguments::read({"\x1b[2J\n"}).answer->text.find('\x1b'), std::string::npos);
+}
