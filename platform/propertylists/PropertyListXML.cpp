@@ -149,17 +149,21 @@ private:
     {
         for (;;) {
             rest_.remove_prefix(std::min(rest_.find_first_not_of(kBlanks), rest_.size()));
-            if (rest_.starts_with("<?") ? !skipBehind("?>") : rest_.starts_with("<!--") && !skipBehind("-->"))
-                return false;
-            if (rest_.starts_with("<!DOCTYPE")) {
+            std::string_view end = ">";
+            if (rest_.starts_with("<?")) {
+                end = "?>";
+            } else if (rest_.starts_with("<!--")) {
+                end = "-->";
+            } else if (rest_.starts_with("<!DOCTYPE")) {
                 // Definitions inside stand in brackets.
-                const bool hasDefinitions = rest_.find('[') < rest_.find('>');
-                if ((hasDefinitions && !skipBehind("]")) || !skipBehind(">"))
+                const size_t mark = rest_.find_first_of("[>");
+                if (mark != std::string_view::npos && rest_[mark] == '[' && !skipBehind("]"))
                     return false;
-            } else if (!rest_.starts_with("<?") && !rest_.starts_with("<!--") &&
-                       (rest_.empty() || !kBlanks.contains(rest_.front()))) {
+            } else {
                 return true;
             }
+            if (!skipBehind(end))
+                return false;
         }
     }
 
