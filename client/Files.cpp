@@ -50,6 +50,7 @@ Result<FileFacts> photoFacts(CGImageSource& source, const NSURL& url, FileFacts 
     facts.size = uprightSizeOf(*properties);
     facts.orientation = properties->orientation;
     facts.averageColor = averageColorOf(facts.path);
+    facts.isCutOff = source.isCutOff();
     return facts;
 }
 

@@ -82,11 +82,17 @@ Findings::Finding lookInto(const PhotoCandidate& candidate)
     const auto height = static_cast<double>(properties->pixelHeight);
     finding.facts.size = isTurned ? Size{height, width} : Size{width, height};
     finding.facts.fileSize = status.st_size;
+    finding.facts.isCutOff = source->isCutOff();
     finding.kind = Findings::Kind::Good;
     return finding;
 }
 
 } // namespace
+
+std::string_view reasonOfCutOffPhoto()
+{
+    return "is damaged: its end is missing, and it is shown as far as it goes";
+}
 
 CheckedPhotos checkPhotos(const std::vector<PhotoCandidate>& candidates,
                           const std::function<bool(std::size_t)>& progress)

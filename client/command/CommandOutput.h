@@ -29,6 +29,7 @@ public:
     explicit CommandOutput(const Wish& wish);
 
     bool isJSON() const { return wish_.isJSON; }
+    bool isQuiet() const { return wish_.isQuiet; }
     /// A line on standard error, unless the user wants errors alone.
     void note(const std::string& text);
     void complain(const std::string& text);

@@ -6,6 +6,7 @@
 
 #include "client/command/MovieCommand.h"
 
+#include <algorithm>
 #include <iterator>
 #include <string>
 #include <utility>
@@ -43,10 +44,19 @@ int runCreateCommand(const CreateOptions& options)
     std::vector<BadFile> bad = std::move(listing.bad);
     std::move(checked.bad.begin(), checked.bad.end(), std::back_inserter(bad));
     CheckedSounds sounds = checkSounds(options.sounds);
-    if (!bad.empty() && !options.skipsBad)
+    bool isLeftOut = options.skipsBad;
+    if (!bad.empty() && !isLeftOut && sounds.bad.empty() && !checked.good.empty()) {
+        const auto decision = command.decideOnBadInput(bad, {});
+        if (decision == MovieCommand::BadInput::Stopped)
+            return command.stopped();
+        isLeftOut = decision == MovieCommand::BadInput::LeftOut;
+    }
+    if (!bad.empty() && !isLeftOut)
         return command.refuseBadInput(bad, sounds.bad, "; --skip-bad leaves out photos that cannot");
     if (!sounds.bad.empty())
         return command.refuseBadInput({}, sounds.bad);
+    if (options.skipsBad)
+        std::ranges::move(MovieCommand::takeOutDamaged(checked.good), std::back_inserter(bad));
     for (const BadFile& photo : bad)
         command.note(fmt::format("left out: {}: {}", photo.path.native(), photo.reason));
     if (checked.good.empty())

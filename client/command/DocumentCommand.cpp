@@ -94,6 +94,9 @@ Filling fillingOf(const DocumentFillOptions& options, MovieCommand& command)
         command.note(counted(photos.passedOver, "more file") + " passed over, since no photos or sounds");
     std::move(photos.bad.begin(), photos.bad.end(), std::back_inserter(filling.badPhotos));
     filling.photos = std::move(photos.good);
+    if (options.movie.skipsBad)
+        std::ranges::move(MovieCommand::takeOutDamaged(filling.photos), std::back_inserter(filling.badPhotos));
+    command.noteDamaged(filling.photos);
     CheckedSounds checkedSounds = checkSounds(sounds);
     filling.badSounds = std::move(checkedSounds.bad);
     filling.sounds = std::move(checkedSounds.good);
@@ -107,7 +110,14 @@ int fill(Document& document, const DocumentFillOptions& options, MovieCommand& c
     if (filling.isCancelled)
         return command.stopped();
     const bool isBad = !filling.badPhotos.empty() || !filling.badSounds.empty();
-    if (isBad && !options.movie.skipsBad)
+    bool isLeftOut = options.movie.skipsBad;
+    if (isBad && !isLeftOut && !(filling.photos.empty() && filling.sounds.empty())) {
+        const auto decision = command.decideOnBadInput(filling.badPhotos, filling.badSounds);
+        if (decision == MovieCommand::BadInput::Stopped)
+            return command.stopped();
+        isLeftOut = decision == MovieCommand::BadInput::LeftOut;
+    }
+    if (isBad && !isLeftOut)
         return command.refuseBadInput(filling.badPhotos, filling.badSounds, "; --skip-bad leaves out what cannot");
     for (const std::vector<BadFile>& files : {filling.badPhotos, filling.badSounds})
         for (const BadFile& file : files)
@@ -216,14 +226,21 @@ int runCheck(const DocumentLookOptions& options)
 
     const auto files = document->unusedFiles();
     const std::vector<std::string> unused(files.begin(), files.end());
-    const bool isGood = checked.bad.empty() && checked.changed.empty() && document->settingFaults().empty();
+    const std::vector<BadFile> damaged = MovieCommand::damagedOf(checked.photos);
+    const bool isGood =
+        checked.bad.empty() && damaged.empty() && checked.changed.empty() && document->settingFaults().empty();
     const ExitStatus status = isGood ? kExitDone : kExitBadInput;
     if (options.isJSON) {
-        const std::string text = checkAsJSON(*document, checked, isGood).add("unused", unused).text();
+        const std::string text = checkAsJSON(*document, checked, isGood)
+                                     .add("damagedPhotos", MovieCommand::asJSON(damaged))
+                                     .add("unused", unused)
+                                     .text();
         return command.give(text + "\n", "the result", status);
     }
     for (const BadItem& item : checked.bad)
         command.complain(fmt::format("{}: {}", item.path, item.reason));
+    for (const BadFile& photo : damaged)
+        command.complain(fmt::format("{}: {}", photo.path.native(), photo.reason));
     for (const std::vector<std::string>& faults : {checked.changed, document->settingFaults()})
         for (const std::string& fault : faults)
             command.complain(fault);
@@ -276,10 +293,20 @@ int runRender(const DocumentRenderOptions& options)
     std::vector<BadFile> badSounds;
     for (const BadItem& item : checked.bad)
         (item.kind == BadItem::Kind::Photo ? badPhotos : badSounds).push_back({item.path, item.reason});
-    if (!checked.bad.empty() && !wish.skipsBad)
+    bool isLeftOut = wish.skipsBad;
+    if (!checked.bad.empty() && !isLeftOut && !checked.photos.empty()) {
+        const auto decision = command.decideOnBadInput(badPhotos, badSounds);
+        if (decision == MovieCommand::BadInput::Stopped)
+            return command.stopped();
+        isLeftOut = decision == MovieCommand::BadInput::LeftOut;
+    }
+    if (!checked.bad.empty() && !isLeftOut)
         return command.refuseBadInput(badPhotos, badSounds, "; --skip-bad leaves out what cannot");
     for (const BadItem& item : checked.bad)
         command.note(fmt::format("left out: {}: {}", item.path, item.reason));
+    if (wish.skipsBad)
+        for (const BadFile& photo : MovieCommand::takeOutDamaged(checked.photos))
+            command.note(fmt::format("left out: {}: {}", photo.path.native(), photo.reason));
     for (const std::string& change : checked.changed)
         command.note(change);
     const bool areFaultsRefused = !document->settingFaults().empty() && !wish.skipsBad;

@@ -55,6 +55,8 @@ int runFrameCommand(const FrameOptions& options)
     if (areSameFile(options.photo, options.output))
         return fail(kExitUsage, "the frame would replace the photo " + options.photo);
 
+    if (checked.good.front().isCutOff)
+        output.note(fmt::format("{}: {}", options.photo, reasonOfCutOffPhoto()));
     const auto frame = renderFrame(checked.good.front(), {.quality = options.quality,
                                                           .reducesBorders = options.reducesBorders,
                                                           .showsFaces = options.showsFaces,

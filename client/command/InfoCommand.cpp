@@ -2,6 +2,7 @@
 
 #include <stillora/Files.h>
 #include <stillora/Localization.h>
+#include <stillora/Photos.h>
 #include <stillora/Picture.h>
 
 #include "client/JSONWriter.h"
@@ -147,6 +148,7 @@ JSONWriter jsonOf(const FileFacts& facts)
     }
     if (facts.kind == FileFacts::Kind::Photo) {
         facts.orientation ? json.add("orientation", *facts.orientation) : json.addNull("orientation");
+        json.add("isCutOff", facts.isCutOff);
         facts.averageColor ? json.add("averageColor", hexOf(*facts.averageColor)) : json.addNull("averageColor");
         return json;
     }
@@ -247,6 +249,8 @@ int runInfoCommand(const InfoOptions& options)
             text = fmt::format("{}{}", isFirst ? "" : "\n", textOf(*facts, colors));
             isFirst = false;
         }
+        if (facts && facts->isCutOff)
+            output.complain(fmt::format("{}: {}", path, reasonOfCutOffPhoto()));
         // Whoever reads may have seen enough.
         if (const int written = output.give(text, "what is known"); written != kExitDone)
             return written;

@@ -3,9 +3,11 @@
 #include <stillora/Localization.h>
 
 #include "client/Text.h"
+#include "client/command/Question.h"
 #include "client/command/SoundSentence.h"
 
 #include <cstdio>
+#include <set>
 #include <utility>
 
 #include <fmt/format.h>
@@ -23,6 +25,15 @@ constexpr Seconds kTurn{3};
 Seconds timeSince(Clock::time_point start)
 {
     return Clock::now() - start;
+}
+
+std::string countOfBadInput(size_t photos, size_t sounds)
+{
+    const auto counted = [](size_t count, const char* name) {
+        return count == 0 ? "" : fmt::format("{} {}{} cannot be used", count, name, count == 1 ? "" : "s");
+    };
+    return fmt::format("{}{}{}", counted(photos, "photo"), photos > 0 && sounds > 0 ? ", " : "",
+                       counted(sounds, "sound"));
 }
 
 } // namespace
@@ -93,27 +104,75 @@ bool MovieCommand::photosChecked(size_t done, size_t total)
     return !isCancelled();
 }
 
+std::vector<BadFile> MovieCommand::damagedOf(const std::vector<PhotoFacts>& photos)
+{
+    std::vector<BadFile> damaged;
+    std::set<std::filesystem::path> named;
+    for (size_t i = 0; i < photos.size(); ++i)
+        if (photos[i].isCutOff && named.insert(photos[i].path).second)
+            damaged.push_back({photos[i].path, std::string(reasonOfCutOffPhoto()), i});
+    return damaged;
+}
+
+std::vector<JSONWriter> MovieCommand::asJSON(const std::vector<BadFile>& files)
+{
+    std::vector<JSONWriter> list;
+    for (const BadFile& file : files)
+        list.push_back(JSONWriter().add("path", file.path.native()).add("reason", file.reason));
+    return list;
+}
+
+void MovieCommand::noteDamaged(const std::vector<PhotoFacts>& photos)
+{
+    for (const BadFile& photo : damagedOf(photos))
+        note(fmt::format("{}: {}", photo.path.native(), photo.reason));
+}
+
+std::vector<BadFile> MovieCommand::takeOutDamaged(std::vector<PhotoFacts>& photos)
+{
+    std::vector<BadFile> damaged = damagedOf(photos);
+    std::erase_if(photos, [](const PhotoFacts& photo) { return photo.isCutOff; });
+    return damaged;
+}
+
+void MovieCommand::tellBadInput(const std::vector<BadFile>& files)
+{
+    for (const BadFile& file : files)
+        complain(fmt::format("{}: {}", file.path.native(), file.reason));
+}
+
+MovieCommand::BadInput MovieCommand::decideOnBadInput(const std::vector<BadFile>& photos,
+                                                      const std::vector<BadFile>& sounds)
+{
+    if (isJSON() || isQuiet() || !canAsk())
+        return BadInput::Refused;
+    tellBadInput(photos);
+    tellBadInput(sounds);
+    isBadInputTold_ = true;
+    const bool isOne = photos.size() + sounds.size() == 1;
+    switch (ask(fmt::format("stillora: {}; leave {} out?", countOfBadInput(photos.size(), sounds.size()),
+                            isOne ? "it" : "them"),
+                [this] { return isCancelled(); })) {
+    case QuestionAnswer::Yes:
+        return BadInput::LeftOut;
+    case QuestionAnswer::Stopped:
+        return BadInput::Stopped;
+    case QuestionAnswer::No:
+        break;
+    }
+    return BadInput::Refused;
+}
+
 int MovieCommand::refuseBadInput(const std::vector<BadFile>& photos, const std::vector<BadFile>& sounds,
                                  std::string_view hint)
 {
-    const auto tell = [&](const std::vector<BadFile>& files) {
-        std::vector<JSONWriter> list;
-        for (const BadFile& file : files) {
-            complain(fmt::format("{}: {}", file.path.native(), file.reason));
-            list.push_back(JSONWriter().add("path", file.path.native()).add("reason", file.reason));
-        }
-        return list;
-    };
-    const auto counted = [](size_t count, const char* name) {
-        return fmt::format("{} {}{} cannot be used", count, name, count == 1 ? "" : "s");
-    };
-    const auto badPhotos = tell(photos);
-    const auto badSounds = tell(sounds);
-    std::string reason = photos.empty() ? "" : counted(photos.size(), "photo");
-    if (!sounds.empty())
-        reason += (reason.empty() ? "" : ", ") + counted(sounds.size(), "sound");
+    if (!isBadInputTold_) {
+        tellBadInput(photos);
+        tellBadInput(sounds);
+    }
+    const std::string reason = countOfBadInput(photos.size(), sounds.size());
     return fail(kExitBadInput, reason + std::string(hint), reason,
-                JSONWriter().add("badPhotos", badPhotos).add("badSounds", badSounds));
+                JSONWriter().add("badPhotos", asJSON(photos)).add("badSounds", asJSON(sounds)));
 }
 
 int MovieCommand::makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFacts> sounds,
@@ -148,6 +207,7 @@ int MovieCommand::makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFac
                                .document = document,
                                .use = use,
                                .watermark = settings.watermark};
+    noteDamaged(request.photos);
     teller_.serviceStarts();
     const Result<Movie> outcome = maker_.makeMovie(request, teller_);
     terminal_.clearProgress();
@@ -191,7 +251,8 @@ int MovieCommand::finish(const MovieRequest& request, const Result<Movie>& outco
         result.addNull("fadeStart");
     result.add("width", static_cast<int64_t>(size.width)).add("height", static_cast<int64_t>(size.height));
     result.add("codec", request.codec).add("web", request.use == MovieUse::Web);
-    result.add("bytes", static_cast<int64_t>(bytes)).add("faults", outcome->faults);
+    result.add("bytes", static_cast<int64_t>(bytes)).add("damagedPhotos", asJSON(damagedOf(request.photos)));
+    result.add("faults", outcome->faults);
     return succeed(path, result, outcome->faults.empty() ? kExitDone : kExitFaultyMovie);
 }
 

@@ -52,6 +52,19 @@ public:
     ProgressTeller& teller() { return teller_; }
     bool isCancelled() const { return maker_.isCancelled(); }
 
+    /// Photos that are shown in part; one that occurs several times once.
+    static std::vector<BadFile> damagedOf(const std::vector<PhotoFacts>& photos);
+    /// Each with its path and its reason.
+    static std::vector<JSONWriter> asJSON(const std::vector<BadFile>& files);
+    /// Tells of photos that are shown in part.
+    void noteDamaged(const std::vector<PhotoFacts>& photos);
+    /// Takes out the photos that would be shown in part.
+    static std::vector<BadFile> takeOutDamaged(std::vector<PhotoFacts>& photos);
+
+    enum class BadInput { LeftOut, Refused, Stopped };
+    /// What is to become of files that cannot be used: at a terminal they are named and the user is asked.
+    BadInput decideOnBadInput(const std::vector<BadFile>& photos, const std::vector<BadFile>& sounds);
+
     /// For "Checking the photos".
     /// @return whether to go on
     bool photosChecked(size_t done, size_t total);
@@ -74,10 +87,12 @@ public:
 
 private:
     int finish(const MovieRequest& request, const Result<Movie>& outcome);
+    void tellBadInput(const std::vector<BadFile>& files);
 
     MovieMaker maker_;
     ProgressTeller teller_;
     const SignalWatch signals_;
+    bool isBadInputTold_ = false;
 };
 
 } // namespace stillora

@@ -113,10 +113,12 @@ struct Options {
     };
     const Option skipBad{
         .name = "skip-bad",
-        .help = "leave out photos that cannot be shown",
-        .more = "Folders and files that cannot be read are left out, too.",
+        .help = "leave out photos that cannot be shown, or only in part because the end of their file is missing",
+        .more = "Folders and files that cannot be read are left out, too. Without it, photos that can be shown in part "
+                "are shown and named; where others cannot be used at all, who sits at a terminal is asked.",
     };
-    const Option skipBadItems{.name = "skip-bad", .help = "leave out photos and sounds that cannot be used"};
+    const Option skipBadItems{
+        .name = "skip-bad", .help = "leave out photos and sounds that cannot be used, and photos whose end is missing"};
     const Option events{
         .name = "json",
         .help = "write each progress update, and last the result, as a line of JSON to standard output",

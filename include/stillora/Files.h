@@ -52,6 +52,8 @@ struct FileFacts {
     std::optional<int> orientation;
     /// Of a photo.
     std::optional<Color> averageColor;
+    /// As in `PhotoFacts`.
+    bool isCutOff = false;
 
     /// Of sounds and movies.
     Seconds length{0};

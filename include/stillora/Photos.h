@@ -64,7 +64,13 @@ struct PhotoFacts {
     /// Upright.
     Size size;
     std::int64_t fileSize = 0;
+    /// The end of the file is missing: the photo is shown as far as it goes. Seen of JPEG, PNG and GIF; of other
+    /// formats such a file cannot be used.
+    bool isCutOff = false;
 };
+
+/// What is wrong with a photo that is cut off, as a sentence without the path.
+STILLORA_EXPORT std::string_view reasonOfCutOffPhoto();
 
 /// What a look into every candidate found.
 struct CheckedPhotos {
@@ -77,7 +83,7 @@ struct CheckedPhotos {
 };
 
 /// Opens each candidate, reads its header and decodes a small picture of it, so that no photo which the service would
-/// wait for in vain ever reaches it. Uses all processors.
+/// wait for in vain ever reaches it. Looks at the end of it, too. Uses all processors.
 ///
 /// @param candidates  files, as `listPhotos` finds them
 /// @param progress    called on this thread after some of them, with how many are done; answers whether to go on

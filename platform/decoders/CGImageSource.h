@@ -66,6 +66,11 @@ public:
     /// the picture is not looked for.
     [[nodiscard]] virtual bool canDecode(NSError* error = nullptr) = 0;
 
+    /// Whether the file ends before the picture does, which is then shown as far as it goes. Looked for where that is
+    /// decoded at all, in JPEG, PNG and GIF files; damage before the end is not. Once the properties are known; reads
+    /// the end of the file, and all of it only where that does not tell.
+    [[nodiscard]] virtual bool isCutOff() = 0;
+
     /// Decodes in full, as stored, to sRGB.
     [[nodiscard]] CGImagePtr createImageAtIndex(NSError* error = nullptr) { return createThumbnailAtIndex({}, error); }
 };

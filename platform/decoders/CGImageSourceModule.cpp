@@ -2,9 +2,11 @@
 #include "platform/decoders/HEIFContainer.h"
 #include "platform/decoders/ImageDecoder.h"
 #include "platform/decoders/PNGHeader.h"
+#include "platform/decoders/PictureEnd.h"
 #include "platform/vips/PictureLibrary.h"
 #include "platform/vips/module/PictureModule.h"
 
+#include <array>
 #include <utility>
 
 namespace platform {
@@ -30,6 +32,15 @@ public:
                                                                            static_cast<int64_t>(file().length()),
                                                                            readFile}
     {}
+
+    bool isCutOff() override
+    {
+        // The last chunk's name and checksum.
+        constexpr std::array<uint8_t, 8> kPNGEnd = {'I', 'E', 'N', 'D', 0xAE, 0x42, 0x60, 0x82};
+        if (format_ == "png")
+            return !hasMarkBehind(file(), 0, kPNGEnd);
+        return format_ == "gif" && !hasWholeGIFPicture(file());
+    }
 
 private:
     bool openPicture(NSError* error)

@@ -1,5 +1,6 @@
 #include "platform/decoders/ImageDecoder.h"
 #include "platform/decoders/JPEGHeader.h"
+#include "platform/decoders/PictureEnd.h"
 #include "platform/pixels/SharpEdges.h"
 
 #include <turbojpeg.h>
@@ -32,6 +33,13 @@ constexpr int kFlags = TJFLAG_LIMITSCANS;
 class JPEGDecoder final : public ImageDecoder {
 public:
     explicit JPEGDecoder(std::unique_ptr<ImageFile> file) : ImageDecoder(std::move(file), "jpeg") {}
+
+    bool isCutOff() override
+    {
+        // In the picture a byte of ones is followed by a zero, but for marks.
+        constexpr std::array<uint8_t, 2> kEnd = {0xFF, 0xD9};
+        return !hasMarkBehind(file(), header_.length, kEnd);
+    }
 
 private:
     bool readProperties(Properties& properties, NSError* error) override

@@ -24,6 +24,8 @@ public:
     [[nodiscard]] std::optional<Properties> copyPropertiesAtIndex(NSError* error) final;
     [[nodiscard]] CGImagePtr createThumbnailAtIndex(const ThumbnailOptions& options, NSError* error) final;
     [[nodiscard]] bool canDecode(NSError* error) final;
+    /// Formats of which nothing is decoded unless all is there need not look.
+    [[nodiscard]] bool isCutOff() override { return false; }
 
 protected:
     ImageDecoder(std::unique_ptr<ImageFile> file, std::string_view format);

@@ -112,6 +112,18 @@ TEST_F(PhotoCheck, RefusesAPhotoWhoseHeaderAloneIsGood)
     EXPECT_THAT(reasonFor(damaged), Not(testing::AnyOf("", "not refused")));
 }
 
+TEST_F(PhotoCheck, TellsWhichPhotosAreCutOff)
+{
+    const std::string whole = picture("whole.jpg", 320, 240);
+    const std::string cut = picture("cut.jpg", 320, 240);
+    std::filesystem::resize_file(cut, std::filesystem::file_size(cut) / 2);
+    const CheckedPhotos checked = check({whole, cut});
+    EXPECT_THAT(checked.bad, IsEmpty());
+    ASSERT_THAT(checked.good, SizeIs(2));
+    EXPECT_FALSE(checked.good[0].isCutOff);
+    EXPECT_TRUE(checked.good[1].isCutOff);
+}
+
 TEST_F(PhotoCheck, PassesOverFilesOfAFolderThatAreNoPictures)
 {
     const std::string text = folder_.makeFile("README", "not a picture");

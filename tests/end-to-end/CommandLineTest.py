@@ -3,6 +3,7 @@
 import json
 import os
 import plistlib
+import pty
 import shutil
 import signal
 import struct
@@ -234,6 +235,73 @@ class CommandLineTest(stillora.TestCase):
         result = self.create("--skip-bad", "--seconds", "1", "--quality", "240", bad, *self.photos)
         self.assertIn("notes.jpg", result.err)
         self.assertEqual(len(hold_times(self.made_movie(result))), 6)
+
+    def test_a_photo_whose_end_is_missing_is_shown_and_told(self):
+        whole = self.photos[0].read_bytes()
+        cut = self.bad_photo("cut.jpg", whole[:len(whole) // 2])
+        told = f"stillora: {cut}: is damaged: its end is missing"
+        result = self.create("--seconds", "1", "--quality", "240", cut, *self.photos)
+        self.assertEqual(result.err.count(told), 1)
+        self.assertEqual(len(hold_times(self.made_movie(result))), 7)
+        result = self.create("--skip-bad", "--seconds", "1", "--quality", "240", cut, *self.photos)
+        self.assertIn(f"left out: {cut}: is damaged", result.err)
+        self.assertEqual(len(hold_times(self.made_movie(result))), 6)
+        result = self.create("--json", "--quiet", "--quality", "240", cut, cut, *self.photos)
+        (photo,) = json.loads(result.out.splitlines()[-1])["damagedPhotos"]
+        self.assertEqual((photo["path"], result.err), (str(cut), ""))
+        self.assertIn("its end is missing", photo["reason"])
+
+        result = self.run_stillora("info", "--json", cut, self.photos[0])
+        self.assertIn(f"{cut}: is damaged", result.err)
+        self.assertEqual([json.loads(line)["isCutOff"] for line in result.out.splitlines()], [True, False])
+
+        document = self.folder / "Trip.stillora"
+        self.assertIn("its end is missing", self.run_stillora("document", "new", document, cut, self.photos[0]).err)
+        self.assertIn("its end is missing", self.run_stillora("document", "check", document, expect=3).err)
+        checked = json.loads(self.run_stillora("document", "check", "--json", document, expect=3).out)
+        self.assertEqual((len(checked["damagedPhotos"]), checked["bad"], checked["ok"]), (1, [], False))
+        for options, count in (((), 2), (("--skip-bad",), 1)):
+            result = self.run_stillora("document", "render", document, "--save", self.save, "--json", *options)
+            self.assertEqual(json.loads(result.out.splitlines()[-1])["photos"], count)
+
+    def asked(self, answer, *arguments, **changes):
+        """What is said on a terminal that answers the first question, and the exit status."""
+        pid, terminal = pty.fork()
+        if pid == 0:
+            os.execve(stillora.STILLORA, ["stillora", "create", "--save", str(self.save), *map(str, arguments)],
+                      self.environment(**changes))
+        said = b""
+        end = time.monotonic() + stillora.DEADLINE
+        while time.monotonic() < end:
+            if b"[Y/n] " in said and answer is not None:
+                os.write(terminal, answer)
+                answer = None
+            try:
+                said += os.read(terminal, 4096)
+            except OSError:
+                break
+        os.close(terminal)
+        return said.decode("utf-8", "replace"), os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1])
+
+    def test_at_a_terminal_it_asks_whether_bad_photos_are_to_be_left_out(self):
+        bad = [self.bad_photo(f"notes {n}.jpg", b"these are no pixels\n" * 50) for n in (1, 2)]
+        arguments = ["--seconds", "1", "--quality", "240", *bad, *self.photos]
+        for answer, status in ((b"\n", 0), (b"what?\nYES\n", 0), (b"n\n", 3), (b"\x04", 3), (b"\x03", 130)):
+            with self.subTest(answer):
+                said, found = self.asked(answer, *arguments, TERM="xterm")
+                self.assertEqual(found, status, said)
+                self.assertIn("2 photos cannot be used; leave them out? [Y/n] ", said)
+                self.assertIn("notes 1.jpg", said)
+                made = list(self.save.iterdir())
+                self.assertEqual(len(made), status == 0, said)
+                for movie in made:
+                    self.assertEqual(len(hold_times(movie)), 6)
+                    movie.unlink()
+        for option in ("--quiet", "--json"):
+            said, found = self.asked(b"\n", option, *arguments)
+            self.assertEqual(found, 3, said)
+            self.assertNotIn("[Y/n]", said)
+        self.assertNotIn("[Y/n]", self.asked(b"\n", *bad)[0], "nothing would be left")
 
     def test_what_is_no_picture_is_refused(self):
         cases = {

@@ -347,8 +347,9 @@ TEST_F(DocumentCommand, TellsOfPhotosThatAreNotAsTheyWereAdded)
     fs::resize_file(path, size - 100);
     const Result result = run({"check", document()});
     EXPECT_EQ(result.status, 3);
-    EXPECT_EQ(result.err, "stillora: " + path + " has changed since it was added: it holds " +
-                              std::to_string(size - 100) + " bytes, not " + std::to_string(size) + "\n");
+    EXPECT_EQ(result.err, "stillora: " + path + ": " + std::string(reasonOfCutOffPhoto()) + "\nstillora: " + path +
+                              " has changed since it was added: it holds " + std::to_string(size - 100) +
+                              " bytes, not " + std::to_string(size) + "\n");
 }
 
 TEST_F(DocumentCommand, RefusesWhatIsNoDocument)

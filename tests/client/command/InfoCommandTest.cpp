@@ -244,7 +244,7 @@ TEST_F(InfoCommand, TellsProgramsInJSON)
     EXPECT_EQ(
         result.out,
         R"({"path": "photo.jpg", "ok": true, "kind": "photo", "bytes": )" + size("photo.jpg") +
-            R"(, "format": "jpeg", "width": 300, "height": 400, "orientation": 6, "averageColor": "#808080"})"
+            R"(, "format": "jpeg", "width": 300, "height": 400, "orientation": 6, "isCutOff": false, "averageColor": "#808080"})"
             "\n"
             R"({"path": "absent.mp3", "ok": false, "error": "No such file or directory"})"
             "\n"

@@ -802,6 +802,45 @@ TEST_F(CGImageSourceTest, ShowsWhatCouldBeDecodedOfATruncatedPNG)
     test::expectColor(*image, 160, 20, {expected.at(160, 20)[0], expected.at(160, 20)[1], expected.at(160, 20)[2]}, 30);
 }
 
+TEST_F(CGImageSourceTest, SeesThatTheEndOfAFileIsMissing)
+{
+    const auto isCutOff = [&](const std::string& name, const std::vector<uint8_t>& bytes) {
+        const auto source = CGImageSource::createWithURL(test::url(file("cut " + name, bytes)));
+        EXPECT_NE(source, nullptr) << name;
+        return source && source->copyPropertiesAtIndex() && source->isCutOff();
+    };
+    // A preview in the header has an end of its own.
+    const auto plain = test::jpegBytes(test::textured(640, 480));
+    std::vector<uint8_t> preview = {0xFF, 0xD8, 0xFF, 0xED, 0, 6, 0xFF, 0xD9, 0xFF, 0xD9};
+    std::copy(plain.begin() + 2, plain.end(), std::back_inserter(preview));
+    const std::vector<std::pair<std::string, std::vector<uint8_t>>> files = {
+        {"a.jpg", test::jpegBytes(test::textured(640, 480))},
+        {"progressive.jpg", test::jpegBytes(test::textured(640, 480), {.isProgressive = true})},
+        {"preview.jpg", preview},
+        {"a.png", test::readFile(saved("a.png", test::textured(640, 480)))},
+        {"a.gif", test::readFile(saved("a.gif", test::textured(640, 480)))},
+    };
+    for (const auto& [name, whole] : files) {
+        EXPECT_FALSE(isCutOff(name, whole)) << name;
+        for (const size_t missing : {size_t{2}, size_t{40}, whole.size() / 10, whole.size() / 2}) {
+            auto bytes = whole;
+            bytes.resize(whole.size() - missing);
+            EXPECT_TRUE(isCutOff(name, bytes)) << name << " without " << missing;
+            // As a download leaves it that was given its room at once.
+            bytes.resize(whole.size());
+            EXPECT_TRUE(isCutOff(name, bytes)) << name << " empty " << missing;
+        }
+        // What cameras and phones write behind, from a few bytes to a movie.
+        for (const size_t added : {size_t{1}, size_t{5000}, size_t{65535}, size_t{65536}, size_t{3'000'000}}) {
+            auto bytes = whole;
+            bytes.resize(whole.size() + added, 7);
+            EXPECT_FALSE(isCutOff(name, bytes)) << name << " and " << added;
+        }
+    }
+    for (const std::string name : {"a.webp", "a.tiff"})
+        EXPECT_FALSE(isCutOff(name, test::readFile(saved(name, test::textured(64, 48))))) << name;
+}
+
 TEST_F(CGImageSourceTest, FindsOutWhetherADamagedFileCanBeDecoded)
 {
     // The short look and decoding must agree, wherever the file is cut off or its header damaged.
