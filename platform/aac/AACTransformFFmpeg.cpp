@@ -1,5 +1,6 @@
 #include "platform/aac/AACTransform.h"
 
+#include "platform/foundation/Handle.h"
 #include "platform/libav/FFmpegHandles.h"
 
 extern "C" {
@@ -14,12 +15,8 @@ extern "C" {
 namespace platform {
 namespace {
 
-struct FreeTransform {
-    void operator()(AVTXContext* context) const { av_tx_uninit(&context); }
-};
-
 struct Transform {
-    std::unique_ptr<AVTXContext, FreeTransform> context;
+    Handle<AVTXContext, av_tx_uninit> context;
     av_tx_fn run = nullptr;
 };
 

@@ -1,5 +1,7 @@
 #include "platform/connection/MessageCoding.h"
 
+#include "platform/foundation/Handle.h"
+
 #include <gio/gio.h>
 
 #include <algorithm>
@@ -18,15 +20,9 @@ static_assert(std::size(kSignatures) == std::variant_size_v<NSXPCValue>);
 /// What a peer writes is repeated in messages up to here.
 constexpr size_t kQuotedLength = 80;
 
-struct UnrefVariant {
-    void operator()(GVariant* variant) const { g_variant_unref(variant); }
-};
-using VariantPtr = std::unique_ptr<GVariant, UnrefVariant>;
+using VariantPtr = Handle<GVariant, g_variant_unref>;
 
-struct FreeMemory {
-    void operator()(char* memory) const { g_free(memory); }
-};
-using TextPtr = std::unique_ptr<char, FreeMemory>;
+using TextPtr = Handle<char, g_free>;
 
 std::string quoted(std::string_view text)
 {

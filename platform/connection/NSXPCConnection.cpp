@@ -3,6 +3,7 @@
 #include "platform/connection/MainLoopThread.h"
 #include "platform/connection/MessageCoding.h"
 #include "platform/dispatch/DispatchQueue.h"
+#include "platform/foundation/Handle.h"
 #include "platform/foundation/Lock.h"
 #include "platform/foundation/NSLog.h"
 
@@ -43,19 +44,8 @@ constexpr const char* kBusInterface = R"(
   </interface>
 </node>)";
 
-struct UnrefObject {
-    void operator()(gpointer object) const { g_object_unref(object); }
-};
 template <typename Object>
-using ObjectPtr = std::unique_ptr<Object, UnrefObject>;
-
-struct UnrefNode {
-    void operator()(GDBusNodeInfo* node) const { g_dbus_node_info_unref(node); }
-};
-
-struct UnrefSource {
-    void operator()(GSource* source) const { g_source_unref(source); }
-};
+using ObjectPtr = Handle<Object, g_object_unref>;
 
 /// Receives an error of GLib: pass `out()` to one call.
 class ErrorHolder {
@@ -261,7 +251,7 @@ NSXPCConnectionPtr NSXPCConnection::Core::connect(int socket, Side side, NSError
     // peer may take its time.
     ConnectionHandle handle;
     const ObjectPtr<GCancellable> tooLate(g_cancellable_new());
-    std::unique_ptr<GSource, UnrefSource> timer;
+    Handle<GSource, g_source_unref> timer;
     MainLoopThread::shared().sync([&] {
         char* guid = g_dbus_generate_guid();
         handle.reset(G_DBUS_CONNECTION(g_object_new(G_TYPE_DBUS_CONNECTION, "stream", stream.get(),
@@ -288,7 +278,7 @@ void NSXPCConnection::Core::registerObject(const char* path, const char* xml, st
                                            const GDBusInterfaceVTable* vtable)
 {
     MainLoopThread::shared().assertCurrent();
-    const std::unique_ptr<GDBusNodeInfo, UnrefNode> node(g_dbus_node_info_new_for_xml(xml, nullptr));
+    const Handle<GDBusNodeInfo, g_dbus_node_info_unref> node(g_dbus_node_info_new_for_xml(xml, nullptr));
     auto* info = g_dbus_node_info_lookup_interface(node.get(), std::string(interfaceName).c_str());
     ErrorHolder reason;
     const auto identifier =

@@ -1,6 +1,7 @@
 #include "platform/connection/NSXPCInterface.h"
 
 #include "platform/connection/MessageCoding.h"
+#include "platform/foundation/Handle.h"
 
 #include <gio/gio.h>
 
@@ -10,10 +11,6 @@
 namespace platform {
 
 namespace {
-
-struct UnrefNode {
-    void operator()(GDBusNodeInfo* node) const { g_dbus_node_info_unref(node); }
-};
 
 std::string_view firstKeyword(std::string_view selector)
 {
@@ -42,7 +39,7 @@ std::shared_ptr<NSXPCInterface> NSXPCInterface::interfaceWithProtocol(const std:
                                                                       NSError* error)
 {
     GError* reason = nullptr;
-    const std::unique_ptr<GDBusNodeInfo, UnrefNode> node(
+    const Handle<GDBusNodeInfo, g_dbus_node_info_unref> node(
         g_dbus_node_info_new_for_xml(introspectionXML.c_str(), &reason));
     if (!node) {
         fail(error, kNSCocoaErrorDomain, kNSCoderReadCorruptError,

@@ -1,6 +1,7 @@
 #include "platform/bytes/ByteReader.h"
 #include "platform/decoders/ImageDecoder.h"
 #include "platform/decoders/TIFFHeader.h"
+#include "platform/libav/FFmpegHandles.h"
 #include "platform/libav/LibavLog.h"
 
 extern "C" {
@@ -19,21 +20,6 @@ extern "C" {
 namespace platform {
 
 namespace {
-
-struct FreeContext {
-    void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
-};
-using ContextPtr = std::unique_ptr<AVCodecContext, FreeContext>;
-
-struct FreeFrame {
-    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
-};
-using FramePtr = std::unique_ptr<AVFrame, FreeFrame>;
-
-struct FreePacket {
-    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
-};
-using PacketPtr = std::unique_ptr<AVPacket, FreePacket>;
 
 /// Size and resolution by the file's own header, before any decoder sees it.
 struct Header {
@@ -223,7 +209,7 @@ private:
         }
         silenceLibavLog();
         const AVCodec* const codec = avcodec_find_decoder_by_name(codecName());
-        const ContextPtr context(codec ? avcodec_alloc_context3(codec) : nullptr);
+        const CodecPtr context(codec ? avcodec_alloc_context3(codec) : nullptr);
         const PacketPtr packet(av_packet_alloc());
         FramePtr frame(av_frame_alloc());
         if (!context || !packet || !frame) {

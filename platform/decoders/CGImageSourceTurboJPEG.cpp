@@ -1,6 +1,7 @@
 #include "platform/decoders/ImageDecoder.h"
 #include "platform/decoders/JPEGHeader.h"
 #include "platform/decoders/PictureEnd.h"
+#include "platform/foundation/Handle.h"
 #include "platform/pixels/SharpEdges.h"
 
 #include <turbojpeg.h>
@@ -13,14 +14,10 @@ namespace platform {
 
 namespace {
 
-struct DestroyDecompressor {
-    void operator()(void* handle) const { tjDestroy(handle); }
-};
-
 /// One for each thread, as making one costs memory and time.
 tjhandle decompressor()
 {
-    thread_local const std::unique_ptr<void, DestroyDecompressor> handle(tjInitDecompress());
+    thread_local const Handle<void, tjDestroy> handle(tjInitDecompress());
     return handle.get();
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/files/NSURL.h"
+#include "platform/foundation/Handle.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSError.h"
 
@@ -45,10 +46,6 @@ public:
     ssize_t readAt(size_t offset, uint8_t* bytes, size_t count) const;
 
 private:
-    struct Free {
-        void operator()(uint8_t* memory) const { std::free(memory); }
-    };
-
     ImageFile(int descriptor, size_t length, std::string name);
     ImageFile(NSData data, std::string name);
 
@@ -58,7 +55,7 @@ private:
     const std::string name_;
     // With padding; empty for a file.
     const NSData data_;
-    std::unique_ptr<uint8_t, Free> bytes_;
+    Handle<uint8_t, std::free> bytes_;
     size_t read_ = 0;
     bool ended_ = false;
 };

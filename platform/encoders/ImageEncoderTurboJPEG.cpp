@@ -1,5 +1,7 @@
 #include "platform/encoders/ImageEncoder.h"
 
+#include "platform/foundation/Handle.h"
+
 #include <turbojpeg.h>
 
 #include <algorithm>
@@ -11,10 +13,6 @@
 namespace platform {
 
 namespace {
-
-struct DestroyCompressor {
-    void operator()(void* handle) const { tjDestroy(handle); }
-};
 
 struct FreeBytes {
     void operator()(unsigned char* bytes) const { tjFree(bytes); }
@@ -59,7 +57,7 @@ std::optional<NSData> encodeJPEG(const CGImage& image, CGSize size, double compr
     if (image.width == 0 || image.height == 0 || image.width > kMostPixels || image.height > kMostPixels)
         return std::nullopt;
     try {
-        const std::unique_ptr<void, DestroyCompressor> compressor(tjInitCompress());
+        const Handle<void, tjDestroy> compressor(tjInitCompress());
         if (!compressor)
             return std::nullopt;
         const std::vector<uint8_t> opaque = image.hasAlpha ? opaqueCopy(image) : std::vector<uint8_t>();

@@ -1,6 +1,7 @@
 #include "platform/files/NSFileManager.h"
 
 #include "platform/foundation/FileDescriptor.h"
+#include "platform/foundation/Handle.h"
 
 #include <array>
 #include <cerrno>
@@ -20,10 +21,7 @@ namespace platform {
 
 namespace {
 
-struct CloseFolder {
-    void operator()(DIR* folder) const { closedir(folder); }
-};
-using FolderPtr = std::unique_ptr<DIR, CloseFolder>;
+using FolderPtr = Handle<DIR, closedir>;
 
 std::string parentOf(const std::string& path)
 {

@@ -1,5 +1,6 @@
 #include "platform/files/NSURL.h"
 
+#include "platform/foundation/Handle.h"
 #include "platform/foundation/Lock.h"
 #include "platform/foundation/NSString.h"
 #include "platform/propertylists/NSPropertyListSerialization.h"
@@ -99,10 +100,7 @@ std::string joined(const std::string& folder, std::string_view name)
 /// The highest folder above that is still on the same file system.
 std::string mountPointOf(const std::string& folder)
 {
-    struct FreeMemory {
-        void operator()(char* memory) const { free(memory); }
-    };
-    const std::unique_ptr<char, FreeMemory> resolved(realpath(folder.c_str(), nullptr));
+    const Handle<char, free> resolved(realpath(folder.c_str(), nullptr));
     std::string path = resolved ? resolved.get() : folder;
     const auto inside = identityOf(path, Links::Follow);
     while (inside && path != "/") {
@@ -292,10 +290,6 @@ public:
     }
 
 private:
-    struct CloseFolder {
-        void operator()(DIR* folder) const { closedir(folder); }
-    };
-
     bool isExhausted() const
     {
         return entries_ >= kMaximumEntries ||
@@ -306,7 +300,7 @@ private:
     template <typename Visit>
     void visitEntries(const std::string& path, const Visit& visit)
     {
-        const std::unique_ptr<DIR, CloseFolder> folder(opendir(path.c_str()));
+        const Handle<DIR, closedir> folder(opendir(path.c_str()));
         if (!folder)
             return;
         while (const dirent* entry = readdir(folder.get())) {

@@ -1,5 +1,6 @@
 #include "platform/foundation/NSDateComponentsFormatter.h"
 
+#include "platform/foundation/Handle.h"
 #include "platform/foundation/NSLocale.h"
 
 #include <algorithm>
@@ -32,10 +33,6 @@ constexpr std::array<Unit, 3> kUnits{{
     {kNSCalendarUnitSecond, 1, icu::MeasureUnit::createSecond},
 }};
 
-struct CloseBundle {
-    void operator()(UResourceBundle* bundle) const { ures_close(bundle); }
-};
-
 /// Whether there are words for the locale itself, or for its language.
 bool isKnown(const std::string& locale)
 {
@@ -48,7 +45,7 @@ bool isKnown(const std::string& locale)
         }))
         return false;
     UErrorCode status = U_ZERO_ERROR;
-    const std::unique_ptr<UResourceBundle, CloseBundle> bundle(ures_open(nullptr, locale.c_str(), &status));
+    const Handle<UResourceBundle, ures_close> bundle(ures_open(nullptr, locale.c_str(), &status));
     return U_SUCCESS(status) && status != U_USING_DEFAULT_WARNING;
 }
 

@@ -1,5 +1,6 @@
 #include "platform/graphics/TextRenderer.h"
 
+#include "platform/foundation/Handle.h"
 #include "platform/foundation/Lock.h"
 #include "platform/foundation/NSCache.h"
 #include "platform/pixels/CairoPixels.h"
@@ -15,20 +16,11 @@ namespace platform {
 
 namespace {
 
-struct Unreference {
-    void operator()(void* object) const { g_object_unref(object); }
-};
-struct FreeDescription {
-    void operator()(PangoFontDescription* description) const { pango_font_description_free(description); }
-};
-struct DestroyOptions {
-    void operator()(cairo_font_options_t* options) const { cairo_font_options_destroy(options); }
-};
-using FontMapPtr = std::unique_ptr<PangoFontMap, Unreference>;
-using ContextPtr = std::unique_ptr<PangoContext, Unreference>;
-using LayoutPtr = std::unique_ptr<PangoLayout, Unreference>;
-using DescriptionPtr = std::unique_ptr<PangoFontDescription, FreeDescription>;
-using OptionsPtr = std::unique_ptr<cairo_font_options_t, DestroyOptions>;
+using FontMapPtr = Handle<PangoFontMap, g_object_unref>;
+using ContextPtr = Handle<PangoContext, g_object_unref>;
+using LayoutPtr = Handle<PangoLayout, g_object_unref>;
+using DescriptionPtr = Handle<PangoFontDescription, pango_font_description_free>;
+using OptionsPtr = Handle<cairo_font_options_t, cairo_font_options_destroy>;
 
 // Wider or higher than any frame; Cairo itself stops at 32,767.
 constexpr int kMaxSide = 20000;

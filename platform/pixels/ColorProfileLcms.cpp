@@ -1,5 +1,6 @@
 #include "platform/pixels/ColorProfile.h"
 
+#include "platform/foundation/Handle.h"
 #include "platform/foundation/Lock.h"
 #include "platform/foundation/NSCache.h"
 
@@ -20,20 +21,11 @@ namespace {
 
 using Model = ColorDescription::Model;
 
-struct CloseProfile {
-    void operator()(void* profile) const { cmsCloseProfile(profile); }
-};
-using ProfilePtr = std::unique_ptr<void, CloseProfile>;
+using ProfilePtr = Handle<void, cmsCloseProfile>;
 
-struct DeleteTransform {
-    void operator()(void* transform) const { cmsDeleteTransform(transform); }
-};
-using TransformPtr = std::unique_ptr<void, DeleteTransform>;
+using TransformPtr = Handle<void, cmsDeleteTransform>;
 
-struct FreeCurve {
-    void operator()(cmsToneCurve* curve) const { cmsFreeToneCurve(curve); }
-};
-using CurvePtr = std::unique_ptr<cmsToneCurve, FreeCurve>;
+using CurvePtr = Handle<cmsToneCurve, cmsFreeToneCurve>;
 
 /// How one kind of picture becomes sRGB.
 struct Conversion {

@@ -1,5 +1,6 @@
 #include "platform/pixels/ImageScaler.h"
 
+#include "platform/foundation/Handle.h"
 #include "platform/pixels/SquareAverages.h"
 
 #include "platform/foundation/NSCache.h"
@@ -20,10 +21,6 @@
 namespace platform {
 
 namespace {
-
-struct FreeGraph {
-    void operator()(zimg_filter_graph* graph) const { zimg_filter_graph_free(graph); }
-};
 
 /// Everything that a scaling graph depends on.
 struct GraphKey {
@@ -48,7 +45,7 @@ struct GraphKey {
 
 /// A graph may be run by several threads at a time, each with its own memory.
 struct Graph {
-    std::unique_ptr<zimg_filter_graph, FreeGraph> graph;
+    Handle<zimg_filter_graph, zimg_filter_graph_free> graph;
     size_t temporaryBytes = 0;
     unsigned outputMask = ZIMG_BUFFER_MAX;
     size_t outputRows = 0;
@@ -262,11 +259,8 @@ bool scale(const ImagePlanes& planes, size_t width, size_t height, Image& image,
 
 uint8_t* ScratchMemory::take(Use use, size_t bytes)
 {
-    struct Free {
-        void operator()(uint8_t* memory) const { std::free(memory); }
-    };
     struct Block {
-        std::unique_ptr<uint8_t, Free> memory;
+        Handle<uint8_t, std::free> memory;
         size_t bytes = 0;
     };
     thread_local std::array<Block, 2> blocks;

@@ -296,7 +296,7 @@ private:
 
 } // namespace
 
-M4AFile::M4AFile(NSURL url, Format format, std::unique_ptr<std::FILE, CloseFile> file)
+M4AFile::M4AFile(NSURL url, Format format, Handle<std::FILE, std::fclose> file)
     : url_(std::move(url)), format_(std::move(format)), file_(std::move(file))
 {}
 
@@ -305,7 +305,7 @@ M4AFile::~M4AFile() = default;
 std::unique_ptr<M4AFile> M4AFile::create(const NSURL& url, Format format, NSError* error)
 {
     const int descriptor = open(url.path().c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    std::unique_ptr<std::FILE, CloseFile> file(descriptor >= 0 ? fdopen(descriptor, "wb") : nullptr);
+    Handle<std::FILE, std::fclose> file(descriptor >= 0 ? fdopen(descriptor, "wb") : nullptr);
     if (!file) {
         failWithErrno(error, errno, url.path() + " could not be made");
         if (descriptor >= 0)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/files/NSURL.h"
+#include "platform/foundation/Handle.h"
 #include "platform/sound/SoundFacts.h"
 
 #include <cstdint>
@@ -37,16 +38,12 @@ public:
     [[nodiscard]] bool finish(int64_t start, int64_t length, NSError* error = nullptr);
 
 private:
-    struct CloseFile {
-        void operator()(std::FILE* file) const { std::fclose(file); }
-    };
-
-    M4AFile(NSURL url, Format format, std::unique_ptr<std::FILE, CloseFile> file);
+    M4AFile(NSURL url, Format format, Handle<std::FILE, std::fclose> file);
     [[nodiscard]] bool write(std::span<const uint8_t> bytes, NSError* error);
 
     const NSURL url_;
     const Format format_;
-    std::unique_ptr<std::FILE, CloseFile> file_;
+    Handle<std::FILE, std::fclose> file_;
     std::vector<uint32_t> sizes_;
     int64_t mediaBytes_ = 0;
 };

@@ -2,6 +2,7 @@
 
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/foundation/FileDescriptor.h"
+#include "platform/foundation/Handle.h"
 #include "platform/foundation/Lock.h"
 #include "platform/foundation/NSLog.h"
 #include "platform/system/NSProcessInfo.h"
@@ -17,24 +18,10 @@ namespace platform {
 
 namespace {
 
-struct UnrefObject {
-    void operator()(gpointer object) const { g_object_unref(object); }
-};
 template <typename Object>
-using ObjectPtr = std::unique_ptr<Object, UnrefObject>;
+using ObjectPtr = Handle<Object, g_object_unref>;
 
-struct UnrefVariant {
-    void operator()(GVariant* variant) const { g_variant_unref(variant); }
-};
-
-struct FreeText {
-    void operator()(char* text) const { g_free(text); }
-};
-
-struct FreeError {
-    void operator()(GError* error) const { g_error_free(error); }
-};
-using ErrorPtr = std::unique_ptr<GError, FreeError>;
+using ErrorPtr = Handle<GError, g_error_free>;
 
 using SharedCancellable = std::shared_ptr<GCancellable>;
 
@@ -61,7 +48,7 @@ FileDescriptor inhibit(const std::string& address, const std::string& who, const
     GUnixFDList* rawDescriptors = nullptr;
     // Idle alone: a user who closes the lid or asks for sleep gets it. Without a login manager none is started, which
     // could take until a time-out.
-    const std::unique_ptr<GVariant, UnrefVariant> reply(g_dbus_connection_call_with_unix_fd_list_sync(
+    const Handle<GVariant, g_variant_unref> reply(g_dbus_connection_call_with_unix_fd_list_sync(
         bus.get(), "org.freedesktop.login1", "/org/freedesktop/login1", "org.freedesktop.login1.Manager", "Inhibit",
         g_variant_new("(ssss)", "idle", who.c_str(), why.c_str(), "block"), G_VARIANT_TYPE("(h)"),
         G_DBUS_CALL_FLAGS_NO_AUTO_START, G_MAXINT, nullptr, &rawDescriptors, cancellable, &error));
@@ -77,14 +64,14 @@ FileDescriptor inhibit(const std::string& address, const std::string& who, const
 
 std::string validText(const std::string& text)
 {
-    const std::unique_ptr<char, FreeText> valid(g_utf8_make_valid(text.data(), static_cast<gssize>(text.size())));
+    const Handle<char, g_free> valid(g_utf8_make_valid(text.data(), static_cast<gssize>(text.size())));
     return valid.get();
 }
 
 /// Of the system bus; read where it is not in doubt what the environment holds.
 std::string busAddress()
 {
-    const std::unique_ptr<char, FreeText> address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
+    const Handle<char, g_free> address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
     return address ? address.get() : "";
 }
 
@@ -146,7 +133,7 @@ IOReturn IOPMAssertionCreateWithName(std::string_view type, IOPMAssertionLevel l
     *assertionID = kIOPMNullAssertionID;
     if (type != kIOPMAssertPreventUserIdleSystemSleep)
         return kIOReturnBadArgument;
-    const SharedCancellable attempt(g_cancellable_new(), UnrefObject());
+    const SharedCancellable attempt(g_cancellable_new(), FreeWith<g_object_unref>());
     *assertionID = Assertions::shared().add(attempt);
     if (level != kIOPMAssertionLevelOff) {
         DispatchQueue::global()->async(

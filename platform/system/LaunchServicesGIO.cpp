@@ -1,5 +1,6 @@
 #include "platform/system/LaunchServices.h"
 
+#include "platform/foundation/Handle.h"
 #include "platform/system/NSWorkspace.h"
 
 #include <gio/gdesktopappinfo.h>
@@ -13,16 +14,10 @@ namespace platform {
 
 namespace {
 
-struct Unreference {
-    void operator()(gpointer object) const { g_object_unref(object); }
-};
 template <typename Object>
-using ObjectPtr = std::unique_ptr<Object, Unreference>;
+using ObjectPtr = Handle<Object, g_object_unref>;
 
-struct Free {
-    void operator()(char* text) const { g_free(text); }
-};
-using TextPtr = std::unique_ptr<char, Free>;
+using TextPtr = Handle<char, g_free>;
 
 /// As the desktop sees it, by name and content; the types that this program knows itself, where the desktop has none.
 std::string contentTypeOf(const NSURL& url)

@@ -1,6 +1,7 @@
 #include "platform/system/NSWorkspace.h"
 
 #include "platform/decoders/ImageFormat.h"
+#include "platform/foundation/Handle.h"
 #include "platform/foundation/NSString.h"
 #include "platform/system/DocumentIcon.h"
 
@@ -20,10 +21,7 @@ namespace platform {
 
 namespace {
 
-struct Free {
-    void operator()(char* text) const { g_free(text); }
-};
-using TextPtr = std::unique_ptr<char, Free>;
+using TextPtr = Handle<char, g_free>;
 
 /// The types that this project deals in, for machines without a database of types.
 constexpr std::array<std::pair<std::string_view, std::string_view>, 27> kTypes = {{

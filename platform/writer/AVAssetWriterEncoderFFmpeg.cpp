@@ -1,3 +1,4 @@
+#include "platform/foundation/Handle.h"
 #include "platform/libav/FFmpegHandles.h"
 #include "platform/libav/LibavLog.h"
 #include "platform/movie/SequenceHeader.h"
@@ -22,9 +23,6 @@ namespace platform {
 
 namespace {
 
-struct FreeParameters {
-    void operator()(AVCodecParameters* parameters) const { avcodec_parameters_free(&parameters); }
-};
 using Layout = AVAssetWriterPixelConverter::Layout;
 
 /// How one codec's encoder is called.
@@ -251,7 +249,7 @@ private:
     }
 
     CodecPtr context_;
-    std::unique_ptr<AVCodecParameters, FreeParameters> parameters_;
+    Handle<AVCodecParameters, avcodec_parameters_free> parameters_;
     FramePtr frame_;
     PacketPtr packet_;
     std::unique_ptr<AVAssetWriterPixelConverter> converter_;

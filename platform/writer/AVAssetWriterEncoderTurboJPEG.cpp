@@ -1,3 +1,4 @@
+#include "platform/foundation/Handle.h"
 #include "platform/pixels/SharpEdges.h"
 #include "platform/writer/AVAssetWriterEncoder.h"
 
@@ -17,13 +18,6 @@ namespace {
 constexpr int kQuality = 92;
 /// Where sharp edges meet fine texture the same takes more.
 constexpr int kQualityOfSharpEdges = 96;
-
-struct DestroyCompressor {
-    void operator()(void* compressor) const { tjDestroy(compressor); }
-};
-struct FreeParameters {
-    void operator()(AVCodecParameters* parameters) const { avcodec_parameters_free(&parameters); }
-};
 
 /// 4:2:0, full range, BT.601 matrix: what every decoder takes a JPEG picture for.
 class EncoderTurboJPEG final : public AVAssetWriterEncoder {
@@ -78,8 +72,8 @@ public:
     const AVCodecParameters& parameters() const override { return *parameters_; }
 
 private:
-    std::unique_ptr<void, DestroyCompressor> compressor_;
-    std::unique_ptr<AVCodecParameters, FreeParameters> parameters_;
+    Handle<void, tjDestroy> compressor_;
+    Handle<AVCodecParameters, avcodec_parameters_free> parameters_;
     /// Only the part that a picture needs is ever touched.
     std::unique_ptr<unsigned char[]> output_;
     unsigned long outputBytes_ = 0;

@@ -1,6 +1,7 @@
 #include "platform/writer/AVAssetWriterMovieFile.h"
 
 #include "platform/foundation/FileDescriptor.h"
+#include "platform/foundation/Handle.h"
 #include "platform/libav/FFmpegHandles.h"
 #include "platform/libav/LibavLog.h"
 #include "platform/media/MovieMetadata.h"
@@ -20,9 +21,6 @@ namespace platform {
 
 namespace {
 
-struct FreeFormat {
-    void operator()(AVFormatContext* format) const { avformat_free_context(format); }
-};
 struct FreeOutput {
     void operator()(AVIOContext* output) const
     {
@@ -187,7 +185,7 @@ private:
     const std::string name_;
     FileDescriptor file_;
     std::unique_ptr<AVIOContext, FreeOutput> output_;
-    std::unique_ptr<AVFormatContext, FreeFormat> format_;
+    Handle<AVFormatContext, avformat_free_context> format_;
     PacketPtr packet_;
     int writeError_ = 0;
     bool finished_ = false;

@@ -1,5 +1,7 @@
 #include "platform/writer/AVAssetWriterPixelConverter.h"
 
+#include "platform/foundation/Handle.h"
+
 #include <cstdlib>
 #include <string>
 #include <zimg.h>
@@ -8,14 +10,8 @@ namespace platform {
 
 namespace {
 
-struct FreeGraph {
-    void operator()(zimg_filter_graph* graph) const { zimg_filter_graph_free(graph); }
-};
-struct FreeMemory {
-    void operator()(void* memory) const { std::free(memory); }
-};
-using GraphPtr = std::unique_ptr<zimg_filter_graph, FreeGraph>;
-using MemoryPtr = std::unique_ptr<uint8_t, FreeMemory>;
+using GraphPtr = Handle<zimg_filter_graph, zimg_filter_graph_free>;
+using MemoryPtr = Handle<uint8_t, std::free>;
 
 constexpr size_t kAlignment = 64;
 
