@@ -115,6 +115,14 @@ std::string lastComplaint(const std::vector<std::string>& logLines)
     return {};
 }
 
+/// What the service takes for a quality: a height of its table, or 0 for its own rule.
+int64_t qualityForService(const MovieRequest& request)
+{
+    constexpr int64_t kRuleOfSmallest = 0;
+    const auto height = static_cast<int64_t>(frameSizeForQuality(request.quality, request.photos).height);
+    return request.quality == kAutomaticQuality || request.quality == height ? height : kRuleOfSmallest;
+}
+
 bool isEndOfConnection(const platform::NSError& error)
 {
     return error.domain == platform::kNSCocoaErrorDomain && error.code == platform::kNSXPCConnectionInvalid;
@@ -327,8 +335,8 @@ bool MovieMaker::Job::send()
     VideoCreatorProxy(connection_->remoteObjectProxy())
         .createStillMotionVideoWithPhotos(
             photos, sounds, plan.totalVideoDuration.count(), plan.totalSoundtrackDuration.count(), false,
-            plan.timePerFrame.count(), request_.codec, request_.quality, request_.reducesBorders, *documentURL,
-            *saveURL, *temporaryURL,
+            plan.timePerFrame.count(), request_.codec, qualityForService(request_), request_.reducesBorders,
+            *documentURL, *saveURL, *temporaryURL,
             [mailbox = mailbox_](std::optional<platform::NSData> movie, std::optional<platform::NSError> error,
                                  bool isCancelled) {
                 {

@@ -90,6 +90,35 @@ Result<void> planMusic(const MovieWish& wish, MoviePlan& plan)
     return {};
 }
 
+platform::CGSize sizeForSmallest(const std::vector<PhotoFacts>& photos)
+{
+    platform::CGSize smallest = {std::numeric_limits<double>::max(), std::numeric_limits<double>::max()};
+    for (const PhotoFacts& photo : photos) {
+        smallest.width = std::min(smallest.width, photo.size.width);
+        smallest.height = std::min(smallest.height, photo.size.height);
+    }
+    return VideoSize::sizeCoveredBy(smallest);
+}
+
+/// One photo in five may be smaller than the frame, and one of three or four. Of two, neither is most of them.
+size_t mostSmallerPhotos(size_t count)
+{
+    return count < 3 ? 0 : std::max<size_t>(1, count / 5);
+}
+
+platform::CGSize sizeForMost(const std::vector<PhotoFacts>& photos)
+{
+    std::vector<platform::CGSize> sizes;
+    for (const PhotoFacts& photo : photos)
+        sizes.push_back(VideoSize::sizeCoveredBy({photo.size.width, photo.size.height}));
+    if (sizes.empty())
+        return VideoSize::kSizes.back();
+    // The sizes rise in both sides, so that the heights put them in order.
+    const auto chosen = sizes.begin() + static_cast<std::ptrdiff_t>(mostSmallerPhotos(sizes.size()));
+    std::ranges::nth_element(sizes, chosen, {}, &platform::CGSize::height);
+    return *chosen;
+}
+
 } // namespace
 
 Result<MoviePlan> planMovie(const MovieWish& wish)
@@ -131,16 +160,20 @@ std::optional<Seconds> MoviePlan::soundEnd() const
 
 Size frameSizeForQuality(std::int64_t quality, const std::vector<PhotoFacts>& photos)
 {
-    auto size = VideoSize::sizeNamed(quality);
-    if (!size) {
-        platform::CGSize smallest = {std::numeric_limits<double>::max(), std::numeric_limits<double>::max()};
-        for (const PhotoFacts& photo : photos) {
-            smallest.width = std::min(smallest.width, photo.size.width);
-            smallest.height = std::min(smallest.height, photo.size.height);
-        }
-        size = VideoSize::sizeCoveredBy(smallest);
-    }
-    return {size->width, size->height};
+    const auto named = VideoSize::sizeNamed(quality);
+    const platform::CGSize size = named                          ? *named
+                                  : quality == kAutomaticQuality ? sizeForMost(photos)
+                                                                 : sizeForSmallest(photos);
+    return {size.width, size.height};
+}
+
+std::vector<std::size_t> photosSmallerThanFrame(Size frame, const std::vector<PhotoFacts>& photos)
+{
+    std::vector<std::size_t> smaller;
+    for (size_t i = 0; i < photos.size(); ++i)
+        if (photos[i].size.width < frame.width || photos[i].size.height < frame.height)
+            smaller.push_back(i);
+    return smaller;
 }
 
 } // namespace stillora

@@ -204,7 +204,7 @@ std::string readQuality(const std::string& text, int64_t& quality)
     const std::vector<std::string>& words = qualityWords();
     if (std::find(words.begin(), words.end(), text) == words.end())
         return fmt::format("--quality takes {}, not \"{}\"", fmt::join(words, ", "), text);
-    quality = CreateOptions::kAutomaticQuality;
+    quality = text == kSmallestWord ? kSmallestQuality : kAutomaticQuality;
     std::from_chars(text.data(), text.data() + text.size(), quality);
     return {};
 }

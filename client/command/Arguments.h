@@ -81,7 +81,7 @@ SoundArgument soundOf(const std::string& text);
 
 /// @name Each reads the value of an option. Returns what is wrong, or nothing.
 /// @{
-/// "auto" or a height of the service's table.
+/// "auto", "smallest" or a height of the service's table.
 std::string readQuality(const std::string& text, int64_t& quality);
 /// --watermark and --no-watermark.
 std::string readWatermark(const CommandArguments& arguments, Watermark& watermark);

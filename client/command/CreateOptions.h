@@ -14,12 +14,10 @@ namespace stillora {
 
 /// The command line of `stillora create`.
 struct CreateOptions {
-    /// A quality outside the service's table: the smallest photo chooses.
-    static constexpr int64_t kAutomaticQuality = 0;
-
     /// Photos and folders, as given.
     std::vector<std::filesystem::path> photos;
     std::optional<Seconds> seconds;
+    /// As in `MovieSettings`.
     int64_t quality = kAutomaticQuality;
     bool isQualityGiven = false;
     std::string codec = "avc1";

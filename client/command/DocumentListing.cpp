@@ -124,7 +124,9 @@ std::string settingsText(const Document& document)
     std::vector<std::string> parts;
     parts.push_back(settings.fitsMusic ? "photos share the length of the music"
                                        : secondsText(settings.timePerPhoto) + " a photo");
-    parts.push_back(settings.quality > 0 ? fmt::format("quality {}", settings.quality) : "automatic quality");
+    parts.push_back(settings.quality > 0                    ? fmt::format("quality {}", settings.quality)
+                    : settings.quality == kAutomaticQuality ? "automatic quality"
+                                                            : "quality of the smallest photo");
     parts.push_back("codec " + settings.codec);
     if (settings.loopsSounds)
         parts.emplace_back("music repeats");

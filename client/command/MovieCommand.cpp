@@ -3,6 +3,7 @@
 #include <stillora/Localization.h>
 
 #include "client/Text.h"
+#include "client/command/PhotoSentence.h"
 #include "client/command/Question.h"
 #include "client/command/SoundSentence.h"
 
@@ -194,6 +195,11 @@ int MovieCommand::makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFac
     if (!plan)
         return fail(kExitUsage, plan.error().message);
 
+    if (settings.quality == kAutomaticQuality) {
+        const Size frame = frameSizeForQuality(settings.quality, wish.photos);
+        if (const std::string sentence = smallPhotosSentence(frame, wish.photos); !sentence.empty())
+            note(sentence);
+    }
     if (const std::string sentence = soundSentence(*plan, wish.sounds); !sentence.empty() && !wish.sounds.empty())
         note(sentence);
     const MovieRequest request{.photos = std::move(wish.photos),
@@ -250,6 +256,10 @@ int MovieCommand::finish(const MovieRequest& request, const Result<Movie>& outco
     else
         result.addNull("fadeStart");
     result.add("width", static_cast<int64_t>(size.width)).add("height", static_cast<int64_t>(size.height));
+    std::vector<std::string> smaller;
+    for (const size_t photo : photosSmallerThanFrame(size, request.photos))
+        smaller.push_back(request.photos[photo].path.native());
+    result.add("smallerThanFrame", smaller);
     result.add("codec", request.codec).add("web", request.use == MovieUse::Web);
     result.add("bytes", static_cast<int64_t>(bytes)).add("damagedPhotos", asJSON(damagedOf(request.photos)));
     result.add("faults", outcome->faults);

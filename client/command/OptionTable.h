@@ -80,7 +80,10 @@ const CommandForm& commandForm(std::string_view name);
 /// --help, which every command has.
 const Option& helpOption();
 
-/// What --quality takes: "auto", then the heights of the service's table.
+/// For `kSmallestQuality`.
+inline constexpr std::string_view kSmallestWord = "smallest";
+
+/// What --quality takes: "auto", "smallest", then the heights of the service's table.
 const std::vector<std::string>& qualityWords();
 
 } // namespace stillora

@@ -33,11 +33,20 @@ inline constexpr Seconds kMaxTimePerPhoto{3600};
 inline constexpr std::array<std::string_view, 9> kMovieCodecs{"avc1", "hvc1", "jpeg", "apcn", "ap4h",
                                                               "apch", "apcs", "apco", "ap4x"};
 
+/// The height that suits most photos: the largest that at least four fifths of them cover, each in width and height; of
+/// three and of four photos, all but one. So fourteen photos of 3000 x 2000 and one of 1200 x 1600 make a movie of
+/// 2560 x 1440. Never less than `kSmallestQuality` chooses.
+inline constexpr std::int64_t kAutomaticQuality = 0;
+/// The largest height that the smallest width and the smallest height of all photos cover: of the fifteen photos above,
+/// 854 x 480. Any value that is no height of the table does the same.
+inline constexpr std::int64_t kSmallestQuality = -1;
+
 /// How a movie is to be made of its photos and sounds, as a document keeps it.
 struct MovieSettings {
     Seconds timePerPhoto = kDefaultTimePerPhoto;
-    /// A height of the service's size table; any other value chooses by the smallest photo.
-    std::int64_t quality = 0;
+    /// A height of the service's size table (240, 360, 480, 720, 1080, 1440 or 2160), `kAutomaticQuality` or
+    /// `kSmallestQuality`.
+    std::int64_t quality = kAutomaticQuality;
     /// One of `kMovieCodecs`.
     std::string codec = "avc1";
     bool loopsSounds = false;
@@ -121,9 +130,13 @@ struct MoviePlan {
 /// @return an error if what is wanted cannot be made
 STILLORA_EXPORT Result<MoviePlan> planMovie(const MovieWish& wish);
 
-/// The frame size that the service chooses for a quality: a row of its table, or for any other value the largest row
-/// that the smallest photo fills.
+/// The size of a movie's frames.
+/// @param quality  as in `MovieSettings`
 STILLORA_EXPORT Size frameSizeForQuality(std::int64_t quality, const std::vector<PhotoFacts>& photos);
+
+/// Indexes of the photos that are narrower or lower than the frame. They are not enlarged: what they leave of it is
+/// black.
+STILLORA_EXPORT std::vector<std::size_t> photosSmallerThanFrame(Size frame, const std::vector<PhotoFacts>& photos);
 /// @}
 
 /// @name Making
@@ -143,8 +156,8 @@ struct MovieRequest {
     MoviePlan plan;
     /// One of `kMovieCodecs`.
     std::string codec = "avc1";
-    /// A height of the service's size table; any other value chooses by the smallest photo.
-    std::int64_t quality = 0;
+    /// As in `MovieSettings`.
+    std::int64_t quality = kAutomaticQuality;
     bool reducesBorders = false;
     /// Names the movie; without a fault (`faultOfTitle`).
     std::string title;

@@ -2,6 +2,7 @@
 
 #include <stillora/Error.h>
 #include <stillora/Export.h>
+#include <stillora/Movie.h>
 #include <stillora/Photos.h>
 #include <stillora/Types.h>
 
@@ -16,7 +17,7 @@ namespace stillora {
 /// How a photo is to be shown as a frame.
 struct FrameStyle {
     /// As in `MovieSettings`.
-    std::int64_t quality = 0;
+    std::int64_t quality = kAutomaticQuality;
     bool reducesBorders = false;
     /// Outline the faces that are found.
     bool showsFaces = false;

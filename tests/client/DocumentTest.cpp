@@ -495,6 +495,24 @@ TEST_F(DocumentTest, SettingsAreKept)
     EXPECT_FALSE(propertyList().at("settings").objectForKey("drawsWatermark"));
 }
 
+TEST_F(DocumentTest, KeepsTheQualityAsANumberThatEarlierProgramsTakeForTheSmallestPhoto)
+{
+    auto document = created();
+    EXPECT_EQ(document->settings().quality, kAutomaticQuality);
+    MovieSettings settings;
+    settings.quality = kSmallestQuality;
+    document->setSettings(settings);
+    ASSERT_TRUE(document->save());
+    EXPECT_EQ(loaded()->settings().quality, kSmallestQuality);
+    // They know every number but the heights as the rule of the smallest photo.
+    EXPECT_EQ(*propertyList().at("settings").objectForKey<int64_t>("quality"), -1);
+    settings.quality = kAutomaticQuality;
+    document->setSettings(settings);
+    ASSERT_TRUE(document->save());
+    EXPECT_EQ(*propertyList().at("settings").objectForKey<int64_t>("quality"), 0);
+    EXPECT_THAT(loaded()->settingFaults(), IsEmpty());
+}
+
 TEST_F(DocumentTest, SettingsThatCannotBeUsedAreToldAndKept)
 {
     makeDocument();

@@ -159,6 +159,23 @@ TEST_F(MovieMakerTest, TellsTheServiceOfTheWatermark)
     }
 }
 
+TEST_F(MovieMakerTest, SendsTheHeightThatSuitsMostPhotosAndTheRuleOfTheSmallestAsNone)
+{
+    const auto sent = [this](int64_t quality) {
+        setenv("PRETENDED_SERVICE", "fails", 1);
+        MovieRequest request = requestOf(6);
+        request.photos[2].size = {1200, 1600};
+        request.quality = quality;
+        EXPECT_EQ(kindOf(maker_.makeMovie(request, listener_)), Kind::Failed);
+        const auto record = recordedRequest();
+        return record.count("quality") ? record.find("quality")->second : "missing";
+    };
+    EXPECT_EQ(sent(kAutomaticQuality), "2160");
+    EXPECT_EQ(sent(kSmallestQuality), "0");
+    EXPECT_EQ(sent(1234), "0");
+    EXPECT_EQ(sent(240), "240");
+}
+
 TEST_F(MovieMakerTest, SendsTheSoundAsItWasPlanned)
 {
     setenv("PRETENDED_SERVICE", "fails", 1);

@@ -273,23 +273,77 @@ TEST(MoviePlan, SharesTheMusicAmongThePhotosWhenFitting)
     EXPECT_NEAR(ticks, std::round(ticks), 1e-6) << "whole ticks of the picture track";
 }
 
-TEST(MoviePlan, ChoosesTheFrameSizeAsTheServiceDoes)
+Size size(int64_t quality, const std::vector<Size>& sizes)
 {
-    const auto size = [](int64_t quality, std::vector<Size> sizes) {
-        std::vector<PhotoFacts> list;
-        for (const Size& each : sizes)
-            list.push_back({"", each, 0});
-        return frameSizeForQuality(quality, list);
-    };
+    std::vector<PhotoFacts> list;
+    for (const Size& each : sizes)
+        list.push_back({"", each, 0});
+    return frameSizeForQuality(quality, list);
+}
+
+TEST(MoviePlan, ChoosesTheFrameSizeOfTheSmallestPhotoAsTheServiceDoes)
+{
     EXPECT_EQ(size(720, {{100, 100}}), (Size{1280, 720}));
     EXPECT_EQ(size(480, {}), (Size{854, 480}));
-    EXPECT_EQ(size(0, {{4000, 3000}, {1000, 2000}}), (Size{854, 480}));
+    EXPECT_EQ(size(kSmallestQuality, {{4000, 3000}, {1000, 2000}}), (Size{854, 480}));
     EXPECT_EQ(size(100, {{1920, 1080}}), (Size{1920, 1080}));
     EXPECT_EQ(size(-1, {{1919, 1080}}), (Size{1280, 720}));
-    EXPECT_EQ(size(0, {{1280, 720}}), (Size{1280, 720}));
-    EXPECT_EQ(size(0, {{10, 10}}), (Size{320, 240}));
-    EXPECT_EQ(size(0, {{9000, 9000}}), (Size{3840, 2160}));
-    EXPECT_EQ(size(0, {}), (Size{3840, 2160}));
+    EXPECT_EQ(size(-1, {{1280, 720}}), (Size{1280, 720}));
+    EXPECT_EQ(size(-1, {{10, 10}}), (Size{320, 240}));
+    EXPECT_EQ(size(-1, {{9000, 9000}}), (Size{3840, 2160}));
+    EXPECT_EQ(size(-1, {}), (Size{3840, 2160}));
+    EXPECT_EQ(size(-1, {{3000, 500}, {500, 3000}}), (Size{320, 240})) << "the width of one and the height of the other";
+}
+
+TEST(MoviePlan, ChoosesTheFrameSizeThatMostPhotosCover)
+{
+    const auto mixed = [](size_t large, size_t small) {
+        std::vector<Size> sizes(large, {3000, 2000});
+        sizes.insert(sizes.begin() + static_cast<std::ptrdiff_t>(large / 2), small, {1200, 1600});
+        return size(kAutomaticQuality, sizes);
+    };
+    constexpr Size kForLarge{2560, 1440};
+    constexpr Size kForSmall{854, 480};
+    const struct {
+        size_t large;
+        size_t small;
+        Size size;
+    } rows[] = {
+        {14, 1, kForLarge}, {15, 0, kForLarge}, {0, 1, kForSmall},  {1, 1, kForSmall},     {2, 1, kForLarge},
+        {3, 1, kForLarge},  {2, 2, kForSmall},  {1, 2, kForSmall},  {4, 1, kForLarge},     {7, 2, kForSmall},
+        {8, 2, kForLarge},  {12, 3, kForLarge}, {11, 3, kForSmall}, {400, 100, kForLarge}, {399, 101, kForSmall},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(mixed(row.large, row.small), row.size) << row.large << " and " << row.small;
+    EXPECT_EQ(size(kAutomaticQuality, {}), (Size{3840, 2160}));
+    EXPECT_EQ(size(kAutomaticQuality, {{10, 10}}), (Size{320, 240}));
+}
+
+TEST(MoviePlan, ChoosesByEachPhotosOwnSidesNotByTheSmallestOfEach)
+{
+    EXPECT_EQ(size(kAutomaticQuality, {{3000, 500}, {500, 3000}}), (Size{320, 240}));
+    EXPECT_EQ(size(kAutomaticQuality, {{1300, 3000}, {3000, 800}}), (Size{1280, 720}));
+}
+
+TEST(MoviePlan, NeverChoosesLessForMostThanForTheSmallest)
+{
+    // Sides of all kinds, the same in each run.
+    uint32_t state = 1;
+    const auto side = [&] { return static_cast<double>(100 + ((state = state * 1664525 + 1013904223) >> 16) % 4400); };
+    for (size_t count = 1; count <= 40; ++count) {
+        std::vector<Size> sizes;
+        for (size_t i = 0; i < count; ++i)
+            sizes.push_back({side(), side()});
+        EXPECT_GE(size(kAutomaticQuality, sizes).height, size(kSmallestQuality, sizes).height) << count;
+    }
+}
+
+TEST(MoviePlan, NamesThePhotosThatAreSmallerThanTheFrame)
+{
+    const std::vector<PhotoFacts> list{
+        {"", {1280, 720}, 0}, {"", {1279, 720}, 0}, {"", {9000, 719}, 0}, {"", {10, 10}, 0}, {"", {1300, 800}, 0}};
+    EXPECT_EQ(photosSmallerThanFrame({1280, 720}, list), (std::vector<size_t>{1, 2, 3}));
+    EXPECT_TRUE(photosSmallerThanFrame({320, 240}, {}).empty());
 }
 
 } // namespace

@@ -130,6 +130,38 @@ class CommandLineTest(stillora.TestCase):
         for grey, number in zip(greys, (1, 2, 3, 9, 10, 11)):
             self.assertAlmostEqual(grey, number * 20, delta=6)
 
+    # How large it is
+
+    def test_one_small_photo_does_not_make_the_movie_small(self):
+        small = stillora.pictures(self.folder / "small", 1, 1200, 1600)[0]
+        large = stillora.pictures(self.folder / "large", 7, 2600, 1500)
+        photos = [*large[:3], small, *large[3:]]
+        result = self.create("--json", "--seconds", "1", *photos)
+        self.assertIn("1 of 8 photos is narrower or lower than the frame of 2560 x 1440 and stands in black: "
+                      f"{small.name}\n", result.err)
+        told = json.loads(result.out.splitlines()[-1])
+        self.assertEqual((told["width"], told["height"], told["faults"]), (2560, 1440, []))
+        self.assertEqual(told["smallerThanFrame"], [str(small)])
+        video = stillora.probe(told["movie"])["video"][0]
+        self.assertEqual((video["width"], video["height"]), (2560, 1440))
+        # As high as the frame, and black on both sides.
+        shown = stillora.frame(told["movie"], 3, 64, 36)
+        columns = [max(shown[3 * (18 * 64 + x):3 * (18 * 64 + x) + 3]) for x in range(64)]
+        self.assertLess(max(*columns[:17], *columns[48:]), 24)
+        self.assertGreater(min(columns[20:44]), 60)
+
+    def test_the_smallest_photo_decides_where_that_is_wanted(self):
+        photos = stillora.pictures(self.folder / "large", 4, 1280, 720)
+        photos += stillora.pictures(self.folder / "small", 1, 640, 360)
+        for quality, height, word in (("auto", 720, "narrower"), ("smallest", 360, "")):
+            with self.subTest(quality):
+                result = self.create("--json", "--seconds", "1", "--quality", quality, *photos)
+                told = json.loads(result.out.splitlines()[-1])
+                self.assertEqual((told["height"], told["faults"]), (height, []))
+                self.assertEqual(stillora.probe(told["movie"])["video"][0]["height"], height)
+                self.assertEqual("narrower" in result.err, bool(word), result.err)
+                self.assertEqual(told["smallerThanFrame"], [str(photos[-1])] if word else [])
+
     # How it ends
 
     def start(self, *arguments):

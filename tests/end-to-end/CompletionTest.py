@@ -117,7 +117,7 @@ class CompletionTest(stillora.TestCase):
         self.assertOffers(["document", "new", "--seconds", "2", "T"], "Trip.stillora")
 
     def test_values_of_options_are_offered(self):
-        qualities = ["auto", "240", "360", "480", "720", "1080", "1440", "2160"]
+        qualities = ["auto", "smallest", "240", "360", "480", "720", "1080", "1440", "2160"]
         self.assertOffers(["create", "--quality", ""], *qualities)
         self.assertOffers(["create", "--quality", "="], *qualities)
         self.assertOffers(["create", "--quality", "=", "14"], "1440")

@@ -53,7 +53,7 @@ TEST(CommandLine, HasTheDefaultsThatTheHelpTells)
     EXPECT_THAT(options.photos, ElementsAre("a.jpg"));
     EXPECT_FALSE(options.seconds);
     EXPECT_EQ(options.codec, "avc1");
-    EXPECT_EQ(options.quality, CreateOptions::kAutomaticQuality);
+    EXPECT_EQ(options.quality, kAutomaticQuality);
     EXPECT_FALSE(options.reducesBorders || options.isJSON || options.isQuiet || options.skipsBad);
     EXPECT_FALSE(options.title || options.saveFolder);
 }
@@ -92,7 +92,8 @@ TEST(CommandLine, KnowsEveryQualityOfTheTable)
 {
     for (const int64_t quality : {240, 360, 480, 720, 1080, 1440, 2160})
         EXPECT_EQ(created({"create", "a", "--quality", std::to_string(quality)}).quality, quality);
-    EXPECT_EQ(created({"create", "a", "--quality", "auto"}).quality, CreateOptions::kAutomaticQuality);
+    EXPECT_EQ(created({"create", "a", "--quality", "auto"}).quality, kAutomaticQuality);
+    EXPECT_EQ(created({"create", "a", "--quality", "smallest"}).quality, kSmallestQuality);
 }
 
 TEST(CommandLine, TakesTheExtensionOffATitle)
@@ -163,7 +164,8 @@ TEST(CommandLine, RefusesWhatItCannotUseAndSaysWhy)
         {{"create", "a", "--seconds", "inf"}, "\"inf\""},
         {{"create", "a", "--seconds", "1e99"}, "\"1e99\""},
         {{"create", "a", "--seconds", ""}, "\"\""},
-        {{"create", "a", "--quality", "1081"}, "--quality takes auto, 240, 360, 480, 720, 1080, 1440, 2160, not"},
+        {{"create", "a", "--quality", "1081"},
+         "--quality takes auto, smallest, 240, 360, 480, 720, 1080, 1440, 2160, not"},
         {{"create", "a", "--quality", "1080p"}, "\"1080p\""},
         {{"create", "a", "--codec", "h264"}, "--codec takes avc1, hvc1, jpeg, apcn, ap4h, apch, apcs, apco, ap4x, not"},
         {{"create", "a", "--codec", ""}, "--codec"},

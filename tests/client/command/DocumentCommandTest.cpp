@@ -217,6 +217,14 @@ TEST_F(DocumentCommand, MakesADocumentOfAFolderOfPhotosAndSongs)
     EXPECT_THAT(list.out, Not(HasSubstr(" \n")));
 }
 
+TEST_F(DocumentCommand, TellsWhoseHeightTheMovieHas)
+{
+    made({"--quality", "smallest"});
+    const Result list = run({"list", document()});
+    EXPECT_THAT(list.out, HasSubstr("  4 s a photo, quality of the smallest photo, codec avc1\n"));
+    EXPECT_THAT(run({"list", document(), "--json"}).out, HasSubstr(R"("quality": -1, )"));
+}
+
 TEST_F(DocumentCommand, TellsItsResultAsJSON)
 {
     const Result result = made({"--json"});

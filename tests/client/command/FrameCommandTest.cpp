@@ -106,7 +106,7 @@ TEST(FrameCommandLine, HasTheDefaultsThatTheHelpTells)
     const FrameOptions options = framed({"frame", "a.jpg", "-o", "b.png"});
     EXPECT_EQ(options.photo, "a.jpg");
     EXPECT_EQ(options.output, "b.png");
-    EXPECT_EQ(options.quality, CreateOptions::kAutomaticQuality);
+    EXPECT_EQ(options.quality, kAutomaticQuality);
     EXPECT_FALSE(options.reducesBorders || options.showsFaces);
     EXPECT_EQ(options.watermark, Watermark::Usual);
 }
@@ -118,6 +118,7 @@ TEST(FrameCommandLine, ReadsEveryOption)
     EXPECT_EQ(options.photo, "a.jpg");
     EXPECT_EQ(options.output, "b.png");
     EXPECT_EQ(options.quality, 720);
+    EXPECT_EQ(framed({"frame", "--quality", "smallest", "-o", "b.png", "a.jpg"}).quality, kSmallestQuality);
     EXPECT_TRUE(options.reducesBorders && options.showsFaces);
     EXPECT_EQ(framed({"frame", "a.jpg", "-o", "b.png", "--no-watermark"}).watermark, Watermark::Absent);
     EXPECT_EQ(framed({"frame", "a.jpg", "-o", "b.png", "--watermark"}).watermark, Watermark::Drawn);
@@ -129,14 +130,15 @@ TEST(FrameCommandLine, SaysWhatIsWrong)
         Arguments arguments;
         std::string sentence;
     };
-    for (const Case& each : {Case{{"frame", "-o", "b.png"}, "no photo was given"},
-                             Case{{"frame", "", "-o", "b.png"}, "no photo was given"},
-                             Case{{"frame", "a.jpg"}, "-o takes the path of the PNG file to be made"},
-                             Case{{"frame", "a.jpg", "-o", ""}, "-o takes the path of the PNG file to be made"},
-                             Case{{"frame", "a.jpg", "-o", "b.png", "--quality", "700"}, "--quality takes auto, 240"},
-                             Case{{"frame", "a.jpg", "b.jpg", "-o", "c.png"}, "b.jpg"},
-                             Case{{"frame", "a.jpg", "-o", "b.png", "--watermark", "--no-watermark"}, "contradict"},
-                             Case{{"frame", "a.jpg", "-o", "b.png", "--seconds", "3"}, "--seconds"}}) {
+    for (const Case& each :
+         {Case{{"frame", "-o", "b.png"}, "no photo was given"},
+          Case{{"frame", "", "-o", "b.png"}, "no photo was given"},
+          Case{{"frame", "a.jpg"}, "-o takes the path of the PNG file to be made"},
+          Case{{"frame", "a.jpg", "-o", ""}, "-o takes the path of the PNG file to be made"},
+          Case{{"frame", "a.jpg", "-o", "b.png", "--quality", "700"}, "--quality takes auto, smallest, 240"},
+          Case{{"frame", "a.jpg", "b.jpg", "-o", "c.png"}, "b.jpg"},
+          Case{{"frame", "a.jpg", "-o", "b.png", "--watermark", "--no-watermark"}, "contradict"},
+          Case{{"frame", "a.jpg", "-o", "b.png", "--seconds", "3"}, "--seconds"}}) {
         SCOPED_TRACE(each.sentence);
         const CommandLineAnswer answer = answered(each.arguments);
         EXPECT_EQ(answer.exitStatus, kExitUsage);
