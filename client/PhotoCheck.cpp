@@ -40,6 +40,12 @@ struct Findings {
     size_t done GUARDED_BY(lock) = 0;
 };
 
+std::chrono::sys_time<std::chrono::nanoseconds> timeOf(const timespec& time)
+{
+    return std::chrono::sys_time<std::chrono::nanoseconds>(std::chrono::seconds(time.tv_sec) +
+                                                           std::chrono::nanoseconds(time.tv_nsec));
+}
+
 Findings::Finding lookInto(const PhotoCandidate& candidate)
 {
     Findings::Finding finding;
@@ -83,6 +89,9 @@ Findings::Finding lookInto(const PhotoCandidate& candidate)
     finding.facts.size = isTurned ? Size{height, width} : Size{width, height};
     finding.facts.fileSize = status.st_size;
     finding.facts.isCutOff = source->isCutOff();
+    if (const auto& taken = properties->origin.taken)
+        finding.facts.taken = DateTaken{taken->clock, taken->offset};
+    finding.facts.modified = timeOf(status.st_mtim);
     finding.kind = Findings::Kind::Good;
     return finding;
 }

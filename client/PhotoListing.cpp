@@ -1,5 +1,7 @@
 #include <stillora/Photos.h>
 
+#include <stillora/Document.h>
+
 #include "client/FileReason.h"
 #include "client/Text.h"
 #include "platform/files/NSURL.h"
@@ -9,6 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <memory>
+#include <optional>
 #include <string_view>
 
 #include <dirent.h>
@@ -55,56 +58,111 @@ void addNote(PhotoListing& listing, std::string note)
         listing.notes.push_back(std::move(note));
 }
 
-void listFolder(const std::string& path, size_t index, FolderSounds sounds, PhotoListing& listing)
+/// How many things in a folder were not listed.
+struct PassedOver {
+    size_t folders = 0;
+    size_t others = 0;
+};
+
+/// A link may lead back to a folder that it is in; a document's photos are copies of others.
+bool isLookedInto(const std::string& path, const std::string& extension)
+{
+    struct stat status = {};
+    return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && extension != kDocumentExtension;
+}
+
+/// The names of what is not hidden, in natural order; nothing if the folder cannot be read, as errno says.
+std::optional<std::vector<std::string>> namesIn(const std::string& path)
 {
     const std::unique_ptr<DIR, CloseFolder> folder(opendir(path.c_str()));
-    if (!folder) {
-        listing.bad.push_back({path, fmt::format("the folder cannot be read: {}", reasonOfErrno(errno)), index});
-        return;
-    }
+    if (!folder)
+        return std::nullopt;
     std::vector<std::string> names;
     while (const dirent* entry = readdir(folder.get()))
         if (entry->d_name[0] != '.')
             names.emplace_back(entry->d_name);
     std::sort(names.begin(), names.end(), isBeforeInNaturalOrder);
+    return names;
+}
 
-    const auto found = [&listing] { return listing.candidates.size() + listing.sounds.size(); };
-    const size_t before = found();
-    size_t folders = 0;
-    size_t others = 0;
-    for (const std::string& name : names) {
-        const std::string file = joined(path, name);
-        const std::string extension = platform::lowercaseASCII(platform::pathExtension(name));
+/// Lists the files of one argument's folder.
+class FolderLister final {
+public:
+    FolderLister(size_t index, FolderSounds sounds, InnerFolders folders, PhotoListing& listing)
+        : index_(index), sounds_(sounds), folders_(folders), listing_(listing)
+    {}
+
+    void list(const std::string& path)
+    {
+        const auto names = namesIn(path);
+        if (!names) {
+            listing_.bad.push_back({path, fmt::format("the folder cannot be read: {}", reasonOfErrno(errno)), index_});
+            return;
+        }
+        std::vector<std::string> inner;
+        for (const std::string& name : *names)
+            listEntry(joined(path, name), platform::lowercaseASCII(platform::pathExtension(name)), inner);
+        for (const std::string& folder : inner)
+            list(folder);
+    }
+
+    const PassedOver& passedOver() const { return passedOver_; }
+
+private:
+    void listEntry(const std::string& file, const std::string& extension, std::vector<std::string>& inner)
+    {
         struct stat status = {};
         const bool exists = stat(file.c_str(), &status) == 0;
         if (exists && S_ISDIR(status.st_mode)) {
-            ++folders;
+            if (folders_ == InnerFolders::Listed && isLookedInto(file, extension))
+                inner.push_back(file);
+            else
+                ++passedOver_.folders;
         } else if (isPictureExtension(extension)) {
             // A dangling link with a picture's name is a photo that the user would miss.
-            listing.candidates.push_back({file, PhotoCandidate::Origin::FoundAsPicture});
-        } else if (sounds == FolderSounds::Listed && isSoundExtension(extension)) {
-            listing.sounds.push_back(file);
+            listing_.candidates.push_back({file, PhotoCandidate::Origin::FoundAsPicture});
+        } else if (sounds_ == FolderSounds::Listed && isSoundExtension(extension)) {
+            listing_.sounds.push_back(file);
         } else if (!exists || !S_ISREG(status.st_mode) || contains(kOtherExtensions, extension)) {
-            ++others;
+            ++passedOver_.others;
         } else {
-            listing.candidates.push_back({file, PhotoCandidate::Origin::FoundAsFile});
+            listing_.candidates.push_back({file, PhotoCandidate::Origin::FoundAsFile});
         }
     }
+
+    const size_t index_;
+    const FolderSounds sounds_;
+    const InnerFolders folders_;
+    PhotoListing& listing_;
+    PassedOver passedOver_;
+};
+
+void listFolder(const std::string& path, size_t index, FolderSounds sounds, InnerFolders folders, PhotoListing& listing)
+{
+    const auto found = [&listing] { return listing.candidates.size() + listing.sounds.size(); };
+    const size_t before = found();
+    const size_t badBefore = listing.bad.size();
+    FolderLister lister(index, sounds, folders, listing);
+    lister.list(path);
+    const PassedOver& passed = lister.passedOver();
     if (found() == before) {
-        listing.bad.push_back(
-            {path,
-             sounds == FolderSounds::Listed ? "the folder holds no photos and no sounds" : "the folder holds no photos",
-             index});
+        // A folder that cannot be read is told already.
+        if (listing.bad.size() == badBefore)
+            listing.bad.push_back({path,
+                                   sounds == FolderSounds::Listed ? "the folder holds no photos and no sounds"
+                                                                  : "the folder holds no photos",
+                                   index});
         return;
     }
-    if (others > 0)
-        addNote(listing, fmt::format("{}: {} passed over", path,
-                                     others == 1 ? "1 file that is no photo was"
-                                                 : fmt::format("{} files that are no photos were", others)));
-    if (folders > 0)
+    if (passed.others > 0)
         addNote(listing,
-                fmt::format("{}: {} not looked into", path,
-                            folders == 1 ? "1 folder inside was" : fmt::format("{} folders inside were", folders)));
+                fmt::format("{}: {} passed over", path,
+                            passed.others == 1 ? "1 file that is no photo was"
+                                               : fmt::format("{} files that are no photos were", passed.others)));
+    if (passed.folders > 0)
+        addNote(listing, fmt::format("{}: {} not looked into", path,
+                                     passed.folders == 1 ? "1 folder inside was"
+                                                         : fmt::format("{} folders inside were", passed.folders)));
 }
 
 } // namespace
@@ -119,7 +177,7 @@ bool isSoundExtension(const std::string& extension)
     return contains(kSoundExtensions, platform::lowercaseASCII(extension));
 }
 
-PhotoListing listPhotos(const std::vector<std::filesystem::path>& arguments, FolderSounds sounds)
+PhotoListing listPhotos(const std::vector<std::filesystem::path>& arguments, FolderSounds sounds, InnerFolders folders)
 {
     PhotoListing listing;
     for (size_t i = 0; i < arguments.size(); ++i) {
@@ -128,7 +186,7 @@ PhotoListing listPhotos(const std::vector<std::filesystem::path>& arguments, Fol
         if (stat(argument.c_str(), &status) != 0)
             listing.bad.push_back({argument, reasonOfErrno(errno), i});
         else if (S_ISDIR(status.st_mode))
-            listFolder(argument, i, sounds, listing);
+            listFolder(argument, i, sounds, folders, listing);
         else
             listing.candidates.push_back({argument, PhotoCandidate::Origin::Named});
     }

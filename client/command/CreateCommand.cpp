@@ -29,7 +29,7 @@ std::string noPhotosIn(const std::vector<std::filesystem::path>& places)
 int runCreateCommand(const CreateOptions& options)
 {
     MovieCommand command({.isJSON = options.isJSON, .isQuiet = options.isQuiet, .product = "movie"});
-    PhotoListing listing = listPhotos(options.photos);
+    PhotoListing listing = listPhotos(options.photos, FolderSounds::PassedOver, options.innerFolders);
     for (const std::string& text : listing.notes)
         command.note(text);
     CheckedPhotos checked = checkPhotos(
@@ -61,6 +61,7 @@ int runCreateCommand(const CreateOptions& options)
         command.note(fmt::format("left out: {}: {}", photo.path.native(), photo.reason));
     if (checked.good.empty())
         return command.fail(kExitBadInput, bad.empty() ? noPhotosIn(options.photos) : "no photo can be used");
+    checked.good = command.sorted(std::move(checked.good), options.order);
     const std::string title = options.title.value_or(titleForPhotos(checked.good));
     return command.makeMovie(std::move(checked.good), std::move(sounds.good), settingsOf(options), title, std::nullopt,
                              options.saveFolder, options.use);

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <ranges>
 #include <string_view>
 
 #include <fmt/format.h>
@@ -73,6 +74,16 @@ std::string readHeight(const std::string& text, CreateOptions& options)
     options.isQualityGiven = true;
     return readQuality(text, options.quality);
 }
+
+std::string readSort(const std::string& text, CreateOptions& options)
+{
+    const auto& words = sortWords();
+    const auto word = std::ranges::find(words, text, &std::pair<std::string, PhotoSort>::first);
+    if (word == words.end())
+        return fmt::format("--sort takes {}, not \"{}\"", fmt::join(words | std::views::keys, ", "), text);
+    options.order.sort = word->second;
+    return {};
+}
 /// @}
 
 struct ValueReader {
@@ -80,13 +91,14 @@ struct ValueReader {
     std::string (*read)(const std::string& text, CreateOptions& options);
 };
 
-constexpr std::array<ValueReader, 6> kValueReaders{{
+constexpr std::array<ValueReader, 7> kValueReaders{{
     {"seconds", readSeconds},
     {"quality", readHeight},
     {"codec", readCodec},
     {"title", readTitle},
     {"soundtrack", readSound},
     {"save", readSaveFolder},
+    {"sort", readSort},
 }};
 
 } // namespace
@@ -107,6 +119,9 @@ std::string readMovieOptions(const CommandArguments& arguments, CreateOptions& o
     options.skipsBad = arguments.has("skip-bad");
     options.isJSON = arguments.has("json");
     options.isQuiet = arguments.has("quiet");
+    options.order.isReversed = arguments.has("reverse");
+    if (arguments.has("recursive"))
+        options.innerFolders = InnerFolders::Listed;
     if (options.fitsMusic && options.loopsSounds)
         return "--fit-music leaves nothing to --loop";
     if (options.fitsMusic && options.seconds)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <stillora/Movie.h>
+#include <stillora/Photos.h>
 #include <stillora/Sounds.h>
 
 #include "client/command/Arguments.h"
@@ -35,6 +36,8 @@ struct CreateOptions {
     bool isJSON = false;
     bool isQuiet = false;
     bool skipsBad = false;
+    PhotoOrder order;
+    InnerFolders innerFolders = InnerFolders::PassedOver;
 };
 
 /// The settings that the options stand for.

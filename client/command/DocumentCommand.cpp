@@ -74,7 +74,7 @@ Filling fillingOf(const DocumentFillOptions& options, MovieCommand& command)
             sounds.push_back(sound);
             continue;
         }
-        PhotoListing listing = listPhotos({file}, FolderSounds::Listed);
+        PhotoListing listing = listPhotos({file}, FolderSounds::Listed, options.movie.innerFolders);
         std::move(listing.candidates.begin(), listing.candidates.end(), std::back_inserter(candidates));
         std::move(listing.bad.begin(), listing.bad.end(), std::back_inserter(filling.badPhotos));
         for (const std::string& text : listing.notes)
@@ -97,6 +97,7 @@ Filling fillingOf(const DocumentFillOptions& options, MovieCommand& command)
     if (options.movie.skipsBad)
         std::ranges::move(MovieCommand::takeOutDamaged(filling.photos), std::back_inserter(filling.badPhotos));
     command.noteDamaged(filling.photos);
+    filling.photos = command.sorted(std::move(filling.photos), options.movie.order);
     CheckedSounds checkedSounds = checkSounds(sounds);
     filling.badSounds = std::move(checkedSounds.bad);
     filling.sounds = std::move(checkedSounds.good);

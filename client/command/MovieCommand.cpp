@@ -164,6 +164,14 @@ MovieCommand::BadInput MovieCommand::decideOnBadInput(const std::vector<BadFile>
     return BadInput::Refused;
 }
 
+std::vector<PhotoFacts> MovieCommand::sorted(std::vector<PhotoFacts> photos, PhotoOrder order)
+{
+    SortedPhotos result = sortPhotos(std::move(photos), order);
+    if (const std::string sentence = undatedSentence(result); !sentence.empty())
+        note(sentence);
+    return std::move(result.photos);
+}
+
 int MovieCommand::refuseBadInput(const std::vector<BadFile>& photos, const std::vector<BadFile>& sounds,
                                  std::string_view hint)
 {

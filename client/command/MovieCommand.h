@@ -69,6 +69,9 @@ public:
     /// @return whether to go on
     bool photosChecked(size_t done, size_t total);
 
+    /// Photos in their order; tells of those that do not say when they were taken.
+    std::vector<PhotoFacts> sorted(std::vector<PhotoFacts> photos, PhotoOrder order);
+
     /// @name More ends of a command: each tells it, and returns the program's exit status
     /// @{
     int stopped() { return CommandOutput::stopped(signals_.signal()); }

@@ -51,6 +51,30 @@ struct Options {
         .offer = Offer::Words,
         .words = qualityWords(),
     };
+    const Option sort{
+        .name = "sort",
+        .value = "BY",
+        .help = "show photos by name, by the date they were taken, or as given (default: given)",
+        .more =
+            "By name is natural order of the files' names, wherever they lie. By date is the moment that EXIF tells: "
+            "DateTimeOriginal with its fraction of a second and its offset from UTC, or else in this computer's "
+            "time zone. A photo that tells none goes by the one before it in its folder, or by the next one, in "
+            "natural order of the names; if none tells, all go by the times of their files. A line on standard "
+            "error says so. Photos of the same moment are in natural order of their folders and names.",
+        .offer = Offer::Words,
+        .words = {"name", "date", "given"},
+    };
+    const Option reverse{.name = "reverse", .help = "show photos the other way round, the last one first"};
+    const Option recursive{
+        .name = "recursive",
+        .help = "take photos of folders inside folders too",
+        .more = "They follow the folder's own, folder by folder in natural order of their names. Hidden folders, "
+                "documents and links to folders are passed over all the same.",
+    };
+    const Option recursiveItems{
+        .name = "recursive",
+        .help = "take photos and sounds of folders inside folders too",
+    };
     const Option codec{
         .name = "codec",
         .value = "NAME",
@@ -224,8 +248,8 @@ CommandText create(const Options& o)
         .summary = "make a movie of photos",
         .about = R"(Makes a movie that shows each photo for the same time. A folder stands for the
 photos in it, in natural order of their names (img2 before img10); folders in
-it, hidden files and other files are passed over. Photos may be JPEG, PNG, WebP,
-HEIC, AVIF, TIFF, GIF, BMP and JPEG 2000.
+it are passed over unless --recursive is given, hidden files and other files
+always. Photos may be JPEG, PNG, WebP, HEIC, AVIF, TIFF, GIF, BMP and JPEG 2000.
 
 The movie's path is the only line on standard output. Ctrl-C stops the work and
 leaves nothing behind; a second one does not wait for the service's answer.
@@ -234,8 +258,8 @@ leaves nothing behind; a second one does not wait for the service's answer.
         .forms = {{.operands = "PHOTO|FOLDER...",
                    .offer = Offer::Photos,
                    .options = {&o.seconds, &o.quality, &o.codec, &o.soundtrack, &o.loop, &o.fitMusic, &o.noSilence,
-                               &o.reduceBorders, &o.noWatermark, &o.watermark, &o.web, &o.title, &o.save, &o.skipBad,
-                               &o.events, &o.quiet}}},
+                               &o.sort, &o.reverse, &o.recursive, &o.reduceBorders, &o.noWatermark, &o.watermark,
+                               &o.web, &o.title, &o.save, &o.skipBad, &o.events, &o.quiet}}},
     };
 }
 
@@ -268,14 +292,15 @@ of the movie is kept in the document; what render is told holds for one movie.
                    .offer = Offer::PhotosAndSounds,
                    .startsWithDocument = true,
                    .options = {&o.seconds, &o.quality, &o.codec, &o.soundtrack, &o.loop, &o.fitMusic, &o.noSilence,
-                               &o.reduceBorders, &o.noWatermark, &o.watermark, &o.documentTitle, &o.skipBadItems,
-                               &o.events, &o.quiet}},
+                               &o.sort, &o.reverse, &o.recursiveItems, &o.reduceBorders, &o.noWatermark, &o.watermark,
+                               &o.documentTitle, &o.skipBadItems, &o.events, &o.quiet}},
                   {.verb = "add",
                    .summary = "adds photos and sounds at the end",
                    .operands = "DOCUMENT PHOTO|SOUND|FOLDER...",
                    .offer = Offer::PhotosAndSounds,
                    .startsWithDocument = true,
-                   .options = {&o.soundtrack, &o.skipBadItems, &o.events, &o.quiet}},
+                   .options = {&o.soundtrack, &o.sort, &o.reverse, &o.recursiveItems, &o.skipBadItems, &o.events,
+                               &o.quiet}},
                   {.verb = "list",
                    .summary = "shows what is in a document",
                    .operands = "DOCUMENT",
@@ -415,6 +440,13 @@ const std::vector<std::string>& qualityWords()
         all->insert(all->begin(), {"auto", std::string(kSmallestWord)});
         return all;
     }();
+    return *words;
+}
+
+const std::vector<std::pair<std::string, PhotoSort>>& sortWords()
+{
+    static const auto* const words = new std::vector<std::pair<std::string, PhotoSort>>{
+        {"name", PhotoSort::ByName}, {"date", PhotoSort::ByDate}, {"given", PhotoSort::AsGiven}};
     return *words;
 }
 

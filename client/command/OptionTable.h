@@ -1,7 +1,10 @@
 #pragma once
 
+#include <stillora/Photos.h>
+
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace stillora {
@@ -85,5 +88,8 @@ inline constexpr std::string_view kSmallestWord = "smallest";
 
 /// What --quality takes: "auto", "smallest", then the heights of the service's table.
 const std::vector<std::string>& qualityWords();
+
+/// What --sort takes, and what it means.
+const std::vector<std::pair<std::string, PhotoSort>>& sortWords();
 
 } // namespace stillora

@@ -1,6 +1,6 @@
 #include "client/command/PhotoSentence.h"
 
-#include "platform/foundation/NSURL.h"
+#include "platform/files/NSURL.h"
 
 #include <fmt/format.h>
 
@@ -34,6 +34,19 @@ std::string smallPhotosSentence(Size frame, const std::vector<PhotoFacts>& photo
                        smaller.size(), photos.size() == 1 ? "1 photo" : fmt::format("{} photos", photos.size()),
                        isOne ? "is" : "are", frame.width, frame.height, isOne ? "stands" : "stand",
                        namesOf(smaller, photos));
+}
+
+std::string undatedSentence(const SortedPhotos& sorted)
+{
+    const size_t count = sorted.undated.size();
+    if (count == 0 || sorted.photos.size() == 1)
+        return {};
+    if (count == sorted.photos.size())
+        return "no photo tells when it was taken; the photos are sorted by the times of their files";
+    return fmt::format("{} of {} photos {} not tell when {} taken and {} by the photo before in {} folder{}", count,
+                       sorted.photos.size(), count == 1 ? "does" : "do", count == 1 ? "it was" : "they were",
+                       count == 1 ? "goes" : "go", count == 1 ? "its" : "their",
+                       namesOf(sorted.undated, sorted.photos));
 }
 
 } // namespace stillora

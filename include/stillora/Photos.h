@@ -3,10 +3,12 @@
 #include <stillora/Export.h>
 #include <stillora/Types.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -42,10 +44,19 @@ struct PhotoListing {
 /// What becomes of the sound files in a folder, by their names.
 enum class FolderSounds { PassedOver, Listed };
 
-/// Files stay where the user put them; a folder stands for its files in natural name order. Folders inside it, hidden
-/// files and files of kinds that are no pictures are passed over. Opens no file.
+/// What becomes of the folders in a folder.
+enum class InnerFolders {
+    PassedOver,
+    /// Their files come after the folder's own, folder by folder in natural order of their names. Links to folders,
+    /// which may lead in a circle, hidden folders and documents are passed over all the same.
+    Listed,
+};
+
+/// Files stay where the user put them; a folder stands for its files in natural name order. Hidden files and files of
+/// kinds that are no pictures are passed over. Opens no file.
 STILLORA_EXPORT PhotoListing listPhotos(const std::vector<std::filesystem::path>& arguments,
-                                        FolderSounds sounds = FolderSounds::PassedOver);
+                                        FolderSounds sounds = FolderSounds::PassedOver,
+                                        InnerFolders folders = InnerFolders::PassedOver);
 
 /// Whether the extension (without the dot, any case) is one of the picture formats that can be shown.
 STILLORA_EXPORT bool isPictureExtension(const std::string& extension);
@@ -58,6 +69,24 @@ STILLORA_EXPORT bool isSoundExtension(const std::string& extension);
 /// all are never equal, so that a folder has one order on every machine, whatever its language.
 STILLORA_EXPORT bool isBeforeInNaturalOrder(std::string_view a, std::string_view b);
 
+/// When a photo was taken, as its camera wrote it.
+struct DateTaken {
+    /// As the clocks stood there.
+    std::chrono::local_time<std::chrono::microseconds> clock;
+    /// By how much these were ahead of UTC; nothing where the photo does not tell.
+    std::optional<std::chrono::minutes> offset;
+
+    friend bool operator==(const DateTaken&, const DateTaken&) = default;
+};
+
+/// The moment of a date; without an offset, of the time zone of this computer. Where its clocks were set back and
+/// showed a time twice, the first counts.
+STILLORA_EXPORT std::chrono::sys_time<std::chrono::microseconds> momentOf(const DateTaken& date);
+
+/// "2024-05-31T09:08:07.25+02:00", as ISO 8601 writes it; without an offset where that is not known, and with as many
+/// digits of the second as it needs.
+STILLORA_EXPORT std::string textOfDate(const DateTaken& date);
+
 /// A photo that was found good.
 struct PhotoFacts {
     std::filesystem::path path;
@@ -67,10 +96,42 @@ struct PhotoFacts {
     /// The end of the file is missing: the photo is shown as far as it goes. Seen of JPEG, PNG and GIF; of other
     /// formats such a file cannot be used.
     bool isCutOff = false;
+    /// Of EXIF; nothing where the photo tells none, or what is no date.
+    std::optional<DateTaken> taken = {};
+    /// When the file was written last.
+    std::chrono::sys_time<std::chrono::nanoseconds> modified = {};
 };
 
 /// What is wrong with a photo that is cut off, as a sentence without the path.
 STILLORA_EXPORT std::string_view reasonOfCutOffPhoto();
+
+/// What an order of photos goes by.
+enum class PhotoSort {
+    AsGiven,
+    /// Natural order of the files' names, wherever they are; of the same names, of their folders.
+    ByName,
+    /// When they were taken. A photo that does not tell goes by the one before it in its folder, in natural order of
+    /// the names, or by the next one that tells; if none tells, all go by the times of their files. At the same moment
+    /// they are in natural order of their folders and names.
+    ByDate,
+};
+
+struct PhotoOrder {
+    PhotoSort sort = PhotoSort::AsGiven;
+    /// The other way round, from last to first.
+    bool isReversed = false;
+};
+
+/// Photos in their order.
+struct SortedPhotos {
+    std::vector<PhotoFacts> photos;
+    /// Sorted by date: indexes of the photos that do not tell when they were taken.
+    std::vector<std::size_t> undated;
+};
+
+/// Opens no file.
+/// @param photos  as they were checked, in the order in which they were given
+STILLORA_EXPORT SortedPhotos sortPhotos(std::vector<PhotoFacts> photos, PhotoOrder order);
 
 /// What a look into every candidate found.
 struct CheckedPhotos {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/decoders/PhotoOrigin.h"
 #include "platform/files/NSURL.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSGeometry.h"
@@ -29,6 +30,7 @@ public:
         std::string format;
         /// Dots an inch; nothing where the file states none.
         std::optional<double> dpi;
+        PhotoOrigin origin;
 
         /// In points: pixels x 72 / dpi, or pixels where no resolution is stated.
         CGSize size() const;

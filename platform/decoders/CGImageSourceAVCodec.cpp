@@ -1,4 +1,5 @@
 #include "platform/bytes/ByteReader.h"
+#include "platform/decoders/EXIF.h"
 #include "platform/decoders/ImageDecoder.h"
 #include "platform/decoders/TIFFHeader.h"
 #include "platform/libav/FFmpegHandles.h"
@@ -96,6 +97,7 @@ private:
             properties.pixelHeight = tiff->height;
             properties.orientation = tiff->orientation;
             properties.dpi = tiff->dpi;
+            properties.origin = readTIFFOrigin(file());
             reference_ = tiff->reference;
             return true;
         }

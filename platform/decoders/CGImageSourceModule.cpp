@@ -59,7 +59,8 @@ private:
             return false;
         properties.pixelWidth = header_.width;
         properties.pixelHeight = header_.height;
-        const EXIF exif = parseEXIF({header_.exif, header_.exifLength});
+        EXIF exif = parseEXIF({header_.exif, header_.exifLength});
+        properties.origin = format_ == "tiff" ? readTIFFOrigin(file()) : std::move(exif.origin);
         if (!isHEIF_) {
             properties.orientation = exif.orientation;
             if (!properties.orientation && header_.orientation >= 1 && header_.orientation <= 8)

@@ -49,6 +49,7 @@ private:
         properties.pixelHeight = header_.height;
         properties.orientation = header_.orientation;
         properties.dpi = header_.dpi;
+        properties.origin = header_.origin;
         return true;
     }
 

@@ -3,16 +3,30 @@
 #include "platform/bytes/ByteReader.h"
 
 #include <algorithm>
+#include <array>
+#include <cmath>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace platform {
 
 namespace {
 
+constexpr uint16_t kTagMake = 0x010F;
+constexpr uint16_t kTagModel = 0x0110;
 constexpr uint16_t kTagOrientation = 0x0112;
 constexpr uint16_t kTagXResolution = 0x011A;
 constexpr uint16_t kTagResolutionUnit = 0x0128;
 constexpr uint16_t kTagExifFolder = 0x8769;
+constexpr uint16_t kTagPlaceFolder = 0x8825;
+constexpr uint16_t kTagDateTimeOriginal = 0x9003;
+constexpr uint16_t kTagOffsetTimeOriginal = 0x9011;
+constexpr uint16_t kTagSubSecTimeOriginal = 0x9291;
+constexpr uint16_t kTagLatitudeReference = 1;
+constexpr uint16_t kTagLatitude = 2;
+constexpr uint16_t kTagLongitudeReference = 3;
+constexpr uint16_t kTagLongitude = 4;
 constexpr uint16_t kTagColorSpace = 0xA001;
 constexpr uint16_t kTagInteroperabilityFolder = 0xA005;
 constexpr uint16_t kTagInteroperabilityIndex = 0x0001;
@@ -21,25 +35,26 @@ constexpr uint16_t kTypeText = 2;
 constexpr uint16_t kTypeShort = 3;
 constexpr uint16_t kTypeLong = 4;
 constexpr uint16_t kTypeRational = 5;
+constexpr uint16_t kTypeUTF8 = 129;
 constexpr size_t kEntryLength = 12;
 
 class Structure {
 public:
-    explicit Structure(std::span<const uint8_t> bytes) : bytes_(bytes)
-    {
-        const std::string_view mark(reinterpret_cast<const char*>(bytes.data()), std::min<size_t>(bytes.size(), 2));
-        isLittleEndian_ = mark == "II";
-        isValid_ = (isLittleEndian_ || mark == "MM") && number16(2) == 42;
-    }
+    explicit Structure(std::span<const uint8_t> bytes) : bytes_(bytes) { readMark(); }
+    explicit Structure(const ImageFile& file) : file_(&file) { readMark(); }
 
     bool isValid() const { return isValid_; }
     std::optional<uint16_t> number16(size_t offset) const
     {
-        return isLittleEndian_ ? littleEndian16(bytes_, offset) : bigEndian16(bytes_, offset);
+        std::array<uint8_t, 2> room{};
+        const auto bytes = read(offset, room);
+        return isLittleEndian_ ? littleEndian16(bytes, 0) : bigEndian16(bytes, 0);
     }
     std::optional<uint32_t> number32(size_t offset) const
     {
-        return isLittleEndian_ ? littleEndian32(bytes_, offset) : bigEndian32(bytes_, offset);
+        std::array<uint8_t, 4> room{};
+        const auto bytes = read(offset, room);
+        return isLittleEndian_ ? littleEndian32(bytes, 0) : bigEndian32(bytes, 0);
     }
 
     /// The entry of this tag in the folder at this place.
@@ -64,11 +79,46 @@ public:
         return found ? integer(*found) : std::nullopt;
     }
 
-    /// Whether the entry is this text of three letters, which stands in the entry itself.
-    bool isText(size_t entry, std::string_view text) const
+    /// The text of this tag in the folder at this place, up to its first zero and without spaces around it; empty where
+    /// there is none.
+    std::string text(std::optional<uint32_t> folder, uint16_t tag) const
     {
-        return number16(entry + 2) == kTypeText && number32(entry + 4) == 4u && entry + 12 <= bytes_.size() &&
-               std::string_view(reinterpret_cast<const char*>(bytes_.data()) + entry + 8, 3) == text;
+        // No camera has a longer name.
+        constexpr uint32_t kMostBytes = 256;
+        const auto found = entry(folder, tag);
+        const uint16_t type = found ? number16(*found + 2).value_or(0) : 0;
+        if (type != kTypeText && type != kTypeUTF8)
+            return {};
+        const uint32_t count = number32(*found + 4).value_or(0);
+        // Up to four bytes stand in the entry itself.
+        const auto place = count > 4 ? number32(*found + 8) : static_cast<uint32_t>(*found + 8);
+        std::vector<uint8_t> room(std::min(count, kMostBytes));
+        const auto bytes = read(place.value_or(0), room);
+        if (!place || bytes.size() < room.size())
+            return {};
+        std::string text(bytes.begin(), std::find(bytes.begin(), bytes.end(), 0));
+        constexpr std::string_view kSpaces = " \t\r\n";
+        text.erase(text.find_last_not_of(kSpaces) + 1);
+        return text.substr(std::min(text.size(), text.find_first_not_of(kSpaces)));
+    }
+
+    /// The degrees, minutes and seconds of this tag in the folder at this place, as degrees.
+    std::optional<double> degrees(std::optional<uint32_t> folder, uint16_t tag) const
+    {
+        constexpr uint32_t kParts = 3;
+        const auto found = entry(folder, tag);
+        if (!found || number16(*found + 2) != kTypeRational || number32(*found + 4) != kParts)
+            return std::nullopt;
+        const auto place = number32(*found + 8);
+        double degrees = 0;
+        double unit = 1;
+        for (size_t i = 0; i < kParts; ++i, unit *= 60) {
+            const auto part = place ? fraction(size_t{*place} + 8 * i) : std::nullopt;
+            if (!part)
+                return std::nullopt;
+            degrees += *part / unit;
+        }
+        return degrees;
     }
 
     /// The entry's value where it is one whole number.
@@ -93,17 +143,42 @@ public:
         if (number16(entry + 2) != kTypeRational)
             return std::nullopt;
         const auto offset = number32(entry + 8);
-        if (!offset)
-            return std::nullopt;
-        const auto above = number32(*offset);
-        const auto below = number32(size_t{*offset} + 4);
+        return offset ? fraction(*offset) : std::nullopt;
+    }
+
+private:
+    void readMark()
+    {
+        std::array<uint8_t, 2> room{};
+        const auto bytes = read(0, room);
+        const std::string_view mark(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+        isLittleEndian_ = mark == "II";
+        isValid_ = (isLittleEndian_ || mark == "MM") && number16(2) == 42;
+    }
+
+    /// As many bytes as there are, and as there is room for.
+    std::span<const uint8_t> read(size_t offset, std::span<uint8_t> room) const
+    {
+        if (file_) {
+            const ssize_t got = file_->readAt(offset, room.data(), room.size());
+            return room.first(got > 0 ? static_cast<size_t>(got) : 0);
+        }
+        const size_t start = std::min(offset, bytes_.size());
+        return bytes_.subspan(start, std::min(room.size(), bytes_.size() - start));
+    }
+
+    std::optional<double> fraction(size_t offset) const
+    {
+        const auto above = number32(offset);
+        const auto below = number32(offset + 4);
         if (!above || !below || *below == 0)
             return std::nullopt;
         return static_cast<double>(*above) / *below;
     }
 
-private:
+    // One of the two.
     const std::span<const uint8_t> bytes_;
+    const ImageFile* const file_ = nullptr;
     bool isLittleEndian_ = false;
     bool isValid_ = false;
 };
@@ -115,8 +190,111 @@ bool saysAdobeRGB(const Structure& structure, uint32_t firstFolder)
     const auto folder = structure.integer(firstFolder, kTagExifFolder);
     const auto space = structure.integer(folder, kTagColorSpace);
     const auto interoperability = structure.integer(folder, kTagInteroperabilityFolder);
-    const auto index = structure.entry(interoperability, kTagInteroperabilityIndex);
-    return space && *space != kSRGB && index && structure.isText(*index, "R03");
+    return space && *space != kSRGB && structure.text(interoperability, kTagInteroperabilityIndex) == "R03";
+}
+
+/// The whole number of so many digits that stands at this place of a text; nothing for anything else.
+std::optional<int> digits(std::string_view text, size_t offset, size_t count)
+{
+    if (text.size() < offset + count)
+        return std::nullopt;
+    int number = 0;
+    for (const char c : text.substr(offset, count)) {
+        if (c < '0' || c > '9')
+            return std::nullopt;
+        number = number * 10 + (c - '0');
+    }
+    return number;
+}
+
+/// "2024:05:31 09:08:07"; nothing for what is no day or no time of day, such as the zeros and spaces of a camera whose
+/// clock was never set. Some programs write hyphens and a T.
+std::optional<std::chrono::local_seconds> parseClock(std::string_view text)
+{
+    using namespace std::chrono;
+    const auto year = digits(text, 0, 4);
+    const auto month = digits(text, 5, 2);
+    const auto day = digits(text, 8, 2);
+    const auto hour = digits(text, 11, 2);
+    const auto minute = digits(text, 14, 2);
+    const auto second = digits(text, 17, 2);
+    if (!year || !month || !day || !hour || !minute || !second || *year == 0)
+        return std::nullopt;
+    const auto date = std::chrono::year(*year) / *month / *day;
+    if (!date.ok() || *hour > 23 || *minute > 59 || *second > 60)
+        return std::nullopt;
+    return local_days(date) + hours(*hour) + minutes(*minute) + seconds(*second);
+}
+
+/// The digits behind the point of a second.
+std::chrono::microseconds parseSubSeconds(std::string_view text)
+{
+    std::chrono::microseconds fraction{0};
+    std::chrono::microseconds unit{100'000};
+    for (const char c : text) {
+        if (c < '0' || c > '9')
+            break;
+        fraction += unit * (c - '0');
+        unit /= 10;
+    }
+    return fraction;
+}
+
+/// "+13:45"; nothing for what no clock on Earth shows.
+std::optional<std::chrono::minutes> parseOffset(std::string_view text)
+{
+    using std::chrono::hours;
+    using std::chrono::minutes;
+    if (text == "Z")
+        return minutes(0);
+    if (text.size() != 6 || (text[0] != '+' && text[0] != '-') || text[3] != ':')
+        return std::nullopt;
+    const auto whole = digits(text, 1, 2);
+    const auto rest = digits(text, 4, 2);
+    constexpr minutes kMost = hours(14);
+    if (!whole || !rest || *rest > 59 || hours(*whole) + minutes(*rest) > kMost)
+        return std::nullopt;
+    const minutes offset = hours(*whole) + minutes(*rest);
+    return text[0] == '-' ? -offset : offset;
+}
+
+std::optional<PhotoOrigin::Date> dateOf(const Structure& structure, std::optional<uint32_t> folder)
+{
+    const auto clock = parseClock(structure.text(folder, kTagDateTimeOriginal));
+    if (!clock)
+        return std::nullopt;
+    return PhotoOrigin::Date{*clock + parseSubSeconds(structure.text(folder, kTagSubSecTimeOriginal)),
+                             parseOffset(structure.text(folder, kTagOffsetTimeOriginal))};
+}
+
+/// Degrees with the sign that the reference gives them.
+std::optional<double> signedDegrees(std::optional<double> degrees, std::string_view reference, char positive,
+                                    char negative, double most)
+{
+    if (!degrees || *degrees > most || (reference[0] != positive && reference[0] != negative))
+        return std::nullopt;
+    return reference[0] == negative ? -*degrees : *degrees;
+}
+
+std::optional<PhotoOrigin::Place> placeOf(const Structure& structure, std::optional<uint32_t> folder)
+{
+    // With a letter more, since a text may be empty.
+    const auto reference = [&](uint16_t tag) { return structure.text(folder, tag) + ' '; };
+    const auto latitude =
+        signedDegrees(structure.degrees(folder, kTagLatitude), reference(kTagLatitudeReference), 'N', 'S', 90);
+    const auto longitude =
+        signedDegrees(structure.degrees(folder, kTagLongitude), reference(kTagLongitudeReference), 'E', 'W', 180);
+    if (!latitude || !longitude)
+        return std::nullopt;
+    return PhotoOrigin::Place{*latitude, *longitude};
+}
+
+PhotoOrigin originOf(const Structure& structure, uint32_t firstFolder)
+{
+    return {.taken = dateOf(structure, structure.integer(firstFolder, kTagExifFolder)),
+            .make = structure.text(firstFolder, kTagMake),
+            .model = structure.text(firstFolder, kTagModel),
+            .place = placeOf(structure, structure.integer(firstFolder, kTagPlaceFolder))};
 }
 
 } // namespace
@@ -155,10 +333,18 @@ EXIF parseEXIF(std::span<const uint8_t> bytes)
         }
     }
     exif.isAdobeRGB = saysAdobeRGB(structure, *folder);
+    exif.origin = originOf(structure, *folder);
     constexpr double kCentimetresPerInch = 2.54;
     if (resolution && *resolution > 0 && (unit == 2 || unit == 3))
         exif.dpi = unit == 2 ? *resolution : *resolution * kCentimetresPerInch;
     return exif;
+}
+
+PhotoOrigin readTIFFOrigin(const ImageFile& file)
+{
+    const Structure structure(file);
+    const auto folder = structure.isValid() ? structure.number32(4) : std::nullopt;
+    return folder ? originOf(structure, *folder) : PhotoOrigin();
 }
 
 } // namespace platform

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "platform/decoders/ImageFile.h"
+#include "platform/decoders/PhotoOrigin.h"
+
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -14,9 +17,14 @@ struct EXIF {
     std::optional<double> dpi;
     /// The colour space is none that EXIF knows, and the rules of interoperability name Adobe RGB.
     bool isAdobeRGB = false;
+    /// What is no date, and no place on Earth, counts as not told.
+    PhotoOrigin origin;
 };
 
 /// Reads a TIFF structure, with or without "Exif\0\0" in front. Damage gives what was read before it.
 EXIF parseEXIF(std::span<const uint8_t> bytes);
+
+/// What a TIFF file, which is such a structure itself, tells of how it was taken.
+PhotoOrigin readTIFFOrigin(const ImageFile& file);
 
 } // namespace platform

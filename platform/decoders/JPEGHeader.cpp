@@ -73,12 +73,14 @@ void readSegment(uint8_t marker, std::span<const uint8_t> segment, JPEGHeader& h
         if (density > 0 && (unit == 1 || unit == 2))
             header.dpi = unit == 1 ? density : density * kCentimetresPerInch;
     } else if (marker == kApp1 && startsWith(segment, "Exif\0\0"sv)) {
-        const EXIF read = parseEXIF(segment);
+        EXIF read = parseEXIF(segment);
         if (!exif.orientation)
             exif.orientation = read.orientation;
         if (!exif.dpi)
             exif.dpi = read.dpi;
         exif.isAdobeRGB = exif.isAdobeRGB || read.isAdobeRGB;
+        if (exif.origin == PhotoOrigin())
+            exif.origin = std::move(read.origin);
     } else if (marker == kApp2 && startsWith(segment, "ICC_PROFILE\0"sv)) {
         profile.add(segment);
     } else if (marker == kApp14 && startsWith(segment, "Adobe"sv)) {
@@ -134,6 +136,7 @@ std::optional<JPEGHeader> readJPEGHeader(ImageFile& file)
     header.length = offset;
     header.isAdobeRGB = exif.isAdobeRGB;
     header.orientation = exif.orientation;
+    header.origin = std::move(exif.origin);
     if (!header.dpi)
         header.dpi = exif.dpi;
     header.colorProfile = profile.whole();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/decoders/ImageFile.h"
+#include "platform/decoders/PhotoOrigin.h"
 
 #include <cstdint>
 #include <optional>
@@ -23,6 +24,7 @@ struct JPEGHeader {
     bool isAdobeRGB = false;
     std::optional<int> orientation;
     std::optional<double> dpi;
+    PhotoOrigin origin;
     /// Put together of its parts; empty where one is missing.
     std::vector<uint8_t> colorProfile;
 };

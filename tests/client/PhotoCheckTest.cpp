@@ -75,6 +75,37 @@ TEST_F(PhotoCheck, MeasuresTurnedPhotosUpright)
     EXPECT_EQ(checked.good[0].size, (Size{240, 320}));
 }
 
+TEST_F(PhotoCheck, ReadsWhenAPhotoWasTakenWhateverItsFormat)
+{
+    using namespace std::chrono_literals;
+    const DateTaken taken{std::chrono::local_days(std::chrono::year(2024) / 5 / 31) + 9h + 8min + 7s + 250ms, 825min};
+    const std::string tags = " -EXIF:DateTimeOriginal='2024:05:31 09:08:07' -EXIF:SubSecTimeOriginal=25"
+                             " -EXIF:OffsetTimeOriginal=+13:45 ";
+    for (const char* name : {"a.jpg", "a.png", "a.webp", "a.tiff", "a.avif"}) {
+        const std::string photo = picture(name, 320, 240);
+        ASSERT_EQ(std::system(("exiftool -q -overwrite_original" + tags + photo).c_str()), 0) << name;
+        const CheckedPhotos checked = check({photo});
+        ASSERT_THAT(checked.good, SizeIs(1)) << name;
+        EXPECT_EQ(checked.good[0].taken, taken) << name;
+    }
+}
+
+TEST_F(PhotoCheck, TellsNoDateWhereAPhotoHasNoneOrNonsense)
+{
+    const std::string bare = picture("bare.jpg", 320, 240);
+    const std::string unset = picture("unset.jpg", 320, 240);
+    const std::string bitmap = picture("a.bmp", 320, 240);
+    ASSERT_EQ(std::system(
+                  ("exiftool -q -n -overwrite_original -EXIF:DateTimeOriginal='0000:00:00 00:00:00' " + unset).c_str()),
+              0);
+    ASSERT_EQ(std::system(("touch -d '2020-02-03 04:05:06.5 UTC' " + bare).c_str()), 0);
+    const CheckedPhotos checked = check({bare, unset, bitmap});
+    ASSERT_THAT(checked.good, SizeIs(3));
+    for (const PhotoFacts& photo : checked.good)
+        EXPECT_FALSE(photo.taken) << photo.path;
+    EXPECT_EQ(checked.good[0].modified.time_since_epoch(), std::chrono::milliseconds(1'580'702'706'500));
+}
+
 TEST_F(PhotoCheck, TakesAPhotoByItsContentNotByItsName)
 {
     const std::string photo = picture("a.jpg", 320, 240);

@@ -6,6 +6,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 using namespace stillora;
 
@@ -63,6 +64,50 @@ TEST(PhotoListing, PassesOverHiddenFilesWithoutAWord)
     const PhotoListing listing = listPhotos({folder.path()});
     EXPECT_THAT(names(listing), ElementsAre("a.jpg"));
     EXPECT_THAT(listing.notes, IsEmpty());
+}
+
+TEST(PhotoListing, TakesFoldersInsideFoldersWhereTheyAreWanted)
+{
+    const TemporaryFolder folder;
+    for (const char* name : {"day10/a.jpg", "day2/evening/c.jpg", "day2/b.jpg", "x.jpg", ".hidden/h.jpg",
+                             "Kept.stillora/Resources/Photos/x.jpg", "empty/text.txt", "day2/song.mp3"})
+        folder.makeFile(name, "x");
+    std::filesystem::create_directory_symlink(folder.path(), folder.path("day2/circle"));
+    const PhotoListing listing = listPhotos({folder.path()}, FolderSounds::PassedOver, InnerFolders::Listed);
+    EXPECT_THAT(names(listing), ElementsAre("x.jpg", "b.jpg", "c.jpg", "a.jpg"));
+    EXPECT_EQ(listing.candidates[2].path, folder.path("day2/evening/c.jpg"));
+    EXPECT_THAT(listing.bad, IsEmpty());
+    EXPECT_THAT(listing.notes, ElementsAre(HasSubstr("2 files that are no photos"), HasSubstr("2 folders inside")));
+    EXPECT_THAT(listPhotos({folder.path()}, FolderSounds::Listed, InnerFolders::Listed).sounds,
+                ElementsAre(std::filesystem::path(folder.path("day2/song.mp3"))));
+    EXPECT_THAT(names(listPhotos({folder.path()})), ElementsAre("x.jpg"));
+}
+
+TEST(PhotoListing, RefusesAFolderWhoseFoldersHoldNoPhotosEither)
+{
+    const TemporaryFolder folder;
+    folder.makeFile("a/b/text.txt", "x");
+    const PhotoListing listing = listPhotos({folder.path()}, FolderSounds::PassedOver, InnerFolders::Listed);
+    ASSERT_THAT(listing.bad, SizeIs(1));
+    EXPECT_EQ(listing.bad[0].reason, "the folder holds no photos");
+    EXPECT_EQ(listing.bad[0].path, folder.path());
+}
+
+TEST(PhotoListing, FollowsFoldersDeeperThanAProcessMayHaveFilesOpen)
+{
+    const TemporaryFolder folder;
+    std::string path;
+    for (int i = 0; i < 100; ++i)
+        path += "d/";
+    const std::string photo = folder.makeFile(path + "a.jpg", "x");
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit few = {50, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    const PhotoListing listing = listPhotos({folder.path()}, FolderSounds::PassedOver, InnerFolders::Listed);
+    setrlimit(RLIMIT_NOFILE, &before);
+    ASSERT_THAT(listing.candidates, SizeIs(1));
+    EXPECT_EQ(listing.candidates[0].path, photo);
 }
 
 TEST(PhotoListing, NotesOtherFilesAndFoldersOfAFolder)

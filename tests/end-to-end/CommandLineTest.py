@@ -130,6 +130,50 @@ class CommandLineTest(stillora.TestCase):
         for grey, number in zip(greys, (1, 2, 3, 9, 10, 11)):
             self.assertAlmostEqual(grey, number * 20, delta=6)
 
+    # In which order
+
+    def dated(self, folder, name, grey, date=None, offset=None):
+        folder.mkdir(parents=True, exist_ok=True)
+        file = folder / f"{grey}.{name.split('.')[-1]}"
+        stillora.run("ffmpeg", "-v", "error", "-f", "lavfi", "-i", f"color=0x{grey:02x}{grey:02x}{grey:02x}:size=320x240",
+                     "-frames:v", "1", file)
+        tags = [f"-EXIF:DateTimeOriginal={date}"] if date else []
+        tags += [f"-EXIF:OffsetTimeOriginal={offset}"] if offset else []
+        if tags:
+            stillora.run("exiftool", "-q", "-overwrite_original", *tags, file)
+        return file.rename(folder / name)
+
+    def greys(self, movie, count):
+        return [round(stillora.frame(movie, index, 32, 24)[3 * (6 * 32 + 16)] / 40) * 40 for index in range(count)]
+
+    def test_photos_are_shown_by_date_by_name_and_backwards(self):
+        folder = self.folder / "trip"
+        self.dated(folder, "4.jpg", 40, "2024:05:31 10:00:00", "+02:00")
+        self.dated(folder / "phone", "1.jpg", 80, "2024:05:31 09:00:00", "+00:00")
+        self.dated(folder / "phone", "2\n\udcff.jpg", 120)
+        self.dated(folder, "3.jpg", 160, "2024:05:31 22:00:00", "+13:45")
+        self.dated(folder, "5.jpg", 200, "2024:05:31 23:59:59", "-09:30")
+        cases = {
+            "date": (["--sort", "date", "--recursive"], [40, 160, 80, 120, 200]),
+            "date backwards": (["--sort", "date", "--recursive", "--reverse"], [200, 120, 80, 160, 40]),
+            "name": (["--sort", "name", "--recursive"], [80, 120, 160, 40, 200]),
+            "given": (["--recursive"], [160, 40, 200, 80, 120]),
+        }
+        for name, (options, wanted) in cases.items():
+            with self.subTest(name):
+                result = self.create("--quality", "240", "--seconds", "1", "--title", name, *options, folder)
+                self.assertEqual(self.greys(self.made_movie(result), 5), wanted)
+                self.assertEqual("1 of 5 photos does not tell when it was taken" in result.err, "date" in name, result.err)
+
+    def test_photos_that_tell_no_date_go_by_the_times_of_their_files(self):
+        folder = self.folder / "trip"
+        for number, grey in ((1, 40), (2, 80), (3, 120), (4, 160), (5, 200)):
+            file = self.dated(folder, f"{number}.png", grey)
+            os.utime(file, (0, 1_700_000_000 - number))
+        result = self.create("--quality", "240", "--seconds", "1", "--sort", "date", folder)
+        self.assertIn("no photo tells when it was taken; the photos are sorted by the times of their files", result.err)
+        self.assertEqual(self.greys(self.made_movie(result), 5), [200, 160, 120, 80, 40])
+
     # How large it is
 
     def test_one_small_photo_does_not_make_the_movie_small(self):

@@ -117,6 +117,16 @@ class DocumentTest(stillora.TestCase):
             self.assertLess(own, 16)
             self.assertGreater(other, 3 * own)
 
+    def test_photos_are_added_in_the_order_that_is_asked_for(self):
+        document = self.folder / "Trip.stillora"
+        self.document("new", document, self.originals, "--sort", "name", "--reverse")
+        (self.folder / "more/inside").mkdir(parents=True)
+        shutil.copy(self.originals / "img1.jpg", self.folder / "more/inside/last.jpg")
+        self.document("add", document, self.folder / "more", "--recursive")
+        listing = json.loads(self.document("list", document, "--json").out)["photos"]
+        self.assertEqual([Path(photo["path"]).name for photo in listing],
+                         ["img13.tiff", "img12.jpg", "img11.jpg", "img10.webp", "img2.png", "img1.jpg", "last.jpg"])
+
     def test_the_title_of_the_document_or_of_the_command_names_the_movie(self):
         document = self.folder / "Trip.stillora"
         photos = sorted(self.originals.glob("*.jpg"))

@@ -47,6 +47,18 @@ CommandLineAnswer answered(const Arguments& arguments)
     return {};
 }
 
+TEST(CommandLine, ReadsTheOrderOfPhotos)
+{
+    EXPECT_EQ(created({"create", "a"}).order.sort, PhotoSort::AsGiven);
+    EXPECT_EQ(created({"create", "a", "--sort", "name"}).order.sort, PhotoSort::ByName);
+    EXPECT_EQ(created({"create", "a", "--sort=date"}).order.sort, PhotoSort::ByDate);
+    EXPECT_EQ(created({"create", "a", "--sort", "given"}).order.sort, PhotoSort::AsGiven);
+    EXPECT_FALSE(created({"create", "a"}).order.isReversed);
+    EXPECT_TRUE(created({"create", "a", "--reverse"}).order.isReversed);
+    EXPECT_EQ(created({"create", "a"}).innerFolders, InnerFolders::PassedOver);
+    EXPECT_EQ(created({"create", "a", "--recursive"}).innerFolders, InnerFolders::Listed);
+}
+
 TEST(CommandLine, HasTheDefaultsThatTheHelpTells)
 {
     const CreateOptions options = created({"create", "a.jpg"});
@@ -166,6 +178,7 @@ TEST(CommandLine, RefusesWhatItCannotUseAndSaysWhy)
         {{"create", "a", "--seconds", ""}, "\"\""},
         {{"create", "a", "--quality", "1081"},
          "--quality takes auto, smallest, 240, 360, 480, 720, 1080, 1440, 2160, not"},
+        {{"create", "a", "--sort", "size"}, "--sort takes name, date, given, not \"size\""},
         {{"create", "a", "--quality", "1080p"}, "\"1080p\""},
         {{"create", "a", "--codec", "h264"}, "--codec takes avc1, hvc1, jpeg, apcn, ap4h, apch, apcs, apco, ap4x, not"},
         {{"create", "a", "--codec", ""}, "--codec"},

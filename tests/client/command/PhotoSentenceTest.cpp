@@ -39,4 +39,27 @@ TEST(PhotoSentence, SaysNothingWhereNoneIsSmall)
     EXPECT_EQ(smallPhotosSentence({320, 240}, photos(1, 5)), "");
 }
 
+TEST(PhotoSentence, TellsByWhatPhotosWithoutADateGo)
+{
+    SortedPhotos sorted{photos(0, 9), {0}};
+    EXPECT_EQ(undatedSentence(sorted),
+              "1 of 9 photos does not tell when it was taken and goes by the photo before in its folder: small1.jpg");
+    sorted.undated = {1, 2};
+    EXPECT_EQ(undatedSentence(sorted),
+              "2 of 9 photos do not tell when they were taken and go by the photo before in their "
+              "folder: small2.jpg, small3.jpg");
+    sorted.undated = {1, 2, 3, 4};
+    EXPECT_EQ(undatedSentence(sorted),
+              "4 of 9 photos do not tell when they were taken and go by the photo before in their folder");
+    sorted.undated.clear();
+    EXPECT_EQ(undatedSentence(sorted), "");
+}
+
+TEST(PhotoSentence, TellsThatAllGoByTheTimesOfTheirFiles)
+{
+    EXPECT_EQ(undatedSentence({photos(0, 2), {0, 1}}),
+              "no photo tells when it was taken; the photos are sorted by the times of their files");
+    EXPECT_EQ(undatedSentence({photos(0, 1), {0}}), "") << "one photo is always in order";
+}
+
 } // namespace
