@@ -16,22 +16,6 @@ namespace {
 // Pictures of thousands of tiles stay far below this.
 constexpr int64_t kMaxMetaBytes = int64_t{16} << 20;
 
-/// Reads boxes without keeping the file's bytes.
-class ImageBytes final : public ByteSource {
-public:
-    explicit ImageBytes(const ImageFile& file) : file_(file) {}
-
-    int64_t size() const override { return static_cast<int64_t>(file_.length()); }
-    bool read(int64_t offset, std::span<uint8_t> bytes) const override
-    {
-        return file_.readAt(static_cast<size_t>(offset), bytes.data(), bytes.size()) ==
-               static_cast<ssize_t>(bytes.size());
-    }
-
-private:
-    const ImageFile& file_;
-};
-
 /// Empty where the file is cut off.
 std::vector<uint8_t> contentOf(const BoxWalker& boxes, const Box& box)
 {
@@ -93,8 +77,7 @@ std::set<size_t> propertiesOfItem(std::span<const uint8_t> ipma, uint32_t item)
 
 HEIFColors readHEIFColors(const ImageFile& file)
 {
-    const ImageBytes bytes(file);
-    const BoxWalker boxes(bytes);
+    const BoxWalker boxes(file);
     // Version and flags come first.
     constexpr int64_t kFlags = 4;
     const auto meta = boxes.find(fourCharacterCode("meta"), 0, boxes.size());

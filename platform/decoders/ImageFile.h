@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/bytes/ByteSource.h"
 #include "platform/files/NSURL.h"
 #include "platform/foundation/Handle.h"
 #include "platform/foundation/NSData.h"
@@ -17,7 +18,7 @@ namespace platform {
 
 /// A file that is opened once and whose bytes are read once, as far as they are asked for. Read, not mapped: a file
 /// that another program cuts off meanwhile must not end this process. One thread at a time.
-class ImageFile final {
+class ImageFile final : public ByteSource {
 public:
     /// The longest file taken for a picture.
     static constexpr size_t kMaxBytes = size_t{1} << 31;
@@ -28,13 +29,14 @@ public:
     /// Bytes that are there already; nothing if they are too long for a picture.
     [[nodiscard]] static std::unique_ptr<ImageFile> withData(NSData data, std::string name, NSError* error);
 
-    ~ImageFile();
+    ~ImageFile() override;
     ImageFile(const ImageFile&) = delete;
     ImageFile& operator=(const ImageFile&) = delete;
 
     /// The file's last path component, for messages.
     const std::string& name() const { return name_; }
     size_t length() const { return length_; }
+    int64_t size() const override { return static_cast<int64_t>(length_); }
 
     /// The first `count` bytes, fewer where the file ends or cannot be read; 64 bytes behind them may be read and are
     /// zero once the whole file has been asked for.
@@ -44,6 +46,10 @@ public:
     /// Reads at a place without keeping the bytes.
     /// @return bytes read, 0 at the end, -1 on failure
     ssize_t readAt(size_t offset, uint8_t* bytes, size_t count) const;
+    bool read(int64_t offset, std::span<uint8_t> bytes) const override
+    {
+        return readAt(static_cast<size_t>(offset), bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
+    }
 
 private:
     ImageFile(int descriptor, size_t length, std::string name);
