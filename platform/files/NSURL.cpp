@@ -246,7 +246,7 @@ std::string NSURL::pathExtension() const
 
 NSURL NSURL::URLByAppendingPathComponent(std::string_view component) const
 {
-    const NSURL plain = URLByAppendingPathComponent(component, false);
+    NSURL plain = URLByAppendingPathComponent(component, false);
     if (component.empty() || endsInSlash(component) || isExistingFolder(plain.path_))
         return withPath(plain.path_, true);
     return plain;

@@ -36,7 +36,8 @@ std::optional<int64_t> cocoaCode(int errnoValue, FileAccess access)
 bool fail(NSError* error, std::string_view domain, int64_t code, std::string description)
 {
     if (error)
-        *error = {std::string(domain), code, stringByReplacingInvalidUTF8(description)};
+        *error = {std::string(domain), code,
+                  isValidUTF8(description) ? std::move(description) : stringByReplacingInvalidUTF8(description)};
     return false;
 }
 

@@ -12,6 +12,7 @@ extern "C" {
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <initializer_list>
 #include <span>
 #include <vector>
 
@@ -37,6 +38,11 @@ size_t sizeOfMP3Frame(std::span<const uint8_t> bytes)
     const size_t rate = kSampleRates[rateIndex] / (isVersion1 ? 1 : version == 2 ? 2 : 4);
     const size_t bitRate = 1000 * (isVersion1 ? kBitRates : kLowBitRates)[bitRateIndex];
     return (isVersion1 ? 144 : 72) * bitRate / rate + (bytes[2] >> 1 & 1);
+}
+
+bool isAnyOf(std::optional<uint32_t> code, std::initializer_list<uint32_t> codes)
+{
+    return code && std::ranges::find(codes, *code) != codes.end();
 }
 
 /// Where the first frame starts. Noise has what looks like one, but hardly another of its kind right behind it.
@@ -72,8 +78,7 @@ std::optional<GaplessTag> gaplessTagOfMP3(const FileBytes& file)
     const bool isMono = (bytes[frame + 3] & 0xC0) == 0xC0;
     const size_t sideInformation = isMPEG1 ? (isMono ? 17 : 32) : (isMono ? 9 : 17);
     const size_t tag = frame + 4 + sideInformation;
-    const auto name = bigEndian32(bytes, tag);
-    if (name != fourCharacterCode("Xing") && name != fourCharacterCode("Info"))
+    if (!isAnyOf(bigEndian32(bytes, tag), {fourCharacterCode("Xing"), fourCharacterCode("Info")}))
         return std::nullopt;
 
     const uint32_t flags = bigEndian32(bytes, tag + 4).value_or(0);
@@ -92,9 +97,8 @@ std::optional<GaplessTag> gaplessTagOfMP3(const FileBytes& file)
     if (field + 24 > bytes.size())
         return std::nullopt;
     // Only these encoders write delay and padding here.
-    const auto encoder = bigEndian32(bytes, field);
-    if (encoder != fourCharacterCode("LAME") && encoder != fourCharacterCode("Lavc") &&
-        encoder != fourCharacterCode("Lavf"))
+    if (!isAnyOf(bigEndian32(bytes, field),
+                 {fourCharacterCode("LAME"), fourCharacterCode("Lavc"), fourCharacterCode("Lavf")}))
         return std::nullopt;
     const auto pads = static_cast<int64_t>(bigEndianNumber(std::span(bytes).subspan(field + 21, 3)));
     const int64_t startPad = pads >> 12;

@@ -56,7 +56,7 @@ std::shared_ptr<EncodedPart> PartEncoder::next(NSError* error)
     }
     if (running_.empty())
         return nullptr;
-    const std::shared_ptr<EncodedPart> part = running_.front();
+    auto part = std::move(running_.front());
     running_.pop_front();
     if (!waitFor(*part, error))
         return nullptr;

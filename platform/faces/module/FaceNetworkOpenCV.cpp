@@ -206,8 +206,10 @@ std::vector<FaceBox> FaceNetwork::look(const PicturePyramid& picture, const Face
             const float* box = boxes.ptr<float>() + size_t(j) * kNumbersOfBox;
             const double width = box[2];
             const double height = box[3];
-            const double centreX = (j / boxesInCell % columns + 0.5) * cell + box[0];
-            const double centreY = (j / boxesInCell / columns + 0.5) * cell + box[1];
+            const int column = j / boxesInCell % columns;
+            const int row = j / boxesInCell / columns;
+            const double centreX = (column + 0.5) * cell + box[0];
+            const double centreY = (row + 0.5) * cell + box[1];
             if (!(width > 0 && height > 0) || !std::isfinite(centreX + centreY + width + height))
                 continue;
             const double toPicture = 1 / (scale * shrunk);
