@@ -2,6 +2,7 @@
 option(STILLORA_BUILD_TESTS "Build the tests" ON)
 option(STILLORA_BUILD_BENCH "Build the benchmarks" OFF)
 option(STILLORA_WATERMARK "Clients ask for the watermark where the user has not chosen" ON)
+option(STILLORA_WARNINGS_ARE_ERRORS "Let no compiler's warning pass" ON)
 set(STILLORA_SANITIZE "" CACHE STRING "Sanitizers to build with: address,undefined or thread")
 set(STILLORA_WEB_ADDRESS "stillora.app" CACHE STRING "The product's web address, drawn as the watermark's second line")
 
@@ -13,7 +14,8 @@ endif()
 add_library(project_options INTERFACE)
 target_include_directories(project_options INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_options(project_options INTERFACE
-    -Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wundef -Wvla)
+    -Wall -Wextra -Wpedantic $<$<BOOL:${STILLORA_WARNINGS_ARE_ERRORS}>:-Werror> -Wshadow -Wnon-virtual-dtor
+    -Woverloaded-virtual -Wundef -Wvla)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     target_compile_options(project_options INTERFACE -Wthread-safety)
 endif()
