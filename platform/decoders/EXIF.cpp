@@ -40,20 +40,28 @@ constexpr size_t kEntryLength = 12;
 
 class Structure {
 public:
-    explicit Structure(std::span<const uint8_t> bytes) : bytes_(bytes) { readMark(); }
-    explicit Structure(const ImageFile& file) : file_(&file) { readMark(); }
+    /// @param source  outlives this
+    explicit Structure(const ByteSource& source) : source_(source)
+    {
+        std::array<uint8_t, 2> mark{};
+        (void)source.read(0, mark);
+        isLittleEndian_ = mark == std::array<uint8_t, 2>{'I', 'I'};
+        isValid_ = (isLittleEndian_ || mark == std::array<uint8_t, 2>{'M', 'M'}) && number16(2) == 42;
+    }
 
     bool isValid() const { return isValid_; }
     std::optional<uint16_t> number16(size_t offset) const
     {
-        std::array<uint8_t, 2> room{};
-        const auto bytes = read(offset, room);
+        std::array<uint8_t, 2> bytes{};
+        if (!read(offset, bytes))
+            return std::nullopt;
         return isLittleEndian_ ? littleEndian16(bytes, 0) : bigEndian16(bytes, 0);
     }
     std::optional<uint32_t> number32(size_t offset) const
     {
-        std::array<uint8_t, 4> room{};
-        const auto bytes = read(offset, room);
+        std::array<uint8_t, 4> bytes{};
+        if (!read(offset, bytes))
+            return std::nullopt;
         return isLittleEndian_ ? littleEndian32(bytes, 0) : bigEndian32(bytes, 0);
     }
 
@@ -92,9 +100,8 @@ public:
         const uint32_t count = number32(*found + 4).value_or(0);
         // Up to four bytes stand in the entry itself.
         const auto place = count > 4 ? number32(*found + 8) : static_cast<uint32_t>(*found + 8);
-        std::vector<uint8_t> room(std::min(count, kMostBytes));
-        const auto bytes = read(place.value_or(0), room);
-        if (!place || bytes.size() < room.size())
+        std::vector<uint8_t> bytes(std::min(count, kMostBytes));
+        if (!place || !read(*place, bytes))
             return {};
         std::string text(bytes.begin(), std::find(bytes.begin(), bytes.end(), 0));
         constexpr std::string_view kSpaces = " \t\r\n";
@@ -128,7 +135,7 @@ public:
             return std::nullopt;
         switch (number16(entry + 2).value_or(0)) {
         case kTypeByte:
-            return entry + 8 < bytes_.size() ? std::optional<uint32_t>(bytes_[entry + 8]) : std::nullopt;
+            return byte(entry + 8);
         case kTypeShort:
             return number16(entry + 8);
         case kTypeLong:
@@ -147,24 +154,15 @@ public:
     }
 
 private:
-    void readMark()
+    bool read(size_t offset, std::span<uint8_t> bytes) const
     {
-        std::array<uint8_t, 2> room{};
-        const auto bytes = read(0, room);
-        const std::string_view mark(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-        isLittleEndian_ = mark == "II";
-        isValid_ = (isLittleEndian_ || mark == "MM") && number16(2) == 42;
+        return source_.read(static_cast<int64_t>(offset), bytes);
     }
 
-    /// As many bytes as there are, and as there is room for.
-    std::span<const uint8_t> read(size_t offset, std::span<uint8_t> room) const
+    std::optional<uint32_t> byte(size_t offset) const
     {
-        if (file_) {
-            const ssize_t got = file_->readAt(offset, room.data(), room.size());
-            return room.first(got > 0 ? static_cast<size_t>(got) : 0);
-        }
-        const size_t start = std::min(offset, bytes_.size());
-        return bytes_.subspan(start, std::min(room.size(), bytes_.size() - start));
+        std::array<uint8_t, 1> bytes{};
+        return read(offset, bytes) ? std::optional<uint32_t>(bytes[0]) : std::nullopt;
     }
 
     std::optional<double> fraction(size_t offset) const
@@ -176,9 +174,7 @@ private:
         return static_cast<double>(*above) / *below;
     }
 
-    // One of the two.
-    const std::span<const uint8_t> bytes_;
-    const ImageFile* const file_ = nullptr;
+    const ByteSource& source_;
     bool isLittleEndian_ = false;
     bool isValid_ = false;
 };
@@ -307,7 +303,8 @@ EXIF parseEXIF(std::span<const uint8_t> bytes)
         bytes = bytes.subspan(kPrefix.size());
 
     EXIF exif;
-    const Structure structure(bytes);
+    const MemoryBytes source(bytes);
+    const Structure structure(source);
     if (!structure.isValid())
         return exif;
     const auto folder = structure.number32(4);
