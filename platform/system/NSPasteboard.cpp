@@ -50,7 +50,7 @@ NSPasteboardPtr NSPasteboard::pasteboardWithName(std::string_view name)
     const auto found = pasteboards.find(name);
     if (found != pasteboards.end())
         return found->second;
-    const NSPasteboardPtr made(new NSPasteboard(name));
+    NSPasteboardPtr made(new NSPasteboard(name));
     pasteboards.emplace(name, made);
     return made;
 }

@@ -119,7 +119,7 @@ void AVAssetWriterSession::finish(std::function<void()> handler)
         isOver = status_ != AVAssetWriterStatus::Writing;
         isEmpty = times_.empty();
         if (!isOver && handler)
-            handlers_.push_back(std::move(handler));
+            handlers_.push_back(std::exchange(handler, nullptr));
     }
     if (isOver) {
         if (handler)

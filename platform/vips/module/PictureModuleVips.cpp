@@ -18,8 +18,6 @@ using ImagePtr = std::unique_ptr<VipsImage, Unreference>;
 using RegionPtr = std::unique_ptr<VipsRegion, Unreference>;
 using SourcePtr = std::unique_ptr<VipsSourceCustom, Unreference>;
 
-constexpr void* kEnd = nullptr;
-
 /// A picture's file and what the library makes of it, in the order in which each needs the one before.
 struct Picture {
     const PictureModuleFile* file = nullptr;
@@ -60,7 +58,7 @@ VipsImage* load(std::string_view format, VipsSource* source)
                           : format == "gif"  ? vips_gifload_source
                                              : vips_heifload_source;
     VipsImage* image = nullptr;
-    return loader(source, &image, "access", VIPS_ACCESS_SEQUENTIAL, kEnd) == 0 ? image : nullptr;
+    return loader(source, &image, "access", VIPS_ACCESS_SEQUENTIAL, nullptr) == 0 ? image : nullptr;
 }
 
 int integer(VipsImage* image, const char* name, int otherwise)
@@ -131,11 +129,11 @@ bool isKnown(VipsInterpretation kind)
 bool simplify(Picture& picture)
 {
     VipsImage* simple = nullptr;
-    if (vips_colourspace(picture.image.get(), &simple, VIPS_INTERPRETATION_sRGB, kEnd) != 0)
+    if (vips_colourspace(picture.image.get(), &simple, VIPS_INTERPRETATION_sRGB, nullptr) != 0)
         return false;
     const ImagePtr whole(simple);
     simple = nullptr;
-    if (vips_cast(whole.get(), &simple, VIPS_FORMAT_UCHAR, kEnd) != 0)
+    if (vips_cast(whole.get(), &simple, VIPS_FORMAT_UCHAR, nullptr) != 0)
         return false;
     picture.image.reset(simple);
     return true;
@@ -229,14 +227,15 @@ size_t readPicture(void* object, void* context, TakeRow takeRow)
 int write(std::string_view format, VipsImage* image, double factor, void** bytes, size_t* length)
 {
     if (format == "gif")
-        return vips_gifsave_buffer(image, bytes, length, kEnd);
+        return vips_gifsave_buffer(image, bytes, length, nullptr);
     if (factor == 1)
-        return vips_jp2ksave_buffer(image, bytes, length, "lossless", TRUE, kEnd);
+        return vips_jp2ksave_buffer(image, bytes, length, "lossless", TRUE, nullptr);
     // Decibels of signal to noise: what is just to be recognised to what cannot be told from the original.
     constexpr double kLeast = 25;
     constexpr double kMost = 50;
     const auto quality = static_cast<int>(kLeast + (kMost - kLeast) * factor);
-    return vips_jp2ksave_buffer(image, bytes, length, "Q", quality, "subsample-mode", VIPS_FOREIGN_SUBSAMPLE_OFF, kEnd);
+    return vips_jp2ksave_buffer(image, bytes, length, "Q", quality, "subsample-mode", VIPS_FOREIGN_SUBSAMPLE_OFF,
+                                nullptr);
 }
 
 uint8_t* save(const char* format, const uint8_t* samples, size_t width, size_t height, size_t bands, double factor,
@@ -247,7 +246,7 @@ uint8_t* save(const char* format, const uint8_t* samples, size_t width, size_t h
                                                     VIPS_FORMAT_UCHAR));
     VipsImage* described = nullptr;
     if (plain)
-        vips_copy(plain.get(), &described, "interpretation", VIPS_INTERPRETATION_sRGB, kEnd);
+        vips_copy(plain.get(), &described, "interpretation", VIPS_INTERPRETATION_sRGB, nullptr);
     const ImagePtr image(described);
     void* bytes = nullptr;
     const bool isSaved = image && write(format, image.get(), factor, &bytes, length) == 0;
