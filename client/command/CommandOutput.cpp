@@ -3,6 +3,7 @@
 #include <stillora/Localization.h>
 
 #include "client/DataBytes.h"
+#include "platform/faces/CIDetectorModule.h"
 #include "platform/files/NSFileManager.h"
 
 #include <cstdio>
@@ -31,6 +32,15 @@ void CommandOutput::note(const std::string& text)
 void CommandOutput::complain(const std::string& text)
 {
     terminal_.writeLine("stillora: " + text);
+}
+
+void CommandOutput::noteMissingFaceDetector()
+{
+    using platform::CIDetectorModule;
+    if (const auto file = CIDetectorModule::missingFile(CIDetectorModule::standardPaths()))
+        note(fmt::format("no faces will be looked for, since {} is not there, which the package stillora-faces brings; "
+                         "photos are cropped around their middle",
+                         *file));
 }
 
 std::string CommandOutput::save(std::span<const std::byte> contents, const std::filesystem::path& file)

@@ -33,6 +33,8 @@ public:
     /// A line on standard error, unless the user wants errors alone.
     void note(const std::string& text);
     void complain(const std::string& text);
+    /// Tells that no faces will be found, where what finds them is not installed.
+    void noteMissingFaceDetector();
     void clearProgress() { terminal_.clearProgress(); }
 
     /// Writes a file that may replace another.

@@ -57,6 +57,8 @@ int runFrameCommand(const FrameOptions& options)
 
     if (checked.good.front().isCutOff)
         output.note(fmt::format("{}: {}", options.photo, reasonOfCutOffPhoto()));
+    if (options.reducesBorders || options.showsFaces)
+        output.noteMissingFaceDetector();
     const auto frame = renderFrame(checked.good.front(), {.quality = options.quality,
                                                           .reducesBorders = options.reducesBorders,
                                                           .showsFaces = options.showsFaces,

@@ -222,6 +222,8 @@ int MovieCommand::makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFac
                                .use = use,
                                .watermark = settings.watermark};
     noteDamaged(request.photos);
+    if (request.reducesBorders)
+        noteMissingFaceDetector();
     teller_.serviceStarts();
     const Result<Movie> outcome = maker_.makeMovie(request, teller_);
     terminal_.clearProgress();

@@ -110,6 +110,9 @@ struct Options {
     const Option reduceBorders{
         .name = "reduce-borders",
         .help = "let photos fill the frame, cropped around faces, instead of showing them whole with black borders",
+        .more =
+            "Faces are found by the package stillora-faces; without it a line on standard error says so, and photos "
+            "are cropped around their middle.",
     };
     const Option watermark{
         .name = "watermark",

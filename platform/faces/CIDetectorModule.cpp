@@ -95,6 +95,14 @@ CIDetectorModule::Paths CIDetectorModule::standardPaths()
     return paths;
 }
 
+std::optional<std::string> CIDetectorModule::missingFile(const Paths& paths)
+{
+    for (const auto* files : {&paths.modules, &paths.models})
+        if (std::string file = chosen(*files); access(file.c_str(), R_OK) != 0)
+            return file;
+    return std::nullopt;
+}
+
 std::unique_ptr<CIDetector> CIDetectorModule::makeDetector()
 {
     Finder finder = openFinder();

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -34,6 +35,9 @@ public:
     /// What the environment names, by two variables that the build chooses; else beside the program, then
     /// where an installation that was moved has it, then where it was to be installed.
     static Paths standardPaths();
+
+    /// The first of the files that are needed and not there; nothing where all are. Loads none of them.
+    static std::optional<std::string> missingFile(const Paths& paths);
 
     /// @return null if the module or its model cannot be used
     std::unique_ptr<CIDetector> makeDetector();

@@ -340,6 +340,14 @@ class CommandLineTest(stillora.TestCase):
             result = self.run_stillora("document", "render", document, "--save", self.save, "--json", *options)
             self.assertEqual(json.loads(result.out.splitlines()[-1])["photos"], count)
 
+    def test_it_is_told_that_no_faces_will_be_found(self):
+        arguments = ["--reduce-borders", "--quality", "240", "--seconds", "1", *self.photos]
+        missing = self.folder / "faces.so"
+        result = self.create(*arguments, environment=self.environment(STILLORA_FACES_MODULE=missing))
+        self.assertIn(f"no faces will be looked for, since {missing} is not there, which the package stillora-faces", result.err)
+        self.made_movie(result)
+        self.assertNotIn("faces", self.create(*arguments).err)
+
     def asked(self, answer, *arguments, **changes):
         """What is said on a terminal that answers the first question, and the exit status."""
         pid, terminal = pty.fork()

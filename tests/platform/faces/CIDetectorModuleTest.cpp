@@ -56,6 +56,15 @@ protected:
 
 } // namespace
 
+TEST_F(CIDetectorModuleTest, TellsWhichFileIsMissingWithoutLoadingAny)
+{
+    const std::string there = folder_.makeFile("there", "no module");
+    const std::string gone = folder_.path("gone");
+    EXPECT_EQ(CIDetectorModule::missingFile({{gone, there}, {there}}), std::nullopt);
+    EXPECT_EQ(CIDetectorModule::missingFile({{gone, gone + "2"}, {there}}), gone);
+    EXPECT_EQ(CIDetectorModule::missingFile({{there}, {gone}}), gone);
+}
+
 TEST_F(CIDetectorModuleTest, AMissingModuleIsLoggedOnceAndMeansNoDetector)
 {
     expectRefused(folder_.path("absent.so"), model_, "there is no face detector at " + folder_.path("absent.so"));
