@@ -2,6 +2,7 @@
 
 #include "platform/files/NSFileManager.h"
 #include "platform/files/NSUserDefaults.h"
+#include "util/UserSettings.h"
 
 #include <atomic>
 #include <optional>
@@ -13,7 +14,7 @@ namespace {
 
 constexpr std::string_view kDefaultSaveFolder = "~/Movies/Stillora/";
 constexpr std::string_view kTemporaryFolderName = ".MORStilloraTemporaryFiles/";
-constexpr std::string_view kDestinationKey = "destinationURL";
+constexpr std::string_view kDestinationKey = UserSettings::kDestinationKey;
 
 /// Set by the first look-up of the process whatever it finds, and never cleared.
 std::atomic<bool> accessStarted{false};

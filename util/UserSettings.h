@@ -1,12 +1,21 @@
 #pragma once
 
 #include <optional>
+#include <string_view>
 
 /// What the user has chosen once for all, in the user defaults. Never instantiated. Any thread.
 class UserSettings final {
 public:
     UserSettings() = delete;
 
-    /// Whether frames get the watermark, by the user default "drawsWatermark"; nothing where the user has not said.
+    /// @name Keys of the user defaults
+    /// @{
+    /// The folder that movies are saved in, a bookmark.
+    static constexpr std::string_view kDestinationKey = "destinationURL";
+    /// Whether frames get the watermark, a boolean.
+    static constexpr std::string_view kDrawsWatermarkKey = "drawsWatermark";
+    /// @}
+
+    /// Whether frames get the watermark; nothing where the user has not said.
     static std::optional<bool> drawsWatermark();
 };

@@ -5,6 +5,7 @@
 #include "client/command/DocumentCommand.h"
 #include "client/command/FrameCommand.h"
 #include "client/command/InfoCommand.h"
+#include "client/command/SettingsCommand.h"
 #include "client/command/TrimCommand.h"
 #include "client/command/WaveformCommand.h"
 
@@ -20,6 +21,8 @@ const std::vector<Command>& commands()
         {"waveform", runParsed<WaveformOptions, parseWaveform, runWaveformCommand>},
         {"convert", runParsed<ConvertOptions, parseConvert, runConvertCommand>},
         {"trim", runParsed<TrimOptions, parseTrim, runTrimCommand>},
+        {"set", runSetCommand},
+        {"settings", runSettingsCommand},
         {"apps", runParsed<AppsOptions, parseApps, runAppsCommand>},
     };
     return all;

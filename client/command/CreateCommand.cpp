@@ -5,6 +5,7 @@
 #include <stillora/Sounds.h>
 
 #include "client/command/MovieCommand.h"
+#include "client/command/RememberedSettings.h"
 
 #include <algorithm>
 #include <iterator>
@@ -26,9 +27,12 @@ std::string noPhotosIn(const std::vector<std::filesystem::path>& places)
 
 } // namespace
 
-int runCreateCommand(const CreateOptions& options)
+int runCreateCommand(const CreateOptions& given)
 {
+    CreateOptions options = given;
     MovieCommand command({.isJSON = options.isJSON, .isQuiet = options.isQuiet, .product = "movie"});
+    for (const std::string& fault : RememberedSettings::complete(options))
+        command.note(fault);
     PhotoListing listing = listPhotos(options.photos, FolderSounds::PassedOver, options.innerFolders);
     for (const std::string& text : listing.notes)
         command.note(text);

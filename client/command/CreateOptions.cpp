@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <ranges>
 #include <string_view>
 
@@ -102,6 +103,13 @@ constexpr std::array<ValueReader, 7> kValueReaders{{
 }};
 
 } // namespace
+
+std::string readMovieOption(std::string_view option, const std::string& text, CreateOptions& options)
+{
+    const auto* const reader = std::ranges::find(kValueReaders, option, &ValueReader::option);
+    assert(reader != kValueReaders.end());
+    return reader->read(text, options);
+}
 
 std::string readMovieOptions(const CommandArguments& arguments, CreateOptions& options)
 {

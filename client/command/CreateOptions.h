@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace stillora {
@@ -46,6 +47,10 @@ MovieSettings settingsOf(const CreateOptions& options);
 /// Reads the options that say how a movie is to be made: `create` has them all, and the commands for documents some.
 /// Returns what is wrong, or nothing.
 std::string readMovieOptions(const CommandArguments& arguments, CreateOptions& options);
+
+/// Reads the value of one option of these. Returns what is wrong, or nothing.
+/// @param option  "seconds", "quality", "codec", "title", "soundtrack" or "save"
+std::string readMovieOption(std::string_view option, const std::string& text, CreateOptions& options);
 
 /// Reads the arguments of `stillora create`. Touches no file.
 Parsed<CreateOptions> parseCreate(const std::vector<std::string>& arguments);

@@ -12,6 +12,7 @@
 #include "client/command/DocumentOptions.h"
 #include "client/command/HelpText.h"
 #include "client/command/MovieCommand.h"
+#include "client/command/RememberedSettings.h"
 #include "platform/files/NSURL.h"
 
 #include <algorithm>
@@ -161,7 +162,10 @@ int runNew(const DocumentFillOptions& options)
     auto document = Document::create(options.document);
     if (!document)
         return command.fail(kExitFailed, document.error().message);
-    document->setSettings(settingsOf(options.movie));
+    CreateOptions movie = options.movie;
+    for (const std::string& fault : RememberedSettings::complete(movie))
+        command.note(fault);
+    document->setSettings(settingsOf(movie));
     return fill(*document, options, command);
 }
 

@@ -80,7 +80,7 @@ std::string verbsOf(const CommandText& command)
     std::string text;
     for (const CommandForm& form : command.forms)
         if (!form.verb.empty())
-            text += fmt::format("  {:<8} {}\n", form.verb, form.summary);
+            text += fmt::format("  {:<9} {}\n", form.verb, form.summary);
     return text.empty() ? text : text + "\n";
 }
 

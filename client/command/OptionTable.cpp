@@ -415,6 +415,46 @@ file is never replaced. The path of OUT.m4a is the only line on standard output.
     };
 }
 
+CommandText set()
+{
+    const auto form = [](const char* key, const char* summary, const char* value, Offer offer) {
+        return CommandForm{.verb = key, .summary = summary, .operands = value, .offer = offer};
+    };
+    return {
+        .name = "set",
+        .summary = "choose something for all movies",
+        .about = R"(Keeps what "create" and "document new" take where their options say nothing;
+without a value it is forgotten. The folder counts for "document render", too,
+and for other programs that have movies made; so does the watermark, which
+counts for "frame" as well.
+)",
+        .exitStatuses = R"(  0    it is kept, or forgotten
+  1    the settings could not be written
+  2    the command line is wrong: there is no such setting, or value
+)",
+        .forms = {form("save", "the folder that movies are put into, which is there", "[FOLDER]", Offer::Folders),
+                  form("quality", "the height of movies, as of --quality", "[Q]", Offer::Nothing),
+                  form("seconds", "how long each photo is shown, as of --seconds", "[S]", Offer::Nothing),
+                  form("codec", "how pictures are stored, as of --codec", "[NAME]", Offer::Nothing),
+                  form("watermark", "whether photos carry the watermark", "[on|off]", Offer::Nothing)},
+    };
+}
+
+CommandText settings(const Options& o)
+{
+    return {
+        .name = "settings",
+        .summary = "list what was chosen for all movies",
+        .about = R"(Lists what "stillora set" has kept. In JSON each is null where nothing was
+chosen.
+)",
+        .exitStatuses = R"(  0    all was told
+  2    the command line is wrong
+)",
+        .forms = {{.options = {&o.json}}},
+    };
+}
+
 CommandText apps(const Options& o)
 {
     return {
@@ -462,8 +502,8 @@ const Option& helpOption()
 const std::vector<CommandText>& commandTexts()
 {
     const Options& o = options();
-    static const auto* const all = new std::vector<CommandText>{create(o),   document(o), frame(o), info(o),
-                                                                waveform(o), convert(o),  trim(o),  apps(o)};
+    static const auto* const all = new std::vector<CommandText>{
+        create(o), document(o), frame(o), info(o), waveform(o), convert(o), trim(o), set(), settings(o), apps(o)};
     return *all;
 }
 

@@ -117,6 +117,21 @@ class CommandLineTest(stillora.TestCase):
             result = self.run_stillora("document", "render", self.folder / "Plain", "--save", self.save, *options)
             self.assertEqual(is_marked(self.made_movie(result)), marked)
 
+    def test_what_was_set_counts_for_every_movie(self):
+        chosen = self.folder / "chosen"
+        chosen.mkdir()
+        for words in (("save", chosen), ("quality", "240"), ("seconds", "1"), ("codec", "jpeg")):
+            self.run_stillora("set", *words)
+        movie = Path(self.run_stillora("create", *self.photos).out.strip())
+        self.assertEqual(movie.parent, chosen)
+        facts = stillora.probe(movie)
+        self.assertEqual((facts["video"][0]["height"], facts["video"][0]["codec_name"], len(facts["pictures"])), (240, "mjpeg", 6))
+        self.assertAlmostEqual(float(facts["format"]["duration"]), 6, delta=0.1)
+        other = self.made_movie(self.create("--quality", "360", "--seconds", "2", *self.photos))
+        self.assertEqual((stillora.probe(other)["video"][0]["height"], hold_times(other)[1]), (360, (2, 2)))
+        self.run_stillora("set", "codec")
+        self.assertIn("codec      not set", self.run_stillora("settings").out)
+
     def test_a_folder_is_read_in_natural_order(self):
         folder = self.folder / "numbered"
         folder.mkdir()

@@ -20,7 +20,8 @@ FISH = BUILD / "described/stillora.fish"
 MANUAL = BUILD / "described/stillora.1"
 
 OPTION = re.compile(r"(?<![\w-])(?:--[a-z][a-z-]*|-[a-zA-Z])(?![\w-])")
-ACTIONS = {"document": ["new", "add", "list", "render", "check"]}
+ACTIONS = {"document": ["new", "add", "list", "render", "check"],
+           "set": ["save", "quality", "seconds", "codec", "watermark"]}
 
 # Calls the function as bash does, and prints what it would offer.
 CALL = """

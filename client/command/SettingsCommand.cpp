@@ -1,0 +1,97 @@
+#include "client/command/SettingsCommand.h"
+
+#include "client/JSONWriter.h"
+#include "client/Text.h"
+#include "client/command/Arguments.h"
+#include "client/command/CommandOutput.h"
+#include "client/command/ExitStatus.h"
+#include "client/command/HelpText.h"
+#include "client/command/RememberedSettings.h"
+
+#include <algorithm>
+
+#include <fmt/format.h>
+
+namespace stillora {
+
+namespace {
+
+std::string keyFault(const std::string& given)
+{
+    return fmt::format("there is no setting {}: they are {}", given, fmt::join(RememberedSettings::names(), ", "));
+}
+
+JSONWriter settingsAsJSON()
+{
+    JSONWriter json;
+    for (const std::string& name : RememberedSettings::names()) {
+        const auto value = RememberedSettings::value(name);
+        const auto number = value && name == "seconds" ? numberOf(*value) : std::nullopt;
+        if (!value)
+            json.addNull(name);
+        else if (name == "watermark")
+            json.add(name, *value == "on");
+        else if (number)
+            json.add(name, *number);
+        else
+            json.add(name, *value);
+    }
+    return json;
+}
+
+std::string settingsAsText()
+{
+    std::string text;
+    for (const std::string& name : RememberedSettings::names())
+        text += fmt::format("{:<10} {}\n", name, printable(RememberedSettings::value(name).value_or("not set")));
+    return text;
+}
+
+} // namespace
+
+int runSetCommand(const std::vector<std::string>& arguments)
+{
+    if (arguments.empty())
+        return give(usageError(fmt::format("set {}?", fmt::join(RememberedSettings::names(), ", ")), "set"));
+    const std::string& name = arguments.front();
+    if (name == "--help" || name == "-h" || name == "help")
+        return give({helpOf("set"), kExitDone});
+    if (std::ranges::count(RememberedSettings::names(), name) == 0)
+        return give(usageError(keyFault(name), "set"));
+    const auto read = CommandArguments::read("set " + name, {arguments.begin() + 1, arguments.end()});
+    if (const auto* answer = std::get_if<CommandLineAnswer>(&read))
+        return give(*answer);
+    const std::vector<std::string>& values = std::get<CommandArguments>(read).operands();
+    if (values.size() > 1)
+        return give(usageError(fmt::format("one value is taken, and {} is another argument", values[1]), "set"));
+
+    CommandOutput output({});
+    if (values.empty())
+        return RememberedSettings::forget(name) ? kExitDone
+                                                : output.fail(kExitFailed, "the settings could not be written");
+    std::string reason;
+    switch (RememberedSettings::keep(name, values.front(), reason)) {
+    case RememberedSettings::Outcome::Kept:
+        break;
+    case RememberedSettings::Outcome::Refused:
+        return give(usageError(reason, "set"));
+    case RememberedSettings::Outcome::NotWritten:
+        return output.fail(kExitFailed, reason);
+    }
+    return kExitDone;
+}
+
+int runSettingsCommand(const std::vector<std::string>& arguments)
+{
+    const auto read = CommandArguments::read("settings", arguments);
+    if (const auto* answer = std::get_if<CommandLineAnswer>(&read))
+        return give(*answer);
+    const auto& given = std::get<CommandArguments>(read);
+    if (!given.operands().empty())
+        return give(
+            usageError(fmt::format("no argument is taken, and {} is one", given.operands().front()), "settings"));
+    return CommandOutput({}).give(given.has("json") ? settingsAsJSON().text() + "\n" : settingsAsText(),
+                                  "the settings");
+}
+
+} // namespace stillora
