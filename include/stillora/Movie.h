@@ -132,6 +132,7 @@ STILLORA_EXPORT Result<MoviePlan> planMovie(const MovieWish& wish);
 
 /// The size of a movie's frames.
 /// @param quality  as in `MovieSettings`
+/// @param photos   as they were checked
 STILLORA_EXPORT Size frameSizeForQuality(std::int64_t quality, const std::vector<PhotoFacts>& photos);
 
 /// Indexes of the photos that are narrower or lower than the frame. They are not enlarged: what they leave of it is

@@ -131,6 +131,7 @@ struct SortedPhotos {
 
 /// Opens no file.
 /// @param photos  as they were checked, in the order in which they were given
+/// @param order   those that are equal in it stay as they are
 STILLORA_EXPORT SortedPhotos sortPhotos(std::vector<PhotoFacts> photos, PhotoOrder order);
 
 /// What a look into every candidate found.
