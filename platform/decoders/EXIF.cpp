@@ -1,6 +1,6 @@
 #include "platform/decoders/EXIF.h"
 
-#include "platform/bytes/ByteReader.h"
+#include "platform/decoders/TIFFStructure.h"
 
 #include <algorithm>
 #include <array>
@@ -30,157 +30,9 @@ constexpr uint16_t kTagLongitude = 4;
 constexpr uint16_t kTagColorSpace = 0xA001;
 constexpr uint16_t kTagInteroperabilityFolder = 0xA005;
 constexpr uint16_t kTagInteroperabilityIndex = 0x0001;
-constexpr uint16_t kTypeByte = 1;
-constexpr uint16_t kTypeText = 2;
-constexpr uint16_t kTypeShort = 3;
-constexpr uint16_t kTypeLong = 4;
-constexpr uint16_t kTypeRational = 5;
-constexpr uint16_t kTypeUTF8 = 129;
-constexpr size_t kEntryLength = 12;
-
-class Structure {
-public:
-    /// @param source  outlives this
-    explicit Structure(const ByteSource& source) : source_(source)
-    {
-        std::array<uint8_t, 2> mark{};
-        (void)source.read(0, mark);
-        isLittleEndian_ = mark == std::array<uint8_t, 2>{'I', 'I'};
-        isValid_ = (isLittleEndian_ || mark == std::array<uint8_t, 2>{'M', 'M'}) && number16(2) == 42;
-    }
-
-    bool isValid() const { return isValid_; }
-    std::optional<uint16_t> number16(size_t offset) const
-    {
-        std::array<uint8_t, 2> bytes{};
-        if (!read(offset, bytes))
-            return std::nullopt;
-        return isLittleEndian_ ? littleEndian16(bytes, 0) : bigEndian16(bytes, 0);
-    }
-    std::optional<uint32_t> number32(size_t offset) const
-    {
-        std::array<uint8_t, 4> bytes{};
-        if (!read(offset, bytes))
-            return std::nullopt;
-        return isLittleEndian_ ? littleEndian32(bytes, 0) : bigEndian32(bytes, 0);
-    }
-
-    /// The entry of this tag in the folder at this place.
-    std::optional<size_t> entry(std::optional<uint32_t> folder, uint16_t tag) const
-    {
-        const auto count = folder ? number16(*folder) : std::nullopt;
-        for (size_t i = 0; i < count.value_or(0); ++i) {
-            const size_t place = size_t{*folder} + 2 + i * kEntryLength;
-            const auto found = number16(place);
-            if (!found)
-                break;
-            if (*found == tag)
-                return place;
-        }
-        return std::nullopt;
-    }
-
-    /// The whole number of this tag in the folder at this place.
-    std::optional<uint32_t> integer(std::optional<uint32_t> folder, uint16_t tag) const
-    {
-        const auto found = entry(folder, tag);
-        return found ? integer(*found) : std::nullopt;
-    }
-
-    /// The text of this tag in the folder at this place, up to its first zero and without spaces around it; empty where
-    /// there is none.
-    std::string text(std::optional<uint32_t> folder, uint16_t tag) const
-    {
-        // No camera has a longer name.
-        constexpr uint32_t kMostBytes = 256;
-        const auto found = entry(folder, tag);
-        const uint16_t type = found ? number16(*found + 2).value_or(0) : 0;
-        if (type != kTypeText && type != kTypeUTF8)
-            return {};
-        const uint32_t count = number32(*found + 4).value_or(0);
-        // Up to four bytes stand in the entry itself.
-        const auto place = count > 4 ? number32(*found + 8) : static_cast<uint32_t>(*found + 8);
-        std::vector<uint8_t> bytes(std::min(count, kMostBytes));
-        if (!place || !read(*place, bytes))
-            return {};
-        std::string text(bytes.begin(), std::find(bytes.begin(), bytes.end(), 0));
-        constexpr std::string_view kSpaces = " \t\r\n";
-        text.erase(text.find_last_not_of(kSpaces) + 1);
-        return text.substr(std::min(text.size(), text.find_first_not_of(kSpaces)));
-    }
-
-    /// The degrees, minutes and seconds of this tag in the folder at this place, as degrees.
-    std::optional<double> degrees(std::optional<uint32_t> folder, uint16_t tag) const
-    {
-        constexpr uint32_t kParts = 3;
-        const auto found = entry(folder, tag);
-        if (!found || number16(*found + 2) != kTypeRational || number32(*found + 4) != kParts)
-            return std::nullopt;
-        const auto place = number32(*found + 8);
-        double degrees = 0;
-        double unit = 1;
-        for (size_t i = 0; i < kParts; ++i, unit *= 60) {
-            const auto part = place ? fraction(size_t{*place} + 8 * i) : std::nullopt;
-            if (!part)
-                return std::nullopt;
-            degrees += *part / unit;
-        }
-        return degrees;
-    }
-
-    /// The entry's value where it is one whole number.
-    std::optional<uint32_t> integer(size_t entry) const
-    {
-        if (number32(entry + 4) != 1u)
-            return std::nullopt;
-        switch (number16(entry + 2).value_or(0)) {
-        case kTypeByte:
-            return byte(entry + 8);
-        case kTypeShort:
-            return number16(entry + 8);
-        case kTypeLong:
-            return number32(entry + 8);
-        default:
-            return std::nullopt;
-        }
-    }
-
-    std::optional<double> rational(size_t entry) const
-    {
-        if (number16(entry + 2) != kTypeRational)
-            return std::nullopt;
-        const auto offset = number32(entry + 8);
-        return offset ? fraction(*offset) : std::nullopt;
-    }
-
-private:
-    bool read(size_t offset, std::span<uint8_t> bytes) const
-    {
-        return source_.read(static_cast<int64_t>(offset), bytes);
-    }
-
-    std::optional<uint32_t> byte(size_t offset) const
-    {
-        std::array<uint8_t, 1> bytes{};
-        return read(offset, bytes) ? std::optional<uint32_t>(bytes[0]) : std::nullopt;
-    }
-
-    std::optional<double> fraction(size_t offset) const
-    {
-        const auto above = number32(offset);
-        const auto below = number32(offset + 4);
-        if (!above || !below || *below == 0)
-            return std::nullopt;
-        return static_cast<double>(*above) / *below;
-    }
-
-    const ByteSource& source_;
-    bool isLittleEndian_ = false;
-    bool isValid_ = false;
-};
 
 /// As cameras write it, whose colour spaces are sRGB (1) and others.
-bool saysAdobeRGB(const Structure& structure, uint32_t firstFolder)
+bool saysAdobeRGB(const TIFFStructure& structure, uint32_t firstFolder)
 {
     constexpr uint32_t kSRGB = 1;
     const auto folder = structure.integer(firstFolder, kTagExifFolder);
@@ -254,7 +106,7 @@ std::optional<std::chrono::minutes> parseOffset(std::string_view text)
     return text[0] == '-' ? -offset : offset;
 }
 
-std::optional<PhotoOrigin::Date> dateOf(const Structure& structure, std::optional<uint32_t> folder)
+std::optional<PhotoOrigin::Date> dateOf(const TIFFStructure& structure, std::optional<uint32_t> folder)
 {
     const auto clock = parseClock(structure.text(folder, kTagDateTimeOriginal));
     if (!clock)
@@ -272,7 +124,7 @@ std::optional<double> signedDegrees(std::optional<double> degrees, std::string_v
     return reference[0] == negative ? -*degrees : *degrees;
 }
 
-std::optional<PhotoOrigin::Place> placeOf(const Structure& structure, std::optional<uint32_t> folder)
+std::optional<PhotoOrigin::Place> placeOf(const TIFFStructure& structure, std::optional<uint32_t> folder)
 {
     // With a letter more, since a text may be empty.
     const auto reference = [&](uint16_t tag) { return structure.text(folder, tag) + ' '; };
@@ -285,7 +137,7 @@ std::optional<PhotoOrigin::Place> placeOf(const Structure& structure, std::optio
     return PhotoOrigin::Place{*latitude, *longitude};
 }
 
-PhotoOrigin originOf(const Structure& structure, uint32_t firstFolder)
+PhotoOrigin originOf(const TIFFStructure& structure, uint32_t firstFolder)
 {
     return {.taken = dateOf(structure, structure.integer(firstFolder, kTagExifFolder)),
             .make = structure.text(firstFolder, kTagMake),
@@ -304,31 +156,24 @@ EXIF parseEXIF(std::span<const uint8_t> bytes)
 
     EXIF exif;
     const MemoryBytes source(bytes);
-    const Structure structure(source);
-    if (!structure.isValid())
-        return exif;
-    const auto folder = structure.number32(4);
-    const auto count = folder ? structure.number16(*folder) : std::nullopt;
-    if (!count)
+    const TIFFStructure structure(source);
+    const auto folder = structure.firstFolder();
+    if (!folder)
         return exif;
 
     std::optional<double> resolution;
     uint32_t unit = 2;
-    for (size_t i = 0; i < *count; ++i) {
-        const size_t entry = size_t{*folder} + 2 + i * kEntryLength;
-        const auto tag = structure.number16(entry);
-        if (!tag)
-            break;
-        if (*tag == kTagOrientation) {
+    structure.forEachEntry(*folder, [&](uint16_t tag, size_t entry) {
+        if (tag == kTagOrientation) {
             const auto value = structure.integer(entry);
             if (value && *value >= 1 && *value <= 8)
                 exif.orientation = static_cast<int>(*value);
-        } else if (*tag == kTagXResolution) {
+        } else if (tag == kTagXResolution) {
             resolution = structure.rational(entry);
-        } else if (*tag == kTagResolutionUnit) {
+        } else if (tag == kTagResolutionUnit) {
             unit = structure.integer(entry).value_or(unit);
         }
-    }
+    });
     exif.isAdobeRGB = saysAdobeRGB(structure, *folder);
     exif.origin = originOf(structure, *folder);
     constexpr double kCentimetresPerInch = 2.54;
@@ -339,8 +184,8 @@ EXIF parseEXIF(std::span<const uint8_t> bytes)
 
 PhotoOrigin readTIFFOrigin(const ImageFile& file)
 {
-    const Structure structure(file);
-    const auto folder = structure.isValid() ? structure.number32(4) : std::nullopt;
+    const TIFFStructure structure(file);
+    const auto folder = structure.firstFolder();
     return folder ? originOf(structure, *folder) : PhotoOrigin();
 }
 

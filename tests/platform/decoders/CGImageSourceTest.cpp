@@ -902,6 +902,33 @@ TEST_F(CGImageSourceTest, RefusesWhatIsNoPictureAndNamesTheFile)
     }
 }
 
+TEST_F(CGImageSourceTest, LooksForRawPicturesInNoMoreFoldersOfATIFFFileThanThereAreInRealOnes)
+{
+    // As many entries as a folder can have, each of which names eight folders: this one.
+    constexpr uint32_t kEntries = 65535;
+    constexpr uint32_t kFolder = 8;
+    std::vector<uint8_t> bytes = {'I', 'I', 42, 0};
+    const auto put = [&](uint32_t value, int width) {
+        for (int i = 0; i < width; ++i)
+            bytes.push_back(static_cast<uint8_t>(value >> (8 * i)));
+    };
+    put(kFolder, 4);
+    put(kEntries, 2);
+    for (uint32_t i = 0; i < kEntries; ++i) {
+        put(330, 2);
+        put(4, 2);
+        put(8, 4);
+        put(kFolder + 2 + kEntries * 12, 4);
+    }
+    for (int i = 0; i < 8; ++i)
+        put(kFolder, 4);
+    const std::clock_t start = std::clock();
+    const auto source = CGImageSource::createWithURL(test::url(file("a.tif", bytes)));
+    EXPECT_TRUE(!source || !source->copyPropertiesAtIndex());
+    // Half a million reads of few bytes; where each entry counts, 34 thousand million.
+    EXPECT_LT(std::clock() - start, 10 * CLOCKS_PER_SEC);
+}
+
 TEST_F(CGImageSourceTest, RefusesHeadersWithoutAPicture)
 {
     const std::vector<std::pair<std::string, std::vector<uint8_t>>> rows = {
