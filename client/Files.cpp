@@ -5,10 +5,12 @@
 #include "client/DataBytes.h"
 #include "client/FileReason.h"
 #include "platform/decoders/CGImageSource.h"
+#include "platform/foundation/NSString.h"
 #include "platform/media/AVURLAsset.h"
 #include "platform/system/LaunchServices.h"
 #include "util/MORPalvineCommons.h"
 
+#include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <utility>
@@ -34,6 +36,19 @@ Size uprightSizeOf(const CGImageSource::Properties& properties)
     return properties.orientation.value_or(1) >= 5 ? Size{height, width} : Size{width, height};
 }
 
+/// Makers often put their name in front of the model's, and more words behind it where it stands alone.
+std::string cameraOf(const platform::PhotoOrigin& origin)
+{
+    if (origin.make.empty() || origin.model.empty())
+        return origin.make + origin.model;
+    const std::string maker = platform::lowercaseASCII(origin.make.substr(0, origin.make.find(' ')));
+    const std::string model = platform::lowercaseASCII(origin.model);
+    // "Lumora" is no part of "Lumorama 3".
+    const bool isNamed = model.starts_with(maker) && (model.size() == maker.size() ||
+                                                      !std::isalpha(static_cast<unsigned char>(model[maker.size()])));
+    return isNamed ? origin.model : fmt::format("{} {}", origin.make, origin.model);
+}
+
 Error unusable(const std::filesystem::path& file, const std::string& reason, ErrorCode code = ErrorCode::Unsupported)
 {
     return {code, file, fmt::format("{}: {}", file.native(), reason)};
@@ -50,6 +65,12 @@ Result<FileFacts> photoFacts(CGImageSource& source, const NSURL& url, FileFacts 
     facts.size = uprightSizeOf(*properties);
     facts.orientation = properties->orientation;
     facts.averageColor = averageColorOf(facts.path);
+    const platform::PhotoOrigin& origin = properties->origin;
+    if (origin.taken)
+        facts.taken = DateTaken{origin.taken->clock, origin.taken->offset};
+    facts.camera = cameraOf(origin);
+    if (origin.place)
+        facts.place = GeographicPlace{origin.place->latitude, origin.place->longitude};
     facts.isCutOff = source.isCutOff();
     return facts;
 }

@@ -63,6 +63,16 @@ std::string channelsText(int channels)
     return localizedFormat("{} channels", channels);
 }
 
+/// "2024-05-31 09:08:07.25 +02:00"
+std::string dateText(const DateTaken& date)
+{
+    const std::string text = textOfDate(date);
+    const size_t time = text.find('T') + 1;
+    const size_t offset = std::min(text.size(), text.find_first_of("+-", time));
+    return fmt::format("{} {}{}{}", text.substr(0, time - 1), text.substr(time, offset - time),
+                       offset < text.size() ? " " : "", text.substr(offset));
+}
+
 /// A name and what is told under it.
 using Row = std::pair<std::string, std::string>;
 
@@ -94,6 +104,12 @@ std::vector<Row> rowsOf(const FileFacts& facts, TerminalColors colors)
         const std::string shown = swatch(*facts.averageColor, colors);
         add("Average colour", fmt::format("{}{}{}", shown, shown.empty() ? "" : " ", hexOf(*facts.averageColor)));
     }
+    if (facts.taken)
+        add("Taken", dateText(*facts.taken));
+    if (!facts.camera.empty())
+        add("Camera", printable(facts.camera));
+    if (facts.place)
+        add("Place", fmt::format("{:.6f}, {:.6f}", facts.place->latitude, facts.place->longitude));
     if (facts.kind == FileFacts::Kind::Photo)
         return rows;
     // Of a movie, only what its tags tell: it is seen by its name.
@@ -150,6 +166,12 @@ JSONWriter jsonOf(const FileFacts& facts)
         facts.orientation ? json.add("orientation", *facts.orientation) : json.addNull("orientation");
         json.add("isCutOff", facts.isCutOff);
         facts.averageColor ? json.add("averageColor", hexOf(*facts.averageColor)) : json.addNull("averageColor");
+        facts.taken ? json.add("taken", textOfDate(*facts.taken)) : json.addNull("taken");
+        facts.camera.empty() ? json.addNull("camera") : json.add("camera", facts.camera);
+        if (facts.place)
+            json.add("latitude", facts.place->latitude).add("longitude", facts.place->longitude);
+        else
+            json.addNull("latitude").addNull("longitude");
         return json;
     }
     addText(json, "title", facts.tags.title);

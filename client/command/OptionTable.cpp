@@ -347,8 +347,9 @@ CommandText info(const Options& o)
     return {
         .name = "info",
         .summary = "tell what is known of photos, sounds and movies",
-        .about = R"(Tells what is known of photos, sounds and movies: of a photo its size in pixels
-and its average colour; of a sound its title, artist, album, length, sample rate
+        .about = R"(Tells what is known of photos, sounds and movies: of a photo its size in pixels,
+its average colour and, where EXIF tells, when, with which camera and where it
+was taken; of a sound its title, artist, album, length, sample rate
 and cover; of a movie what it has of both. A title that no tag tells is the name
 of the file.
 )",

@@ -2,6 +2,7 @@
 
 #include <stillora/Error.h>
 #include <stillora/Export.h>
+#include <stillora/Photos.h>
 #include <stillora/Types.h>
 
 #include <cstdint>
@@ -36,6 +37,14 @@ struct Cover {
     Bytes picture;
 };
 
+/// Degrees; north of the equator and east of Greenwich are positive.
+struct GeographicPlace {
+    double latitude = 0;
+    double longitude = 0;
+
+    friend bool operator==(const GeographicPlace&, const GeographicPlace&) = default;
+};
+
 /// What is known of a file that a movie can be made of, or that is a movie.
 struct FileFacts {
     enum class Kind { Photo, Sound, Movie };
@@ -52,6 +61,14 @@ struct FileFacts {
     std::optional<int> orientation;
     /// Of a photo.
     std::optional<Color> averageColor;
+
+    /// @name Of a photo, by EXIF
+    /// @{
+    std::optional<DateTaken> taken;
+    /// The make, unless the model's name begins with it, and the model; empty where the photo does not tell.
+    std::string camera;
+    std::optional<GeographicPlace> place;
+    /// @}
     /// As in `PhotoFacts`.
     bool isCutOff = false;
 

@@ -244,7 +244,8 @@ TEST_F(InfoCommand, TellsProgramsInJSON)
     EXPECT_EQ(
         result.out,
         R"({"path": "photo.jpg", "ok": true, "kind": "photo", "bytes": )" + size("photo.jpg") +
-            R"(, "format": "jpeg", "width": 300, "height": 400, "orientation": 6, "isCutOff": false, "averageColor": "#808080"})"
+            R"(, "format": "jpeg", "width": 300, "height": 400, "orientation": 6, "isCutOff": false, "averageColor": "#808080", )"
+            R"("taken": null, "camera": null, "latitude": null, "longitude": null})"
             "\n"
             R"({"path": "absent.mp3", "ok": false, "error": "No such file or directory"})"
             "\n"
@@ -354,4 +355,39 @@ TEST_F(InfoCommand, HelpsWithItsOptions)
     size_t begin = 0;
     for (size_t end = 0; (end = result.out.find('\n', begin)) != std::string::npos; begin = end + 1)
         EXPECT_LE(end - begin, 80U) << result.out.substr(begin, end - begin);
+}
+
+TEST_F(InfoCommand, TellsWhenWithWhichCameraAndWhereAPhotoWasTaken)
+{
+    const std::string photo = folder_.path("a.jpg");
+    test::writeFile(photo, test::jpegBytes(test::plain(40, 30, test::kBlue)));
+    const auto tag = [&](const std::string& tags) {
+        ASSERT_EQ(std::system(("exiftool -q -n -overwrite_original " + tags + " " + photo).c_str()), 0) << tags;
+    };
+    tag("-EXIF:DateTimeOriginal='2024:05:31 09:08:07' -EXIF:SubSecTimeOriginal=25 -EXIF:Make='Lumora Works' "
+        "-EXIF:Model='LUMORA X2' -EXIF:GPSLatitude=33.5 -EXIF:GPSLatitudeRef=S -EXIF:GPSLongitude=151.25 "
+        "-EXIF:GPSLongitudeRef=E");
+    EXPECT_THAT(run({photo}).out, HasSubstr("\n  Taken           2024-05-31 09:08:07.25\n"
+                                            "  Camera          LUMORA X2\n"
+                                            "  Place           -33.500000, 151.250000\n"));
+    EXPECT_THAT(run({photo, "--json"}).out, HasSubstr(R"("taken": "2024-05-31T09:08:07.25", "camera": "LUMORA X2", )"
+                                                      R"("latitude": -33.5, "longitude": 151.25})"));
+    tag("-EXIF:OffsetTimeOriginal=-09:30 -EXIF:Model='X2'");
+    EXPECT_THAT(run({photo}).out, HasSubstr("2024-05-31 09:08:07.25 -09:30\n  Camera          Lumora Works X2\n"));
+    EXPECT_THAT(run({photo, "--json"}).out, HasSubstr(R"("taken": "2024-05-31T09:08:07.25-09:30", )"));
+    tag("-EXIF:Model='Lumorama 3'");
+    EXPECT_THAT(run({photo}).out, HasSubstr("Camera          Lumora Works Lumorama 3\n"));
+    tag("-EXIF:Model=");
+    EXPECT_THAT(run({photo}).out, HasSubstr("Camera          Lumora Works\n"));
+}
+
+TEST_F(InfoCommand, TellsNothingOfWhatAPhotoDoesNotTell)
+{
+    const std::string photo = folder_.path("a.jpg");
+    test::writeFile(photo, test::jpegBytes(test::plain(40, 30, test::kBlue)));
+    const std::string text = run({photo}).out;
+    for (const char* word : {"Taken", "Camera", "Place"})
+        EXPECT_THAT(text, Not(HasSubstr(word)));
+    EXPECT_THAT(run({photo, "--json"}).out,
+                HasSubstr(R"("taken": null, "camera": null, "latitude": null, "longitude": null})"));
 }
