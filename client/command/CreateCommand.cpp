@@ -68,7 +68,8 @@ int runCreateCommand(const CreateOptions& given)
     checked.good = command.sorted(std::move(checked.good), options.order);
     const std::string title = options.title.value_or(titleForPhotos(checked.good));
     return command.makeMovie(std::move(checked.good), std::move(sounds.good), settingsOf(options), title, std::nullopt,
-                             options.saveFolder, options.use);
+                             options.saveFolder, options.use,
+                             options.plansOnly ? MovieCommand::Making::PlanAlone : MovieCommand::Making::Whole);
 }
 
 } // namespace stillora

@@ -127,6 +127,7 @@ std::string readMovieOptions(const CommandArguments& arguments, CreateOptions& o
     options.skipsBad = arguments.has("skip-bad");
     options.isJSON = arguments.has("json");
     options.isQuiet = arguments.has("quiet");
+    options.plansOnly = arguments.has("dry-run");
     options.order.isReversed = arguments.has("reverse");
     if (arguments.has("recursive"))
         options.innerFolders = InnerFolders::Listed;

@@ -37,6 +37,8 @@ struct CreateOptions {
     bool isJSON = false;
     bool isQuiet = false;
     bool skipsBad = false;
+    /// Tell what the movie would be, and make none.
+    bool plansOnly = false;
     PhotoOrder order;
     InnerFolders innerFolders = InnerFolders::PassedOver;
 };

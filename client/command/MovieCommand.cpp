@@ -4,6 +4,7 @@
 
 #include "client/Text.h"
 #include "client/command/PhotoSentence.h"
+#include "client/command/PlanText.h"
 #include "client/command/Question.h"
 #include "client/command/SoundSentence.h"
 
@@ -35,6 +36,35 @@ std::string countOfBadInput(size_t photos, size_t sounds)
     };
     return fmt::format("{}{}{}", counted(photos, "photo"), photos > 0 && sounds > 0 ? ", " : "",
                        counted(sounds, "sound"));
+}
+
+/// What is known of a movie before it is made.
+JSONWriter planAsJSON(const MovieRequest& request)
+{
+    const Size size = frameSizeForQuality(request.quality, request.photos);
+    JSONWriter json;
+    json.add("photos", static_cast<int64_t>(request.photos.size()))
+        .add("secondsPerPhoto", request.plan.timePerPhoto.count());
+    json.add("duration", request.plan.totalVideoDuration.count());
+    if (const auto soundEnd = request.plan.soundEnd())
+        json.add("soundEnd", soundEnd->count()).add("musicEnd", request.plan.musicEnd.count());
+    else
+        json.addNull("soundEnd").addNull("musicEnd");
+    std::vector<std::string> leftOut;
+    for (const size_t source : request.plan.leftOut)
+        leftOut.push_back(request.sounds[source].path.native());
+    json.add("leftOut", leftOut);
+    if (request.plan.fadeStart)
+        json.add("fadeStart", request.plan.fadeStart->count());
+    else
+        json.addNull("fadeStart");
+    json.add("width", static_cast<int64_t>(size.width)).add("height", static_cast<int64_t>(size.height));
+    std::vector<std::string> smaller;
+    for (const size_t photo : photosSmallerThanFrame(size, request.photos))
+        smaller.push_back(request.photos[photo].path.native());
+    json.add("smallerThanFrame", smaller);
+    json.add("codec", request.codec).add("web", request.use == MovieUse::Web);
+    return json;
 }
 
 } // namespace
@@ -187,7 +217,7 @@ int MovieCommand::refuseBadInput(const std::vector<BadFile>& photos, const std::
 int MovieCommand::makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFacts> sounds,
                             const MovieSettings& settings, const std::string& title,
                             const std::optional<std::filesystem::path>& document,
-                            const std::optional<std::filesystem::path>& saveFolder, MovieUse use)
+                            const std::optional<std::filesystem::path>& saveFolder, MovieUse use, Making making)
 {
     if (settings.codec != "avc1")
         note(fmt::format("browsers do not show the codec {}; avc1 plays everywhere", settings.codec));
@@ -208,26 +238,50 @@ int MovieCommand::makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFac
         if (const std::string sentence = smallPhotosSentence(frame, wish.photos); !sentence.empty())
             note(sentence);
     }
-    if (const std::string sentence = soundSentence(*plan, wish.sounds); !sentence.empty() && !wish.sounds.empty())
+    const std::string sentence = soundSentence(*plan, wish.sounds);
+    if (making == Making::Whole && !sentence.empty() && !wish.sounds.empty())
         note(sentence);
-    const MovieRequest request{.photos = std::move(wish.photos),
-                               .sounds = std::move(wish.sounds),
-                               .plan = *plan,
-                               .codec = settings.codec,
-                               .quality = settings.quality,
-                               .reducesBorders = settings.reducesBorders,
-                               .title = title,
-                               .saveFolder = saveFolder ? *saveFolder : usualSaveFolder(),
-                               .document = document,
-                               .use = use,
-                               .watermark = settings.watermark};
+    MovieRequest request{.photos = std::move(wish.photos),
+                         .sounds = std::move(wish.sounds),
+                         .plan = *plan,
+                         .codec = settings.codec,
+                         .quality = settings.quality,
+                         .reducesBorders = settings.reducesBorders,
+                         .title = title,
+                         .saveFolder = {},
+                         .document = document,
+                         .use = use,
+                         .watermark = settings.watermark};
     noteDamaged(request.photos);
     if (request.reducesBorders)
         noteMissingFaceDetector();
+    if (making == Making::PlanAlone)
+        return tellPlan(request);
+    request.saveFolder = saveFolder ? *saveFolder : usualSaveFolder();
     teller_.serviceStarts();
     const Result<Movie> outcome = maker_.makeMovie(request, teller_);
     terminal_.clearProgress();
     return finish(request, outcome);
+}
+
+int MovieCommand::tellPlan(const MovieRequest& request)
+{
+    if (!isJSON())
+        return give(planText(request), "the plan");
+    std::vector<std::string> order;
+    for (const PhotoFacts& photo : request.photos)
+        order.push_back(photo.path.native());
+    std::vector<JSONWriter> sounds;
+    for (const PlannedSound& piece : request.plan.sounds) {
+        JSONWriter sound;
+        piece.source ? sound.add("path", request.sounds[*piece.source].path.native()) : sound.addNull("path");
+        piece.selection ? sound.add("start", piece.selection->start.count()) : sound.add("start", 0.0);
+        sounds.push_back(sound.add("seconds", piece.length.count()));
+    }
+    JSONWriter result = JSONWriter().add("ok", true).add("cancelled", false).addNull("movie").addNull("error");
+    result.add("dryRun", true).add("title", request.title).addAll(planAsJSON(request));
+    result.add("heightBy", request.quality == kAutomaticQuality ? "auto" : request.quality > 0 ? "given" : "smallest");
+    return succeed({}, result.add("order", order).add("sounds", sounds));
 }
 
 int MovieCommand::finish(const MovieRequest& request, const Result<Movie>& outcome)
@@ -250,27 +304,7 @@ int MovieCommand::finish(const MovieRequest& request, const Result<Movie>& outco
                      size.width, size.height, secondsText(request.plan.totalVideoDuration), bytesText(bytes)));
 
     JSONWriter result = resultOf(path, outcome->faults.empty());
-    result.add("photos", static_cast<int64_t>(request.photos.size()))
-        .add("secondsPerPhoto", request.plan.timePerPhoto.count());
-    result.add("duration", request.plan.totalVideoDuration.count());
-    if (const auto soundEnd = request.plan.soundEnd())
-        result.add("soundEnd", soundEnd->count()).add("musicEnd", request.plan.musicEnd.count());
-    else
-        result.addNull("soundEnd").addNull("musicEnd");
-    std::vector<std::string> leftOut;
-    for (const size_t source : request.plan.leftOut)
-        leftOut.push_back(request.sounds[source].path.native());
-    result.add("leftOut", leftOut);
-    if (request.plan.fadeStart)
-        result.add("fadeStart", request.plan.fadeStart->count());
-    else
-        result.addNull("fadeStart");
-    result.add("width", static_cast<int64_t>(size.width)).add("height", static_cast<int64_t>(size.height));
-    std::vector<std::string> smaller;
-    for (const size_t photo : photosSmallerThanFrame(size, request.photos))
-        smaller.push_back(request.photos[photo].path.native());
-    result.add("smallerThanFrame", smaller);
-    result.add("codec", request.codec).add("web", request.use == MovieUse::Web);
+    result.addAll(planAsJSON(request));
     result.add("bytes", static_cast<int64_t>(bytes)).add("damagedPhotos", asJSON(damagedOf(request.photos)));
     result.add("faults", outcome->faults);
     return succeed(path, result, outcome->faults.empty() ? kExitDone : kExitFaultyMovie);

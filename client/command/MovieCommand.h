@@ -72,6 +72,8 @@ public:
     /// Photos in their order; tells of those that do not say when they were taken.
     std::vector<PhotoFacts> sorted(std::vector<PhotoFacts> photos, PhotoOrder order);
 
+    enum class Making { Whole, PlanAlone };
+
     /// @name More ends of a command: each tells it, and returns the program's exit status
     /// @{
     int stopped() { return CommandOutput::stopped(signals_.signal()); }
@@ -82,13 +84,15 @@ public:
     /// Makes a movie of photos and sounds that were checked.
     /// @param title      the movie's name
     /// @param document   the document that they are of, if they are of one and the movie has its name
+    /// @param making     with the plan alone that is told, no service is started and no folder made
     /// @param saveFolder nothing for the one that the user has chosen
     int makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFacts> sounds, const MovieSettings& settings,
                   const std::string& title, const std::optional<std::filesystem::path>& document,
-                  const std::optional<std::filesystem::path>& saveFolder, MovieUse use);
+                  const std::optional<std::filesystem::path>& saveFolder, MovieUse use, Making making = Making::Whole);
     /// @}
 
 private:
+    int tellPlan(const MovieRequest& request);
     int finish(const MovieRequest& request, const Result<Movie>& outcome);
     void tellBadInput(const std::vector<BadFile>& files);
 

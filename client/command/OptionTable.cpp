@@ -64,6 +64,14 @@ struct Options {
         .offer = Offer::Words,
         .words = {"name", "date", "given"},
     };
+    const Option dryRun{
+        .name = "dry-run",
+        .help = "tell what the movie would be, and make none",
+        .more =
+            "The plan goes to standard output: length, height and why it has that, what is heard, and the photos in "
+            "their order. Photos and sounds are looked into as ever; no service is started, no folder made, and the "
+            "exit status for a wrong command line or for bad photos is the same.",
+    };
     const Option reverse{.name = "reverse", .help = "show photos the other way round, the last one first"};
     const Option recursive{
         .name = "recursive",
@@ -260,9 +268,10 @@ leaves nothing behind; a second one does not wait for the service's answer.
         .exitStatuses = kMovieStatuses,
         .forms = {{.operands = "PHOTO|FOLDER...",
                    .offer = Offer::Photos,
-                   .options = {&o.seconds, &o.quality, &o.codec, &o.soundtrack, &o.loop, &o.fitMusic, &o.noSilence,
-                               &o.sort, &o.reverse, &o.recursive, &o.reduceBorders, &o.noWatermark, &o.watermark,
-                               &o.web, &o.title, &o.save, &o.skipBad, &o.events, &o.quiet}}},
+                   .options = {&o.seconds,       &o.quality,     &o.codec,     &o.soundtrack, &o.loop,
+                               &o.fitMusic,      &o.noSilence,   &o.sort,      &o.reverse,    &o.recursive,
+                               &o.reduceBorders, &o.noWatermark, &o.watermark, &o.web,        &o.title,
+                               &o.save,          &o.skipBad,     &o.dryRun,    &o.events,     &o.quiet}}},
     };
 }
 

@@ -55,6 +55,8 @@ TEST(CommandLine, ReadsTheOrderOfPhotos)
     EXPECT_EQ(created({"create", "a", "--sort", "given"}).order.sort, PhotoSort::AsGiven);
     EXPECT_FALSE(created({"create", "a"}).order.isReversed);
     EXPECT_TRUE(created({"create", "a", "--reverse"}).order.isReversed);
+    EXPECT_FALSE(created({"create", "a"}).plansOnly);
+    EXPECT_TRUE(created({"create", "a", "--dry-run"}).plansOnly);
     EXPECT_EQ(created({"create", "a"}).innerFolders, InnerFolders::PassedOver);
     EXPECT_EQ(created({"create", "a", "--recursive"}).innerFolders, InnerFolders::Listed);
 }
