@@ -4,6 +4,8 @@
 #include "client/command/CreateOptions.h"
 #include "client/command/ExitStatus.h"
 #include "client/command/HelpText.h"
+#include "client/command/Suggestion.h"
+#include "platform/foundation/NSString.h"
 
 #include <algorithm>
 #include <charconv>
@@ -102,8 +104,12 @@ private:
             return fmt::format("--{} takes no value", optionOf(optopt).name);
         if (optopt != 0)
             return fmt::format("there is no option -{}", static_cast<char>(optopt));
-        const std::string_view text = pointers_[static_cast<size_t>(optind - 1)];
-        return fmt::format("there is no option {}", text.substr(0, text.find('=')));
+        std::string_view text = pointers_[static_cast<size_t>(optind - 1)];
+        text = text.substr(0, text.find('='));
+        std::vector<std::string> names;
+        for (const Option* option : options_)
+            names.push_back(option->name);
+        return fmt::format("there is no option {}{}", text, suggestionFor(text.substr(2), names, "--"));
     }
 
     static std::string take(const Option& option, CommandArguments& into)
@@ -199,14 +205,26 @@ SoundArgument soundOf(const std::string& text)
     return {text.substr(0, at), span->start, span->end};
 }
 
-std::string readQuality(const std::string& text, int64_t& quality)
+std::string readQuality(const std::string& given, int64_t& quality)
 {
+    const std::string text = heightOf(given);
     const std::vector<std::string>& words = qualityWords();
     if (std::find(words.begin(), words.end(), text) == words.end())
-        return fmt::format("--quality takes {}, not \"{}\"", fmt::join(words, ", "), text);
+        return fmt::format("--quality takes {}, not \"{}\"{}", fmt::join(words, ", "), given,
+                           suggestionFor(given, words));
     quality = text == kSmallestWord ? kSmallestQuality : kAutomaticQuality;
     std::from_chars(text.data(), text.data() + text.size(), quality);
     return {};
+}
+
+std::string heightOf(const std::string& typed)
+{
+    const std::string text = platform::lowercaseASCII(typed);
+    if (text == "4k")
+        return "2160";
+    if (text.ends_with('p') && text.find_first_not_of("0123456789") == text.size() - 1)
+        return text.substr(0, text.size() - 1);
+    return typed;
 }
 
 std::string readWatermark(const CommandArguments& arguments, Watermark& watermark)

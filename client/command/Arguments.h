@@ -81,8 +81,10 @@ SoundArgument soundOf(const std::string& text);
 
 /// @name Each reads the value of an option. Returns what is wrong, or nothing.
 /// @{
-/// "auto", "smallest" or a height of the service's table.
-std::string readQuality(const std::string& text, int64_t& quality);
+/// "auto", "smallest" or a height of the service's table, also as "1080p" or "4k".
+std::string readQuality(const std::string& given, int64_t& quality);
+/// The height that people mean by "1080p" or "4k"; other texts as they are.
+std::string heightOf(const std::string& typed);
 /// --watermark and --no-watermark.
 std::string readWatermark(const CommandArguments& arguments, Watermark& watermark);
 /// The part of a sound that --range tells: "START-END", of which one may be left out.

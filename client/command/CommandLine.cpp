@@ -2,6 +2,7 @@
 
 #include "client/command/ExitStatus.h"
 #include "client/command/HelpText.h"
+#include "client/command/Suggestion.h"
 
 #include <algorithm>
 
@@ -24,8 +25,14 @@ Parsed<CommandCall> parseCommandLine(const std::vector<std::string>& arguments)
         return CommandLineAnswer{"stillora " STILLORA_VERSION "\n", kExitDone};
     const auto command =
         std::find_if(commands().begin(), commands().end(), [&](const Command& each) { return each.name == name; });
-    if (command == commands().end())
-        return usageError(fmt::format("there is no {} {}", name.starts_with('-') ? "option" : "command", name));
+    if (command == commands().end()) {
+        if (name.starts_with('-'))
+            return usageError(fmt::format("there is no option {}", name));
+        std::vector<std::string> names;
+        for (const Command& each : commands())
+            names.emplace_back(each.name);
+        return usageError(fmt::format("there is no command {}{}", name, suggestionFor(name, names)));
+    }
     // Each command reads its own, so that a photo may have the name of a command.
     return CommandCall{&*command, {arguments.begin() + 1, arguments.end()}};
 }

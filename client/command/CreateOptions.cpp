@@ -3,6 +3,7 @@
 #include <stillora/Movie.h>
 
 #include "client/Text.h"
+#include "client/command/Suggestion.h"
 #include "platform/files/NSURL.h"
 #include "platform/foundation/NSString.h"
 
@@ -11,6 +12,8 @@
 #include <cassert>
 #include <ranges>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -22,7 +25,9 @@ namespace {
 /// @{
 std::string readSeconds(const std::string& text, CreateOptions& options)
 {
-    const auto seconds = numberOf(text);
+    // "4s" is four seconds, too.
+    const bool hasUnit = text.size() > 1 && text.ends_with('s');
+    const auto seconds = numberOf(std::string_view(text).substr(0, text.size() - (hasUnit ? 1 : 0)));
     if (!seconds || *seconds < kMinTimePerPhoto.count() || *seconds > kMaxTimePerPhoto.count())
         return fmt::format("--seconds takes a number from {} to {}, not \"{}\"", kMinTimePerPhoto.count(),
                            kMaxTimePerPhoto.count(), text);
@@ -30,10 +35,34 @@ std::string readSeconds(const std::string& text, CreateOptions& options)
     return {};
 }
 
-std::string readCodec(const std::string& text, CreateOptions& options)
+/// What people call a codec, and its own name.
+constexpr std::array<std::pair<std::string_view, std::string_view>, 9> kCodecSynonyms{{
+    {"h264", "avc1"},
+    {"h.264", "avc1"},
+    {"avc", "avc1"},
+    {"h265", "hvc1"},
+    {"h.265", "hvc1"},
+    {"hevc", "hvc1"},
+    {"mjpeg", "jpeg"},
+    {"prores", "apcn"},
+    {"proreshq", "apch"},
+}};
+
+std::string codecOf(const std::string& typed)
 {
+    const std::string text = platform::lowercaseASCII(typed);
+    for (const auto& [synonym, codec] : kCodecSynonyms)
+        if (text == synonym)
+            return std::string(codec);
+    return typed;
+}
+
+std::string readCodec(const std::string& typed, CreateOptions& options)
+{
+    const std::string text = codecOf(typed);
     if (std::find(kMovieCodecs.begin(), kMovieCodecs.end(), text) == kMovieCodecs.end())
-        return fmt::format("--codec takes {}, not \"{}\"", fmt::join(kMovieCodecs, ", "), text);
+        return fmt::format("--codec takes {}, not \"{}\"{}", fmt::join(kMovieCodecs, ", "), typed,
+                           suggestionFor(typed, {kMovieCodecs.begin(), kMovieCodecs.end()}));
     options.codec = text;
     options.isCodecGiven = true;
     return {};

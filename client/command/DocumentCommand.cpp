@@ -13,6 +13,7 @@
 #include "client/command/HelpText.h"
 #include "client/command/MovieCommand.h"
 #include "client/command/RememberedSettings.h"
+#include "client/command/Suggestion.h"
 #include "platform/files/NSURL.h"
 
 #include <algorithm>
@@ -357,9 +358,14 @@ int runDocumentCommand(const std::vector<std::string>& arguments)
     if (name == "--help" || name == "-h" || name == "help")
         return give({helpOf("document"), kExitDone});
     const auto verb = std::find_if(kVerbs.begin(), kVerbs.end(), [&](const Verb& each) { return each.name == name; });
-    if (verb == kVerbs.end())
-        return give(usageError(
-            fmt::format("there is no {} {}", name.starts_with('-') ? "option" : "command document", name), "document"));
+    if (verb == kVerbs.end()) {
+        std::vector<std::string> names;
+        for (const Verb& each : kVerbs)
+            names.emplace_back(each.name);
+        return give(usageError(fmt::format("there is no {} {}{}", name.starts_with('-') ? "option" : "command document",
+                                           name, suggestionFor(name, names)),
+                               "document"));
+    }
     return verb->run({arguments.begin() + 1, arguments.end()});
 }
 

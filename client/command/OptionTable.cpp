@@ -43,7 +43,8 @@ struct Options {
                         "or smallest, the largest that the smallest photo covers",
                         fmt::join(heightWords(), ", ")),
         .more =
-            "Sizes are 320 x 240, 640 x 360, 854 x 480, 1280 x 720, 1920 x 1080, 2560 x 1440 and 3840 x 2160. A "
+            "1080p and 4k are understood, too. Sizes are 320 x 240, 640 x 360, 854 x 480, 1280 x 720, 1920 x 1080, "
+            "2560 x 1440 and 3840 x 2160. A "
             "photo covers a size that it is not narrower and not lower than. With auto at least four fifths of the "
             "photos cover the size, of three or four photos all but one, of two both: 14 photos of 3000 x 2000 and "
             "one of 1200 x 1600 make a movie of 2560 x 1440. The others are not enlarged and stand in black; a line "
@@ -88,7 +89,8 @@ struct Options {
         .value = "NAME",
         .help = "how pictures are stored: avc1 (H.264, default), hvc1 (HEVC), jpeg, or ProRes: apcn, ap4h, apch, apcs, "
                 "apco, ap4x; browsers play only avc1",
-        .more = "Of ProRes apcn is 422, apch 422 HQ, apcs 422 LT, apco 422 Proxy, ap4h 4444 and ap4x 4444 XQ.",
+        .more = "The names h264, hevc, mjpeg and prores are understood, too. Of ProRes apcn is 422, apch 422 HQ, apcs "
+                "422 LT, apco 422 Proxy, ap4h 4444 and ap4x 4444 XQ.",
         .offer = Offer::Words,
         .words = codecWords(),
     };

@@ -7,6 +7,7 @@
 #include "client/command/ExitStatus.h"
 #include "client/command/HelpText.h"
 #include "client/command/RememberedSettings.h"
+#include "client/command/Suggestion.h"
 
 #include <algorithm>
 
@@ -18,7 +19,8 @@ namespace {
 
 std::string keyFault(const std::string& given)
 {
-    return fmt::format("there is no setting {}: they are {}", given, fmt::join(RememberedSettings::names(), ", "));
+    return fmt::format("there is no setting {}: they are {}{}", given, fmt::join(RememberedSettings::names(), ", "),
+                       suggestionFor(given, RememberedSettings::names()));
 }
 
 JSONWriter settingsAsJSON()

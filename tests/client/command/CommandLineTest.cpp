@@ -181,8 +181,8 @@ TEST(CommandLine, RefusesWhatItCannotUseAndSaysWhy)
         {{"create", "a", "--quality", "1081"},
          "--quality takes auto, smallest, 240, 360, 480, 720, 1080, 1440, 2160, not"},
         {{"create", "a", "--sort", "size"}, "--sort takes name, date, given, not \"size\""},
-        {{"create", "a", "--quality", "1080p"}, "\"1080p\""},
-        {{"create", "a", "--codec", "h264"}, "--codec takes avc1, hvc1, jpeg, apcn, ap4h, apch, apcs, apco, ap4x, not"},
+        {{"create", "a", "--quality", "1081p"}, "\"1081p\""},
+        {{"create", "a", "--codec", "vp9"}, "--codec takes avc1, hvc1, jpeg, apcn, ap4h, apch, apcs, apco, ap4x, not"},
         {{"create", "a", "--codec", ""}, "--codec"},
         {{"create", "a", "--title", "a/b"}, "the title \"a/b\" holds a \"/\""},
         {{"create", "a", "--title", ""}, "is empty"},
@@ -217,6 +217,37 @@ TEST(CommandLine, ShowsTheVersion)
 {
     EXPECT_EQ(answered({"--version"}).exitStatus, 0);
     EXPECT_THAT(answered({"--version"}).text, testing::MatchesRegex("stillora [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+}
+
+TEST(CommandLine, UnderstandsWhatPeopleCallThings)
+{
+    const std::pair<const char*, const char*> codecs[] = {
+        {"h264", "avc1"},   {"H.264", "avc1"},  {"hevc", "hvc1"},  {"HEVC", "hvc1"}, {"h265", "hvc1"},
+        {"prores", "apcn"}, {"ProRes", "apcn"}, {"mjpeg", "jpeg"}, {"avc1", "avc1"},
+    };
+    for (const auto& [typed, codec] : codecs)
+        EXPECT_EQ(created({"create", "a", "--codec", typed}).codec, codec) << typed;
+    const std::pair<const char*, int> heights[] = {{"1080p", 1080}, {"720P", 720}, {"4k", 2160}, {"4K", 2160}};
+    for (const auto& [typed, height] : heights)
+        EXPECT_EQ(created({"create", "a", "--quality", typed}).quality, height) << typed;
+    EXPECT_EQ(created({"create", "a", "--seconds", "4s"}).seconds, 4s);
+    EXPECT_EQ(created({"create", "a", "--seconds", "0.5s"}).seconds, 0.5s);
+    for (const Arguments& arguments : {Arguments{"create", "a", "--seconds", "s"},
+                                       {"create", "a", "--seconds", "4m"},
+                                       {"create", "a", "--quality", "p"},
+                                       {"create", "a", "--quality", "1081p"},
+                                       {"create", "a", "--quality", "autop"}})
+        EXPECT_THAT(answered(arguments).text, HasSubstr("not \"" + arguments.back() + "\""));
+}
+
+TEST(CommandLine, AsksWhetherAnotherWordWasMeant)
+{
+    EXPECT_THAT(answered({"craete", "a"}).text, HasSubstr("there is no command craete, did you mean create?"));
+    EXPECT_THAT(answered({"create", "a", "--sceonds", "3"}).text,
+                HasSubstr("there is no option --sceonds, did you mean --seconds?"));
+    EXPECT_THAT(answered({"create", "a", "--codec", "avc2"}).text, HasSubstr("not \"avc2\", did you mean avc1?"));
+    EXPECT_THAT(answered({"create", "a", "--quality", "1800"}).text, HasSubstr("did you mean 1080?"));
+    EXPECT_THAT(answered({"movie"}).text, testing::Not(HasSubstr("did you mean")));
 }
 
 TEST(CommandLine, ReadsWhatIsSaidOfTheWatermark)

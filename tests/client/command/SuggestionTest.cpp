@@ -1,0 +1,28 @@
+#include "client/command/Suggestion.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+using namespace stillora;
+
+TEST(Suggestion, NamesWhatIsNearest)
+{
+    const std::vector<std::string> names = {"create", "convert", "trim", "seconds", "save"};
+    const std::pair<const char*, const char*> rows[] = {
+        {"craete", "create"}, {"creat", "create"},   {"creates", "create"}, {"convrt", "convert"},
+        {"tirm", "trim"},     {"second", "seconds"}, {"sav", "save"},
+    };
+    for (const auto& [typed, meant] : rows)
+        EXPECT_EQ(suggestionFor(typed, names), std::string(", did you mean ") + meant + "?") << typed;
+    EXPECT_EQ(suggestionFor("sevonds", names, "--"), ", did you mean --seconds?");
+}
+
+TEST(Suggestion, NamesNothingWhereNothingIsNear)
+{
+    const std::vector<std::string> names = {"create", "trim"};
+    for (const std::string typed : {"", "t", "movie", "xy", "rm", "destroy", "crxxxe"})
+        EXPECT_EQ(suggestionFor(typed, names), "") << typed;
+    EXPECT_EQ(suggestionFor(std::string(100'000, 'c'), names), "");
+}
