@@ -4,7 +4,9 @@
 #include <stillora/Photos.h>
 #include <stillora/Sounds.h>
 
+#include "client/command/DocumentCommand.h"
 #include "client/command/MovieCommand.h"
+#include "client/command/Operands.h"
 #include "client/command/RememberedSettings.h"
 
 #include <algorithm>
@@ -25,11 +27,50 @@ std::string noPhotosIn(const std::vector<std::filesystem::path>& places)
     return fmt::format("there are no photos in {}", fmt::join(names, ", "));
 }
 
+/// The movie of a document, to which nothing is added.
+int renderDocument(const std::filesystem::path& document, const CreateOptions& options)
+{
+    const auto refuse = [&](std::string_view reason) {
+        return give(usageError(fmt::format("{} is a document, {}", document.native(), reason), "create"));
+    };
+    if (options.photos.size() > 1 || !options.sounds.empty())
+        return refuse("and its movie has no other photos and sounds; \"stillora document add\" adds them to it");
+    if (options.loopsSounds || options.fitsMusic || !options.fillsSilence || options.reducesBorders)
+        return refuse("which itself says whether sounds are repeated or fitted, silence is added and borders are "
+                      "reduced");
+    if (options.order.sort != PhotoSort::AsGiven || options.order.isReversed ||
+        options.innerFolders != InnerFolders::PassedOver)
+        return refuse("which itself has the order of its photos");
+    return runDocumentRender({.document = document.native(), .movie = options});
+}
+
+/// Sounds that stand among the photos are heard before those of --soundtrack.
+void takeOutSounds(CreateOptions& options)
+{
+    std::vector<std::filesystem::path> photos;
+    std::vector<SoundArgument> sounds;
+    for (std::filesystem::path& argument : options.photos) {
+        if (auto sound = soundOperand(argument.native()))
+            sounds.push_back(*std::move(sound));
+        else
+            photos.push_back(std::move(argument));
+    }
+    std::ranges::move(options.sounds, std::back_inserter(sounds));
+    options.photos = std::move(photos);
+    options.sounds = std::move(sounds);
+}
+
 } // namespace
 
 int runCreateCommand(const CreateOptions& given)
 {
+    for (const std::filesystem::path& photo : given.photos)
+        if (const auto document = documentOperand(photo.native()))
+            return renderDocument(*document, given);
     CreateOptions options = given;
+    takeOutSounds(options);
+    if (options.sounds.empty() && (options.loopsSounds || options.fitsMusic))
+        return give(usageError(faultOfMissingSound(options), "create"));
     MovieCommand command({.isJSON = options.isJSON, .isQuiet = options.isQuiet, .product = "movie"});
     for (const std::string& fault : RememberedSettings::complete(options))
         command.note(fault);

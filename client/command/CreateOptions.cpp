@@ -99,6 +99,17 @@ std::string readSaveFolder(const std::string& text, CreateOptions& options)
     return {};
 }
 
+std::string readOutput(const std::string& text, CreateOptions& options)
+{
+    constexpr std::array<std::string_view, 6> kOtherMovies = {"avi", "gif", "m4v", "mkv", "mp4", "webm"};
+    const std::string extension = platform::lowercaseASCII(platform::pathExtension(text));
+    if (std::ranges::count(kOtherMovies, extension) > 0)
+        return fmt::format("-o takes the path of a .mov file, not of a .{} file", extension);
+    const std::filesystem::path path = text;
+    options.saveFolder = path.has_parent_path() ? path.parent_path() : ".";
+    return readTitle(path.filename().native(), options);
+}
+
 std::string readHeight(const std::string& text, CreateOptions& options)
 {
     options.isQualityGiven = true;
@@ -121,7 +132,7 @@ struct ValueReader {
     std::string (*read)(const std::string& text, CreateOptions& options);
 };
 
-constexpr std::array<ValueReader, 7> kValueReaders{{
+constexpr std::array<ValueReader, 8> kValueReaders{{
     {"seconds", readSeconds},
     {"quality", readHeight},
     {"codec", readCodec},
@@ -129,6 +140,7 @@ constexpr std::array<ValueReader, 7> kValueReaders{{
     {"soundtrack", readSound},
     {"save", readSaveFolder},
     {"sort", readSort},
+    {"output", readOutput},
 }};
 
 } // namespace
@@ -142,6 +154,9 @@ std::string readMovieOption(std::string_view option, const std::string& text, Cr
 
 std::string readMovieOptions(const CommandArguments& arguments, CreateOptions& options)
 {
+    if (arguments.has("output") && (arguments.has("title") || arguments.has("save")))
+        return fmt::format("-o names the movie and its folder, without {}",
+                           arguments.has("title") ? "--title" : "--save");
     for (const ValueReader& reader : kValueReaders)
         for (const std::string& text : arguments.values(reader.option))
             if (std::string fault = reader.read(text, options); !fault.empty())
@@ -182,6 +197,11 @@ MovieSettings settingsOf(const CreateOptions& options)
     return settings;
 }
 
+std::string faultOfMissingSound(const CreateOptions& options)
+{
+    return fmt::format("{} needs a sound", options.loopsSounds ? "--loop" : "--fit-music");
+}
+
 Parsed<CreateOptions> parseCreate(const std::vector<std::string>& arguments)
 {
     const auto read = CommandArguments::read("create", arguments);
@@ -191,8 +211,6 @@ Parsed<CreateOptions> parseCreate(const std::vector<std::string>& arguments)
     CreateOptions options;
     options.photos.assign(given.operands().begin(), given.operands().end());
     std::string fault = readMovieOptions(given, options);
-    if (fault.empty() && options.sounds.empty() && (options.loopsSounds || options.fitsMusic))
-        fault = fmt::format("{} needs a --soundtrack", options.loopsSounds ? "--loop" : "--fit-music");
     if (fault.empty() && options.photos.empty())
         fault = "no photos were given";
     if (!fault.empty())

@@ -16,7 +16,7 @@ namespace stillora {
 
 /// The command line of `stillora create`.
 struct CreateOptions {
-    /// Photos and folders, as given.
+    /// Photos, folders and sounds, or a document, as given.
     std::vector<std::filesystem::path> photos;
     std::optional<Seconds> seconds;
     /// As in `MovieSettings`.
@@ -27,7 +27,7 @@ struct CreateOptions {
     bool reducesBorders = false;
     std::optional<std::string> title;
     std::optional<std::filesystem::path> saveFolder;
-    /// In playing order.
+    /// Of --soundtrack, in playing order.
     std::vector<SoundArgument> sounds;
     bool loopsSounds = false;
     bool fitsMusic = false;
@@ -53,6 +53,9 @@ std::string readMovieOptions(const CommandArguments& arguments, CreateOptions& o
 /// Reads the value of one option of these. Returns what is wrong, or nothing.
 /// @param option  "seconds", "quality", "codec", "title", "soundtrack" or "save"
 std::string readMovieOption(std::string_view option, const std::string& text, CreateOptions& options);
+
+/// What is wrong where sounds are wanted and none was given.
+std::string faultOfMissingSound(const CreateOptions& options);
 
 /// Reads the arguments of `stillora create`. Touches no file.
 Parsed<CreateOptions> parseCreate(const std::vector<std::string>& arguments);

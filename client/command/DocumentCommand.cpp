@@ -12,6 +12,7 @@
 #include "client/command/DocumentOptions.h"
 #include "client/command/HelpText.h"
 #include "client/command/MovieCommand.h"
+#include "client/command/Operands.h"
 #include "client/command/RememberedSettings.h"
 #include "client/command/Suggestion.h"
 #include "platform/files/NSURL.h"
@@ -56,24 +57,14 @@ struct Filling {
     bool isCancelled = false;
 };
 
-/// A sound is known by the extension of its name, or by the part of it that is given.
-bool isSound(const std::string& text, const SoundArgument& sound)
-{
-    const bool isPart = sound.path.native() != text;
-    return isSoundExtension(platform::pathExtension(sound.path.native())) ||
-           (isPart && !exists(text) && exists(sound.path));
-}
-
 Filling fillingOf(const DocumentFillOptions& options, MovieCommand& command)
 {
     Filling filling;
     std::vector<PhotoCandidate> candidates;
     std::vector<SoundArgument> sounds;
     for (const std::string& file : options.files) {
-        struct stat status = {};
-        const bool isFolder = stat(file.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-        if (const SoundArgument sound = soundOf(file); !isFolder && isSound(file, sound)) {
-            sounds.push_back(sound);
+        if (auto sound = soundOperand(file)) {
+            sounds.push_back(*std::move(sound));
             continue;
         }
         PhotoListing listing = listPhotos({file}, FolderSounds::Listed, options.movie.innerFolders);
@@ -276,7 +267,9 @@ MovieSettings settingsFor(const Document& document, const CreateOptions& options
     return settings;
 }
 
-int runRender(const DocumentRenderOptions& options)
+} // namespace
+
+int runDocumentRender(const DocumentRenderOptions& options)
 {
     const CreateOptions& wish = options.movie;
     MovieCommand command(outputOf(wish.isJSON, wish.isQuiet, "movie"));
@@ -332,8 +325,10 @@ int runRender(const DocumentRenderOptions& options)
                                         document->location().native()));
     return command.makeMovie(std::move(checked.photos), std::move(checked.sounds), settings, title,
                              settings.title ? std::nullopt : std::optional(document->location()), wish.saveFolder,
-                             wish.use);
+                             wish.use, wish.plansOnly ? MovieCommand::Making::PlanAlone : MovieCommand::Making::Whole);
 }
+
+namespace {
 
 struct Verb {
     std::string_view name;
@@ -345,7 +340,7 @@ constexpr std::array<Verb, 5> kVerbs{{
     {"add", runParsed<DocumentFillOptions, parseDocumentAdd, runAdd>},
     {"list", runParsed<DocumentLookOptions, parseDocumentList, runList>},
     {"check", runParsed<DocumentLookOptions, parseDocumentCheck, runCheck>},
-    {"render", runParsed<DocumentRenderOptions, parseDocumentRender, runRender>},
+    {"render", runParsed<DocumentRenderOptions, parseDocumentRender, runDocumentRender>},
 }};
 
 } // namespace

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "client/command/DocumentOptions.h"
+
 #include <string>
 #include <vector>
 
@@ -8,5 +10,9 @@ namespace stillora {
 /// `stillora document`: makes, fills, shows, checks and renders documents. The first argument says which.
 /// @return the program's exit status
 int runDocumentCommand(const std::vector<std::string>& arguments);
+
+/// `stillora document render`, and `stillora create` of a document.
+/// @return the program's exit status
+int runDocumentRender(const DocumentRenderOptions& options);
 
 } // namespace stillora

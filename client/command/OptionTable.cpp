@@ -155,6 +155,14 @@ struct Options {
         .more = "A folder that was made is removed again if no movie is made.",
         .offer = Offer::Folders,
     };
+    const Option movie{
+        .name = "output",
+        .letter = 'o',
+        .value = "FILE",
+        .help = "the movie's path, instead of --title and --save; an existing movie is never replaced, the new one "
+                "becomes FILE-2.mov",
+        .offer = Offer::Files,
+    };
     const Option skipBad{
         .name = "skip-bad",
         .help = "leave out photos that cannot be shown, or only in part because the end of their file is missing",
@@ -263,17 +271,19 @@ CommandText create(const Options& o)
 photos in it, in natural order of their names (img2 before img10); folders in
 it are passed over unless --recursive is given, hidden files and other files
 always. Photos may be JPEG, PNG, WebP, HEIC, AVIF, TIFF, GIF, BMP and JPEG 2000.
+A sound, or FILE@START-END for a part of it, is played before those of
+--soundtrack. A document is rendered.
 
 The movie's path is the only line on standard output. Ctrl-C stops the work and
 leaves nothing behind; a second one does not wait for the service's answer.
 )",
         .exitStatuses = kMovieStatuses,
-        .forms = {{.operands = "PHOTO|FOLDER...",
-                   .offer = Offer::Photos,
-                   .options = {&o.seconds,       &o.quality,     &o.codec,     &o.soundtrack, &o.loop,
-                               &o.fitMusic,      &o.noSilence,   &o.sort,      &o.reverse,    &o.recursive,
-                               &o.reduceBorders, &o.noWatermark, &o.watermark, &o.web,        &o.title,
-                               &o.save,          &o.skipBad,     &o.dryRun,    &o.events,     &o.quiet}}},
+        .forms = {{.operands = "PHOTO|SOUND|FOLDER...|DOCUMENT",
+                   .offer = Offer::PhotosAndSounds,
+                   .options = {&o.seconds,   &o.quality, &o.codec,   &o.soundtrack, &o.loop,          &o.fitMusic,
+                               &o.noSilence, &o.sort,    &o.reverse, &o.recursive,  &o.reduceBorders, &o.noWatermark,
+                               &o.watermark, &o.web,     &o.title,   &o.save,       &o.movie,         &o.skipBad,
+                               &o.dryRun,    &o.events,  &o.quiet}}},
     };
 }
 
@@ -330,7 +340,7 @@ of the movie is kept in the document; what render is told holds for one movie.
                    .operands = "DOCUMENT",
                    .startsWithDocument = true,
                    .options = {&o.seconds, &o.quality, &o.codec, &o.noWatermark, &o.watermark, &o.web, &o.documentTitle,
-                               &o.save, &o.skipBadItems, &o.events, &o.quiet}}},
+                               &o.save, &o.movie, &o.skipBadItems, &o.events, &o.quiet}}},
     };
 }
 

@@ -117,6 +117,28 @@ class CommandLineTest(stillora.TestCase):
             result = self.run_stillora("document", "render", self.folder / "Plain", "--save", self.save, *options)
             self.assertEqual(is_marked(self.made_movie(result)), marked)
 
+    def test_sounds_and_documents_are_arguments_too(self):
+        song = self.folder / "song.wav"
+        stillora.run("ffmpeg", "-v", "error", "-f", "lavfi", "-i", "sine=frequency=440:duration=3", song)
+        target = self.folder / "out" / "Mine.mov"
+        arguments = ["--quality", "240", "--seconds", "1", "-o", target]
+        for name in ("Mine.mov", "Mine-2.mov"):
+            result = self.run_stillora("create", self.photos[0], f"{song}@1-2", *self.photos[1:], *arguments)
+            self.assertEqual(result.out, f"{target.parent / name}\n")
+            self.assertEqual(len(stillora.probe(target)["audio"]), 1)
+        self.assertRefused(self.create("--loop", *self.photos, expect=None), "--loop needs a sound", code=2)
+
+        document = self.folder / "Trip.stillora"
+        self.run_stillora("document", "new", document, song, *self.photos[:3])
+        movie = self.made_movie(self.create("--quality", "240", "--seconds", "1", f"{document}/"))
+        self.assertEqual((movie.name, len(hold_times(movie)), len(stillora.probe(movie)["audio"])), ("Trip.mov", 6, 1), "three photos, twice each")
+        movie.unlink()
+        self.create("--dry-run", document)
+        self.assertNothingMade()
+        for more in ([self.photos[0]], [song], ["--soundtrack", song], ["--loop"], ["--reduce-borders"], ["--reverse"]):
+            self.assertRefused(self.create(document, *more, expect=None), "Trip.stillora is a document", code=2)
+        self.assertEqual(self.run_stillora("document", "render", document, *arguments).out, f"{target.parent / 'Mine-3.mov'}\n")
+
     def test_what_was_set_counts_for_every_movie(self):
         chosen = self.folder / "chosen"
         chosen.mkdir()

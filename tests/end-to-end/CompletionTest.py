@@ -92,7 +92,7 @@ class CompletionTest(stillora.TestCase):
 
     def test_photos_and_folders_are_offered_where_photos_are_wanted(self):
         folders = ["Folder of photos", "Trip.stillora"]
-        self.assertOffers(["create", ""], "a.jpg", "B.HEIC", "my photo.png", "-odd.jpg", *folders)
+        self.assertOffers(["create", ""], "a.jpg", "B.HEIC", "my photo.png", "-odd.jpg", "song.mp3", "Music.FLAC", *folders)
         self.assertOffers(["frame", "m"], "my photo.png")
         self.assertOffers(["create", "--loop", "a"], "a.jpg")
         self.assertOffers(["create", "~/a"], "~/a.jpg")

@@ -173,7 +173,7 @@ TEST(CommandLine, RefusesWhatItCannotUseAndSaysWhy)
         {{"create", "a", "--seconds", "0"}, "--seconds takes a number from 0.01 to 3600, not \"0\""},
         {{"create", "a", "--seconds", "-1"}, "--seconds"},
         {{"create", "a", "--seconds", "2,5"}, "\"2,5\""},
-        {{"create", "a", "--seconds", "2s"}, "\"2s\""},
+        {{"create", "a", "--seconds", "2m"}, "\"2m\""},
         {{"create", "a", "--seconds", "nan"}, "\"nan\""},
         {{"create", "a", "--seconds", "inf"}, "\"inf\""},
         {{"create", "a", "--seconds", "1e99"}, "\"1e99\""},
@@ -197,8 +197,11 @@ TEST(CommandLine, RefusesWhatItCannotUseAndSaysWhy)
         {{"create", "a", "--soundtrack", ""}, "--soundtrack"},
         {{"create", "a", "--soundtrack"}, "--soundtrack"},
         {{"create", "a", "--soundtrack", "@1-2"}, "--soundtrack"},
-        {{"create", "a", "--loop"}, "--loop needs a --soundtrack"},
-        {{"create", "a", "--fit-music"}, "--fit-music needs a --soundtrack"},
+        {{"create", "a", "-o", "b.mov", "--title", "c"}, "-o names the movie and its folder, without --title"},
+        {{"create", "a", "-o", "b.mov", "--save", "c"}, "-o names the movie and its folder, without --save"},
+        {{"create", "a", "-o", "b.MP4"}, "-o takes the path of a .mov file, not of a .mp4 file"},
+        {{"create", "a", "-o", "b/"}, "is empty"},
+        {{"create", "a", "-o", ""}, "is empty"},
         {{"create", "a", "--soundtrack", "s", "--fit-music", "--loop"}, "--fit-music leaves nothing to --loop"},
         {{"create", "a", "--soundtrack", "s", "--fit-music", "--seconds", "3"}, "without --seconds"},
         {{"create", "a", "--save", ""}, "--save"},
@@ -248,6 +251,21 @@ TEST(CommandLine, AsksWhetherAnotherWordWasMeant)
     EXPECT_THAT(answered({"create", "a", "--codec", "avc2"}).text, HasSubstr("not \"avc2\", did you mean avc1?"));
     EXPECT_THAT(answered({"create", "a", "--quality", "1800"}).text, HasSubstr("did you mean 1080?"));
     EXPECT_THAT(answered({"movie"}).text, testing::Not(HasSubstr("did you mean")));
+}
+
+TEST(CommandLine, TakesThePathOfTheMovie)
+{
+    const std::tuple<const char*, const char*, const char*> rows[] = {
+        {"Rome.mov", ".", "Rome"},
+        {"a/b/Trip v1.2.MOV", "a/b", "Trip v1.2"},
+        {"/Rome", "/", "Rome"},
+        {"../x", "..", "x"},
+    };
+    for (const auto& [path, folder, title] : rows) {
+        const CreateOptions options = created({"create", "a", "-o", path});
+        EXPECT_EQ(options.saveFolder, folder) << path;
+        EXPECT_EQ(options.title, title) << path;
+    }
 }
 
 TEST(CommandLine, ReadsWhatIsSaidOfTheWatermark)
