@@ -4,11 +4,11 @@
 
 #include "items/morStilloraVideoCreatorProtocol.h"
 #include "platform/connection/NSXPCListener.h"
+#include "tests/support/TestSockets.h"
 
 #include <gio/gio.h>
 #include <gtest/gtest.h>
 
-#include <array>
 #include <future>
 #include <semaphore>
 #include <sys/socket.h>
@@ -119,10 +119,9 @@ protected:
             const int unused = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
             listener_ = NSXPCListener::listenerWithSocket(unused);
         }
-        std::array<int, 2> sockets{};
-        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets.data()), 0);
+        const auto [serviceEnd, clientEnd] = socketPair();
         ++asked_;
-        DispatchQueue::global()->async([this, socket = sockets[0]] {
+        DispatchQueue::global()->async([this, socket = serviceEnd] {
             const auto connection = NSXPCConnection::acceptedConnectionWithSocket(socket);
             EXPECT_TRUE(connection);
             EXPECT_TRUE(delegate_->listener(*listener_, connection));
@@ -130,7 +129,7 @@ protected:
             connections_.push_back(connection);
             accepted_.notify_all();
         });
-        return sockets[1];
+        return clientEnd;
     }
     platform::NSXPCConnectionPtr connection(size_t index)
     {
@@ -150,6 +149,19 @@ protected:
         const auto deadline = std::chrono::steady_clock::now() + kDeadline;
         while (morStilloraVideoCreator::unansweredRequests() > 0 && std::chrono::steady_clock::now() < deadline)
             std::this_thread::yield();
+    }
+
+    /// Lets the video of every job last until the job is cancelled.
+    /// @return released once for each that has begun
+    std::shared_ptr<std::counting_semaphore<>> holdVideosUntilCancelled()
+    {
+        auto begun = std::make_shared<std::counting_semaphore<>>(0);
+        fakes_.duringVideo = [begun](StageContext& context) {
+            begun->release();
+            while (!context.isCancelled())
+                std::this_thread::yield();
+        };
+        return begun;
     }
 
     TemporaryFolder folder_;
@@ -288,15 +300,10 @@ TEST_F(DelegateTest, CarriesEachArgumentOverTheConnection)
 
 TEST_F(DelegateTest, TellsAClientWhoseServiceHasGone)
 {
-    std::binary_semaphore begun(0);
-    fakes_.duringVideo = [&](StageContext& context) {
-        begun.release();
-        while (!context.isCancelled())
-            std::this_thread::yield();
-    };
+    const auto begun = holdVideosUntilCancelled();
     Client client(connect());
     auto outcome = client.create(folder_);
-    ASSERT_TRUE(begun.try_acquire_for(kDeadline));
+    ASSERT_TRUE(begun->try_acquire_for(kDeadline));
     connection(0)->invalidate();
     const auto answered = get(std::move(outcome));
     EXPECT_FALSE(answered.movie);
@@ -324,15 +331,10 @@ TEST_F(DelegateTest, AnswersAnEmptyPhotoListAtOnce)
 
 TEST_F(DelegateTest, CancelsAJobThatRunsAndAnswersItOnce)
 {
-    std::binary_semaphore begun(0);
-    fakes_.duringVideo = [&](StageContext& context) {
-        begun.release();
-        while (!context.isCancelled())
-            std::this_thread::yield();
-    };
+    const auto begun = holdVideosUntilCancelled();
     Client client(connect());
     auto outcome = client.create(folder_);
-    ASSERT_TRUE(begun.try_acquire_for(kDeadline));
+    ASSERT_TRUE(begun->try_acquire_for(kDeadline));
     client.proxy().cancelCreation();
     const auto answered = get(std::move(outcome));
     EXPECT_TRUE(answered.isCancelled);

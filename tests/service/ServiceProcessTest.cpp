@@ -4,6 +4,7 @@
 
 #include "items/morStilloraVideoCreatorProtocol.h"
 #include "platform/connection/NSXPCConnection.h"
+#include "tests/support/TestSockets.h"
 
 #include <gtest/gtest.h>
 
@@ -18,7 +19,6 @@
 #include <future>
 #include <spawn.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -95,45 +95,6 @@ public:
 private:
     pid_t process_ = 0;
     int errors_ = -1;
-};
-
-std::array<int, 2> socketPair()
-{
-    std::array<int, 2> sockets{};
-    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets.data()), 0);
-    return sockets;
-}
-
-/// A listening socket by its path.
-class ListeningSocket {
-public:
-    ListeningSocket() : descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
-    {
-        const auto name = address();
-        EXPECT_EQ(bind(descriptor, reinterpret_cast<const sockaddr*>(&name), sizeof name), 0);
-        EXPECT_EQ(listen(descriptor, 8), 0);
-    }
-    int connected() const
-    {
-        const int client = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        const auto name = address();
-        EXPECT_EQ(connect(client, reinterpret_cast<const sockaddr*>(&name), sizeof name), 0);
-        return client;
-    }
-    std::string path() const { return folder_.path("socket"); }
-
-private:
-    sockaddr_un address() const
-    {
-        sockaddr_un name{};
-        name.sun_family = AF_UNIX;
-        std::strncpy(name.sun_path, path().c_str(), sizeof name.sun_path - 1);
-        return name;
-    }
-    TemporaryFolder folder_;
-
-public:
-    const int descriptor;
 };
 
 platform::NSXPCConnectionPtr connectTo(int socket)

@@ -1,7 +1,7 @@
 #include "platform/connection/NSXPCListener.h"
 
 #include "Peers.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/support/TestSockets.h"
 
 #include <gtest/gtest.h>
 
@@ -65,38 +65,6 @@ struct RunningListener {
     }
     ~RunningListener() { listener->invalidate(); }
     bool waitForReturn() { return returned.wait_for(kDeadline) == std::future_status::ready; }
-};
-
-/// A listening socket in a folder of its own.
-class ListeningSocket {
-public:
-    ListeningSocket()
-    {
-        descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        const auto name = address();
-        EXPECT_EQ(bind(descriptor, reinterpret_cast<const sockaddr*>(&name), sizeof name), 0);
-        EXPECT_EQ(listen(descriptor, 16), 0);
-    }
-    int connected() const
-    {
-        const int client = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        const auto name = address();
-        EXPECT_EQ(connect(client, reinterpret_cast<const sockaddr*>(&name), sizeof name), 0);
-        return client;
-    }
-    std::string path() const { return folder_.path("socket"); }
-
-    int descriptor = -1;
-
-private:
-    sockaddr_un address() const
-    {
-        sockaddr_un name{};
-        name.sun_family = AF_UNIX;
-        std::strncpy(name.sun_path, path().c_str(), sizeof name.sun_path - 1);
-        return name;
-    }
-    const TemporaryFolder folder_;
 };
 
 } // namespace

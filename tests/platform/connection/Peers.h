@@ -4,6 +4,7 @@
 #include "platform/dispatch/DispatchQueue.h"
 #include "tests/support/Journal.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/TestSockets.h"
 
 #include <gio/gio.h>
 #include <gio/gunixsocketaddress.h>
@@ -18,7 +19,6 @@
 #include <poll.h>
 #include <string>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <thread>
 #include <unistd.h>
 #include <utility>
@@ -138,13 +138,6 @@ private:
     std::mutex mutex_;
     std::vector<platform::NSXPCReply> replies_;
 };
-
-inline std::array<int, 2> socketPair()
-{
-    std::array<int, 2> sockets{-1, -1};
-    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets.data()), 0);
-    return sockets;
-}
 
 /// The service's end, while something else is the client.
 inline std::future<platform::NSXPCConnectionPtr> acceptLater(int socket, std::string* message = nullptr)
