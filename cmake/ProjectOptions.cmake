@@ -19,6 +19,16 @@ target_compile_options(project_options INTERFACE
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     target_compile_options(project_options INTERFACE -Wthread-safety)
 endif()
+# Files come from strangers: a fault in reading them is to end the process, and is not to be led anywhere.
+target_compile_options(project_options INTERFACE -fstack-protector-strong -fstack-clash-protection)
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|i.86)$")
+    target_compile_options(project_options INTERFACE -fcf-protection)
+endif()
+target_link_options(project_options INTERFACE LINKER:-z,relro LINKER:-z,now)
+# It needs the optimiser, and the sanitizers look at the same calls by themselves.
+if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT STILLORA_SANITIZE)
+    target_compile_options(project_options INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+endif()
 if(STILLORA_SANITIZE)
     # With the assertions, which the build type of the presets leaves out.
     target_compile_options(project_options INTERFACE -fsanitize=${STILLORA_SANITIZE} -fno-omit-frame-pointer -UNDEBUG)

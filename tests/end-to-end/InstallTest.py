@@ -55,6 +55,23 @@ class InstallTest(stillora.TestCase):
                 if not data.startswith(b"\x7fELF"):
                     self.assertNotIn(os.fsencode(folder), data, place)
 
+    def test_what_reads_strangers_files_is_built_to_be_hard_to_lead_astray(self):
+        is_sanitized = "ASAN_OPTIONS" in os.environ
+        programs = ["bin/stillora", "libexec/stillora/stillora-video-creator", "lib/libstillora-client.so",
+                    "lib/stillora/picture-formats.so", "lib/stillora/stillora-faces.so"]
+        for program in map(self.installed, programs):
+            with self.subTest(program.name):
+                dynamic = run("readelf", "--dynamic", program).decode()
+                self.assertIn("NOW", dynamic)
+                self.assertIn("GNU_RELRO", run("readelf", "--program-headers", "--wide", program).decode())
+                if program.parent.name in ("bin", "libexec"):
+                    self.assertIn("PIE", dynamic)
+                if not is_sanitized:
+                    needed = run("nm", "--dynamic", "--undefined-only", program).decode()
+                    self.assertIn("__stack_chk_fail", needed)
+        if not is_sanitized:
+            self.assertIn("__memcpy_chk", run("nm", "--dynamic", "--undefined-only", self.installed("bin/stillora")).decode())
+
     def test_the_installed_detector_finds_faces(self):
         self.installed("share/stillora/models/LICENSE-Apache-2.0.txt")
         photo = Path("/usr/lib/python3/dist-packages/skimage/data/astronaut.png")
