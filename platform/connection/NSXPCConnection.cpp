@@ -460,6 +460,13 @@ void NSXPCConnection::Core::sendReply(GDBusMessage* call, const NSXPCInterface& 
 
 void NSXPCConnection::Core::send(GDBusMessage* message)
 {
+    {
+        // What is answered because of the end, such as a job that is cancelled by it, is not heard any more, whether or
+        // not the socket is closed yet.
+        LockGuard guard(lock);
+        if (isEnded)
+            return;
+    }
     ErrorHolder reason;
     if (!g_dbus_connection_send_message(handle.get(), message, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, reason.out()) &&
         !g_dbus_connection_is_closed(handle.get()))

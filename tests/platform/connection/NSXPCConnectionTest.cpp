@@ -473,6 +473,25 @@ TEST(NSXPCConnection, FailsCallsThatWaitForAReplyWhenThePeerGoesAway)
         reply({});
 }
 
+TEST(NSXPCConnection, SendsNoAnswerAfterItsEndThoughTheSocketIsStillOpen)
+{
+    // The socket is closed by another thread, which may come later than the answer.
+    for (int i = 0; i < 50; ++i) {
+        const ConnectionPair pair;
+        const auto object = std::make_shared<SilentObject>();
+        pair.service->setExportedObject(object);
+        pair.service->resume();
+        pair.client->resume();
+        auto asked = ask(pair.client, "ping", {});
+        ASSERT_TRUE(object->journal.waitFor(1));
+        auto replies = object->takeReplies();
+        pair.service->invalidate();
+        for (auto& reply : replies)
+            reply(platform::NSXPCValues{});
+        EXPECT_FALSE(get(std::move(asked)).values) << i;
+    }
+}
+
 TEST(NSXPCConnection, FailsACallAfterItsEndAndDropsAMessageSilently)
 {
     const LogRecorder log;
