@@ -75,6 +75,7 @@ private:
             return failDecoding(error, "is a JPEG file of another depth than 8 bits");
         if (header_.isProgressive && isTooShort())
             return failDecoding(error, "is damaged: it is too short for the size that it claims");
+        bytes = withoutUnfinishedSegment(bytes);
         const tjhandle handle = decompressor();
         int fullWidth = 0;
         int fullHeight = 0;
@@ -124,6 +125,24 @@ private:
         constexpr size_t kHarmless = size_t{1} << 25;
         const size_t pixels = header_.width * header_.height;
         return pixels > kHarmless && file().length() < pixels / 64 / 64;
+    }
+
+    /// A file that is cut off between two passes may end with the begin of a segment. That is no picture for the
+    /// library, which then gives none at all of what came before, and calls it a warning.
+    std::span<const uint8_t> withoutUnfinishedSegment(std::span<const uint8_t> bytes) const
+    {
+        constexpr size_t kLongestSegment = 2 + 0xFFFF;
+        const size_t start = std::max(header_.length, bytes.size() - std::min(bytes.size(), kLongestSegment));
+        for (size_t at = bytes.size(); at-- > start;) {
+            // Behind the header such a byte is followed by zero or the number of an interval, or it begins a segment.
+            if (bytes[at] != 0xFF || at + 1 == bytes.size() || bytes[at + 1] < 0xC0 || bytes[at + 1] == 0xFF ||
+                (bytes[at + 1] >= 0xD0 && bytes[at + 1] <= 0xD9))
+                continue;
+            const bool isWhole =
+                at + 4 <= bytes.size() && at + 2 + (size_t{bytes[at + 2]} << 8 | bytes[at + 3]) <= bytes.size();
+            return isWhole ? bytes : bytes.first(at);
+        }
+        return bytes;
     }
 
     bool succeeded(int status, NSError* error) const

@@ -841,6 +841,27 @@ TEST_F(CGImageSourceTest, SeesThatTheEndOfAFileIsMissing)
         EXPECT_FALSE(isCutOff(name, test::readFile(saved(name, test::textured(64, 48))))) << name;
 }
 
+TEST_F(CGImageSourceTest, ShowsAProgressivePictureThatIsCutOffBetweenItsPasses)
+{
+    const auto whole = test::jpegBytes(test::plain(640, 480, kRed), {.isProgressive = true});
+    std::vector<size_t> segments;
+    for (size_t at = 2; at + 4 <= whole.size(); ++at)
+        if (whole[at] == 0xFF && (whole[at + 1] == 0xC4 || whole[at + 1] == 0xDA))
+            segments.push_back(at);
+    // The first tables and the first pass make the picture; the passes behind it only refine it.
+    ASSERT_GT(segments.size(), 4u);
+    const auto other = file("b.jpg", test::jpegBytes(test::plain(640, 480, kBlue)));
+    for (size_t i = 3; i < segments.size(); ++i) {
+        for (size_t length = segments[i]; length < segments[i] + 9; ++length) {
+            // Memory that nothing was decoded to holds what was there before.
+            ASSERT_TRUE(thumbnail(other));
+            const auto image = thumbnail(file("a.jpg", {whole.begin(), whole.begin() + static_cast<ssize_t>(length)}));
+            ASSERT_TRUE(image) << length;
+            test::expectColor(*image, image->width / 2, image->height / 2, kRed, kLossy);
+        }
+    }
+}
+
 TEST_F(CGImageSourceTest, FindsOutWhetherADamagedFileCanBeDecoded)
 {
     // The short look and decoding must agree, wherever the file is cut off or its header damaged.
