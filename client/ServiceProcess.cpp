@@ -90,7 +90,7 @@ int movedUp(int descriptor)
         static_cast<void>(!write(descriptor, &reason, sizeof reason));
         _exit(127);
     };
-    // A session of its own: the terminal's signals are for the client, which then asks the service to stop.
+    // Apart from the terminal, whose signals are for the client, which then asks the service to stop.
     setsid();
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != setup.parent)
