@@ -36,15 +36,22 @@ class Reader final {
 public:
     Reader(const PropertyList::Dictionary& saved, std::vector<std::string>& faults) : saved_(saved), faults_(faults) {}
 
+    /// Nothing where there is none, or, which is a fault, where it is of another kind.
+    template <typename T>
+    std::optional<T> value(std::string_view key) const
+    {
+        const PropertyList* const object = find(key);
+        if (!object)
+            return std::nullopt;
+        if (const T* found = object->as<T>())
+            return *found;
+        fault(key, "is of another kind");
+        return std::nullopt;
+    }
     template <typename T>
     void read(std::string_view key, T& value) const
     {
-        if (const PropertyList* object = find(key)) {
-            if (const T* found = object->as<T>())
-                value = *found;
-            else
-                fault(key, "is of another kind");
-        }
+        value = this->value<T>(key).value_or(value);
     }
 
     const PropertyList* find(std::string_view key) const
@@ -97,23 +104,13 @@ MovieSettings readMovieSettings(const PropertyList::Dictionary& saved, std::vect
     reader.read(kFitsMusicKey, settings.fitsMusic);
     reader.read(kFillsSilenceKey, settings.fillsSilence);
     reader.read(kReducesBordersKey, settings.reducesBorders);
-    if (reader.find(kDrawsWatermarkKey)) {
-        bool draws = true;
-        const size_t before = faults.size();
-        reader.read(kDrawsWatermarkKey, draws);
-        if (faults.size() == before)
-            settings.watermark = draws ? Watermark::Drawn : Watermark::Absent;
-    }
-    if (reader.find(kTitleKey)) {
-        std::string title;
-        const size_t before = faults.size();
-        reader.read(kTitleKey, title);
-        if (faults.size() == before) {
-            if (const auto fault = faultOfTitle(title))
-                reader.fault(kTitleKey, fmt::format("is {}, which {}", inQuotes(title), *fault));
-            else
-                settings.title = title;
-        }
+    if (const auto draws = reader.value<bool>(kDrawsWatermarkKey))
+        settings.watermark = *draws ? Watermark::Drawn : Watermark::Absent;
+    if (const auto title = reader.value<std::string>(kTitleKey)) {
+        if (const auto fault = faultOfTitle(*title))
+            reader.fault(kTitleKey, fmt::format("is {}, which {}", inQuotes(*title), *fault));
+        else
+            settings.title = *title;
     }
     return settings;
 }
