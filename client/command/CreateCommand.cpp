@@ -69,6 +69,8 @@ int runCreateCommand(const CreateOptions& given)
             return renderDocument(*document, given);
     CreateOptions options = given;
     takeOutSounds(options);
+    if (options.photos.empty())
+        return give(usageError("no photos were given", "create"));
     if (options.sounds.empty() && (options.loopsSounds || options.fitsMusic))
         return give(usageError(faultOfMissingSound(options), "create"));
     MovieCommand command({.isJSON = options.isJSON, .isQuiet = options.isQuiet, .product = "movie"});

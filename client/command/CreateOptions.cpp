@@ -106,6 +106,8 @@ std::string readOutput(const std::string& text, CreateOptions& options)
     if (std::ranges::count(kOtherMovies, extension) > 0)
         return fmt::format("-o takes the path of a .mov file, not of a .{} file", extension);
     const std::filesystem::path path = text;
+    if (!path.has_filename())
+        return fmt::format("-o takes the path of the movie; in \"{}\" its name is empty", text);
     options.saveFolder = path.has_parent_path() ? path.parent_path() : ".";
     return readTitle(path.filename().native(), options);
 }

@@ -127,6 +127,7 @@ class CommandLineTest(stillora.TestCase):
             self.assertEqual(result.out, f"{target.parent / name}\n")
             self.assertEqual(len(stillora.probe(target)["audio"]), 1)
         self.assertRefused(self.create("--loop", *self.photos, expect=None), "--loop needs a sound", code=2)
+        self.assertRefused(self.create(song, expect=None), "no photos were given", code=2)
 
         document = self.folder / "Trip.stillora"
         self.run_stillora("document", "new", document, song, *self.photos[:3])

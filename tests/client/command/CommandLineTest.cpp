@@ -200,7 +200,7 @@ TEST(CommandLine, RefusesWhatItCannotUseAndSaysWhy)
         {{"create", "a", "-o", "b.mov", "--title", "c"}, "-o names the movie and its folder, without --title"},
         {{"create", "a", "-o", "b.mov", "--save", "c"}, "-o names the movie and its folder, without --save"},
         {{"create", "a", "-o", "b.MP4"}, "-o takes the path of a .mov file, not of a .mp4 file"},
-        {{"create", "a", "-o", "b/"}, "is empty"},
+        {{"create", "a", "-o", "b/"}, "-o takes the path of the movie; in \"b/\" its name is empty"},
         {{"create", "a", "-o", ""}, "is empty"},
         {{"create", "a", "--soundtrack", "s", "--fit-music", "--loop"}, "--fit-music leaves nothing to --loop"},
         {{"create", "a", "--soundtrack", "s", "--fit-music", "--seconds", "3"}, "without --seconds"},
