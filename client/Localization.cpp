@@ -1,5 +1,6 @@
 #include <stillora/Localization.h>
 
+#include "client/LocalizedText.h"
 #include "platform/foundation/InstalledFiles.h"
 #include "platform/foundation/NSBundle.h"
 #include "util/MORPalvineCommons.h"
@@ -8,9 +9,37 @@
 
 namespace stillora {
 
+namespace {
+
+std::string filledIn(const std::string& text, std::string_view english, fmt::format_args values)
+{
+    try {
+        return fmt::vformat(text, values);
+    } catch (const fmt::format_error&) {
+        return fmt::vformat(english, values);
+    }
+}
+
+} // namespace
+
 std::string localized(std::string_view text)
 {
     return platform::NSBundle::mainBundle().localizedStringForKey(text);
+}
+
+std::string localizedFormat(fmt::string_view text, fmt::format_args values)
+{
+    const std::string_view english(text.data(), text.size());
+    return filledIn(localized(english), english, values);
+}
+
+std::string localizedFormatForCount(uint64_t count, fmt::string_view one, fmt::string_view many,
+                                    fmt::format_args values)
+{
+    const std::string_view oneText(one.data(), one.size());
+    const std::string_view manyText(many.data(), many.size());
+    return filledIn(platform::NSBundle::mainBundle().localizedStringForCount(count, oneText, manyText),
+                    count == 1 ? oneText : manyText, values);
 }
 
 std::string lengthInWords(Seconds length)

@@ -1,11 +1,11 @@
 #include "client/command/InfoCommand.h"
 
 #include <stillora/Files.h>
-#include <stillora/Localization.h>
 #include <stillora/Photos.h>
 #include <stillora/Picture.h>
 
 #include "client/JSONWriter.h"
+#include "client/LocalizedText.h"
 #include "client/Text.h"
 #include "client/command/CommandOutput.h"
 #include "client/command/FileIdentity.h"
@@ -43,15 +43,9 @@ std::string displayName(const std::string& format)
     return upper;
 }
 
-template <typename... Values>
-std::string localizedFormat(std::string_view text, const Values&... values)
-{
-    return fmt::format(fmt::runtime(localized(text)), values...);
-}
-
 std::string pixelsText(const Size& size)
 {
-    return localizedFormat("{} x {} pixels", static_cast<int64_t>(size.width), static_cast<int64_t>(size.height));
+    return localized("{} x {} pixels", static_cast<int64_t>(size.width), static_cast<int64_t>(size.height));
 }
 
 std::string channelsText(int channels)
@@ -60,7 +54,7 @@ std::string channelsText(int channels)
         return localized("mono");
     if (channels == 2)
         return localized("stereo");
-    return localizedFormat("{} channels", channels);
+    return localized("{} channels", channels);
 }
 
 /// "2024-05-31 09:08:07.25 +02:00"
@@ -81,13 +75,13 @@ std::string kindText(const FileFacts& facts)
     const std::string bytes = bytesText(static_cast<double>(facts.bytes));
     switch (facts.kind) {
     case FileFacts::Kind::Photo:
-        return localizedFormat("{} photo, {}", displayName(facts.pictureFormat), bytes);
+        return localized("{} photo, {}", displayName(facts.pictureFormat), bytes);
     case FileFacts::Kind::Sound:
-        return localizedFormat("{} sound, {}", displayName(facts.soundFormat), bytes);
+        return localized("{} sound, {}", displayName(facts.soundFormat), bytes);
     case FileFacts::Kind::Movie:
         break;
     }
-    return localizedFormat("{} movie, {}", displayName(facts.pictureFormat), bytes);
+    return localized("{} movie, {}", displayName(facts.pictureFormat), bytes);
 }
 
 std::vector<Row> rowsOf(const FileFacts& facts, TerminalColors colors)
@@ -127,7 +121,7 @@ std::vector<Row> rowsOf(const FileFacts& facts, TerminalColors colors)
     }
     if (facts.cover) {
         const std::string bytes = bytesText(static_cast<double>(facts.cover->picture.size()));
-        add("Cover", facts.cover->format.empty() ? localizedFormat("no picture that can be read, {}", bytes)
+        add("Cover", facts.cover->format.empty() ? localized("no picture that can be read, {}", bytes)
                                                  : fmt::format("{}, {}, {}", displayName(facts.cover->format),
                                                                pixelsText(facts.cover->size), bytes));
     }

@@ -1,7 +1,6 @@
 #include "client/command/MovieCommand.h"
 
-#include <stillora/Localization.h>
-
+#include "client/LocalizedText.h"
 #include "client/Text.h"
 #include "client/command/PhotoSentence.h"
 #include "client/command/PlanText.h"
@@ -105,7 +104,7 @@ void ProgressTeller::timePassed()
     content_.timeLeft.clear();
     // An estimate that has run out says nothing any more.
     if (const Seconds left = timeLeft_.value_or(Seconds(0)) - timeSince(lastUpdate_); left.count() > 0)
-        content_.timeLeft = fmt::format(fmt::runtime(localized("{} left")), clockText(left));
+        content_.timeLeft = localized("{} left", clockText(left));
     content_.turns = timeSince(start_) / kTurn;
     terminal_.drawProgress(content_);
 }

@@ -42,8 +42,6 @@ public:
                 return {};
             texts.emplace(*key, *value);
         }
-        // The empty key holds the catalogue's header.
-        texts.erase("");
         return texts;
     }
 
@@ -87,12 +85,28 @@ std::string NSBundle::localizedStringForKey(std::string_view key, std::string_vi
     if (!key.empty() && !folder_.empty()) {
         const std::string domain(table.empty() ? std::string_view(domain_) : table);
         for (const std::string& language : languages_) {
-            const Texts& texts = textsOfDomain(domain, language);
+            const auto& texts = catalogue(domain, language).texts;
             if (const auto found = texts.find(key); found != texts.end())
                 return found->second;
         }
     }
     return std::string(value.empty() ? key : value);
+}
+
+std::string NSBundle::localizedStringForCount(uint64_t count, std::string_view one, std::string_view many) const
+{
+    const std::string key = std::string(one) + '\0' + std::string(many);
+    for (const std::string& language : languages_) {
+        const auto& [forms, texts] = catalogue(domain_, language);
+        const auto found = texts.find(key);
+        if (found == texts.end())
+            continue;
+        std::string_view text = found->second;
+        for (uint64_t form = forms.formOf(count); form > 0 && text.find('\0') != text.npos; --form)
+            text.remove_prefix(text.find('\0') + 1);
+        return std::string(text.substr(0, text.find('\0')));
+    }
+    return std::string(count == 1 ? one : many);
 }
 
 void NSBundle::setLocalizations(std::string folder, std::string domain)
@@ -104,13 +118,17 @@ void NSBundle::setLocalizations(std::string folder, std::string domain)
     catalogues_.clear();
 }
 
-const NSBundle::Texts& NSBundle::textsOfDomain(const std::string& domain, const std::string& language) const
+const NSBundle::Catalogue& NSBundle::catalogue(const std::string& domain, const std::string& language) const
 {
     const LockGuard guard(lock_);
     const auto [entry, isNew] = catalogues_.try_emplace(language + "/" + domain);
     if (isNew) {
         std::ifstream file(folder_ + "/" + language + "/LC_MESSAGES/" + domain + ".mo", std::ios::binary);
-        entry->second = CatalogueReader({std::istreambuf_iterator<char>(file), {}}).texts<Texts>();
+        auto& [forms, texts] = entry->second;
+        texts = CatalogueReader({std::istreambuf_iterator<char>(file), {}}).texts<decltype(Catalogue::texts)>();
+        // The empty key holds the catalogue's header.
+        if (const auto header = texts.extract(""))
+            forms = PluralForms(header.mapped());
     }
     return entry->second;
 }

@@ -1,7 +1,9 @@
 #pragma once
 
 #include "platform/foundation/Lock.h"
+#include "platform/foundation/PluralForms.h"
 
+#include <cstdint>
 #include <map>
 #include <string>
 #include <string_view>
@@ -21,16 +23,24 @@ public:
     std::string localizedStringForKey(std::string_view key, std::string_view value = "",
                                       std::string_view table = "") const;
 
+    /// The text for so many things, by the language's own forms, from the default table. `one` and `many` are the
+    /// English forms, by which a catalogue knows it; they are used where no catalogue has it. Any thread.
+    std::string localizedStringForCount(uint64_t count, std::string_view one, std::string_view many) const;
+
     /// Where translations are looked for, and the gettext domain of the default table; other tables are domains of
     /// their own name. Catalogues are `folder`/LANGUAGE/LC_MESSAGES/DOMAIN.mo. Called once at start, before other
     /// threads run.
     void setLocalizations(std::string folder, std::string domain);
 
 private:
-    using Texts = std::map<std::string, std::string, std::less<>>;
+    struct Catalogue {
+        PluralForms forms;
+        /// A key or a text with several forms has them one after the other, with a NUL between.
+        std::map<std::string, std::string, std::less<>> texts;
+    };
 
     NSBundle() = default;
-    const Texts& textsOfDomain(const std::string& domain, const std::string& language) const;
+    const Catalogue& catalogue(const std::string& domain, const std::string& language) const;
 
     std::string folder_;
     std::string domain_;
@@ -38,7 +48,7 @@ private:
 
     mutable Lock lock_;
     /// By "LANGUAGE/DOMAIN"; filled when first asked for.
-    mutable std::map<std::string, Texts> catalogues_ GUARDED_BY(lock_);
+    mutable std::map<std::string, Catalogue> catalogues_ GUARDED_BY(lock_);
 };
 
 } // namespace platform

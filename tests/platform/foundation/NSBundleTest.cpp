@@ -144,3 +144,55 @@ TEST_F(BundleTest, HasNoTextsInADamagedCatalogue)
         EXPECT_EQ(text("Untitled"), "Untitled") << length;
     }
 }
+
+TEST_F(BundleTest, ChoosesTheFormOfTheNumber)
+{
+    using namespace std::string_literals;
+    folder_.makeFile("de/LC_MESSAGES/domain.mo", catalogue({{"{} photo\0{} photos"s, "{} Foto\0{} Fotos"s}}));
+    folder_.makeFile("fr/LC_MESSAGES/domain.mo",
+                     catalogue({{"", "Language: fr\nPlural-Forms: nplurals=2; plural=(n > 1);\n"},
+                                {"{} photo\0{} photos"s, "{} vue\0{} vues"s}}));
+    // A catalogue that lacks the form it asks for gives its last one.
+    folder_.makeFile("pl/LC_MESSAGES/domain.mo",
+                     catalogue({{"", "Plural-Forms: nplurals=3; plural=2;\n"}, {"{} photo\0{} photos"s, "a\0b"s}}));
+    const auto texts = [] {
+        std::string all;
+        for (const uint64_t count : {0, 1, 2})
+            all += NSBundle::mainBundle().localizedStringForCount(count, "{} photo", "{} photos") + ", ";
+        return all;
+    };
+    EXPECT_EQ(texts(), "{} photos, {} photo, {} photos, ");
+    speak("de_DE.UTF-8");
+    EXPECT_EQ(texts(), "{} Fotos, {} Foto, {} Fotos, ");
+    speak("fr_FR.UTF-8");
+    EXPECT_EQ(texts(), "{} vue, {} vue, {} vues, ");
+    speak("pl_PL.UTF-8");
+    EXPECT_EQ(texts(), "b, b, b, ");
+    EXPECT_EQ(text(""), "") << "the header is no text";
+}
+
+TEST(PluralFormsTest, FollowsTheExpressionOfTheHeader)
+{
+    const auto forms = [](std::string_view expression) {
+        const PluralForms rule("Plural-Forms: nplurals=3; plural=" + std::string(expression) + ";\n");
+        std::string all;
+        for (const uint64_t number : {0, 1, 2, 5, 11, 12, 21, 22, 101, 112})
+            all += static_cast<char>('0' + rule.formOf(number));
+        return all;
+    };
+    EXPECT_EQ(forms("n>1"), "0011111111");
+    EXPECT_EQ(forms("0"), "0000000000");
+    // Polish, Czech and Latvian, as the gettext manual gives them.
+    EXPECT_EQ(forms("n==1 ? 0 : n%10>=2 && n%10<=4 && (n%100<10 || n%100>=20) ? 1 : 2"), "2012222122");
+    EXPECT_EQ(forms("(n==1) ? 0 : (n>=2 && n<=4) ? 1 : 2"), "2012222222");
+    EXPECT_EQ(forms("n%10==1 && n%100!=11 ? 0 : n != 0 ? 1 : 2"), "2011110101");
+    EXPECT_EQ(forms("7 - 2 - 1 - 4 + n / 200 * 3"), "0000000000") << "from left to right";
+    EXPECT_EQ(forms("!n"), "1000000000");
+    EXPECT_EQ(forms("n%0 + n/0"), "0000000000");
+    // As for English.
+    for (const char* faulty : {"", "n +", "(n", "n)", "n ? 1", "m", "99999999999", "n n", "1 2"})
+        EXPECT_EQ(forms(faulty), "1011111111") << faulty;
+    EXPECT_EQ(forms(std::string(900, '(') + "n" + std::string(90, ')')), "1011111111");
+    EXPECT_EQ(forms(std::string(990, '!') + "n"), "1011111111");
+    EXPECT_EQ(PluralForms("Language: de\n").formOf(1), 0u);
+}
