@@ -17,6 +17,13 @@ std::string localizedFormat(fmt::string_view text, fmt::format_args values);
 std::string localizedFormatForCount(uint64_t count, fmt::string_view one, fmt::string_view many,
                                     fmt::format_args values);
 
+/// A text of a table, which is translated where it is shown: `localized(table[i].text)`. The templates of the
+/// translations find it by this.
+constexpr const char* translatable(const char* text)
+{
+    return text;
+}
+
 /// A sentence of the program: `localized("{} is no folder", name)`. The text stands in the call as one literal, where
 /// the templates of the translations find it.
 template <typename... Values>

@@ -4,6 +4,7 @@
 
 #include "client/FileReason.h"
 #include "client/JSONWriter.h"
+#include "client/LocalizedText.h"
 #include "client/Text.h"
 #include "client/command/CommandOutput.h"
 
@@ -51,7 +52,7 @@ Parsed<AppsOptions> parseApps(const std::vector<std::string>& arguments)
         return *answer;
     const auto& given = std::get<CommandArguments>(read);
     AppsOptions options;
-    const std::string fault = readOnly(given, "file", options.file);
+    const std::string fault = readOnly(given, OnlyOperand::File, options.file);
     options.isJSON = given.has("json");
     if (!fault.empty())
         return usageError(fault, "apps");
@@ -67,9 +68,9 @@ int runAppsCommand(const AppsOptions& options)
 
     const std::vector<Application> entries = applicationsFor(options.file);
     const std::string text = options.isJSON ? jsonOf(options.file, entries) : tableOf(entries);
-    const int written = output.give(text, "the applications");
+    const int written = output.give(text, localized("the applications could not be written to standard output"));
     if (written == kExitDone && entries.empty())
-        return output.fail(kExitFailed, options.file + ": the desktop knows no application that opens it");
+        return output.fail(kExitFailed, localized("{}: the desktop knows no application that opens it", options.file));
     return written;
 }
 

@@ -1,5 +1,6 @@
 #include "client/command/Arguments.h"
 
+#include "client/LocalizedText.h"
 #include "client/Text.h"
 #include "client/command/CreateOptions.h"
 #include "client/command/ExitStatus.h"
@@ -28,9 +29,8 @@ int give(const CommandLineAnswer& answer)
 
 CommandLineAnswer usageError(const std::string& reason, const std::string& command)
 {
-    return {fmt::format("stillora: {}\nTry 'stillora {}--help'.\n", printable(reason),
-                        command.empty() ? "" : command + " "),
-            kExitUsage};
+    const std::string help = command.empty() ? "stillora --help" : fmt::format("stillora {} --help", command);
+    return {fmt::format("stillora: {}\n{}\n", printable(reason), localized("Try '{}'.", help)), kExitUsage};
 }
 
 /// Hands a command's table to the C library's reader, and what that finds to a CommandArguments.
@@ -72,7 +72,7 @@ public:
             else if (found == kUnknown)
                 fault = faultOfUnknown();
             else if (found == kNoValue)
-                fault = fmt::format("{} needs a value", pointers_[static_cast<size_t>(optind - 1)]);
+                fault = localized("{} needs a value", pointers_[static_cast<size_t>(optind - 1)]);
             else if (const Option& option = optionOf(found); &option == &helpOption())
                 return true;
             else
@@ -101,22 +101,22 @@ private:
     std::string faultOfUnknown() const
     {
         if (optopt >= kFirstLong)
-            return fmt::format("--{} takes no value", optionOf(optopt).name);
+            return localized("--{} takes no value", optionOf(optopt).name);
         if (optopt != 0)
-            return fmt::format("there is no option -{}", static_cast<char>(optopt));
+            return localized("there is no option -{}", static_cast<char>(optopt));
         std::string_view text = pointers_[static_cast<size_t>(optind - 1)];
         text = text.substr(0, text.find('='));
         std::vector<std::string> names;
         for (const Option* option : options_)
             names.push_back(option->name);
-        return fmt::format("there is no option {}{}", text, suggestionFor(text.substr(2), names, "--"));
+        return withSuggestion(localized("there is no option {}", text), text.substr(2), names, "--");
     }
 
     static std::string take(const Option& option, CommandArguments& into)
     {
         std::vector<std::string>& values = into.values_[option.name];
         if (option.takesValue() && !option.isRepeatable && !values.empty())
-            return fmt::format("--{} is given twice", option.name);
+            return localized("--{} is given twice", option.name);
         values.emplace_back(option.takesValue() ? optarg : "");
         return {};
     }
@@ -210,8 +210,7 @@ std::string readQuality(const std::string& given, int64_t& quality)
     const std::string text = heightOf(given);
     const std::vector<std::string>& words = qualityWords();
     if (std::find(words.begin(), words.end(), text) == words.end())
-        return fmt::format("--quality takes {}, not \"{}\"{}", fmt::join(words, ", "), given,
-                           suggestionFor(given, words));
+        return withSuggestion(localized("--quality takes {}, not \"{}\"", fmt::join(words, ", "), given), given, words);
     quality = text == kSmallestWord ? kSmallestQuality : kAutomaticQuality;
     std::from_chars(text.data(), text.data() + text.size(), quality);
     return {};
@@ -232,7 +231,7 @@ std::string readWatermark(const CommandArguments& arguments, Watermark& watermar
     const bool isWanted = arguments.has("watermark");
     const bool isUnwanted = arguments.has("no-watermark");
     if (isWanted && isUnwanted)
-        return "--watermark and --no-watermark contradict each other";
+        return localized("--watermark and --no-watermark contradict each other");
     watermark = isWanted ? Watermark::Drawn : isUnwanted ? Watermark::Absent : Watermark::Usual;
     return {};
 }
@@ -241,22 +240,51 @@ std::string readRange(const std::string& text, SoundArgument& sound)
 {
     const auto span = timeSpanOf(text);
     if (!span || (!span->start && !span->end))
-        return fmt::format("--range takes START-END in seconds or m:ss, of which one may be left out, not \"{}\"",
-                           text);
+        return localized("--range takes START-END in seconds or m:ss, of which one may be left out, not \"{}\"", text);
     if (span->endsBeforeItStarts())
-        return fmt::format("the range {} ends before it starts", text);
+        return localized("the range {} ends before it starts", text);
     sound.start = span->start;
     sound.end = span->end;
     return {};
 }
 
-std::string readOnly(const CommandArguments& arguments, std::string_view what, std::string& path)
+namespace {
+
+std::string faultOfMissing(OnlyOperand kind)
+{
+    switch (kind) {
+    case OnlyOperand::File:
+        return localized("no file was given");
+    case OnlyOperand::Photo:
+        return localized("no photo was given");
+    case OnlyOperand::Sound:
+        break;
+    }
+    return localized("no sound was given");
+}
+
+std::string faultOfSecond(OnlyOperand kind, const std::string& second)
+{
+    switch (kind) {
+    case OnlyOperand::File:
+        return localized("one file is taken, and {} is another argument", second);
+    case OnlyOperand::Photo:
+        return localized("one photo is taken, and {} is another argument", second);
+    case OnlyOperand::Sound:
+        break;
+    }
+    return localized("one sound is taken, and {} is another argument", second);
+}
+
+} // namespace
+
+std::string readOnly(const CommandArguments& arguments, OnlyOperand kind, std::string& path)
 {
     const std::vector<std::string>& operands = arguments.operands();
     if (operands.empty() || operands.front().empty())
-        return fmt::format("no {} was given", what);
+        return faultOfMissing(kind);
     path = operands.front();
-    return operands.size() == 1 ? "" : fmt::format("one {} is taken, and {} is another argument", what, operands[1]);
+    return operands.size() == 1 ? "" : faultOfSecond(kind, operands[1]);
 }
 
 std::string readSound(const CommandArguments& arguments, SoundArgument& sound)
@@ -265,7 +293,7 @@ std::string readSound(const CommandArguments& arguments, SoundArgument& sound)
         if (std::string fault = readRange(*range, sound); !fault.empty())
             return fault;
     std::string path;
-    std::string fault = readOnly(arguments, "sound", path);
+    std::string fault = readOnly(arguments, OnlyOperand::Sound, path);
     sound.path = std::move(path);
     return fault;
 }

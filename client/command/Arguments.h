@@ -33,6 +33,9 @@ using Parsed = std::variant<CommandLineAnswer, Options>;
 /// @param command  the one whose help tells more; none for the program's own
 CommandLineAnswer usageError(const std::string& reason, const std::string& command = "");
 
+/// What a command takes one of.
+enum class OnlyOperand { File, Photo, Sound };
+
 /// The arguments of one command, told apart.
 class CommandArguments final {
 public:
@@ -93,8 +96,8 @@ std::string readRange(const std::string& text, SoundArgument& sound);
 
 /// @name Each reads what a command is about. Returns what is wrong, or nothing.
 /// @{
-/// @param what  for "no photo was given"
-std::string readOnly(const CommandArguments& arguments, std::string_view what, std::string& path);
+/// The only one that the command takes.
+std::string readOnly(const CommandArguments& arguments, OnlyOperand kind, std::string& path);
 /// A sound and, where --range was given, the part of it.
 std::string readSound(const CommandArguments& arguments, SoundArgument& sound);
 /// @}

@@ -1,5 +1,6 @@
 #include "client/command/CommandLine.h"
 
+#include "client/LocalizedText.h"
 #include "client/command/ExitStatus.h"
 #include "client/command/HelpText.h"
 #include "client/command/Suggestion.h"
@@ -17,7 +18,7 @@ namespace stillora {
 Parsed<CommandCall> parseCommandLine(const std::vector<std::string>& arguments)
 {
     if (arguments.empty())
-        return usageError("a command is missing");
+        return usageError(localized("a command is missing"));
     const std::string& name = arguments.front();
     if (name == "--help" || name == "-h" || name == "help")
         return CommandLineAnswer{generalHelp(), kExitDone};
@@ -27,11 +28,11 @@ Parsed<CommandCall> parseCommandLine(const std::vector<std::string>& arguments)
         std::find_if(commands().begin(), commands().end(), [&](const Command& each) { return each.name == name; });
     if (command == commands().end()) {
         if (name.starts_with('-'))
-            return usageError(fmt::format("there is no option {}", name));
+            return usageError(localized("there is no option {}", name));
         std::vector<std::string> names;
         for (const Command& each : commands())
             names.emplace_back(each.name);
-        return usageError(fmt::format("there is no command {}{}", name, suggestionFor(name, names)));
+        return usageError(withSuggestion(localized("there is no command {}", name), name, names));
     }
     // Each command reads its own, so that a photo may have the name of a command.
     return CommandCall{&*command, {arguments.begin() + 1, arguments.end()}};

@@ -1,8 +1,7 @@
 #include "client/command/CommandOutput.h"
 
-#include <stillora/Localization.h>
-
 #include "client/DataBytes.h"
+#include "client/LocalizedText.h"
 #include "platform/faces/CIDetectorModule.h"
 #include "platform/files/NSFileManager.h"
 
@@ -11,6 +10,23 @@
 #include <fmt/format.h>
 
 namespace stillora {
+
+namespace {
+
+std::string faultOfUntoldPath(std::string_view product)
+{
+    if (product == "movie")
+        return localized("the movie was made, but its path could not be written to standard output");
+    if (product == "document")
+        return localized("the document was made, but its path could not be written to standard output");
+    if (product == "sound")
+        return localized("the sound was made, but its path could not be written to standard output");
+    if (product == "waveform")
+        return localized("the waveform was made, but its path could not be written to standard output");
+    return localized("the picture was made, but its path could not be written to standard output");
+}
+
+} // namespace
 
 bool writeToStandardOutput(std::string_view text)
 {
@@ -38,9 +54,9 @@ void CommandOutput::noteMissingFaceDetector()
 {
     using platform::CIDetectorModule;
     if (const auto file = CIDetectorModule::missingFile(CIDetectorModule::standardPaths()))
-        note(fmt::format("no faces will be looked for, since {} is not there, which the package stillora-faces brings; "
-                         "photos are cropped around their middle",
-                         *file));
+        note(localized("no faces will be looked for, since {} is not there, which the package stillora-faces brings; "
+                       "photos are cropped around their middle",
+                       *file));
 }
 
 std::string CommandOutput::save(std::span<const std::byte> contents, const std::filesystem::path& file)
@@ -79,15 +95,15 @@ int CommandOutput::succeed(const std::string& path, const JSONWriter& result, Ex
         return writeResult(result, status);
     if (writeToStandardOutput(path + "\n"))
         return status;
-    complain(fmt::format("the {} was made, but its path could not be written to standard output", wish_.product));
+    complain(faultOfUntoldPath(wish_.product));
     return kExitFailed;
 }
 
-int CommandOutput::give(std::string_view text, std::string_view name, ExitStatus status)
+int CommandOutput::give(std::string_view text, const std::string& complaint, ExitStatus status)
 {
     if (writeToStandardOutput(text))
         return status;
-    complain(fmt::format("{} could not be written to standard output", name));
+    complain(complaint);
     return kExitFailed;
 }
 
@@ -100,7 +116,7 @@ int CommandOutput::writeResult(const JSONWriter& result, int status)
         whole.add("event", "result");
     if (writeToStandardOutput(whole.addAll(result).text() + "\n"))
         return status;
-    complain("the result could not be written to standard output");
+    complain(localized("the result could not be written to standard output"));
     return status == kExitDone ? kExitFailed : status;
 }
 

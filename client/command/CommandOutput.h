@@ -52,8 +52,8 @@ public:
     /// @param path  of what was made
     int succeed(const std::string& path, const JSONWriter& result, ExitStatus status = kExitDone);
     /// Writes what was asked for to standard output.
-    /// @param name  what it is called where it cannot be written
-    int give(std::string_view text, std::string_view name, ExitStatus status = kExitDone);
+    /// @param complaint  for where it cannot be written
+    int give(std::string_view text, const std::string& complaint, ExitStatus status = kExitDone);
     /// @}
 
 protected:

@@ -1,8 +1,8 @@
 #include "client/command/ConvertCommand.h"
 
-#include <stillora/Localization.h>
 #include <stillora/Waveform.h>
 
+#include "client/LocalizedText.h"
 #include "client/Text.h"
 #include "client/command/SoundCommand.h"
 
@@ -22,7 +22,7 @@ Parsed<ConvertOptions> parseConvert(const std::vector<std::string>& arguments)
     options.isQuiet = given.has("quiet");
     std::string fault = readSound(given, options.sound);
     if (fault.empty() && options.folder.empty())
-        fault = "-o takes the path of the folder for the M4A file";
+        fault = localized("-o takes the path of the folder for the M4A file");
     if (!fault.empty())
         return usageError(fault, "convert");
     return options;

@@ -4,6 +4,7 @@
 #include <stillora/Photos.h>
 #include <stillora/Sounds.h>
 
+#include "client/LocalizedText.h"
 #include "client/command/DocumentCommand.h"
 #include "client/command/MovieCommand.h"
 #include "client/command/Operands.h"
@@ -24,23 +25,25 @@ namespace {
 std::string noPhotosIn(const std::vector<std::filesystem::path>& places)
 {
     const std::vector<std::string> names(places.begin(), places.end());
-    return fmt::format("there are no photos in {}", fmt::join(names, ", "));
+    return localized("there are no photos in {}", fmt::join(names, ", "));
 }
 
 /// The movie of a document, to which nothing is added.
 int renderDocument(const std::filesystem::path& document, const CreateOptions& options)
 {
-    const auto refuse = [&](std::string_view reason) {
-        return give(usageError(fmt::format("{} is a document, {}", document.native(), reason), "create"));
-    };
+    const auto refuse = [](const std::string& fault) { return give(usageError(fault, "create")); };
+    const std::string& name = document.native();
     if (options.photos.size() > 1 || !options.sounds.empty())
-        return refuse("and its movie has no other photos and sounds; \"stillora document add\" adds them to it");
+        return refuse(localized("{} is a document, and its movie has no other photos and sounds; \"stillora document "
+                                "add\" adds them to it",
+                                name));
     if (options.loopsSounds || options.fitsMusic || !options.fillsSilence || options.reducesBorders)
-        return refuse("which itself says whether sounds are repeated or fitted, silence is added and borders are "
-                      "reduced");
+        return refuse(localized("{} is a document, which itself says whether sounds are repeated or fitted, silence is "
+                                "added and borders are reduced",
+                                name));
     if (options.order.sort != PhotoSort::AsGiven || options.order.isReversed ||
         options.innerFolders != InnerFolders::PassedOver)
-        return refuse("which itself has the order of its photos");
+        return refuse(localized("{} is a document, which itself has the order of its photos", name));
     return runDocumentRender({.document = document.native(), .movie = options});
 }
 
@@ -70,7 +73,7 @@ int runCreateCommand(const CreateOptions& given)
     CreateOptions options = given;
     takeOutSounds(options);
     if (options.photos.empty())
-        return give(usageError("no photos were given", "create"));
+        return give(usageError(localized("no photos were given"), "create"));
     if (options.sounds.empty() && (options.loopsSounds || options.fitsMusic))
         return give(usageError(faultOfMissingSound(options), "create"));
     MovieCommand command({.isJSON = options.isJSON, .isQuiet = options.isQuiet, .product = "movie"});
@@ -85,9 +88,8 @@ int runCreateCommand(const CreateOptions& given)
     if (checked.isCancelled)
         return command.stopped();
     if (checked.passedOver > 0)
-        command.note(checked.passedOver == 1
-                         ? "1 more file that is no photo was passed over"
-                         : fmt::format("{} more files that are no photos were passed over", checked.passedOver));
+        command.note(localizedCount(checked.passedOver, "{} more file that is no photo was passed over",
+                                    "{} more files that are no photos were passed over"));
     std::vector<BadFile> bad = std::move(listing.bad);
     std::move(checked.bad.begin(), checked.bad.end(), std::back_inserter(bad));
     CheckedSounds sounds = checkSounds(options.sounds);
@@ -99,15 +101,16 @@ int runCreateCommand(const CreateOptions& given)
         isLeftOut = decision == MovieCommand::BadInput::LeftOut;
     }
     if (!bad.empty() && !isLeftOut)
-        return command.refuseBadInput(bad, sounds.bad, "; --skip-bad leaves out photos that cannot");
+        return command.refuseBadInput(bad, sounds.bad, MovieCommand::Hint::SkipBadPhotos);
     if (!sounds.bad.empty())
         return command.refuseBadInput({}, sounds.bad);
     if (options.skipsBad)
         std::ranges::move(MovieCommand::takeOutDamaged(checked.good), std::back_inserter(bad));
     for (const BadFile& photo : bad)
-        command.note(fmt::format("left out: {}: {}", photo.path.native(), photo.reason));
+        command.note(localized("left out: {}: {}", photo.path.native(), photo.reason));
     if (checked.good.empty())
-        return command.fail(kExitBadInput, bad.empty() ? noPhotosIn(options.photos) : "no photo can be used");
+        return command.fail(kExitBadInput,
+                            bad.empty() ? noPhotosIn(options.photos) : localized("no photo can be used"));
     checked.good = command.sorted(std::move(checked.good), options.order);
     const std::string title = options.title.value_or(titleForPhotos(checked.good));
     return command.makeMovie(std::move(checked.good), std::move(sounds.good), settingsOf(options), title, std::nullopt,

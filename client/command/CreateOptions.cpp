@@ -2,6 +2,7 @@
 
 #include <stillora/Movie.h>
 
+#include "client/LocalizedText.h"
 #include "client/Text.h"
 #include "client/command/Suggestion.h"
 #include "platform/files/NSURL.h"
@@ -29,8 +30,8 @@ std::string readSeconds(const std::string& text, CreateOptions& options)
     const bool hasUnit = text.size() > 1 && text.ends_with('s');
     const auto seconds = numberOf(std::string_view(text).substr(0, text.size() - (hasUnit ? 1 : 0)));
     if (!seconds || *seconds < kMinTimePerPhoto.count() || *seconds > kMaxTimePerPhoto.count())
-        return fmt::format("--seconds takes a number from {} to {}, not \"{}\"", kMinTimePerPhoto.count(),
-                           kMaxTimePerPhoto.count(), text);
+        return localized("--seconds takes a number from {} to {}, not \"{}\"", kMinTimePerPhoto.count(),
+                         kMaxTimePerPhoto.count(), text);
     options.seconds = Seconds(*seconds);
     return {};
 }
@@ -61,8 +62,8 @@ std::string readCodec(const std::string& typed, CreateOptions& options)
 {
     const std::string text = codecOf(typed);
     if (std::find(kMovieCodecs.begin(), kMovieCodecs.end(), text) == kMovieCodecs.end())
-        return fmt::format("--codec takes {}, not \"{}\"{}", fmt::join(kMovieCodecs, ", "), typed,
-                           suggestionFor(typed, {kMovieCodecs.begin(), kMovieCodecs.end()}));
+        return withSuggestion(localized("--codec takes {}, not \"{}\"", fmt::join(kMovieCodecs, ", "), typed), typed,
+                              {kMovieCodecs.begin(), kMovieCodecs.end()});
     options.codec = text;
     options.isCodecGiven = true;
     return {};
@@ -75,7 +76,7 @@ std::string readTitle(const std::string& given, CreateOptions& options)
     if (platform::lowercaseASCII(platform::pathExtension(text)) == "mov")
         text = text.substr(0, text.size() - std::string_view(".mov").size());
     if (const auto fault = faultOfTitle(text))
-        return fmt::format("the title \"{}\" {}", prefixOfBytes(printable(text), 60), *fault);
+        return localized("the title \"{}\" {}", prefixOfBytes(printable(text), 60), *fault);
     options.title = std::move(text);
     return {};
 }
@@ -84,9 +85,9 @@ std::string readSound(const std::string& text, CreateOptions& options)
 {
     SoundArgument sound = soundOf(text);
     if (sound.path.empty())
-        return "--soundtrack takes the path of a sound file";
+        return localized("--soundtrack takes the path of a sound file");
     if (sound.end && *sound.end <= sound.start.value_or(Seconds(0)))
-        return fmt::format("the selection of \"{}\" ends before it starts", text);
+        return localized("the selection of \"{}\" ends before it starts", text);
     options.sounds.push_back(std::move(sound));
     return {};
 }
@@ -94,7 +95,7 @@ std::string readSound(const std::string& text, CreateOptions& options)
 std::string readSaveFolder(const std::string& text, CreateOptions& options)
 {
     if (text.empty())
-        return "--save takes the path of a folder";
+        return localized("--save takes the path of a folder");
     options.saveFolder = text;
     return {};
 }
@@ -104,10 +105,10 @@ std::string readOutput(const std::string& text, CreateOptions& options)
     constexpr std::array<std::string_view, 6> kOtherMovies = {"avi", "gif", "m4v", "mkv", "mp4", "webm"};
     const std::string extension = platform::lowercaseASCII(platform::pathExtension(text));
     if (std::ranges::count(kOtherMovies, extension) > 0)
-        return fmt::format("-o takes the path of a .mov file, not of a .{} file", extension);
+        return localized("-o takes the path of a .mov file, not of a .{} file", extension);
     const std::filesystem::path path = text;
     if (!path.has_filename())
-        return fmt::format("-o takes the path of the movie; in \"{}\" its name is empty", text);
+        return localized("-o takes the path of the movie; in \"{}\" its name is empty", text);
     options.saveFolder = path.has_parent_path() ? path.parent_path() : ".";
     return readTitle(path.filename().native(), options);
 }
@@ -123,7 +124,7 @@ std::string readSort(const std::string& text, CreateOptions& options)
     const auto& words = sortWords();
     const auto word = std::ranges::find(words, text, &std::pair<std::string, PhotoSort>::first);
     if (word == words.end())
-        return fmt::format("--sort takes {}, not \"{}\"", fmt::join(words | std::views::keys, ", "), text);
+        return localized("--sort takes {}, not \"{}\"", fmt::join(words | std::views::keys, ", "), text);
     options.order.sort = word->second;
     return {};
 }
@@ -157,8 +158,8 @@ std::string readMovieOption(std::string_view option, const std::string& text, Cr
 std::string readMovieOptions(const CommandArguments& arguments, CreateOptions& options)
 {
     if (arguments.has("output") && (arguments.has("title") || arguments.has("save")))
-        return fmt::format("-o names the movie and its folder, without {}",
-                           arguments.has("title") ? "--title" : "--save");
+        return localized("-o names the movie and its folder, without {}",
+                         arguments.has("title") ? "--title" : "--save");
     for (const ValueReader& reader : kValueReaders)
         for (const std::string& text : arguments.values(reader.option))
             if (std::string fault = reader.read(text, options); !fault.empty())
@@ -178,9 +179,9 @@ std::string readMovieOptions(const CommandArguments& arguments, CreateOptions& o
     if (arguments.has("recursive"))
         options.innerFolders = InnerFolders::Listed;
     if (options.fitsMusic && options.loopsSounds)
-        return "--fit-music leaves nothing to --loop";
+        return localized("--fit-music leaves nothing to --loop");
     if (options.fitsMusic && options.seconds)
-        return "--fit-music chooses the seconds itself, without --seconds";
+        return localized("--fit-music chooses the seconds itself, without --seconds");
     return {};
 }
 
@@ -201,7 +202,7 @@ MovieSettings settingsOf(const CreateOptions& options)
 
 std::string faultOfMissingSound(const CreateOptions& options)
 {
-    return fmt::format("{} needs a sound", options.loopsSounds ? "--loop" : "--fit-music");
+    return localized("{} needs a sound", options.loopsSounds ? "--loop" : "--fit-music");
 }
 
 Parsed<CreateOptions> parseCreate(const std::vector<std::string>& arguments)
@@ -214,7 +215,7 @@ Parsed<CreateOptions> parseCreate(const std::vector<std::string>& arguments)
     options.photos.assign(given.operands().begin(), given.operands().end());
     std::string fault = readMovieOptions(given, options);
     if (fault.empty() && options.photos.empty())
-        fault = "no photos were given";
+        fault = localized("no photos were given");
     if (!fault.empty())
         return usageError(fault, "create");
     return options;

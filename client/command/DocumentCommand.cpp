@@ -1,12 +1,12 @@
 #include "client/command/DocumentCommand.h"
 
 #include <stillora/Document.h>
-#include <stillora/Localization.h>
 #include <stillora/Movie.h>
 #include <stillora/Photos.h>
 #include <stillora/Sounds.h>
 
 #include "client/ClientError.h"
+#include "client/LocalizedText.h"
 #include "client/Text.h"
 #include "client/command/DocumentListing.h"
 #include "client/command/DocumentOptions.h"
@@ -84,7 +84,8 @@ Filling fillingOf(const DocumentFillOptions& options, MovieCommand& command)
     if (filling.isCancelled)
         return filling;
     if (photos.passedOver > 0)
-        command.note(counted(photos.passedOver, "more file") + " passed over, since no photos or sounds");
+        command.note(localizedCount(photos.passedOver, "{} more file passed over, since no photos or sounds",
+                                    "{} more files passed over, since no photos or sounds"));
     std::move(photos.bad.begin(), photos.bad.end(), std::back_inserter(filling.badPhotos));
     filling.photos = std::move(photos.good);
     if (options.movie.skipsBad)
@@ -112,12 +113,12 @@ int fill(Document& document, const DocumentFillOptions& options, MovieCommand& c
         isLeftOut = decision == MovieCommand::BadInput::LeftOut;
     }
     if (isBad && !isLeftOut)
-        return command.refuseBadInput(filling.badPhotos, filling.badSounds, "; --skip-bad leaves out what cannot");
+        return command.refuseBadInput(filling.badPhotos, filling.badSounds, MovieCommand::Hint::SkipBad);
     for (const std::vector<BadFile>& files : {filling.badPhotos, filling.badSounds})
         for (const BadFile& file : files)
-            command.note(fmt::format("left out: {}: {}", file.path.native(), file.reason));
+            command.note(localized("left out: {}: {}", file.path.native(), file.reason));
     if (filling.photos.empty() && filling.sounds.empty() && isBad)
-        return command.fail(kExitBadInput, "none of the files can be used");
+        return command.fail(kExitBadInput, localized("none of the files can be used"));
 
     uint64_t bytes = 0;
     const auto tellCopying = [&](const CopyProgress& progress) {
@@ -135,8 +136,9 @@ int fill(Document& document, const DocumentFillOptions& options, MovieCommand& c
     command.clearProgress();
     if (!done)
         return isCancel(done.error()) ? command.stopped() : command.fail(kExitFailed, done.error().message);
-    command.note(fmt::format("{}, {}, {} copied", counted(filling.photos.size(), "photo"),
-                             counted(filling.sounds.size(), "sound"), bytesText(static_cast<double>(bytes))));
+    command.note(localized("{}, {}, {} copied", localizedCount(filling.photos.size(), "{} photo", "{} photos"),
+                           localizedCount(filling.sounds.size(), "{} sound", "{} sounds"),
+                           bytesText(static_cast<double>(bytes))));
     JSONWriter result = command.resultOf(document.location().native());
     result.add("photos", static_cast<int64_t>(filling.photos.size()));
     result.add("soundtracks", static_cast<int64_t>(filling.sounds.size())).add("bytes", static_cast<int64_t>(bytes));
@@ -167,7 +169,7 @@ int runAdd(const DocumentFillOptions& options)
     bool isWaitTold = false;
     const auto waits = [&] {
         if (!std::exchange(isWaitTold, true))
-            command.note(fmt::format("waiting for another program that changes {}", options.document));
+            command.note(localized("waiting for another program that changes {}", options.document));
         return !command.isCancelled();
     };
     auto document = Document::loadForChange(locationOfDocument(options.document), waits);
@@ -185,7 +187,8 @@ int runList(const DocumentLookOptions& options)
     if (!document)
         return command.fail(kExitBadInput, document.error().message);
     const std::string text = options.isJSON ? listingAsJSON(*document).text() + "\n" : listingOf(*document);
-    if (const int status = command.give(text, "the listing"); status != kExitDone)
+    if (const int status = command.give(text, localized("the listing could not be written to standard output"));
+        status != kExitDone)
         return status;
     const std::vector<BadItem> bad = badItemsOf(*document);
     for (const BadItem& item : bad)
@@ -232,7 +235,7 @@ int runCheck(const DocumentLookOptions& options)
                                      .add("damagedPhotos", MovieCommand::asJSON(damaged))
                                      .add("unused", unused)
                                      .text();
-        return command.give(text + "\n", "the result", status);
+        return command.give(text + "\n", localized("the result could not be written to standard output"), status);
     }
     for (const BadItem& item : checked.bad)
         command.complain(fmt::format("{}: {}", item.path, item.reason));
@@ -242,10 +245,10 @@ int runCheck(const DocumentLookOptions& options)
         for (const std::string& fault : faults)
             command.complain(fault);
     for (const std::string& path : unused)
-        command.note(fmt::format("{} belongs to no photo and no sound", path));
+        command.note(localized("{} belongs to no photo and no sound", path));
     if (isGood)
-        command.note(fmt::format("{} and {} can be used", counted(checked.photos.size(), "photo"),
-                                 counted(checked.sounds.size(), "soundtrack")));
+        command.note(localized("{} and {} can be used", localizedCount(checked.photos.size(), "{} photo", "{} photos"),
+                               localizedCount(checked.sounds.size(), "{} soundtrack", "{} soundtracks")));
     return status;
 }
 
@@ -279,9 +282,9 @@ int runDocumentRender(const DocumentRenderOptions& options)
     const MovieSettings settings = settingsFor(*document, wish);
     const std::string title = settings.title.value_or(document->name());
     if (const auto fault = faultOfTitle(title))
-        return command.fail(kExitUsage, fmt::format("the movie cannot have the document's name, which {}; give it a "
-                                                    "name with --title",
-                                                    *fault));
+        return command.fail(kExitUsage, localized("the movie cannot have the document's name, which {}; give it a "
+                                                  "name with --title",
+                                                  *fault));
 
     CheckedDocument checked =
         checkDocument(*document, [&](size_t done) { return command.photosChecked(done, document->photos().size()); });
@@ -300,12 +303,12 @@ int runDocumentRender(const DocumentRenderOptions& options)
         isLeftOut = decision == MovieCommand::BadInput::LeftOut;
     }
     if (!checked.bad.empty() && !isLeftOut)
-        return command.refuseBadInput(badPhotos, badSounds, "; --skip-bad leaves out what cannot");
+        return command.refuseBadInput(badPhotos, badSounds, MovieCommand::Hint::SkipBad);
     for (const BadItem& item : checked.bad)
-        command.note(fmt::format("left out: {}: {}", item.path, item.reason));
+        command.note(localized("left out: {}: {}", item.path, item.reason));
     if (wish.skipsBad)
         for (const BadFile& photo : MovieCommand::takeOutDamaged(checked.photos))
-            command.note(fmt::format("left out: {}: {}", photo.path.native(), photo.reason));
+            command.note(localized("left out: {}: {}", photo.path.native(), photo.reason));
     for (const std::string& change : checked.changed)
         command.note(change);
     const bool areFaultsRefused = !document->settingFaults().empty() && !wish.skipsBad;
@@ -313,16 +316,16 @@ int runDocumentRender(const DocumentRenderOptions& options)
         areFaultsRefused ? command.complain(fault) : command.note(fault);
     if (areFaultsRefused)
         return command.fail(kExitBadInput,
-                            fmt::format("the settings of {} cannot be used; --skip-bad renders with others",
-                                        document->location().native()));
+                            localized("the settings of {} cannot be used; --skip-bad renders with others",
+                                      document->location().native()));
     if (checked.photos.empty())
         return command.fail(kExitBadInput, document->photos().empty()
-                                               ? fmt::format("there are no photos in {}", document->location().native())
-                                               : "no photo can be used");
+                                               ? localized("there are no photos in {}", document->location().native())
+                                               : localized("no photo can be used"));
     if (settings.fitsMusic && checked.sounds.empty())
         return command.fail(kExitBadInput,
-                            fmt::format("the photos of {} are to share the length of the music, and there is none",
-                                        document->location().native()));
+                            localized("the photos of {} are to share the length of the music, and there is none",
+                                      document->location().native()));
     return command.makeMovie(std::move(checked.photos), std::move(checked.sounds), settings, title,
                              settings.title ? std::nullopt : std::optional(document->location()), wish.saveFolder,
                              wish.use, wish.plansOnly ? MovieCommand::Making::PlanAlone : MovieCommand::Making::Whole);
@@ -348,7 +351,7 @@ constexpr std::array<Verb, 5> kVerbs{{
 int runDocumentCommand(const std::vector<std::string>& arguments)
 {
     if (arguments.empty())
-        return give(usageError("document new, add, list, check or render?", "document"));
+        return give(usageError(localized("document new, add, list, check or render?"), "document"));
     const std::string& name = arguments.front();
     if (name == "--help" || name == "-h" || name == "help")
         return give({helpOf("document"), kExitDone});
@@ -357,9 +360,9 @@ int runDocumentCommand(const std::vector<std::string>& arguments)
         std::vector<std::string> names;
         for (const Verb& each : kVerbs)
             names.emplace_back(each.name);
-        return give(usageError(fmt::format("there is no {} {}{}", name.starts_with('-') ? "option" : "command document",
-                                           name, suggestionFor(name, names)),
-                               "document"));
+        const std::string fault = name.starts_with('-') ? localized("there is no option {}", name)
+                                                        : localized("there is no command document {}", name);
+        return give(usageError(withSuggestion(fault, name, names), "document"));
     }
     return verb->run({arguments.begin() + 1, arguments.end()});
 }

@@ -1,5 +1,6 @@
 #include "client/command/DocumentListing.h"
 
+#include "client/LocalizedText.h"
 #include "client/Text.h"
 #include "platform/files/NSURL.h"
 #include "platform/media/AVURLAsset.h"
@@ -96,14 +97,14 @@ std::string soundText(const DocumentSoundtrack& soundtrack)
     std::string length = facts.length() ? secondsText(*facts.length()) : "?";
     if (facts.isWhole)
         return length;
-    return fmt::format("{}, from {} to {}", length, secondsText(facts.start), secondsText(*facts.end));
+    return localized("{}, from {} to {}", length, secondsText(facts.start), secondsText(*facts.end));
 }
 
 template <typename Entry>
-std::string linesOf(const char* title, const std::vector<Entry>& entries,
+std::string linesOf(const std::string& title, const std::vector<Entry>& entries,
                     const std::function<std::string(const Entry&)>& details)
 {
-    std::string text = fmt::format("{}:{}\n", title, entries.empty() ? " none" : "");
+    std::string text = title + "\n";
     const int columns = nameColumns(entries);
     for (size_t i = 0; i < entries.size(); ++i) {
         const Entry& entry = entries[i];
@@ -122,23 +123,23 @@ std::string settingsText(const Document& document)
 {
     const MovieSettings& settings = document.settings();
     std::vector<std::string> parts;
-    parts.push_back(settings.fitsMusic ? "photos share the length of the music"
-                                       : secondsText(settings.timePerPhoto) + " a photo");
-    parts.push_back(settings.quality > 0                    ? fmt::format("quality {}", settings.quality)
-                    : settings.quality == kAutomaticQuality ? "automatic quality"
-                                                            : "quality of the smallest photo");
-    parts.push_back("codec " + settings.codec);
+    parts.push_back(settings.fitsMusic ? localized("photos share the length of the music")
+                                       : localized("{} a photo", secondsText(settings.timePerPhoto)));
+    parts.push_back(settings.quality > 0                    ? localized("quality {}", settings.quality)
+                    : settings.quality == kAutomaticQuality ? localized("automatic quality")
+                                                            : localized("quality of the smallest photo"));
+    parts.push_back(localized("codec {}", settings.codec));
     if (settings.loopsSounds)
-        parts.emplace_back("music repeats");
+        parts.push_back(localized("music repeats"));
     if (!settings.fillsSilence)
-        parts.emplace_back("no silence added");
+        parts.push_back(localized("no silence added"));
     if (settings.reducesBorders)
-        parts.emplace_back("borders reduced");
+        parts.push_back(localized("borders reduced"));
     if (settings.watermark != Watermark::Usual)
-        parts.emplace_back(settings.watermark == Watermark::Drawn ? "watermark" : "no watermark");
+        parts.push_back(settings.watermark == Watermark::Drawn ? localized("watermark") : localized("no watermark"));
     if (settings.title)
-        parts.push_back(fmt::format("title \"{}\"", printable(*settings.title)));
-    std::string text = fmt::format("Settings:\n  {}\n", fmt::join(parts, ", "));
+        parts.push_back(localized("title \"{}\"", printable(*settings.title)));
+    std::string text = fmt::format("{}\n  {}\n", localized("Settings:"), fmt::join(parts, ", "));
     for (const std::string& fault : document.settingFaults())
         text += fmt::format("  {}\n", fault);
     return text;
@@ -198,20 +199,19 @@ JSONWriter soundtrackAsJSON(const DocumentSoundtrack& soundtrack)
 
 } // namespace
 
-std::string counted(size_t count, const std::string& name)
-{
-    return fmt::format("{} {}{}", count, name, count == 1 ? "" : "s");
-}
-
 std::string listingOf(const Document& document)
 {
-    return linesOf<DocumentPhoto>("Photos", document.photos(),
-                                  [](const DocumentPhoto& photo) {
-                                      return fmt::format("{:>11}  {:>8}  {}", sizeText(photo.size),
-                                                         bytesText(static_cast<double>(photo.fileSize)),
-                                                         colorText(photo).value_or(""));
-                                  }) +
-           linesOf<DocumentSoundtrack>("Soundtracks", document.soundtracks(), soundText) + settingsText(document);
+    const std::vector<DocumentPhoto> photos = document.photos();
+    const std::vector<DocumentSoundtrack> soundtracks = document.soundtracks();
+    const auto factsOfPhoto = [](const DocumentPhoto& photo) {
+        return fmt::format("{:>11}  {:>8}  {}", sizeText(photo.size), bytesText(static_cast<double>(photo.fileSize)),
+                           colorText(photo).value_or(""));
+    };
+    return linesOf<DocumentPhoto>(photos.empty() ? localized("Photos: none") : localized("Photos:"), photos,
+                                  factsOfPhoto) +
+           linesOf<DocumentSoundtrack>(soundtracks.empty() ? localized("Soundtracks: none") : localized("Soundtracks:"),
+                                       soundtracks, soundText) +
+           settingsText(document);
 }
 
 JSONWriter listingAsJSON(const Document& document)

@@ -14,7 +14,4 @@ std::string listingOf(const Document& document);
 /// The same for a program.
 JSONWriter listingAsJSON(const Document& document);
 
-/// "photos", "soundtracks" and the like, with a count.
-std::string counted(size_t count, const std::string& name);
-
 } // namespace stillora

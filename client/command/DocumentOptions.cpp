@@ -3,6 +3,7 @@
 #include <stillora/Document.h>
 #include <stillora/Movie.h>
 
+#include "client/LocalizedText.h"
 #include "client/Text.h"
 
 #include <string_view>
@@ -33,8 +34,8 @@ void readOperands(const CommandArguments& arguments, std::string& document, std:
 std::string faultOfOnlyDocument(const std::string& document, const std::vector<std::string>& others)
 {
     if (document.empty())
-        return "no document was given";
-    return others.empty() ? "" : fmt::format("one document is taken, and {} is another argument", others.front());
+        return localized("no document was given");
+    return others.empty() ? "" : localized("one document is taken, and {} is another argument", others.front());
 }
 
 /// Gives the name its extension. Returns what is wrong, or nothing.
@@ -46,7 +47,7 @@ std::string completeName(std::string& name)
         name.resize(name.size() - kDotExtension.size());
     const std::string last = name.substr(name.rfind('/') + 1);
     if (const auto fault = faultOfTitle(last))
-        return fmt::format("the name \"{}\" {}", prefixOfBytes(printable(last), 60), *fault);
+        return localized("the name \"{}\" {}", prefixOfBytes(printable(last), 60), *fault);
     name += kDotExtension;
     return {};
 }
@@ -91,7 +92,7 @@ Parsed<DocumentFillOptions> parseFill(std::string_view form, const std::vector<s
 Parsed<DocumentFillOptions> parseDocumentNew(const std::vector<std::string>& arguments)
 {
     return parseFill("document new", arguments, [](DocumentFillOptions& options) -> std::string {
-        return options.document.empty() ? "the document needs a name" : completeName(options.document);
+        return options.document.empty() ? localized("the document needs a name") : completeName(options.document);
     });
 }
 
@@ -99,8 +100,8 @@ Parsed<DocumentFillOptions> parseDocumentAdd(const std::vector<std::string>& arg
 {
     return parseFill("document add", arguments, [](DocumentFillOptions& options) -> std::string {
         if (options.document.empty())
-            return "no document was given";
-        return options.files.empty() && options.movie.sounds.empty() ? "no photos or sounds were given" : "";
+            return localized("no document was given");
+        return options.files.empty() && options.movie.sounds.empty() ? localized("no photos or sounds were given") : "";
     });
 }
 

@@ -3,6 +3,7 @@
 #include <stillora/Photos.h>
 #include <stillora/Picture.h>
 
+#include "client/LocalizedText.h"
 #include "client/command/CommandOutput.h"
 #include "client/command/FileIdentity.h"
 
@@ -14,7 +15,7 @@ namespace {
 
 std::string facesText(size_t count)
 {
-    return count == 0 ? "no faces" : fmt::format("{} face{}", count, count == 1 ? "" : "s");
+    return count == 0 ? localized("no faces") : localizedCount(count, "{} face", "{} faces");
 }
 
 } // namespace
@@ -35,9 +36,9 @@ Parsed<FrameOptions> parseFrame(const std::vector<std::string>& arguments)
     if (fault.empty())
         fault = readWatermark(given, options.watermark);
     if (fault.empty())
-        fault = readOnly(given, "photo", options.photo);
+        fault = readOnly(given, OnlyOperand::Photo, options.photo);
     if (fault.empty() && options.output.empty())
-        fault = "-o takes the path of the PNG file to be made";
+        fault = localized("-o takes the path of the PNG file to be made");
     if (!fault.empty())
         return usageError(fault, "frame");
     return options;
@@ -50,10 +51,10 @@ int runFrameCommand(const FrameOptions& options)
     const CheckedPhotos checked = checkPhotos({{options.photo, PhotoCandidate::Origin::Named}});
     if (checked.good.empty())
         return fail(kExitBadInput, checked.bad.empty()
-                                       ? options.photo + ": it is no photo"
+                                       ? localized("{}: it is no photo", options.photo)
                                        : fmt::format("{}: {}", options.photo, checked.bad.front().reason));
     if (areSameFile(options.photo, options.output))
-        return fail(kExitUsage, "the frame would replace the photo " + options.photo);
+        return fail(kExitUsage, localized("the frame would replace the photo {}", options.photo));
 
     if (checked.good.front().isCutOff)
         output.note(fmt::format("{}: {}", options.photo, reasonOfCutOffPhoto()));

@@ -87,43 +87,43 @@ std::string kindText(const FileFacts& facts)
 std::vector<Row> rowsOf(const FileFacts& facts, TerminalColors colors)
 {
     std::vector<Row> rows = {{localized("Kind"), kindText(facts)}};
-    const auto add = [&](std::string_view name, std::string text) {
-        rows.emplace_back(localized(name), std::move(text));
-    };
+    const auto add = [&](const std::string& name, std::string text) { rows.emplace_back(name, std::move(text)); };
     if (facts.kind != FileFacts::Kind::Sound)
-        add("Size", pixelsText(facts.size));
+        add(localized("Size"), pixelsText(facts.size));
     if (facts.orientation)
-        add("Orientation", std::to_string(*facts.orientation));
+        add(localized("Orientation"), std::to_string(*facts.orientation));
     if (facts.averageColor) {
         const std::string shown = swatch(*facts.averageColor, colors);
-        add("Average colour", fmt::format("{}{}{}", shown, shown.empty() ? "" : " ", hexOf(*facts.averageColor)));
+        add(localized("Average colour"),
+            fmt::format("{}{}{}", shown, shown.empty() ? "" : " ", hexOf(*facts.averageColor)));
     }
     if (facts.taken)
-        add("Taken", dateText(*facts.taken));
+        add(localized("Taken"), dateText(*facts.taken));
     if (!facts.camera.empty())
-        add("Camera", printable(facts.camera));
+        add(localized("Camera"), printable(facts.camera));
     if (facts.place)
-        add("Place", fmt::format("{:.6f}, {:.6f}", facts.place->latitude, facts.place->longitude));
+        add(localized("Place"), fmt::format("{:.6f}, {:.6f}", facts.place->latitude, facts.place->longitude));
     if (facts.kind == FileFacts::Kind::Photo)
         return rows;
     // Of a movie, only what its tags tell: it is seen by its name.
     const bool isSound = facts.kind == FileFacts::Kind::Sound;
     if (isSound || facts.tags.title)
-        add("Title", printable(facts.tags.shownTitle));
+        add(localized("Title"), printable(facts.tags.shownTitle));
     if (isSound || facts.tags.artist)
-        add("Artist", printable(facts.tags.shownArtist));
+        add(localized("Artist"), printable(facts.tags.shownArtist));
     if (isSound || facts.tags.album)
-        add("Album", printable(facts.tags.shownAlbum));
-    add("Length", lengthInWords(facts.length));
+        add(localized("Album"), printable(facts.tags.shownAlbum));
+    add(localized("Length"), lengthInWords(facts.length));
     if (facts.sampleRateHz > 0) {
         const std::string format = isSound ? std::string() : displayName(facts.soundFormat) + ", ";
-        add("Sound", format + fmt::format("{} Hz, {}", facts.sampleRateHz, channelsText(facts.channels)));
+        add(localized("Sound"), format + fmt::format("{} Hz, {}", facts.sampleRateHz, channelsText(facts.channels)));
     }
     if (facts.cover) {
         const std::string bytes = bytesText(static_cast<double>(facts.cover->picture.size()));
-        add("Cover", facts.cover->format.empty() ? localized("no picture that can be read, {}", bytes)
-                                                 : fmt::format("{}, {}, {}", displayName(facts.cover->format),
-                                                               pixelsText(facts.cover->size), bytes));
+        add(localized("Cover"),
+            facts.cover->format.empty()
+                ? localized("no picture that can be read, {}", bytes)
+                : fmt::format("{}, {}, {}", displayName(facts.cover->format), pixelsText(facts.cover->size), bytes));
     }
     return rows;
 }
@@ -200,13 +200,13 @@ bool endsInPNG(const std::string& path)
 ExitStatus saveCover(const FileFacts& facts, const std::string& output, std::string& reason)
 {
     if (!facts.cover) {
-        reason = facts.path.native() + " has no cover";
+        reason = localized("{} has no cover", facts.path.native());
         return kExitBadInput;
     }
     const bool isConverted = endsInPNG(output) && facts.cover->format != "png";
     const auto picture = isConverted ? pictureAsPNG(facts.cover->picture) : Result<Bytes>(facts.cover->picture);
     if (!picture) {
-        reason = "the cover of " + facts.path.native() + " is no picture that can be read";
+        reason = localized("the cover of {} is no picture that can be read", facts.path.native());
         return kExitBadInput;
     }
     reason = CommandOutput::save(*picture, output);
@@ -227,11 +227,11 @@ Parsed<InfoOptions> parseInfo(const std::vector<std::string>& arguments)
     options.cover = given.value("cover");
     std::string fault;
     if (options.files.empty() || std::ranges::count(options.files, "") > 0)
-        fault = "no file was given";
+        fault = localized("no file was given");
     else if (options.cover && options.cover->empty())
-        fault = "--cover takes the path of the picture to be made";
+        fault = localized("--cover takes the path of the picture to be made");
     else if (options.cover && options.files.size() > 1)
-        fault = "--cover takes one file alone";
+        fault = localized("--cover takes one file alone");
     if (!fault.empty())
         return usageError(fault, "info");
     return options;
@@ -241,7 +241,7 @@ int runInfoCommand(const InfoOptions& options)
 {
     CommandOutput output({});
     if (options.cover && areSameFile(options.files.front(), *options.cover))
-        return output.fail(kExitUsage, "the cover would replace " + options.files.front());
+        return output.fail(kExitUsage, localized("the cover would replace {}", options.files.front()));
 
     const TerminalColors colors = terminalColors();
     int status = kExitDone;
@@ -268,14 +268,15 @@ int runInfoCommand(const InfoOptions& options)
         if (facts && facts->isCutOff)
             output.complain(fmt::format("{}: {}", path, reasonOfCutOffPhoto()));
         // Whoever reads may have seen enough.
-        if (const int written = output.give(text, "what is known"); written != kExitDone)
+        if (const int written = output.give(text, localized("what is known could not be written to standard output"));
+            written != kExitDone)
             return written;
         if (!facts || !options.cover)
             continue;
         std::string reason;
         if (const ExitStatus saved = saveCover(*facts, *options.cover, reason); saved != kExitDone)
             return output.fail(saved, reason);
-        output.note("saved the cover as " + *options.cover);
+        output.note(localized("saved the cover as {}", *options.cover));
     }
     return status;
 }

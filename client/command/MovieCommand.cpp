@@ -30,11 +30,25 @@ Seconds timeSince(Clock::time_point start)
 
 std::string countOfBadInput(size_t photos, size_t sounds)
 {
-    const auto counted = [](size_t count, const char* name) {
-        return count == 0 ? "" : fmt::format("{} {}{} cannot be used", count, name, count == 1 ? "" : "s");
-    };
-    return fmt::format("{}{}{}", counted(photos, "photo"), photos > 0 && sounds > 0 ? ", " : "",
-                       counted(sounds, "sound"));
+    std::vector<std::string> counts;
+    if (photos > 0)
+        counts.push_back(localizedCount(photos, "{} photo cannot be used", "{} photos cannot be used"));
+    if (sounds > 0)
+        counts.push_back(localizedCount(sounds, "{} sound cannot be used", "{} sounds cannot be used"));
+    return fmt::format("{}", fmt::join(counts, ", "));
+}
+
+std::string withHint(const std::string& reason, MovieCommand::Hint hint)
+{
+    switch (hint) {
+    case MovieCommand::Hint::SkipBad:
+        return localized("{}; --skip-bad leaves out what cannot", reason);
+    case MovieCommand::Hint::SkipBadPhotos:
+        return localized("{}; --skip-bad leaves out photos that cannot", reason);
+    case MovieCommand::Hint::None:
+        break;
+    }
+    return reason;
 }
 
 /// What is known of a movie before it is made.
@@ -179,10 +193,9 @@ MovieCommand::BadInput MovieCommand::decideOnBadInput(const std::vector<BadFile>
     tellBadInput(photos);
     tellBadInput(sounds);
     isBadInputTold_ = true;
-    const bool isOne = photos.size() + sounds.size() == 1;
-    switch (ask(fmt::format("stillora: {}; leave {} out?", countOfBadInput(photos.size(), sounds.size()),
-                            isOne ? "it" : "them"),
-                [this] { return isCancelled(); })) {
+    const std::string question = localizedCount(photos.size() + sounds.size(), "{1}; leave it out?",
+                                                "{1}; leave them out?", countOfBadInput(photos.size(), sounds.size()));
+    switch (ask("stillora: " + question, [this] { return isCancelled(); })) {
     case QuestionAnswer::Yes:
         return BadInput::LeftOut;
     case QuestionAnswer::Stopped:
@@ -201,15 +214,14 @@ std::vector<PhotoFacts> MovieCommand::sorted(std::vector<PhotoFacts> photos, Pho
     return std::move(result.photos);
 }
 
-int MovieCommand::refuseBadInput(const std::vector<BadFile>& photos, const std::vector<BadFile>& sounds,
-                                 std::string_view hint)
+int MovieCommand::refuseBadInput(const std::vector<BadFile>& photos, const std::vector<BadFile>& sounds, Hint hint)
 {
     if (!isBadInputTold_) {
         tellBadInput(photos);
         tellBadInput(sounds);
     }
     const std::string reason = countOfBadInput(photos.size(), sounds.size());
-    return fail(kExitBadInput, reason + std::string(hint), reason,
+    return fail(kExitBadInput, withHint(reason, hint), reason,
                 JSONWriter().add("badPhotos", asJSON(photos)).add("badSounds", asJSON(sounds)));
 }
 
@@ -219,7 +231,7 @@ int MovieCommand::makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFac
                             const std::optional<std::filesystem::path>& saveFolder, MovieUse use, Making making)
 {
     if (settings.codec != "avc1")
-        note(fmt::format("browsers do not show the codec {}; avc1 plays everywhere", settings.codec));
+        note(localized("browsers do not show the codec {}; avc1 plays everywhere", settings.codec));
 
     MovieWish wish;
     wish.photos = std::move(photos);
@@ -266,7 +278,7 @@ int MovieCommand::makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFac
 int MovieCommand::tellPlan(const MovieRequest& request)
 {
     if (!isJSON())
-        return give(planText(request), "the plan");
+        return give(planText(request), localized("the plan could not be written to standard output"));
     std::vector<std::string> order;
     for (const PhotoFacts& photo : request.photos)
         order.push_back(photo.path.native());
@@ -297,10 +309,10 @@ int MovieCommand::finish(const MovieRequest& request, const Result<Movie>& outco
     struct stat status = {};
     const double bytes = stat(path.c_str(), &status) == 0 ? static_cast<double>(status.st_size) : 0;
     for (const std::string& fault : outcome->faults)
-        complain(fmt::format("the movie is not as it should be: {}", fault));
-    note(fmt::format("{} {} of {}, {:.0f} x {:.0f}, {}, {}", request.photos.size(),
-                     request.photos.size() == 1 ? "photo" : "photos", secondsText(request.plan.timePerPhoto),
-                     size.width, size.height, secondsText(request.plan.totalVideoDuration), bytesText(bytes)));
+        complain(localized("the movie is not as it should be: {}", fault));
+    note(localizedCount(request.photos.size(), "{} photo of {}, {:.0f} x {:.0f}, {}, {}",
+                        "{} photos of {}, {:.0f} x {:.0f}, {}, {}", secondsText(request.plan.timePerPhoto), size.width,
+                        size.height, secondsText(request.plan.totalVideoDuration), bytesText(bytes)));
 
     JSONWriter result = resultOf(path, outcome->faults.empty());
     result.addAll(planAsJSON(request));

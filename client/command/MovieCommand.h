@@ -73,13 +73,13 @@ public:
     std::vector<PhotoFacts> sorted(std::vector<PhotoFacts> photos, PhotoOrder order);
 
     enum class Making { Whole, PlanAlone };
+    /// What is said of --skip-bad where files cannot be used.
+    enum class Hint { None, SkipBad, SkipBadPhotos };
 
     /// @name More ends of a command: each tells it, and returns the program's exit status
     /// @{
     int stopped() { return CommandOutput::stopped(signals_.signal()); }
-    /// @param hint  follows the count of bad files; may be empty
-    int refuseBadInput(const std::vector<BadFile>& photos, const std::vector<BadFile>& sounds,
-                       std::string_view hint = "");
+    int refuseBadInput(const std::vector<BadFile>& photos, const std::vector<BadFile>& sounds, Hint hint = Hint::None);
 
     /// Makes a movie of photos and sounds that were checked.
     /// @param title      the movie's name

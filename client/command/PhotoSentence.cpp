@@ -1,5 +1,6 @@
 #include "client/command/PhotoSentence.h"
 
+#include "client/LocalizedText.h"
 #include "platform/files/NSURL.h"
 
 #include <fmt/format.h>
@@ -11,15 +12,16 @@ namespace {
 /// More photos are counted, not named.
 constexpr size_t kMaxNamed = 3;
 
-/// ": a.jpg, b.jpg" of few photos; nothing of many.
-std::string namesOf(const std::vector<size_t>& indexes, const std::vector<PhotoFacts>& photos)
+/// Few photos are named behind what is told of them.
+std::string withNames(const std::string& sentence, const std::vector<size_t>& indexes,
+                      const std::vector<PhotoFacts>& photos)
 {
     if (indexes.size() > kMaxNamed)
-        return {};
+        return sentence;
     std::vector<std::string> names;
     for (const size_t index : indexes)
         names.push_back(platform::lastPathComponent(photos[index].path.native()));
-    return fmt::format(": {}", fmt::join(names, ", "));
+    return localized("{}: {}", sentence, fmt::join(names, ", "));
 }
 
 } // namespace
@@ -29,11 +31,16 @@ std::string smallPhotosSentence(Size frame, const std::vector<PhotoFacts>& photo
     const std::vector<size_t> smaller = photosSmallerThanFrame(frame, photos);
     if (smaller.empty())
         return {};
-    const bool isOne = smaller.size() == 1;
-    return fmt::format("{} of {} {} narrower or lower than the frame of {:.0f} x {:.0f} and {} in black{}",
-                       smaller.size(), photos.size() == 1 ? "1 photo" : fmt::format("{} photos", photos.size()),
-                       isOne ? "is" : "are", frame.width, frame.height, isOne ? "stands" : "stand",
-                       namesOf(smaller, photos));
+    const std::string sentence =
+        photos.size() == 1
+            ? localized("1 of 1 photo is narrower or lower than the frame of {:.0f} x {:.0f} and stands in black",
+                        frame.width, frame.height)
+            : localizedCount(
+                  smaller.size(),
+                  "{} of {} photos is narrower or lower than the frame of {:.0f} x {:.0f} and stands in black",
+                  "{} of {} photos are narrower or lower than the frame of {:.0f} x {:.0f} and stand in black",
+                  photos.size(), frame.width, frame.height);
+    return withNames(sentence, smaller, photos);
 }
 
 std::string undatedSentence(const SortedPhotos& sorted)
@@ -42,11 +49,12 @@ std::string undatedSentence(const SortedPhotos& sorted)
     if (count == 0 || sorted.photos.size() == 1)
         return {};
     if (count == sorted.photos.size())
-        return "no photo tells when it was taken; the photos are sorted by the times of their files";
-    return fmt::format("{} of {} photos {} not tell when {} taken and {} by the photo before in {} folder{}", count,
-                       sorted.photos.size(), count == 1 ? "does" : "do", count == 1 ? "it was" : "they were",
-                       count == 1 ? "goes" : "go", count == 1 ? "its" : "their",
-                       namesOf(sorted.undated, sorted.photos));
+        return localized("no photo tells when it was taken; the photos are sorted by the times of their files");
+    const std::string sentence = localizedCount(
+        count, "{} of {} photos does not tell when it was taken and goes by the photo before in its folder",
+        "{} of {} photos do not tell when they were taken and go by the photo before in their folder",
+        sorted.photos.size());
+    return withNames(sentence, sorted.undated, sorted.photos);
 }
 
 } // namespace stillora

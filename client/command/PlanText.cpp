@@ -1,5 +1,6 @@
 #include "client/command/PlanText.h"
 
+#include "client/LocalizedText.h"
 #include "client/Text.h"
 #include "client/command/SoundSentence.h"
 
@@ -12,12 +13,13 @@ namespace {
 std::string reasonOfHeight(const MovieRequest& request, Size frame)
 {
     if (static_cast<double>(request.quality) == frame.height)
-        return "as asked for";
+        return localized("as asked for");
     if (request.quality != kAutomaticQuality)
-        return "the largest that the smallest photo covers";
+        return localized("the largest that the smallest photo covers");
     const size_t count = request.photos.size();
     const size_t smaller = photosSmallerThanFrame(frame, request.photos).size();
-    return smaller == 0 ? "covered by every photo" : fmt::format("covered by {} of {} photos", count - smaller, count);
+    return smaller == 0 ? localized("covered by every photo")
+                        : localized("covered by {} of {} photos", count - smaller, count);
 }
 
 } // namespace
@@ -27,11 +29,12 @@ std::string planText(const MovieRequest& request)
     const size_t count = request.photos.size();
     const Size frame = frameSizeForQuality(request.quality, request.photos);
     std::string text =
-        fmt::format("{}: {} photo{} of {}, {}\n", printable(request.title), count, count == 1 ? "" : "s",
-                    secondsText(request.plan.timePerPhoto), secondsText(request.plan.totalVideoDuration));
+        localizedCount(count, "{1}: {0} photo of {2}, {3}", "{1}: {0} photos of {2}, {3}", printable(request.title),
+                       secondsText(request.plan.timePerPhoto), secondsText(request.plan.totalVideoDuration));
+    text += "\n";
     text += fmt::format("{:.0f} x {:.0f}: {}\n", frame.width, frame.height, reasonOfHeight(request, frame));
     const std::string sound = soundSentence(request.plan, request.sounds);
-    text += (sound.empty() ? "sound: none" : printable(sound)) + "\n";
+    text += (sound.empty() ? localized("sound: none") : printable(sound)) + "\n";
     for (size_t i = 0; i < count; ++i)
         text += fmt::format("{:>4}  {}\n", i + 1, printable(request.photos[i].path.native()));
     return text;

@@ -1,7 +1,9 @@
 #include "client/command/Question.h"
 
+#include "client/LocalizedText.h"
 #include "platform/foundation/NSString.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <optional>
@@ -37,14 +39,31 @@ std::optional<std::string> readLine(const std::function<bool()>& isStopped)
     return std::nullopt;
 }
 
+/// Whether a line is one of a list's words.
+bool isOneOf(const std::string& line, std::string_view words)
+{
+    while (!words.empty()) {
+        const std::string_view word = words.substr(0, words.find(' '));
+        if (line == word)
+            return true;
+        words.remove_prefix(std::min(words.size(), word.size() + 1));
+    }
+    return false;
+}
+
+/// English is understood in every language.
+constexpr std::string_view kYes = "y yes";
+constexpr std::string_view kNo = "n no";
+
 std::optional<QuestionAnswer> answerOf(std::string line)
 {
     while (line.ends_with(' ') || line.ends_with('\r'))
         line.pop_back();
     line = platform::lowercaseASCII(line);
-    if (line.empty() || line == "y" || line == "yes")
+    // What is typed for yes, and for no, in small letters.
+    if (line.empty() || isOneOf(line, kYes) || isOneOf(line, localized("y yes")))
         return QuestionAnswer::Yes;
-    return line == "n" || line == "no" ? std::optional(QuestionAnswer::No) : std::nullopt;
+    return isOneOf(line, kNo) || isOneOf(line, localized("n no")) ? std::optional(QuestionAnswer::No) : std::nullopt;
 }
 
 } // namespace
@@ -57,7 +76,7 @@ bool canAsk()
 QuestionAnswer ask(std::string_view question, const std::function<bool()>& isStopped)
 {
     for (;;) {
-        fmt::print(stderr, "{} [Y/n] ", question);
+        fmt::print(stderr, "{} {} ", question, localized("[Y/n]"));
         std::fflush(stderr);
         const auto line = readLine(isStopped);
         if (!line) {

@@ -12,7 +12,7 @@ enum class QuestionAnswer { Yes, No, Stopped };
 bool canAsk();
 
 /// Asks on standard error and waits for a line of standard input. An empty one means yes, the end of the input no; what
-/// is neither yes nor no is asked again.
+/// is neither yes nor no, in English or in the user's language, is asked again.
 /// @param question   without its end " [Y/n] "
 /// @param isStopped  asked a few times a second
 QuestionAnswer ask(std::string_view question, const std::function<bool()>& isStopped);

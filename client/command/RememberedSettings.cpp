@@ -1,5 +1,6 @@
 #include "client/command/RememberedSettings.h"
 
+#include "client/LocalizedText.h"
 #include "platform/files/NSURL.h"
 #include "platform/files/NSUserDefaults.h"
 #include "util/UserSettings.h"
@@ -45,13 +46,13 @@ std::optional<platform::PropertyList> objectOf(std::string_view name, const std:
     if (name == kSave) {
         auto folder = folderOf(text);
         if (!folder)
-            reason = fmt::format("save takes the path of a folder that is there, not \"{}\"", text);
+            reason = localized("save takes the path of a folder that is there, not \"{}\"", text);
         return folder;
     }
     if (name == kWatermark) {
         if (text == "on" || text == "off")
             return platform::PropertyList(text == "on");
-        reason = fmt::format("watermark takes on or off, not \"{}\"", text);
+        reason = localized("watermark takes on or off, not \"{}\"", text);
         return std::nullopt;
     }
     CreateOptions tried;
@@ -89,7 +90,7 @@ RememberedSettings::Outcome RememberedSettings::keep(std::string_view name, cons
         return Outcome::Refused;
     if (NSUserDefaults::standardUserDefaults().setObjectForKey(*object, keyOf(name)))
         return Outcome::Kept;
-    reason = "the settings could not be written";
+    reason = localized("the settings could not be written");
     return Outcome::NotWritten;
 }
 
@@ -111,7 +112,7 @@ std::vector<std::string> RememberedSettings::complete(CreateOptions& options)
         if (!text)
             continue;
         if (const std::string fault = readMovieOption(name, *text, options); !fault.empty())
-            faults.push_back(fmt::format("the setting {} is not looked at: {}", name, fault));
+            faults.push_back(localized("the setting {} is not looked at: {}", name, fault));
     }
     return faults;
 }

@@ -1,6 +1,7 @@
 #include "client/command/SettingsCommand.h"
 
 #include "client/JSONWriter.h"
+#include "client/LocalizedText.h"
 #include "client/Text.h"
 #include "client/command/Arguments.h"
 #include "client/command/CommandOutput.h"
@@ -19,8 +20,9 @@ namespace {
 
 std::string keyFault(const std::string& given)
 {
-    return fmt::format("there is no setting {}: they are {}{}", given, fmt::join(RememberedSettings::names(), ", "),
-                       suggestionFor(given, RememberedSettings::names()));
+    return withSuggestion(
+        localized("there is no setting {}: they are {}", given, fmt::join(RememberedSettings::names(), ", ")), given,
+        RememberedSettings::names());
 }
 
 JSONWriter settingsAsJSON()
@@ -45,7 +47,8 @@ std::string settingsAsText()
 {
     std::string text;
     for (const std::string& name : RememberedSettings::names())
-        text += fmt::format("{:<10} {}\n", name, printable(RememberedSettings::value(name).value_or("not set")));
+        text +=
+            fmt::format("{:<10} {}\n", name, printable(RememberedSettings::value(name).value_or(localized("not set"))));
     return text;
 }
 
@@ -65,12 +68,13 @@ int runSetCommand(const std::vector<std::string>& arguments)
         return give(*answer);
     const std::vector<std::string>& values = std::get<CommandArguments>(read).operands();
     if (values.size() > 1)
-        return give(usageError(fmt::format("one value is taken, and {} is another argument", values[1]), "set"));
+        return give(usageError(localized("one value is taken, and {} is another argument", values[1]), "set"));
 
     CommandOutput output({});
     if (values.empty())
-        return RememberedSettings::forget(name) ? kExitDone
-                                                : output.fail(kExitFailed, "the settings could not be written");
+        return RememberedSettings::forget(name)
+                   ? kExitDone
+                   : output.fail(kExitFailed, localized("the settings could not be written"));
     std::string reason;
     switch (RememberedSettings::keep(name, values.front(), reason)) {
     case RememberedSettings::Outcome::Kept:
@@ -90,10 +94,9 @@ int runSettingsCommand(const std::vector<std::string>& arguments)
         return give(*answer);
     const auto& given = std::get<CommandArguments>(read);
     if (!given.operands().empty())
-        return give(
-            usageError(fmt::format("no argument is taken, and {} is one", given.operands().front()), "settings"));
+        return give(usageError(localized("no argument is taken, and {} is one", given.operands().front()), "settings"));
     return CommandOutput({}).give(given.has("json") ? settingsAsJSON().text() + "\n" : settingsAsText(),
-                                  "the settings");
+                                  localized("the settings could not be written to standard output"));
 }
 
 } // namespace stillora

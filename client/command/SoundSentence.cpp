@@ -1,5 +1,6 @@
 #include "client/command/SoundSentence.h"
 
+#include "client/LocalizedText.h"
 #include "client/Text.h"
 #include "platform/files/NSURL.h"
 
@@ -23,21 +24,29 @@ Seconds rounded(Seconds time)
 
 std::string pieceText(const SoundFacts& sound, Seconds heard)
 {
-    std::string text = platform::lastPathComponent(sound.path.native());
-    if (sound.selection)
-        text += fmt::format(" from {}", clockText(rounded(sound.selection->start)));
-    return fmt::format("{} for {}", text, clockText(rounded(heard)));
+    const std::string name = platform::lastPathComponent(sound.path.native());
+    const std::string length = clockText(rounded(heard));
+    return sound.selection ? localized("{} from {} for {}", name, clockText(rounded(sound.selection->start)), length)
+                           : localized("{} for {}", name, length);
 }
 
-/// Names joined, the last of many counted.
-std::string listText(std::vector<std::string> texts, const char* separator)
+/// The first ones, and the others as their number.
+std::vector<std::string> shortened(std::vector<std::string> texts)
 {
-    if (texts.size() > kMaxNamed) {
-        const size_t unnamed = texts.size() - kMaxNamed;
-        texts.resize(kMaxNamed);
-        texts.push_back(fmt::format("{} more", unnamed));
-    }
-    return fmt::format("{}", fmt::join(texts, separator));
+    if (texts.size() <= kMaxNamed)
+        return texts;
+    const size_t unnamed = texts.size() - kMaxNamed;
+    texts.resize(kMaxNamed);
+    texts.push_back(localizedCount(unnamed, "{} more", "{} more"));
+    return texts;
+}
+
+std::string sequenceOf(const std::vector<std::string>& pieces)
+{
+    std::string sequence;
+    for (const std::string& piece : pieces)
+        sequence = sequence.empty() ? piece : localized("{}, then {}", sequence, piece);
+    return sequence;
 }
 
 } // namespace
@@ -56,21 +65,22 @@ std::string soundSentence(const MoviePlan& plan, const std::vector<SoundFacts>& 
         cursor += piece.length;
     }
     if (texts.empty())
-        return plan.sounds.empty() ? "" : "sound: silence";
+        return plan.sounds.empty() ? "" : localized("sound: silence");
+    const std::string pieces = sequenceOf(shortened(std::move(texts)));
     std::string sentence =
-        fmt::format("sound: {}{}", listText(std::move(texts), ", then "), isRepeated ? ", repeated to the end" : "");
+        isRepeated ? localized("sound: {}, repeated to the end", pieces) : localized("sound: {}", pieces);
+    const std::string pictureEnd = clockText(rounded(end));
     const std::string musicEnd = clockText(rounded(plan.musicEnd));
     if (plan.fadeStart)
-        sentence +=
-            fmt::format("; it fades from {} to {}", clockText(rounded(*plan.fadeStart)), clockText(rounded(end)));
-    else if (musicEnd != clockText(rounded(end)))
-        sentence += fmt::format("; {} from {} to {}", plan.sounds.back().source ? "nothing" : "silence", musicEnd,
-                                clockText(rounded(end)));
+        sentence = localized("{}; it fades from {} to {}", sentence, clockText(rounded(*plan.fadeStart)), pictureEnd);
+    else if (musicEnd != pictureEnd)
+        sentence = plan.sounds.back().source ? localized("{}; nothing from {} to {}", sentence, musicEnd, pictureEnd)
+                                             : localized("{}; silence from {} to {}", sentence, musicEnd, pictureEnd);
     std::vector<std::string> leftOut;
     for (const size_t source : plan.leftOut)
         leftOut.push_back(platform::lastPathComponent(sounds[source].path.native()));
     if (!leftOut.empty())
-        sentence += fmt::format("; left out: {}", listText(std::move(leftOut), ", "));
+        sentence = localized("{}; left out: {}", sentence, fmt::join(shortened(std::move(leftOut)), ", "));
     return sentence;
 }
 

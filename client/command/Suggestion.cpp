@@ -1,5 +1,7 @@
 #include "client/command/Suggestion.h"
 
+#include "client/LocalizedText.h"
+
 #include <algorithm>
 #include <numeric>
 
@@ -32,12 +34,13 @@ size_t distance(std::string_view one, std::string_view other)
 
 } // namespace
 
-std::string suggestionFor(std::string_view typed, const std::vector<std::string>& names, std::string_view prefix)
+std::string withSuggestion(const std::string& fault, std::string_view typed, const std::vector<std::string>& names,
+                           std::string_view prefix)
 {
     // Longer words are no names that were mistyped.
     constexpr size_t kLongest = 40;
     if (typed.size() < 2 || typed.size() > kLongest)
-        return {};
+        return fault;
     const std::string* nearest = nullptr;
     size_t least = typed.size() < 5 ? 2 : 3;
     for (const std::string& name : names)
@@ -45,7 +48,7 @@ std::string suggestionFor(std::string_view typed, const std::vector<std::string>
             least = away;
             nearest = &name;
         }
-    return nearest ? fmt::format(", did you mean {}{}?", prefix, *nearest) : "";
+    return nearest ? localized("{}, did you mean {}?", fault, std::string(prefix) + *nearest) : fault;
 }
 
 } // namespace stillora

@@ -1,8 +1,8 @@
 #include "client/command/TrimCommand.h"
 
-#include <stillora/Localization.h>
 #include <stillora/Waveform.h>
 
+#include "client/LocalizedText.h"
 #include "client/Text.h"
 #include "client/command/SoundCommand.h"
 #include "platform/files/NSURL.h"
@@ -36,9 +36,9 @@ Parsed<TrimOptions> parseTrim(const std::vector<std::string>& arguments)
     options.isQuiet = given.has("quiet");
     std::string fault = readSound(given, options.sound);
     if (fault.empty() && !given.has("range"))
-        fault = "--range takes the part of the sound";
+        fault = localized("--range takes the part of the sound");
     if (fault.empty() && !isNameOfM4A(options.output))
-        fault = "-o takes the path of the M4A file to be made, which ends in \".m4a\"";
+        fault = localized("-o takes the path of the M4A file to be made, which ends in \".m4a\"");
     if (!fault.empty())
         return usageError(fault, "trim");
     return options;
@@ -48,14 +48,14 @@ int runTrimCommand(const TrimOptions& options)
 {
     SoundCommand command({.isJSON = options.isJSON, .isQuiet = options.isQuiet, .product = "sound"});
     if (std::error_code failure; std::filesystem::exists(std::filesystem::symlink_status(options.output, failure)))
-        return command.fail(kExitFailed, options.output + " exists already, and is not replaced");
+        return command.fail(kExitFailed, localized("{} exists already, and is not replaced", options.output));
     int status = kExitDone;
     const auto sound = command.check(options.sound, status);
     if (!sound)
         return status;
     const auto file = trimSound(*sound, options.output, command.telling(localized("Cutting the sound")));
     if (!file && file.error().code == ErrorCode::NeedsEncoding)
-        return command.fail(kExitBadInput, file.error().message + ", which \"stillora convert\" does");
+        return command.fail(kExitBadInput, localized("{}, which \"stillora convert\" does", file.error().message));
     if (!file)
         return command.fail(file.error());
     command.note(fmt::format("{}, {}", secondsText(sound->length), bytesText(static_cast<double>(file->bytes))));

@@ -1,7 +1,6 @@
 #include "client/command/WaveformCommand.h"
 
-#include <stillora/Localization.h>
-
+#include "client/LocalizedText.h"
 #include "client/Text.h"
 #include "client/command/FileIdentity.h"
 #include "client/command/SoundCommand.h"
@@ -31,8 +30,8 @@ std::string readSize(const std::string& text, WaveformOptions& options)
     const auto width = pixelsOf(std::string_view(text).substr(0, cross));
     const auto height = cross == std::string::npos ? std::nullopt : pixelsOf(std::string_view(text).substr(cross + 1));
     if (!width || !height)
-        return fmt::format("--size takes WIDTHxHEIGHT, each from 1 to {}, not \"{}\"", WaveformOptions::kMostPixels,
-                           text);
+        return localized("--size takes WIDTHxHEIGHT, each from 1 to {}, not \"{}\"", WaveformOptions::kMostPixels,
+                         text);
     options.width = *width;
     options.height = *height;
     return {};
@@ -57,7 +56,7 @@ Parsed<WaveformOptions> parseWaveform(const std::vector<std::string>& arguments)
     if (fault.empty())
         fault = readSound(given, options.sound);
     if (fault.empty() && options.output.empty())
-        fault = "-o takes the path of the PNG file to be made";
+        fault = localized("-o takes the path of the PNG file to be made");
     if (!fault.empty())
         return usageError(fault, "waveform");
     return options;
@@ -67,7 +66,8 @@ int runWaveformCommand(const WaveformOptions& options)
 {
     SoundCommand command({.isJSON = options.isJSON, .isQuiet = options.isQuiet, .product = "waveform"});
     if (areSameFile(options.sound.path.native(), options.output))
-        return command.fail(kExitUsage, "the picture would replace the sound " + options.sound.path.native());
+        return command.fail(kExitUsage,
+                            localized("the picture would replace the sound {}", options.sound.path.native()));
     int status = kExitDone;
     const auto sound = command.check(options.sound, status);
     if (!sound)

@@ -15,14 +15,14 @@ TEST(Suggestion, NamesWhatIsNearest)
         {"tirm", "trim"},     {"second", "seconds"}, {"sav", "save"},
     };
     for (const auto& [typed, meant] : rows)
-        EXPECT_EQ(suggestionFor(typed, names), std::string(", did you mean ") + meant + "?") << typed;
-    EXPECT_EQ(suggestionFor("sevonds", names, "--"), ", did you mean --seconds?");
+        EXPECT_EQ(withSuggestion("wrong", typed, names), std::string("wrong, did you mean ") + meant + "?") << typed;
+    EXPECT_EQ(withSuggestion("wrong", "sevonds", names, "--"), "wrong, did you mean --seconds?");
 }
 
 TEST(Suggestion, NamesNothingWhereNothingIsNear)
 {
     const std::vector<std::string> names = {"create", "trim"};
     for (const std::string typed : {"", "t", "movie", "xy", "rm", "destroy", "crxxxe"})
-        EXPECT_EQ(suggestionFor(typed, names), "") << typed;
-    EXPECT_EQ(suggestionFor(std::string(100'000, 'c'), names), "");
+        EXPECT_EQ(withSuggestion("wrong", typed, names), "wrong") << typed;
+    EXPECT_EQ(withSuggestion("wrong", std::string(100'000, 'c'), names), "wrong");
 }
