@@ -24,12 +24,16 @@ public:
         /// What the command makes, as the result's member.
         std::string_view product = "picture";
         ResultForm form = ResultForm::Object;
+        /// Standard input is read for something else than answers.
+        bool isInputTaken = false;
     };
 
     explicit CommandOutput(const Wish& wish);
 
     bool isJSON() const { return wish_.isJSON; }
     bool isQuiet() const { return wish_.isQuiet; }
+    /// Whether somebody may be there who answers questions; a terminal has to be looked for besides.
+    bool mayAsk() const { return !wish_.isJSON && !wish_.isQuiet && !wish_.isInputTaken; }
     /// A line on standard error, unless the user wants errors alone.
     void note(const std::string& text);
     void complain(const std::string& text);

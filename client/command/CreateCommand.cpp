@@ -63,20 +63,30 @@ void takeOutSounds(CreateOptions& options)
     options.sounds = std::move(sounds);
 }
 
+CommandOutput::Wish outputOf(const CreateOptions& options)
+{
+    return {.isJSON = options.isJSON,
+            .isQuiet = options.isQuiet,
+            .product = "movie",
+            .isInputTaken = options.list && options.list->isStandardInput()};
+}
+
 } // namespace
 
 int runCreateCommand(const CreateOptions& given)
 {
-    for (const std::filesystem::path& photo : given.photos)
-        if (const auto document = documentOperand(photo.native()))
-            return renderDocument(*document, given);
     CreateOptions options = given;
+    if (const auto read = addListedNames(options.list, options.photos); !read)
+        return MovieCommand(outputOf(options)).fail(kExitBadInput, read.error().message);
+    for (const std::filesystem::path& photo : options.photos)
+        if (const auto document = documentOperand(photo.native()))
+            return renderDocument(*document, options);
     takeOutSounds(options);
     if (options.photos.empty())
         return give(usageError(localized("no photos were given"), "create"));
     if (options.sounds.empty() && (options.loopsSounds || options.fitsMusic))
         return give(usageError(faultOfMissingSound(options), "create"));
-    MovieCommand command({.isJSON = options.isJSON, .isQuiet = options.isQuiet, .product = "movie"});
+    MovieCommand command(outputOf(options));
     for (const std::string& fault : RememberedSettings::complete(options))
         command.note(fault);
     PhotoListing listing = listPhotos(options.photos, FolderSounds::PassedOver, options.innerFolders);

@@ -164,6 +164,8 @@ std::string readMovieOptions(const CommandArguments& arguments, CreateOptions& o
         for (const std::string& text : arguments.values(reader.option))
             if (std::string fault = reader.read(text, options); !fault.empty())
                 return fault;
+    if (std::string fault = readNameListOptions(arguments, options.list); !fault.empty())
+        return fault;
     options.loopsSounds = arguments.has("loop");
     options.fitsMusic = arguments.has("fit-music");
     options.fillsSilence = !arguments.has("no-silence");
@@ -214,7 +216,7 @@ Parsed<CreateOptions> parseCreate(const std::vector<std::string>& arguments)
     CreateOptions options;
     options.photos.assign(given.operands().begin(), given.operands().end());
     std::string fault = readMovieOptions(given, options);
-    if (fault.empty() && options.photos.empty())
+    if (fault.empty() && options.photos.empty() && !options.list)
         fault = localized("no photos were given");
     if (!fault.empty())
         return usageError(fault, "create");

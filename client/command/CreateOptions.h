@@ -5,6 +5,7 @@
 #include <stillora/Sounds.h>
 
 #include "client/command/Arguments.h"
+#include "client/command/NameList.h"
 
 #include <cstdint>
 #include <optional>
@@ -18,6 +19,8 @@ namespace stillora {
 struct CreateOptions {
     /// Photos, folders and sounds, or a document, as given.
     std::vector<std::filesystem::path> photos;
+    /// More of these, after them.
+    std::optional<NameList> list;
     std::optional<Seconds> seconds;
     /// As in `MovieSettings`.
     int64_t quality = kAutomaticQuality;

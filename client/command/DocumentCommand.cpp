@@ -150,9 +150,21 @@ MovieCommand::Wish outputOf(bool isJSON, bool isQuiet, std::string_view product)
     return {isJSON, isQuiet, product};
 }
 
-int runNew(const DocumentFillOptions& options)
+MovieCommand::Wish outputOf(const CreateOptions& wish, std::string_view product)
 {
-    MovieCommand command(outputOf(options.movie.isJSON, options.movie.isQuiet, "document"));
+    return {.isJSON = wish.isJSON,
+            .isQuiet = wish.isQuiet,
+            .product = product,
+            .isInputTaken = wish.list && wish.list->isStandardInput()};
+}
+
+int runNew(const DocumentFillOptions& given)
+{
+    DocumentFillOptions options = given;
+    const auto read = addListedNames(options.movie.list, options.files);
+    MovieCommand command(outputOf(options.movie, "document"));
+    if (!read)
+        return command.fail(kExitBadInput, read.error().message);
     auto document = Document::create(options.document);
     if (!document)
         return command.fail(kExitFailed, document.error().message);
@@ -163,9 +175,13 @@ int runNew(const DocumentFillOptions& options)
     return fill(*document, options, command);
 }
 
-int runAdd(const DocumentFillOptions& options)
+int runAdd(const DocumentFillOptions& given)
 {
-    MovieCommand command(outputOf(options.movie.isJSON, options.movie.isQuiet, "document"));
+    DocumentFillOptions options = given;
+    const auto read = addListedNames(options.movie.list, options.files);
+    MovieCommand command(outputOf(options.movie, "document"));
+    if (!read)
+        return command.fail(kExitBadInput, read.error().message);
     bool isWaitTold = false;
     const auto waits = [&] {
         if (!std::exchange(isWaitTold, true))
@@ -275,7 +291,7 @@ MovieSettings settingsFor(const Document& document, const CreateOptions& options
 int runDocumentRender(const DocumentRenderOptions& options)
 {
     const CreateOptions& wish = options.movie;
-    MovieCommand command(outputOf(wish.isJSON, wish.isQuiet, "movie"));
+    MovieCommand command(outputOf(wish, "movie"));
     const auto document = Document::load(locationOfDocument(options.document));
     if (!document)
         return command.fail(kExitBadInput, document.error().message);

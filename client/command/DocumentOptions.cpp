@@ -101,7 +101,9 @@ Parsed<DocumentFillOptions> parseDocumentAdd(const std::vector<std::string>& arg
     return parseFill("document add", arguments, [](DocumentFillOptions& options) -> std::string {
         if (options.document.empty())
             return localized("no document was given");
-        return options.files.empty() && options.movie.sounds.empty() ? localized("no photos or sounds were given") : "";
+        return options.files.empty() && options.movie.sounds.empty() && !options.movie.list
+                   ? localized("no photos or sounds were given")
+                   : "";
     });
 }
 

@@ -225,21 +225,26 @@ Parsed<InfoOptions> parseInfo(const std::vector<std::string>& arguments)
     options.files = given.operands();
     options.isJSON = given.has("json");
     options.cover = given.value("cover");
-    std::string fault;
-    if (options.files.empty() || std::ranges::count(options.files, "") > 0)
+    std::string fault = readNameListOptions(given, options.list);
+    if (!fault.empty())
+        return usageError(fault, "info");
+    if ((options.files.empty() && !options.list) || std::ranges::count(options.files, "") > 0)
         fault = localized("no file was given");
     else if (options.cover && options.cover->empty())
         fault = localized("--cover takes the path of the picture to be made");
-    else if (options.cover && options.files.size() > 1)
+    else if (options.cover && (options.files.size() > 1 || options.list))
         fault = localized("--cover takes one file alone");
     if (!fault.empty())
         return usageError(fault, "info");
     return options;
 }
 
-int runInfoCommand(const InfoOptions& options)
+int runInfoCommand(const InfoOptions& given)
 {
+    InfoOptions options = given;
     CommandOutput output({});
+    if (const auto read = addListedNames(options.list, options.files); !read)
+        return output.fail(kExitBadInput, read.error().message);
     if (options.cover && areSameFile(options.files.front(), *options.cover))
         return output.fail(kExitUsage, localized("the cover would replace {}", options.files.front()));
 

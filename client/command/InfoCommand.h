@@ -1,6 +1,7 @@
 #pragma once
 
 #include "client/command/Arguments.h"
+#include "client/command/NameList.h"
 
 #include <optional>
 #include <string>
@@ -11,6 +12,8 @@ namespace stillora {
 /// The command line of `stillora info`.
 struct InfoOptions {
     std::vector<std::string> files;
+    /// More of these, after them.
+    std::optional<NameList> list;
     bool isJSON = false;
     /// Where the cover of the only file is saved.
     std::optional<std::string> cover;

@@ -188,7 +188,7 @@ void MovieCommand::tellBadInput(const std::vector<BadFile>& files)
 MovieCommand::BadInput MovieCommand::decideOnBadInput(const std::vector<BadFile>& photos,
                                                       const std::vector<BadFile>& sounds)
 {
-    if (isJSON() || isQuiet() || !canAsk())
+    if (!mayAsk() || !canAsk())
         return BadInput::Refused;
     tellBadInput(photos);
     tellBadInput(sounds);

@@ -65,6 +65,20 @@ struct Options {
         .offer = Offer::Words,
         .words = {"name", "date", "given"},
     };
+    const Option filesFrom{
+        .name = "files-from",
+        .value = "FILE",
+        .help = "take more names from FILE, one on each line, after those of the command line; - is standard input",
+        .more = "The names stand for what they would stand for as arguments, but none is an option. Relative ones are "
+                "relative to the current folder. Empty lines are passed over, and a carriage return before the end of "
+                "a line is no part of a name. Where standard input is read, nothing is asked.",
+        .offer = Offer::Files,
+    };
+    const Option null{
+        .name = "null",
+        .letter = '0',
+        .help = "names in the list of --files-from end in a zero byte, as find -print0 writes them",
+    };
     const Option dryRun{
         .name = "dry-run",
         .help = "tell what the movie would be, and make none",
@@ -248,7 +262,7 @@ const Options& options()
 constexpr const char* kMovieStatuses = R"(  0    the movie was made
   1    no movie was made: the job failed
   2    the command line is wrong
-  3    photos or sounds cannot be used; nothing was started
+  3    photos, sounds or their list cannot be used; nothing was started
   4    the rendering service could not be started
   5    the movie was made, but is not what was asked for
   129, 130, 143
@@ -283,7 +297,7 @@ leaves nothing behind; a second one does not wait for the service's answer.
                    .options = {&o.seconds,   &o.quality, &o.codec,   &o.soundtrack, &o.loop,          &o.fitMusic,
                                &o.noSilence, &o.sort,    &o.reverse, &o.recursive,  &o.reduceBorders, &o.noWatermark,
                                &o.watermark, &o.web,     &o.title,   &o.save,       &o.movie,         &o.skipBad,
-                               &o.dryRun,    &o.events,  &o.quiet}}},
+                               &o.filesFrom, &o.null,    &o.dryRun,  &o.events,     &o.quiet}}},
     };
 }
 
@@ -317,14 +331,14 @@ of the movie is kept in the document; what render is told holds for one movie.
                    .startsWithDocument = true,
                    .options = {&o.seconds, &o.quality, &o.codec, &o.soundtrack, &o.loop, &o.fitMusic, &o.noSilence,
                                &o.sort, &o.reverse, &o.recursiveItems, &o.reduceBorders, &o.noWatermark, &o.watermark,
-                               &o.documentTitle, &o.skipBadItems, &o.events, &o.quiet}},
+                               &o.documentTitle, &o.skipBadItems, &o.filesFrom, &o.null, &o.events, &o.quiet}},
                   {.verb = "add",
                    .summary = "adds photos and sounds at the end",
                    .operands = "DOCUMENT PHOTO|SOUND|FOLDER...",
                    .offer = Offer::PhotosAndSounds,
                    .startsWithDocument = true,
-                   .options = {&o.soundtrack, &o.sort, &o.reverse, &o.recursiveItems, &o.skipBadItems, &o.events,
-                               &o.quiet}},
+                   .options = {&o.soundtrack, &o.sort, &o.reverse, &o.recursiveItems, &o.skipBadItems, &o.filesFrom,
+                               &o.null, &o.events, &o.quiet}},
                   {.verb = "list",
                    .summary = "shows what is in a document",
                    .operands = "DOCUMENT",
@@ -379,7 +393,9 @@ of the file.
   2    the command line is wrong
   3    files cannot be used, or there is no cover; the others were told
 )",
-        .forms = {{.operands = "FILE...", .offer = Offer::Media, .options = {&o.jsonOfFiles, &o.cover}}},
+        .forms = {{.operands = "FILE...",
+                   .offer = Offer::Media,
+                   .options = {&o.jsonOfFiles, &o.cover, &o.filesFrom, &o.null}}},
     };
 }
 

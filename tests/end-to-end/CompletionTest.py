@@ -19,7 +19,7 @@ ZSH = BUILD / "described/_stillora"
 FISH = BUILD / "described/stillora.fish"
 MANUAL = BUILD / "described/stillora.1"
 
-OPTION = re.compile(r"(?<![\w-])(?:--[a-z][a-z-]*|-[a-zA-Z])(?![\w-])")
+OPTION = re.compile(r"(?<![\w-])(?:--[a-z][a-z-]*|-[a-zA-Z0-9])(?![\w-])")
 ACTIONS = {"document": ["new", "add", "list", "render", "check"],
            "set": ["save", "quality", "seconds", "codec", "watermark"]}
 

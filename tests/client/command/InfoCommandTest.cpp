@@ -34,7 +34,7 @@ using testing::StartsWith;
 
 using Arguments = std::vector<std::string>;
 
-struct Result {
+struct Outcome {
     int status = 0;
     std::string out;
     std::string err;
@@ -43,7 +43,7 @@ struct Result {
 class InfoCommand : public testing::Test {
 protected:
     /// @param environment  such as "LANGUAGE=de"
-    Result run(const Arguments& arguments, const std::string& environment = "LANGUAGE=C")
+    Outcome run(const Arguments& arguments, const std::string& environment = "LANGUAGE=C")
     {
         std::string command =
             fmt::format("cd {} && env LC_ALL=C.UTF-8 {} timeout 60 {} info", testsound::quoted(folder_.path()),
@@ -176,7 +176,7 @@ TEST(Swatch, HasTheColourOrTheNearestOfThePalette)
 
 TEST_F(InfoCommand, TellsOfAPhotoItsUprightSizeAndItsColour)
 {
-    const Result result = run({makePhoto("photo.jpg", 400, 300, {200, 40, 40}, 6)});
+    const Outcome result = run({makePhoto("photo.jpg", 400, 300, {200, 40, 40}, 6)});
     EXPECT_EQ(result.status, kExitDone);
     EXPECT_EQ(result.err, "");
     EXPECT_THAT(result.out, StartsWith("photo.jpg\n  Kind            JPEG photo, "));
@@ -186,7 +186,7 @@ TEST_F(InfoCommand, TellsOfAPhotoItsUprightSizeAndItsColour)
 
 TEST_F(InfoCommand, TellsOfASoundWhatItsTagsHave)
 {
-    const Result result = run({makeSound("song.wav", 65.4, tagFrames() + id3Frame(4, "APIC", id3Picture(cover(60))))});
+    const Outcome result = run({makeSound("song.wav", 65.4, tagFrames() + id3Frame(4, "APIC", id3Picture(cover(60))))});
     EXPECT_EQ(result.status, kExitDone);
     EXPECT_EQ(result.err, "");
     EXPECT_THAT(result.out, StartsWith("song.wav\n"
@@ -201,7 +201,7 @@ TEST_F(InfoCommand, TellsOfASoundWhatItsTagsHave)
 
 TEST_F(InfoCommand, TellsOfASoundWithoutTagsItsNameAndWhatIsNotKnown)
 {
-    const Result result = run({makeSound("song.wav", 1, "")});
+    const Outcome result = run({makeSound("song.wav", 1, "")});
     EXPECT_THAT(result.out, HasSubstr("  Title   song.wav\n  Artist  Unknown Artist\n  Album   Unknown Album\n"));
     EXPECT_THAT(result.out, Not(HasSubstr("Cover")));
 }
@@ -213,7 +213,7 @@ TEST_F(InfoCommand, TellsOfAMovieItsPicturesAndItsSound)
                         testsound::quoted(folder_.path("lying.mov")));
     testsound::convertWithFFmpeg(folder_.path("lying.mov"), "-c copy -metadata:s:v rotate=90 -metadata title=Trip",
                                  folder_.path("movie.mov"));
-    const Result result = run({"movie.mov"});
+    const Outcome result = run({"movie.mov"});
     EXPECT_EQ(result.status, kExitDone);
     EXPECT_THAT(result.out, StartsWith("movie.mov\n  Kind    JPEG movie, "));
     EXPECT_THAT(result.out, HasSubstr("  Size    240 x 320 pixels\n"
@@ -224,7 +224,7 @@ TEST_F(InfoCommand, TellsOfAMovieItsPicturesAndItsSound)
 
 TEST_F(InfoCommand, SpeaksTheUsersLanguage)
 {
-    const Result result = run({makeSound("song.wav", 65.4, "")}, "LANGUAGE=de LC_ALL=de_DE.UTF-8");
+    const Outcome result = run({makeSound("song.wav", 65.4, "")}, "LANGUAGE=de LC_ALL=de_DE.UTF-8");
     EXPECT_THAT(result.out, HasSubstr("  Titel      song.wav\n"
                                       "  Interpret  Unbekannter Interpret\n"
                                       "  Album      Unbekanntes Album\n"
@@ -235,7 +235,7 @@ TEST_F(InfoCommand, TellsProgramsInJSON)
 {
     makePhoto("photo.jpg", 400, 300, {128, 128, 128}, 6);
     makeSound("song.wav", 2, id3Text(4, "TIT2", "A \"title\"") + id3Frame(4, "APIC", id3Picture(cover(60))));
-    const Result result = run({"--json", "photo.jpg", "absent.mp3", "song.wav"});
+    const Outcome result = run({"--json", "photo.jpg", "absent.mp3", "song.wav"});
     EXPECT_EQ(result.status, kExitBadInput);
     EXPECT_EQ(result.err, "stillora: absent.mp3: No such file or directory\n");
     const auto size = [&](const char* name) {
@@ -264,7 +264,7 @@ TEST_F(InfoCommand, NamesEachFileThatCannotBeUsedAndGoesOnWithTheOthers)
     ASSERT_EQ(mkfifo(folder_.path("pipe.wav").c_str(), 0600), 0);
     const std::string jpeg = testsound::readBytes(folder_.path(makePhoto("whole.jpg", 400, 300, test::kRed)));
     folder_.makeFile("cut.jpg", jpeg.substr(0, 60));
-    const Result result = run({"text.mp3", "empty.jpg", "folder", "pipe.wav", "absent", "cut.jpg", "whole.jpg"});
+    const Outcome result = run({"text.mp3", "empty.jpg", "folder", "pipe.wav", "absent", "cut.jpg", "whole.jpg"});
     EXPECT_EQ(result.status, kExitBadInput);
     EXPECT_THAT(result.out, StartsWith("whole.jpg\n"));
     EXPECT_THAT(result.err, StartsWith("stillora: text.mp3: is no photo, sound or movie that can be read\n"
@@ -277,7 +277,7 @@ TEST_F(InfoCommand, NamesEachFileThatCannotBeUsedAndGoesOnWithTheOthers)
 
 TEST_F(InfoCommand, LetsNoTagMoveTheCursor)
 {
-    const Result result = run({makeSound("song.wav", 1, id3Text(4, "TIT2", "a\x1b[2Jb\nc"))});
+    const Outcome result = run({makeSound("song.wav", 1, id3Text(4, "TIT2", "a\x1b[2Jb\nc"))});
     EXPECT_THAT(result.out, HasSubstr("  Title   a?[2Jb?c\n"));
 }
 
@@ -296,7 +296,7 @@ TEST_F(InfoCommand, SavesTheCoverByteForByte)
 {
     makeSound("song.wav", 1, id3Frame(4, "APIC", id3Picture(cover(60))));
     folder_.makeFile("cover.jpg", "old");
-    const Result result = run({"song.wav", "--cover", "cover.jpg"});
+    const Outcome result = run({"song.wav", "--cover", "cover.jpg"});
     EXPECT_EQ(result.status, kExitDone);
     EXPECT_EQ(result.err, "stillora: saved the cover as cover.jpg\n");
     EXPECT_EQ(TemporaryFolder::contentsOf(folder_.path("cover.jpg")), cover(60));
@@ -312,7 +312,7 @@ TEST_F(InfoCommand, SavesTheCoverAsPNGWhereTheNameSaysSo)
 TEST_F(InfoCommand, SaysWhyTheCoverIsNotSaved)
 {
     makeSound("song.wav", 1, tagFrames());
-    Result result = run({"song.wav", "--cover", "cover.jpg"});
+    Outcome result = run({"song.wav", "--cover", "cover.jpg"});
     EXPECT_EQ(result.status, kExitBadInput);
     EXPECT_EQ(result.err, "stillora: song.wav has no cover\n");
 
@@ -340,7 +340,7 @@ TEST_F(InfoCommand, NeverReplacesTheSoundByItsCover)
     const std::string before = TemporaryFolder::contentsOf(folder_.path("song.wav"));
     ASSERT_EQ(symlink("song.wav", folder_.path("cover.jpg").c_str()), 0);
     for (const std::string output : {"song.wav", "./song.wav", "cover.jpg"}) {
-        const Result result = run({"song.wav", "--cover", output});
+        const Outcome result = run({"song.wav", "--cover", output});
         EXPECT_EQ(result.status, kExitUsage);
         EXPECT_EQ(result.err, "stillora: the cover would replace song.wav\n");
     }
@@ -349,7 +349,7 @@ TEST_F(InfoCommand, NeverReplacesTheSoundByItsCover)
 
 TEST_F(InfoCommand, HelpsWithItsOptions)
 {
-    const Result result = run({"--help"});
+    const Outcome result = run({"--help"});
     EXPECT_EQ(result.status, kExitDone);
     EXPECT_THAT(result.out, StartsWith("Usage: stillora info FILE..."));
     size_t begin = 0;
