@@ -1,11 +1,14 @@
 """What an installation holds, and that it works from wherever it was put."""
 
 import gettext
+import importlib.util
 import json
 import os
 import shutil
 import subprocess
 import unittest
+import xml.etree.ElementTree as ElementTree
+from importlib.machinery import SourceFileLoader
 from pathlib import Path
 
 import stillora
@@ -124,6 +127,34 @@ class InstallTest(stillora.TestCase):
         self.assertNotEqual(shown["en"], set())
         self.assertNotEqual(shown["de"], set())
         self.assertEqual(shown["en"] & shown["de"], set())
+
+    def test_software_centres_understand_the_description(self):
+        page = self.installed("share/metainfo/app.stillora.Stillora.metainfo.xml")
+        run("appstreamcli", "validate", "--no-net", page)
+        component = ElementTree.parse(page).getroot()
+        self.assertEqual(component.get("type"), "console-application")
+        version = run(self.prefix / "bin/stillora", "--version").decode().split()[-1]
+        self.assertEqual(component.find("releases/release").get("version"), version)
+        self.installed("bin", component.findtext("provides/binary"))
+        self.installed("share/icons/hicolor/scalable/apps", component.findtext("icon") + ".svg")
+        # Whoever speaks German or French reads all of it in that language.
+        for path in ("summary", "description/p", "description/ul/li", "keywords/keyword"):
+            languages = [element.get("{http://www.w3.org/XML/1998/namespace}lang") for element in component.findall(path)]
+            for language in ("de", "fr"):
+                self.assertEqual(languages.count(language), languages.count(None), path)
+
+    def test_the_icon_is_the_drawing_in_every_size(self):
+        loader = SourceFileLoader("render", str(SOURCE / "data/icons/render"))
+        render = importlib.util.module_from_spec(importlib.util.spec_from_loader("render", loader))
+        loader.exec_module(render)
+        self.assertIn(48, render.SIZES)
+        for size in render.SIZES:
+            place = self.installed(f"share/icons/hicolor/{size}x{size}/apps/app.stillora.Stillora.png")
+            icon = render.GdkPixbuf.Pixbuf.new_from_file(str(place))
+            self.assertEqual((icon.get_width(), icon.get_height()), (size, size))
+            values = zip(icon.get_pixels(), render.rendered(size).get_pixels(), strict=True)
+            # Another version of the renderer may round an edge another way.
+            self.assertLess(sum(abs(a - b) for a, b in values) / len(icon.get_pixels()), 2, size)
 
     def test_systemd_accepts_the_units(self):
         units = self.prefix / "lib/systemd/user"

@@ -268,6 +268,70 @@ def check_documented_files(root):
                     yield f"{path}:{line}: there is no {name}"
 
 
+def check_documented_tests(root):
+    """Every test that SECURITY.md names is there: a promise without a test is none."""
+    page = Path("SECURITY.md")
+    if not (Path(root) / page).is_file():
+        return
+    there = set()
+    for path in files_below(Path(root, "tests"), (".cpp", ".py")):
+        text = read(Path(root, "tests"), path)
+        there |= {f"{suite}.{name}" for suite, name in re.findall(r"^TEST(?:_F|_P)?\((\w+), (\w+)\)", text, re.MULTILINE)}
+        there |= set(re.findall(r"^ +def (test_\w+)\(", text, re.MULTILINE))
+    for line, text in enumerate(read(root, page).splitlines(), 1):
+        for name in re.findall(r"`(test_\w+|[A-Z]\w*\.[A-Z]\w+)`", text):
+            if name not in there:
+                yield f"{page}:{line}: there is no test {name}"
+
+
+# What Debian calls by another name than SPDX.
+DEBIAN_LICENCES = {"Expat": "MIT"}
+
+
+def licence_stanzas(root, path):
+    """(pattern of paths, licence by its SPDX name) of each stanza of files, in the file's order."""
+    stanzas = []
+    for stanza in re.split(r"\n[ \t]*\n", read(root, path)):
+        fields = {name: value for name, value in re.findall(r"^([\w-]+):((?:.*\n?)(?:[ \t].*\n?)*)", stanza, re.MULTILINE)}
+        if "Files" in fields and "License" in fields and fields.get("Copyright", "").strip():
+            licence = fields["License"].split()[0]
+            globs = [re.escape(name).replace(r"\*", ".*").replace(r"\?", ".") for name in fields["Files"].split()]
+            stanzas.append((re.compile("|".join(globs)), DEBIAN_LICENCES.get(licence, licence)))
+    return stanzas
+
+
+def check_licences(root):
+    """Every file has a licence and somebody who holds the rights; Debian's list says the same, and each licence's text is
+    in LICENSES/, with none that nobody needs."""
+    lists = [Path(".reuse/dep5"), Path("debian/copyright")]
+    stanzas = {path: licence_stanzas(root, path) for path in lists if (Path(root) / path).is_file()}
+    used = {}
+    for path in files_below(root):
+        if path.parts[0] == "LICENSES":
+            continue
+        told = {}
+        for page, entries in stanzas.items():
+            # The last one that fits counts.
+            fitting = [licence for pattern, licence in entries if pattern.fullmatch(path.as_posix())]
+            told[page] = fitting[-1] if fitting else None
+            if not fitting:
+                yield f"{path}:1: has no licence in {page}"
+        if len(set(told.values())) > 1:
+            yield f"{path}:1: has several licences: {', '.join(f'{name} in {page}' for page, name in told.items())}"
+        for name in told.values():
+            used.setdefault(name, path)
+    there = {path.stem for path in files_below(root) if path.parts[0] == "LICENSES"}
+    for name, path in used.items():
+        if name and name not in there:
+            yield f"{path}:1: is under {name}, whose text is not in LICENSES/"
+    for name in sorted(there - used.keys()):
+        yield f"LICENSES/{name}.txt:1: nothing is under this licence"
+    # The same text stands where people and packages look for it.
+    for path, name in (("LICENSE", "MIT"), ("data/models/LICENSE-Apache-2.0.txt", "Apache-2.0")):
+        if (Path(root) / path).is_file() and read(root, path) != read(root, f"LICENSES/{name}.txt"):
+            yield f"{path}:1: differs from LICENSES/{name}.txt"
+
+
 def check_product_names(root):
     """platform/ knows nothing of the product: its code has none of the product's names. What demands one is told by the
     build."""

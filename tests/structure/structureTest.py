@@ -217,6 +217,57 @@ class StructureTest(unittest.TestCase):
         self.assertEqual(structure.main(["headers", str(self.root / "docs")]), 2)
         self.assertEqual(structure.main(["no-such-check", str(self.root)]), 2)
 
+    def test_a_promise_whose_test_is_gone_is_found(self):
+        self.write("tests/video/FrameListTest.cpp", "TEST(FrameList, KeepsOrder)\n{\n}\nTEST_F(FrameListTest, Ends)\n{\n}\n")
+        self.write("tests/end-to-end/MovieTest.py", "class MovieTest:\n    def test_it_moves(self):\n        pass\n")
+        self.write("SECURITY.md", "| `FrameList.KeepsOrder`, `FrameListTest.Ends` | `test_it_moves` |\n")
+        self.assertEqual(self.faults("documented-tests"), [])
+        for name in ("FrameList.IsSafe", "test_it_stands"):
+            self.write("SECURITY.md", f"# Security\n`{name}`\n")
+            self.assertFault("documented-tests", "SECURITY.md:2:", name)
+
+    def write_licences(self, own=("MIT", "Expat"), model=("Apache-2.0", "Apache-2.0")):
+        for page, first, second in ((".reuse/dep5", own[0], model[0]), ("debian/copyright", own[1], model[1])):
+            self.write(page, f"Format: 1.0\n\nFiles: *\nCopyright: 2026 We\nLicense: {first}\n\n"
+                             f"Files: data/*.onnx\nCopyright: Others\n More\nLicense: {second}\n")
+        self.write("data/model.onnx", "")
+        for name in ("MIT", "Apache-2.0"):
+            self.write(f"LICENSES/{name}.txt", name)
+
+    def test_a_file_without_a_licence_is_found(self):
+        self.write_licences()
+        self.assertEqual(self.faults("licences"), [])
+        for page in (".reuse/dep5", "debian/copyright"):
+            with self.subTest(page):
+                self.write_licences()
+                text = (self.root / page).read_text().replace("Files: *", "Files: util/* items/* video/* audio/* service/* "
+                                                              "client/* .reuse/* debian/*")
+                self.write(page, text)
+                faults = self.faults("licences")
+                self.assertTrue(any(f"platform/files/NSURL.h:1: has no licence in {page}" == fault for fault in faults), faults)
+
+    def test_a_stanza_without_a_holder_of_rights_does_not_count(self):
+        self.write_licences()
+        text = (self.root / ".reuse/dep5").read_text()
+        self.write(".reuse/dep5", text.replace("Copyright: Others\n More\n", ""))
+        self.assertFault("licences", "data/model.onnx:1:", "several licences")
+
+    def test_licences_that_differ_between_the_lists_are_found(self):
+        self.write_licences(model=("Apache-2.0", "Expat"))
+        self.assertFault("licences", "data/model.onnx:1:", "Apache-2.0 in .reuse/dep5", "MIT in debian/copyright")
+
+    def test_a_licence_without_text_or_use_is_found(self):
+        self.write_licences()
+        (self.root / "LICENSES/Apache-2.0.txt").rename(self.root / "LICENSES/BSD-3-Clause.txt")
+        faults = self.faults("licences")
+        self.assertEqual(len(faults), 2, faults)
+        self.assertIn("data/model.onnx:1: is under Apache-2.0", faults[0])
+        self.assertIn("LICENSES/BSD-3-Clause.txt:1:", faults[1])
+        self.write_licences()
+        (self.root / "LICENSES/BSD-3-Clause.txt").unlink()
+        self.write("LICENSE", "another text")
+        self.assertFault("licences", "LICENSE:1: differs from LICENSES/MIT.txt")
+
 
 if __name__ == "__main__":
     unittest.main()
