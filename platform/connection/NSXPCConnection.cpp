@@ -2,6 +2,7 @@
 
 #include "platform/connection/MainLoopThread.h"
 #include "platform/connection/MessageCoding.h"
+#include "platform/connection/StandardCalls.h"
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/foundation/Handle.h"
 #include "platform/foundation/Lock.h"
@@ -9,6 +10,7 @@
 
 #include <gio/gio.h>
 
+#include <array>
 #include <atomic>
 #include <cassert>
 #include <cerrno>
@@ -25,24 +27,10 @@ namespace {
 
 constexpr const char* kInvalidArgs = "org.freedesktop.DBus.Error.InvalidArgs";
 constexpr const char* kFailed = "org.freedesktop.DBus.Error.Failed";
-constexpr const char* kBusPath = "/org/freedesktop/DBus";
 
-/// What the tools of a bus ask a bus for when they connect or look a name up.
-constexpr const char* kBusInterface = R"(
-<node>
-  <interface name="org.freedesktop.DBus">
-    <method name="Hello"><arg name="name" type="s" direction="out"/></method>
-    <method name="AddMatch"><arg name="rule" type="s" direction="in"/></method>
-    <method name="RemoveMatch"><arg name="rule" type="s" direction="in"/></method>
-    <method name="ListNames"><arg name="names" type="as" direction="out"/></method>
-    <method name="NameHasOwner">
-      <arg name="name" type="s" direction="in"/><arg name="hasOwner" type="b" direction="out"/>
-    </method>
-    <method name="GetNameOwner">
-      <arg name="name" type="s" direction="in"/><arg name="owner" type="s" direction="out"/>
-    </method>
-  </interface>
-</node>)";
+/// A peer that lets so many answers lie is no client: one that reads never has more than a few under way, and GLib
+/// keeps all of them in memory.
+constexpr int kMostUnsentAnswers = 10000;
 
 template <typename Object>
 using ObjectPtr = Handle<Object, g_object_unref>;
@@ -100,6 +88,55 @@ std::optional<ucred> peerCredentials(int socket)
     return credentials;
 }
 
+/// Why the message is none (D-Bus Specification 0.41, "Message Protocol"); empty if it is one. GLib lets some of these
+/// in, and cannot answer them: a serial of 0 ends the process.
+std::string faultOfMessage(GDBusMessage* message)
+{
+    static constexpr std::array<std::pair<GDBusMessageHeaderField, const char*>, 9> kFields{{
+        {G_DBUS_MESSAGE_HEADER_FIELD_PATH, "o"},
+        {G_DBUS_MESSAGE_HEADER_FIELD_INTERFACE, "s"},
+        {G_DBUS_MESSAGE_HEADER_FIELD_MEMBER, "s"},
+        {G_DBUS_MESSAGE_HEADER_FIELD_ERROR_NAME, "s"},
+        {G_DBUS_MESSAGE_HEADER_FIELD_REPLY_SERIAL, "u"},
+        {G_DBUS_MESSAGE_HEADER_FIELD_DESTINATION, "s"},
+        {G_DBUS_MESSAGE_HEADER_FIELD_SENDER, "s"},
+        {G_DBUS_MESSAGE_HEADER_FIELD_SIGNATURE, "g"},
+        {G_DBUS_MESSAGE_HEADER_FIELD_NUM_UNIX_FDS, "u"},
+    }};
+    if (g_dbus_message_get_serial(message) == 0)
+        return "its serial is 0";
+    for (const auto& [field, type] : kFields)
+        if (GVariant* value = g_dbus_message_get_header(message, field);
+            value && !g_variant_is_of_type(value, G_VARIANT_TYPE(type)))
+            return "header field " + std::to_string(field) + " is of the type " + g_variant_get_type_string(value);
+    const auto has = [message](GDBusMessageHeaderField field) {
+        return g_dbus_message_get_header(message, field) != nullptr;
+    };
+    if (const char* name = g_dbus_message_get_interface(message); name && !g_dbus_is_interface_name(name))
+        return "its interface has no valid name";
+    if (const char* name = g_dbus_message_get_member(message); name && !g_dbus_is_member_name(name))
+        return "its member has no valid name";
+    switch (g_dbus_message_get_message_type(message)) {
+    case G_DBUS_MESSAGE_TYPE_METHOD_CALL:
+        return has(G_DBUS_MESSAGE_HEADER_FIELD_PATH) && has(G_DBUS_MESSAGE_HEADER_FIELD_MEMBER)
+                   ? ""
+                   : "a call without path or member";
+    case G_DBUS_MESSAGE_TYPE_METHOD_RETURN:
+        return g_dbus_message_get_reply_serial(message) != 0 ? "" : "an answer to nothing";
+    case G_DBUS_MESSAGE_TYPE_ERROR:
+        return g_dbus_message_get_reply_serial(message) != 0 && has(G_DBUS_MESSAGE_HEADER_FIELD_ERROR_NAME)
+                   ? ""
+                   : "an error without name or of nothing";
+    default:
+        return "";
+    }
+}
+
+bool expectsReply(GDBusMessage* call)
+{
+    return (g_dbus_message_get_flags(call) & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED) == 0;
+}
+
 NSError lostConnection(std::string_view selector)
 {
     return {std::string(kNSCocoaErrorDomain), kNSXPCConnectionInvalid,
@@ -130,6 +167,8 @@ struct NSXPCConnection::Core final : std::enable_shared_from_this<Core> {
     std::shared_ptr<const NSXPCInterface> exportedInterface GUARDED_BY(lock);
     std::shared_ptr<NSXPCExportedObject> exportedObject GUARDED_BY(lock);
     std::shared_ptr<const NSXPCInterface> remoteInterface GUARDED_BY(lock);
+    /// From `start` on.
+    std::shared_ptr<const StandardCalls> standardCalls GUARDED_BY(lock);
     std::function<void()> invalidationHandler GUARDED_BY(lock);
     std::function<void()> endHandler GUARDED_BY(lock);
     std::map<uint32_t, WaitingReply> waitingReplies GUARDED_BY(lock);
@@ -141,22 +180,21 @@ struct NSXPCConnection::Core final : std::enable_shared_from_this<Core> {
     gpointer addNumber();
     void removeNumber();
 
+    /// Calls that were not looked at yet, and answers that wait to be written.
+    std::atomic<int> unsentAnswers{0};
+
     // Only on the main loop's thread.
     gpointer number = nullptr;
-    guint filter = 0;
     gulong closedSignal = 0;
-    std::vector<guint> objects;
-    std::string uniqueName;
-
     static NSXPCConnectionPtr connect(int socket, Side side, NSError* error, double timeoutSeconds);
 
     void start();
     void end();
-    void registerObject(const char* path, const char* xml, std::string_view interfaceName,
-                        const GDBusInterfaceVTable* vtable);
 
-    /// On the thread that reads sockets: keeps what is for us.
-    GDBusMessage* filterMessage(GDBusMessage* message);
+    /// On the thread that reads sockets.
+    void takeMessage(ObjectPtr<GDBusMessage> message);
+    void takeCall(ObjectPtr<GDBusMessage> message);
+    void takeReply(ObjectPtr<GDBusMessage> message);
     /// On the connection's own queue.
     void receiveCall(GDBusMessage* message, const std::shared_ptr<const NSXPCInterface>& interface);
     void receiveReply(GDBusMessage* message, WaitingReply waiting, const NSXPCInterface& interface);
@@ -164,23 +202,11 @@ struct NSXPCConnection::Core final : std::enable_shared_from_this<Core> {
     void sendReply(GDBusMessage* call, const NSXPCInterface& interface, const std::string& selector,
                    std::optional<NSXPCValues> values, const NSError& error);
     void send(GDBusMessage* message);
+    /// Counts what GLib or a queue holds for the peer; ends the connection where that is too much.
+    void countUnsent(int change);
     GDBusMessage* newCall(const NSXPCInterface& interface, std::string_view selector, const NSXPCValues& arguments,
                           NSError* error) const;
-
-    void answerBusCall(GDBusMethodInvocation* invocation, std::string_view method, GVariant* parameters);
 };
-
-namespace {
-
-// Calls of the exported interface are taken by the filter; only what it lets through arrives here.
-void refuseCall(GDBusConnection*, const char*, const char*, const char*, const char* method, GVariant*,
-                GDBusMethodInvocation* invocation, gpointer)
-{
-    g_dbus_method_invocation_return_error(invocation, G_DBUS_ERROR, G_DBUS_ERROR_UNKNOWN_METHOD, "No such method: %s",
-                                          method);
-}
-
-} // namespace
 
 struct NSXPCConnection::Registry {
     Lock lock;
@@ -274,55 +300,31 @@ NSXPCConnectionPtr NSXPCConnection::Core::connect(int socket, Side side, NSError
     return NSXPCConnectionPtr(new NSXPCConnection(std::move(core)));
 }
 
-void NSXPCConnection::Core::registerObject(const char* path, const char* xml, std::string_view interfaceName,
-                                           const GDBusInterfaceVTable* vtable)
-{
-    MainLoopThread::shared().assertCurrent();
-    const Handle<GDBusNodeInfo, g_dbus_node_info_unref> node(g_dbus_node_info_new_for_xml(xml, nullptr));
-    auto* info = g_dbus_node_info_lookup_interface(node.get(), std::string(interfaceName).c_str());
-    ErrorHolder reason;
-    const auto identifier =
-        g_dbus_connection_register_object(handle.get(), path, info, vtable, number, nullptr, reason.out());
-    if (identifier == 0)
-        logFailure("NSXPCConnection resume", std::string(path) + " cannot be exported: " + reason.message());
-    else
-        objects.push_back(identifier);
-}
-
 void NSXPCConnection::Core::start()
 {
     MainLoopThread::shared().assertCurrent();
-    std::shared_ptr<const NSXPCInterface> interface;
     {
         LockGuard guard(lock);
         if (isEnded)
             return;
-        interface = exportedInterface;
+        standardCalls = std::make_shared<StandardCalls>(
+            exportedInterface, side == Side::Service ? StandardCalls::Role::Bus : StandardCalls::Role::Peer);
     }
-    static constexpr GDBusInterfaceVTable exportedTable{refuseCall, nullptr, nullptr, {}};
-    static const GDBusInterfaceVTable busTable{
-        [](GDBusConnection*, const char*, const char*, const char*, const char* method, GVariant* parameters,
-           GDBusMethodInvocation* invocation, gpointer data) {
-            if (const auto core = withNumber(data))
-                core->answerBusCall(invocation, method, parameters);
-            else
-                g_dbus_method_invocation_return_dbus_error(invocation, kFailed, "The connection has ended");
-        },
-        nullptr,
-        nullptr,
-        {}};
     number = addNumber();
-    if (interface) {
-        registerObject(interface->objectPath().c_str(), interface->introspectionXML().c_str(), interface->name(),
-                       &exportedTable);
-    }
-    if (side == Side::Service)
-        registerObject(kBusPath, kBusInterface, "org.freedesktop.DBus", &busTable);
-    filter = g_dbus_connection_add_filter(
+    // GLib carries messages, and gets none to answer: it would at times do so after the end.
+    g_dbus_connection_add_filter(
         handle.get(),
-        [](GDBusConnection*, GDBusMessage* message, gboolean isIncoming, gpointer data) {
-            const auto core = isIncoming ? withNumber(data) : nullptr;
-            return core ? core->filterMessage(message) : message;
+        [](GDBusConnection*, GDBusMessage* message, gboolean isIncoming, gpointer data) -> GDBusMessage* {
+            const auto core = withNumber(data);
+            if (!isIncoming) {
+                if (core && g_dbus_message_get_message_type(message) != G_DBUS_MESSAGE_TYPE_METHOD_CALL)
+                    core->countUnsent(-1);
+                return message;
+            }
+            ObjectPtr<GDBusMessage> received(message);
+            if (core)
+                core->takeMessage(std::move(received));
+            return nullptr;
         },
         number, nullptr);
     closedSignal =
@@ -356,10 +358,6 @@ void NSXPCConnection::Core::end()
     }
     g_cancellable_cancel(ended.get());
     MainLoopThread::shared().async([core = shared_from_this()] {
-        if (core->filter != 0)
-            g_dbus_connection_remove_filter(core->handle.get(), std::exchange(core->filter, 0));
-        for (const auto identifier : std::exchange(core->objects, {}))
-            g_dbus_connection_unregister_object(core->handle.get(), identifier);
         if (core->closedSignal != 0)
             g_signal_handler_disconnect(core->handle.get(), std::exchange(core->closedSignal, 0));
         core->removeNumber();
@@ -376,35 +374,57 @@ void NSXPCConnection::Core::end()
     });
 }
 
-GDBusMessage* NSXPCConnection::Core::filterMessage(GDBusMessage* message)
+void NSXPCConnection::Core::takeMessage(ObjectPtr<GDBusMessage> message)
 {
-    const auto type = g_dbus_message_get_message_type(message);
-    if (type == G_DBUS_MESSAGE_TYPE_METHOD_RETURN || type == G_DBUS_MESSAGE_TYPE_ERROR) {
-        LockGuard guard(lock);
-        const auto found = waitingReplies.find(g_dbus_message_get_reply_serial(message));
-        if (found == waitingReplies.end())
-            return message;
-        queue->async([core = shared_from_this(), held = ObjectPtr<GDBusMessage>(message),
-                      waiting = std::move(found->second), interface = remoteInterface]() mutable {
-            core->receiveReply(held.get(), std::move(waiting), *interface);
-        });
-        waitingReplies.erase(found);
-        return nullptr;
+    if (const std::string fault = faultOfMessage(message.get()); !fault.empty()) {
+        logFailure("NSXPCConnection", "ended, since the peer sent what is no message: " + fault);
+        end();
+        return;
     }
-    if (type != G_DBUS_MESSAGE_TYPE_METHOD_CALL)
-        return message;
+    switch (g_dbus_message_get_message_type(message.get())) {
+    case G_DBUS_MESSAGE_TYPE_METHOD_CALL:
+        takeCall(std::move(message));
+        break;
+    case G_DBUS_MESSAGE_TYPE_METHOD_RETURN:
+    case G_DBUS_MESSAGE_TYPE_ERROR:
+        takeReply(std::move(message));
+        break;
+    default:
+        // Nobody listens to signals.
+        break;
+    }
+}
+
+void NSXPCConnection::Core::takeCall(ObjectPtr<GDBusMessage> message)
+{
+    countUnsent(1);
     LockGuard guard(lock);
-    const char* path = g_dbus_message_get_path(message);
-    const char* name = g_dbus_message_get_interface(message);
-    const char* member = g_dbus_message_get_member(message);
+    const std::string_view path = g_dbus_message_get_path(message.get());
+    const char* name = g_dbus_message_get_interface(message.get());
     // Calls without an interface are allowed and mean the one that has the operation.
-    if (!exportedInterface || !path || !member || path != exportedInterface->objectPath() ||
-        (name && name != exportedInterface->name()) || !exportedInterface->operation(member))
-        return message;
-    queue->async([core = shared_from_this(), held = ObjectPtr<GDBusMessage>(message), interface = exportedInterface] {
-        core->receiveCall(held.get(), interface);
+    const bool isForUs = exportedInterface && path == exportedInterface->objectPath() &&
+                         (!name || name == exportedInterface->name()) &&
+                         exportedInterface->operation(g_dbus_message_get_member(message.get()));
+    queue->async([core = shared_from_this(), held = std::move(message), isForUs, interface = exportedInterface,
+                  standard = standardCalls] {
+        core->countUnsent(-1);
+        if (isForUs)
+            core->receiveCall(held.get(), interface);
+        else if (expectsReply(held.get()))
+            core->send(ObjectPtr<GDBusMessage>(standard->answer(held.get())).get());
     });
-    return nullptr;
+}
+
+void NSXPCConnection::Core::takeReply(ObjectPtr<GDBusMessage> message)
+{
+    LockGuard guard(lock);
+    const auto found = waitingReplies.find(g_dbus_message_get_reply_serial(message.get()));
+    if (found == waitingReplies.end())
+        return;
+    queue->async(
+        [core = shared_from_this(), held = std::move(message), waiting = std::move(found->second),
+         interface = remoteInterface]() mutable { core->receiveReply(held.get(), std::move(waiting), *interface); });
+    waitingReplies.erase(found);
 }
 
 void NSXPCConnection::Core::receiveCall(GDBusMessage* message, const std::shared_ptr<const NSXPCInterface>& interface)
@@ -420,7 +440,7 @@ void NSXPCConnection::Core::receiveCall(GDBusMessage* message, const std::shared
     auto arguments = decodeValues(g_dbus_message_get_body(message), *interface, selector, false, &error);
     if (!arguments) {
         logFailure(selector, "refused: " + error.localizedDescription);
-        if (!(g_dbus_message_get_flags(message) & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED)) {
+        if (expectsReply(message)) {
             const ObjectPtr<GDBusMessage> answer(
                 g_dbus_message_new_method_error_literal(message, kInvalidArgs, error.localizedDescription.c_str()));
             send(answer.get());
@@ -441,7 +461,7 @@ void NSXPCConnection::Core::receiveCall(GDBusMessage* message, const std::shared
 void NSXPCConnection::Core::sendReply(GDBusMessage* call, const NSXPCInterface& interface, const std::string& selector,
                                       std::optional<NSXPCValues> values, const NSError& error)
 {
-    if (g_dbus_message_get_flags(call) & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED)
+    if (!expectsReply(call))
         return;
     std::string reason = error.localizedDescription;
     GVariant* body = nullptr;
@@ -467,10 +487,21 @@ void NSXPCConnection::Core::send(GDBusMessage* message)
         if (isEnded)
             return;
     }
+    if (g_dbus_message_get_message_type(message) != G_DBUS_MESSAGE_TYPE_METHOD_CALL)
+        countUnsent(1);
     ErrorHolder reason;
     if (!g_dbus_connection_send_message(handle.get(), message, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, reason.out()) &&
         !g_dbus_connection_is_closed(handle.get()))
         logFailure("NSXPCConnection", "message was not sent: " + reason.message());
+}
+
+void NSXPCConnection::Core::countUnsent(int change)
+{
+    if ((unsentAnswers += change) == kMostUnsentAnswers && change > 0) {
+        logFailure("NSXPCConnection",
+                   "ended, since the peer reads none of its " + std::to_string(kMostUnsentAnswers) + " answers");
+        end();
+    }
 }
 
 void NSXPCConnection::Core::receiveReply(GDBusMessage* message, WaitingReply waiting, const NSXPCInterface& interface)
@@ -508,30 +539,6 @@ GDBusMessage* NSXPCConnection::Core::newCall(const NSXPCInterface& interface, st
                                                    member.c_str());
     g_dbus_message_set_body(message, body);
     return message;
-}
-
-void NSXPCConnection::Core::answerBusCall(GDBusMethodInvocation* invocation, std::string_view method,
-                                          GVariant* parameters)
-{
-    static std::atomic<uint64_t> lastName{0};
-    if (uniqueName.empty())
-        uniqueName = ":1." + std::to_string(++lastName);
-    const char* name = nullptr;
-    if (parameters && g_variant_is_of_type(parameters, G_VARIANT_TYPE("(s)")))
-        g_variant_get(parameters, "(&s)", &name);
-    // There is nobody at the other end but the service, whatever it is called.
-    if (method == "Hello")
-        g_dbus_method_invocation_return_value(invocation, g_variant_new("(s)", uniqueName.c_str()));
-    else if (method == "ListNames") {
-        const char* names[] = {"org.freedesktop.DBus", uniqueName.c_str()};
-        g_dbus_method_invocation_return_value(invocation,
-                                              g_variant_new("(@as)", g_variant_new_strv(names, std::size(names))));
-    } else if (method == "NameHasOwner")
-        g_dbus_method_invocation_return_value(invocation, g_variant_new("(b)", TRUE));
-    else if (method == "GetNameOwner")
-        g_dbus_method_invocation_return_value(invocation, g_variant_new("(s)", name));
-    else
-        g_dbus_method_invocation_return_value(invocation, nullptr);
 }
 
 NSXPCConnection::NSXPCConnection(std::shared_ptr<Core> core) : core_(std::move(core)) {}

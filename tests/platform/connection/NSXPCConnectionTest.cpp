@@ -310,6 +310,41 @@ TEST(NSXPCConnection, AnswersTheToolsOfABus)
     EXPECT_EQ(call("/org/freedesktop/DBus", "org.freedesktop.DBus", "AddMatch", g_variant_new("(s)", "")), "()");
 }
 
+TEST(NSXPCConnection, SaysWhyAToolsCallHasNoAnswer)
+{
+    const ServedClient served;
+    const struct {
+        const char* path;
+        const char* interface;
+        const char* method;
+        const char* arguments;
+        const char* answer;
+    } rows[] = {
+        {"/test/Object", "org.freedesktop.DBus.Properties", "GetAll", "('a.b',)",
+         "org.freedesktop.DBus.Error.InvalidArgs: the object has no interface a.b"},
+        {"/test/Object", "org.freedesktop.DBus.Properties", "Get", "('test.Interface', 'x')",
+         "org.freedesktop.DBus.Error.InvalidArgs: there is no property x"},
+        {"/test/Object", "org.freedesktop.DBus.Properties", "Set", "('test.Interface', 'x', <1>)",
+         "org.freedesktop.DBus.Error.InvalidArgs: there is no property x"},
+        {"/test/Object", "org.freedesktop.DBus.Properties", "Get", "('x',)",
+         "org.freedesktop.DBus.Error.InvalidArgs: Get takes arguments of the types ss"},
+        {"/test/Object", "org.freedesktop.DBus.Peer", "Ping", "('x',)",
+         "org.freedesktop.DBus.Error.InvalidArgs: Ping takes no arguments"},
+        {"/test/Object", "org.freedesktop.DBus", "Hello", "()",
+         "org.freedesktop.DBus.Error.UnknownMethod: the object has no interface org.freedesktop.DBus"},
+        {"/", "org.freedesktop.DBus.Properties", "GetAll", "('test.Interface',)",
+         "org.freedesktop.DBus.Error.UnknownMethod: there is no object at the path /"},
+        {"/org/freedesktop/DBus", "org.freedesktop.DBus", "ReloadConfig", "()",
+         "org.freedesktop.DBus.Error.UnknownMethod: there is no method ReloadConfig"},
+        {"/test", "org.freedesktop.DBus.Introspectable", "Introspect", "()",
+         "('<node>\\n  <node name=\"Object\"/>\\n</node>\\n',)"},
+        {"/tes", "org.freedesktop.DBus.Introspectable", "Introspect", "()", "('<node>\\n</node>\\n',)"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(served.client->call(row.path, row.interface, row.method, g_variant_new_parsed(row.arguments)),
+                  row.answer);
+}
+
 TEST(NSXPCConnection, GivesEachConnectionItsOwnUniqueName)
 {
     const ServedClient one(G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
@@ -589,6 +624,7 @@ TEST(NSXPCConnection, EndsOnGarbageAfterTheAuthenticationAndHarmsNoOther)
     // The library warns of what it cannot read.
     const auto quiet = g_log_set_default_handler([](const char*, GLogLevelFlags, const char*, gpointer) {}, nullptr);
     const ServedClient neighbour;
+    const std::string nothing = methodCall("as", std::string(4, '\0'));
     const struct {
         const char* name;
         std::string bytes;
@@ -598,6 +634,18 @@ TEST(NSXPCConnection, EndsOnGarbageAfterTheAuthenticationAndHarmsNoOther)
         {"a header of two gigabytes", std::string("l\1\0\1\0\0\0\0\1\0\0\0\xff\xff\xff\x7f", 16)},
         {"an unknown byte order", std::string("x\1\0\1\0\0\0\0\1\0\0\0\0\0\0\0", 16)},
         {"a body that does not fit its signature", methodCall("a(sa{sv})", std::string("\xff\0\0\0", 4))},
+        {"a serial of 0", nothing.substr(0, 8) + std::string(4, '\0') + nothing.substr(12)},
+        {"a path that is text", std::string(nothing).replace(nothing.find("\1o"), 2, "\1s")},
+        {"a member that is a path", std::string(nothing).replace(nothing.find("things"), 6, "/thing")},
+        // What follows must not be looked at by anybody.
+        {"a path that is a number, often",
+         [&] {
+             const std::string message = std::string(nothing).replace(nothing.find("\1o"), 2, "\1b");
+             std::string all;
+             for (int i = 0; i < 200; ++i)
+                 all += message;
+             return all;
+         }()},
     };
     for (const auto& row : rows) {
         const auto [one, other] = socketPair();
@@ -613,6 +661,64 @@ TEST(NSXPCConnection, EndsOnGarbageAfterTheAuthenticationAndHarmsNoOther)
         EXPECT_EQ(neighbour.client->callText("ping", "()"), "()") << row.name;
     }
     g_log_set_default_handler(quiet, nullptr);
+}
+
+TEST(NSXPCConnection, EndsWhereAPeerAsksOnAndOnWithoutReading)
+{
+    const ServedClient neighbour;
+    const std::string nothing = methodCall("as", std::string(4, '\0'));
+    const struct {
+        const char* name;
+        std::string message;
+    } rows[] = {
+        {"calls that are refused", nothing},
+        {"calls that GLib answers", std::string(nothing).replace(nothing.find("/test/Object"), 12, "/test/Nobody")},
+        {"calls that are answered", methodCall("a(sa{sv})", std::string(8, '\0'))},
+    };
+    for (const auto& row : rows) {
+        const auto [one, other] = socketPair();
+        auto accepted = acceptLater(one);
+        RawClient client(other);
+        ASSERT_TRUE(client.authenticate());
+        const auto service = accepted.get();
+        service->setExportedInterface(testInterface());
+        service->setExportedObject(std::make_shared<EchoObject>());
+        service->resume();
+        // Far more than sockets hold; returns when the other end is closed.
+        for (int i = 0; i < 100000 && service->isValid(); ++i)
+            client.send(row.message);
+        EXPECT_FALSE(service->isValid()) << row.name;
+        EXPECT_EQ(neighbour.client->callText("ping", "()"), "()") << row.name;
+    }
+}
+
+TEST(NSXPCConnection, CountsOnlyAnswersThatAreNotRead)
+{
+    const auto [one, other] = socketPair();
+    auto accepted = acceptLater(one);
+    RawClient client(other);
+    ASSERT_TRUE(client.authenticate());
+    const auto service = accepted.get();
+    service->setExportedInterface(testInterface());
+    service->setExportedObject(std::make_shared<EchoObject>());
+    service->resume();
+    const std::string refused = methodCall("as", std::string(4, '\0'));
+    std::string unheard = refused;
+    unheard[2] = 1;
+    const std::string elsewhere = std::string(unheard).replace(unheard.find("/test/Object"), 12, "/test/Nobody");
+    // Twice as many as may lie unread: of the first kind each is read, the others have no answer.
+    for (int i = 0; i < 20000; ++i) {
+        client.send(refused);
+        ASSERT_TRUE(client.receiveMessage()) << i;
+    }
+    for (int i = 0; i < 20000; ++i) {
+        client.send(unheard);
+        client.send(elsewhere);
+    }
+    client.send(refused);
+    EXPECT_TRUE(client.receiveMessage());
+    EXPECT_TRUE(service->isValid());
+    service->invalidate();
 }
 
 TEST(NSXPCConnection, SurvivesVariantsOfGreatDepth)

@@ -309,6 +309,15 @@ public:
         send("BEGIN\r\n");
         return true;
     }
+    /// Reads one whole little-endian message; false when the peer has closed.
+    bool receiveMessage()
+    {
+        std::array<uint32_t, 4> start{};
+        if (!receiveBytes(start.data(), sizeof start))
+            return false;
+        std::vector<char> rest((start[3] + 7) / 8 * 8 + start[1]);
+        return receiveBytes(rest.data(), rest.size());
+    }
     void stopSending() { shutdown(socket_, SHUT_WR); }
     /// Whether the peer closes within the deadline.
     bool waitForEnd()
@@ -327,6 +336,10 @@ public:
     }
 
 private:
+    bool receiveBytes(void* bytes, size_t count)
+    {
+        return waitReadable() && recv(socket_, bytes, count, MSG_WAITALL) == static_cast<ssize_t>(count);
+    }
     bool waitReadable()
     {
         pollfd entry{socket_, POLLIN, 0};
