@@ -1,12 +1,14 @@
 #include "client/command/MovieCommand.h"
 
 #include "client/LocalizedText.h"
+#include "client/MovieForecast.h"
 #include "client/Text.h"
 #include "client/command/PhotoSentence.h"
 #include "client/command/PlanText.h"
 #include "client/command/Question.h"
 #include "client/command/SoundSentence.h"
 
+#include <cmath>
 #include <cstdio>
 #include <set>
 #include <utility>
@@ -277,8 +279,11 @@ int MovieCommand::makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFac
 
 int MovieCommand::tellPlan(const MovieRequest& request)
 {
+    const auto forecast = forecastMovie(request, [this] { return !isCancelled(); });
+    if (isCancelled())
+        return stopped();
     if (!isJSON())
-        return give(planText(request), localized("the plan could not be written to standard output"));
+        return give(planText(request, forecast), localized("the plan could not be written to standard output"));
     std::vector<std::string> order;
     for (const PhotoFacts& photo : request.photos)
         order.push_back(photo.path.native());
@@ -292,7 +297,13 @@ int MovieCommand::tellPlan(const MovieRequest& request)
     JSONWriter result = JSONWriter().add("ok", true).add("cancelled", false).addNull("movie").addNull("error");
     result.add("dryRun", true).add("title", request.title).addAll(planAsJSON(request));
     result.add("heightBy", request.quality == kAutomaticQuality ? "auto" : request.quality > 0 ? "given" : "smallest");
-    return succeed({}, result.add("order", order).add("sounds", sounds));
+    result.add("order", order).add("sounds", sounds);
+    if (forecast)
+        result.add("estimatedBytes", int64_t{std::llround(forecast->bytes)})
+            .add("estimatedSeconds", forecast->time.count());
+    else
+        result.addNull("estimatedBytes").addNull("estimatedSeconds");
+    return succeed({}, result);
 }
 
 int MovieCommand::finish(const MovieRequest& request, const Result<Movie>& outcome)

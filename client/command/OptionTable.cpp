@@ -83,9 +83,12 @@ struct Options {
         .name = "dry-run",
         .help = "tell what the movie would be, and make none",
         .more =
-            "The plan goes to standard output: length, height and why it has that, what is heard, and the photos in "
-            "their order. Photos and sounds are looked into as ever; no service is started, no folder made, and the "
-            "exit status for a wrong command line or for bad photos is the same.",
+            "The plan goes to standard output: length, height and why it has that, what is heard, about how large the "
+            "file will be and how long it will take, and the photos in their order. For that some of the photos are "
+            "made into frames and coded as the movie's would be, and a few seconds of each sound are converted, which "
+            "takes about two seconds; the time is that of this computer, as busy as it is now. Photos and sounds are "
+            "looked into as ever; no service is started, no movie and no folder for it made, and the exit status for a "
+            "wrong command line or for bad photos is the same.",
     };
     const Option reverse{.name = "reverse", .help = "show photos the other way round, the last one first"};
     const Option recursive{
@@ -354,7 +357,7 @@ of the movie is kept in the document; what render is told holds for one movie.
                    .operands = "DOCUMENT",
                    .startsWithDocument = true,
                    .options = {&o.seconds, &o.quality, &o.codec, &o.noWatermark, &o.watermark, &o.web, &o.documentTitle,
-                               &o.save, &o.movie, &o.skipBadItems, &o.events, &o.quiet}}},
+                               &o.save, &o.movie, &o.skipBadItems, &o.dryRun, &o.events, &o.quiet}}},
     };
 }
 

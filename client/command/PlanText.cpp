@@ -24,7 +24,7 @@ std::string reasonOfHeight(const MovieRequest& request, Size frame)
 
 } // namespace
 
-std::string planText(const MovieRequest& request)
+std::string planText(const MovieRequest& request, const std::optional<MovieForecast>& forecast)
 {
     const size_t count = request.photos.size();
     const Size frame = frameSizeForQuality(request.quality, request.photos);
@@ -35,6 +35,8 @@ std::string planText(const MovieRequest& request)
     text += fmt::format("{:.0f} x {:.0f}: {}\n", frame.width, frame.height, reasonOfHeight(request, frame));
     const std::string sound = soundSentence(request.plan, request.sounds);
     text += (sound.empty() ? localized("sound: none") : printable(sound)) + "\n";
+    if (forecast)
+        text += localized("about {}, made in about {}", bytesText(forecast->bytes), secondsText(forecast->time)) + "\n";
     for (size_t i = 0; i < count; ++i)
         text += fmt::format("{:>4}  {}\n", i + 1, printable(request.photos[i].path.native()));
     return text;

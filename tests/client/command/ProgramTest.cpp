@@ -33,6 +33,7 @@ using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::MatchesRegex;
 using testing::Not;
 using testing::StartsWith;
 
@@ -302,9 +303,10 @@ TEST_F(Program, TellsThePlanAndMakesNothingWhereThatIsAsked)
     const Result result = run("makes", {"create", shared_->path("Rome"), "--dry-run"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_THAT(result.out,
-                StartsWith("Rome: 6 photos of 4 s, 24 s\n320 x 240: covered by every photo\nsound: silence\n"
-                           "   1  " +
-                           shared_->path("Rome/")));
+                MatchesRegex("Rome: 6 photos of 4 s, 24 s\n320 x 240: covered by every photo\nsound: silence\n"
+                             "about [0-9.]+ [kM]B, made in about [0-9.]+ s\n"
+                             "   1  " +
+                             shared_->path("Rome/") + "(.|\n)*"));
     EXPECT_EQ(result.err, "");
     EXPECT_FALSE(std::filesystem::exists(other_.path("request"))) << "the service was not asked";
     EXPECT_FALSE(std::filesystem::exists(other_.path("Movies"))) << "no folder was made";
@@ -313,8 +315,10 @@ TEST_F(Program, TellsThePlanAndMakesNothingWhereThatIsAsked)
     EXPECT_THAT(json.out,
                 StartsWith(R"({"event": "result", "ok": true, "cancelled": false, "movie": null, "error": null, )"
                            R"("dryRun": true, "title": "Rome", "photos": 6, "secondsPerPhoto": 4, )"));
-    EXPECT_THAT(json.out, AllOf(HasSubstr(R"("heightBy": "auto", "order": [")" + shared_->path("Rome/")),
-                                HasSubstr(R"("sounds": [{"path": null, "start": 0, "seconds": 24.25}]})")));
+    EXPECT_THAT(json.out,
+                AllOf(HasSubstr(R"("heightBy": "auto", "order": [")" + shared_->path("Rome/")),
+                      HasSubstr(R"("sounds": [{"path": null, "start": 0, "seconds": 24.25}], "estimatedBytes": )"),
+                      HasSubstr(R"(, "estimatedSeconds": )")));
     EXPECT_EQ(run("makes", create({other_.makeFile("empty.png", ""), "--dry-run"})).status, 3);
     EXPECT_EQ(run("makes", create({"--dry-run", "--seconds", "0"})).status, 2);
     EXPECT_THAT(saved(), IsEmpty());

@@ -1,0 +1,208 @@
+#include "client/MovieForecast.h"
+
+#include "audio/MORAudioWaveImage.h"
+#include "client/FrameSampling.h"
+#include "platform/files/NSFileManager.h"
+#include "platform/media/AVURLAsset.h"
+#include "platform/media/CMTime.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+namespace stillora {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// How long frames are made for, and after what time no further sound is begun.
+constexpr Seconds kFrameBudget{2};
+constexpr Seconds kSoundBudget{0.5};
+/// So much of a sound is converted to learn what it takes.
+constexpr Seconds kSoundPart{20};
+
+/// @name What a file holds besides pictures and sound, in bytes
+/// @{
+constexpr double kFileBytes = 1500;
+/// Where it lies, how long it is and how long it is shown.
+constexpr double kBytesPerPicture = 8;
+constexpr double kBytesPerRepeatedPicture = 8;
+/// Of the packets of sound, their sizes.
+constexpr double kBytesPerPacket = 4;
+/// @}
+
+/// Silence as the client writes it: the packets that it is coded to, and how many of them there are.
+constexpr double kSilentPacketBytes = 6;
+constexpr double kSilencePacketsPerSecond = 16000.0 / 1024;
+
+/// Until the service runs and has answered; and to read a movie back and to put it into its place.
+constexpr Seconds kStart{0.1};
+constexpr Seconds kEnd{0.1};
+/// For each byte of the movie, which is written twice where it has sound.
+constexpr double kBytesWrittenPerSecond = 400e6;
+
+/// For the web a picture is told of so often.
+constexpr Seconds kLongestWebPicture{0.5};
+
+struct SoundCost {
+    double bytesPerSecond = 0;
+    /// To convert a second of it.
+    double seconds = 0;
+};
+
+/// A folder that goes with the object.
+class ScratchFolder final {
+public:
+    ScratchFolder()
+    {
+        std::string name = platform::NSTemporaryDirectory() + "/stillora-forecast-XXXXXX";
+        if (mkdtemp(name.data()))
+            path_ = name;
+    }
+    ~ScratchFolder()
+    {
+        std::error_code ignored;
+        if (!path_.empty())
+            std::filesystem::remove_all(path_, ignored);
+    }
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
+
+    /// Empty if it could not be made.
+    const std::filesystem::path& path() const { return path_; }
+
+private:
+    std::filesystem::path path_;
+};
+
+/// Converts a part from the middle of what is heard of a sound.
+std::optional<SoundCost> sampleSound(const SoundFacts& sound, const PlannedSound& piece, const ScratchFolder& folder)
+{
+    const auto asset =
+        std::make_shared<platform::AVURLAsset>(platform::NSURL::fileURLWithPath(sound.path.native(), false),
+                                               platform::AVURLAsset::Options{.preferPreciseDurationAndTiming = true});
+    const Seconds length = std::min(piece.length, kSoundPart);
+    const Seconds start = (piece.selection ? piece.selection->start : Seconds(0)) + (piece.length - length) / 2;
+    const int32_t timescale = asset->duration().timescale;
+    const auto range = platform::CMTimeRangeMake(platform::CMTimeMakeWithSeconds(start.count(), timescale),
+                                                 platform::CMTimeMakeWithSeconds(length.count(), timescale));
+    const auto begin = Clock::now();
+    const auto converted = MORAudioWaveImage::synchronouslyConvertedAssetToM4AAtTempURL(
+        asset, platform::NSURL::fileURLWithPath(folder.path().native(), true), range);
+    const double seconds = Seconds(Clock::now() - begin).count();
+    std::error_code error;
+    const auto bytes = converted ? std::filesystem::file_size(converted->path(), error) : 0;
+    if (!converted || error || length.count() <= 0)
+        return std::nullopt;
+    return SoundCost{static_cast<double>(bytes) / length.count(), seconds / length.count()};
+}
+
+/// What the soundtrack takes: its bytes, and the time to make it.
+struct Soundtrack {
+    double bytes = 0;
+    Seconds time{0};
+};
+
+class SoundForecast final {
+public:
+    explicit SoundForecast(const MovieRequest& request) : request_(request) {}
+
+    Soundtrack make(const std::function<bool()>& goesOn)
+    {
+        sample(goesOn);
+        Soundtrack whole;
+        const Seconds end = request_.plan.totalVideoDuration;
+        Seconds cursor{0};
+        std::map<std::pair<std::string, double>, bool> isConverted;
+        for (const PlannedSound& piece : request_.plan.sounds) {
+            const Seconds heard = std::clamp(end - cursor, Seconds(0), piece.length);
+            cursor += piece.length;
+            const SoundCost cost = piece.source ? costOf(*piece.source) : silence();
+            whole.bytes += cost.bytesPerSecond * heard.count();
+            const double start = piece.selection ? piece.selection->start.count() : 0;
+            const std::string file = piece.source ? request_.sounds[*piece.source].path.native() : std::string();
+            // A file that is repeated is converted once.
+            if (!std::exchange(isConverted[{file, start}], true))
+                whole.time += cost.seconds * piece.length;
+        }
+        return whole;
+    }
+
+private:
+    void sample(const std::function<bool()>& goesOn)
+    {
+        const auto start = Clock::now();
+        const ScratchFolder folder;
+        for (const PlannedSound& piece : request_.plan.sounds) {
+            if (folder.path().empty() || Clock::now() - start >= kSoundBudget || (goesOn && !goesOn()))
+                return;
+            if (piece.source && !costs_.contains(*piece.source))
+                if (const auto cost = sampleSound(request_.sounds[*piece.source], piece, folder))
+                    costs_.emplace(*piece.source, *cost);
+        }
+    }
+
+    /// Of a sound that was not looked at, as of the others on average.
+    SoundCost costOf(size_t source) const
+    {
+        if (const auto cost = costs_.find(source); cost != costs_.end())
+            return cost->second;
+        SoundCost mean;
+        for (const auto& [each, cost] : costs_) {
+            mean.bytesPerSecond += cost.bytesPerSecond / static_cast<double>(costs_.size());
+            mean.seconds += cost.seconds / static_cast<double>(costs_.size());
+        }
+        return mean;
+    }
+
+    static SoundCost silence() { return {(kSilentPacketBytes + kBytesPerPacket) * kSilencePacketsPerSecond, 0}; }
+
+    const MovieRequest& request_;
+    std::map<size_t, SoundCost> costs_;
+};
+
+/// For the web each picture is told of several times.
+double bytesOfRepetition(const MovieRequest& request)
+{
+    if (request.use != MovieUse::Web)
+        return 0;
+    const double times = std::ceil(request.plan.timePerFrame / kLongestWebPicture);
+    return (times - 1) * static_cast<double>(request.plan.frameCount(request.photos.size())) * kBytesPerRepeatedPicture;
+}
+
+} // namespace
+
+std::optional<MovieForecast> forecastMovie(const MovieRequest& request, const std::function<bool()>& goesOn)
+{
+    const FrameSample frames = sampleFrames(request, kFrameBudget, goesOn);
+    if (frames.costs.empty())
+        return std::nullopt;
+    const Soundtrack sound = SoundForecast(request).make(goesOn);
+    if (goesOn && !goesOn())
+        return std::nullopt;
+
+    MovieForecast forecast;
+    forecast.sampledPhotos = frames.madeCount;
+    const auto frameCount = static_cast<double>(request.plan.frameCount(request.photos.size()));
+    forecast.bytes = kFileBytes + frameCount * kBytesPerPicture + bytesOfRepetition(request) + sound.bytes;
+    double seconds = 0;
+    for (const FrameCost& cost : frames.costs) {
+        forecast.bytes += cost.bytes;
+        seconds += cost.seconds;
+    }
+    const double processors = std::max(1U, std::thread::hardware_concurrency());
+    const double writings = request.plan.sounds.empty() ? 1 : 2;
+    // Where all others are done one processor is still at the last frame.
+    forecast.time = kStart + sound.time + Seconds((seconds + seconds / frameCount) / processors) +
+                    Seconds(forecast.bytes * writings / kBytesWrittenPerSecond) + kEnd;
+    return forecast;
+}
+
+} // namespace stillora
