@@ -3,8 +3,11 @@
 #include "platform/files/NSFileManager.h"
 
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
+#include <string_view>
 #include <system_error>
+#include <thread>
 #include <vector>
 
 #include <fcntl.h>
@@ -18,18 +21,27 @@ namespace stillora {
 namespace {
 
 constexpr const char* kHiddenFolder = ".MORStilloraTemporaryFiles";
+/// With an identifier after it, where the usual one is not the user's own.
+constexpr std::string_view kOwnHiddenPrefix = ".MORStilloraTemporaryFiles-";
 constexpr std::string_view kJobPrefix = "job-";
+
+/// For another job that makes or clears folders.
+constexpr std::chrono::seconds kLongestWait{2};
+constexpr std::chrono::milliseconds kLockPause{5};
 
 platform::FileDescriptor openFolder(const std::string& path)
 {
     return platform::FileDescriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
 }
 
-/// Waits for others. File systems without locks are used without them.
-void lock(const platform::FileDescriptor& folder)
+/// Whether nobody else can change what is in the folder. One of the user's own is made so.
+bool isPrivate(const platform::FileDescriptor& folder)
 {
-    while (flock(folder.get(), LOCK_EX) != 0 && errno == EINTR) {
-    }
+    struct stat status = {};
+    if (fstat(folder.get(), &status) != 0 || status.st_uid != geteuid())
+        return false;
+    constexpr mode_t kOfOthers = S_IWGRP | S_IWOTH;
+    return (status.st_mode & kOfOthers) == 0 || fchmod(folder.get(), status.st_mode & 07777 & ~kOfOthers) == 0;
 }
 
 /// Whether nobody else holds the lock; false also where that cannot be known.
@@ -38,19 +50,52 @@ bool tryLock(const platform::FileDescriptor& folder)
     return folder && flock(folder.get(), LOCK_EX | LOCK_NB) == 0;
 }
 
+/// Waits for others, but not for ever: a lock may be held by anybody who can open the folder. File systems without
+/// locks are used without them.
+bool lockInTime(const platform::FileDescriptor& folder)
+{
+    const auto deadline = std::chrono::steady_clock::now() + kLongestWait;
+    while (!tryLock(folder)) {
+        if (errno != EWOULDBLOCK && errno != EINTR)
+            return true;
+        if (std::chrono::steady_clock::now() > deadline)
+            return false;
+        std::this_thread::sleep_for(kLockPause);
+    }
+    return true;
+}
+
+std::vector<std::string> entriesThatBeginWith(std::string_view prefix, const std::string& folder)
+{
+    std::error_code ignored;
+    std::vector<std::string> paths;
+    for (std::filesystem::directory_iterator entry(folder, ignored), end; entry != end; entry.increment(ignored))
+        if (entry->path().filename().native().starts_with(prefix))
+            paths.push_back(entry->path().native());
+    return paths;
+}
+
 /// Removes the folders of jobs whose processes are gone. The hidden folder is locked meanwhile, so that a folder which
 /// another process has just made and not yet locked is never seen.
 void removeAbandonedJobs(const std::string& hiddenFolder)
 {
     std::error_code ignored;
-    std::vector<std::string> jobs;
-    for (std::filesystem::directory_iterator entry(hiddenFolder, ignored), end; entry != end; entry.increment(ignored))
-        if (entry->path().filename().native().starts_with(kJobPrefix))
-            jobs.push_back(entry->path().native());
-    for (const std::string& job : jobs) {
+    for (const std::string& job : entriesThatBeginWith(kJobPrefix, hiddenFolder)) {
         const platform::FileDescriptor folder = openFolder(job);
         if (tryLock(folder))
             std::filesystem::remove_all(job, ignored);
+    }
+}
+
+/// The same for hidden folders of their own.
+void removeAbandonedFolders(const std::string& saveFolder)
+{
+    for (const std::string& path : entriesThatBeginWith(kOwnHiddenPrefix, saveFolder)) {
+        const platform::FileDescriptor folder = openFolder(path);
+        if (!folder || !isPrivate(folder) || !tryLock(folder))
+            continue;
+        removeAbandonedJobs(path);
+        rmdir(path.c_str());
     }
 }
 
@@ -103,18 +148,21 @@ std::unique_ptr<JobFolder> JobFolder::create(const platform::NSURL& saveFolder, 
         removeEmptyFolders(made);
         return nullptr;
     }
-    const std::string hiddenFolder = inside(savePath, kHiddenFolder);
+    removeAbandonedFolders(savePath);
+    std::string hiddenFolder = inside(savePath, kHiddenFolder);
     // Another job may remove the hidden folder, once it is empty, at any moment before it is locked here.
     for (int attempt = 0; attempt < 100; ++attempt) {
-        if (mkdir(hiddenFolder.c_str(), 0777) != 0 && errno != EEXIST)
+        if (mkdir(hiddenFolder.c_str(), 0700) != 0 && errno != EEXIST)
             return refuse(errno);
         const platform::FileDescriptor parent = openFolder(hiddenFolder);
-        if (!parent) {
-            if (errno == ENOENT)
-                continue;
-            return refuse(errno);
+        if (!parent && errno == ENOENT)
+            continue;
+        // In a folder that others write, the owner of the usual one could put a link in the place of what is made
+        // there.
+        if (!parent || !isPrivate(parent) || !lockInTime(parent)) {
+            hiddenFolder = inside(savePath, std::string(kOwnHiddenPrefix) + platform::NSUUIDString());
+            continue;
         }
-        lock(parent);
         removeAbandonedJobs(hiddenFolder);
 
         const std::string path = inside(hiddenFolder, std::string(kJobPrefix) + platform::NSUUIDString());

@@ -1,12 +1,16 @@
 #include "client/JobFolder.h"
 
 #include "platform/files/NSURL.h"
+#include "platform/foundation/FileDescriptor.h"
 #include "tests/support/TemporaryFolder.h"
 
+#include <chrono>
 #include <filesystem>
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -133,6 +137,93 @@ TEST(JobFolder, RemovesWhatADeadProcessLeft)
     ASSERT_THAT(save.entries(), testing::Not(IsEmpty()));
     ASSERT_TRUE(JobFolder::create(urlOf(save.path())));
     EXPECT_THAT(save.entries(), IsEmpty());
+}
+
+TEST(JobFolder, UsesNoHiddenFolderOfAnotherUser)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can give a folder away";
+    const TemporaryFolder save;
+    const std::string usual = save.path(".MORStilloraTemporaryFiles");
+    ASSERT_EQ(mkdir(usual.c_str(), 0777), 0);
+    ASSERT_EQ(chown(usual.c_str(), 65534, 65534), 0);
+    {
+        const auto job = JobFolder::create(urlOf(save.path()));
+        ASSERT_TRUE(job);
+        EXPECT_TRUE(std::filesystem::is_empty(usual)) << "nothing of the job is within the other's reach";
+        std::filesystem::path folder = job->outputURL().path();
+        struct stat status = {};
+        for (folder = folder.parent_path(); folder != save.path(); folder = folder.parent_path()) {
+            ASSERT_EQ(stat(folder.c_str(), &status), 0);
+            EXPECT_EQ(status.st_uid, geteuid()) << folder;
+            EXPECT_EQ(status.st_mode & 0777, 0700) << folder;
+        }
+    }
+    EXPECT_THAT(save.entries(), testing::ElementsAre(".MORStilloraTemporaryFiles"));
+}
+
+TEST(JobFolder, UsesNoLinkInThePlaceOfTheHiddenFolder)
+{
+    const TemporaryFolder save;
+    const TemporaryFolder other;
+    std::filesystem::create_symlink(other.path(), save.path(".MORStilloraTemporaryFiles"));
+    {
+        const auto job = JobFolder::create(urlOf(save.path()));
+        ASSERT_TRUE(job);
+        EXPECT_THAT(other.entries(), IsEmpty());
+    }
+    EXPECT_THAT(save.entries(), testing::ElementsAre(".MORStilloraTemporaryFiles"));
+}
+
+TEST(JobFolder, TakesTheRightToWriteFromOthers)
+{
+    const TemporaryFolder save;
+    const std::string usual = save.path(".MORStilloraTemporaryFiles");
+    ASSERT_EQ(mkdir(usual.c_str(), 0700), 0);
+    ASSERT_EQ(chmod(usual.c_str(), 0777), 0);
+    const auto job = JobFolder::create(urlOf(save.path()));
+    ASSERT_TRUE(job);
+    EXPECT_THAT(job->outputURL().path(), HasSubstr("/.MORStilloraTemporaryFiles/"));
+    struct stat status = {};
+    ASSERT_EQ(stat(usual.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0755);
+}
+
+TEST(JobFolder, WaitsForNobodyForEver)
+{
+    const TemporaryFolder save;
+    const std::string usual = save.path(".MORStilloraTemporaryFiles");
+    ASSERT_EQ(mkdir(usual.c_str(), 0700), 0);
+    const platform::FileDescriptor holder(open(usual.c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_EQ(flock(holder.get(), LOCK_SH), 0);
+    const auto start = std::chrono::steady_clock::now();
+    const auto job = JobFolder::create(urlOf(save.path()));
+    EXPECT_TRUE(job);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+}
+
+TEST(JobFolder, RemovesAFolderOfItsOwnThatADeadProcessLeft)
+{
+    const TemporaryFolder save;
+    const TemporaryFolder other;
+    std::filesystem::create_symlink(other.path(), save.path(".MORStilloraTemporaryFiles"));
+    const pid_t child = fork();
+    if (child == 0) {
+        const auto job = JobFolder::create(urlOf(save.path()));
+        _exit(job ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_EQ(status, 0);
+    ASSERT_GT(save.entries().size(), 1u);
+    {
+        // Those of living jobs stay.
+        const auto living = JobFolder::create(urlOf(save.path()));
+        ASSERT_TRUE(living);
+        ASSERT_TRUE(JobFolder::create(urlOf(save.path())));
+        EXPECT_TRUE(std::filesystem::is_directory(living->outputURL().path()));
+    }
+    EXPECT_THAT(save.entries(), testing::ElementsAre(".MORStilloraTemporaryFiles"));
 }
 
 TEST(JobFolder, LeavesOtherFilesInTheHiddenFolderAlone)
