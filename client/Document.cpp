@@ -2,6 +2,7 @@
 
 #include "client/ClientError.h"
 #include "client/FileReason.h"
+#include "client/LocalizedText.h"
 #include "client/MovieSettings.h"
 #include "client/ResourceCopier.h"
 #include "client/Text.h"
@@ -202,10 +203,10 @@ std::optional<SoundFacts::Selection> selectionOf(const MORSoundtrack& soundtrack
 std::string faultOfSavedForm(const NSData& saved, const NSError& error)
 {
     if (error.code != 0)
-        return "is damaged: " + error.localizedDescription;
+        return localized("is damaged: {}", error.localizedDescription);
     NSError problem;
-    return saved_form::read(saved, &problem) ? "is damaged: it names no file among the document's resources"
-                                             : "is of another version, or is damaged";
+    return saved_form::read(saved, &problem) ? localized("is damaged: it names no file among the document's resources")
+                                             : localized("is of another version, or is damaged");
 }
 
 template <typename Item>
@@ -222,24 +223,24 @@ Entry<Item> entryOf(const PropertyList& saved, const NSURL& location)
     };
     const auto* data = saved.as<NSData>();
     if (!data)
-        return damaged("is damaged: it is no saved item");
+        return damaged(localized("is damaged: it is no saved item"));
     NSError error;
     entry.item = itemOf(*data, location, &error, static_cast<const Item*>(nullptr));
     if (!entry.item)
         return damaged(faultOfSavedForm(*data, error));
     const std::string path = urlOf(*entry.item)->path();
     if (!staysInside(path.substr(std::min(location.path().size(), path.size()))))
-        return damaged("is damaged: its file is not among the document's resources");
+        return damaged(localized("is damaged: its file is not among the document's resources"));
     // Of an item that cannot be saved again, what was read is kept.
     entry.unchanged = entry.item->saveData();
 
     struct stat status = {};
     if (stat(path.c_str(), &status) != 0) {
         entry.state = State::FileMissing;
-        entry.fault = errno == ENOENT ? "is missing" : "cannot be read: " + reasonOfErrno(errno);
+        entry.fault = errno == ENOENT ? localized("is missing") : localized("cannot be read: {}", reasonOfErrno(errno));
     } else if (!S_ISREG(status.st_mode)) {
         entry.state = State::FileMissing;
-        entry.fault = "is not a regular file";
+        entry.fault = localized("is not a regular file");
     }
     return entry;
 }
@@ -362,7 +363,7 @@ std::unique_ptr<Document::Content> Document::Content::create(const NSURL& locati
     const std::string& path = location.path();
     struct stat status = {};
     if (lstat(path.c_str(), &status) == 0) {
-        fail(error, ErrorCode::DocumentExists, fmt::format("{} is there already", path));
+        fail(error, ErrorCode::DocumentExists, localized("{} is there already", path));
         return nullptr;
     }
     const std::string parent = location.URLByDeletingLastPathComponent().path();
@@ -372,7 +373,7 @@ std::unique_ptr<Document::Content> Document::Content::create(const NSURL& locati
     document->isNew_ = true;
     document->folder_ = (parent == "/" ? "" : parent) + "/" + std::string(kNewPrefix) + platform::NSUUIDString();
     if (mkdir(document->folder_.c_str(), 0777) != 0) {
-        platform::failWithErrno(error, errno, fmt::format("the document {} cannot be made", path));
+        platform::failWithErrno(error, errno, localized("the document {} cannot be made", path));
         document->folder_.clear();
         return nullptr;
     }
@@ -380,7 +381,7 @@ std::unique_ptr<Document::Content> Document::Content::create(const NSURL& locati
     static_cast<void>(tryLock(document->lock_));
     for (const std::string_view folder : {kResources, kPhotosFolder, kSoundtracksFolder}) {
         if (mkdir((document->folder_ + "/" + std::string(folder)).c_str(), 0777) != 0) {
-            platform::failWithErrno(error, errno, fmt::format("the document {} cannot be made", path));
+            platform::failWithErrno(error, errno, localized("the document {} cannot be made", path));
             return nullptr;
         }
     }
@@ -398,12 +399,12 @@ std::unique_ptr<Document::Content> Document::Content::open(const NSURL& location
     };
     auto folder = openFolder(path);
     if (!folder)
-        return noDocument(errno == ENOTDIR ? "is no document: it is not a folder" : reasonOfErrno(errno));
+        return noDocument(errno == ENOTDIR ? localized("is no document: it is not a folder") : reasonOfErrno(errno));
     if (access(document->propertyListPath().c_str(), F_OK) != 0)
-        return noDocument(fmt::format("is no document: there is no {} in it", kPropertyListName));
+        return noDocument(localized("is no document: there is no {} in it", kPropertyListName));
     if (waits) {
         if (!waitForLock(folder, *waits)) {
-            fail(error, ErrorCode::Cancelled, fmt::format("{} is being changed by another program", path));
+            fail(error, ErrorCode::Cancelled, localized("{} is being changed by another program", path));
             return nullptr;
         }
         removeUnfinished(path);
@@ -416,7 +417,7 @@ bool Document::Content::read(NSError* error)
 {
     const auto damaged = [&](const std::string& what) {
         return fail(error, ErrorCode::DocumentDamaged,
-                    fmt::format("{} is damaged: its {} {}", location_.path(), kPropertyListName, what));
+                    localized("{} is damaged: its {} {}", location_.path(), kPropertyListName, what));
     };
     auto bytes = NSFileManager::defaultManager().contentsAtURL(NSURL::fileURLWithPath(propertyListPath(), false),
                                                                kMaxPropertyListBytes, error);
@@ -425,22 +426,22 @@ bool Document::Content::read(NSError* error)
     const auto propertyList = platform::propertyListWithData(*bytes);
     const auto* dictionary = propertyList ? propertyList->as<PropertyList::Dictionary>() : nullptr;
     if (!dictionary)
-        return damaged(bytes->empty() ? "is empty" : "is no property list of a document");
+        return damaged(bytes->empty() ? localized("is empty") : localized("is no property list of a document"));
     const auto* version = propertyList->objectForKey<int64_t>(kVersionKey);
     if (!version || *version < 1)
-        return damaged("does not tell its version");
+        return damaged(localized("does not tell its version"));
     if (*version > kFormatVersion)
         return fail(error, ErrorCode::DocumentTooNew,
-                    fmt::format("{} was made by a newer version of this program: it has format {}, and the newest "
-                                "that can be read here is {}",
-                                location_.path(), *version, kFormatVersion));
+                    localized("{} was made by a newer version of this program: it has format {}, and the newest "
+                              "that can be read here is {}",
+                              location_.path(), *version, kFormatVersion));
     if (!readEntries(*dictionary, kPhotosKey, location_, photos_))
-        return damaged("has no list of photos");
+        return damaged(localized("has no list of photos"));
     if (!readEntries(*dictionary, kSoundtracksKey, location_, soundtracks_))
-        return damaged("has no list of soundtracks");
+        return damaged(localized("has no list of soundtracks"));
     if (const auto settings = dictionary->find(kSettingsKey); settings != dictionary->end()) {
         if (!settings->second.as<PropertyList::Dictionary>())
-            return damaged("has no list of settings");
+            return damaged(localized("has no list of settings"));
         settings_ = readMovieSettings(*settings->second.as<PropertyList::Dictionary>(), settingFaults_);
     }
     savedSettings_ = settings_;
@@ -523,7 +524,7 @@ std::optional<NSData> Document::Content::propertyList(NSError* error) const
     auto data = platform::dataWithPropertyList(PropertyList(std::move(dictionary)), error);
     // What cannot be read again must not replace what can.
     if (data && (data->size() > kMaxPropertyListBytes || !platform::propertyListWithData(*data))) {
-        fail(error, ErrorCode::OutOfRange, fmt::format("{} would hold too many items", location_.path()));
+        fail(error, ErrorCode::OutOfRange, localized("{} would hold too many items", location_.path()));
         return std::nullopt;
     }
     return data;
@@ -538,7 +539,7 @@ bool Document::Content::isUnchangedOnDisk(NSError* error) const
         return true;
     return fail(
         error, ErrorCode::DocumentChanged,
-        fmt::format("{} was changed by another program since it was opened; nothing was saved", location_.path()));
+        localized("{} was changed by another program since it was opened; nothing was saved", location_.path()));
 }
 
 void Document::Content::setFolder(const std::string& path)
@@ -567,7 +568,7 @@ bool Document::Content::save(NSError* error)
         if (!files.moveItemAtURL(NSURL::fileURLWithPath(hidden, true), location_, &problem)) {
             if (problem.domain == platform::kNSCocoaErrorDomain &&
                 problem.code == platform::kNSFileWriteFileExistsError)
-                return fail(error, ErrorCode::DocumentExists, fmt::format("{} is there already", location_.path()));
+                return fail(error, ErrorCode::DocumentExists, localized("{} is there already", location_.path()));
             if (error)
                 *error = std::move(problem);
             return false;
@@ -586,7 +587,7 @@ bool Document::Content::save(NSError* error)
         int polls = kSavePolls;
         if (folder && !waitForLock(folder, [&polls] { return polls-- > 0; }))
             return fail(error, ErrorCode::DocumentChanged,
-                        fmt::format("{} is being changed by another program; nothing was saved", location_.path()));
+                        localized("{} is being changed by another program; nothing was saved", location_.path()));
     }
     auto data = isUnchangedOnDisk(error) ? propertyList(error) : std::nullopt;
     if (!data || !files.writeContents(*data, NSURL::fileURLWithPath(propertyListPath(), false), error))

@@ -2,6 +2,8 @@
 #include <stillora/Photos.h>
 #include <stillora/Sounds.h>
 
+#include "client/LocalizedText.h"
+
 #include <algorithm>
 #include <optional>
 #include <tuple>
@@ -13,15 +15,20 @@ namespace stillora {
 
 namespace {
 
+/// Of an item without a path.
+std::string nameOf(BadItem::Kind kind, size_t number)
+{
+    return kind == BadItem::Kind::Photo ? localized("photo {}", number) : localized("soundtrack {}", number);
+}
+
 template <typename Entry>
 void addBadEntries(const std::vector<Entry>& entries, BadItem::Kind kind, std::vector<BadItem>& bad)
 {
-    const char* const name = kind == BadItem::Kind::Photo ? "photo" : "soundtrack";
     for (size_t i = 0; i < entries.size(); ++i) {
         if (entries[i].state == DocumentItem::State::Good)
             continue;
         const std::string& path = entries[i].path.native();
-        bad.push_back({kind, i, path.empty() ? fmt::format("{} {}", name, i + 1) : path, entries[i].fault});
+        bad.push_back({kind, i, path.empty() ? nameOf(kind, i + 1) : path, entries[i].fault});
     }
 }
 
@@ -65,8 +72,8 @@ CheckedDocument checkDocument(const Document& document, const std::function<bool
         }
         const DocumentPhoto& item = items[indices[i]];
         if (item.fileSize > 0 && item.fileSize != good->fileSize)
-            checked.changed.push_back(fmt::format("{} has changed since it was added: it holds {} bytes, not {}",
-                                                  good->path.native(), good->fileSize, item.fileSize));
+            checked.changed.push_back(localized("{} has changed since it was added: it holds {} bytes, not {}",
+                                                good->path.native(), good->fileSize, item.fileSize));
         checked.photos.push_back(std::move(*good));
         ++good;
     }

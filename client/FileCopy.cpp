@@ -1,6 +1,7 @@
 #include "client/FileCopy.h"
 
 #include "client/ClientError.h"
+#include "client/LocalizedText.h"
 #include "platform/foundation/FileDescriptor.h"
 
 #include <array>
@@ -50,16 +51,17 @@ bool copyContents(const std::string& source, const std::string& destination,
                   const std::function<bool(uint64_t)>& bytesCopied, platform::NSError* error)
 {
     const auto failCopying = [&](int reason) {
-        return platform::failWithErrno(error, reason, source + " cannot be copied to " + destination);
+        return platform::failWithErrno(error, reason, localized("{} cannot be copied to {}", source, destination));
     };
     // What became a pipe meanwhile would keep whoever opens it waiting.
     const platform::FileDescriptor from(open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status = {};
     if (!from || fstat(from.get(), &status) != 0)
-        return platform::failWithErrno(error, errno, source + " cannot be read", platform::FileAccess::Reading);
+        return platform::failWithErrno(error, errno, localized("{} cannot be read", source),
+                                       platform::FileAccess::Reading);
     if (!S_ISREG(status.st_mode))
         return platform::fail(error, platform::kNSCocoaErrorDomain, platform::kNSFileReadUnknownError,
-                              source + " is not a regular file");
+                              localized("{} is not a regular file", source));
     const platform::FileDescriptor to(open(destination.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW));
     if (!to)
         return failCopying(errno);
@@ -84,7 +86,7 @@ bool copyContents(const std::string& source, const std::string& destination,
         if (count == 0)
             break;
         if (!bytesCopied(static_cast<uint64_t>(count)))
-            return fail(error, ErrorCode::Cancelled, "stopped");
+            return fail(error, ErrorCode::Cancelled, localized("stopped"));
     }
     const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, status.st_mtim};
     static_cast<void>(futimens(to.get(), times.data()));

@@ -1,13 +1,12 @@
 #include "client/FileReason.h"
 
-#include <cstring>
+#include "platform/foundation/LocalizedText.h"
 
 namespace stillora {
 
 std::string reasonOfErrno(int errnoValue)
 {
-    const char* reason = strerrordesc_np(errnoValue);
-    return reason ? reason : "error " + std::to_string(errnoValue);
+    return platform::reasonOfErrno(errnoValue);
 }
 
 std::string reasonWithoutPath(const std::string& sentence, const platform::NSURL& url)

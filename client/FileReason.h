@@ -6,7 +6,7 @@
 
 namespace stillora {
 
-/// The system's words for an `errno` value, in English whatever the user's language.
+/// The system's words for an `errno` value, in the user's language.
 std::string reasonOfErrno(int errnoValue);
 
 /// An error's sentence without the path that it may begin with, for reports that name the path themselves.

@@ -4,6 +4,7 @@
 #include "audio/MORAudioWaveImageMetadata.h"
 #include "client/DataBytes.h"
 #include "client/FileReason.h"
+#include "client/LocalizedText.h"
 #include "platform/decoders/CGImageSource.h"
 #include "platform/foundation/NSString.h"
 #include "platform/media/AVURLAsset.h"
@@ -108,7 +109,7 @@ Result<FileFacts> mediaFacts(const NSURL& url, FileFacts facts)
     const auto pictures = asset.tracksWithMediaType(platform::kAVMediaTypeVideo);
     const auto sounds = asset.tracksWithMediaType(platform::kAVMediaTypeAudio);
     if (pictures.empty() && sounds.empty())
-        return unusable(facts.path, "is no photo, sound or movie that can be read");
+        return unusable(facts.path, localized("is no photo, sound or movie that can be read"));
     facts.kind = pictures.empty() ? FileFacts::Kind::Sound : FileFacts::Kind::Movie;
     if (!pictures.empty()) {
         facts.pictureFormat = pictures.front().codec;
@@ -138,14 +139,14 @@ Result<FileFacts> factsOfFile(const std::filesystem::path& file)
     if (stat(file.c_str(), &status) != 0)
         return unusable(file, reasonOfErrno(errno), ErrorCode::FileNotFound);
     if (S_ISDIR(status.st_mode))
-        return unusable(file, "is a folder");
+        return unusable(file, localized("is a folder"));
     // Anything else might keep whoever opens it waiting.
     if (!S_ISREG(status.st_mode))
-        return unusable(file, "is not a regular file");
+        return unusable(file, localized("is not a regular file"));
     if (access(file.c_str(), R_OK) != 0)
         return unusable(file, reasonOfErrno(errno), ErrorCode::NoPermission);
     if (status.st_size == 0)
-        return unusable(file, "is empty");
+        return unusable(file, localized("is empty"));
     FileFacts facts;
     facts.path = file;
     facts.bytes = status.st_size;

@@ -1,5 +1,6 @@
 #include "client/JobFolder.h"
 
+#include "client/LocalizedText.h"
 #include "platform/files/NSFileManager.h"
 
 #include <cerrno>
@@ -113,12 +114,12 @@ bool makeFolders(const std::string& path, std::vector<std::string>& made, platfo
         if (mkdir(next->c_str(), 0777) == 0)
             made.push_back(*next);
         else if (errno != EEXIST)
-            return platform::failWithErrno(error, errno, "the save folder " + path + " cannot be made");
+            return platform::failWithErrno(error, errno, localized("the save folder {} cannot be made", path));
     }
     if (stat(path.c_str(), &status) != 0)
-        return platform::failWithErrno(error, errno, "the save folder " + path + " cannot be used");
+        return platform::failWithErrno(error, errno, localized("the save folder {} cannot be used", path));
     if (!S_ISDIR(status.st_mode))
-        return platform::failWithErrno(error, ENOTDIR, "the save folder " + path + " cannot be used");
+        return platform::failWithErrno(error, ENOTDIR, localized("the save folder {} cannot be used", path));
     return true;
 }
 
@@ -140,7 +141,7 @@ std::unique_ptr<JobFolder> JobFolder::create(const platform::NSURL& saveFolder, 
     std::vector<std::string> made;
     const std::string& savePath = saveFolder.path();
     const auto refuse = [&](int errnoValue) {
-        platform::failWithErrno(error, errnoValue, "the save folder " + savePath + " cannot be written");
+        platform::failWithErrno(error, errnoValue, localized("the save folder {} cannot be written", savePath));
         removeEmptyFolders(made);
         return nullptr;
     };
@@ -213,7 +214,7 @@ std::optional<platform::NSURL> JobFolder::makeDocument(const std::string& title,
     const std::string path = path_ + "/documents/" + title + ".stillora";
     const platform::FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (!file) {
-        platform::failWithErrno(error, errno, "the title \"" + title + "\" cannot be the name of a file");
+        platform::failWithErrno(error, errno, localized("the title \"{}\" cannot be the name of a file", title));
         return std::nullopt;
     }
     return platform::NSURL::fileURLWithPath(path, false);
@@ -229,7 +230,7 @@ std::optional<platform::NSURL> JobFolder::makeAlias(const std::string& path, pla
     if (!failure)
         std::filesystem::create_symlink(target, alias, failure);
     if (failure) {
-        platform::failWithErrno(error, failure.value(), "no link to " + path + " can be made");
+        platform::failWithErrno(error, failure.value(), localized("no link to {} can be made", path));
         return std::nullopt;
     }
     return platform::NSURL::fileURLWithPath(alias, false);

@@ -1,5 +1,6 @@
 #include "client/MovieCheck.h"
 
+#include "client/LocalizedText.h"
 #include "client/Text.h"
 
 #include <algorithm>
@@ -46,8 +47,7 @@ const MediaTrackReport* trackOfType(const platform::MediaReport& movie, std::str
 void checkPictures(const MediaTrackReport& pictures, const ExpectedMovie& expected, std::vector<std::string>& faults)
 {
     if (pictures.samples.size() != expected.frameCount)
-        faults.push_back(
-            fmt::format("it shows {} pictures instead of {}", pictures.samples.size(), expected.frameCount));
+        faults.push_back(localized("it shows {} pictures instead of {}", pictures.samples.size(), expected.frameCount));
     for (size_t i = 0; i < pictures.samples.size(); ++i) {
         const double hold = secondsOf(pictures.samples[i].duration);
         const double start = secondsOf(pictures.samples[i].presentationTime);
@@ -55,19 +55,18 @@ void checkPictures(const MediaTrackReport& pictures, const ExpectedMovie& expect
         if (std::abs(hold - expected.secondsPerFrame) > kPictureTolerance ||
             std::abs(start - expectedStart) > kPictureTolerance) {
             // One is enough to say; the others are off for the same reason.
-            faults.push_back(fmt::format("picture {} stands from {} for {} instead of from {} for {}", i + 1,
-                                         textOf(start), textOf(hold), textOf(expectedStart),
-                                         textOf(expected.secondsPerFrame)));
+            faults.push_back(localized("picture {} stands from {} for {} instead of from {} for {}", i + 1,
+                                       textOf(start), textOf(hold), textOf(expectedStart),
+                                       textOf(expected.secondsPerFrame)));
             break;
         }
     }
     if (pictures.width != static_cast<int>(expected.size.width) ||
         pictures.height != static_cast<int>(expected.size.height))
-        faults.push_back(fmt::format("its size is {} x {} instead of {:.0f} x {:.0f}", pictures.width, pictures.height,
-                                     expected.size.width, expected.size.height));
+        faults.push_back(localized("its size is {} x {} instead of {:.0f} x {:.0f}", pictures.width, pictures.height,
+                                   expected.size.width, expected.size.height));
     if (pictures.codec != expected.codec)
-        faults.push_back(
-            fmt::format("its codec is \"{}\" instead of \"{}\"", printable(pictures.codec), expected.codec));
+        faults.push_back(localized("its codec is \"{}\" instead of \"{}\"", printable(pictures.codec), expected.codec));
 }
 
 /// Where a picture, or a part of one, ends.
@@ -109,22 +108,22 @@ std::vector<std::string> findFaultsOfRepetition(const platform::MediaReport& rep
     const MediaTrackReport* const parts = trackOfType(repeated, "vide");
     const MediaTrackReport* const pictures = trackOfType(movie, "vide");
     if (!parts || !pictures)
-        return {"its pictures are gone"};
+        return {localized("its pictures are gone")};
     size_t at = 0;
     for (size_t i = 0; i < pictures->samples.size(); ++i)
         if (!isMadeUp(pictures->samples[i], parts->samples, longest, at)) {
-            faults.push_back(fmt::format("picture {} is not repeated in its time", i + 1));
+            faults.push_back(localized("picture {} is not repeated in its time", i + 1));
             break;
         }
     if (faults.empty() && at < parts->samples.size())
-        faults.emplace_back("it shows more pictures than before they were repeated");
+        faults.push_back(localized("it shows more pictures than before they were repeated"));
     if (parts->codec != pictures->codec || parts->width != pictures->width || parts->height != pictures->height ||
         CMTimeCompare(repeated.duration, movie.duration) != 0 || repeated.indexFirst != movie.indexFirst)
-        faults.emplace_back("it is of another form than before its pictures were repeated");
+        faults.push_back(localized("it is of another form than before its pictures were repeated"));
     const MediaTrackReport* const sound = trackOfType(repeated, "soun");
     const MediaTrackReport* const soundBefore = trackOfType(movie, "soun");
     if (!sound != !soundBefore || (sound && !isSameSound(*sound, *soundBefore)))
-        faults.emplace_back("its sound is not as it was before its pictures were repeated");
+        faults.push_back(localized("its sound is not as it was before its pictures were repeated"));
     return faults;
 }
 
@@ -134,19 +133,19 @@ std::vector<std::string> findFaults(const platform::MediaReport& movie, const Ex
     if (const MediaTrackReport* pictures = trackOfType(movie, "vide"))
         checkPictures(*pictures, expected, faults);
     else
-        faults.emplace_back("it has no pictures");
+        faults.push_back(localized("it has no pictures"));
 
     const MediaTrackReport* sound = trackOfType(movie, "soun");
     if (expected.soundEnd && (!sound || sound->samples.empty()))
-        faults.emplace_back("it has no sound");
+        faults.push_back(localized("it has no sound"));
     else if (expected.soundEnd && std::abs(secondsOf(sound->end) - *expected.soundEnd) > soundTolerance(*sound))
-        faults.push_back(fmt::format("its sound ends after {} instead of {}", textOf(secondsOf(sound->end)),
-                                     textOf(*expected.soundEnd)));
+        faults.push_back(localized("its sound ends after {} instead of {}", textOf(secondsOf(sound->end)),
+                                   textOf(*expected.soundEnd)));
     else if (!expected.soundEnd && sound)
-        faults.emplace_back("it has sound, which was not asked for");
+        faults.push_back(localized("it has sound, which was not asked for"));
 
     if (!movie.indexFirst)
-        faults.emplace_back("its index stands at the end, so that it plays only when it was loaded whole");
+        faults.push_back(localized("its index stands at the end, so that it plays only when it was loaded whole"));
     return faults;
 }
 

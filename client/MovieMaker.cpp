@@ -3,6 +3,7 @@
 #include "client/ClientError.h"
 #include "client/DataBytes.h"
 #include "client/JobFolder.h"
+#include "client/LocalizedText.h"
 #include "client/MovieCheck.h"
 #include "client/ServiceProcess.h"
 #include "client/SilentSound.h"
@@ -165,7 +166,7 @@ private:
             error.file = request_.saveFolder;
         return error;
     }
-    static Error cancelled() { return {ErrorCode::Cancelled, {}, "stopped"}; }
+    static Error cancelled() { return {ErrorCode::Cancelled, {}, localized("stopped")}; }
 
     MovieMaker& maker_;
     const MovieRequest& request_;
@@ -226,8 +227,8 @@ bool MovieMaker::Job::prepare()
     const std::optional<double> free = freeBytes(saveFolder_.path());
     if (free && *free < kLeastFreeBytes)
         return fail(&error_, ErrorCode::DiskFull,
-                    fmt::format("the disk of the save folder {} is full: only {} are left", saveFolder_.path(),
-                                bytesText(*free)));
+                    localized("the disk of the save folder {} is full: only {} are left", saveFolder_.path(),
+                              bytesText(*free)));
     return true;
 }
 
@@ -245,12 +246,12 @@ bool MovieMaker::Job::connect()
     if (!connection_) {
         std::string how = reason.localizedDescription;
         if (service_->waitForEnd(milliseconds(200)))
-            how = "it ended " + service_->howItEnded();
+            how = localized("it ended {}", service_->howItEnded());
         service_->readLog();
         if (const std::string complaint = lastComplaint(service_->logLines()); !complaint.empty())
-            how += ", saying: " + complaint;
+            how = localized("{}, saying: {}", how, complaint);
         return fail(&error_, ErrorCode::ServiceNotStarted,
-                    fmt::format("the rendering service {} cannot be used: {}", *program, how));
+                    localized("the rendering service {} cannot be used: {}", *program, how));
     }
     connection_->setRemoteObjectInterface(morStilloraVideoCreatorProtocol::interface());
     connection_->setExportedInterface(morStilloraXPCCreatorUpdateProtocol::interface());
@@ -443,8 +444,8 @@ Result<Movie> MovieMaker::Job::finish(Ending ending)
         service_->kill();
         endService();
         fail(&error_, ErrorCode::ServiceStalled,
-             fmt::format("the rendering service was ended, since it reported nothing for {}",
-                         secondsText(maker_.limits_.stall)));
+             localized("the rendering service was ended, since it reported nothing for {}",
+                       secondsText(maker_.limits_.stall)));
         return failed();
     }
     if (maker_.isCancelled()) {
@@ -464,9 +465,9 @@ Result<Movie> MovieMaker::Job::finish(Ending ending)
     const bool isConnectionLost = !answer_ || (answer_->error && isEndOfConnection(*answer_->error));
     if (isConnectionLost && service_->waitForEnd(kGoodbye)) {
         endService();
-        std::string reason = "the rendering service ended unexpectedly " + service_->howItEnded();
+        std::string reason = localized("the rendering service ended unexpectedly {}", service_->howItEnded());
         if (const std::string complaint = lastComplaint(service_->logLines()); !complaint.empty())
-            reason += ", saying: " + complaint;
+            reason = localized("{}, saying: {}", reason, complaint);
         fail(&error_, ErrorCode::ServiceEnded, std::move(reason));
         return failed();
     }
@@ -481,14 +482,14 @@ void MovieMaker::Job::explainFailure(const Mailbox::Answer& answer)
     const std::string complaint = lastComplaint(service_->logLines());
     const bool isFull = leastFree_ < kFullDiskBytes || complaint.find("No space left") != std::string::npos;
     if (isFull)
-        fail(&error_, ErrorCode::DiskFull,
-             fmt::format("no movie was made: the disk of {} is full", saveFolder_.path()));
+        fail(&error_, ErrorCode::DiskFull, localized("no movie was made: the disk of {} is full", saveFolder_.path()));
     else if (answer.error)
         error_ = *answer.error;
     else if (!complaint.empty())
-        fail(&error_, ErrorCode::ServiceFailed, "no movie was made; the rendering service said: " + complaint);
+        fail(&error_, ErrorCode::ServiceFailed,
+             localized("no movie was made; the rendering service said: {}", complaint));
     else
-        fail(&error_, ErrorCode::ServiceFailed, "no movie was made; the rendering service gave no reason");
+        fail(&error_, ErrorCode::ServiceFailed, localized("no movie was made; the rendering service gave no reason"));
 }
 
 /// The movie for the web, read back as well; the one that was made if there is nothing to do.

@@ -1,6 +1,7 @@
 #include <stillora/Movie.h>
 
 #include "audio/SoundtrackAssembly.h"
+#include "client/LocalizedText.h"
 #include "client/Text.h"
 #include "video/SilentVideo.h"
 #include "video/VideoSize.h"
@@ -54,9 +55,9 @@ Result<void> planMusic(const MovieWish& wish, MoviePlan& plan)
         if (plan.sounds.size() == kMaxSounds)
             return Error{ErrorCode::OutOfRange,
                          {},
-                         fmt::format("the music is too short to be repeated for {}: that takes more than {} "
-                                     "repeats",
-                                     secondsText(end), kMaxSounds)};
+                         localized("the music is too short to be repeated for {}: that takes more than {} "
+                                   "repeats",
+                                   secondsText(end), kMaxSounds)};
         const size_t source = i % wish.sounds.size();
         const SoundFacts& sound = wish.sounds[source];
         PlannedSound piece{source, sound.selection, sound.length};
@@ -124,7 +125,7 @@ platform::CGSize sizeForMost(const std::vector<PhotoFacts>& photos)
 Result<MoviePlan> planMovie(const MovieWish& wish)
 {
     if (wish.photos.empty())
-        return Error{ErrorCode::NothingToShow, {}, "there is no photo to show"};
+        return Error{ErrorCode::NothingToShow, {}, localized("there is no photo to show")};
 
     MoviePlan plan;
     const auto photoCount = static_cast<double>(wish.photos.size());
@@ -136,9 +137,9 @@ Result<MoviePlan> planMovie(const MovieWish& wish)
     if (!(plan.timePerPhoto >= kMinTimePerPhoto && plan.timePerPhoto <= kMaxTimePerPhoto))
         return Error{ErrorCode::OutOfRange,
                      {},
-                     fmt::format("{} a photo is out of range: from {} to {} can be shown",
-                                 secondsText(std::max(plan.timePerPhoto, Seconds(0))), secondsText(kMinTimePerPhoto),
-                                 secondsText(kMaxTimePerPhoto))};
+                     localized("{} a photo is out of range: from {} to {} can be shown",
+                               secondsText(std::max(plan.timePerPhoto, Seconds(0))), secondsText(kMinTimePerPhoto),
+                               secondsText(kMaxTimePerPhoto))};
 
     plan.framesPerPhoto = (kFramesBeforeWriting + wish.photos.size() - 1) / wish.photos.size();
     plan.timePerFrame = plan.timePerPhoto / static_cast<double>(plan.framesPerPhoto);

@@ -2,6 +2,7 @@
 
 #include <stillora/Movie.h>
 
+#include "client/LocalizedText.h"
 #include "client/Text.h"
 
 #include <algorithm>
@@ -29,7 +30,7 @@ constexpr size_t kMaxQuotedBytes = 60;
 
 std::string inQuotes(const std::string& text)
 {
-    return fmt::format("\"{}\"", prefixOfBytes(printable(text), kMaxQuotedBytes));
+    return localized("\"{}\"", prefixOfBytes(printable(text), kMaxQuotedBytes));
 }
 
 class Reader final {
@@ -45,7 +46,7 @@ public:
             return std::nullopt;
         if (const T* found = object->as<T>())
             return *found;
-        fault(key, "is of another kind");
+        fault(key, localized("is of another kind"));
         return std::nullopt;
     }
     template <typename T>
@@ -61,7 +62,7 @@ public:
     }
     void fault(std::string_view key, const std::string& what) const
     {
-        faults_.push_back(fmt::format("the setting \"{}\" {}", key, what));
+        faults_.push_back(localized("the setting \"{}\" {}", key, what));
     }
 
 private:
@@ -91,7 +92,7 @@ MovieSettings readMovieSettings(const PropertyList::Dictionary& saved, std::vect
             settings.timePerPhoto = Seconds(*seconds);
         else
             reader.fault(kSecondsPerPhotoKey,
-                         seconds ? fmt::format("is out of range: {}", *seconds) : "is of another kind");
+                         seconds ? localized("is out of range: {}", *seconds) : localized("is of another kind"));
     }
     reader.read(kQualityKey, settings.quality);
     std::string codec = settings.codec;
@@ -99,7 +100,7 @@ MovieSettings readMovieSettings(const PropertyList::Dictionary& saved, std::vect
     if (std::find(kMovieCodecs.begin(), kMovieCodecs.end(), codec) != kMovieCodecs.end())
         settings.codec = codec;
     else
-        reader.fault(kCodecKey, fmt::format("is {}, which is no codec", inQuotes(codec)));
+        reader.fault(kCodecKey, localized("is {}, which is no codec", inQuotes(codec)));
     reader.read(kLoopsSoundsKey, settings.loopsSounds);
     reader.read(kFitsMusicKey, settings.fitsMusic);
     reader.read(kFillsSilenceKey, settings.fillsSilence);
@@ -108,7 +109,7 @@ MovieSettings readMovieSettings(const PropertyList::Dictionary& saved, std::vect
         settings.watermark = *draws ? Watermark::Drawn : Watermark::Absent;
     if (const auto title = reader.value<std::string>(kTitleKey)) {
         if (const auto fault = faultOfTitle(*title))
-            reader.fault(kTitleKey, fmt::format("is {}, which {}", inQuotes(*title), *fault));
+            reader.fault(kTitleKey, localized("is {}, which {}", inQuotes(*title), *fault));
         else
             settings.title = *title;
     }

@@ -1,5 +1,6 @@
 #include <stillora/Movie.h>
 
+#include "client/LocalizedText.h"
 #include "client/Text.h"
 #include "platform/files/NSURL.h"
 #include "platform/foundation/NSString.h"
@@ -15,17 +16,17 @@ namespace stillora {
 std::optional<std::string> faultOfTitle(const std::string& title)
 {
     if (!platform::isValidUTF8(title))
-        return "is not valid UTF-8";
+        return localized("is not valid UTF-8");
     if (printable(title) != title)
-        return "holds control characters";
+        return localized("holds control characters");
     if (title.find_first_not_of(' ') == std::string::npos)
-        return "is empty";
+        return localized("is empty");
     if (title.find('/') != std::string::npos)
-        return "holds a \"/\", which no file name can";
+        return localized("holds a \"/\", which no file name can");
     if (title.front() == '.')
-        return "begins with a dot, which would hide the movie";
+        return localized("begins with a dot, which would hide the movie");
     if (title.size() > kMaxTitleBytes)
-        return fmt::format("is {} bytes long; {} are possible", title.size(), kMaxTitleBytes);
+        return localized("is {} bytes long; {} are possible", title.size(), kMaxTitleBytes);
     return std::nullopt;
 }
 

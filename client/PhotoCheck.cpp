@@ -1,6 +1,7 @@
 #include <stillora/Photos.h>
 
 #include "client/FileReason.h"
+#include "client/LocalizedText.h"
 #include "platform/decoders/CGImageSource.h"
 #include "platform/dispatch/NSOperationQueue.h"
 #include "platform/files/NSURL.h"
@@ -60,12 +61,12 @@ Findings::Finding lookInto(const PhotoCandidate& candidate)
         return bad(reasonOfErrno(errno));
     // Anything else might keep whoever opens it waiting.
     if (!S_ISREG(status.st_mode))
-        return bad("is not a regular file");
+        return bad(localized("is not a regular file"));
     if (access(candidate.path.c_str(), R_OK) != 0)
         return bad(reasonOfErrno(errno));
     const bool mayBeAnything = candidate.origin == PhotoCandidate::Origin::FoundAsFile;
     if (status.st_size == 0 && !mayBeAnything)
-        return bad("is empty");
+        return bad(localized("is empty"));
 
     const auto url = platform::NSURL::fileURLWithPath(candidate.path.native(), false);
     NSError error;
@@ -98,9 +99,9 @@ Findings::Finding lookInto(const PhotoCandidate& candidate)
 
 } // namespace
 
-std::string_view reasonOfCutOffPhoto()
+std::string reasonOfCutOffPhoto()
 {
-    return "is damaged: its end is missing, and it is shown as far as it goes";
+    return localized("is damaged: its end is missing, and it is shown as far as it goes");
 }
 
 CheckedPhotos checkPhotos(const std::vector<PhotoCandidate>& candidates,

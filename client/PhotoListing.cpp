@@ -3,6 +3,7 @@
 #include <stillora/Document.h>
 
 #include "client/FileReason.h"
+#include "client/LocalizedText.h"
 #include "client/Text.h"
 #include "platform/files/NSURL.h"
 #include "platform/foundation/NSString.h"
@@ -96,7 +97,7 @@ public:
     {
         const auto names = namesIn(path);
         if (!names) {
-            listing_.bad.push_back({path, fmt::format("the folder cannot be read: {}", reasonOfErrno(errno)), index_});
+            listing_.bad.push_back({path, localized("the folder cannot be read: {}", reasonOfErrno(errno)), index_});
             return;
         }
         std::vector<std::string> inner;
@@ -149,20 +150,18 @@ void listFolder(const std::string& path, size_t index, FolderSounds sounds, Inne
         // A folder that cannot be read is told already.
         if (listing.bad.size() == badBefore)
             listing.bad.push_back({path,
-                                   sounds == FolderSounds::Listed ? "the folder holds no photos and no sounds"
-                                                                  : "the folder holds no photos",
+                                   sounds == FolderSounds::Listed
+                                       ? localized("the folder holds no photos and no sounds")
+                                       : localized("the folder holds no photos"),
                                    index});
         return;
     }
     if (passed.others > 0)
-        addNote(listing,
-                fmt::format("{}: {} passed over", path,
-                            passed.others == 1 ? "1 file that is no photo was"
-                                               : fmt::format("{} files that are no photos were", passed.others)));
+        addNote(listing, localizedCount(passed.others, "{1}: {0} file that is no photo was passed over",
+                                        "{1}: {0} files that are no photos were passed over", path));
     if (passed.folders > 0)
-        addNote(listing, fmt::format("{}: {} not looked into", path,
-                                     passed.folders == 1 ? "1 folder inside was"
-                                                         : fmt::format("{} folders inside were", passed.folders)));
+        addNote(listing, localizedCount(passed.folders, "{1}: {0} folder inside was not looked into",
+                                        "{1}: {0} folders inside were not looked into", path));
 }
 
 } // namespace

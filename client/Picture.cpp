@@ -3,6 +3,7 @@
 
 #include "client/ClientError.h"
 #include "client/DataBytes.h"
+#include "client/LocalizedText.h"
 #include "client/WatermarkChoice.h"
 #include "platform/decoders/CGImageSource.h"
 #include "platform/graphics/NSImage.h"
@@ -89,7 +90,7 @@ std::shared_ptr<CGImage> imageOf(const PhotoFrame& frame)
 Result<Bytes> pngOf(const std::optional<platform::NSData>& file)
 {
     if (!file)
-        return Error{ErrorCode::Failed, {}, "there is not enough memory for the picture"};
+        return Error{ErrorCode::Failed, {}, localized("there is not enough memory for the picture")};
     return bytesOf(*file);
 }
 
@@ -107,7 +108,7 @@ Result<Frame> renderFrame(const PhotoFacts& photo, const FrameStyle& style)
     auto image = frame ? imageOf(*frame) : nullptr;
     if (!image)
         return Error{ErrorCode::Unsupported, photo.path,
-                     fmt::format("{}: no frame could be made of it", photo.path.native())};
+                     localized("{}: no frame could be made of it", photo.path.native())};
     if (style.showsFaces)
         drawFaces(*image, *frame);
     auto picture = pngOf(platform::NSImage(std::move(image), {}).pngData());
@@ -149,7 +150,7 @@ Result<Bytes> pictureAsPNG(std::span<const std::byte> picture)
     platform::NSError error;
     const auto image = platform::NSImage::imageWithData(dataOf(picture), &error);
     if (!image || !image->render())
-        return Error{ErrorCode::Unsupported, {}, "this is no picture that can be read"};
+        return Error{ErrorCode::Unsupported, {}, localized("this is no picture that can be read")};
     return pngOf(image->pngData());
 }
 

@@ -2,6 +2,7 @@
 
 #include "client/ClientError.h"
 #include "client/FileCopy.h"
+#include "client/LocalizedText.h"
 #include "client/Text.h"
 #include "platform/dispatch/NSOperationQueue.h"
 #include "platform/files/NSURL.h"
@@ -105,19 +106,20 @@ bool ResourceCopier::reserve(std::string_view folder, const std::vector<std::str
     for (const auto& part : std::filesystem::path(folder)) {
         path += "/" + part.native();
         if (into && mkdirat(into.get(), part.c_str(), 0777) != 0 && errno != EEXIST)
-            return platform::failWithErrno(error, errno, "the folder " + path + " cannot be made");
+            return platform::failWithErrno(error, errno, localized("the folder {} cannot be made", path));
         if (into)
             into.reset(openat(into.get(), part.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     }
     if (!into)
-        return platform::failWithErrno(error, errno, "the folder " + path + " cannot be used");
+        return platform::failWithErrno(error, errno, localized("the folder {} cannot be used", path));
 
     // Where the search for a free name has got to, for many files of one name.
     std::map<std::string, size_t> numbers;
     for (const std::string& source : sources) {
         struct stat status = {};
         if (stat(source.c_str(), &status) != 0)
-            return platform::failWithErrno(error, errno, source + " cannot be read", platform::FileAccess::Reading);
+            return platform::failWithErrno(error, errno, localized("{} cannot be read", source),
+                                           platform::FileAccess::Reading);
         const auto [known, isFirst] = known_.try_emplace({kind, {status.st_dev, status.st_ino}}, copies_.size());
         indices_.push_back(known->second);
         if (!isFirst)
@@ -134,7 +136,7 @@ bool ResourceCopier::reserve(std::string_view folder, const std::vector<std::str
         } while (!file && errno == EEXIST);
         if (!file)
             return platform::failWithErrno(error, errno,
-                                           fmt::format("{} cannot be copied to {}/{}", source, path, free));
+                                           localized("{} cannot be copied to {}", source, path + "/" + free));
         copies_.push_back({source, path + "/" + free, kind, creationDateOf(source), 0, std::nullopt});
         byteCount_ += static_cast<uint64_t>(std::max<off_t>(status.st_size, 0));
     }
@@ -187,7 +189,7 @@ bool ResourceCopier::copy(const std::function<bool(const CopyProgress&)>& progre
     if (work->failure && error)
         *error = *work->failure;
     if (isCancelled && !work->failure)
-        return fail(error, ErrorCode::Cancelled, "stopped");
+        return fail(error, ErrorCode::Cancelled, localized("stopped"));
     return !work->failure;
 }
 

@@ -2,6 +2,7 @@
 
 #include "client/ClientError.h"
 #include "client/FileReason.h"
+#include "client/LocalizedText.h"
 #include "client/Text.h"
 #include "platform/foundation/InstalledFiles.h"
 
@@ -124,6 +125,31 @@ int movedUp(int descriptor)
     _exit(127);
 }
 
+std::string alternatives(const std::vector<std::string>& places)
+{
+    std::string text;
+    for (const std::string& place : places)
+        text = text.empty() ? place : localized("{} or {}", text, place);
+    return text;
+}
+
+/// As the system calls it; the translations know those by which programs are ended.
+std::string nameOfSignal(int signal)
+{
+    static constexpr std::array kNames{translatable("Aborted"),
+                                       translatable("Bus error"),
+                                       translatable("CPU time limit exceeded"),
+                                       translatable("File size limit exceeded"),
+                                       translatable("Floating point exception"),
+                                       translatable("Illegal instruction"),
+                                       translatable("Killed"),
+                                       translatable("Segmentation fault"),
+                                       translatable("Terminated")};
+    static_cast<void>(kNames);
+    const char* const name = sigdescr_np(signal);
+    return name ? localized(name) : std::to_string(signal);
+}
+
 } // namespace
 
 std::optional<std::string> ServiceProcess::findProgram(platform::NSError* error)
@@ -132,17 +158,16 @@ std::optional<std::string> ServiceProcess::findProgram(platform::NSError* error)
         if (access(named, X_OK) == 0)
             return named;
         fail(error, ErrorCode::ServiceNotFound,
-             fmt::format("{}, named by {}, is no program: {}", printable(named), kProgramVariable,
-                         reasonOfErrno(errno)));
+             localized("{}, named by {}, is no program: {}", printable(named), kProgramVariable, reasonOfErrno(errno)));
         return std::nullopt;
     }
     const auto places = platform::installedPlaces(platform::InstalledFolder::Services, kProgramName);
     for (const std::string& place : places)
         if (access(place.c_str(), X_OK) == 0)
             return place;
-    fail(error, ErrorCode::ServiceNotFound,
-         fmt::format("the rendering service was not found as {}; {} may name it", fmt::join(places, " or "),
-                     kProgramVariable));
+    fail(
+        error, ErrorCode::ServiceNotFound,
+        localized("the rendering service was not found as {}; {} may name it", alternatives(places), kProgramVariable));
     return std::nullopt;
 }
 
@@ -151,7 +176,7 @@ std::unique_ptr<ServiceProcess> ServiceProcess::start(const std::string& program
 {
     const auto refuse = [&](int errnoValue) {
         fail(error, ErrorCode::ServiceNotStarted,
-             fmt::format("the rendering service {} cannot be started: {}", program, reasonOfErrno(errnoValue)));
+             localized("the rendering service {} cannot be started: {}", program, reasonOfErrno(errnoValue)));
         return nullptr;
     };
     std::array<int, 2> ends{};
@@ -292,8 +317,8 @@ std::string ServiceProcess::howItEnded() const
     if (!status_)
         return {};
     if (WIFSIGNALED(*status_))
-        return fmt::format("by signal {} ({})", WTERMSIG(*status_), strsignal(WTERMSIG(*status_)));
-    return fmt::format("with exit status {}", WEXITSTATUS(*status_));
+        return localized("by signal {} ({})", WTERMSIG(*status_), nameOfSignal(WTERMSIG(*status_)));
+    return localized("with exit status {}", WEXITSTATUS(*status_));
 }
 
 } // namespace stillora

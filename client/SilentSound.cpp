@@ -1,5 +1,6 @@
 #include "client/SilentSound.h"
 
+#include "client/LocalizedText.h"
 #include "platform/foundation/FileDescriptor.h"
 
 #include <array>
@@ -60,7 +61,7 @@ bool writeSilence(const std::string& path, double seconds, int sampleRateHz, int
     // What is never written reads as zeros.
     if (!file || write(file.get(), bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size()) ||
         ftruncate(file.get(), static_cast<off_t>(bytes.size() + dataBytes)) != 0)
-        return platform::failWithErrno(error, errno, path + " cannot be written");
+        return platform::failWithErrno(error, errno, localized("{} cannot be written", path));
     return true;
 }
 

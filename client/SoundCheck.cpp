@@ -1,6 +1,7 @@
 #include <stillora/Sounds.h>
 
 #include "client/FileReason.h"
+#include "client/LocalizedText.h"
 #include "client/Text.h"
 #include "platform/media/AVURLAsset.h"
 #include "platform/media/CMTime.h"
@@ -36,11 +37,11 @@ Measure measure(const std::string& path)
         return bad(reasonOfErrno(errno));
     // Anything else might keep whoever opens it waiting.
     if (!S_ISREG(status.st_mode))
-        return bad("is not a regular file");
+        return bad(localized("is not a regular file"));
     if (access(path.c_str(), R_OK) != 0)
         return bad(reasonOfErrno(errno));
     if (status.st_size == 0)
-        return bad("is empty");
+        return bad(localized("is empty"));
     platform::AVURLAsset::Options options;
     options.preferPreciseDurationAndTiming = true;
     const platform::AVURLAsset asset(platform::NSURL::fileURLWithPath(path, false), options);
@@ -49,10 +50,10 @@ Measure measure(const std::string& path)
         return track.mediaType == platform::kAVMediaTypeAudio;
     });
     if (sound == tracks.end())
-        return bad(tracks.empty() ? "is no sound file that can be read" : "has no sound");
+        return bad(tracks.empty() ? localized("is no sound file that can be read") : localized("has no sound"));
     const double seconds = platform::CMTimeGetSeconds(asset.duration());
     if (!std::isfinite(seconds) || seconds <= 0)
-        return bad("has no length");
+        return bad(localized("has no length"));
     return {Seconds(seconds), sound->timeRange.duration.timescale, {}};
 }
 
@@ -84,15 +85,15 @@ CheckedSounds checkSounds(const std::vector<SoundArgument>& arguments)
         const Seconds end = argument.end.value_or(file.length);
         if (!std::isfinite(start.count()) || !std::isfinite(end.count()) || start.count() < 0 ||
             (argument.end && end <= start)) {
-            bad("has a selection that holds nothing");
+            bad(localized("has a selection that holds nothing"));
             continue;
         }
         if (start >= file.length)
-            bad(fmt::format("is only {} long, and cannot be played from {}", secondsText(file.length),
-                            secondsText(start)));
+            bad(localized("is only {} long, and cannot be played from {}", secondsText(file.length),
+                          secondsText(start)));
         else if (end > file.length + kEndTolerance)
-            bad(fmt::format("is only {} long, and cannot be played up to {}", secondsText(file.length),
-                            secondsText(end)));
+            bad(localized("is only {} long, and cannot be played up to {}", secondsText(file.length),
+                          secondsText(end)));
         else
             checked.good.push_back({argument.path, SoundFacts::Selection{start, std::min(end, file.length)},
                                     std::min(end, file.length) - start, file.sampleRateHz});

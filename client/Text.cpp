@@ -1,5 +1,6 @@
 #include "client/Text.h"
 
+#include "client/LocalizedText.h"
 #include "platform/foundation/NSString.h"
 
 #include <algorithm>
@@ -39,6 +40,13 @@ Character characterAt(std::string_view text, size_t position)
     if (isOverlong || value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF))
         return {};
     return {value, length};
+}
+
+/// For people, who write a comma in many languages; options and JSON keep the point.
+std::string withLocalizedPoint(const std::string& number)
+{
+    const size_t point = number.find('.');
+    return point == std::string::npos ? number : localized("{}.{}", number.substr(0, point), number.substr(point + 1));
 }
 
 int columnsOf(char32_t character)
@@ -128,25 +136,28 @@ std::string secondsText(Seconds time)
         number.erase(number.find_last_not_of('0') + 1);
         if (number.ends_with('.'))
             number.pop_back();
-        return number + " s";
+        return localized("{} s", withLocalizedPoint(number));
     }
     const auto whole = static_cast<int64_t>(std::llround(seconds));
     if (whole < 3600)
-        return whole % 60 == 0 ? fmt::format("{} min", whole / 60) : fmt::format("{} min {} s", whole / 60, whole % 60);
-    return whole / 60 % 60 == 0 ? fmt::format("{} h", whole / 3600)
-                                : fmt::format("{} h {} min", whole / 3600, whole / 60 % 60);
+        return whole % 60 == 0 ? localized("{} min", whole / 60) : localized("{} min {} s", whole / 60, whole % 60);
+    return whole / 60 % 60 == 0 ? localized("{} h", whole / 3600)
+                                : localized("{} h {} min", whole / 3600, whole / 60 % 60);
 }
 
 std::string bytesText(double bytes)
 {
-    constexpr const char* kUnits[] = {"bytes", "kB", "MB", "GB", "TB"};
+    // "0 bytes" and "1 bytes", as the number says how exact it is.
+    constexpr const char* kUnits[] = {translatable("{} bytes"), translatable("{} kB"), translatable("{} MB"),
+                                      translatable("{} GB"), translatable("{} TB")};
     size_t unit = 0;
     while (bytes >= 1000 && unit + 1 < std::size(kUnits)) {
         bytes /= 1000;
         ++unit;
     }
-    return unit == 0 || bytes >= 100 ? fmt::format("{:.0f} {}", bytes, kUnits[unit])
-                                     : fmt::format("{:.1f} {}", bytes, kUnits[unit]);
+    const std::string number =
+        unit == 0 || bytes >= 100 ? fmt::format("{:.0f}", bytes) : withLocalizedPoint(fmt::format("{:.1f}", bytes));
+    return localizedFormat(kUnits[unit], fmt::make_format_args(number));
 }
 
 } // namespace stillora

@@ -4,6 +4,7 @@
 #include "client/ClientError.h"
 #include "client/DataBytes.h"
 #include "client/JobFolder.h"
+#include "client/LocalizedText.h"
 #include "client/SoundRange.h"
 #include "platform/files/NSFileManager.h"
 #include "platform/media/AVAssetExportSession.h"
@@ -37,7 +38,7 @@ constexpr double kProgressSeconds = 0.1;
 
 Error stopped(const SoundFacts& sound)
 {
-    return {ErrorCode::Cancelled, sound.path, "stopped"};
+    return {ErrorCode::Cancelled, sound.path, localized("stopped")};
 }
 
 std::shared_ptr<platform::AVURLAsset> preciseAsset(const SoundFacts& sound)
@@ -76,7 +77,7 @@ std::optional<Error> finish(AVAssetExportSession& session, const SoundFacts& sou
     const auto error = session.error();
     if (error && error->code == platform::kAVErrorOperationNotSupportedForAsset)
         return Error{ErrorCode::NeedsEncoding, sound.path,
-                     fmt::format("{}: its sound cannot be cut without encoding it anew", sound.path.native())};
+                     localized("{}: its sound cannot be cut without encoding it anew", sound.path.native())};
     return error ? std::optional(errorOf(*error, sound.path)) : std::nullopt;
 }
 
@@ -107,15 +108,15 @@ Result<Bytes> drawWaveform(const SoundFacts& sound, const WaveformStyle& style, 
     if (!isEdge(style.width) || !isEdge(style.height))
         return Error{ErrorCode::OutOfRange,
                      {},
-                     fmt::format("a picture of {} x {} pixels cannot be drawn: each edge has from 1 to {}", style.width,
-                                 style.height, WaveformStyle::kMostPixels)};
+                     localized("a picture of {} x {} pixels cannot be drawn: each edge has from 1 to {}", style.width,
+                               style.height, WaveformStyle::kMostPixels)};
     const auto failed = [&](const std::string& reason) {
         return Error{ErrorCode::Unsupported, sound.path, fmt::format("{}: {}", sound.path.native(), reason)};
     };
     const auto asset = preciseAsset(sound);
     const auto tracks = asset->tracksWithMediaType(platform::kAVMediaTypeAudio);
     if (tracks.empty())
-        return failed("it cannot be read any more");
+        return failed(localized("it cannot be read any more"));
     bool isStopped = false;
     NSError error;
     const auto drawn = MORAudioWaveImage::drawTrack(
@@ -128,7 +129,7 @@ Result<Bytes> drawWaveform(const SoundFacts& sound, const WaveformStyle& style, 
         return failed(error.localizedDescription);
     const auto file = (style.ground == WaveformStyle::Ground::White ? onWhite(drawn) : drawn)->pngData();
     if (!file)
-        return Error{ErrorCode::Failed, {}, "there is not enough memory for the picture"};
+        return Error{ErrorCode::Failed, {}, localized("there is not enough memory for the picture")};
     return bytesOf(*file);
 }
 
@@ -193,7 +194,7 @@ Result<SoundFile> trimSound(const SoundFacts& sound, const std::filesystem::path
     if (platform::NSFileManager::defaultManager().moveItemAtURL(growing, place, &error))
         return made;
     if (error.code == platform::kNSFileWriteFileExistsError)
-        error.localizedDescription = fmt::format("{} exists already, and is not replaced", file.native());
+        error.localizedDescription = localized("{} exists already, and is not replaced", file.native());
     return errorOf(error, file);
 }
 

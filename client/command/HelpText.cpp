@@ -1,5 +1,8 @@
 #include "client/command/HelpText.h"
 
+#include "client/LocalizedText.h"
+#include "client/Text.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -9,31 +12,42 @@ namespace stillora {
 
 namespace {
 
-constexpr size_t kColumns = 80;
+constexpr int kColumns = 80;
 /// Where what an option does begins.
-constexpr size_t kTextColumn = 21;
+constexpr int kOptionColumn = 21;
+/// Where what a command does begins.
+constexpr int kCommandColumn = 21;
+constexpr int kVerbColumn = 12;
+constexpr int kStatusColumn = 7;
 
-/// The words in lines that begin at the text's column, after what stands on the first line already.
-std::string wrapped(std::string line, std::string_view text)
+std::string blanks(int count)
+{
+    return std::string(static_cast<size_t>(std::max(count, 0)), ' ');
+}
+
+/// The words in lines that begin at a column, after what stands on the first line already.
+std::string wrapped(const std::string& label, std::string_view text, int column)
 {
     std::string result;
-    if (line.size() >= kTextColumn) {
-        result = line + "\n";
+    std::string line = label;
+    // A blank is left between the two.
+    if (!label.empty() && displayWidth(label) >= column) {
+        result = label + "\n";
         line.clear();
     }
-    line.resize(kTextColumn, ' ');
+    line += blanks(column - displayWidth(line));
+    bool isFirst = true;
     while (!text.empty()) {
         const std::string_view word = text.substr(0, text.find(' '));
         text.remove_prefix(std::min(text.size(), word.size() + 1));
-        const bool isFirst = line.size() == kTextColumn;
-        if (!isFirst && line.size() + 1 + word.size() > kColumns) {
+        if (!isFirst && displayWidth(line) + 1 + displayWidth(word) > kColumns) {
             result += line + "\n";
-            line.assign(kTextColumn, ' ');
-            line += word;
-            continue;
+            line = blanks(column);
+            isFirst = true;
         }
         line += (isFirst ? "" : " ");
         line += word;
+        isFirst = false;
     }
     return result + line + "\n";
 }
@@ -46,14 +60,14 @@ std::string lineOf(const Option& option)
     label += "--" + option.name;
     if (option.takesValue())
         label += " " + option.value;
-    return wrapped(std::move(label), option.help);
+    return wrapped(label, option.help, kOptionColumn);
 }
 
 std::string optionsOf(const CommandText& command)
 {
     std::string text;
     for (const OptionGroup& group : optionGroups(command)) {
-        text += group.title + ":\n";
+        text += group.title + "\n";
         for (const Option* option : group.options)
             text += lineOf(*option);
     }
@@ -67,11 +81,12 @@ const CommandText& commandNamed(std::string_view name)
 
 std::string usageOf(const CommandText& command)
 {
+    const std::string usage = localized("Usage:");
     std::string text;
     for (const CommandForm& form : command.forms)
-        text += fmt::format("{} stillora {}{} {}{}\n", text.empty() ? "Usage:" : "      ", command.name,
-                            form.verb.empty() ? "" : " " + form.verb, form.operands,
-                            form.options.empty() ? "" : " [OPTION]...");
+        text += fmt::format("{} stillora {}{} {}{}\n", text.empty() ? usage : blanks(displayWidth(usage)), command.name,
+                            form.verb.empty() ? "" : fmt::format(" {}", form.verb), form.operands,
+                            form.options.empty() ? "" : fmt::format(" {}", localized("[OPTION]...")));
     return text;
 }
 
@@ -80,8 +95,24 @@ std::string verbsOf(const CommandText& command)
     std::string text;
     for (const CommandForm& form : command.forms)
         if (!form.verb.empty())
-            text += fmt::format("  {:<9} {}\n", form.verb, form.summary);
+            text += wrapped(fmt::format("  {}", form.verb), form.summary, kVerbColumn);
     return text.empty() ? text : text + "\n";
+}
+
+std::string aboutOf(const CommandText& command)
+{
+    std::string text;
+    for (const std::string& paragraph : command.about)
+        text += fmt::format("{}{}", text.empty() ? "" : "\n", wrapped("", paragraph, 0));
+    return text;
+}
+
+std::string statusesOf(const CommandText& command)
+{
+    std::string text = localized("Exit status:") + "\n";
+    for (const auto& [status, meaning] : command.exitStatuses)
+        text += wrapped(fmt::format("  {}", status), meaning, kStatusColumn);
+    return text;
 }
 
 } // namespace
@@ -110,11 +141,11 @@ std::vector<OptionGroup> optionGroups(const CommandText& command)
             const bool isAll = shared.verbs.size() == command.forms.size();
             const std::string last = shared.verbs.back();
             const std::vector<std::string> others(shared.verbs.begin(), shared.verbs.end() - 1);
-            const std::string title = command.forms.size() == 1 ? "Options of " + command.name
-                                      : isAll                   ? "Options of all"
+            const std::string title = command.forms.size() == 1 ? localized("Options of {}:", command.name)
+                                      : isAll                   ? localized("Options of all:")
                                       : others.empty()
-                                          ? "Options of " + last
-                                          : fmt::format("Options of {} and {}", fmt::join(others, ", "), last);
+                                          ? localized("Options of {}:", last)
+                                          : localized("Options of {} and {}:", fmt::join(others, ", "), last);
             group = groups.insert(groups.end(), {shared.verbs, {title, {}}});
         }
         group->second.options.push_back(shared.option);
@@ -128,22 +159,22 @@ std::vector<OptionGroup> optionGroups(const CommandText& command)
 std::string helpOf(std::string_view name)
 {
     const CommandText& command = commandNamed(name);
-    return fmt::format("{}\n{}\n{}{}\nExit status:\n{}", usageOf(command), command.about, verbsOf(command),
-                       optionsOf(command), command.exitStatuses);
+    return fmt::format("{}\n{}\n{}{}\n{}", usageOf(command), aboutOf(command), verbsOf(command), optionsOf(command),
+                       statusesOf(command));
 }
 
 std::string generalHelp()
 {
-    std::string text = "Usage: stillora COMMAND [ARGUMENT]...\n"
-                       "       stillora COMMAND --help\n"
-                       "       stillora --help | --version\n\n"
-                       "Makes movies of photos.\n\n"
-                       "Commands:\n";
+    const std::string usage = localized("Usage:");
+    const std::string indent = blanks(displayWidth(usage));
+    std::string text = fmt::format("{} stillora {}\n{} stillora {}\n{} stillora --help | --version\n\n{}\n\n{}\n",
+                                   usage, localized("COMMAND [ARGUMENT]..."), indent, localized("COMMAND --help"),
+                                   indent, localized("Makes movies of photos."), localized("Commands:"));
     for (const CommandText& command : commandTexts())
-        text += fmt::format("  {:<18} {}\n", command.name, command.summary);
+        text += wrapped(fmt::format("  {}", command.name), command.summary, kCommandColumn);
     const CommandText& create = commandNamed("create");
-    return text + "\n" + optionsOf(create) + "\nExit status:\n" + create.exitStatuses +
-           "\nMore: stillora COMMAND --help, man stillora\n";
+    return fmt::format("{}\n{}\n{}\n{}\n", text, optionsOf(create), statusesOf(create),
+                       localized("More: stillora COMMAND --help, man stillora"));
 }
 
 } // namespace stillora

@@ -19,7 +19,7 @@ std::string helpOf(std::string_view name);
 
 /// Options that the same forms of a command take.
 struct OptionGroup {
-    /// "Options of new and add".
+    /// "Options of new and add:", in the user's language.
     std::string title;
     std::vector<const Option*> options;
 };

@@ -156,7 +156,7 @@ std::vector<BadFile> MovieCommand::damagedOf(const std::vector<PhotoFacts>& phot
     std::set<std::filesystem::path> named;
     for (size_t i = 0; i < photos.size(); ++i)
         if (photos[i].isCutOff && named.insert(photos[i].path).second)
-            damaged.push_back({photos[i].path, std::string(reasonOfCutOffPhoto()), i});
+            damaged.push_back({photos[i].path, reasonOfCutOffPhoto(), i});
     return damaged;
 }
 

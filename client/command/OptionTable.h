@@ -62,19 +62,21 @@ struct CommandForm {
     std::vector<const Option*> options = {};
 };
 
+/// Exit statuses, as they are listed, and what each means.
+using ExitStatuses = std::vector<std::pair<std::string, std::string>>;
+
 /// What `stillora NAME` takes and says of itself.
 struct CommandText {
     std::string name = {};
-    /// For the list of commands; at most 59 columns.
+    /// For the list of commands.
     std::string summary = {};
-    /// Paragraphs of the help, in lines of at most 80 columns.
-    std::string about = {};
-    /// What each exit status means, in lines as the help shows them.
-    std::string exitStatuses = {};
+    /// Paragraphs of the help.
+    std::vector<std::string> about = {};
+    ExitStatuses exitStatuses = {};
     std::vector<CommandForm> forms = {};
 };
 
-/// Every command, in the order of the general help.
+/// Every command, in the order of the general help; its texts are in the user's language as it is at the first call.
 const std::vector<CommandText>& commandTexts();
 
 /// @param name  "create", or with its verb "document new"; must be in the table

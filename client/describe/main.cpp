@@ -300,7 +300,7 @@ Fillings manualFillings()
         std::string text;
         for (const OptionGroup& group : optionGroups(command)) {
             if (command.forms.size() > 1)
-                text += fmt::format(".PP\n{}:\n", group.title);
+                text += fmt::format(".PP\n{}\n", group.title);
             for (const Option* option : group.options) {
                 text += ".TP\n";
                 if (option->letter != 0)

@@ -43,7 +43,7 @@ struct Error {
     ErrorCode code = ErrorCode::Failed;
     /// The file or folder that it is about; empty where it is about none.
     std::filesystem::path file;
-    /// One sentence, which names the file. In English.
+    /// One sentence, which names the file. In the user's language, which `setUpLocalization` chooses.
     std::string message;
 };
 

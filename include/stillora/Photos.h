@@ -103,7 +103,7 @@ struct PhotoFacts {
 };
 
 /// What is wrong with a photo that is cut off, as a sentence without the path.
-STILLORA_EXPORT std::string_view reasonOfCutOffPhoto();
+STILLORA_EXPORT std::string reasonOfCutOffPhoto();
 
 /// What an order of photos goes by.
 enum class PhotoSort {

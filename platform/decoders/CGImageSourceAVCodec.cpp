@@ -2,6 +2,7 @@
 #include "platform/decoders/EXIF.h"
 #include "platform/decoders/ImageDecoder.h"
 #include "platform/decoders/TIFFHeader.h"
+#include "platform/foundation/LocalizedText.h"
 #include "platform/libav/FFmpegHandles.h"
 #include "platform/libav/LibavLog.h"
 
@@ -92,7 +93,7 @@ private:
         if (codec_ == Codec::TIFF) {
             const auto tiff = readTIFFHeader(file());
             if (!tiff)
-                return failDecoding(error, "is damaged: it has no picture header");
+                return failDecoding(error, localized("is damaged: it has no picture header"));
             properties.pixelWidth = tiff->width;
             properties.pixelHeight = tiff->height;
             properties.orientation = tiff->orientation;
@@ -105,7 +106,7 @@ private:
         const auto header =
             codec_ == Codec::BMP ? readBMPHeader(file().first(64)) : readJPEG2000Header(file().first(kHeaderBytes));
         if (!header)
-            return failDecoding(error, "is damaged: it has no picture header");
+            return failDecoding(error, localized("is damaged: it has no picture header"));
         properties.pixelWidth = header->width;
         properties.pixelHeight = header->height;
         properties.dpi = header->dpi;
@@ -119,7 +120,7 @@ private:
             return false;
         const auto* const description = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame->format));
         if (!description || frame->width < 1 || frame->height < 1 || (description->flags & AV_PIX_FMT_FLAG_FLOAT))
-            return failDecoding(error, "cannot be decoded: its colours are of a kind that is not known");
+            return failDecoding(error, localized("cannot be decoded: its colours are of a kind that is not known"));
 
         const PixelSize picture = {static_cast<size_t>(frame->width), static_cast<size_t>(frame->height)};
         const bool isPalette = (description->flags & AV_PIX_FMT_FLAG_PAL) != 0;
@@ -132,7 +133,7 @@ private:
 
         RowCollector rows(picture, bands, hasAlpha, {std::min(width, picture.width), std::min(height, picture.height)});
         if (!rows.isReady())
-            return failDecoding(error, "needs more memory than there is");
+            return failDecoding(error, localized("needs more memory than there is"));
         std::vector<uint16_t> samples(picture.width);
         std::vector<uint8_t> row(picture.width * bands);
         for (int y = 0; y < frame->height; ++y) {
@@ -206,7 +207,7 @@ private:
     {
         const auto bytes = file().all();
         if (bytes.size() > static_cast<size_t>(std::numeric_limits<int>::max())) {
-            failDecoding(error, "is too long for a picture of this format");
+            failDecoding(error, localized("is too long for a picture of this format"));
             return nullptr;
         }
         silenceLibavLog();
@@ -215,7 +216,7 @@ private:
         const PacketPtr packet(av_packet_alloc());
         FramePtr frame(av_frame_alloc());
         if (!context || !packet || !frame) {
-            failDecoding(error, "cannot be decoded: its decoder is not at hand");
+            failDecoding(error, localized("cannot be decoded: its decoder is not at hand"));
             return nullptr;
         }
         context->thread_count = 1;
@@ -228,7 +229,7 @@ private:
                                avcodec_send_packet(context.get(), packet.get()) == 0 &&
                                avcodec_receive_frame(context.get(), frame.get()) == 0;
         if (!isDecoded) {
-            failDecoding(error, "is damaged: it cannot be decoded");
+            failDecoding(error, localized("is damaged: it cannot be decoded"));
             return nullptr;
         }
         return frame;

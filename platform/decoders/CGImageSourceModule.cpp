@@ -3,6 +3,7 @@
 #include "platform/decoders/ImageDecoder.h"
 #include "platform/decoders/PNGHeader.h"
 #include "platform/decoders/PictureEnd.h"
+#include "platform/foundation/LocalizedText.h"
 #include "platform/vips/PictureLibrary.h"
 #include "platform/vips/module/PictureModule.h"
 
@@ -47,10 +48,10 @@ private:
     {
         const PictureModule* const library = pictureLibrary();
         if (!library)
-            return failDecoding(error, "cannot be decoded: the image library does not start");
+            return failDecoding(error, localized("cannot be decoded: the image library does not start"));
         header_ = {};
         picture_.reset(library->open(format_.c_str(), &source_, &header_));
-        return picture_ != nullptr || failDecoding(error, "is damaged: its header cannot be read");
+        return picture_ != nullptr || failDecoding(error, localized("is damaged: its header cannot be read"));
     }
 
     bool readProperties(Properties& properties, NSError* error) override
@@ -119,7 +120,7 @@ private:
         ColorDescription colors = statedColors();
         PictureModuleRows kind{};
         if (!library.describe(picture_.get(), &kind))
-            return failDecoding(error, "cannot be decoded: its colours are of a kind that is not known");
+            return failDecoding(error, localized("cannot be decoded: its colours are of a kind that is not known"));
         // The profile told of the numbers as they were.
         if (kind.isConverted)
             colors = {};
@@ -130,10 +131,10 @@ private:
         RowCollector rows({properties().pixelWidth, properties().pixelHeight}, bands, kind.hasAlpha, {width, height},
                           kind.depth);
         if (!rows.isReady())
-            return failDecoding(error, "needs more memory than there is");
+            return failDecoding(error, localized("needs more memory than there is"));
         const auto takeRow = kind.depth == 8 ? addRow<uint8_t> : addRow<uint16_t>;
         if (library.read(picture_.get(), &rows, takeRow) == 0)
-            return failDecoding(error, "is damaged: no part of it can be decoded");
+            return failDecoding(error, localized("is damaged: no part of it can be decoded"));
         return finish(rows.planes(), width, height, colors, image, error);
     }
 

@@ -2,6 +2,7 @@
 #include "platform/decoders/JPEGHeader.h"
 #include "platform/decoders/PictureEnd.h"
 #include "platform/foundation/Handle.h"
+#include "platform/foundation/LocalizedText.h"
 #include "platform/pixels/SharpEdges.h"
 
 #include <turbojpeg.h>
@@ -43,7 +44,7 @@ private:
     {
         auto header = readJPEGHeader(file());
         if (!header)
-            return failDecoding(error, "is damaged: it has no picture header");
+            return failDecoding(error, localized("is damaged: it has no picture header"));
         header_ = std::move(*header);
         properties.pixelWidth = header_.width;
         properties.pixelHeight = header_.height;
@@ -72,9 +73,9 @@ private:
     bool decode(std::span<const uint8_t> bytes, size_t width, size_t height, CGImage& image, NSError* error)
     {
         if (header_.bitsPerSample != 8)
-            return failDecoding(error, "is a JPEG file of another depth than 8 bits");
+            return failDecoding(error, localized("is a JPEG file of another depth than 8 bits"));
         if (header_.isProgressive && isTooShort())
-            return failDecoding(error, "is damaged: it is too short for the size that it claims");
+            return failDecoding(error, localized("is damaged: it is too short for the size that it claims"));
         bytes = withoutUnfinishedSegment(bytes);
         const tjhandle handle = decompressor();
         int fullWidth = 0;
@@ -91,7 +92,7 @@ private:
         }
         if (!handle || static_cast<size_t>(fullWidth) != header_.width ||
             static_cast<size_t>(fullHeight) != header_.height)
-            return failDecoding(error, "is damaged: its headers contradict each other");
+            return failDecoding(error, localized("is damaged: its headers contradict each other"));
 
         const auto* const scale = std::ranges::find_if(kScales, [&](tjscalingfactor factor) {
             return static_cast<size_t>(TJSCALED(fullWidth, factor)) >= width &&
@@ -150,7 +151,7 @@ private:
         // A warning means a file that is cut off or damaged inside: what there is of it is shown.
         if (status == 0 || tjGetErrorCode(decompressor()) == TJERR_WARNING)
             return true;
-        return failDecoding(error, std::string("cannot be decoded: ") + tjGetErrorStr2(decompressor()));
+        return failDecoding(error, localized("cannot be decoded: {}", {tjGetErrorStr2(decompressor())}));
     }
 
     bool decodePlanes(std::span<const uint8_t> bytes, tjscalingfactor factor, PixelSize scaled, int subsampling,
@@ -175,7 +176,7 @@ private:
             const int planeWidth = tjPlaneWidth(i, static_cast<int>(scaled.width), subsampling);
             const int planeHeight = tjPlaneHeight(i, static_cast<int>(scaled.height), subsampling);
             if (planeWidth <= 0 || planeHeight <= 0)
-                return failDecoding(error, "cannot be decoded at this size");
+                return failDecoding(error, localized("cannot be decoded at this size"));
             if (i == 0) {
                 planes.width = static_cast<size_t>(planeWidth);
                 planes.height = static_cast<size_t>(planeHeight);
@@ -186,7 +187,7 @@ private:
         }
         uint8_t* const memory = ScratchMemory::take(ScratchMemory::Use::Planes, total);
         if (!memory)
-            return failDecoding(error, "needs more memory than there is");
+            return failDecoding(error, localized("needs more memory than there is"));
         std::array<unsigned char*, 3> pointers{};
         for (size_t i = 0; i < planes.count; ++i) {
             pointers[i] = memory + offsets[i];
@@ -241,7 +242,7 @@ private:
                 sample = static_cast<uint8_t>(255 - sample);
         RowCollector rows(scaled, bands, false, {width, height});
         if (!rows.isReady())
-            return failDecoding(error, "needs more memory than there is");
+            return failDecoding(error, localized("needs more memory than there is"));
         for (size_t y = 0; y < scaled.height; ++y)
             rows.addRow(pixels.data() + y * scaled.width * bands);
         ImagePlanes planes = rows.planes();

@@ -3,6 +3,7 @@
 #include "platform/decoders/ImageFormat.h"
 #include "platform/decoders/ImageOrientation.h"
 #include "platform/decoders/TIFFHeader.h"
+#include "platform/foundation/LocalizedText.h"
 #include "platform/pixels/PixelRecycling.h"
 
 #include <algorithm>
@@ -28,9 +29,9 @@ std::unique_ptr<CGImageSource> createWithFile(std::unique_ptr<ImageFile> file, N
     const bool isRaw = tiff ? tiff->isCameraRaw : isCameraRawContent(start);
     if (format.empty() || isRaw) {
         fail(error, kNSCocoaErrorDomain, kNSFileReadCorruptFileError,
-             name + (isRaw                 ? " is a camera's raw file, which has to be developed and saved as a picture"
-                     : file->length() == 0 ? " is empty"
-                                           : " is no picture of a known format"));
+             isRaw ? localized("{} is a camera's raw file, which has to be developed and saved as a picture", {name})
+             : file->length() == 0 ? localized("{} is empty", {name})
+                                   : localized("{} is no picture of a known format", {name}));
         return nullptr;
     }
     if (format == "jpeg")
@@ -78,12 +79,12 @@ std::optional<CGImageSource::Properties> ImageDecoder::copyPropertiesAtIndex(NSE
     if (!readProperties(properties, error))
         return std::nullopt;
     if (properties.pixelWidth == 0 || properties.pixelHeight == 0) {
-        failDecoding(error, "has no pixels");
+        failDecoding(error, localized("has no pixels"));
         return std::nullopt;
     }
     if (properties.pixelWidth > kMaxPixels / properties.pixelHeight) {
-        failDecoding(error, "claims " + std::to_string(properties.pixelWidth) + " x " +
-                                std::to_string(properties.pixelHeight) + " pixels, which is too many");
+        failDecoding(error, localized("claims {} x {} pixels, which is too many",
+                                      {std::to_string(properties.pixelWidth), std::to_string(properties.pixelHeight)}));
         return std::nullopt;
     }
     properties.format = format_;
@@ -106,7 +107,7 @@ CGImagePtr ImageDecoder::createThumbnailAtIndex(const ThumbnailOptions& options,
             image = uprightImage(std::move(image), properties_.orientation.value_or(1));
         return shareRecycled(std::move(image));
     } catch (const std::bad_alloc&) {
-        failDecoding(error, "needs more memory than there is");
+        failDecoding(error, localized("needs more memory than there is"));
         return nullptr;
     }
 }
@@ -116,7 +117,7 @@ bool ImageDecoder::canDecode(NSError* error)
     try {
         return copyPropertiesAtIndex(error) && probe(error);
     } catch (const std::bad_alloc&) {
-        return failDecoding(error, "needs more memory than there is");
+        return failDecoding(error, localized("needs more memory than there is"));
     }
 }
 
@@ -135,13 +136,13 @@ bool ImageDecoder::finish(const ImagePlanes& planes, size_t width, size_t height
     const bool isWide = planes.depth > 8 || (planes.family != ImagePlanes::Family::YUV && changesColors(colors));
     if (!isWide) {
         if (!scalePlanes(planes, width, height, image))
-            return failDecoding(error, "cannot be scaled to this size");
+            return failDecoding(error, localized("cannot be scaled to this size"));
         convertToSRGB(image, colors);
         return true;
     }
     WideImage wide;
     if (!scalePlanes(planes, width, height, wide))
-        return failDecoding(error, "cannot be scaled to this size");
+        return failDecoding(error, localized("cannot be scaled to this size"));
     convertToSRGB(wide, colors, image);
     return true;
 }

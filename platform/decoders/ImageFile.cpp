@@ -1,5 +1,7 @@
 #include "platform/decoders/ImageFile.h"
 
+#include "platform/foundation/LocalizedText.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -32,19 +34,20 @@ std::unique_ptr<ImageFile> ImageFile::open(const NSURL& url, NSError* error)
     // A pipe without a writer must not hold the caller up.
     const int descriptor = ::open(url.path().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (descriptor < 0) {
-        failWithErrno(error, errno, name + " cannot be opened");
+        failWithErrno(error, errno, localized("{} cannot be opened", {name}));
         return nullptr;
     }
     struct stat status {};
     if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
         close(descriptor);
         fail(error, kNSCocoaErrorDomain, kNSFileReadUnknownError,
-             name + (S_ISDIR(status.st_mode) ? " is a folder, not a picture" : " is no regular file"));
+             S_ISDIR(status.st_mode) ? localized("{} is a folder, not a picture", {name})
+                                     : localized("{} is no regular file", {name}));
         return nullptr;
     }
     if (static_cast<uint64_t>(status.st_size) > kMaxBytes) {
         close(descriptor);
-        fail(error, kNSCocoaErrorDomain, kNSFileReadUnknownError, name + " is too long for a picture");
+        fail(error, kNSCocoaErrorDomain, kNSFileReadUnknownError, localized("{} is too long for a picture", {name}));
         return nullptr;
     }
     return std::unique_ptr<ImageFile>(new ImageFile(descriptor, static_cast<size_t>(status.st_size), name));
@@ -57,7 +60,7 @@ ImageFile::ImageFile(int descriptor, size_t length, std::string name)
 std::unique_ptr<ImageFile> ImageFile::withData(NSData data, std::string name, NSError* error)
 {
     if (data.size() > kMaxBytes) {
-        fail(error, kNSCocoaErrorDomain, kNSFileReadUnknownError, name + " is too long for a picture");
+        fail(error, kNSCocoaErrorDomain, kNSFileReadUnknownError, localized("{} is too long for a picture", {name}));
         return nullptr;
     }
     return std::unique_ptr<ImageFile>(new ImageFile(std::move(data), std::move(name)));

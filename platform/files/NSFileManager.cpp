@@ -2,6 +2,7 @@
 
 #include "platform/foundation/FileDescriptor.h"
 #include "platform/foundation/Handle.h"
+#include "platform/foundation/LocalizedText.h"
 
 #include <array>
 #include <cerrno>
@@ -228,7 +229,7 @@ bool moveAcrossVolumes(const std::string& source, const std::string& destination
     if (!flushFolder(parentOf(destination)))
         return failWithErrno(error, errno, what);
     if (!removeTree(source))
-        return failWithErrno(error, errno, "\"" + source + "\" was copied but could not be removed");
+        return failWithErrno(error, errno, localized("\"{}\" was copied but could not be removed", {source}));
     return true;
 }
 
@@ -258,7 +259,7 @@ bool NSFileManager::fileExistsAtPath(const std::string& path, bool* isDirectory)
 bool NSFileManager::createDirectoryAtURL(const NSURL& url, bool withIntermediateDirectories, NSError* error) const
 {
     const std::string& path = url.path();
-    const std::string what = "The folder \"" + path + "\" could not be made";
+    const std::string what = localized("The folder \"{}\" could not be made", {path});
     bool isDirectory = false;
     if (fileExistsAtPath(path, &isDirectory))
         return isDirectory || failWithErrno(error, EEXIST, what);
@@ -280,7 +281,7 @@ bool NSFileManager::moveItemAtURL(const NSURL& source, const NSURL& destination,
 {
     const std::string& from = source.path();
     const std::string& to = destination.path();
-    const std::string what = "\"" + from + "\" could not be moved to \"" + to + "\"";
+    const std::string what = localized("\"{}\" could not be moved to \"{}\"", {from, to});
 
     struct stat status {};
     if (lstat(from.c_str(), &status) != 0)
@@ -296,7 +297,7 @@ bool NSFileManager::moveItemAtURL(const NSURL& source, const NSURL& destination,
         return failWithErrno(error, errno, what);
     }
     if (!flushFolder(parentOf(to)) || !flushFolder(parentOf(from)))
-        return failWithErrno(error, errno, "\"" + to + "\" has its name but may not be safe on the disk");
+        return failWithErrno(error, errno, localized("\"{}\" has its name but may not be safe on the disk", {to}));
     return true;
 }
 
@@ -318,7 +319,7 @@ bool NSFileManager::moveItemToFreeURL(const NSURL& source, NSURL* destination,
 
 bool NSFileManager::removeItemAtURL(const NSURL& url, NSError* error) const
 {
-    const std::string what = "\"" + url.path() + "\" could not be removed";
+    const std::string what = localized("\"{}\" could not be removed", {url.path()});
     struct stat status {};
     if (lstat(url.path().c_str(), &status) != 0 || !removeTree(url.path()))
         return failWithErrno(error, errno, what);
@@ -327,7 +328,7 @@ bool NSFileManager::removeItemAtURL(const NSURL& url, NSError* error) const
 
 std::optional<NSData> NSFileManager::contentsAtURL(const NSURL& url, uint64_t maximumBytes, NSError* error) const
 {
-    const std::string what = "\"" + url.path() + "\" could not be read";
+    const std::string what = localized("\"{}\" could not be read", {url.path()});
     // Without O_NONBLOCK a named pipe would hold us here.
     const FileDescriptor file(open(url.path().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status {};
@@ -336,7 +337,8 @@ std::optional<NSData> NSFileManager::contentsAtURL(const NSURL& url, uint64_t ma
         return std::nullopt;
     }
     if (!S_ISREG(status.st_mode) || static_cast<uint64_t>(status.st_size) > maximumBytes) {
-        fail(error, kNSCocoaErrorDomain, kNSFileReadUnknownError, what + ": it is no file of a fitting size");
+        fail(error, kNSCocoaErrorDomain, kNSFileReadUnknownError,
+             localized("{}: it is no file of a fitting size", {what}));
         return std::nullopt;
     }
     NSData contents(static_cast<size_t>(status.st_size));
@@ -359,7 +361,7 @@ std::optional<NSData> NSFileManager::contentsAtURL(const NSURL& url, uint64_t ma
 
 bool NSFileManager::writeContents(const NSData& contents, const NSURL& url, NSError* error, NewFile newFile) const
 {
-    const std::string what = "\"" + url.path() + "\" could not be written";
+    const std::string what = localized("\"{}\" could not be written", {url.path()});
     std::error_code ignored;
     std::string path = url.path();
     if (std::filesystem::is_symlink(path, ignored)) {

@@ -1,6 +1,7 @@
 #include "platform/files/NSURL.h"
 
 #include "platform/foundation/Handle.h"
+#include "platform/foundation/LocalizedText.h"
 #include "platform/foundation/Lock.h"
 #include "platform/foundation/NSString.h"
 #include "platform/propertylists/NSPropertyListSerialization.h"
@@ -396,7 +397,7 @@ std::optional<NSData> NSURL::bookmarkData(BookmarkCreationOptions, NSError* erro
     // A link is bookmarked as itself, but must lead to something.
     const auto identity = identityOf(path_, Links::Keep);
     if (!identity || !exists(path_)) {
-        failWithErrno(error, errno, "\"" + path_ + "\" cannot be bookmarked", FileAccess::Reading);
+        failWithErrno(error, errno, localized("\"{}\" cannot be bookmarked", {path_}), FileAccess::Reading);
         return std::nullopt;
     }
     PropertyList::Dictionary fields;
@@ -440,7 +441,7 @@ std::optional<NSURL> NSURL::URLByResolvingBookmarkData(const NSData& data, Bookm
 {
     const auto bookmark = readBookmark(data);
     if (!bookmark) {
-        fail(error, kNSCocoaErrorDomain, kNSFileReadCorruptFileError, "The data is no bookmark of a file");
+        fail(error, kNSCocoaErrorDomain, kNSFileReadCorruptFileError, localized("The data is no bookmark of a file"));
         return std::nullopt;
     }
     bool isStale = false;
@@ -454,7 +455,8 @@ std::optional<NSURL> NSURL::URLByResolvingBookmarkData(const NSData& data, Bookm
         path = std::move(*found);
         isStale = true;
     } else {
-        fail(error, kNSCocoaErrorDomain, kNSFileNoSuchFileError, "\"" + bookmark->path + "\" is no longer there");
+        fail(error, kNSCocoaErrorDomain, kNSFileNoSuchFileError,
+             localized("\"{}\" is no longer there", {bookmark->path}));
         return std::nullopt;
     }
     if (bookmarkDataIsStale)

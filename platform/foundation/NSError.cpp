@@ -1,9 +1,9 @@
 #include "platform/foundation/NSError.h"
 
+#include "platform/foundation/LocalizedText.h"
 #include "platform/foundation/NSString.h"
 
 #include <cerrno>
-#include <cstring>
 #include <optional>
 
 namespace platform {
@@ -43,11 +43,8 @@ bool fail(NSError* error, std::string_view domain, int64_t code, std::string des
 
 bool failWithErrno(NSError* error, int errnoValue, std::string_view what, FileAccess access)
 {
-    // Not strerror: it speaks the process's language and may share a buffer between threads.
-    const char* reason = strerrordesc_np(errnoValue);
     std::string description(what);
-    description += ": ";
-    description += reason ? reason : "error " + std::to_string(errnoValue);
+    description += ": " + reasonOfErrno(errnoValue);
     if (const auto code = cocoaCode(errnoValue, access))
         return fail(error, kNSCocoaErrorDomain, *code, std::move(description));
     return fail(error, kNSPOSIXErrorDomain, errnoValue, std::move(description));

@@ -1,5 +1,7 @@
 #include "platform/libav/FFmpegHandles.h"
 
+#include "platform/foundation/LocalizedText.h"
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavutil/error.h>
@@ -33,9 +35,14 @@ void FreeResampler::operator()(SwrContext* context) const
 
 std::string textOfAVError(int code)
 {
+    // What users meet; the library's other texts are told in English.
+    [[maybe_unused]] static constexpr const char* kTexts[] = {
+        translatable("Decoder not found"), translatable("Encoder not found"), translatable("End of file"),
+        translatable("Invalid data found when processing input"),
+        translatable("Not yet implemented in FFmpeg, patches welcome")};
     char text[AV_ERROR_MAX_STRING_SIZE] = {};
     av_strerror(code, text, sizeof text);
-    return text;
+    return localized(text);
 }
 
 bool failWithAVError(NSError* error, int code, const std::string& what)

@@ -1,5 +1,6 @@
 #include "platform/libav/MediaInput.h"
 
+#include "platform/foundation/LocalizedText.h"
 #include "platform/libav/FFmpegHandles.h"
 #include "platform/libav/ID3Head.h"
 #include "platform/libav/LibavLog.h"
@@ -96,7 +97,7 @@ struct Opening {
     /// Null where the library is to find out.
     const AVInputFormat* format = nullptr;
     bool ignoresEditLists = false;
-    const char* failure = " is no media file that can be read: ";
+    const char* failure = translatable("{} is no media file that can be read: {}");
 };
 
 FileBytesPtr openFile(const NSURL& url, NSError* error)
@@ -104,18 +105,19 @@ FileBytesPtr openFile(const NSURL& url, NSError* error)
     // A pipe or device would be waited for.
     struct stat status {};
     if (stat(url.path().c_str(), &status) != 0) {
-        failWithErrno(error, errno, url.path() + " could not be opened");
+        failWithErrno(error, errno, localized("{} could not be opened", {url.path()}));
         return nullptr;
     }
     if (!S_ISREG(status.st_mode)) {
-        fail(error, kAVFoundationErrorDomain, kAVErrorFileFormatNotRecognized, url.path() + " is no regular file");
+        fail(error, kAVFoundationErrorDomain, kAVErrorFileFormatNotRecognized,
+             localized("{} is no regular file", {url.path()}));
         return nullptr;
     }
     auto file = std::make_shared<const FileBytes>(url.path());
     if (file->isOpen())
         return file;
     fail(error, kAVFoundationErrorDomain, kAVErrorFileFormatNotRecognized,
-         url.path() + Opening{}.failure + textOfAVError(AVERROR(errno)));
+         localized(Opening{}.failure, {url.path(), textOfAVError(AVERROR(errno))}));
     return nullptr;
 }
 
@@ -134,7 +136,7 @@ InputPtr openInput(Source part, const std::string& path, const Opening& opening,
     SourcePtr source = openSource(std::move(part));
     AVFormatContext* context = source ? avformat_alloc_context() : nullptr;
     if (!context) {
-        failWithErrno(error, ENOMEM, path + " could not be opened");
+        failWithErrno(error, ENOMEM, localized("{} could not be opened", {path}));
         return nullptr;
     }
     context->pb = source.get();
@@ -152,7 +154,7 @@ InputPtr openInput(Source part, const std::string& path, const Opening& opening,
     av_dict_free(&options);
     if (result < 0) {
         fail(error, kAVFoundationErrorDomain, kAVErrorFileFormatNotRecognized,
-             path + opening.failure + textOfAVError(result));
+             localized(opening.failure, {path, textOfAVError(result)}));
         return nullptr;
     }
     (void)source.release();
@@ -178,7 +180,7 @@ InputPtr openMediaFile(FileBytesPtr file, const NSURL& url, bool ignoreEditLists
     if (!input)
         return nullptr;
     if (const int result = avformat_find_stream_info(input.get(), nullptr); result < 0) {
-        failWithAVError(error, result, url.path() + " could not be read");
+        failWithAVError(error, result, localized("{} could not be read", {url.path()}));
         return nullptr;
     }
     return input;
@@ -209,8 +211,9 @@ InputPtr openID3Tag(const AVFormatContext& file, int64_t begin, int64_t end)
 
 InputPtr openMovieIndex(FileBytesPtr file, const NSURL& url, NSError* error)
 {
-    InputPtr input = openInput({.file = std::move(file)}, url.path(),
-                               {.formats = "mov", .failure = " is no movie that can be read: "}, error);
+    InputPtr input =
+        openInput({.file = std::move(file)}, url.path(),
+                  {.formats = "mov", .failure = translatable("{} is no movie that can be read: {}")}, error);
     if (input)
         input->flags |= AVFMT_FLAG_NOPARSE | AVFMT_FLAG_NOFILLIN;
     return input;

@@ -2,6 +2,7 @@
 
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/files/NSFileManager.h"
+#include "platform/foundation/LocalizedText.h"
 #include "platform/foundation/Lock.h"
 #include "platform/media/PassthroughExport.h"
 #include "platform/media/SoundPlanning.h"
@@ -63,7 +64,8 @@ namespace {
 
 bool failFileExists(NSError* error, const NSURL& url)
 {
-    return fail(error, kAVFoundationErrorDomain, kAVErrorFileAlreadyExists, url.path() + " exists already");
+    return fail(error, kAVFoundationErrorDomain, kAVErrorFileAlreadyExists,
+                localized("{} exists already", {url.path()}));
 }
 
 /// Removes a file that did not become what it should.
@@ -84,16 +86,16 @@ bool AVAssetExportSession::State::mayStart(NSError* why) const
 {
     const auto url = output();
     if (!asset)
-        return fail(why, kAVFoundationErrorDomain, kAVErrorExportFailed, "There is no asset to export");
+        return fail(why, kAVFoundationErrorDomain, kAVErrorExportFailed, localized("There is no asset to export"));
     if (!url)
-        return fail(why, kAVFoundationErrorDomain, kAVErrorExportFailed, "There is no place to export to");
+        return fail(why, kAVFoundationErrorDomain, kAVErrorExportFailed, localized("There is no place to export to"));
     const bool isSound = fileType == kAVFileTypeAppleM4A;
     const bool isKnown = presetName == kAVAssetExportPresetAppleM4A ? isSound
                                                                     : presetName == kAVAssetExportPresetPassthrough &&
                                                                           (isSound || fileType == kAVFileTypeMPEG4);
     if (!isKnown)
         return fail(why, kAVFoundationErrorDomain, kAVErrorOperationNotSupportedForAsset,
-                    url->path() + " cannot be made as a file of type \"" + fileType + "\"");
+                    localized("{} cannot be made as a file of type \"{}\"", {url->path(), fileType}));
     if (!nextFreeURL && NSFileManager::defaultManager().fileExistsAtPath(url->path()))
         return failFileExists(why, *url);
     return true;
@@ -162,7 +164,8 @@ void AVAssetExportSession::State::run()
     if (cancelled)
         return end(AVAssetExportSessionStatus::Cancelled, std::nullopt);
     if (why.domain.empty())
-        fail(&why, kAVFoundationErrorDomain, kAVErrorExportFailed, output()->path() + " could not be exported");
+        fail(&why, kAVFoundationErrorDomain, kAVErrorExportFailed,
+             localized("{} could not be exported", {output()->path()}));
     end(AVAssetExportSessionStatus::Failed, why);
 }
 

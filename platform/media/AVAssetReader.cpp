@@ -1,5 +1,6 @@
 #include "platform/media/AVAssetReader.h"
 
+#include "platform/foundation/LocalizedText.h"
 #include "platform/libav/MediaInput.h"
 #include "platform/media/AVAssetReaderSession.h"
 #include "platform/media/AVURLAsset.h"
@@ -20,7 +21,7 @@ std::unique_ptr<AVAssetReader> AVAssetReader::initWithAsset(const AVAssetPtr& as
     const auto* file = dynamic_cast<const AVURLAsset*>(asset.get());
     if (!file) {
         fail(error, kAVFoundationErrorDomain, kAVErrorOperationNotSupportedForAsset,
-             "The asset is of a kind that cannot be read");
+             localized("The asset is of a kind that cannot be read"));
         return nullptr;
     }
     // What the asset knows of the file may be old.

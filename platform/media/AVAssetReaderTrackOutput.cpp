@@ -1,5 +1,6 @@
 #include "platform/media/AVAssetReaderTrackOutput.h"
 
+#include "platform/foundation/LocalizedText.h"
 #include "platform/media/AVAssetReaderSession.h"
 #include "platform/media/AVURLAsset.h"
 #include "platform/media/SoundPlanning.h"
@@ -59,7 +60,7 @@ bool AVAssetReaderTrackOutput::start(CMTimeRange timeRange, NSError* error)
 {
     if (!track_.assetURL)
         return fail(error, kAVFoundationErrorDomain, kAVErrorOperationNotSupportedForAsset,
-                    "The track is of no file that could be read");
+                    localized("The track is of no file that could be read"));
     SoundFactsPtr facts = currentSoundFacts(track_);
     if (!facts)
         facts = readSoundFacts(*track_.assetURL, track_.streamIndex, error);
@@ -113,7 +114,7 @@ CMSampleBufferPtr AVAssetReaderTrackOutput::copyNextSampleBuffer()
             failure = source.reader->failure();
         if (!failure && source.position == source.start)
             failure = NSError{std::string(kAVFoundationErrorDomain), kAVErrorFileFailedToParse,
-                              "Nothing of " + source.url.path() + " could be decoded"};
+                              localized("Nothing of {} could be decoded", {source.url.path()})};
     }
     if (failure)
         session_->fail(*std::move(failure));

@@ -1,5 +1,7 @@
 #include "platform/media/AVMutableComposition.h"
 
+#include "platform/foundation/LocalizedText.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -41,18 +43,21 @@ bool AVMutableCompositionTrack::insertTimeRange(CMTimeRange timeRange, const std
 {
     if (!ofTrack)
         return fail(error, kAVFoundationErrorDomain, kAVErrorUnknown,
-                    "There is no track of the kind that could be inserted");
-    const std::string name = ofTrack->assetURL ? ofTrack->assetURL->path() : "The asset";
+                    localized("There is no track of the kind that could be inserted"));
+    const std::string name = ofTrack->assetURL ? ofTrack->assetURL->path() : localized("The asset");
     if (ofTrack->mediaType != mediaType_)
-        return fail(error, kAVFoundationErrorDomain, kAVErrorUnknown, name + " has a track of another kind");
+        return fail(error, kAVFoundationErrorDomain, kAVErrorUnknown,
+                    localized("{} has a track of another kind", {name}));
     if (!CMTimeRangeIsValid(timeRange) || !timeRange.start.isNumeric() || !timeRange.duration.isNumeric() ||
         !atTime.isNumeric() || atTime.value < 0)
-        return fail(error, kAVFoundationErrorDomain, kAVErrorUnknown, name + " cannot be inserted at such a time");
+        return fail(error, kAVFoundationErrorDomain, kAVErrorUnknown,
+                    localized("{} cannot be inserted at such a time", {name}));
     const CMTime start = later(timeRange.start, ofTrack->timeRange.start);
     const CMTime stop = earlier(CMTimeRangeGetEnd(timeRange), CMTimeRangeGetEnd(ofTrack->timeRange));
     const CMTime duration = CMTimeSubtract(stop, start);
     if (!duration.isNumeric() || duration.value <= 0)
-        return fail(error, kAVFoundationErrorDomain, kAVErrorUnknown, name + " has nothing in the range to insert");
+        return fail(error, kAVFoundationErrorDomain, kAVErrorUnknown,
+                    localized("{} has nothing in the range to insert", {name}));
 
     // A segment that the time lies within is cut in two.
     auto place = segments_.begin();

@@ -1,5 +1,6 @@
 #include "platform/media/PassthroughExport.h"
 
+#include "platform/foundation/LocalizedText.h"
 #include "platform/libav/FFmpegHandles.h"
 #include "platform/libav/MediaInput.h"
 #include "platform/media/AVMutableComposition.h"
@@ -59,7 +60,8 @@ std::optional<std::vector<Stretch>> stretchesOf(const AVAsset& asset, NSError* e
             if (segments.empty())
                 continue;
             if (segments.size() > 1 || !segments[0].source->assetURL) {
-                failUnsupported(error, "A track of several pieces cannot be copied without encoding it anew");
+                failUnsupported(error,
+                                localized("A track of several pieces cannot be copied without encoding it anew"));
                 return std::nullopt;
             }
             stretches.push_back({*segments[0].source, segments[0].sourceRange, segments[0].targetRange.start});
@@ -71,7 +73,7 @@ std::optional<std::vector<Stretch>> stretchesOf(const AVAsset& asset, NSError* e
         }
     }
     if (stretches.empty()) {
-        failUnsupported(error, "There is no track to copy");
+        failUnsupported(error, localized("There is no track to copy"));
         return std::nullopt;
     }
     return stretches;
@@ -93,7 +95,7 @@ public:
         if (!input_ || !packet_)
             return false;
         if (stretch.source.streamIndex < 0 || stretch.source.streamIndex >= static_cast<int>(input_->nb_streams))
-            return failUnsupported(error, path_ + " has changed while it was read");
+            return failUnsupported(error, localized("{} has changed while it was read", {path_}));
         stream_ = input_->streams[stretch.source.streamIndex];
         for (unsigned i = 0; i < input_->nb_streams; ++i) {
             if (input_->streams[i] != stream_)
@@ -129,11 +131,11 @@ public:
                 return true;
             }
             if (result < 0)
-                return failWithAVError(error, result, path_ + " could not be read");
+                return failWithAVError(error, result, localized("{} could not be read", {path_}));
             if (packet_->stream_index != stream_->index)
                 continue;
             if (packet_->pts == AV_NOPTS_VALUE || packet_->dts == AV_NOPTS_VALUE)
-                return failUnsupported(error, path_ + " has packets without a time");
+                return failUnsupported(error, localized("{} has packets without a time", {path_}));
             // Sound ends with the packet in which the range does; the packet is only as long as it plays.
             if (isSound()) {
                 if (packet_->pts + packet_->duration <= firstTime_)
@@ -158,10 +160,11 @@ private:
         const int rate = parameters.sample_rate;
         const auto boxes = readMovieBoxes(*bytesOf(*input_));
         if (!boxes || rate <= 0 || stream_->time_base.num != 1)
-            return failUnsupported(error, path_ + " holds sound that cannot be copied into a movie");
+            return failUnsupported(error, localized("{} holds sound that cannot be copied into a movie", {path_}));
         const SoundTimeline timeline = soundTimelineOf(*input_, *stream_, boxes, TimelinePrecision::FromIndex);
         if (timeline.segments.size() != 1 || !timeline.segments[0].mediaStart)
-            return failUnsupported(error, path_ + " holds sound in several pieces, which cannot be copied");
+            return failUnsupported(error,
+                                   localized("{} holds sound in several pieces, which cannot be copied", {path_}));
         const int32_t scale = stream_->time_base.den;
         const auto inScale = [scale](CMTime time) {
             return CMTimeConvertScale(time, scale, CMTimeRoundingMethod::RoundHalfAwayFromZero).value;
@@ -171,7 +174,7 @@ private:
         stopTime_ = std::min(start + inScale(stretch.range.duration),
                              mediaStart + av_rescale(timeline.segments[0].length, scale, rate));
         if (stopTime_ <= start)
-            return failUnsupported(error, path_ + " has nothing in the range to copy");
+            return failUnsupported(error, localized("{} has nothing in the range to copy", {path_}));
         // A cut sound needs the packet before it, whose window reaches over the cut.
         const int64_t leadIn =
             parameters.codec_id == AV_CODEC_ID_AAC ? av_rescale(parameters.frame_size, scale, rate) : 0;
@@ -185,12 +188,12 @@ private:
     bool placePicture(const Stretch& stretch, NSError* error)
     {
         if (stretch.source.mediaType != kAVMediaTypeVideo)
-            return failUnsupported(error, path_ + " holds media that cannot be copied into a movie");
+            return failUnsupported(error, localized("{} holds media that cannot be copied into a movie", {path_}));
         const CMTimeRange whole = stretch.source.timeRange;
         // A movie's header may round what its track knows.
         const double missing = CMTimeGetSeconds(whole.duration) - CMTimeGetSeconds(stretch.range.duration);
         if (CMTimeCompare(stretch.range.start, whole.start) != 0 || missing > 0.01)
-            return failUnsupported(error, path_ + " holds pictures, which can only be copied whole");
+            return failUnsupported(error, localized("{} holds pictures, which can only be copied whole", {path_}));
         const int32_t scale = stream_->time_base.den;
         shift_ = CMTimeConvertScale(stretch.target, scale, CMTimeRoundingMethod::RoundHalfAwayFromZero).value;
         end_ = CMTimeConvertScale(whole.duration, scale, CMTimeRoundingMethod::RoundHalfAwayFromZero).value + shift_;
@@ -273,7 +276,7 @@ MoviePtr createMovie(std::vector<std::unique_ptr<TrackCopy>>& tracks, const NSUR
     const std::string location = "file:" + url.path();
     int result = avformat_alloc_output_context2(&context, nullptr, isPlain ? "mp4" : "mov", location.c_str());
     MoviePtr movie(context);
-    const std::string what = url.path() + " could not be made";
+    const std::string what = localized("{} could not be made", {url.path()});
     if (result < 0) {
         failWithAVError(error, result, what);
         return nullptr;
@@ -349,7 +352,7 @@ bool copyPackets(std::vector<std::unique_ptr<TrackCopy>>& tracks, AVFormatContex
         packet.stream_index = static_cast<int>(index);
         av_packet_rescale_ts(&packet, track->stream().time_base, movie.streams[index]->time_base);
         if (const int result = av_write_frame(&movie, &packet); result < 0)
-            return failWithAVError(error, result, url.path() + " could not be written");
+            return failWithAVError(error, result, localized("{} could not be written", {url.path()}));
         control.setProgress(total > 0 ? seconds / total : 0);
         if (!track->advance(error))
             return false;
@@ -371,7 +374,7 @@ bool copyMovie(const AVAsset& asset, const std::optional<CMTimeRange>& timeRange
             // On the asset's time line; from it what the track has there.
             const CMTime start = CMTimeSubtract(timeRange->start, stretch.target);
             if (CMTimeCompare(start, kCMTimeZero) < 0)
-                return failUnsupported(error, "A range that starts before a track cannot be copied");
+                return failUnsupported(error, localized("A range that starts before a track cannot be copied"));
             const CMTime left = CMTimeSubtract(stretch.range.duration, start);
             stretch.range.start = CMTimeAdd(stretch.range.start, start);
             stretch.range.duration = CMTimeCompare(left, timeRange->duration) < 0 ? left : timeRange->duration;
@@ -388,7 +391,7 @@ bool copyMovie(const AVAsset& asset, const std::optional<CMTimeRange>& timeRange
     if (result >= 0)
         result = avio_closep(&movie->pb);
     if (result < 0)
-        return failWithAVError(error, result, url.path() + " could not be finished");
+        return failWithAVError(error, result, localized("{} could not be finished", {url.path()}));
     return true;
 }
 

@@ -1,6 +1,7 @@
 #include "platform/media/SoundPlanning.h"
 
 #include "platform/aac/AACEncoder.h"
+#include "platform/foundation/LocalizedText.h"
 #include "platform/media/AVMutableComposition.h"
 #include "platform/media/AVURLAsset.h"
 
@@ -159,12 +160,12 @@ std::optional<SoundPlan> planSound(const AVAsset& asset, const std::optional<CMT
     const auto* composition = dynamic_cast<const AVMutableComposition*>(&asset);
     const auto* file = dynamic_cast<const AVURLAsset*>(&asset);
     if (!composition && !file)
-        return refuse(error, "The asset is of a kind that cannot be read");
+        return refuse(error, localized("The asset is of a kind that cannot be read"));
     std::vector<Heard> heard;
     if (composition ? !addComposition(*composition, heard, error) : !addFile(*file, heard, error))
         return std::nullopt;
     if (heard.empty())
-        return refuse(error, "The composition holds no sound");
+        return refuse(error, localized("The composition holds no sound"));
 
     SoundPlan plan;
     chooseFormat(heard, plan);
@@ -172,13 +173,14 @@ std::optional<SoundPlan> planSound(const AVAsset& asset, const std::optional<CMT
     if (timeRange)
         setRange(*timeRange, plan);
     if (plan.rangeStart >= plan.rangeEnd)
-        return refuse(error, "The time range to export holds nothing of " + heard.front().facts->url.path());
+        return refuse(error,
+                      localized("The time range to export holds nothing of {}", {heard.front().facts->url.path()}));
     // What lies outside of the range is not read.
     std::erase_if(plan.pieces, [&](const SoundPiece& piece) {
         return piece.targetEnd() <= plan.rangeStart || piece.targetStart >= plan.rangeEnd;
     });
     if (plan.pieces.empty())
-        return refuse(error, "The time range to export holds no sound");
+        return refuse(error, localized("The time range to export holds no sound"));
     return plan;
 }
 

@@ -1,6 +1,7 @@
 #include "platform/movie/MediaInspection.h"
 
 #include "platform/bytes/BoxWalker.h"
+#include "platform/foundation/LocalizedText.h"
 #include "platform/libav/FFmpegHandles.h"
 #include "platform/libav/MediaInput.h"
 #include "platform/libav/MovieBoxes.h"
@@ -107,14 +108,14 @@ std::optional<MediaReport> inspectMedia(const NSURL& url, NSError* error)
 {
     struct stat status {};
     if (stat(url.path().c_str(), &status) != 0) {
-        failWithErrno(error, errno, url.path() + " could not be opened", FileAccess::Reading);
+        failWithErrno(error, errno, localized("{} could not be opened", {url.path()}), FileAccess::Reading);
         return std::nullopt;
     }
     const auto file = std::make_shared<const FileBytes>(url.path());
     const auto boxes = readMovieBoxes(*file);
     if (!boxes) {
         fail(error, kAVFoundationErrorDomain, kAVErrorFileFormatNotRecognized,
-             url.path() + " is no movie that can be read");
+             localized("{} is no movie that can be read", {url.path()}));
         return std::nullopt;
     }
     const InputPtr input = openMovieIndex(file, url, error);
@@ -122,7 +123,7 @@ std::optional<MediaReport> inspectMedia(const NSURL& url, NSError* error)
         return std::nullopt;
 
     const auto refuseCut = [&] {
-        fail(error, kAVFoundationErrorDomain, kAVErrorFileFailedToParse, url.path() + " is cut off");
+        fail(error, kAVFoundationErrorDomain, kAVErrorFileFailedToParse, localized("{} is cut off", {url.path()}));
         return std::nullopt;
     };
     MediaReport report;

@@ -2,6 +2,7 @@
 
 #include "platform/bytes/BoxWalker.h"
 #include "platform/bytes/ByteReader.h"
+#include "platform/foundation/LocalizedText.h"
 #include "platform/movie/SampleTable.h"
 
 #include <algorithm>
@@ -132,7 +133,7 @@ bool Rewriting::findIndex(std::string& why)
     size_t count = 0;
     file_.forEachBox(0, file_.size(), [&](const Box& box) {
         if (std::find(kKnown.begin(), kKnown.end(), box.type) == kKnown.end() && why.empty())
-            why = "it has parts that are neither index nor media";
+            why = localized("it has parts that are neither index nor media");
         if (box.type == kIndex) {
             oldIndex_ = {begin, box.end};
             indexContent_ = {box.begin, box.end};
@@ -143,7 +144,7 @@ bool Rewriting::findIndex(std::string& why)
         begin = box.end;
     });
     if (why.empty() && (count != 1 || begin != file_.size()))
-        why = "it is not one whole movie";
+        why = localized("it is not one whole movie");
     return why.empty();
 }
 
@@ -153,19 +154,19 @@ bool Rewriting::readIndex(std::string& why)
         return false;
     const int64_t size = indexContent_.end - indexContent_.begin;
     if (size > kMaxIndexBytes) {
-        why = "its index is too large";
+        why = localized("its index is too large");
         return false;
     }
     Bytes bytes(static_cast<size_t>(size));
     auto boxes = file_.read(indexContent_.begin, bytes) ? readIndexBoxes(bytes) : std::nullopt;
     if (!boxes) {
-        why = "its index is broken";
+        why = localized("its index is broken");
         return false;
     }
     boxes_ = std::move(*boxes);
     for (const IndexBox& box : boxes_) {
         if (box.type == fourCharacterCode("mvex") || box.type == fourCharacterCode("cmov")) {
-            why = "its index comes in pieces, or compressed";
+            why = localized("its index comes in pieces, or compressed");
             return false;
         }
         if (box.type == fourCharacterCode("trak") && !checkTrack(box, why))
@@ -178,9 +179,9 @@ bool Rewriting::checkTrack(const IndexBox& track, std::string& why) const
 {
     const IndexBox* const samples = sampleBoxOf(track);
     if (!samples || !isSelfContained(track))
-        why = "a track's media is not to be found in it";
+        why = localized("a track's media is not to be found in it");
     else if (samples->child(fourCharacterCode("saio")))
-        why = "it is encrypted";
+        why = localized("it is encrypted");
     return why.empty();
 }
 
@@ -193,7 +194,7 @@ bool Rewriting::checkPlaces(const SampleTable& table, std::string& why) const
         return isInside && (isBehind || sample.offset + sample.size <= static_cast<uint64_t>(oldIndex_.begin));
     });
     if (!areFine)
-        why = "a picture lies where there is none";
+        why = localized("a picture lies where there is none");
     return areFine;
 }
 
@@ -204,7 +205,7 @@ std::optional<size_t> Rewriting::repeat(CMTime longest, std::string& why)
         if (box.type == fourCharacterCode("trak") && handlerOf(box) == "vide")
             tracks.push_back(&box);
     if (tracks.size() != 1) {
-        why = "it has " + std::to_string(tracks.size()) + " picture tracks";
+        why = localized("it has {} picture tracks", {std::to_string(tracks.size())});
         return std::nullopt;
     }
     const uint32_t timescale = timescaleOf(*tracks[0]);
@@ -214,7 +215,7 @@ std::optional<size_t> Rewriting::repeat(CMTime longest, std::string& why)
                   .value
             : 0;
     if (ticks <= 0 || ticks > UINT32_MAX) {
-        why = "its times are too coarse";
+        why = localized("its times are too coarse");
         return std::nullopt;
     }
     IndexBox& samples = *sampleBoxOf(*tracks[0]);
@@ -244,13 +245,13 @@ bool Rewriting::moveSamples(std::string& why)
                 continue;
             auto offsets = readChunkOffsets(box);
             if (!offsets) {
-                why = "its index is broken";
+                why = localized("its index is broken");
                 return false;
             }
             for (uint64_t& offset : *offsets)
                 offset = moved(offset);
             if (!isLong && std::ranges::any_of(*offsets, [](uint64_t offset) { return offset > UINT32_MAX; })) {
-                why = "it would be too large for the places in its index";
+                why = localized("it would be too large for the places in its index");
                 return false;
             }
             box = makeChunkOffsets(*offsets, isLong);
@@ -340,7 +341,7 @@ std::optional<size_t> repeatLongPictures(const NSURL& movie, CMTime longest, con
     const auto added = rewriting.readIndex(why) ? rewriting.repeat(longest, why) : std::nullopt;
     if (!added) {
         fail(error, kAVFoundationErrorDomain, kAVErrorOperationNotSupportedForAsset,
-             "the pictures of " + movie.path() + " cannot be repeated: " + why);
+             localized("the pictures of {} cannot be repeated: {}", {movie.path(), why}));
         return std::nullopt;
     }
     if (*added == 0)
@@ -350,7 +351,7 @@ std::optional<size_t> repeatLongPictures(const NSURL& movie, CMTime longest, con
     if (!file || !copyStretch(rewriting.bytes(), {0, index.begin}, file, isCancelled) ||
         !file.write(rewriting.newIndex()) ||
         !copyStretch(rewriting.bytes(), {index.end, rewriting.bytes().size()}, file, isCancelled) || !file.keep()) {
-        failWithErrno(error, errno, to.path() + " cannot be written");
+        failWithErrno(error, errno, localized("{} cannot be written", {to.path()}));
         return std::nullopt;
     }
     return added;

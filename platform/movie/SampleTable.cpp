@@ -2,6 +2,7 @@
 
 #include "platform/bytes/BoxWalker.h"
 #include "platform/bytes/ByteReader.h"
+#include "platform/foundation/LocalizedText.h"
 
 #include <algorithm>
 #include <array>
@@ -249,7 +250,7 @@ std::optional<SampleTable> SampleTable::read(const IndexBox& stbl, std::string& 
     constexpr std::array kKnown{kDescriptions, kTimes, kSizes, kChunks, kOffsets, kLongOffsets, kSyncSamples};
     for (const IndexBox& box : stbl.children)
         if (std::find(kKnown.begin(), kKnown.end(), box.type) == kKnown.end()) {
-            why = "its samples are told of by a box \"" + textOf(box.type) + "\"";
+            why = localized("its samples are told of by a box \"{}\"", {textOf(box.type)});
             return std::nullopt;
         }
     const IndexBox* const descriptions = stbl.child(kDescriptions);
@@ -259,7 +260,7 @@ std::optional<SampleTable> SampleTable::read(const IndexBox& stbl, std::string& 
     const IndexBox* const shortOffsets = stbl.child(kOffsets);
     const IndexBox* const offsetBox = shortOffsets ? shortOffsets : stbl.child(kLongOffsets);
     if (!descriptions || !times || !sizes || !chunks || !offsetBox) {
-        why = "a table of its samples is missing or there twice";
+        why = localized("a table of its samples is missing or there twice");
         return std::nullopt;
     }
     SampleTable table;
@@ -269,7 +270,7 @@ std::optional<SampleTable> SampleTable::read(const IndexBox& stbl, std::string& 
                         placeSamples(*chunks, *offsets, table.samples_) &&
                         (!syncSamples || readSyncSamples(*syncSamples, table.samples_));
     if (!isRead) {
-        why = "the tables of its samples do not agree, or describe them in several ways";
+        why = localized("the tables of its samples do not agree, or describe them in several ways");
         return std::nullopt;
     }
     return table;
@@ -281,11 +282,11 @@ bool SampleTable::repeatLongSamples(uint32_t longest, std::string& why)
     for (const Sample& sample : samples_) {
         const uint32_t count = std::max<uint32_t>(1, sample.duration / longest + (sample.duration % longest > 0));
         if (count > 1 && !sample.isSync) {
-            why = "a picture that is no key frame lasts too long";
+            why = localized("a picture that is no key frame lasts too long");
             return false;
         }
         if (count > kMaxSamples - repeated.size()) {
-            why = "it would have more than " + std::to_string(kMaxSamples) + " samples";
+            why = localized("it would have more than {} samples", {std::to_string(kMaxSamples)});
             return false;
         }
         Sample part = sample;

@@ -1,5 +1,6 @@
 #include "platform/propertylists/NSPropertyListSerialization.h"
 
+#include "platform/foundation/LocalizedText.h"
 #include "platform/foundation/NSString.h"
 #include "platform/propertylists/PropertyListXML.h"
 
@@ -453,7 +454,8 @@ std::optional<PropertyList> propertyListWithData(const NSData& data, NSError* er
         }
     }
     if (!result)
-        fail(error, kNSCocoaErrorDomain, kNSFileReadCorruptFileError, "The data is no property list or is damaged");
+        fail(error, kNSCocoaErrorDomain, kNSFileReadCorruptFileError,
+             localized("The data is no property list or is damaged"));
     return result;
 }
 

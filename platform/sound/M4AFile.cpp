@@ -1,5 +1,7 @@
 #include "platform/sound/M4AFile.h"
 
+#include "platform/foundation/LocalizedText.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
@@ -307,7 +309,7 @@ std::unique_ptr<M4AFile> M4AFile::create(const NSURL& url, Format format, NSErro
     const int descriptor = open(url.path().c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     Handle<std::FILE, std::fclose> file(descriptor >= 0 ? fdopen(descriptor, "wb") : nullptr);
     if (!file) {
-        failWithErrno(error, errno, url.path() + " could not be made");
+        failWithErrno(error, errno, localized("{} could not be made", {url.path()}));
         if (descriptor >= 0)
             close(descriptor);
         return nullptr;
@@ -328,7 +330,7 @@ bool M4AFile::write(std::span<const uint8_t> bytes, NSError* error)
 {
     if (std::fwrite(bytes.data(), 1, bytes.size(), file_.get()) == bytes.size())
         return true;
-    return failWithErrno(error, errno, url_.path() + " could not be written");
+    return failWithErrno(error, errno, localized("{} could not be written", {url_.path()}));
 }
 
 bool M4AFile::append(std::span<const uint8_t> packet, NSError* error)
@@ -351,10 +353,10 @@ bool M4AFile::finish(int64_t start, int64_t length, NSError* error)
     mediaSize.u64(static_cast<uint64_t>(mediaBytes_ + kMediaHeader));
     if (std::fflush(file_.get()) != 0 ||
         pwrite(fileno(file_.get()), mediaSize.result().data(), 8, kMediaStart - 8) != 8)
-        return failWithErrno(error, errno, url_.path() + " could not be written");
+        return failWithErrno(error, errno, localized("{} could not be written", {url_.path()}));
     // Errors of delayed writing come out here.
     if (std::fclose(file_.release()) != 0)
-        return failWithErrno(error, errno, url_.path() + " could not be written");
+        return failWithErrno(error, errno, localized("{} could not be written", {url_.path()}));
     return true;
 }
 

@@ -1,5 +1,7 @@
 #include "platform/sound/SoundDecoder.h"
 
+#include "platform/foundation/LocalizedText.h"
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
@@ -29,7 +31,7 @@ bool SoundDecoder::open(const SoundFacts& facts, NSError* error)
     packet_.reset(av_packet_alloc());
     frame_.reset(av_frame_alloc());
     if (!packet_ || !frame_)
-        return failWithErrno(error, ENOMEM, facts.url.path() + " could not be opened");
+        return failWithErrno(error, ENOMEM, localized("{} could not be opened", {facts.url.path()}));
     return reopen(error);
 }
 
@@ -74,16 +76,16 @@ bool SoundDecoder::reopen(NSError* error)
     const AVCodec* codec = stream_ ? avcodec_find_decoder(stream_->codecpar->codec_id) : nullptr;
     if (!codec)
         return fail(error, kAVFoundationErrorDomain, kAVErrorDecoderNotFound,
-                    facts_->url.path() + " holds sound of a kind that cannot be decoded");
+                    localized("{} holds sound of a kind that cannot be decoded", {facts_->url.path()}));
     decoder_.reset(avcodec_alloc_context3(codec));
     if (!decoder_ || avcodec_parameters_to_context(decoder_.get(), stream_->codecpar) < 0)
-        return failWithErrno(error, ENOMEM, facts_->url.path() + " could not be opened");
+        return failWithErrno(error, ENOMEM, localized("{} could not be opened", {facts_->url.path()}));
     decoder_->pkt_timebase = stream_->time_base;
     // The time line counts delay and padding out; the decoder must not do it again.
     decoder_->flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL;
     decoder_->thread_count = 1;
     if (const int result = avcodec_open2(decoder_.get(), codec, nullptr); result < 0)
-        return failWithAVError(error, result, facts_->url.path() + " could not be decoded");
+        return failWithAVError(error, result, localized("{} could not be decoded", {facts_->url.path()}));
     countsPackets_ = isFoundByCounting(*input_);
     isUntouched_ = true;
     restart();

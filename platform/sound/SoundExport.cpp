@@ -1,5 +1,6 @@
 #include "platform/sound/SoundExport.h"
 
+#include "platform/foundation/LocalizedText.h"
 #include "platform/sound/M4AFile.h"
 #include "platform/sound/PartEncoder.h"
 #include "platform/sound/SoundPacketReader.h"
@@ -114,7 +115,8 @@ bool copyAll(const SoundPlan& plan, const CopyPlan& copy, const NSURL& url, cons
         return false;
     const int64_t length = std::min(copy.grid.length, *packets * facts.packetLength - copy.grid.start);
     if (length <= 0)
-        return failNothingToExport(error, facts.url.path() + " holds none of the sound that was asked for");
+        return failNothingToExport(error,
+                                   localized("{} holds none of the sound that was asked for", {facts.url.path()}));
     return file->finish(copy.grid.start, length, error);
 }
 
@@ -159,7 +161,7 @@ bool writeParts(PartEncoder& encoder, M4AFile& file, const ExportControl& contro
         return false;
     }
     if (encoder.grid().length <= 0)
-        return failNothingToExport(error, "None of the sound that was asked for could be decoded");
+        return failNothingToExport(error, localized("None of the sound that was asked for could be decoded"));
     return file.finish(encoder.grid().start, encoder.grid().length, error);
 }
 
@@ -187,7 +189,7 @@ bool exportSoundToM4A(const SoundPlan& plan, const NSURL& url, const ExportContr
             return false;
         if (*copied < joint->firstEncoded)
             return fail(error, kAVFoundationErrorDomain, kAVErrorFileFailedToParse,
-                        facts.url.path() + " ends too early");
+                        localized("{} ends too early", {facts.url.path()}));
     }
     PartEncoder encoder(plan, grid, joint ? joint->firstEncoded : 0,
                         joint ? std::optional(joint->before) : std::nullopt, control);
@@ -201,7 +203,8 @@ bool copySoundToM4A(const SoundPlan& plan, const NSURL& url, const ExportControl
     const bool isWhole =
         copy && copy->end * facts.packetLength >= copy->grid.start + copy->grid.length && plan.pieces.size() == 1;
     if (!isWhole)
-        return failNothingToExport(error, facts.url.path() + " holds sound that cannot be copied into an M4A file");
+        return failNothingToExport(
+            error, localized("{} holds sound that cannot be copied into an M4A file", {facts.url.path()}));
     return copyAll(plan, *copy, url, control, error);
 }
 

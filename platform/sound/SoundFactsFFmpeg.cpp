@@ -1,6 +1,7 @@
 #include "platform/sound/SoundFacts.h"
 
 #include "platform/aac/AACEncoder.h"
+#include "platform/foundation/LocalizedText.h"
 #include "platform/libav/MovieBoxes.h"
 
 extern "C" {
@@ -103,12 +104,12 @@ SoundFactsPtr readSoundFacts(const NSURL& url, std::optional<int> streamIndex, N
         return nullptr;
     const AVStream* stream = soundStreamOf(*input, streamIndex);
     if (!stream) {
-        failNoSound(error, url, "has no sound track");
+        failNoSound(error, url, localized("has no sound track"));
         return nullptr;
     }
     auto facts = soundFactsOf(*input, *stream, url, readMovieBoxes(*bytesOf(*input)), TimelinePrecision::ByScanning);
     if (facts.timeline.length() <= 0) {
-        failNoSound(error, url, "has a sound track without sound");
+        failNoSound(error, url, localized("has a sound track without sound"));
         return nullptr;
     }
     return std::make_shared<const SoundFacts>(std::move(facts));

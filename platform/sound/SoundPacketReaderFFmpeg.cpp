@@ -1,5 +1,6 @@
 #include "platform/sound/SoundPacketReader.h"
 
+#include "platform/foundation/LocalizedText.h"
 #include "platform/libav/FFmpegHandles.h"
 #include "platform/libav/MediaInput.h"
 
@@ -40,7 +41,7 @@ struct SoundPacketReader::State {
         input = input ? openMediaFile(bytesOf(*input), facts->url, true, error) : openSound(*facts, error);
         stream = input ? soundStreamOf(*input, facts->streamIndex) : nullptr;
         if (!stream)
-            return input ? failNoSound(error, facts->url, "has no sound track") : false;
+            return input ? failNoSound(error, facts->url, localized("has no sound track")) : false;
         isADTS = platform::isADTS(*input);
         next = 0;
         return true;
@@ -67,7 +68,7 @@ std::unique_ptr<SoundPacketReader> SoundPacketReader::open(SoundFactsPtr facts, 
 {
     auto state = std::make_unique<State>(State{std::move(facts), nullptr, nullptr, PacketPtr(av_packet_alloc())});
     if (!state->packet) {
-        failWithErrno(error, ENOMEM, state->facts->url.path() + " could not be opened");
+        failWithErrno(error, ENOMEM, localized("{} could not be opened", {state->facts->url.path()}));
         return nullptr;
     }
     if (!state->reopen(error))

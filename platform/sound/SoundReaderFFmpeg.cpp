@@ -1,5 +1,6 @@
 #include "platform/sound/SoundReader.h"
 
+#include "platform/foundation/LocalizedText.h"
 #include "platform/libav/FFmpegHandles.h"
 #include "platform/sound/SoundResampler.h"
 #include "platform/sound/TimelineReader.h"
@@ -59,9 +60,9 @@ std::optional<NSError> SoundReader::failure() const
     NSError error;
     if (code == AVERROR_EOF)
         fail(&error, kAVFoundationErrorDomain, kAVErrorFileFailedToParse,
-             state_->facts->url.path() + " ends before its sound does");
+             localized("{} ends before its sound does", {state_->facts->url.path()}));
     else
-        failWithAVError(&error, code, state_->facts->url.path() + " could not be read to its end");
+        failWithAVError(&error, code, localized("{} could not be read to its end", {state_->facts->url.path()}));
     return error;
 }
 

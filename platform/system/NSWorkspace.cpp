@@ -2,6 +2,7 @@
 
 #include "platform/decoders/ImageFormat.h"
 #include "platform/foundation/Handle.h"
+#include "platform/foundation/LocalizedText.h"
 #include "platform/foundation/NSString.h"
 #include "platform/system/DocumentIcon.h"
 
@@ -97,7 +98,7 @@ std::optional<std::string> NSWorkspace::typeOfFile(const NSURL& url, NSError* er
 {
     const int descriptor = open(url.path().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (descriptor < 0) {
-        failWithErrno(error, errno, url.lastPathComponent() + " cannot be opened");
+        failWithErrno(error, errno, localized("{} cannot be opened", {url.lastPathComponent()}));
         return std::nullopt;
     }
     // As much as any of the known signatures needs.
@@ -108,11 +109,12 @@ std::optional<std::string> NSWorkspace::typeOfFile(const NSURL& url, NSError* er
     const int reason = errno;
     close(descriptor);
     if (!isFile) {
-        fail(error, kNSCocoaErrorDomain, kNSFileReadUnknownError, url.lastPathComponent() + " is no regular file");
+        fail(error, kNSCocoaErrorDomain, kNSFileReadUnknownError,
+             localized("{} is no regular file", {url.lastPathComponent()}));
         return std::nullopt;
     }
     if (length < 0) {
-        failWithErrno(error, reason, url.lastPathComponent() + " cannot be read");
+        failWithErrno(error, reason, localized("{} cannot be read", {url.lastPathComponent()}));
         return std::nullopt;
     }
     std::string type = typeOfContent(std::span(start).first(static_cast<size_t>(length)));
