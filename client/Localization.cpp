@@ -4,6 +4,7 @@
 #include "platform/foundation/InstalledFiles.h"
 #include "platform/foundation/NSBundle.h"
 #include "util/MORPalvineCommons.h"
+#include "util/UserSettings.h"
 
 #include <clocale>
 
@@ -52,6 +53,7 @@ void setUpLocalization()
     // Not LC_NUMERIC: numbers of options and of JSON have a point in every language.
     std::setlocale(LC_CTYPE, "");
     std::setlocale(LC_MESSAGES, "");
+    UserSettings::applyLanguage();
     platform::NSBundle::mainBundle().setLocalizations(
         platform::installedPlace(platform::InstalledFolder::Shared, "locale"), "stillora");
 }

@@ -39,12 +39,12 @@ std::string titleForPhotos(const std::vector<PhotoFacts>& photos)
         const auto photoPath = std::filesystem::absolute(photo.path, failure);
         const auto folder = failure ? photoPath : std::filesystem::canonical(photoPath.parent_path(), failure);
         if (failure || (common && *common != folder.native()))
-            return "Slideshow";
+            return localized("Slideshow");
         common = folder.native();
     }
     std::string title = printable(platform::lastPathComponent(common.value_or("")));
     title = prefixOfBytes(title, kMaxTitleBytes);
-    return faultOfTitle(title) ? "Slideshow" : title;
+    return faultOfTitle(title) ? localized("Slideshow") : title;
 }
 
 std::filesystem::path usualSaveFolder()

@@ -66,6 +66,7 @@ int main(int argc, char** argv)
     std::signal(SIGINT, SIG_IGN);
     platform::NSProcessInfo::processInfo().setProcessName("Stillora");
     std::setlocale(LC_MESSAGES, "");
+    UserSettings::applyLanguage();
     platform::NSBundle::mainBundle().setLocalizations(
         platform::installedPlace(platform::InstalledFolder::Shared, "locale"), "stillora");
 

@@ -14,8 +14,13 @@ public:
     static constexpr std::string_view kDestinationKey = "destinationURL";
     /// Whether frames get the watermark, a boolean.
     static constexpr std::string_view kDrawsWatermarkKey = "drawsWatermark";
+    /// The language of texts and of names that are made up, a string: "de".
+    static constexpr std::string_view kLanguageKey = "language";
     /// @}
 
     /// Whether frames get the watermark; nothing where the user has not said.
     static std::optional<bool> drawsWatermark();
+
+    /// Puts the chosen language before those of the environment. At start, before translations are set up.
+    static void applyLanguage();
 };

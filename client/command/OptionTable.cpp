@@ -495,6 +495,8 @@ CommandText set()
                   form("codec", localized("how pictures are stored, as of --codec"), localized("[NAME]"),
                        Offer::Nothing),
                   form("watermark", localized("whether photos carry the watermark"), localized("[on|off]"),
+                       Offer::Nothing),
+                  form("language", localized("the language of texts and of the names of movies"), "[de|en|fr]",
                        Offer::Nothing)},
     };
 }

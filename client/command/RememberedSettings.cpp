@@ -5,6 +5,7 @@
 #include "platform/files/NSUserDefaults.h"
 #include "util/UserSettings.h"
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <system_error>
@@ -20,12 +21,18 @@ namespace {
 
 constexpr std::string_view kSave = "save";
 constexpr std::string_view kWatermark = "watermark";
+constexpr std::string_view kLanguage = "language";
+/// Those that everything is translated to.
+constexpr std::array<std::string_view, 3> kLanguages = {"de", "en", "fr"};
 /// Those that are kept as they are typed, under their own names.
 constexpr std::array<std::string_view, 3> kMovieOptions = {"quality", "seconds", "codec"};
 
 std::string_view keyOf(std::string_view name)
 {
-    return name == kSave ? UserSettings::kDestinationKey : name == kWatermark ? UserSettings::kDrawsWatermarkKey : name;
+    return name == kSave        ? UserSettings::kDestinationKey
+           : name == kWatermark ? UserSettings::kDrawsWatermarkKey
+           : name == kLanguage  ? UserSettings::kLanguageKey
+                                : name;
 }
 
 /// The folder, as the service wants to find it; nothing if there is none.
@@ -55,6 +62,12 @@ std::optional<platform::PropertyList> objectOf(std::string_view name, const std:
         reason = localized("watermark takes on or off, not \"{}\"", text);
         return std::nullopt;
     }
+    if (name == kLanguage) {
+        if (std::ranges::count(kLanguages, text) > 0)
+            return platform::PropertyList(text);
+        reason = localized("language takes {}, not \"{}\"", fmt::join(kLanguages, ", "), text);
+        return std::nullopt;
+    }
     CreateOptions tried;
     reason = readMovieOption(name, text, tried);
     return reason.empty() ? std::optional<platform::PropertyList>(text) : std::nullopt;
@@ -64,7 +77,8 @@ std::optional<platform::PropertyList> objectOf(std::string_view name, const std:
 
 const std::vector<std::string>& RememberedSettings::names()
 {
-    static const auto* const all = new std::vector<std::string>{"save", "quality", "seconds", "codec", "watermark"};
+    static const auto* const all =
+        new std::vector<std::string>{"save", "quality", "seconds", "codec", "watermark", "language"};
     return *all;
 }
 

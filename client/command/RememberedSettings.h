@@ -9,8 +9,9 @@
 
 namespace stillora {
 
-/// What the user has chosen once for all movies: "save", "quality", "seconds", "codec" and "watermark". Kept in the
-/// user defaults, where the service looks for the save folder and the watermark, too. Never instantiated.
+/// What the user has chosen once for all movies: "save", "quality", "seconds", "codec", "watermark" and
+/// "language". Kept in the user defaults, where the service looks for the save folder, the watermark and the language,
+/// too. Never instantiated.
 class RememberedSettings final {
 public:
     RememberedSettings() = delete;
@@ -22,7 +23,8 @@ public:
     static std::optional<std::string> value(std::string_view name);
 
     enum class Outcome { Kept, Refused, NotWritten };
-    /// @param text    what the option of that name takes; a folder that is there; "on" or "off" for the watermark
+    /// @param text    what the option of that name takes; a folder that is there; "on" or "off" for the watermark;
+    /// "de", "en" or "fr"
     /// @param reason  out: why it was not kept
     static Outcome keep(std::string_view name, const std::string& text, std::string& reason);
     /// @return whether it is not kept any more

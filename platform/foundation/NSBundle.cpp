@@ -14,6 +14,9 @@ namespace platform {
 
 namespace {
 
+/// Who prefers it to another wants no translation of a text that is written in it.
+constexpr std::string_view kLanguageOfTexts = "en";
+
 /// Reads the tables of a compiled gettext catalogue. Nothing in it is trusted: a damaged file has no texts.
 class CatalogueReader final {
 public:
@@ -88,6 +91,8 @@ std::string NSBundle::localizedStringForKey(std::string_view key, std::string_vi
             const auto& texts = catalogue(domain, language).texts;
             if (const auto found = texts.find(key); found != texts.end())
                 return found->second;
+            if (language == kLanguageOfTexts)
+                break;
         }
     }
     return std::string(value.empty() ? key : value);
@@ -99,6 +104,8 @@ std::string NSBundle::localizedStringForCount(uint64_t count, std::string_view o
     for (const std::string& language : languages_) {
         const auto& [forms, texts] = catalogue(domain_, language);
         const auto found = texts.find(key);
+        if (found == texts.end() && language == kLanguageOfTexts)
+            break;
         if (found == texts.end())
             continue;
         std::string_view text = found->second;

@@ -18,8 +18,8 @@ public:
     static NSBundle& mainBundle();
 
     /// The text of `key` in the user's language: the languages of `LANGUAGE`, `LC_ALL`, `LC_MESSAGES` or `LANG`, then
-    /// English. A missing key gives `value`, or the key itself where that is empty. `table` empty is the default table.
-    /// Any thread.
+    /// English, in which a text that is not known there is written itself. A missing key gives `value`, or the key
+    /// itself where that is empty. `table` empty is the default table. Any thread.
     std::string localizedStringForKey(std::string_view key, std::string_view value = "",
                                       std::string_view table = "") const;
 

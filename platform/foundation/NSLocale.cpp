@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <utility>
 
 namespace platform {
 
@@ -18,6 +19,13 @@ void appendLanguage(std::vector<std::string>& languages, std::string name)
         languages.push_back(name.substr(0, country));
 }
 
+std::string& chosenLanguage()
+{
+    // Never destroyed: texts may still be asked for while the process ends.
+    static auto& language = *new std::string;
+    return language;
+}
+
 std::string valueOf(const char* variable)
 {
     const char* text = getenv(variable);
@@ -29,6 +37,7 @@ std::string valueOf(const char* variable)
 std::vector<std::string> preferredLanguages()
 {
     std::vector<std::string> languages;
+    appendLanguage(languages, chosenLanguage());
     std::string locale;
     for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
         locale = valueOf(variable);
@@ -47,6 +56,11 @@ std::vector<std::string> preferredLanguages()
     appendLanguage(languages, locale);
     languages.emplace_back("en");
     return languages;
+}
+
+void setPreferredLanguage(std::string language)
+{
+    chosenLanguage() = std::move(language);
 }
 
 } // namespace platform

@@ -21,7 +21,7 @@ MANUAL = BUILD / "described/stillora.1"
 
 OPTION = re.compile(r"(?<![\w-])(?:--[a-z][a-z-]*|-[a-zA-Z0-9])(?![\w-])")
 ACTIONS = {"document": ["new", "add", "list", "render", "check"],
-           "set": ["save", "quality", "seconds", "codec", "watermark"]}
+           "set": ["save", "quality", "seconds", "codec", "watermark", "language"]}
 
 # Calls the function as bash does, and prints what it would offer.
 CALL = """

@@ -57,22 +57,25 @@ protected:
 TEST_F(SettingsCommand, KeepsWhatIsChosenUntilItIsTakenBack)
 {
     EXPECT_EQ(settings({"--json"}).out,
-              "{\"save\": null, \"quality\": null, \"seconds\": null, \"codec\": null, \"watermark\": null}\n");
+              "{\"save\": null, \"quality\": null, \"seconds\": null, \"codec\": null, \"watermark\": null, "
+              "\"language\": null}\n");
     const std::string place = folder_.makeFolder("Rome\nand \xff");
     EXPECT_EQ(settings().out, "save       not set\nquality    not set\nseconds    not set\ncodec      not set\n"
-                              "watermark  not set\n");
+                              "watermark  not set\nlanguage   not set\n");
     for (const auto& [key, value] : {std::pair<std::string, std::string>{"save", place},
                                      {"quality", "1080"},
                                      {"seconds", "2.5"},
                                      {"codec", "hvc1"},
-                                     {"watermark", "off"}}) {
+                                     {"watermark", "off"},
+                                     {"language", "fr"}}) {
         const Said result = set({key, value});
         EXPECT_EQ(result.status, kExitDone) << key;
         EXPECT_EQ(result.out + result.err, "") << key;
         EXPECT_EQ(RememberedSettings::value(key), value) << key;
     }
     EXPECT_THAT(settings({"--json"}).out,
-                HasSubstr("\"quality\": \"1080\", \"seconds\": 2.5, \"codec\": \"hvc1\", \"watermark\": false}\n"));
+                HasSubstr("\"quality\": \"1080\", \"seconds\": 2.5, \"codec\": \"hvc1\", \"watermark\": false, "
+                          "\"language\": \"fr\"}\n"));
     EXPECT_EQ(usualSaveFolder(), place);
     for (const std::string& key : RememberedSettings::names()) {
         EXPECT_EQ(set({key}).status, kExitDone) << key;
@@ -88,12 +91,13 @@ TEST_F(SettingsCommand, RefusesWhatCannotBeSet)
         std::vector<std::string> arguments;
         std::string sentence;
     } rows[] = {
-        {{}, "set save, quality, seconds, codec, watermark?"},
-        {{"height", "3"}, "there is no setting height: they are save, quality, seconds, codec, watermark"},
+        {{}, "set save, quality, seconds, codec, watermark, language?"},
+        {{"height", "3"}, "there is no setting height: they are save, quality, seconds, codec, watermark, language"},
         {{"quality", "1000"}, "--quality takes auto, "},
         {{"seconds", "0"}, "--seconds takes a number from 0.01"},
         {{"codec", ""}, "--codec takes avc1"},
         {{"watermark", "maybe"}, "watermark takes on or off, not \"maybe\""},
+        {{"language", "it"}, "language takes de, en, fr, not \"it\""},
         {{"save", folder_.path("gone")}, "is there, not \"" + folder_.path("gone")},
         {{"save", file}, "is there, not \"" + file},
         {{"codec", "avc1", "hvc1"}, "one value is taken, and hvc1 is another argument"},

@@ -1,5 +1,7 @@
 #include "platform/foundation/NSBundle.h"
 
+#include "platform/foundation/NSLocale.h"
+
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -111,6 +113,35 @@ TEST_F(BundleTest, PrefersTheListOfLanguages)
     EXPECT_EQ(text("Untitled"), "Sans titre");
     speak("C", "fr");
     EXPECT_EQ(text("Untitled"), "Untitled");
+}
+
+TEST_F(BundleTest, PrefersEnglishWhereThatIsPreferred)
+{
+    folder_.makeFile("de/LC_MESSAGES/domain.mo",
+                     catalogue({{"A text", "Ein Text"},
+                                {std::string("{} text\0{} texts", 15), std::string("{} Text\0{} Texte", 15)}}));
+    folder_.makeFile("en/LC_MESSAGES/domain.mo", catalogue({{"Untitled", "Untitled movie"}}));
+    for (const char* languages : {"en:de", "en_GB:de"}) {
+        speak("de_DE.UTF-8", languages);
+        EXPECT_EQ(text("A text"), "A text") << languages;
+        EXPECT_EQ(NSBundle::mainBundle().localizedStringForCount(2, "{} text", "{} texts"), "{} texts") << languages;
+    }
+    speak("de_DE.UTF-8", "fr:de:en");
+    EXPECT_EQ(text("A text"), "Ein Text");
+}
+
+TEST_F(BundleTest, PrefersTheLanguageThatWasChosen)
+{
+    folder_.makeFile("fr/LC_MESSAGES/domain.mo", catalogue({{"Untitled", "Sans titre"}}));
+    folder_.makeFile("de/LC_MESSAGES/domain.mo", catalogue({{"Untitled", "Ohne Titel"}}));
+    setPreferredLanguage("fr");
+    for (const char* locale : {"de_DE.UTF-8", "C", ""}) {
+        speak(locale, "de");
+        EXPECT_EQ(text("Untitled"), "Sans titre") << locale;
+    }
+    setPreferredLanguage("");
+    speak("de_DE.UTF-8");
+    EXPECT_EQ(text("Untitled"), "Ohne Titel");
 }
 
 TEST_F(BundleTest, HasTablesOfTheirOwn)
