@@ -38,8 +38,8 @@ class InstallTest(stillora.TestCase):
 
     def test_everything_is_in_its_place(self):
         for place in ("bin/stillora", "libexec/stillora/stillora-video-creator",
-                      "lib/systemd/user/app.stillora.VideoCreator.socket",
-                      "lib/systemd/user/app.stillora.VideoCreator@.service",
+                      "share/systemd/user/app.stillora.VideoCreator.socket",
+                      "share/systemd/user/app.stillora.VideoCreator@.service",
                       "share/dbus-1/interfaces/app.stillora.morStilloraVideoCreatorProtocol.xml",
                       "share/dbus-1/interfaces/app.stillora.morStilloraXPCCreatorUpdateProtocol.xml",
                       "share/bash-completion/completions/stillora", "share/zsh/site-functions/_stillora", "share/fish/vendor_completions.d/stillora.fish",
@@ -157,17 +157,17 @@ class InstallTest(stillora.TestCase):
             self.assertLess(sum(abs(a - b) for a, b in values) / len(icon.get_pixels()), 2, size)
 
     def test_systemd_accepts_the_units(self):
-        units = self.prefix / "lib/systemd/user"
+        units = self.prefix / "share/systemd/user"
         result = subprocess.run(["systemd-analyze", "verify", "--user", "--man=no", *sorted(units.iterdir())],
                                 stdin=subprocess.DEVNULL, capture_output=True, text=True, env=self.environment(),
                                 timeout=stillora.DEADLINE)
         self.assertEqual((result.returncode, result.stdout, result.stderr), (0, "", ""))
 
     def test_the_socket_unit_keeps_others_out_and_starts_a_process_for_each_client(self):
-        unit = self.installed("lib/systemd/user/app.stillora.VideoCreator.socket").read_text().splitlines()
+        unit = self.installed("share/systemd/user/app.stillora.VideoCreator.socket").read_text().splitlines()
         for line in ("ListenStream=%t/app.stillora.VideoCreator", "Accept=yes", "SocketMode=0600"):
             self.assertIn(line, unit)
-        service = self.installed("lib/systemd/user/app.stillora.VideoCreator@.service").read_text()
+        service = self.installed("share/systemd/user/app.stillora.VideoCreator@.service").read_text()
         program = str(self.prefix / "libexec/stillora/stillora-video-creator").replace("%", "%%")
         self.assertIn(f'ExecStart="{program}"\n', service)
 
