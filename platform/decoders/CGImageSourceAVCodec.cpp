@@ -113,6 +113,13 @@ private:
         return true;
     }
 
+    DecodingCost cost() override
+    {
+        // Of JPEG 2000, coefficients of four bytes for three components; what the coded bits cost goes with the file.
+        return codec_ == Codec::JPEG2000 ? DecodingCost{pixelCount() * 12, pixelCount() * 8}
+                                         : DecodingCost{pixelCount() * 4, pixelCount() * 2};
+    }
+
     bool decode(size_t width, size_t height, CGImage& image, NSError* error) override
     {
         const FramePtr frame = decodeFrame(width, height, error);

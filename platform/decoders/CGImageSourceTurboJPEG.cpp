@@ -59,12 +59,23 @@ private:
         return decode(file().all(), width, height, image, error);
     }
 
+    DecodingCost cost() override
+    {
+        // Rows are made one after another, and cost next to nothing at the scale of a frame.
+        if (!header_.hasManyScans)
+            return {};
+        // Two bytes for each coefficient, and a look at each in every scan.
+        const auto samples = static_cast<uint64_t>(static_cast<double>(pixelCount()) * header_.samplesPerPixel);
+        constexpr uint64_t kScansForByte = 6;
+        return {2 * samples, samples * countJPEGScans(file(), header_) / kScansForByte};
+    }
+
     /// Only its tables and its first rows can make a file of one pass unreadable: what is wrong behind them is shown as
     /// it is. A photo's entropy-coded data is nearly all that decoding it at a small scale costs.
     bool probe(NSError* error) override
     {
         constexpr size_t kFirstRowsBytes = 64 * 1024;
-        if (header_.isProgressive)
+        if (header_.hasManyScans)
             return ImageDecoder::probe(error);
         CGImage image;
         return decode(file().first(header_.length + kFirstRowsBytes), 1, 1, image, error);
@@ -74,8 +85,6 @@ private:
     {
         if (header_.bitsPerSample != 8)
             return failDecoding(error, localized("is a JPEG file of another depth than 8 bits"));
-        if (header_.isProgressive && isTooShort())
-            return failDecoding(error, localized("is damaged: it is too short for the size that it claims"));
         bytes = withoutUnfinishedSegment(bytes);
         const tjhandle handle = decompressor();
         int fullWidth = 0;
@@ -117,15 +126,6 @@ private:
         if (header_.isAdobeRGB && colors.model == ColorDescription::Model::RGB)
             colors.space = ColorDescription::kAdobeRGB;
         return colors;
-    }
-
-    /// Less than an eighth of a bit for every block of the claimed size: a progressive file needs memory for all of
-    /// them before its first row can be shown.
-    bool isTooShort()
-    {
-        constexpr size_t kHarmless = size_t{1} << 25;
-        const size_t pixels = header_.width * header_.height;
-        return pixels > kHarmless && file().length() < pixels / 64 / 64;
     }
 
     /// A file that is cut off between two passes may end with the begin of a segment. That is no picture for the

@@ -93,11 +93,25 @@ std::optional<CGImageSource::Properties> ImageDecoder::copyPropertiesAtIndex(NSE
     return properties_;
 }
 
+std::optional<DecodingCost> ImageDecoder::fairCost(NSError* error)
+{
+    const DecodingCost decoding = cost();
+    if (const auto fault = faultOfCost(decoding, file_->length())) {
+        failDecoding(error, *fault);
+        return std::nullopt;
+    }
+    return decoding;
+}
+
 CGImagePtr ImageDecoder::createThumbnailAtIndex(const ThumbnailOptions& options, NSError* error)
 {
     try {
         if (!copyPropertiesAtIndex(error))
             return nullptr;
+        const auto cost = fairCost(error);
+        if (!cost)
+            return nullptr;
+        const DecodingShare share(cost->memory);
         const PixelSize size = thumbnailSize({properties_.pixelWidth, properties_.pixelHeight}, options.maxPixelSize);
         CGImage image;
         image.pixels = PixelRecycling::take();
@@ -115,7 +129,7 @@ CGImagePtr ImageDecoder::createThumbnailAtIndex(const ThumbnailOptions& options,
 bool ImageDecoder::canDecode(NSError* error)
 {
     try {
-        return copyPropertiesAtIndex(error) && probe(error);
+        return copyPropertiesAtIndex(error) && fairCost(error) && probe(error);
     } catch (const std::bad_alloc&) {
         return failDecoding(error, localized("needs more memory than there is"));
     }

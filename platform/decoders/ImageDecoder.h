@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/decoders/CGImageSource.h"
+#include "platform/decoders/DecodingCost.h"
 #include "platform/decoders/ImageFile.h"
 #include "platform/pixels/ColorProfile.h"
 #include "platform/pixels/ImageScaler.h"
@@ -36,6 +37,9 @@ protected:
     /// Decodes the stored picture at exactly this size, which is not larger than its own, to sRGB.
     [[nodiscard]] virtual bool decode(size_t width, size_t height, CGImage& image, NSError* error) = 0;
 
+    /// Of `decode`. After `readProperties`.
+    [[nodiscard]] virtual DecodingCost cost() = 0;
+
     /// Whether `decode` will succeed; told without decoding all of the file where that is possible.
     [[nodiscard]] virtual bool probe(NSError* error);
 
@@ -45,10 +49,14 @@ protected:
 
     ImageFile& file() { return *file_; }
     const Properties& properties() const { return properties_; }
+    uint64_t pixelCount() const { return uint64_t{properties_.pixelWidth} * properties_.pixelHeight; }
     /// Stores an error that says what is wrong with the file; false, for use in a `return`.
     bool failDecoding(NSError* error, std::string_view what) const;
 
 private:
+    /// The cost of `decode`; nothing where it is out of proportion.
+    [[nodiscard]] std::optional<DecodingCost> fairCost(NSError* error);
+
     const std::unique_ptr<ImageFile> file_;
     const std::string format_;
     Properties properties_;

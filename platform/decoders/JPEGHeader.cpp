@@ -4,6 +4,7 @@
 #include "platform/decoders/EXIF.h"
 
 #include <algorithm>
+#include <cstring>
 #include <map>
 #include <string_view>
 #include <utility>
@@ -62,6 +63,19 @@ struct ProfileParts {
     }
 };
 
+/// Of a frame header's components, each of which has three bytes: its name, its samplings and its table.
+double samplesPerPixel(std::span<const uint8_t> segment, unsigned components)
+{
+    unsigned most = 1;
+    unsigned sum = 0;
+    for (size_t i = 0; i < components && 3 * i + 1 < segment.size(); ++i) {
+        const unsigned samples = (segment[3 * i + 1] >> 4U) * (segment[3 * i + 1] & 15U);
+        most = std::max(most, samples);
+        sum += samples;
+    }
+    return std::clamp(static_cast<double>(sum) / most, 1.0, static_cast<double>(std::max(components, 1U)));
+}
+
 void readSegment(uint8_t marker, std::span<const uint8_t> segment, JPEGHeader& header, EXIF& exif,
                  ProfileParts& profile)
 {
@@ -91,10 +105,25 @@ void readSegment(uint8_t marker, std::span<const uint8_t> segment, JPEGHeader& h
         header.width = bigEndian16(segment, 3).value_or(0);
         header.components = segment[5];
         header.isProgressive = (marker & 3) == 2;
+        header.samplesPerPixel = samplesPerPixel(segment.subspan(6), header.components);
     }
 }
 
 } // namespace
+
+size_t countJPEGScans(ImageFile& file, const JPEGHeader& header)
+{
+    const auto bytes = file.all();
+    size_t count = 0;
+    for (size_t at = header.length; at + 1 < bytes.size(); ++at) {
+        const void* const found = std::memchr(bytes.data() + at, 0xFF, bytes.size() - 1 - at);
+        if (!found)
+            break;
+        at = static_cast<size_t>(static_cast<const uint8_t*>(found) - bytes.data());
+        count += bytes[at + 1] == kStartOfScan ? 1 : 0;
+    }
+    return count;
+}
 
 std::optional<JPEGHeader> readJPEGHeader(ImageFile& file)
 {
@@ -116,8 +145,13 @@ std::optional<JPEGHeader> readJPEGHeader(ImageFile& file)
             ++offset;
             continue;
         }
-        if (marker == kStartOfScan || marker == kEndOfImage)
+        if (marker == kStartOfScan || marker == kEndOfImage) {
+            constexpr size_t kComponents = 4;
+            const auto scan = file.first(offset + kComponents + 1);
+            header.hasManyScans = header.isProgressive || (scan.size() > offset + kComponents &&
+                                                           scan[offset + kComponents] < header.components);
             break;
+        }
         if (marker == 0x00 || isWithoutLength(marker)) {
             offset += 2;
             continue;

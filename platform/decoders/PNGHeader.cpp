@@ -16,7 +16,14 @@ void readPNGChunk(std::string_view name, std::span<const uint8_t> content, PNGHe
     const auto number = [&](size_t index) { return bigEndian32(content, 4 * index).value_or(0); };
     // Chromaticities and powers are stored as whole numbers.
     constexpr double kParts = 100000;
-    if (name == "pHYs") {
+    if (name == "IHDR") {
+        // By kind of colour: grey, none, colours, palette, grey and alpha, none, colours and alpha.
+        constexpr std::array<unsigned, 7> kSamples{1, 1, 3, 1, 2, 1, 4};
+        constexpr unsigned kBitsOfByte = 8;
+        const unsigned depth = content[8];
+        header.bytesPerPixel = std::max(kSamples[std::min<size_t>(content[9], 6)] * depth / kBitsOfByte, 1U);
+        header.isInterlaced = content[12] != 0;
+    } else if (name == "pHYs") {
         constexpr double kMetresPerInch = 0.0254;
         constexpr uint8_t kMetre = 1;
         if (content[8] == kMetre && number(0) > 0)

@@ -14,6 +14,10 @@ struct PNGHeader {
     /// Numbers of ITU-T H.273.
     std::optional<HEIFColors> codes;
     bool isSRGB = false;
+    /// In seven passes, which need the whole picture in memory.
+    bool isInterlaced = false;
+    /// At least 1.
+    unsigned bytesPerPixel = 1;
     std::optional<ColorDescription::PowerSpace> space;
 };
 
