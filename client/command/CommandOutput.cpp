@@ -35,8 +35,7 @@ bool writeToStandardOutput(std::string_view text)
 }
 
 CommandOutput::CommandOutput(const Wish& wish)
-    : terminal_(wish.isQuiet || wish.isJSON ? Terminal::ProgressLines::Hidden : Terminal::ProgressLines::Shown),
-      wish_(wish)
+    : terminal_(wish.isQuiet || wish.isJSON ? ProgressStyle::None : wish.progress), wish_(wish)
 {}
 
 void CommandOutput::note(const std::string& text)

@@ -24,6 +24,7 @@ public:
         /// What the command makes, as the result's member.
         std::string_view product = "picture";
         ResultForm form = ResultForm::Object;
+        ProgressStyle progress = ProgressStyle::Bar;
         /// Standard input is read for something else than answers.
         bool isInputTaken = false;
     };

@@ -68,6 +68,7 @@ CommandOutput::Wish outputOf(const CreateOptions& options)
     return {.isJSON = options.isJSON,
             .isQuiet = options.isQuiet,
             .product = "movie",
+            .progress = options.progress,
             .isInputTaken = options.list && options.list->isStandardInput()};
 }
 

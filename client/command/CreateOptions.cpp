@@ -128,6 +128,16 @@ std::string readSort(const std::string& text, CreateOptions& options)
     options.order.sort = word->second;
     return {};
 }
+
+std::string readProgress(const std::string& text, CreateOptions& options)
+{
+    const auto& words = progressWords();
+    const auto word = std::ranges::find(words, text, &std::pair<std::string, ProgressStyle>::first);
+    if (word == words.end())
+        return localized("--progress takes {}, not \"{}\"", fmt::join(words | std::views::keys, ", "), text);
+    options.progress = word->second;
+    return {};
+}
 /// @}
 
 struct ValueReader {
@@ -135,7 +145,7 @@ struct ValueReader {
     std::string (*read)(const std::string& text, CreateOptions& options);
 };
 
-constexpr std::array<ValueReader, 8> kValueReaders{{
+constexpr std::array<ValueReader, 9> kValueReaders{{
     {"seconds", readSeconds},
     {"quality", readHeight},
     {"codec", readCodec},
@@ -143,6 +153,7 @@ constexpr std::array<ValueReader, 8> kValueReaders{{
     {"soundtrack", readSound},
     {"save", readSaveFolder},
     {"sort", readSort},
+    {"progress", readProgress},
     {"output", readOutput},
 }};
 

@@ -6,6 +6,7 @@
 
 #include "client/command/Arguments.h"
 #include "client/command/NameList.h"
+#include "client/command/Terminal.h"
 
 #include <cstdint>
 #include <optional>
@@ -39,6 +40,7 @@ struct CreateOptions {
     Watermark watermark = Watermark::Usual;
     bool isJSON = false;
     bool isQuiet = false;
+    ProgressStyle progress = ProgressStyle::Bar;
     bool skipsBad = false;
     /// Tell what the movie would be, and make none.
     bool plansOnly = false;

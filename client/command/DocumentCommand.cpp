@@ -147,7 +147,7 @@ int fill(Document& document, const DocumentFillOptions& options, MovieCommand& c
 
 MovieCommand::Wish outputOf(bool isJSON, bool isQuiet, std::string_view product)
 {
-    return {isJSON, isQuiet, product};
+    return {.isJSON = isJSON, .isQuiet = isQuiet, .product = product};
 }
 
 MovieCommand::Wish outputOf(const CreateOptions& wish, std::string_view product)
@@ -155,6 +155,7 @@ MovieCommand::Wish outputOf(const CreateOptions& wish, std::string_view product)
     return {.isJSON = wish.isJSON,
             .isQuiet = wish.isQuiet,
             .product = product,
+            .progress = wish.progress,
             .isInputTaken = wish.list && wish.list->isStandardInput()};
 }
 

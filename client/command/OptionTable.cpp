@@ -212,6 +212,18 @@ struct Options {
     };
     const Option json{.name = "json", .help = localized("write the result as one line of JSON to standard output")};
     const Option jsonOfFiles{.name = "json", .help = localized("write a line of JSON for each file")};
+    const Option progress{
+        .name = "progress",
+        .value = localized("HOW"),
+        .help = localized(
+            "tell how far the work is by a bar, by lines that stay, or not at all: bar (default), lines or none"),
+        .more = localized(
+            "With lines each stage has a line, and so has every ten per cent of it or every ten seconds, without any "
+            "movement of the cursor: for screen readers and logs. A bar is drawn on a terminal alone; one that cannot "
+            "draw over a line (TERM is dumb) gets lines instead. --quiet and --json leave out both."),
+        .offer = Offer::Words,
+        .words = {"bar", "lines", "none"},
+    };
     const Option quiet{.name = "quiet", .help = localized("write nothing but errors to standard error")};
     const Option png{
         .name = "output",
@@ -322,7 +334,7 @@ CommandText create(const Options& o)
                    .options = {&o.seconds,   &o.quality, &o.codec,   &o.soundtrack, &o.loop,          &o.fitMusic,
                                &o.noSilence, &o.sort,    &o.reverse, &o.recursive,  &o.reduceBorders, &o.noWatermark,
                                &o.watermark, &o.web,     &o.title,   &o.save,       &o.movie,         &o.skipBad,
-                               &o.filesFrom, &o.null,    &o.dryRun,  &o.events,     &o.quiet}}},
+                               &o.filesFrom, &o.null,    &o.dryRun,  &o.events,     &o.progress,      &o.quiet}}},
     };
 }
 
@@ -353,16 +365,17 @@ CommandText document(const Options& o)
                    .operands = localized("NAME [PHOTO|SOUND|FOLDER]..."),
                    .offer = Offer::PhotosAndSounds,
                    .startsWithDocument = true,
-                   .options = {&o.seconds, &o.quality, &o.codec, &o.soundtrack, &o.loop, &o.fitMusic, &o.noSilence,
-                               &o.sort, &o.reverse, &o.recursiveItems, &o.reduceBorders, &o.noWatermark, &o.watermark,
-                               &o.documentTitle, &o.skipBadItems, &o.filesFrom, &o.null, &o.events, &o.quiet}},
+                   .options = {&o.seconds,       &o.quality,     &o.codec,     &o.soundtrack,    &o.loop,
+                               &o.fitMusic,      &o.noSilence,   &o.sort,      &o.reverse,       &o.recursiveItems,
+                               &o.reduceBorders, &o.noWatermark, &o.watermark, &o.documentTitle, &o.skipBadItems,
+                               &o.filesFrom,     &o.null,        &o.events,    &o.progress,      &o.quiet}},
                   {.verb = "add",
                    .summary = localized("adds photos and sounds at the end"),
                    .operands = localized("DOCUMENT PHOTO|SOUND|FOLDER..."),
                    .offer = Offer::PhotosAndSounds,
                    .startsWithDocument = true,
                    .options = {&o.soundtrack, &o.sort, &o.reverse, &o.recursiveItems, &o.skipBadItems, &o.filesFrom,
-                               &o.null, &o.events, &o.quiet}},
+                               &o.null, &o.events, &o.progress, &o.quiet}},
                   {.verb = "list",
                    .summary = localized("shows what is in a document"),
                    .operands = localized("DOCUMENT"),
@@ -378,7 +391,7 @@ CommandText document(const Options& o)
                    .operands = localized("DOCUMENT"),
                    .startsWithDocument = true,
                    .options = {&o.seconds, &o.quality, &o.codec, &o.noWatermark, &o.watermark, &o.web, &o.documentTitle,
-                               &o.save, &o.movie, &o.skipBadItems, &o.dryRun, &o.events, &o.quiet}}},
+                               &o.save, &o.movie, &o.skipBadItems, &o.dryRun, &o.events, &o.progress, &o.quiet}}},
     };
 }
 
@@ -545,6 +558,13 @@ const std::vector<std::pair<std::string, PhotoSort>>& sortWords()
 {
     static const auto* const words = new std::vector<std::pair<std::string, PhotoSort>>{
         {"name", PhotoSort::ByName}, {"date", PhotoSort::ByDate}, {"given", PhotoSort::AsGiven}};
+    return *words;
+}
+
+const std::vector<std::pair<std::string, ProgressStyle>>& progressWords()
+{
+    static const auto* const words = new std::vector<std::pair<std::string, ProgressStyle>>{
+        {"bar", ProgressStyle::Bar}, {"lines", ProgressStyle::Lines}, {"none", ProgressStyle::None}};
     return *words;
 }
 

@@ -2,6 +2,8 @@
 
 #include <stillora/Photos.h>
 
+#include "client/command/Terminal.h"
+
 #include <string>
 #include <string_view>
 #include <utility>
@@ -93,5 +95,8 @@ const std::vector<std::string>& qualityWords();
 
 /// What --sort takes, and what it means.
 const std::vector<std::pair<std::string, PhotoSort>>& sortWords();
+
+/// What --progress takes, and what it means.
+const std::vector<std::pair<std::string, ProgressStyle>>& progressWords();
 
 } // namespace stillora

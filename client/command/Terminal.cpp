@@ -27,10 +27,15 @@ void writeAll(std::string_view text)
     }
 }
 
-bool canDrawOverLines()
+/// What the terminal can do of a style.
+ProgressStyle possibleStyle(ProgressStyle wish)
 {
+    if (wish != ProgressStyle::Bar)
+        return wish;
+    if (isatty(STDERR_FILENO) != 1)
+        return ProgressStyle::None;
     const char* kind = getenv("TERM");
-    return isatty(STDERR_FILENO) == 1 && kind && *kind && std::string_view(kind) != "dumb";
+    return kind && *kind && std::string_view(kind) != "dumb" ? ProgressStyle::Bar : ProgressStyle::Lines;
 }
 
 /// Whether the terminal breaks lines anew when it gets narrower. Others cut them.
@@ -44,8 +49,8 @@ bool breaksLinesAnew()
 
 } // namespace
 
-Terminal::Terminal(ProgressLines lines)
-    : showsProgress_(lines == ProgressLines::Shown && canDrawOverLines()),
+Terminal::Terminal(ProgressStyle style)
+    : style_(possibleStyle(style)),
       characters_(std::string_view(nl_langinfo(CODESET)) == "UTF-8" ? LineCharacters::UTF8 : LineCharacters::ASCII)
 {}
 
@@ -73,7 +78,10 @@ std::string Terminal::eraseLastLine(int columns) const
 
 void Terminal::drawProgress(const ProgressLineContent& content)
 {
-    if (!showsProgress_)
+    if (style_ == ProgressStyle::Lines)
+        if (const auto line = log_.lineFor(content, ProgressLog::Clock::now()))
+            writeLine(*line);
+    if (style_ != ProgressStyle::Bar)
         return;
     const int now = columns();
     std::string line = progressLine(content, now, characters_);

@@ -1,27 +1,34 @@
 #pragma once
 
 #include "client/command/ProgressLine.h"
+#include "client/command/ProgressLog.h"
 
 #include <string>
 #include <string_view>
 
 namespace stillora {
 
-/// Standard error: a line that is drawn over and over where it is a terminal, and the lines that stay.
+/// How progress is told.
+enum class ProgressStyle {
+    /// One line that is drawn over and over; on a terminal that cannot do that, lines that stay; else nothing.
+    Bar,
+    /// Lines that stay, wherever they go.
+    Lines,
+    None,
+};
+
+/// Standard error: progress, and the lines that stay.
 class Terminal final {
 public:
-    enum class ProgressLines { Shown, Hidden };
-
-    /// A progress line is shown only on a terminal that can draw over a line.
-    explicit Terminal(ProgressLines lines);
+    explicit Terminal(ProgressStyle style);
     /// Takes the progress line away.
     ~Terminal();
     Terminal(const Terminal&) = delete;
     Terminal& operator=(const Terminal&) = delete;
 
-    bool showsProgress() const { return showsProgress_; }
+    bool showsProgress() const { return style_ != ProgressStyle::None; }
 
-    /// Draws over the last progress line, as wide as the terminal is now.
+    /// Draws over the last progress line, as wide as the terminal is now, or writes a line if one is due.
     void drawProgress(const ProgressLineContent& content);
     void clearProgress();
 
@@ -32,12 +39,14 @@ private:
     int columns() const;
     std::string eraseLastLine(int columns) const;
 
-    const bool showsProgress_;
+    /// What can be done of what was asked for.
+    const ProgressStyle style_;
     const LineCharacters characters_;
     /// Also of an empty line, on a terminal that has no room for more.
     bool isDrawn_ = false;
     std::string lastLine_;
     int lastColumns_ = 0;
+    ProgressLog log_;
 };
 
 } // namespace stillora

@@ -559,13 +559,29 @@ TEST_F(Program, SpeaksTheUsersLanguage)
                 AllOf(HasSubstr("Fotos werden geprüft"), HasSubstr("Fotos werden gerendert"), HasSubstr("noch 0:03")));
 }
 
-TEST_F(Program, DrawsNothingWhereItCannotDrawOverALine)
+TEST_F(Program, WritesLinesWhereItCannotDrawOverALine)
 {
     auto dumb = environment("makes");
     dumb["TERM"] = "dumb";
     const Result result = Running(create(), dumb, Running::StandardError::Terminal).finish();
     EXPECT_EQ(result.status, 0);
-    EXPECT_THAT(result.err, AllOf(StartsWith("stillora: 6 photos"), Not(HasSubstr("\x1b"))));
+    EXPECT_THAT(result.err, AllOf(HasSubstr("\nRendering the photos: 25%, 1/4, "), HasSubstr("\nstillora: 6 photos"),
+                                  Not(HasSubstr("\x1b")), Not(ContainsRegex("\r[^\n]"))));
+}
+
+TEST_F(Program, TellsItsProgressAsItIsAskedTo)
+{
+    const Result lines = run("makes", create({"--progress", "lines"}));
+    EXPECT_EQ(lines.status, 0) << lines.err;
+    EXPECT_THAT(lines.err, AllOf(HasSubstr("Rendering the photos: 25%, 1/4, "), Not(HasSubstr("\x1b"))))
+        << "in a log, too";
+    EXPECT_THAT(run("makes", create({"--progress", "bar"})).err, StartsWith("stillora: 6 photos"))
+        << "where there is no terminal nothing is drawn";
+    const Result none =
+        Running(create({"--progress", "none"}), environment("makes"), Running::StandardError::Terminal).finish();
+    EXPECT_THAT(none.err, StartsWith("stillora: 6 photos"));
+    EXPECT_EQ(run("makes", create({"--progress", "lines", "--quiet"})).err, "");
+    EXPECT_EQ(run("makes", create({"--progress", "dots"})).status, 2);
 }
 
 TEST_F(Program, LeavesNoTraceOfItsLineAfterAnInterruption)
