@@ -10,6 +10,7 @@
 #include "client/Text.h"
 #include "client/WakeUp.h"
 #include "client/WatermarkChoice.h"
+#include "client/WorkingClock.h"
 #include "items/morStilloraVideoCreatorProtocol.h"
 #include "platform/files/NSFileManager.h"
 #include "platform/foundation/Lock.h"
@@ -34,7 +35,7 @@ namespace stillora {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using Clock = WorkingClock;
 using std::chrono::milliseconds;
 
 /// Between two looks at the clock, and two turns of a display.

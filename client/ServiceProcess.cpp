@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -28,6 +29,16 @@ namespace {
 
 constexpr const char* kProgramName = "stillora-video-creator";
 constexpr const char* kProgramVariable = "STILLORA_VIDEO_CREATOR";
+
+/// More services than one program starts at once; further ones are not stopped with it.
+constexpr size_t kMostStopped = 16;
+
+/// The descriptors of running services, for signal handlers. A descriptor cannot come to mean another process, as a
+/// number can.
+struct RunningService {
+    std::atomic<int> descriptor{-1};
+};
+std::array<RunningService, kMostStopped> running;
 
 /// The first descriptor that socket activation hands over.
 constexpr int kSocketDescriptor = 3;
@@ -245,11 +256,30 @@ std::unique_ptr<ServiceProcess> ServiceProcess::start(const std::string& program
 ServiceProcess::ServiceProcess(int pid, platform::FileDescriptor ended, platform::FileDescriptor socket,
                                platform::FileDescriptor log)
     : pid_(pid), ended_(std::move(ended)), socket_(std::move(socket)), log_(std::move(log))
-{}
+{
+    for (RunningService& place : running) {
+        int none = -1;
+        if (place.descriptor.compare_exchange_strong(none, ended_.get())) {
+            place_ = &place.descriptor;
+            break;
+        }
+    }
+}
 
 ServiceProcess::~ServiceProcess()
 {
     kill();
+    if (place_)
+        *place_ = -1;
+}
+
+void ServiceProcess::signalAll(int signal) noexcept
+{
+    const int before = errno;
+    for (const RunningService& place : running)
+        if (const int descriptor = place.descriptor; descriptor >= 0)
+            syscall(SYS_pidfd_send_signal, descriptor, signal, nullptr, 0);
+    errno = before;
 }
 
 bool ServiceProcess::readLog()

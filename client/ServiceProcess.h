@@ -3,7 +3,9 @@
 #include "platform/foundation/FileDescriptor.h"
 #include "platform/foundation/NSError.h"
 
+#include <atomic>
 #include <chrono>
+#include <csignal>
 #include <memory>
 #include <optional>
 #include <string>
@@ -49,6 +51,13 @@ public:
     /// Ends the process without asking it.
     void kill();
 
+    /// @name Stops all services of this program, as the program itself is stopped, and lets them go on
+    /// Safe in a signal handler.
+    /// @{
+    static void stopAll() noexcept { signalAll(SIGSTOP); }
+    static void continueAll() noexcept { signalAll(SIGCONT); }
+    /// @}
+
     /// How it ended, as part of a sentence: "with exit status 1", "by signal 9 (Killed)". Empty while it runs.
     std::string howItEnded() const;
 
@@ -56,8 +65,12 @@ private:
     ServiceProcess(int pid, platform::FileDescriptor ended, platform::FileDescriptor socket,
                    platform::FileDescriptor log);
 
+    static void signalAll(int signal) noexcept;
+
     const int pid_;
     const platform::FileDescriptor ended_;
+    /// Among those of `signalAll`, as long as the descriptor is open.
+    std::atomic<int>* place_ = nullptr;
     platform::FileDescriptor socket_;
     const platform::FileDescriptor log_;
     /// As waitpid gives it, once the process has ended.

@@ -3,6 +3,7 @@
 #include "client/LocalizedText.h"
 #include "client/MovieForecast.h"
 #include "client/Text.h"
+#include "client/WorkingClock.h"
 #include "client/command/PhotoSentence.h"
 #include "client/command/PlanText.h"
 #include "client/command/Question.h"
@@ -20,7 +21,7 @@ namespace stillora {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using Clock = WorkingClock;
 
 /// In which the bar of a stage that cannot tell how far it is goes there and back.
 constexpr Seconds kTurn{3};

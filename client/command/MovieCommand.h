@@ -3,6 +3,7 @@
 #include <stillora/Movie.h>
 
 #include "client/JSONWriter.h"
+#include "client/WorkingClock.h"
 #include "client/command/CommandOutput.h"
 #include "client/command/SignalWatch.h"
 #include "client/command/Terminal.h"
@@ -36,10 +37,10 @@ private:
 
     Terminal& terminal_;
     const bool isJSON_;
-    const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+    const WorkingClock::time_point start_ = WorkingClock::now();
     ProgressLineContent content_;
     std::optional<Seconds> timeLeft_;
-    std::chrono::steady_clock::time_point lastUpdate_ = start_;
+    WorkingClock::time_point lastUpdate_ = start_;
 };
 
 /// What is common to the commands that take photos and sounds and make something of them: how they tell of their

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "client/WorkingClock.h"
 #include "client/command/ProgressLine.h"
 
 #include <chrono>
@@ -12,7 +13,7 @@ namespace stillora {
 /// each stage, and one for every ten per cent of it or every ten seconds.
 class ProgressLog final {
 public:
-    using Clock = std::chrono::steady_clock;
+    using Clock = WorkingClock;
 
     /// The line that is to be written now, without control characters; nothing where there is nothing new to say.
     std::optional<std::string> lineFor(const ProgressLineContent& content, Clock::time_point now);

@@ -2,10 +2,15 @@
 
 #include <stillora/Movie.h>
 
+#include "client/ServiceProcess.h"
+#include "client/WorkingClock.h"
 #include "client/command/ExitStatus.h"
+#include "client/command/Terminal.h"
 
 #include <array>
 #include <atomic>
+#include <cerrno>
+#include <chrono>
 #include <csignal>
 
 #include <unistd.h>
@@ -35,6 +40,28 @@ void patienceIsOver(int)
     _exit(kExitSignalled + firstSignal);
 }
 
+void install(int signal, void (*handler)(int));
+
+/// Stops the service and this program as the terminal asks, until both may go on.
+void suspended(int)
+{
+    const int before = errno;
+    const auto start = std::chrono::steady_clock::now();
+    Terminal::eraseForStop();
+    ServiceProcess::stopAll();
+    std::signal(SIGTSTP, SIG_DFL);
+    sigset_t stop;
+    sigemptyset(&stop);
+    sigaddset(&stop, SIGTSTP);
+    raise(SIGTSTP);
+    // Here the program stands still. Where nobody could let it go on again it is not stopped at all.
+    pthread_sigmask(SIG_UNBLOCK, &stop, nullptr);
+    install(SIGTSTP, suspended);
+    WorkingClock::addStop(std::chrono::steady_clock::now() - start);
+    ServiceProcess::continueAll();
+    errno = before;
+}
+
 void install(int signal, void (*handler)(int))
 {
     struct sigaction action = {};
@@ -58,11 +85,14 @@ SignalWatch::SignalWatch(MovieMaker* maker)
     watched = maker;
     firstSignal = 0;
     install(SIGALRM, patienceIsOver);
-    for (const int signal : kSignals) {
+    const auto installUnlessIgnored = [](int signal, void (*handler)(int)) {
         struct sigaction before = {};
         if (sigaction(signal, nullptr, &before) == 0 && before.sa_handler != SIG_IGN)
-            install(signal, interrupted);
-    }
+            install(signal, handler);
+    };
+    for (const int signal : kSignals)
+        installUnlessIgnored(signal, interrupted);
+    installUnlessIgnored(SIGTSTP, suspended);
 }
 
 SignalWatch::~SignalWatch()

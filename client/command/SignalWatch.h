@@ -5,8 +5,9 @@ namespace stillora {
 class MovieMaker;
 
 /// While it lives, SIGINT, SIGTERM and SIGHUP cancel a maker instead of ending the program, or are only noted where
-/// there is none; a second one cancels it at once, and ends the program a second later whatever it does. Signals that
-/// were ignored at the start stay so. One at a time.
+/// there is none; a second one cancels it at once, and ends the program a second later whatever it does. SIGTSTP
+/// (Ctrl-Z) stops the service with the program, and both go on together. Signals that were ignored at the start stay
+/// so. One at a time.
 class SignalWatch final {
 public:
     SignalWatch();

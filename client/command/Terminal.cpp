@@ -2,6 +2,7 @@
 
 #include "client/Text.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 
@@ -14,6 +15,9 @@ namespace stillora {
 namespace {
 
 constexpr int kUsualColumns = 80;
+
+/// Whether the line that was drawn last still stands there. Of all terminals, which take turns.
+std::atomic<bool> isLineThere{false};
 
 void writeAll(std::string_view text)
 {
@@ -85,20 +89,30 @@ void Terminal::drawProgress(const ProgressLineContent& content)
         return;
     const int now = columns();
     std::string line = progressLine(content, now, characters_);
-    if (isDrawn_ && line == lastLine_ && now == lastColumns_)
+    if (isDrawn_ && isLineThere && line == lastLine_ && now == lastColumns_)
         return;
     writeAll(eraseLastLine(now) + line);
     isDrawn_ = true;
+    isLineThere = true;
     lastLine_ = std::move(line);
     lastColumns_ = now;
 }
 
 void Terminal::clearProgress()
 {
-    if (isDrawn_)
+    if (isDrawn_ && isLineThere)
         writeAll(eraseLastLine(columns()));
     isDrawn_ = false;
+    isLineThere = false;
     lastLine_.clear();
+}
+
+void Terminal::eraseForStop() noexcept
+{
+    const int before = errno;
+    if (isLineThere.exchange(false))
+        writeAll("\r\x1b[K");
+    errno = before;
 }
 
 void Terminal::writeLine(std::string_view line)

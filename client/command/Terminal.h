@@ -32,6 +32,10 @@ public:
     void drawProgress(const ProgressLineContent& content);
     void clearProgress();
 
+    /// Takes the progress line away before the program is stopped; afterwards it is drawn anew. Safe in a signal
+    /// handler.
+    static void eraseForStop() noexcept;
+
     /// A line that stays. Control characters of names cannot do anything.
     void writeLine(std::string_view line);
 

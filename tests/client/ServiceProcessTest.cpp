@@ -1,6 +1,7 @@
 #include "client/ServiceProcess.h"
 
 #include "client/ClientError.h"
+#include "client/WorkingClock.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <chrono>
@@ -198,6 +199,34 @@ TEST(ServiceProcess, GetsItsSignalsBack)
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     ASSERT_TRUE(process);
     EXPECT_EQ(readSocket(process->takeSocket()), "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
+}
+
+TEST(ServiceProcess, StandsStillWithItsProgramAndGoesOn)
+{
+    const TemporaryFolder folder;
+    const auto process = ServiceProcess::start(program(folder, "echo $$ >&3; exec sleep 600"));
+    ASSERT_TRUE(process);
+    const int socket = process->takeSocket();
+    char text[32] = {};
+    ASSERT_GT(read(socket, text, sizeof text - 1), 0);
+    const auto pid = static_cast<id_t>(std::atoi(text));
+    // Waits until that is so.
+    siginfo_t info = {};
+    ServiceProcess::stopAll();
+    EXPECT_EQ(waitid(P_PID, pid, &info, WSTOPPED), 0);
+    EXPECT_EQ(info.si_code, CLD_STOPPED);
+    ServiceProcess::continueAll();
+    EXPECT_EQ(waitid(P_PID, pid, &info, WCONTINUED), 0);
+    EXPECT_EQ(info.si_code, CLD_CONTINUED);
+    close(socket);
+}
+
+TEST(WorkingClock, StandsStillWhileTheProgramIsStopped)
+{
+    const auto before = WorkingClock::now();
+    WorkingClock::addStop(std::chrono::hours(1));
+    EXPECT_LT(WorkingClock::now(), before - 59min);
+    EXPECT_GT(WorkingClock::now(), before - 61min);
 }
 
 TEST(ServiceProcess, IsFoundByItsVariableAlone)
