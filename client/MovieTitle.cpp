@@ -2,9 +2,13 @@
 
 #include "client/LocalizedText.h"
 #include "client/Text.h"
+#include "platform/files/NSFileManager.h"
 #include "platform/files/NSURL.h"
+#include "platform/files/NSUserDefaults.h"
 #include "platform/foundation/NSString.h"
+#include "platform/system/UserFolders.h"
 #include "util/MORPalvineCommons.h"
+#include "util/UserSettings.h"
 
 #include <filesystem>
 #include <system_error>
@@ -49,6 +53,12 @@ std::string titleForPhotos(const std::vector<PhotoFacts>& photos)
 
 std::filesystem::path usualSaveFolder()
 {
+    const auto chosen = platform::NSUserDefaults::standardUserDefaults().dataForKey(UserSettings::kDestinationKey);
+    const auto folder = chosen ? platform::NSURL::URLByResolvingBookmarkData(*chosen) : std::nullopt;
+    const auto videos = platform::videosFolder();
+    // The service's own default knows nothing of the desktop's folders.
+    if (videos && !(folder && platform::NSFileManager::defaultManager().fileExistsAtPath(folder->path())))
+        return std::filesystem::path(*videos) / "Stillora";
     return MORPalvineCommons::customSaveDirectory().path();
 }
 

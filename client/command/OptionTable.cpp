@@ -181,8 +181,8 @@ struct Options {
     const Option save{
         .name = "save",
         .value = localized("FOLDER"),
-        .help = localized(
-            "put the movie there; made if it is missing (default: the chosen save folder, else ~/Movies/Stillora)"),
+        .help = localized("put the movie there; made if it is missing (default: the chosen save folder, else Stillora "
+                          "in the desktop's folder for videos, or ~/Movies/Stillora)"),
         .more = localized("A folder that was made is removed again if no movie is made."),
         .offer = Offer::Folders,
     };

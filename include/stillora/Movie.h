@@ -70,8 +70,8 @@ STILLORA_EXPORT std::optional<std::string> faultOfTitle(const std::string& title
 /// The title of a movie that was given none: the name of the folder that all photos lie in, else "Slideshow".
 STILLORA_EXPORT std::string titleForPhotos(const std::vector<PhotoFacts>& photos);
 
-/// Where movies go if nobody says otherwise: the folder that the user has chosen, else a folder of the program's own,
-/// which is made if it is missing.
+/// Where movies go if nobody says otherwise: the folder that the user has chosen, else "Stillora" in the desktop's
+/// folder for videos (XDG_VIDEOS_DIR), which may be missing yet, else ~/Movies/Stillora.
 STILLORA_EXPORT std::filesystem::path usualSaveFolder();
 /// @}
 

@@ -76,11 +76,18 @@ TEST_F(SettingsCommand, KeepsWhatIsChosenUntilItIsTakenBack)
     EXPECT_THAT(settings({"--json"}).out,
                 HasSubstr("\"quality\": \"1080\", \"seconds\": 2.5, \"codec\": \"hvc1\", \"watermark\": false, "
                           "\"language\": \"fr\"}\n"));
+    const auto saveFolderWithVideos = [&] {
+        const EnvironmentVariable videos("XDG_VIDEOS_DIR", folder_.path("home/Filme"));
+        return usualSaveFolder();
+    };
     EXPECT_EQ(usualSaveFolder(), place);
+    EXPECT_EQ(saveFolderWithVideos(), place);
     for (const std::string& key : RememberedSettings::names()) {
         EXPECT_EQ(set({key}).status, kExitDone) << key;
         EXPECT_EQ(RememberedSettings::value(key), std::nullopt) << key;
     }
+    EXPECT_EQ(saveFolderWithVideos(), folder_.path("home/Filme/Stillora"));
+    EXPECT_FALSE(std::filesystem::exists(folder_.path("home/Movies"))) << "nothing is made that is not used";
     EXPECT_EQ(usualSaveFolder(), folder_.path("home/Movies/Stillora"));
 }
 

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace platform {
+
+/// The user's folder for videos: `XDG_VIDEOS_DIR` of the environment, else of user-dirs.dirs (xdg-user-dirs), where it
+/// is an absolute path other than the home folder, which stands for none. May not exist. Any thread.
+std::optional<std::string> videosFolder();
+
+} // namespace platform
