@@ -88,6 +88,39 @@ uint64_t sizeOf(const NSURL& file)
     return unknown ? 0 : bytes;
 }
 
+/// Encodes a sound into a file that grows in the job's folder.
+/// @return why there is no file
+std::optional<Error> encode(const SoundFacts& sound, const NSURL& growing, const JobFolder& job,
+                            const WorkProgress& progress)
+{
+    // Measured at the first look, as the export needs it.
+    AVAssetExportSession session(preciseAsset(sound), std::string(platform::kAVAssetExportPresetAppleM4A));
+    session.setOutputFileType(platform::kAVFileTypeAppleM4A);
+    session.setOutputURL(growing);
+    if (sound.selection)
+        session.setTimeRange(timeRangeOf(sound));
+    session.setDirectoryForTemporaryFiles(job.temporaryURL());
+    return finish(session, sound, job, progress);
+}
+
+/// The hidden folder beside a file's place in which it grows, and of which nothing is left if the caller stops this.
+std::unique_ptr<JobFolder> jobBeside(const NSURL& place, NSError* error)
+{
+    return JobFolder::create(place.URLByDeletingLastPathComponent(), error);
+}
+
+/// Gives a file that is whole its name.
+Result<SoundFile> moved(const NSURL& growing, const std::filesystem::path& file)
+{
+    const SoundFile made{file, sizeOf(growing)};
+    NSError error;
+    if (platform::NSFileManager::defaultManager().moveItemAtURL(growing, NSURL::fileURLWithPath(file.native()), &error))
+        return made;
+    if (error.code == platform::kNSFileWriteFileExistsError)
+        error.localizedDescription = localized("{} exists already, and is not replaced", file.native());
+    return errorOf(error, file);
+}
+
 } // namespace
 
 platform::CMTimeRange timeRangeOf(const SoundFacts& sound)
@@ -144,14 +177,7 @@ Result<SoundFile> convertSound(const SoundFacts& sound, const std::filesystem::p
     const NSURL source = NSURL::fileURLWithPath(sound.path.native());
     const NSURL growing = job->temporaryURL().URLByAppendingPathComponent(
         platform::stringByDeletingPathExtension(source.lastPathComponent()) + ".m4a", false);
-    // Measured at the first look, as the export needs it.
-    AVAssetExportSession session(preciseAsset(sound), std::string(platform::kAVAssetExportPresetAppleM4A));
-    session.setOutputFileType(platform::kAVFileTypeAppleM4A);
-    session.setOutputURL(growing);
-    if (sound.selection)
-        session.setTimeRange(timeRangeOf(sound));
-    session.setDirectoryForTemporaryFiles(job->temporaryURL());
-    if (auto failure = finish(session, sound, *job, progress))
+    if (auto failure = encode(sound, growing, *job, progress))
         return *std::move(failure);
 
     const auto free = [&] {
@@ -167,12 +193,25 @@ Result<SoundFile> convertSound(const SoundFacts& sound, const std::filesystem::p
     return file;
 }
 
+Result<SoundFile> convertSoundToFile(const SoundFacts& sound, const std::filesystem::path& file,
+                                     const WorkProgress& progress)
+{
+    const NSURL place = NSURL::fileURLWithPath(file.native());
+    NSError error;
+    const auto job = jobBeside(place, &error);
+    if (!job)
+        return errorOf(error, file);
+    const NSURL growing = job->temporaryURL().URLByAppendingPathComponent(place.lastPathComponent(), false);
+    if (auto failure = encode(sound, growing, *job, progress))
+        return *std::move(failure);
+    return moved(growing, file);
+}
+
 Result<SoundFile> trimSound(const SoundFacts& sound, const std::filesystem::path& file, const WorkProgress& progress)
 {
     const NSURL place = NSURL::fileURLWithPath(file.native());
     NSError error;
-    // The file grows in a hidden folder beside its place, of which nothing is left if the caller stops this.
-    const auto job = JobFolder::create(place.URLByDeletingLastPathComponent(), &error);
+    const auto job = jobBeside(place, &error);
     if (!job)
         return errorOf(error, file);
     const NSURL growing = job->temporaryURL().URLByAppendingPathComponent(place.lastPathComponent(), false);
@@ -190,12 +229,7 @@ Result<SoundFile> trimSound(const SoundFacts& sound, const std::filesystem::path
     }
     if (auto failure = finish(session, sound, *job, progress))
         return *std::move(failure);
-    const SoundFile made{file, sizeOf(growing)};
-    if (platform::NSFileManager::defaultManager().moveItemAtURL(growing, place, &error))
-        return made;
-    if (error.code == platform::kNSFileWriteFileExistsError)
-        error.localizedDescription = localized("{} exists already, and is not replaced", file.native());
-    return errorOf(error, file);
+    return moved(growing, file);
 }
 
 } // namespace stillora

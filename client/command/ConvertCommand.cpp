@@ -3,10 +3,7 @@
 #include <stillora/Waveform.h>
 
 #include "client/LocalizedText.h"
-#include "client/Text.h"
 #include "client/command/SoundCommand.h"
-
-#include <fmt/format.h>
 
 namespace stillora {
 
@@ -17,12 +14,12 @@ Parsed<ConvertOptions> parseConvert(const std::vector<std::string>& arguments)
         return *answer;
     const auto& given = std::get<CommandArguments>(read);
     ConvertOptions options;
-    options.folder = given.value("output").value_or("");
+    options.output = given.value("output").value_or("");
     options.isJSON = given.has("json");
     options.isQuiet = given.has("quiet");
     std::string fault = readSound(given, options.sound);
-    if (fault.empty() && options.folder.empty())
-        fault = localized("-o takes the path of the folder for the M4A file");
+    if (fault.empty() && options.output.empty())
+        fault = localized("-o takes the path of the M4A file to be made, or of a folder for it");
     if (!fault.empty())
         return usageError(fault, "convert");
     return options;
@@ -31,17 +28,17 @@ Parsed<ConvertOptions> parseConvert(const std::vector<std::string>& arguments)
 int runConvertCommand(const ConvertOptions& options)
 {
     SoundCommand command({.isJSON = options.isJSON, .isQuiet = options.isQuiet, .product = "sound"});
+    const bool isFile = isNameOfM4A(options.output) && !options.output.ends_with('/');
+    if (isFile && command.isTaken(options.output))
+        return kExitFailed;
     int status = kExitDone;
     const auto sound = command.check(options.sound, status);
     if (!sound)
         return status;
-    const auto file = convertSound(*sound, options.folder, command.telling(localized("Converting the sound")));
-    if (!file)
-        return command.fail(file.error());
-    command.note(fmt::format("{}, {}", secondsText(sound->length), bytesText(static_cast<double>(file->bytes))));
-    return command.succeed(file->path.native(), command.resultOf(file->path.native())
-                                                    .add("seconds", sound->length.count())
-                                                    .add("bytes", static_cast<int64_t>(file->bytes)));
+    const WorkProgress progress = command.telling(localized("Converting the sound"));
+    const auto file =
+        isFile ? convertSoundToFile(*sound, options.output, progress) : convertSound(*sound, options.output, progress);
+    return file ? command.succeed(*sound, *file) : command.fail(file.error());
 }
 
 } // namespace stillora

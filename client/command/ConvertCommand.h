@@ -10,7 +10,8 @@ namespace stillora {
 /// The command line of `stillora convert`.
 struct ConvertOptions {
     SoundArgument sound;
-    std::string folder;
+    /// Where the file is put under the sound's name, or the file itself.
+    std::string output;
     bool isJSON = false;
     bool isQuiet = false;
 };

@@ -239,12 +239,14 @@ struct Options {
         .help = localized("the file to be made"),
         .offer = Offer::M4AFiles,
     };
-    const Option folder{
+    const Option convertedFile{
         .name = "output",
         .letter = 'o',
-        .value = localized("FOLDER"),
-        .help = localized("where the file is put; made if it is missing"),
-        .offer = Offer::Folders,
+        .value = localized("OUT"),
+        .help =
+            localized("the file to be made, if OUT ends in .m4a; else the folder that it is put into, made if it is "
+                      "missing"),
+        .offer = Offer::M4AFiles,
     };
     const Option frameQuality{
         .name = "quality",
@@ -458,14 +460,15 @@ CommandText convert(const Options& o)
     return {
         .name = "convert",
         .summary = localized("save a sound, or a part of it, as AAC"),
-        .about = {localized(
-            "Saves a sound as AAC in an M4A file, as movies carry it. The file has the sound's name, with "
-            "\"-2\", \"-3\" and so on where that is taken: nothing is ever replaced. Its path is the only "
-            "line on standard output.")},
+        .about = {localized("Saves a sound as AAC in an M4A file, as movies carry it. In a folder it has the sound's "
+                            "name, with \"-2\", "
+                            "\"-3\" and so on where that is taken; a file that is named and exists already is an "
+                            "error. Nothing is ever "
+                            "replaced. The file's path is the only line on standard output.")},
         .exitStatuses = soundStatuses(),
-        .forms = {{.operands = localized("SOUND -o FOLDER"),
+        .forms = {{.operands = localized("SOUND -o OUT.m4a|FOLDER"),
                    .offer = Offer::Sounds,
-                   .options = {&o.folder, &o.range, &o.json, &o.quiet}}},
+                   .options = {&o.convertedFile, &o.range, &o.json, &o.quiet}}},
     };
 }
 

@@ -1,13 +1,16 @@
 #include "client/command/SoundCommand.h"
 
-#include <stillora/Localization.h>
-
+#include "client/LocalizedText.h"
 #include "client/Text.h"
 #include "platform/dispatch/DispatchQueue.h"
+#include "platform/files/NSURL.h"
+#include "platform/foundation/NSString.h"
 
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <memory>
+#include <system_error>
 #include <utility>
 
 #include <fmt/format.h>
@@ -56,6 +59,23 @@ int SoundCommand::fail(const Error& error, ExitStatus status)
     return error.code == ErrorCode::Cancelled ? stopped(signals_.signal()) : fail(status, error.message);
 }
 
+bool SoundCommand::isTaken(const std::string& output)
+{
+    std::error_code failure;
+    if (!std::filesystem::exists(std::filesystem::symlink_status(output, failure)))
+        return false;
+    fail(kExitFailed, localized("{} exists already, and is not replaced", output));
+    return true;
+}
+
+int SoundCommand::succeed(const SoundFacts& sound, const SoundFile& file)
+{
+    note(fmt::format("{}, {}", secondsText(sound.length), bytesText(static_cast<double>(file.bytes))));
+    return CommandOutput::succeed(file.path.native(), resultOf(file.path.native())
+                                                          .add("seconds", sound.length.count())
+                                                          .add("bytes", static_cast<int64_t>(file.bytes)));
+}
+
 std::optional<SoundFacts> SoundCommand::check(const SoundArgument& argument, int& status)
 {
     struct State {
@@ -80,6 +100,11 @@ std::optional<SoundFacts> SoundCommand::check(const SoundArgument& argument, int
         return std::nullopt;
     }
     return state->checked.good.front();
+}
+
+bool isNameOfM4A(const std::string& path)
+{
+    return platform::lowercaseASCII(platform::pathExtension(path)) == "m4a";
 }
 
 } // namespace stillora

@@ -25,12 +25,21 @@ public:
     /// @param status  out: the program's exit status if there is nothing to be made of it, which was then told
     std::optional<SoundFacts> check(const SoundArgument& argument, int& status);
 
+    /// Whether something is there already, which is not replaced. It is then told, as the command's end.
+    bool isTaken(const std::string& output);
+
+    /// Ends the command that has made a file.
+    int succeed(const SoundFacts& sound, const SoundFile& file);
     /// Ends the command whose work has failed, or that the user has stopped.
     int fail(const Error& error, ExitStatus status = kExitFailed);
     using CommandOutput::fail;
+    using CommandOutput::succeed;
 
 private:
     const SignalWatch signals_;
 };
+
+/// Whether a file of this name is an M4A file, in any case of letters.
+bool isNameOfM4A(const std::string& path);
 
 } // namespace stillora

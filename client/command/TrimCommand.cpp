@@ -3,26 +3,9 @@
 #include <stillora/Waveform.h>
 
 #include "client/LocalizedText.h"
-#include "client/Text.h"
 #include "client/command/SoundCommand.h"
-#include "platform/files/NSURL.h"
-#include "platform/foundation/NSString.h"
-
-#include <filesystem>
-#include <system_error>
-
-#include <fmt/format.h>
 
 namespace stillora {
-
-namespace {
-
-bool isNameOfM4A(const std::string& path)
-{
-    return platform::lowercaseASCII(platform::pathExtension(path)) == "m4a";
-}
-
-} // namespace
 
 Parsed<TrimOptions> parseTrim(const std::vector<std::string>& arguments)
 {
@@ -47,8 +30,8 @@ Parsed<TrimOptions> parseTrim(const std::vector<std::string>& arguments)
 int runTrimCommand(const TrimOptions& options)
 {
     SoundCommand command({.isJSON = options.isJSON, .isQuiet = options.isQuiet, .product = "sound"});
-    if (std::error_code failure; std::filesystem::exists(std::filesystem::symlink_status(options.output, failure)))
-        return command.fail(kExitFailed, localized("{} exists already, and is not replaced", options.output));
+    if (command.isTaken(options.output))
+        return kExitFailed;
     int status = kExitDone;
     const auto sound = command.check(options.sound, status);
     if (!sound)
@@ -56,12 +39,7 @@ int runTrimCommand(const TrimOptions& options)
     const auto file = trimSound(*sound, options.output, command.telling(localized("Cutting the sound")));
     if (!file && file.error().code == ErrorCode::NeedsEncoding)
         return command.fail(kExitBadInput, localized("{}, which \"stillora convert\" does", file.error().message));
-    if (!file)
-        return command.fail(file.error());
-    command.note(fmt::format("{}, {}", secondsText(sound->length), bytesText(static_cast<double>(file->bytes))));
-    return command.succeed(options.output, command.resultOf(options.output)
-                                               .add("seconds", sound->length.count())
-                                               .add("bytes", static_cast<int64_t>(file->bytes)));
+    return file ? command.succeed(*sound, *file) : command.fail(file.error());
 }
 
 } // namespace stillora

@@ -58,6 +58,15 @@ struct SoundFile {
 STILLORA_EXPORT Result<SoundFile> convertSound(const SoundFacts& sound, const std::filesystem::path& folder,
                                                const WorkProgress& progress = {});
 
+/// As `convertSound`, under a name of the caller's.
+///
+/// @param sound     as it was checked
+/// @param file      the M4A file to be made; nothing may be there yet
+/// @param progress  may be empty
+/// @return the errors of `convertSound`; `FileExists` where something is already there, which stays as it is
+STILLORA_EXPORT Result<SoundFile> convertSoundToFile(const SoundFacts& sound, const std::filesystem::path& file,
+                                                     const WorkProgress& progress = {});
+
 /// Cuts the wanted part out of a sound without encoding it anew.
 ///
 /// @param sound     as it was checked, with a selection

@@ -77,6 +77,18 @@ TEST_F(Waveform, ConversionNeverReplacesAFile)
     EXPECT_GT(bytes, 0U);
 }
 
+TEST_F(Waveform, ConversionToAFileKeepsItsNameAndReplacesNothing)
+{
+    const SoundFacts source = sound(1);
+    const auto file = convertSoundToFile(source, folder_.path("b.m4a"));
+    ASSERT_TRUE(file) << file.error().message;
+    EXPECT_EQ(file->path, folder_.path("b.m4a"));
+    EXPECT_EQ(file->bytes, std::filesystem::file_size(file->path));
+    EXPECT_EQ(codeOf(convertSoundToFile(source, folder_.path("b.m4a"))), ErrorCode::FileExists);
+    EXPECT_EQ(codeOf(convertSoundToFile(sound(3600), folder_.path("c.m4a"), stop_)), ErrorCode::Cancelled);
+    EXPECT_THAT(folder_.entries(), testing::UnorderedElementsAre("a.wav", "b.m4a"));
+}
+
 TEST_F(Waveform, CutTellsWhereOnlyAConversionHelps)
 {
     SoundFacts part = sound(2);

@@ -178,7 +178,7 @@ TEST(ConvertOptions, ReadTheirArgumentsAndRefuseWhatCannotBeDone)
 {
     const auto options = std::get<ConvertOptions>(parseConvert({"a.mp3", "-o", "out", "--range", "-3", "--json"}));
     EXPECT_EQ(options.sound, (SoundArgument{"a.mp3", std::nullopt, 3s}));
-    EXPECT_EQ(options.folder, "out");
+    EXPECT_EQ(options.output, "out");
     EXPECT_TRUE(options.isJSON);
     EXPECT_THAT(fault(parseConvert, {"-o", "out"}), HasSubstr("no sound was given"));
     EXPECT_THAT(fault(parseConvert, {"a.mp3"}), HasSubstr("-o takes"));
@@ -380,6 +380,34 @@ TEST_F(SoundCommands, ConvertNeverReplacesAFile)
     EXPECT_EQ(readBytes(path("a.m4a")), before);
     EXPECT_THAT(files(), UnorderedElementsAre("a.m4a", "a-2.m4a", "a-3.m4a"));
     EXPECT_NEAR(static_cast<double>(framesOf(path("a-3.m4a"))), kRate / 2, 1024);
+}
+
+TEST_F(SoundCommands, ConvertMakesTheFileThatIsNamed)
+{
+    makeWav("a.wav");
+    const Result result = run({"convert", path("a.wav"), "-o", path("Refrain.M4A"), "--range", "0.5-1.5"});
+    EXPECT_EQ(result.status, kExitDone) << result.err;
+    EXPECT_EQ(result.out, path("Refrain.M4A") + "\n");
+    EXPECT_THAT(files(), UnorderedElementsAre("a.wav", "Refrain.M4A"));
+    EXPECT_NEAR(static_cast<double>(framesOf(path("Refrain.M4A"))), kRate, 1024);
+    const Result folder = run({"convert", path("a.wav"), "-o", path("in.m4a/")});
+    EXPECT_EQ(folder.out, path("in.m4a/a.m4a") + "\n") << "a name that ends in a slash is a folder's";
+}
+
+TEST_F(SoundCommands, ConvertNeverReplacesTheFileThatIsNamed)
+{
+    makeWav("a.wav");
+    writeBytes(path("b.m4a"), "mine");
+    std::filesystem::create_symlink("nowhere", path("link.m4a"));
+    std::filesystem::create_directory(path("folder.m4a"));
+    for (const char* taken : {"b.m4a", "link.m4a", "folder.m4a"}) {
+        const Result result = run({"convert", path("a.wav"), "-o", path(taken)});
+        EXPECT_EQ(result.status, kExitFailed);
+        EXPECT_EQ(result.err, "stillora: " + path(taken) + " exists already, and is not replaced\n");
+    }
+    EXPECT_EQ(readBytes(path("b.m4a")), "mine");
+    const Result json = run({"convert", path("a.wav"), "-o", path("b.m4a"), "--json"});
+    EXPECT_THAT(json.out, HasSubstr("\"error\": \"" + path("b.m4a") + " exists already"));
 }
 
 TEST_F(SoundCommands, ConvertIntoAFileFails)
