@@ -14,9 +14,11 @@
 #include "platform/foundation/NSString.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <cmath>
 #include <filesystem>
+#include <functional>
 #include <set>
 #include <system_error>
 #include <utility>
@@ -327,6 +329,8 @@ public:
     std::vector<Entry<MORSoundtrack>> soundtracks_;
     MovieSettings settings_;
     std::vector<std::string> settingFaults_;
+    /// Keys of settings that are written in any case.
+    std::set<std::string, std::less<>> rewrittenSettings_;
     /// Paths of the files of removed items.
     std::vector<std::string> removedFiles_;
 
@@ -519,7 +523,7 @@ std::optional<NSData> Document::Content::propertyList(NSError* error) const
     if (isNew_)
         dictionary.insert_or_assign(std::string(kVersionKey), int64_t{kFormatVersion});
     // Of a new document every setting is written, so that another program's defaults do not matter.
-    writeMovieSettings(isNew_ ? std::nullopt : std::optional(savedSettings_), settings_, settings);
+    writeMovieSettings(isNew_ ? std::nullopt : std::optional(savedSettings_), settings_, rewrittenSettings_, settings);
     dictionary.insert_or_assign(std::string(kSettingsKey), std::move(settings));
     auto data = platform::dataWithPropertyList(PropertyList(std::move(dictionary)), error);
     // What cannot be read again must not replace what can.
@@ -615,6 +619,9 @@ void Document::Content::adoptSaved(NSData written)
     saved_ = *platform::propertyListWithData(written)->as<PropertyList::Dictionary>();
     savedBytes_ = std::move(written);
     addedFiles_.clear();
+    rewrittenSettings_.clear();
+    settingFaults_.clear();
+    readMovieSettings(*saved_.find(kSettingsKey)->second.as<PropertyList::Dictionary>(), settingFaults_);
 
     std::vector<std::string> unneeded;
     for (std::string& path : removedFiles_)
@@ -687,6 +694,17 @@ Public described(const Entry<Item>& entry)
     item.fault = entry.fault;
     item.path = entry.path();
     return item;
+}
+
+template <typename Item>
+void putInOrder(std::vector<Entry<Item>>& entries, const std::vector<size_t>& order)
+{
+    assert(order.size() == entries.size());
+    std::vector<Entry<Item>> ordered;
+    ordered.reserve(order.size());
+    for (const size_t index : order)
+        ordered.push_back(std::move(entries[index]));
+    entries = std::move(ordered);
 }
 
 } // namespace
@@ -769,6 +787,11 @@ void Document::setSettings(MovieSettings settings)
     content_->settings_ = std::move(settings);
 }
 
+void Document::rewriteSetting(std::string_view key)
+{
+    content_->rewrittenSettings_.emplace(key);
+}
+
 const std::vector<std::string>& Document::settingFaults() const
 {
     return content_->settingFaults_;
@@ -812,6 +835,16 @@ void Document::movePhoto(std::size_t from, std::size_t to)
         std::rotate(at(from), at(from + 1), at(to + 1));
     else
         std::rotate(at(to), at(from), at(from + 1));
+}
+
+void Document::setPhotoOrder(const std::vector<std::size_t>& order)
+{
+    putInOrder(content_->photos_, order);
+}
+
+void Document::setSoundtrackOrder(const std::vector<std::size_t>& order)
+{
+    putInOrder(content_->soundtracks_, order);
 }
 
 Result<void> Document::save()

@@ -15,16 +15,6 @@ using platform::PropertyList;
 
 namespace {
 
-constexpr std::string_view kSecondsPerPhotoKey = "secondsPerPhoto";
-constexpr std::string_view kQualityKey = "quality";
-constexpr std::string_view kCodecKey = "codec";
-constexpr std::string_view kLoopsSoundsKey = "loopsSoundtracks";
-constexpr std::string_view kFitsMusicKey = "fitsMusic";
-constexpr std::string_view kFillsSilenceKey = "fillsSilence";
-constexpr std::string_view kReducesBordersKey = "reducesBorders";
-constexpr std::string_view kTitleKey = "title";
-constexpr std::string_view kDrawsWatermarkKey = "drawsWatermark";
-
 /// Longer texts of a file are not repeated in a sentence.
 constexpr size_t kMaxQuotedBytes = 60;
 
@@ -117,13 +107,16 @@ MovieSettings readMovieSettings(const PropertyList::Dictionary& saved, std::vect
 }
 
 void writeMovieSettings(const std::optional<MovieSettings>& before, const MovieSettings& after,
-                        PropertyList::Dictionary& saved)
+                        const std::set<std::string, std::less<>>& rewritten, PropertyList::Dictionary& saved)
 {
+    const auto isToWrite = [&](std::string_view key, auto member) {
+        return !before || rewritten.contains(key) || *before.*member != after.*member;
+    };
     const auto write = [&](std::string_view key, auto member) {
-        if (!before || *before.*member != after.*member)
+        if (isToWrite(key, member))
             saved.insert_or_assign(std::string(key), PropertyList(after.*member));
     };
-    if (!before || before->timePerPhoto != after.timePerPhoto)
+    if (isToWrite(kSecondsPerPhotoKey, &MovieSettings::timePerPhoto))
         saved.insert_or_assign(std::string(kSecondsPerPhotoKey), PropertyList(after.timePerPhoto.count()));
     write(kQualityKey, &MovieSettings::quality);
     write(kCodecKey, &MovieSettings::codec);
@@ -131,12 +124,12 @@ void writeMovieSettings(const std::optional<MovieSettings>& before, const MovieS
     write(kFitsMusicKey, &MovieSettings::fitsMusic);
     write(kFillsSilenceKey, &MovieSettings::fillsSilence);
     write(kReducesBordersKey, &MovieSettings::reducesBorders);
-    if (!before || before->title != after.title) {
+    if (isToWrite(kTitleKey, &MovieSettings::title)) {
         saved.erase(std::string(kTitleKey));
         if (after.title)
             saved.emplace(kTitleKey, *after.title);
     }
-    if (!before || before->watermark != after.watermark) {
+    if (isToWrite(kDrawsWatermarkKey, &MovieSettings::watermark)) {
         saved.erase(std::string(kDrawsWatermarkKey));
         if (after.watermark != Watermark::Usual)
             saved.emplace(kDrawsWatermarkKey, after.watermark == Watermark::Drawn);

@@ -205,12 +205,12 @@ SoundArgument soundOf(const std::string& text)
     return {text.substr(0, at), span->start, span->end};
 }
 
-std::string readQuality(const std::string& given, int64_t& quality)
+std::string readQuality(const std::string& given, int64_t& quality, std::string_view name)
 {
     const std::string text = heightOf(given);
     const std::vector<std::string>& words = qualityWords();
     if (std::find(words.begin(), words.end(), text) == words.end())
-        return withSuggestion(localized("--quality takes {}, not \"{}\"", fmt::join(words, ", "), given), given, words);
+        return withSuggestion(localized("{} takes {}, not \"{}\"", name, fmt::join(words, ", "), given), given, words);
     quality = text == kSmallestWord ? kSmallestQuality : kAutomaticQuality;
     std::from_chars(text.data(), text.data() + text.size(), quality);
     return {};
@@ -236,11 +236,11 @@ std::string readWatermark(const CommandArguments& arguments, Watermark& watermar
     return {};
 }
 
-std::string readRange(const std::string& text, SoundArgument& sound)
+std::string readRange(const std::string& text, SoundArgument& sound, std::string_view name)
 {
     const auto span = timeSpanOf(text);
     if (!span || (!span->start && !span->end))
-        return localized("--range takes START-END in seconds or m:ss, of which one may be left out, not \"{}\"", text);
+        return localized("{} takes START-END in seconds or m:ss, of which one may be left out, not \"{}\"", name, text);
     if (span->endsBeforeItStarts())
         return localized("the range {} ends before it starts", text);
     sound.start = span->start;

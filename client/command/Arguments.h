@@ -83,15 +83,16 @@ std::optional<TimeSpan> timeSpanOf(std::string_view text);
 SoundArgument soundOf(const std::string& text);
 
 /// @name Each reads the value of an option. Returns what is wrong, or nothing.
+/// @param name  of what is given, for the sentence that says so
 /// @{
 /// "auto", "smallest" or a height of the service's table, also as "1080p" or "4k".
-std::string readQuality(const std::string& given, int64_t& quality);
+std::string readQuality(const std::string& given, int64_t& quality, std::string_view name = "--quality");
 /// The height that people mean by "1080p" or "4k"; other texts as they are.
 std::string heightOf(const std::string& typed);
 /// --watermark and --no-watermark.
 std::string readWatermark(const CommandArguments& arguments, Watermark& watermark);
 /// The part of a sound that --range tells: "START-END", of which one may be left out.
-std::string readRange(const std::string& text, SoundArgument& sound);
+std::string readRange(const std::string& text, SoundArgument& sound, std::string_view name = "--range");
 /// @}
 
 /// @name Each reads what a command is about. Returns what is wrong, or nothing.

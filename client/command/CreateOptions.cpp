@@ -24,13 +24,13 @@ namespace {
 
 /// @name Each reads the value of one option. Returns what is wrong, or nothing.
 /// @{
-std::string readSeconds(const std::string& text, CreateOptions& options)
+std::string readSeconds(std::string_view name, const std::string& text, CreateOptions& options)
 {
     // "4s" is four seconds, too.
     const bool hasUnit = text.size() > 1 && text.ends_with('s');
     const auto seconds = numberOf(std::string_view(text).substr(0, text.size() - (hasUnit ? 1 : 0)));
     if (!seconds || *seconds < kMinTimePerPhoto.count() || *seconds > kMaxTimePerPhoto.count())
-        return localized("--seconds takes a number from {} to {}, not \"{}\"", kMinTimePerPhoto.count(),
+        return localized("{} takes a number from {} to {}, not \"{}\"", name, kMinTimePerPhoto.count(),
                          kMaxTimePerPhoto.count(), text);
     options.seconds = Seconds(*seconds);
     return {};
@@ -58,18 +58,18 @@ std::string codecOf(const std::string& typed)
     return typed;
 }
 
-std::string readCodec(const std::string& typed, CreateOptions& options)
+std::string readCodec(std::string_view name, const std::string& typed, CreateOptions& options)
 {
     const std::string text = codecOf(typed);
     if (std::find(kMovieCodecs.begin(), kMovieCodecs.end(), text) == kMovieCodecs.end())
-        return withSuggestion(localized("--codec takes {}, not \"{}\"", fmt::join(kMovieCodecs, ", "), typed), typed,
+        return withSuggestion(localized("{} takes {}, not \"{}\"", name, fmt::join(kMovieCodecs, ", "), typed), typed,
                               {kMovieCodecs.begin(), kMovieCodecs.end()});
     options.codec = text;
     options.isCodecGiven = true;
     return {};
 }
 
-std::string readTitle(const std::string& given, CreateOptions& options)
+std::string readTitle(std::string_view, const std::string& given, CreateOptions& options)
 {
     std::string text = given;
     // The extension is added anyway.
@@ -81,7 +81,7 @@ std::string readTitle(const std::string& given, CreateOptions& options)
     return {};
 }
 
-std::string readSound(const std::string& text, CreateOptions& options)
+std::string readSound(std::string_view, const std::string& text, CreateOptions& options)
 {
     SoundArgument sound = soundOf(text);
     if (sound.path.empty())
@@ -92,7 +92,7 @@ std::string readSound(const std::string& text, CreateOptions& options)
     return {};
 }
 
-std::string readSaveFolder(const std::string& text, CreateOptions& options)
+std::string readSaveFolder(std::string_view, const std::string& text, CreateOptions& options)
 {
     if (text.empty())
         return localized("--save takes the path of a folder");
@@ -100,7 +100,7 @@ std::string readSaveFolder(const std::string& text, CreateOptions& options)
     return {};
 }
 
-std::string readOutput(const std::string& text, CreateOptions& options)
+std::string readOutput(std::string_view, const std::string& text, CreateOptions& options)
 {
     constexpr std::array<std::string_view, 6> kOtherMovies = {"avi", "gif", "m4v", "mkv", "mp4", "webm"};
     const std::string extension = platform::lowercaseASCII(platform::pathExtension(text));
@@ -110,26 +110,26 @@ std::string readOutput(const std::string& text, CreateOptions& options)
     if (!path.has_filename())
         return localized("-o takes the path of the movie; in \"{}\" its name is empty", text);
     options.saveFolder = path.has_parent_path() ? path.parent_path() : ".";
-    return readTitle(path.filename().native(), options);
+    return readTitle({}, path.filename().native(), options);
 }
 
-std::string readHeight(const std::string& text, CreateOptions& options)
+std::string readHeight(std::string_view name, const std::string& text, CreateOptions& options)
 {
     options.isQualityGiven = true;
-    return readQuality(text, options.quality);
+    return readQuality(text, options.quality, name);
 }
 
-std::string readSort(const std::string& text, CreateOptions& options)
+std::string readSort(std::string_view name, const std::string& text, CreateOptions& options)
 {
     const auto& words = sortWords();
     const auto word = std::ranges::find(words, text, &std::pair<std::string, PhotoSort>::first);
     if (word == words.end())
-        return localized("--sort takes {}, not \"{}\"", fmt::join(words | std::views::keys, ", "), text);
+        return localized("{} takes {}, not \"{}\"", name, fmt::join(words | std::views::keys, ", "), text);
     options.order.sort = word->second;
     return {};
 }
 
-std::string readProgress(const std::string& text, CreateOptions& options)
+std::string readProgress(std::string_view, const std::string& text, CreateOptions& options)
 {
     const auto& words = progressWords();
     const auto word = std::ranges::find(words, text, &std::pair<std::string, ProgressStyle>::first);
@@ -142,7 +142,7 @@ std::string readProgress(const std::string& text, CreateOptions& options)
 
 struct ValueReader {
     std::string_view option;
-    std::string (*read)(const std::string& text, CreateOptions& options);
+    std::string (*read)(std::string_view name, const std::string& text, CreateOptions& options);
 };
 
 constexpr std::array<ValueReader, 9> kValueReaders{{
@@ -159,11 +159,12 @@ constexpr std::array<ValueReader, 9> kValueReaders{{
 
 } // namespace
 
-std::string readMovieOption(std::string_view option, const std::string& text, CreateOptions& options)
+std::string readMovieOption(std::string_view option, const std::string& text, CreateOptions& options,
+                            std::string_view name)
 {
     const auto* const reader = std::ranges::find(kValueReaders, option, &ValueReader::option);
     assert(reader != kValueReaders.end());
-    return reader->read(text, options);
+    return reader->read(name, text, options);
 }
 
 std::string readMovieOptions(const CommandArguments& arguments, CreateOptions& options)
@@ -173,7 +174,7 @@ std::string readMovieOptions(const CommandArguments& arguments, CreateOptions& o
                          arguments.has("title") ? "--title" : "--save");
     for (const ValueReader& reader : kValueReaders)
         for (const std::string& text : arguments.values(reader.option))
-            if (std::string fault = reader.read(text, options); !fault.empty())
+            if (std::string fault = reader.read(fmt::format("--{}", reader.option), text, options); !fault.empty())
                 return fault;
     if (std::string fault = readNameListOptions(arguments, options.list); !fault.empty())
         return fault;

@@ -56,8 +56,10 @@ MovieSettings settingsOf(const CreateOptions& options);
 std::string readMovieOptions(const CommandArguments& arguments, CreateOptions& options);
 
 /// Reads the value of one option of these. Returns what is wrong, or nothing.
-/// @param option  "seconds", "quality", "codec", "title", "soundtrack" or "save"
-std::string readMovieOption(std::string_view option, const std::string& text, CreateOptions& options);
+/// @param option  "seconds", "quality", "codec", "title", "soundtrack", "save" or "sort"
+/// @param name    how it is called where that was given, for the sentence that says what is wrong
+std::string readMovieOption(std::string_view option, const std::string& text, CreateOptions& options,
+                            std::string_view name);
 
 /// What is wrong where sounds are wanted and none was given.
 std::string faultOfMissingSound(const CreateOptions& options);

@@ -5,10 +5,11 @@
 #include <stillora/Photos.h>
 #include <stillora/Sounds.h>
 
-#include "client/ClientError.h"
 #include "client/LocalizedText.h"
 #include "client/Text.h"
+#include "client/command/DocumentEditCommand.h"
 #include "client/command/DocumentListing.h"
+#include "client/command/DocumentOpening.h"
 #include "client/command/DocumentOptions.h"
 #include "client/command/HelpText.h"
 #include "client/command/MovieCommand.h"
@@ -24,29 +25,10 @@
 #include <utility>
 
 #include <fmt/format.h>
-#include <sys/stat.h>
 
 namespace stillora {
 
 namespace {
-
-bool isCancel(const Error& error)
-{
-    return error.code == ErrorCode::Cancelled;
-}
-
-bool exists(const std::string& path)
-{
-    struct stat status = {};
-    return stat(path.c_str(), &status) == 0;
-}
-
-/// A document may be given without its extension.
-std::filesystem::path locationOfDocument(const std::string& given)
-{
-    const std::string withExtension = given + "." + std::string(kDocumentExtension);
-    return !given.ends_with('/') && !exists(given) && exists(withExtension) ? withExtension : given;
-}
 
 /// What is to go into a document, and what of it cannot.
 struct Filling {
@@ -135,7 +117,7 @@ int fill(Document& document, const DocumentFillOptions& options, MovieCommand& c
         done = document.save();
     command.clearProgress();
     if (!done)
-        return isCancel(done.error()) ? command.stopped() : command.fail(kExitFailed, done.error().message);
+        return endBy(done.error(), kExitFailed, command);
     command.note(localized("{}, {}, {} copied", localizedCount(filling.photos.size(), "{} photo", "{} photos"),
                            localizedCount(filling.sounds.size(), "{} sound", "{} sounds"),
                            bytesText(static_cast<double>(bytes))));
@@ -183,15 +165,10 @@ int runAdd(const DocumentFillOptions& given)
     MovieCommand command(outputOf(options.movie, "document"));
     if (!read)
         return command.fail(kExitBadInput, read.error().message);
-    bool isWaitTold = false;
-    const auto waits = [&] {
-        if (!std::exchange(isWaitTold, true))
-            command.note(localized("waiting for another program that changes {}", options.document));
-        return !command.isCancelled();
-    };
-    auto document = Document::loadForChange(locationOfDocument(options.document), waits);
+    int status = kExitDone;
+    auto document = openForChange(options.document, command, status);
     if (!document)
-        return isCancel(document.error()) ? command.stopped() : command.fail(kExitBadInput, document.error().message);
+        return status;
     for (const BadItem& item : badItemsOf(*document))
         command.note(fmt::format("{}: {}", item.path, item.reason));
     return fill(*document, options, command);
@@ -355,9 +332,13 @@ struct Verb {
     int (*run)(const std::vector<std::string>& arguments);
 };
 
-constexpr std::array<Verb, 5> kVerbs{{
+constexpr std::array<Verb, 9> kVerbs{{
     {"new", runParsed<DocumentFillOptions, parseDocumentNew, runNew>},
     {"add", runParsed<DocumentFillOptions, parseDocumentAdd, runAdd>},
+    {"remove", runParsed<DocumentRemoveOptions, parseDocumentRemove, runDocumentRemove>},
+    {"move", runParsed<DocumentMoveOptions, parseDocumentMove, runDocumentMove>},
+    {"sort", runParsed<DocumentSortOptions, parseDocumentSort, runDocumentSort>},
+    {"set", runParsed<DocumentSetOptions, parseDocumentSet, runDocumentSet>},
     {"list", runParsed<DocumentLookOptions, parseDocumentList, runList>},
     {"check", runParsed<DocumentLookOptions, parseDocumentCheck, runCheck>},
     {"render", runParsed<DocumentRenderOptions, parseDocumentRender, runDocumentRender>},
@@ -368,7 +349,8 @@ constexpr std::array<Verb, 5> kVerbs{{
 int runDocumentCommand(const std::vector<std::string>& arguments)
 {
     if (arguments.empty())
-        return give(usageError(localized("document new, add, list, check or render?"), "document"));
+        return give(
+            usageError(localized("document new, add, remove, move, sort, set, list, check or render?"), "document"));
     const std::string& name = arguments.front();
     if (name == "--help" || name == "-h" || name == "help")
         return give({helpOf("document"), kExitDone});

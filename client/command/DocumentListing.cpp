@@ -2,6 +2,7 @@
 
 #include "client/LocalizedText.h"
 #include "client/Text.h"
+#include "client/command/ItemFinder.h"
 #include "platform/files/NSURL.h"
 #include "platform/media/AVURLAsset.h"
 #include "platform/media/CMTime.h"
@@ -101,14 +102,14 @@ std::string soundText(const DocumentSoundtrack& soundtrack)
 }
 
 template <typename Entry>
-std::string linesOf(const std::string& title, const std::vector<Entry>& entries,
+std::string linesOf(const std::string& title, BadItem::Kind kind, const std::vector<Entry>& entries,
                     const std::function<std::string(const Entry&)>& details)
 {
     std::string text = title + "\n";
     const int columns = nameColumns(entries);
     for (size_t i = 0; i < entries.size(); ++i) {
         const Entry& entry = entries[i];
-        std::string line = fmt::format("  {:>4}  {}", i + 1, padded(shownName(entry), columns));
+        std::string line = fmt::format("  {:>5}  {}", numberOf({kind, i}), padded(shownName(entry), columns));
         if (entry.state != DocumentItem::State::Damaged)
             if (const std::string more = details(entry); !more.empty())
                 line += "  " + more;
@@ -207,10 +208,10 @@ std::string listingOf(const Document& document)
         return fmt::format("{:>11}  {:>8}  {}", sizeText(photo.size), bytesText(static_cast<double>(photo.fileSize)),
                            colorText(photo).value_or(""));
     };
-    return linesOf<DocumentPhoto>(photos.empty() ? localized("Photos: none") : localized("Photos:"), photos,
-                                  factsOfPhoto) +
+    return linesOf<DocumentPhoto>(photos.empty() ? localized("Photos: none") : localized("Photos:"),
+                                  BadItem::Kind::Photo, photos, factsOfPhoto) +
            linesOf<DocumentSoundtrack>(soundtracks.empty() ? localized("Soundtracks: none") : localized("Soundtracks:"),
-                                       soundtracks, soundText) +
+                                       BadItem::Kind::Soundtrack, soundtracks, soundText) +
            settingsText(document);
 }
 
@@ -218,11 +219,18 @@ JSONWriter listingAsJSON(const Document& document)
 {
     std::vector<JSONWriter> photos;
     for (const DocumentPhoto& photo : document.photos())
-        photos.push_back(photoAsJSON(photo));
+        photos.push_back(photoAsJSON(photo).add("item", numberOf({BadItem::Kind::Photo, photos.size()})));
     std::vector<JSONWriter> soundtracks;
     for (const DocumentSoundtrack& soundtrack : document.soundtracks())
-        soundtracks.push_back(soundtrackAsJSON(soundtrack));
-    const MovieSettings& settings = document.settings();
+        soundtracks.push_back(
+            soundtrackAsJSON(soundtrack).add("item", numberOf({BadItem::Kind::Soundtrack, soundtracks.size()})));
+    JSONWriter json;
+    json.add("document", document.location().native()).add("photos", photos).add("soundtracks", soundtracks);
+    return json.add("settings", settingsAsJSON(document.settings())).add("settingFaults", document.settingFaults());
+}
+
+JSONWriter settingsAsJSON(const MovieSettings& settings)
+{
     JSONWriter kept;
     kept.add("secondsPerPhoto", settings.timePerPhoto.count()).add("quality", settings.quality);
     kept.add("codec", settings.codec).add("loopsSoundtracks", settings.loopsSounds);
@@ -236,9 +244,7 @@ JSONWriter listingAsJSON(const Document& document)
         kept.addNull("drawsWatermark");
     else
         kept.add("drawsWatermark", settings.watermark == Watermark::Drawn);
-    JSONWriter json;
-    json.add("document", document.location().native()).add("photos", photos).add("soundtracks", soundtracks);
-    return json.add("settings", kept).add("settingFaults", document.settingFaults());
+    return kept;
 }
 
 } // namespace stillora

@@ -14,4 +14,7 @@ std::string listingOf(const Document& document);
 /// The same for a program.
 JSONWriter listingAsJSON(const Document& document);
 
+/// A document's settings, for a program.
+JSONWriter settingsAsJSON(const MovieSettings& settings);
+
 } // namespace stillora

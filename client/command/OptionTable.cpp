@@ -81,6 +81,19 @@ struct Options {
         .letter = '0',
         .help = localized("names in the list of --files-from end in a zero byte, as find -print0 writes them"),
     };
+    const Option by{
+        .name = "by",
+        .value = localized("BY"),
+        .help = localized(
+            "by name, by the date they were taken, or as they are (given), which can be reversed (default: name)"),
+        .more = localized("The rules are those of --sort of \"stillora create\"."),
+        .offer = Offer::Words,
+        .words = {"name", "date", "given"},
+    };
+    const Option first{.name = "first", .help = localized("to the start of the list")};
+    const Option last{.name = "last", .help = localized("to the end of the list")};
+    const Option before{.name = "before", .value = localized("ITEM"), .help = localized("to the place before ITEM")};
+    const Option after{.name = "after", .value = localized("ITEM"), .help = localized("to the place after ITEM")};
     const Option dryRun{
         .name = "dry-run",
         .help = localized("tell what the movie would be, and make none"),
@@ -353,7 +366,13 @@ CommandText document(const Options& o)
                  "A folder stands for the photos and sounds in it, in natural order of their names. A sound may be "
                  "given as FILE@START-END to play a part of it; one that is not known by its name's extension is "
                  "given with --soundtrack. What new is told of the movie is kept in the document; what render is "
-                 "told holds for one movie.")},
+                 "told holds for one movie."),
+             localized(
+                 "An ITEM is a number that list shows (p3 for a photo, s1 for a sound), a range (p3-5), or the name of "
+                 "a "
+                 "file in the document. The keys of set are seconds, quality, codec, title, loop, fit-music, silence, "
+                 "reduce-borders and watermark; the last five are on or off. A sound takes START-END. Without a value "
+                 "they are as in a new document.")},
         .exitStatuses = {{"0", localized("done")},
                          {"1", localized("it could not be done: a file or the movie could not be made")},
                          {"2", localized("the command line is wrong")},
@@ -378,6 +397,26 @@ CommandText document(const Options& o)
                    .startsWithDocument = true,
                    .options = {&o.soundtrack, &o.sort, &o.reverse, &o.recursiveItems, &o.skipBadItems, &o.filesFrom,
                                &o.null, &o.events, &o.progress, &o.quiet}},
+                  {.verb = "remove",
+                   .summary = localized("takes photos and sounds out"),
+                   .operands = localized("DOCUMENT ITEM..."),
+                   .startsWithDocument = true,
+                   .options = {&o.json, &o.quiet}},
+                  {.verb = "move",
+                   .summary = localized("gives photos, or sounds, another place in the order"),
+                   .operands = localized("DOCUMENT ITEM... --before ITEM"),
+                   .startsWithDocument = true,
+                   .options = {&o.before, &o.after, &o.first, &o.last, &o.json, &o.quiet}},
+                  {.verb = "sort",
+                   .summary = localized("puts the photos in order"),
+                   .operands = localized("DOCUMENT"),
+                   .startsWithDocument = true,
+                   .options = {&o.by, &o.reverse, &o.events, &o.quiet}},
+                  {.verb = "set",
+                   .summary = localized("changes a setting, or the part of a sound that is played"),
+                   .operands = localized("DOCUMENT KEY|SOUND [VALUE]"),
+                   .startsWithDocument = true,
+                   .options = {&o.json, &o.quiet}},
                   {.verb = "list",
                    .summary = localized("shows what is in a document"),
                    .operands = localized("DOCUMENT"),

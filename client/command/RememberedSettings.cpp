@@ -69,7 +69,7 @@ std::optional<platform::PropertyList> objectOf(std::string_view name, const std:
         return std::nullopt;
     }
     CreateOptions tried;
-    reason = readMovieOption(name, text, tried);
+    reason = readMovieOption(name, text, tried, name);
     return reason.empty() ? std::optional<platform::PropertyList>(text) : std::nullopt;
 }
 
@@ -125,7 +125,7 @@ std::vector<std::string> RememberedSettings::complete(CreateOptions& options)
         const auto text = isGiven(name) ? std::nullopt : value(name);
         if (!text)
             continue;
-        if (const std::string fault = readMovieOption(name, *text, options); !fault.empty())
+        if (const std::string fault = readMovieOption(name, *text, options, name); !fault.empty())
             faults.push_back(localized("the setting {} is not looked at: {}", name, fault));
     }
     return faults;

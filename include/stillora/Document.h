@@ -99,6 +99,9 @@ public:
     std::vector<DocumentSoundtrack> soundtracks() const;
     const MovieSettings& settings() const;
     void setSettings(MovieSettings settings);
+    /// Makes `save` write a setting even where it is what was taken instead of a saved one that cannot be used.
+    /// @param key  its name in the property list
+    void rewriteSetting(std::string_view key);
     /// One sentence for each saved setting that cannot be used.
     const std::vector<std::string>& settingFaults() const;
 
@@ -124,6 +127,12 @@ public:
     /// @}
     /// Gives a photo another place in the order.
     void movePhoto(std::size_t from, std::size_t to);
+    /// Puts all photos into another order.
+    /// @param order  the photo at `order[i]` comes to be the one at i; each index stands there once
+    void setPhotoOrder(const std::vector<std::size_t>& order);
+    /// As `setPhotoOrder`.
+    /// @param order  of soundtracks
+    void setSoundtrackOrder(const std::vector<std::size_t>& order);
 
     /// Writes what was changed. Readers see the old document or the new one, also after a power failure.
     /// @return an error if it could not be written, or another process has changed the document since it was opened

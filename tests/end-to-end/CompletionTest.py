@@ -20,7 +20,7 @@ FISH = BUILD / "described/stillora.fish"
 MANUAL = BUILD / "described/stillora.1"
 
 OPTION = re.compile(r"(?<![\w-])(?:--[a-z][a-z-]*|-[a-zA-Z0-9])(?![\w-])")
-ACTIONS = {"document": ["new", "add", "list", "render", "check"],
+ACTIONS = {"document": ["new", "add", "remove", "move", "sort", "set", "list", "render", "check"],
            "set": ["save", "quality", "seconds", "codec", "watermark", "language"]}
 
 # Calls the function as bash does, and prints what it would offer.
@@ -68,7 +68,7 @@ class CompletionTest(stillora.TestCase):
         self.assertOffers([""], *self.commands(), "-h", "--help", "--version")
         self.assertOffers(["c"], "create", "convert")
         self.assertOffers(["document", ""], *ACTIONS["document"], "-h", "--help")
-        self.assertOffers(["document", "re"], "render")
+        self.assertOffers(["document", "re"], "remove", "render")
 
     def test_the_options_of_every_command_are_those_of_its_help(self):
         self.assertGreaterEqual(len(self.commands()), 8)

@@ -223,8 +223,8 @@ def check_file_names(root):
         if path.suffix == ".h":
             stems.setdefault(path.parent, set()).add(path.stem)
             text = without_comments(read(root, path))
-            # Macros such as CAPABILITY("mutex") may stand between the word and the name.
-            pattern = r"^class\s+(?:[A-Z_]+\([^)]*\)\s+)?(\w+)[^;{]*\{.*?^\};"
+            # Macros such as CAPABILITY("mutex") or STILLORA_EXPORT may stand between the word and the name.
+            pattern = r"^class\s+(?:[A-Z_]+\([^)]*\)\s+|[A-Z]+_[A-Z_]+\s+)?(\w+)[^;{]*\{.*?^\};"
             defined = list(re.finditer(pattern, text, re.MULTILINE | re.DOTALL))
             # A small class may stand beside the functions that the file is named for.
             if len(defined) == 1 and defined[0].group(1) not in path.stem and len(defined[0].group(0)) > len(text) / 2:

@@ -198,7 +198,7 @@ TEST_F(DocumentCommand, MakesADocumentOfAFolderOfPhotosAndSongs)
     const Result list = run({"list", document()});
     EXPECT_EQ(list.status, 0);
     EXPECT_THAT(list.out, StartsWith("Photos:\n"
-                                     "     1  img1.jpg     640 x 480"));
+                                     "     p1  img1.jpg     640 x 480"));
     const std::string line = list.out.substr(list.out.find("img1.jpg"), list.out.find("img2.jpg"));
     ASSERT_THAT(line, HasSubstr("  #"));
     const auto component = [&line](size_t at) {
@@ -208,10 +208,10 @@ TEST_F(DocumentCommand, MakesADocumentOfAFolderOfPhotosAndSongs)
     EXPECT_NEAR(component(0), 200, 3);
     EXPECT_NEAR(component(2), 10, 3);
     EXPECT_NEAR(component(4), 40, 3);
-    EXPECT_THAT(list.out, AllOf(HasSubstr("\n     2  img2.jpg "), HasSubstr("\n     3  img10.jpg "),
+    EXPECT_THAT(list.out, AllOf(HasSubstr("\n     p2  img2.jpg "), HasSubstr("\n     p3  img10.jpg "),
                                 HasSubstr("Soundtracks:\n"
-                                          "     1  song.wav  6 s\n"
-                                          "     2  song.wav  4.5 s, from 1.5 s to 6 s\n"
+                                          "     s1  song.wav  6 s\n"
+                                          "     s2  song.wav  4.5 s, from 1.5 s to 6 s\n"
                                           "Settings:\n"
                                           "  4 s a photo, automatic quality, codec avc1\n")));
     EXPECT_THAT(list.out, Not(HasSubstr(" \n")));

@@ -100,9 +100,9 @@ TEST_F(SettingsCommand, RefusesWhatCannotBeSet)
     } rows[] = {
         {{}, "set save, quality, seconds, codec, watermark, language?"},
         {{"height", "3"}, "there is no setting height: they are save, quality, seconds, codec, watermark, language"},
-        {{"quality", "1000"}, "--quality takes auto, "},
-        {{"seconds", "0"}, "--seconds takes a number from 0.01"},
-        {{"codec", ""}, "--codec takes avc1"},
+        {{"quality", "1000"}, "stillora: quality takes auto, "},
+        {{"seconds", "0"}, "stillora: seconds takes a number from 0.01"},
+        {{"codec", ""}, "stillora: codec takes avc1"},
         {{"watermark", "maybe"}, "watermark takes on or off, not \"maybe\""},
         {{"language", "it"}, "language takes de, en, fr, not \"it\""},
         {{"save", folder_.path("gone")}, "is there, not \"" + folder_.path("gone")},
