@@ -5,6 +5,7 @@
 #include "client/JobFolder.h"
 #include "client/LocalizedText.h"
 #include "client/MovieCheck.h"
+#include "client/ServiceConnection.h"
 #include "client/ServiceProcess.h"
 #include "client/SilentSound.h"
 #include "client/Text.h"
@@ -107,15 +108,6 @@ public:
 private:
     const std::shared_ptr<Mailbox> mailbox_;
 };
-
-/// The newest line that tells of a failure; timings and empty lines do not.
-std::string lastComplaint(const std::vector<std::string>& logLines)
-{
-    for (auto line = logLines.rbegin(); line != logLines.rend(); ++line)
-        if (!line->empty() && line->find("*!!*") == std::string::npos)
-            return printable(*line);
-    return {};
-}
 
 /// What the service takes for a quality: a height of its table, or 0 for its own rule.
 int64_t qualityForService(const MovieRequest& request)
@@ -242,18 +234,9 @@ bool MovieMaker::Job::connect()
                                      &error_);
     if (!service_)
         return false;
-    platform::NSError reason;
-    connection_ = platform::NSXPCConnection::connectionWithSocket(service_->takeSocket(), &reason);
-    if (!connection_) {
-        std::string how = reason.localizedDescription;
-        if (service_->waitForEnd(milliseconds(200)))
-            how = localized("it ended {}", service_->howItEnded());
-        service_->readLog();
-        if (const std::string complaint = lastComplaint(service_->logLines()); !complaint.empty())
-            how = localized("{}, saying: {}", how, complaint);
-        return fail(&error_, ErrorCode::ServiceNotStarted,
-                    localized("the rendering service {} cannot be used: {}", *program, how));
-    }
+    connection_ = connectionTo(*service_, *program, &error_);
+    if (!connection_)
+        return false;
     connection_->setRemoteObjectInterface(morStilloraVideoCreatorProtocol::interface());
     connection_->setExportedInterface(morStilloraXPCCreatorUpdateProtocol::interface());
     connection_->setExportedObject(std::make_shared<ProgressReceiver>(mailbox_));

@@ -12,7 +12,6 @@ using namespace platform;
 
 namespace {
 
-constexpr std::string_view kDefaultSaveFolder = "~/Movies/Stillora/";
 constexpr std::string_view kTemporaryFolderName = ".MORStilloraTemporaryFiles/";
 constexpr std::string_view kDestinationKey = UserSettings::kDestinationKey;
 
@@ -28,7 +27,7 @@ bool exists(const NSURL& url)
 
 NSURL MORPalvineCommons::defaultSaveDirectory()
 {
-    const NSURL url = NSURL::fileURLWithPath(stringByExpandingTildeInPath(kDefaultSaveFolder), true);
+    const NSURL url = NSURL::fileURLWithPath(stringByExpandingTildeInPath(UserSettings::kDefaultSaveFolder), true);
     (void)NSFileManager::defaultManager().createDirectoryAtURL(url, true);
     return url;
 }

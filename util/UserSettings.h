@@ -18,6 +18,9 @@ public:
     static constexpr std::string_view kLanguageKey = "language";
     /// @}
 
+    /// Where movies go if the user has not chosen; "~" is the home folder.
+    static constexpr std::string_view kDefaultSaveFolder = "~/Movies/Stillora/";
+
     /// Whether frames get the watermark; nothing where the user has not said.
     static std::optional<bool> drawsWatermark();
 

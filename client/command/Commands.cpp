@@ -2,6 +2,7 @@
 #include "client/command/Command.h"
 #include "client/command/ConvertCommand.h"
 #include "client/command/CreateCommand.h"
+#include "client/command/DoctorCommand.h"
 #include "client/command/DocumentCommand.h"
 #include "client/command/FrameCommand.h"
 #include "client/command/InfoCommand.h"
@@ -23,6 +24,7 @@ const std::vector<Command>& commands()
         {"trim", runParsed<TrimOptions, parseTrim, runTrimCommand>},
         {"set", runSetCommand},
         {"settings", runSettingsCommand},
+        {"doctor", runDoctorCommand},
         {"apps", runParsed<AppsOptions, parseApps, runAppsCommand>},
     };
     return all;

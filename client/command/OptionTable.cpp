@@ -567,6 +567,23 @@ CommandText settings(const Options& o)
     };
 }
 
+CommandText doctor(const Options& o)
+{
+    return {
+        .name = "doctor",
+        .summary = localized("look whether everything is there that movies need"),
+        .about = {localized("Looks whether everything is there that movies need: the rendering service, which is "
+                            "started and greeted, encoders and decoders, which are tried out with a small picture of "
+                            "each format, the watermark's font, the face detector, folders and rights, disk space, and "
+                            "what the desktop and systemd bring. Each line says ok; missing, with the Debian package "
+                            "that brings it; or broken, with the reason. Nothing is left behind.")},
+        .exitStatuses = {{"0", localized("all is there that every movie needs")},
+                         {"1", localized("something of it is missing or broken")},
+                         {"2", localized("the command line is wrong")}},
+        .forms = {{.options = {&o.json}}},
+    };
+}
+
 CommandText apps(const Options& o)
 {
     return {
@@ -619,8 +636,9 @@ const Option& helpOption()
 const std::vector<CommandText>& commandTexts()
 {
     const Options& o = options();
-    static const auto* const all = new std::vector<CommandText>{
-        create(o), document(o), frame(o), info(o), waveform(o), convert(o), trim(o), set(), settings(o), apps(o)};
+    static const auto* const all =
+        new std::vector<CommandText>{create(o), document(o), frame(o),    info(o),   waveform(o), convert(o),
+                                     trim(o),   set(),       settings(o), doctor(o), apps(o)};
     return *all;
 }
 

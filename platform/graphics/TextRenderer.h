@@ -17,6 +17,9 @@ struct RenderedText {
     int64_t top = 0;
 };
 
+/// Whether there is a font with every letter of a line. Any thread.
+bool hasFontFor(std::string_view text, const TextAttributes& attributes);
+
 /// Renders a line; the last few stay at hand. Any thread.
 /// @return null for a line without anything to see, and if memory is short
 std::shared_ptr<const RenderedText> renderText(std::string_view text, const TextAttributes& attributes);

@@ -105,6 +105,13 @@ std::shared_ptr<const RenderedText> render(PangoFontMap* fonts, std::string_view
 
 } // namespace
 
+bool hasFontFor(std::string_view text, const TextAttributes& attributes)
+{
+    const FontMapPtr fonts(pango_cairo_font_map_new());
+    const LayoutPtr layout = makeLayout(fonts.get(), text, attributes);
+    return pango_layout_get_unknown_glyphs_count(layout.get()) == 0;
+}
+
 std::shared_ptr<const RenderedText> renderText(std::string_view text, const TextAttributes& attributes)
 {
     // The two lines of a watermark for a few frame sizes.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -32,6 +33,12 @@ inline constexpr std::string_view kIOPMAssertPreventUserIdleSystemSleep = "Preve
 /// @return 0 on success; kIOReturnBadArgument for another type
 IOReturn IOPMAssertionCreateWithName(std::string_view type, IOPMAssertionLevel level, const std::string& name,
                                      IOPMAssertionID* assertionID);
+
+/// Whether idle sleep can be held off: asks for an inhibitor, and lets go of it. Any thread.
+///
+/// @param patience  how long a bus that says nothing is waited for
+/// @param reason    out: why not
+bool IOPMAssertionIsPossible(std::chrono::milliseconds patience, std::string* reason);
 
 /// @return 0 on success; kIOReturnNotFound for what was never made, or was released before
 IOReturn IOPMAssertionRelease(IOPMAssertionID assertionID);

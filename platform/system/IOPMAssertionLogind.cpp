@@ -10,6 +10,7 @@
 #include <gio/gio.h>
 #include <gio/gunixfdlist.h>
 
+#include <future>
 #include <map>
 #include <memory>
 #include <utility>
@@ -27,13 +28,16 @@ using SharedCancellable = std::shared_ptr<GCancellable>;
 
 /// Asks for an inhibitor, which holds for as long as its descriptor is open. Waits for a bus that says nothing until it
 /// is cancelled.
+/// @param failure  out: why there is none; null to log it
 FileDescriptor inhibit(const std::string& address, const std::string& who, const std::string& why,
-                       GCancellable* cancellable)
+                       GCancellable* cancellable, std::string* failure)
 {
     GError* error = nullptr;
     const auto failed = [&] {
         const ErrorPtr reason(std::exchange(error, nullptr));
-        if (!g_cancellable_is_cancelled(cancellable))
+        if (failure)
+            *failure = reason ? reason->message : "no answer";
+        else if (!g_cancellable_is_cancelled(cancellable))
             logFailure("IOPMAssertionCreateWithName", reason ? reason->message : "no answer");
         return FileDescriptor();
     };
@@ -136,12 +140,35 @@ IOReturn IOPMAssertionCreateWithName(std::string_view type, IOPMAssertionLevel l
     const SharedCancellable attempt(g_cancellable_new(), FreeWith<g_object_unref>());
     *assertionID = Assertions::shared().add(attempt);
     if (level != kIOPMAssertionLevelOff) {
-        DispatchQueue::global()->async(
-            [attempt, id = *assertionID, address = busAddress(),
-             who = validText(NSProcessInfo::processInfo().processName()),
-             why = validText(name)] { Assertions::shared().hold(id, inhibit(address, who, why, attempt.get())); });
+        DispatchQueue::global()->async([attempt, id = *assertionID, address = busAddress(),
+                                        who = validText(NSProcessInfo::processInfo().processName()),
+                                        why = validText(name)] {
+            Assertions::shared().hold(id, inhibit(address, who, why, attempt.get(), nullptr));
+        });
     }
     return kIOReturnSuccess;
+}
+
+bool IOPMAssertionIsPossible(std::chrono::milliseconds patience, std::string* reason)
+{
+    struct Attempt {
+        const SharedCancellable cancellable{g_cancellable_new(), FreeWith<g_object_unref>()};
+        std::string reason;
+        std::promise<bool> isHeld;
+    };
+    const auto attempt = std::make_shared<Attempt>();
+    auto isHeld = attempt->isHeld.get_future();
+    DispatchQueue::global()->async(
+        [attempt, address = busAddress(), who = validText(NSProcessInfo::processInfo().processName())] {
+            const auto inhibitor = inhibit(address, who, "trial", attempt->cancellable.get(), &attempt->reason);
+            attempt->isHeld.set_value(static_cast<bool>(inhibitor));
+        });
+    if (isHeld.wait_for(patience) != std::future_status::ready)
+        g_cancellable_cancel(attempt->cancellable.get());
+    const bool isPossible = isHeld.get();
+    if (!isPossible)
+        *reason = attempt->reason;
+    return isPossible;
 }
 
 IOReturn IOPMAssertionRelease(IOPMAssertionID assertionID)

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <chrono>
 #include <cstring>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -113,6 +114,20 @@ TEST(IOPMAssertion, IsMadeAtOnceWhereTheBusSaysNothing)
     while ((length = recv(asked.get(), greeting.data(), greeting.size(), 0)) > 0) {
     }
     EXPECT_EQ(length, 0);
+}
+
+TEST(IOPMAssertion, TellsWhetherIdleSleepCanBeHeldOff)
+{
+    std::string reason;
+    {
+        const PrivateSystemBus bus(PrivateSystemBus::LoginManager::Mocked);
+        EXPECT_TRUE(IOPMAssertionIsPossible(std::chrono::seconds(60), &reason)) << reason;
+        EXPECT_TRUE(PrivateSystemBus::waitUntil("the release", [&] { return bus.inhibitors() == kNoInhibitors; }));
+    }
+    const TemporaryFolder folder;
+    const EnvironmentVariable address("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + folder.path("none"));
+    EXPECT_FALSE(IOPMAssertionIsPossible(std::chrono::seconds(60), &reason));
+    EXPECT_FALSE(reason.empty());
 }
 
 TEST(IOPMAssertion, HoldsNothingOffAtLevelOff)
