@@ -92,15 +92,15 @@ int runCreateCommand(const CreateOptions& given)
         command.note(fault);
     PhotoListing listing = listPhotos(options.photos, FolderSounds::PassedOver, options.innerFolders);
     for (const std::string& text : listing.notes)
-        command.note(text);
+        command.passOver(text);
     CheckedPhotos checked = checkPhotos(
         listing.candidates, [&](size_t done) { return command.photosChecked(done, listing.candidates.size()); });
     command.clearProgress();
     if (checked.isCancelled)
         return command.stopped();
     if (checked.passedOver > 0)
-        command.note(localizedCount(checked.passedOver, "{} more file that is no photo was passed over",
-                                    "{} more files that are no photos were passed over"));
+        command.passOver(localizedCount(checked.passedOver, "{} more file that is no photo was passed over",
+                                        "{} more files that are no photos were passed over"));
     std::vector<BadFile> bad = std::move(listing.bad);
     std::move(checked.bad.begin(), checked.bad.end(), std::back_inserter(bad));
     CheckedSounds sounds = checkSounds(options.sounds);
@@ -118,7 +118,7 @@ int runCreateCommand(const CreateOptions& given)
     if (options.skipsBad)
         std::ranges::move(MovieCommand::takeOutDamaged(checked.good), std::back_inserter(bad));
     for (const BadFile& photo : bad)
-        command.note(localized("left out: {}: {}", photo.path.native(), photo.reason));
+        command.leaveOut(photo);
     if (checked.good.empty())
         return command.fail(kExitBadInput,
                             bad.empty() ? noPhotosIn(options.photos) : localized("no photo can be used"));

@@ -53,7 +53,7 @@ Filling fillingOf(const DocumentFillOptions& options, MovieCommand& command)
         std::move(listing.candidates.begin(), listing.candidates.end(), std::back_inserter(candidates));
         std::move(listing.bad.begin(), listing.bad.end(), std::back_inserter(filling.badPhotos));
         for (const std::string& text : listing.notes)
-            command.note(text);
+            command.passOver(text);
         for (std::filesystem::path& sound : listing.sounds)
             sounds.push_back({std::move(sound), std::nullopt, std::nullopt});
     }
@@ -66,8 +66,8 @@ Filling fillingOf(const DocumentFillOptions& options, MovieCommand& command)
     if (filling.isCancelled)
         return filling;
     if (photos.passedOver > 0)
-        command.note(localizedCount(photos.passedOver, "{} more file passed over, since no photos or sounds",
-                                    "{} more files passed over, since no photos or sounds"));
+        command.passOver(localizedCount(photos.passedOver, "{} more file passed over, since no photos or sounds",
+                                        "{} more files passed over, since no photos or sounds"));
     std::move(photos.bad.begin(), photos.bad.end(), std::back_inserter(filling.badPhotos));
     filling.photos = std::move(photos.good);
     if (options.movie.skipsBad)
@@ -98,7 +98,7 @@ int fill(Document& document, const DocumentFillOptions& options, MovieCommand& c
         return command.refuseBadInput(filling.badPhotos, filling.badSounds, MovieCommand::Hint::SkipBad);
     for (const std::vector<BadFile>& files : {filling.badPhotos, filling.badSounds})
         for (const BadFile& file : files)
-            command.note(localized("left out: {}: {}", file.path.native(), file.reason));
+            command.leaveOut(file);
     if (filling.photos.empty() && filling.sounds.empty() && isBad)
         return command.fail(kExitBadInput, localized("none of the files can be used"));
 
@@ -124,7 +124,7 @@ int fill(Document& document, const DocumentFillOptions& options, MovieCommand& c
     JSONWriter result = command.resultOf(document.location().native());
     result.add("photos", static_cast<int64_t>(filling.photos.size()));
     result.add("soundtracks", static_cast<int64_t>(filling.sounds.size())).add("bytes", static_cast<int64_t>(bytes));
-    return command.succeed(document.location().native(), result);
+    return command.succeed(document.location().native(), result.addAll(command.omissionsAsJSON()));
 }
 
 MovieCommand::Wish outputOf(bool isJSON, bool isQuiet, std::string_view product)
@@ -299,10 +299,10 @@ int runDocumentRender(const DocumentRenderOptions& options)
     if (!checked.bad.empty() && !isLeftOut)
         return command.refuseBadInput(badPhotos, badSounds, MovieCommand::Hint::SkipBad);
     for (const BadItem& item : checked.bad)
-        command.note(localized("left out: {}: {}", item.path, item.reason));
+        command.leaveOut({item.path, item.reason, item.index});
     if (wish.skipsBad)
         for (const BadFile& photo : MovieCommand::takeOutDamaged(checked.photos))
-            command.note(localized("left out: {}: {}", photo.path.native(), photo.reason));
+            command.leaveOut(photo);
     for (const std::string& change : checked.changed)
         command.note(change);
     const bool areFaultsRefused = !document->settingFaults().empty() && !wish.skipsBad;

@@ -93,6 +93,19 @@ void ProgressTeller::stepDone(const std::string& title, double fraction, size_t 
     terminal_.drawProgress(content_);
 }
 
+void ProgressTeller::photosChecked(size_t done, size_t total)
+{
+    stepDone(localized("Checking the photos"), static_cast<double>(done) / static_cast<double>(total), done, total);
+    if (!isJSON_ || std::exchange(checkedPhotos_, done) == done)
+        return;
+    fmt::print("{}\n", JSONWriter()
+                           .add("event", "check")
+                           .add("done", static_cast<int64_t>(done))
+                           .add("total", static_cast<int64_t>(total))
+                           .text());
+    std::fflush(stdout);
+}
+
 void ProgressTeller::serviceStarts()
 {
     content_ = {};
@@ -146,8 +159,7 @@ MovieCommand::MovieCommand(Wish wish)
 bool MovieCommand::photosChecked(size_t done, size_t total)
 {
     if (total > 0)
-        teller_.stepDone(localized("Checking the photos"), static_cast<double>(done) / static_cast<double>(total), done,
-                         total);
+        teller_.photosChecked(done, total);
     return !isCancelled();
 }
 
@@ -207,6 +219,23 @@ MovieCommand::BadInput MovieCommand::decideOnBadInput(const std::vector<BadFile>
         break;
     }
     return BadInput::Refused;
+}
+
+void MovieCommand::leaveOut(const BadFile& file)
+{
+    note(localized("left out: {}: {}", file.path.native(), file.reason));
+    leftOut_.push_back(file);
+}
+
+void MovieCommand::passOver(const std::string& sentence)
+{
+    note(sentence);
+    passedOver_.push_back(sentence);
+}
+
+JSONWriter MovieCommand::omissionsAsJSON() const
+{
+    return JSONWriter().add("skipped", asJSON(leftOut_)).add("passedOver", passedOver_);
 }
 
 std::vector<PhotoFacts> MovieCommand::sorted(std::vector<PhotoFacts> photos, PhotoOrder order)
@@ -298,7 +327,7 @@ int MovieCommand::tellPlan(const MovieRequest& request)
     JSONWriter result = JSONWriter().add("ok", true).add("cancelled", false).addNull("movie").addNull("error");
     result.add("dryRun", true).add("title", request.title).addAll(planAsJSON(request));
     result.add("heightBy", request.quality == kAutomaticQuality ? "auto" : request.quality > 0 ? "given" : "smallest");
-    result.add("order", order).add("sounds", sounds);
+    result.add("order", order).add("sounds", sounds).addAll(omissionsAsJSON());
     if (forecast)
         result.add("estimatedBytes", int64_t{std::llround(forecast->bytes)})
             .add("estimatedSeconds", forecast->time.count());
@@ -329,7 +358,7 @@ int MovieCommand::finish(const MovieRequest& request, const Result<Movie>& outco
     JSONWriter result = resultOf(path, outcome->faults.empty());
     result.addAll(planAsJSON(request));
     result.add("bytes", static_cast<int64_t>(bytes)).add("damagedPhotos", asJSON(damagedOf(request.photos)));
-    result.add("faults", outcome->faults);
+    result.add("faults", outcome->faults).addAll(omissionsAsJSON());
     return succeed(path, result, outcome->faults.empty() ? kExitDone : kExitFaultyMovie);
 }
 

@@ -26,6 +26,8 @@ public:
     /// Of a stage of this program.
     /// @param title  in the user's language
     void stepDone(const std::string& title, double fraction, size_t done, size_t total);
+    /// How many photos were looked into.
+    void photosChecked(size_t done, size_t total);
     /// Before the service's first word.
     void serviceStarts();
 
@@ -39,6 +41,8 @@ private:
     const bool isJSON_;
     const WorkingClock::time_point start_ = WorkingClock::now();
     ProgressLineContent content_;
+    /// That were told last.
+    std::optional<size_t> checkedPhotos_;
     std::optional<Seconds> timeLeft_;
     WorkingClock::time_point lastUpdate_ = start_;
 };
@@ -69,6 +73,13 @@ public:
     /// For "Checking the photos".
     /// @return whether to go on
     bool photosChecked(size_t done, size_t total);
+
+    /// Tells of a file or folder that is left out and why, now and in the result.
+    void leaveOut(const BadFile& file);
+    /// Tells what was passed over, now and in the result.
+    void passOver(const std::string& sentence);
+    /// What was left out and passed over, for the result.
+    JSONWriter omissionsAsJSON() const;
 
     /// Photos in their order; tells of those that do not say when they were taken.
     std::vector<PhotoFacts> sorted(std::vector<PhotoFacts> photos, PhotoOrder order);
@@ -101,6 +112,8 @@ private:
     ProgressTeller teller_;
     const SignalWatch signals_;
     bool isBadInputTold_ = false;
+    std::vector<BadFile> leftOut_;
+    std::vector<std::string> passedOver_;
 };
 
 } // namespace stillora

@@ -82,8 +82,36 @@ class CommandLineTest(stillora.TestCase):
         self.assertEqual(len(movies), 1)
         result = objects.pop()
         self.assertEqual((result["event"], result["ok"], result["movie"]), ("result", True, str(movies[0])))
-        self.assertEqual({update["event"] for update in objects}, {"progress"})
-        self.assertTrue(all(update["stage"].startswith("VideoCreation") for update in objects))
+        self.assertEqual((result["skipped"], result["passedOver"]), ([], []))
+        checks = [update for update in objects if update["event"] == "check"]
+        self.assertEqual(objects[:len(checks)], checks, "photos are checked first")
+        self.assertEqual(checks[-1], {"event": "check", "done": 6, "total": 6})
+        self.assertEqual(len({check["done"] for check in checks}), len(checks), "each says something new")
+        updates = objects[len(checks):]
+        self.assertEqual({update["event"] for update in updates}, {"progress"})
+        self.assertTrue(all(update["stage"].startswith("VideoCreation") for update in updates))
+
+    def test_json_tells_what_was_left_out_and_why(self):
+        folder = self.folder / "Rome"
+        (folder / "inner").mkdir(parents=True)
+        for photo in self.photos[:2]:
+            shutil.copy(photo, folder)
+        (folder / "notes.txt").write_text("no photo")
+        broken = folder / "broken.png"
+        broken.write_bytes(b"")
+        for command in (["create", folder, "--save", self.save, "--quality", "240"],
+                        ["create", folder, "--dry-run"],
+                        ["document", "new", self.folder / "Trip", folder]):
+            told = json.loads(self.run_stillora(*command, "--skip-bad", "--json").out.splitlines()[-1])
+            self.assertEqual(told["skipped"], [{"path": str(broken), "reason": "is empty"}])
+            self.assertTrue(told["passedOver"], "files and folders that are none of a movie's")
+        document = self.folder / "Trip.stillora"
+        (photo, *_) = sorted(path for path in document.rglob("*.jpg"))
+        photo.write_bytes(b"gone")
+        arguments = ["document", "render", document, "--save", self.save, "--skip-bad", "--json"]
+        (skipped,) = json.loads(self.run_stillora(*arguments).out.splitlines()[-1])["skipped"]
+        self.assertEqual(Path(skipped["path"]).name, photo.name)
+        self.assertTrue(skipped["reason"])
 
     def test_help_names_every_option_and_the_exit_codes(self):
         text = self.run_stillora("create", "--help").out

@@ -229,8 +229,10 @@ TEST_F(DocumentCommand, TellsItsResultAsJSON)
 {
     const Result result = made({"--json"});
     EXPECT_EQ(result.status, 0);
-    EXPECT_THAT(result.out, StartsWith(R"({"event": "result", "ok": true, "cancelled": false, "document": ")" +
-                                       document() + R"(", "error": null, "photos": 3, "soundtracks": 1, "bytes": )"));
+    EXPECT_THAT(result.out, HasSubstr(R"({"event": "check", "done": 3, "total": 3})"
+                                      "\n"
+                                      R"({"event": "result", "ok": true, "cancelled": false, "document": ")" +
+                                      document() + R"(", "error": null, "photos": 3, "soundtracks": 1, "bytes": )"));
     const Result list = run({"list", document(), "--json"});
     EXPECT_THAT(list.out, AllOf(StartsWith(R"({"document": ")" + document() + R"(", "photos": [{"state": "good", )"),
                                 HasSubstr(R"("width": 640, "height": 480, )"), HasSubstr(R"("color": "#c)"),
