@@ -69,7 +69,9 @@ std::vector<std::string> installedPlaces(InstalledFolder folder, std::string_vie
             places.push_back(place.native());
     };
     const fs::path program = folderOf("/proc/self/exe");
-    if (!program.empty())
+    // What is shared lies in its folder even in a build. Beside an installed program there are those of others: one
+    // that is called "locale" among them.
+    if (!program.empty() && folder != InstalledFolder::Shared)
         add(program / name);
     for (const fs::path& start : {folderOfThisCode(), program})
         for (const char* end : {INSTALLED_PROGRAMS, INSTALLED_LIBRARIES, INSTALLED_SERVICES})

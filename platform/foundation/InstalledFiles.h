@@ -16,9 +16,9 @@ enum class InstalledFolder {
     Shared,
 };
 
-/// Where an installed file or folder may lie, nearest first: beside the running program; in the installation that the
-/// shared library with this code, or the program, is a part of, wherever that was moved to; and where this build was to
-/// be installed. Whether there is anything is not looked at.
+/// Where an installed file or folder may lie, nearest first: beside the running program, but for what is shared; in the
+/// installation that the shared library with this code, or the program, is a part of, wherever that was moved to; and
+/// where this build was to be installed. Whether there is anything is not looked at.
 /// @param name relative to the folder
 std::vector<std::string> installedPlaces(InstalledFolder folder, std::string_view name);
 

@@ -21,6 +21,13 @@ TEST(InstalledFilesTest, PlacesAreBesideTheProgramInItsInstallationAndWhereItWas
                                      fs::path(INSTALLED_PREFIX) / INSTALLED_SERVICES / "service"));
 }
 
+TEST(InstalledFilesTest, ProgramsOfOthersAreNotTakenForWhatIsShared)
+{
+    EXPECT_THAT(installedPlaces(InstalledFolder::Shared, "locale"),
+                testing::ElementsAre(kPrefix / INSTALLED_SHARED / "locale",
+                                     fs::path(INSTALLED_PREFIX) / INSTALLED_SHARED / "locale"));
+}
+
 TEST(InstalledFilesTest, EachFolderIsTheOneThatThingsAreInstalledIn)
 {
     const auto last = [](InstalledFolder folder) { return fs::path(installedPlaces(folder, "x").back()); };
