@@ -101,6 +101,9 @@ int runCreateCommand(const CreateOptions& given)
     if (checked.passedOver > 0)
         command.passOver(localizedCount(checked.passedOver, "{} more file that is no photo was passed over",
                                         "{} more files that are no photos were passed over"));
+    // What is missing was mistyped, as a rule, and nothing is gained where nothing would be left.
+    const auto hint =
+        checked.bad.empty() || checked.good.empty() ? MovieCommand::Hint::None : MovieCommand::Hint::SkipBadPhotos;
     std::vector<BadFile> bad = std::move(listing.bad);
     std::move(checked.bad.begin(), checked.bad.end(), std::back_inserter(bad));
     CheckedSounds sounds = checkSounds(options.sounds);
@@ -112,7 +115,7 @@ int runCreateCommand(const CreateOptions& given)
         isLeftOut = decision == MovieCommand::BadInput::LeftOut;
     }
     if (!bad.empty() && !isLeftOut)
-        return command.refuseBadInput(bad, sounds.bad, MovieCommand::Hint::SkipBadPhotos);
+        return command.refuseBadInput(bad, sounds.bad, hint);
     if (!sounds.bad.empty())
         return command.refuseBadInput({}, sounds.bad);
     if (options.skipsBad)

@@ -95,7 +95,9 @@ int fill(Document& document, const DocumentFillOptions& options, MovieCommand& c
         isLeftOut = decision == MovieCommand::BadInput::LeftOut;
     }
     if (isBad && !isLeftOut)
-        return command.refuseBadInput(filling.badPhotos, filling.badSounds, MovieCommand::Hint::SkipBad);
+        return command.refuseBadInput(filling.badPhotos, filling.badSounds,
+                                      filling.photos.empty() && filling.sounds.empty() ? MovieCommand::Hint::None
+                                                                                       : MovieCommand::Hint::SkipBad);
     for (const std::vector<BadFile>& files : {filling.badPhotos, filling.badSounds})
         for (const BadFile& file : files)
             command.leaveOut(file);
@@ -297,7 +299,8 @@ int runDocumentRender(const DocumentRenderOptions& options)
         isLeftOut = decision == MovieCommand::BadInput::LeftOut;
     }
     if (!checked.bad.empty() && !isLeftOut)
-        return command.refuseBadInput(badPhotos, badSounds, MovieCommand::Hint::SkipBad);
+        return command.refuseBadInput(badPhotos, badSounds,
+                                      checked.photos.empty() ? MovieCommand::Hint::None : MovieCommand::Hint::SkipBad);
     for (const BadItem& item : checked.bad)
         command.leaveOut({item.path, item.reason, item.index});
     if (wish.skipsBad)

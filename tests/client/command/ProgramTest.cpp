@@ -361,6 +361,17 @@ TEST_F(Program, NamesEveryBadPhotoBeforeItStartsAnything)
     EXPECT_THAT(saved(), IsEmpty());
 }
 
+TEST_F(Program, HintsAtNoWayOutThatLeadsNowhere)
+{
+    const std::string text = other_.makeFile("text.jpg", "Dear diary");
+    const Result missing = run("makes", create({other_.path("gone.jpg")}));
+    EXPECT_THAT(missing.err, EndsWith("stillora: 1 photo cannot be used\n"));
+    const Result nothing = run("makes", {"create", text, "--save", save_.path()});
+    EXPECT_THAT(nothing.err, EndsWith("stillora: 1 photo cannot be used\n")) << "nothing would be left";
+    const Result one = run("makes", create({text}));
+    EXPECT_THAT(one.err, HasSubstr("; --skip-bad leaves out photos that cannot\n"));
+}
+
 TEST_F(Program, TellsBadPhotosInItsResultToo)
 {
     const Result result = run("makes", create({other_.makeFile("empty.png", ""), "--json"}));
