@@ -46,7 +46,8 @@ std::string titleForPhotos(const std::vector<PhotoFacts>& photos)
             return localized("Slideshow");
         common = folder.native();
     }
-    std::string title = printable(platform::lastPathComponent(common.value_or("")));
+    std::string title =
+        printable(platform::stringByReplacingInvalidUTF8(platform::lastPathComponent(common.value_or(""))));
     title = prefixOfBytes(title, kMaxTitleBytes);
     return faultOfTitle(title) ? localized("Slideshow") : title;
 }

@@ -69,14 +69,16 @@ std::string_view prefixOfBytes(std::string_view text, size_t maxBytes)
 
 std::string printable(std::string_view text)
 {
-    const std::string valid = platform::stringByReplacingInvalidUTF8(text);
     std::string result;
-    result.reserve(valid.size());
-    for (size_t i = 0; i < valid.size();) {
-        const Character character = characterAt(valid, i);
+    result.reserve(text.size());
+    for (size_t i = 0; i < text.size();) {
+        const Character character = characterAt(text, i);
         const bool isControl = character.value < 0x20 || (character.value >= 0x7F && character.value < 0xA0);
-        result += isControl ? "?" : std::string_view(valid).substr(i, character.length);
-        i += character.length;
+        if (character.length == 0)
+            result += fmt::format("\\x{:02X}", static_cast<unsigned char>(text[i]));
+        else
+            result += isControl ? "?" : text.substr(i, character.length);
+        i += std::max<size_t>(character.length, 1);
     }
     return result;
 }

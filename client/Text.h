@@ -13,7 +13,8 @@ namespace stillora {
 /// At most `maxBytes` bytes of valid text, cut between characters.
 std::string_view prefixOfBytes(std::string_view text, size_t maxBytes);
 
-/// As for a terminal: valid, and control characters replaced by "?", so that a name cannot move the cursor.
+/// As for a terminal: bytes that are no UTF-8 by their numbers, "\\xE9", and control characters replaced by "?", so
+/// that a name cannot move the cursor.
 std::string printable(std::string_view text);
 /// @}
 

@@ -7,6 +7,7 @@
 #include "client/LocalizedText.h"
 #include "client/Text.h"
 #include "client/command/CommandOutput.h"
+#include "platform/foundation/LocaleEncoding.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -67,7 +68,8 @@ int runAppsCommand(const AppsOptions& options)
         return output.fail(kExitBadInput, options.file + ": " + reasonOfErrno(errno));
 
     const std::vector<Application> entries = applicationsFor(options.file);
-    const std::string text = options.isJSON ? jsonOf(options.file, entries) : tableOf(entries);
+    const std::string text =
+        options.isJSON ? jsonOf(options.file, entries) : platform::encodedForLocale(tableOf(entries));
     const int written = output.give(text, localized("the applications could not be written to standard output"));
     if (written == kExitDone && entries.empty())
         return output.fail(kExitFailed, localized("{}: the desktop knows no application that opens it", options.file));

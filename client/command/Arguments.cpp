@@ -6,6 +6,7 @@
 #include "client/command/ExitStatus.h"
 #include "client/command/HelpText.h"
 #include "client/command/Suggestion.h"
+#include "platform/foundation/LocaleEncoding.h"
 #include "platform/foundation/NSString.h"
 
 #include <algorithm>
@@ -21,7 +22,7 @@ namespace stillora {
 int give(const CommandLineAnswer& answer)
 {
     std::FILE* const stream = answer.exitStatus == kExitDone ? stdout : stderr;
-    fmt::print(stream, "{}", answer.text);
+    fmt::print(stream, "{}", platform::encodedForLocale(answer.text));
     if (std::fflush(stream) != 0)
         return kExitFailed;
     return answer.exitStatus;

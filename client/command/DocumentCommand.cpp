@@ -17,6 +17,7 @@
 #include "client/command/RememberedSettings.h"
 #include "client/command/Suggestion.h"
 #include "platform/files/NSURL.h"
+#include "platform/foundation/LocaleEncoding.h"
 
 #include <algorithm>
 #include <array>
@@ -182,7 +183,8 @@ int runList(const DocumentLookOptions& options)
     const auto document = Document::load(locationOfDocument(options.document));
     if (!document)
         return command.fail(kExitBadInput, document.error().message);
-    const std::string text = options.isJSON ? listingAsJSON(*document).text() + "\n" : listingOf(*document);
+    const std::string text =
+        options.isJSON ? listingAsJSON(*document).text() + "\n" : platform::encodedForLocale(listingOf(*document));
     if (const int status = command.give(text, localized("the listing could not be written to standard output"));
         status != kExitDone)
         return status;

@@ -2,6 +2,7 @@
 
 #include "client/LocalizedText.h"
 #include "client/Text.h"
+#include "platform/foundation/LocaleEncoding.h"
 
 #include <algorithm>
 #include <utility>
@@ -26,8 +27,10 @@ std::string blanks(int count)
 }
 
 /// The words in lines that begin at a column, after what stands on the first line already.
-std::string wrapped(const std::string& label, std::string_view text, int column)
+std::string wrapped(const std::string& label, const std::string& help, int column)
 {
+    const std::string shown = platform::representableInLocale(help);
+    std::string_view text = shown;
     std::string result;
     std::string line = label;
     // A blank is left between the two.

@@ -11,6 +11,7 @@
 #include "client/command/FileIdentity.h"
 #include "client/command/Swatch.h"
 #include "platform/files/NSURL.h"
+#include "platform/foundation/LocaleEncoding.h"
 #include "platform/foundation/NSString.h"
 
 #include <algorithm>
@@ -130,7 +131,9 @@ std::vector<Row> rowsOf(const FileFacts& facts, TerminalColors colors)
 
 std::string textOf(const FileFacts& facts, TerminalColors colors)
 {
-    const std::vector<Row> rows = rowsOf(facts, colors);
+    std::vector<Row> rows = rowsOf(facts, colors);
+    for (Row& row : rows)
+        row.first = platform::representableInLocale(row.first);
     int width = 0;
     for (const Row& row : rows)
         width = std::max(width, displayWidth(row.first));
@@ -267,7 +270,7 @@ int runInfoCommand(const InfoOptions& given)
         } else if (options.isJSON) {
             text = jsonOf(*facts).text() + "\n";
         } else {
-            text = fmt::format("{}{}", isFirst ? "" : "\n", textOf(*facts, colors));
+            text = platform::encodedForLocale(fmt::format("{}{}", isFirst ? "" : "\n", textOf(*facts, colors)));
             isFirst = false;
         }
         if (facts && facts->isCutOff)

@@ -8,6 +8,7 @@
 #include "client/command/PlanText.h"
 #include "client/command/Question.h"
 #include "client/command/SoundSentence.h"
+#include "platform/foundation/LocaleEncoding.h"
 
 #include <cmath>
 #include <cstdio>
@@ -313,7 +314,8 @@ int MovieCommand::tellPlan(const MovieRequest& request)
     if (isCancelled())
         return stopped();
     if (!isJSON())
-        return give(planText(request, forecast), localized("the plan could not be written to standard output"));
+        return give(platform::encodedForLocale(planText(request, forecast)),
+                    localized("the plan could not be written to standard output"));
     std::vector<std::string> order;
     for (const PhotoFacts& photo : request.photos)
         order.push_back(photo.path.native());

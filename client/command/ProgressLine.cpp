@@ -79,28 +79,14 @@ std::string joined(const std::vector<std::string>& texts)
     return line;
 }
 
-std::string withoutOtherCharacters(const std::string& text, LineCharacters characters)
-{
-    if (characters == LineCharacters::UTF8)
-        return text;
-    std::string plain;
-    for (const char c : text)
-        // One mark for each character that this terminal cannot show.
-        if (static_cast<unsigned char>(c) < 0x80)
-            plain += c;
-        else if ((static_cast<unsigned char>(c) & 0xC0) != 0x80)
-            plain += '?';
-    return plain;
-}
-
 } // namespace
 
 std::string progressLine(const ProgressLineContent& content, int columns, LineCharacters characters)
 {
     const int room = columns - freeColumns(columns);
     const std::string_view mark = characters == LineCharacters::UTF8 ? "…" : "...";
-    const std::string title = withoutOtherCharacters(printable(content.title), characters);
-    const std::string timeLeft = withoutOtherCharacters(content.timeLeft, characters);
+    const std::string title = printable(content.title);
+    const std::string& timeLeft = content.timeLeft;
     const std::string percent =
         content.fraction ? fmt::format("{:3.0f}%", std::floor(std::clamp(*content.fraction, 0.0, 1.0) * 100)) : "";
 

@@ -19,6 +19,7 @@ struct ProgressLineContent {
     double turns = 0;
 };
 
+/// Of which the bar and the mark of what was cut off are made.
 enum class LineCharacters { UTF8, ASCII };
 
 /// The line for a terminal of so many columns, without control characters. It leaves the last columns free. What does

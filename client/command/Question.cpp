@@ -1,6 +1,7 @@
 #include "client/command/Question.h"
 
 #include "client/LocalizedText.h"
+#include "platform/foundation/LocaleEncoding.h"
 #include "platform/foundation/NSString.h"
 
 #include <algorithm>
@@ -76,7 +77,7 @@ bool canAsk()
 QuestionAnswer ask(std::string_view question, const std::function<bool()>& isStopped)
 {
     for (;;) {
-        fmt::print(stderr, "{} {} ", question, localized("[Y/n]"));
+        fmt::print(stderr, "{}", platform::encodedForLocale(fmt::format("{} {} ", question, localized("[Y/n]"))));
         std::fflush(stderr);
         const auto line = readLine(isStopped);
         if (!line) {

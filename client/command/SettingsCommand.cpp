@@ -9,6 +9,7 @@
 #include "client/command/HelpText.h"
 #include "client/command/RememberedSettings.h"
 #include "client/command/Suggestion.h"
+#include "platform/foundation/LocaleEncoding.h"
 
 #include <algorithm>
 
@@ -95,7 +96,8 @@ int runSettingsCommand(const std::vector<std::string>& arguments)
     const auto& given = std::get<CommandArguments>(read);
     if (!given.operands().empty())
         return give(usageError(localized("no argument is taken, and {} is one", given.operands().front()), "settings"));
-    return CommandOutput({}).give(given.has("json") ? settingsAsJSON().text() + "\n" : settingsAsText(),
+    return CommandOutput({}).give(given.has("json") ? settingsAsJSON().text() + "\n"
+                                                    : platform::encodedForLocale(settingsAsText()),
                                   localized("the settings could not be written to standard output"));
 }
 

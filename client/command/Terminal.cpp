@@ -1,6 +1,7 @@
 #include "client/command/Terminal.h"
 
 #include "client/Text.h"
+#include "platform/foundation/LocaleEncoding.h"
 
 #include <atomic>
 #include <cerrno>
@@ -88,10 +89,13 @@ void Terminal::drawProgress(const ProgressLineContent& content)
     if (style_ != ProgressStyle::Bar)
         return;
     const int now = columns();
-    std::string line = progressLine(content, now, characters_);
+    ProgressLineContent shown = content;
+    for (std::string* text : {&shown.title, &shown.count, &shown.timeLeft})
+        *text = platform::representableInLocale(printable(*text));
+    std::string line = progressLine(shown, now, characters_);
     if (isDrawn_ && isLineThere && line == lastLine_ && now == lastColumns_)
         return;
-    writeAll(eraseLastLine(now) + line);
+    writeAll(eraseLastLine(now) + platform::encodedForLocale(line));
     isDrawn_ = true;
     isLineThere = true;
     lastLine_ = std::move(line);
@@ -118,7 +122,7 @@ void Terminal::eraseForStop() noexcept
 void Terminal::writeLine(std::string_view line)
 {
     clearProgress();
-    writeAll(printable(line) + "\n");
+    writeAll(platform::encodedForLocale(printable(line)) + "\n");
 }
 
 } // namespace stillora

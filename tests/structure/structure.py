@@ -63,7 +63,7 @@ DESKTOP = re.compile(r"^(gio/|glib|gobject/|gmodule|dbus/|systemd/)")
 TESTING = re.compile(r"^(gtest/|gmock/|benchmark/)")
 SYSTEM = re.compile(
     r"^(sys/|linux/|bits/|arpa/|netinet/|cxxabi\.h|unistd\.h|fcntl\.h|dirent\.h|dlfcn\.h|endian\.h|elf\.h|errno\.h|execinfo\.h"
-    r"|fnmatch\.h|ftw\.h|glob\.h|grp\.h|immintrin\.h|arm_neon\.h|langinfo\.h|libintl\.h|limits\.h|locale\.h|malloc\.h|mntent\.h|poll\.h"
+    r"|fnmatch\.h|ftw\.h|glob\.h|grp\.h|iconv\.h|immintrin\.h|arm_neon\.h|langinfo\.h|libintl\.h|limits\.h|locale\.h|malloc\.h|mntent\.h|poll\.h"
     r"|pthread\.h|pty\.h|pwd\.h|sched\.h|semaphore\.h|signal\.h|spawn\.h|stdint\.h|stdio\.h|stdlib\.h|string\.h"
     r"|strings\.h|syslog\.h|termios\.h|time\.h|utime\.h|wchar\.h|wordexp\.h)"
 )

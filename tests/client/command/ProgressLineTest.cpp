@@ -83,10 +83,10 @@ TEST_F(ProgressLine, MovesABlockWhereNoFractionIsKnown)
     EXPECT_EQ(progressLine(each, 8, LineCharacters::ASCII), "Title");
 }
 
-TEST_F(ProgressLine, SaysInASCIIWhatItCannotShow)
+TEST_F(ProgressLine, KeepsItsTextsBesideABarOfASCII)
 {
     ProgressLineContent each{"Größe wird gewählt", 0.5, "", "noch 0:42"};
-    EXPECT_THAT(progressLine(each, 80, LineCharacters::ASCII), StartsWith("Gr??e wird gew?hlt  ["));
+    EXPECT_THAT(progressLine(each, 80, LineCharacters::ASCII), StartsWith("Größe wird gewählt  ["));
     EXPECT_THAT(progressLine(each, 80, LineCharacters::UTF8), StartsWith("Größe wird gewählt  █"));
 }
 
