@@ -32,7 +32,7 @@ std::string planText(const MovieRequest& request, const std::optional<MovieForec
         localizedCount(count, "{1}: {0} photo of {2}, {3}", "{1}: {0} photos of {2}, {3}", printable(request.title),
                        secondsText(request.plan.timePerPhoto), secondsText(request.plan.totalVideoDuration));
     text += "\n";
-    text += fmt::format("{:.0f} x {:.0f}: {}\n", frame.width, frame.height, reasonOfHeight(request, frame));
+    text += localized("{:.0f} x {:.0f}: {}", frame.width, frame.height, reasonOfHeight(request, frame)) + "\n";
     const std::string sound = soundSentence(request.plan, request.sounds);
     text += (sound.empty() ? localized("sound: none") : printable(sound)) + "\n";
     if (forecast)

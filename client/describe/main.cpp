@@ -1,9 +1,10 @@
-// usage: stillora-describe bash|zsh|fish|man < TEMPLATE
-// Fills a template of a completion or of the manual with the table of options. Runs while the project is built, and is
-// not installed.
+// usage: stillora-describe bash|zsh|fish|man [TRANSLATIONS] < TEMPLATE
+// Fills a template of a completion or of the manual with the table of options, in English or, with a folder of
+// translations, in the language of the environment. Runs while the project is built, and is not installed.
 
 #include "client/command/HelpText.h"
 #include "client/command/OptionTable.h"
+#include "platform/foundation/NSBundle.h"
 
 #include <algorithm>
 #include <cctype>
@@ -270,12 +271,22 @@ std::string escaped(std::string_view text)
     return result;
 }
 
+/// With a capital, where it begins with a letter of ASCII or of Latin-1, in UTF-8.
+std::string capitalized(std::string text)
+{
+    const auto byte = [&text](size_t i) { return static_cast<unsigned char>(i < text.size() ? text[i] : '\0'); };
+    if (byte(0) < 0x80)
+        text.front() = static_cast<char>(std::toupper(byte(0)));
+    else if (byte(0) == 0xC3 && byte(1) >= 0xA0 && byte(1) <= 0xBE && byte(1) != 0xB7)
+        text[1] = static_cast<char>(byte(1) - 0x20);
+    return text;
+}
+
 /// The help as a sentence, and what the manual adds to it. The name of the value stands in italics.
 std::string sentencesOf(const Option& option)
 {
     std::string text = fmt::format("{}.{}{}", option.help, option.more.empty() ? "" : " ", option.more);
-    text.front() = static_cast<char>(std::toupper(static_cast<unsigned char>(text.front())));
-    text = escaped(text);
+    text = escaped(capitalized(text));
     const std::string value = escaped(option.value.substr(0, option.value.find_first_of("[@.")));
     std::string result;
     for (size_t at = 0; at < text.size();) {
@@ -352,11 +363,13 @@ int main(int argc, char** argv)
 {
     const std::map<std::string, Fillings (*)(), std::less<>> kinds{
         {"bash", bashFillings}, {"zsh", zshFillings}, {"fish", fishFillings}, {"man", manualFillings}};
-    const auto kind = kinds.find(argc == 2 ? argv[1] : "");
+    const auto kind = kinds.find(argc == 2 || argc == 3 ? argv[1] : "");
     if (kind == kinds.end()) {
-        std::cerr << "usage: stillora-describe bash|zsh|fish|man < TEMPLATE\n";
+        std::cerr << "usage: stillora-describe bash|zsh|fish|man [TRANSLATIONS] < TEMPLATE\n";
         return 2;
     }
+    if (argc == 3)
+        platform::NSBundle::mainBundle().setLocalizations(argv[2], "stillora");
     const std::string text{std::istreambuf_iterator<char>(std::cin), {}};
     return fill(text, kind->second()) ? 0 : 1;
 }

@@ -46,7 +46,9 @@ class InstallTest(stillora.TestCase):
                       "include/stillora/Movie.h", "lib/libstillora-client.so", "lib/pkgconfig/stillora-client.pc",
                       "lib/cmake/StilloraClient/StilloraClientConfig.cmake",
                       "share/doc/stillora/client-library.md", "share/doc/stillora/examples/client-library/MakeMovie.cpp",
-                      "share/man/man1/stillora.1", "share/man/man8/stillora-video-creator.8", "share/locale/de/LC_MESSAGES/stillora.mo",
+                      "share/man/man1/stillora.1", "share/man/man8/stillora-video-creator.8",
+                      "share/man/de/man1/stillora.1", "share/man/de/man8/stillora-video-creator.8",
+                      "share/man/fr/man1/stillora.1", "share/man/fr/man8/stillora-video-creator.8", "share/locale/de/LC_MESSAGES/stillora.mo",
                       "share/doc/stillora/README.md", "share/doc/stillora/protocol.md", "share/doc/stillora/LICENSE"):
             with self.subTest(place):
                 self.installed(place)
@@ -175,12 +177,21 @@ class InstallTest(stillora.TestCase):
         program = str(self.prefix / "libexec/stillora/stillora-video-creator").replace("%", "%%")
         self.assertIn(f'ExecStart="{program}"\n', service)
 
-    def test_the_manual_page_renders_without_complaint(self):
-        page = self.installed("share/man/man1/stillora.1")
-        result = subprocess.run(["man", "--warnings", "-l", str(page)], stdin=subprocess.DEVNULL, capture_output=True, text=True,
-                                env=self.environment(MANWIDTH="80"), timeout=stillora.DEADLINE)
-        self.assertEqual((result.returncode, result.stderr), (0, ""))
-        self.assertIn("EXIT STATUS", result.stdout)
+    def test_the_manual_pages_render_without_complaint(self):
+        for folder, title, option in (("", "EXIT STATUS", "Leave out the watermark."),
+                                      ("de/", "RÜCKGABEWERT", "Das Wasserzeichen weglassen."),
+                                      ("fr/", "CODE DE RETOUR", "Omettre le filigrane.")):
+            for name in ("man1/stillora.1", "man8/stillora-video-creator.8"):
+                with self.subTest(f"{folder}{name}"):
+                    page = self.installed(f"share/man/{folder}{name}")
+                    result = subprocess.run(["man", "--warnings", "-l", str(page)], stdin=subprocess.DEVNULL,
+                                            capture_output=True, text=True, env=self.environment(MANWIDTH="80"),
+                                            timeout=stillora.DEADLINE)
+                    self.assertEqual((result.returncode, result.stderr), (0, ""))
+                    self.assertIn(title, result.stdout)
+                    if name == "man1/stillora.1":
+                        self.assertIn(option, result.stdout)
+                        self.assertNotIn("@OPTIONS", result.stdout)
 
     def test_the_socket_of_systemd_starts_the_installed_service(self):
         """As the unit does it: one process for each connection."""

@@ -10,6 +10,7 @@ import tempfile
 from pathlib import Path
 
 LANGUAGES = ["de", "fr"]
+CATALOGUES = ["stillora", "man"]
 QUOTED = re.compile(r'"((?:[^"\\]|\\.)*)"')
 FIELD = re.compile(r"\{[^{}]*\}")
 
@@ -78,7 +79,8 @@ def faults_of_entry(entry, forms):
             yield f"{name!r} has other fields in {translation!r}"
         if re.search(r"%[-+ #0]*\d*[sdiufgxc]\b", translation):
             yield f"{name!r} has a field of printf in {translation!r}"
-        if '"' in translation:
+        # Commands of an example stay as they are.
+        if '"' in translation and translation != entry.texts[0]:
             yield f"{name!r} has quotes of English in {translation!r}"
         if translation.endswith("\n") != entry.texts[0].endswith("\n"):
             yield f"{name!r} ends in another line in {translation!r}"
@@ -96,33 +98,40 @@ def faults_of_language(language, text):
     for entry in all_entries[1:]:
         yield from faults_of_entry(entry, int(forms[1]))
         for translation in entry.translations:
-            if language == "fr" and re.search(r"(?<=[^\s\u00a0])[;!?](?=\s|$)| [;:!?](?=\s|$)", translation):
+            if language == "fr" and translation != entry.texts[0] and re.search(r"(?<=[^\s\u00a0])[;!?](?=\s|$)| [;:!?](?=\s|$)", translation):
                 yield f"{entry.texts[0]!r} has no space that keeps a mark beside its word in {translation!r}"
 
 
 def check_texts(root):
-    for language in LANGUAGES:
-        path = Path("po/stillora", f"{language}.po")
-        text = (root / path).read_text(encoding="utf-8")
-        for fault in faults_of_language(language, text):
-            yield f"{path}: {fault}"
+    for catalogue in CATALOGUES:
+        for language in LANGUAGES:
+            path = Path("po", catalogue, f"{language}.po")
+            text = (root / path).read_text(encoding="utf-8")
+            for fault in faults_of_language(language, text):
+                yield f"{path}: {fault}"
 
 
 def check_template(root):
-    template = Path("po/stillora/stillora.pot")
     with tempfile.TemporaryDirectory() as folder:
-        fresh = Path(folder, "fresh.pot")
-        subprocess.run([root / "po/update-translations", fresh], check=True)
-        if fresh.read_bytes() != (root / template).read_bytes():
-            yield f"{template}: not what the sources hold; po/update-translations makes it anew"
-    texts = {tuple(entry.texts) for entry in entries((root / template).read_text(encoding="utf-8"))}
-    for language in LANGUAGES:
-        path = Path("po/stillora", f"{language}.po")
-        own = {tuple(entry.texts) for entry in entries((root / path).read_text(encoding="utf-8"))}
-        for missing in sorted(texts - own):
-            yield f"{path}: {missing[0]!r} is missing"
-        for extra in sorted(own - texts):
-            yield f"{path}: {extra[0] if extra else 'an entry'!r} is not in the template"
+        subprocess.run([root / "po/update-translations", folder], check=True)
+        for catalogue in CATALOGUES:
+            template = Path("po", catalogue, f"{catalogue}.pot")
+            fresh = Path(folder, f"{catalogue}.pot").read_bytes()
+            if fresh != (root / template).read_bytes():
+                yield f"{template}: not what the sources hold; po/update-translations makes it anew"
+    for catalogue in CATALOGUES:
+        texts = texts_of(root / "po" / catalogue / f"{catalogue}.pot")
+        for language in LANGUAGES:
+            path = Path("po", catalogue, f"{language}.po")
+            own = texts_of(root / path)
+            for missing in sorted(texts - own):
+                yield f"{path}: {missing[0]!r} is missing"
+            for extra in sorted(own - texts):
+                yield f"{path}: {extra[0] if extra else 'an entry'!r} is not in the template"
+
+
+def texts_of(path):
+    return {tuple(entry.texts) for entry in entries(path.read_text(encoding="utf-8"))}
 
 
 CHECKS = {"template": check_template, "texts": check_texts}
