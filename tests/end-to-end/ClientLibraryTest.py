@@ -85,7 +85,7 @@ class ClientLibraryTest(stillora.TestCase):
             process.stdin.close()
             self.assertEqual(process.wait(timeout=stillora.DEADLINE), 1)
             self.assertEqual(process.stdout.read(), "")
-            self.assertTrue(process.stderr.read().endswith("stopped\n"))
+            self.assertTrue(process.stderr.read().endswith("abgebrochen\n"))
         self.assertFalse(movies.exists())
 
     def assertDescribesASound(self, program):
