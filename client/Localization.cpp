@@ -3,10 +3,13 @@
 #include "client/LocalizedText.h"
 #include "platform/foundation/InstalledFiles.h"
 #include "platform/foundation/NSBundle.h"
+#include "platform/foundation/NSString.h"
 #include "util/MORPalvineCommons.h"
 #include "util/UserSettings.h"
 
 #include <clocale>
+#include <cstdlib>
+#include <string_view>
 
 namespace stillora {
 
@@ -19,6 +22,22 @@ std::string filledIn(const std::string& text, std::string_view english, fmt::for
     } catch (const fmt::format_error&) {
         return fmt::vformat(english, values);
     }
+}
+
+/// The locale's name, as the environment tells it for characters.
+std::string_view localeOfCharacters()
+{
+    for (const char* variable : {"LC_ALL", "LC_CTYPE", "LANG"})
+        if (const char* name = getenv(variable); name && *name)
+            return name;
+    return {};
+}
+
+/// "de_DE.UTF-8", "de_DE.utf8".
+bool namesUTF8(std::string_view locale)
+{
+    const std::string charset = platform::lowercaseASCII(std::string(locale.substr(locale.find('.') + 1)));
+    return charset.starts_with("utf-8") || charset.starts_with("utf8");
 }
 
 } // namespace
@@ -51,7 +70,9 @@ std::string lengthInWords(Seconds length)
 void setUpLocalization()
 {
     // Not LC_NUMERIC: numbers of options and of JSON have a point in every language.
-    std::setlocale(LC_CTYPE, "");
+    // A locale that is not installed tells its charset all the same.
+    if (!std::setlocale(LC_CTYPE, "") && namesUTF8(localeOfCharacters()))
+        std::setlocale(LC_CTYPE, "C.UTF-8");
     std::setlocale(LC_MESSAGES, "");
     UserSettings::applyLanguage();
     platform::NSBundle::mainBundle().setLocalizations(

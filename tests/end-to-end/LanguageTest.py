@@ -69,6 +69,13 @@ class LanguageTest(stillora.TestCase):
                 self.assertIn(text, result.stderr.decode(charset))
                 self.assertNotIn("?", result.stderr.decode(charset))
 
+    def test_a_locale_that_is_not_installed_tells_its_charset(self):
+        photo = self.folder / "Größe.jpg"
+        photo.write_bytes(b"")
+        for locale in ("de_XX.UTF-8", "de_XX.utf8"):
+            self.assertIn("Größe.jpg: ist leer", self.run_in("create", photo, expect=BAD_INPUT, LC_ALL=locale).err)
+        self.assertIn("Groesse.jpg: ist leer", self.run_in("create", photo, expect=BAD_INPUT, LC_ALL="de_XX").err)
+
     def test_help_and_listings_are_of_the_terminals_charset(self):
         for locale, charset, text in (("de_DE.ISO-8859-1", "iso-8859-1", 'oder "Diashow"'),
                                       ("fr_FR.ISO-8859-1", "iso-8859-1", "«\u00a0Diaporama\u00a0»")):
