@@ -48,7 +48,8 @@ class LanguageTest(stillora.TestCase):
         apart = self.folder / "apart"
         apart.mkdir()
         other = stillora.picture(apart / "photo.jpg")
-        title = json.loads(self.run_stillora("create", "--dry-run", "--json", self.photos[0], other).out)["title"]
+        plan = self.run_stillora("create", "--dry-run", "--json", self.photos[0], other)
+        title = json.loads(plan.out.splitlines()[-1])["title"]
         self.assertEqual(title, "Diaporama")
         self.run_stillora("set", "language", "en")
         self.assertIn("Usage: stillora", self.run_in("--help", LANGUAGE="de").out)
