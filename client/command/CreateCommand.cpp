@@ -129,7 +129,7 @@ int runCreateCommand(const CreateOptions& given)
     const std::string title = options.title.value_or(titleForPhotos(checked.good));
     return command.makeMovie(std::move(checked.good), std::move(sounds.good), settingsOf(options), title, std::nullopt,
                              options.saveFolder, options.use,
-                             options.plansOnly ? MovieCommand::Making::PlanAlone : MovieCommand::Making::Whole);
+                             {.isPlanAlone = options.plansOnly, .contactSheet = options.contactSheet});
 }
 
 } // namespace stillora

@@ -189,6 +189,11 @@ std::string readMovieOptions(const CommandArguments& arguments, CreateOptions& o
     options.isJSON = arguments.has("json");
     options.isQuiet = arguments.has("quiet");
     options.plansOnly = arguments.has("dry-run");
+    options.contactSheet = arguments.value("contact-sheet");
+    if (options.contactSheet && !options.plansOnly)
+        return localized("--contact-sheet goes with --dry-run");
+    if (options.contactSheet && options.contactSheet->empty())
+        return localized("--contact-sheet takes the path of the PNG file to be made");
     options.order.isReversed = arguments.has("reverse");
     if (arguments.has("recursive"))
         options.innerFolders = InnerFolders::Listed;

@@ -44,6 +44,8 @@ struct CreateOptions {
     bool skipsBad = false;
     /// Tell what the movie would be, and make none.
     bool plansOnly = false;
+    /// Where the frames of the plan are drawn, if they are to be.
+    std::optional<std::filesystem::path> contactSheet;
     PhotoOrder order;
     InnerFolders innerFolders = InnerFolders::PassedOver;
 };

@@ -327,7 +327,7 @@ int runDocumentRender(const DocumentRenderOptions& options)
                                       document->location().native()));
     return command.makeMovie(std::move(checked.photos), std::move(checked.sounds), settings, title,
                              settings.title ? std::nullopt : std::optional(document->location()), wish.saveFolder,
-                             wish.use, wish.plansOnly ? MovieCommand::Making::PlanAlone : MovieCommand::Making::Whole);
+                             wish.use, {.isPlanAlone = wish.plansOnly, .contactSheet = wish.contactSheet});
 }
 
 namespace {

@@ -1,9 +1,12 @@
 #include "client/command/MovieCommand.h"
 
+#include <stillora/Picture.h>
+
 #include "client/LocalizedText.h"
 #include "client/MovieForecast.h"
 #include "client/Text.h"
 #include "client/WorkingClock.h"
+#include "client/command/FileIdentity.h"
 #include "client/command/PhotoSentence.h"
 #include "client/command/PlanText.h"
 #include "client/command/Question.h"
@@ -261,7 +264,7 @@ int MovieCommand::refuseBadInput(const std::vector<BadFile>& photos, const std::
 int MovieCommand::makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFacts> sounds,
                             const MovieSettings& settings, const std::string& title,
                             const std::optional<std::filesystem::path>& document,
-                            const std::optional<std::filesystem::path>& saveFolder, MovieUse use, Making making)
+                            const std::optional<std::filesystem::path>& saveFolder, MovieUse use, const Making& making)
 {
     if (settings.codec != "avc1")
         note(localized("browsers do not show the codec {}; avc1 plays everywhere", settings.codec));
@@ -283,7 +286,7 @@ int MovieCommand::makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFac
             note(sentence);
     }
     const std::string sentence = soundSentence(*plan, wish.sounds);
-    if (making == Making::Whole && !sentence.empty() && !wish.sounds.empty())
+    if (!making.isPlanAlone && !sentence.empty() && !wish.sounds.empty())
         note(sentence);
     MovieRequest request{.photos = std::move(wish.photos),
                          .sounds = std::move(wish.sounds),
@@ -299,8 +302,8 @@ int MovieCommand::makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFac
     noteDamaged(request.photos);
     if (request.reducesBorders)
         noteMissingFaceDetector();
-    if (making == Making::PlanAlone)
-        return tellPlan(request);
+    if (making.isPlanAlone)
+        return tellPlan(request, making.contactSheet);
     request.saveFolder = saveFolder ? *saveFolder : usualSaveFolder();
     teller_.serviceStarts();
     const Result<Movie> outcome = maker_.makeMovie(request, teller_);
@@ -308,8 +311,31 @@ int MovieCommand::makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFac
     return finish(request, outcome);
 }
 
-int MovieCommand::tellPlan(const MovieRequest& request)
+std::optional<int> MovieCommand::drawContactSheet(const MovieRequest& request, const std::filesystem::path& file)
 {
+    for (const PhotoFacts& photo : request.photos)
+        if (areSameFile(photo.path.native(), file.native()))
+            return fail(kExitUsage, localized("the contact sheet would replace the photo {}", photo.path.native()));
+    const auto sheet = renderContactSheet(request, [this](size_t done, size_t total) {
+        teller_.stepDone(localized("Drawing the frames"), static_cast<double>(done) / static_cast<double>(total), done,
+                         total);
+        return !isCancelled();
+    });
+    terminal_.clearProgress();
+    if (isCancelled())
+        return stopped();
+    if (!sheet)
+        return fail(kExitFailed, sheet.error().message);
+    if (const std::string fault = save(*sheet, file); !fault.empty())
+        return fail(kExitFailed, fault);
+    return std::nullopt;
+}
+
+int MovieCommand::tellPlan(const MovieRequest& request, const std::optional<std::filesystem::path>& contactSheet)
+{
+    if (contactSheet)
+        if (const auto failure = drawContactSheet(request, *contactSheet))
+            return *failure;
     const auto forecast = forecastMovie(request, [this] { return !isCancelled(); });
     if (isCancelled())
         return stopped();
@@ -335,6 +361,7 @@ int MovieCommand::tellPlan(const MovieRequest& request)
             .add("estimatedSeconds", forecast->time.count());
     else
         result.addNull("estimatedBytes").addNull("estimatedSeconds");
+    contactSheet ? result.add("contactSheet", contactSheet->native()) : result.addNull("contactSheet");
     return succeed({}, result);
 }
 

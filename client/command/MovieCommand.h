@@ -84,7 +84,12 @@ public:
     /// Photos in their order; tells of those that do not say when they were taken.
     std::vector<PhotoFacts> sorted(std::vector<PhotoFacts> photos, PhotoOrder order);
 
-    enum class Making { Whole, PlanAlone };
+    struct Making {
+        /// Tell the plan, start no service and make no folder.
+        bool isPlanAlone = false;
+        /// Where the plan's frames are drawn, if they are to be.
+        std::optional<std::filesystem::path> contactSheet = std::nullopt;
+    };
     /// What is said of --skip-bad where files cannot be used.
     enum class Hint { None, SkipBad, SkipBadPhotos };
 
@@ -96,15 +101,16 @@ public:
     /// Makes a movie of photos and sounds that were checked.
     /// @param title      the movie's name
     /// @param document   the document that they are of, if they are of one and the movie has its name
-    /// @param making     with the plan alone that is told, no service is started and no folder made
     /// @param saveFolder nothing for the one that the user has chosen
     int makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFacts> sounds, const MovieSettings& settings,
                   const std::string& title, const std::optional<std::filesystem::path>& document,
-                  const std::optional<std::filesystem::path>& saveFolder, MovieUse use, Making making = Making::Whole);
+                  const std::optional<std::filesystem::path>& saveFolder, MovieUse use, const Making& making);
     /// @}
 
 private:
-    int tellPlan(const MovieRequest& request);
+    int tellPlan(const MovieRequest& request, const std::optional<std::filesystem::path>& contactSheet);
+    /// Draws the frames; the exit status where that cannot be done.
+    std::optional<int> drawContactSheet(const MovieRequest& request, const std::filesystem::path& file);
     int finish(const MovieRequest& request, const Result<Movie>& outcome);
     void tellBadInput(const std::vector<BadFile>& files);
 

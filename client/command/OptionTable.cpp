@@ -105,6 +105,13 @@ struct Options {
             "looked into as ever; no service is started, no movie and no folder for it made, and the exit status for a "
             "wrong command line or for bad photos is the same."),
     };
+    const Option contactSheet{
+        .name = "contact-sheet",
+        .value = localized("OUT.png"),
+        .help = localized("with --dry-run: draw all frames as they will be, numbered, as one picture"),
+        .more = localized("Up to 10000 frames in up to 40 columns. An existing OUT.png is replaced."),
+        .offer = Offer::PNGPictures,
+    };
     const Option reverse{.name = "reverse", .help = localized("show photos the other way round, the last one first")};
     const Option recursive{
         .name = "recursive",
@@ -346,10 +353,11 @@ CommandText create(const Options& o)
         .exitStatuses = movieStatuses(),
         .forms = {{.operands = localized("PHOTO|SOUND|FOLDER...|DOCUMENT"),
                    .offer = Offer::PhotosAndSounds,
-                   .options = {&o.seconds,   &o.quality, &o.codec,   &o.soundtrack, &o.loop,          &o.fitMusic,
-                               &o.noSilence, &o.sort,    &o.reverse, &o.recursive,  &o.reduceBorders, &o.noWatermark,
-                               &o.watermark, &o.web,     &o.title,   &o.save,       &o.movie,         &o.skipBad,
-                               &o.filesFrom, &o.null,    &o.dryRun,  &o.events,     &o.progress,      &o.quiet}}},
+                   .options = {&o.seconds,       &o.quality,      &o.codec,     &o.soundtrack, &o.loop,
+                               &o.fitMusic,      &o.noSilence,    &o.sort,      &o.reverse,    &o.recursive,
+                               &o.reduceBorders, &o.noWatermark,  &o.watermark, &o.web,        &o.title,
+                               &o.save,          &o.movie,        &o.skipBad,   &o.filesFrom,  &o.null,
+                               &o.dryRun,        &o.contactSheet, &o.events,    &o.progress,   &o.quiet}}},
     };
 }
 
@@ -432,7 +440,8 @@ CommandText document(const Options& o)
                    .operands = localized("DOCUMENT"),
                    .startsWithDocument = true,
                    .options = {&o.seconds, &o.quality, &o.codec, &o.noWatermark, &o.watermark, &o.web, &o.documentTitle,
-                               &o.save, &o.movie, &o.skipBadItems, &o.dryRun, &o.events, &o.progress, &o.quiet}}},
+                               &o.save, &o.movie, &o.skipBadItems, &o.dryRun, &o.contactSheet, &o.events, &o.progress,
+                               &o.quiet}}},
     };
 }
 

@@ -4,6 +4,9 @@
 #include "client/Text.h"
 #include "client/command/SoundSentence.h"
 
+#include <algorithm>
+#include <cmath>
+
 #include <fmt/format.h>
 
 namespace stillora {
@@ -22,6 +25,14 @@ std::string reasonOfHeight(const MovieRequest& request, Size frame)
                         : localized("covered by {} of {} photos", count - smaller, count);
 }
 
+/// No more figures than an estimate has.
+Seconds roundedEstimate(Seconds time)
+{
+    constexpr double kTenths = 10;
+    return Seconds(time.count() < kTenths ? std::max(std::round(time.count() * kTenths), 1.0) / kTenths
+                                          : std::round(time.count()));
+}
+
 } // namespace
 
 std::string planText(const MovieRequest& request, const std::optional<MovieForecast>& forecast)
@@ -36,7 +47,9 @@ std::string planText(const MovieRequest& request, const std::optional<MovieForec
     const std::string sound = soundSentence(request.plan, request.sounds);
     text += (sound.empty() ? localized("sound: none") : printable(sound)) + "\n";
     if (forecast)
-        text += localized("about {}, made in about {}", bytesText(forecast->bytes), secondsText(forecast->time)) + "\n";
+        text += localized("about {}, made in about {}", bytesText(forecast->bytes),
+                          secondsText(roundedEstimate(forecast->time))) +
+                "\n";
     for (size_t i = 0; i < count; ++i)
         text += fmt::format("{:>4}  {}\n", i + 1, printable(request.photos[i].path.native()));
     return text;

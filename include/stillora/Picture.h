@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <span>
 
@@ -39,6 +40,19 @@ struct Frame {
 /// @param photo  as it was checked
 /// @param style  how it is shown
 STILLORA_EXPORT Result<Frame> renderFrame(const PhotoFacts& photo, const FrameStyle& style = {});
+
+/// More frames are not drawn on one sheet.
+inline constexpr std::size_t kMostFramesOfContactSheet = 10000;
+
+/// All frames of a movie as they will be, made small and numbered from 1, in one picture of up to 40 columns. Drawn by
+/// the code that draws movies, on all processors.
+///
+/// @param request   what the movie would be made of
+/// @param progress  called after each frame, by one thread at a time; false stops the work. May be empty
+/// @return a PNG file
+STILLORA_EXPORT Result<Bytes>
+renderContactSheet(const MovieRequest& request,
+                   const std::function<bool(std::size_t done, std::size_t total)>& progress = {});
 
 /// The average colour of a picture file; nothing for what is no picture.
 STILLORA_EXPORT std::optional<Color> averageColorOf(const std::filesystem::path& file);

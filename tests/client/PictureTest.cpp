@@ -65,4 +65,58 @@ TEST(Picture, ThatCannotBeReadIsRefused)
     EXPECT_EQ(sizeOfPNG(pictureAsPNG(bytesOf(test::jpegBytes(test::plain(30, 20, test::kBlue))))), (Size{30, 20}));
 }
 
+/// A request for a movie of plain photos of one size, without a watermark.
+MovieRequest requestFor(const TemporaryFolder& folder, const std::vector<test::Color>& colors)
+{
+    MovieRequest request;
+    request.quality = 240;
+    request.watermark = Watermark::Absent;
+    for (const test::Color& color : colors) {
+        const auto bytes = test::jpegBytes(test::plain(640, 480, color));
+        const std::string name = std::to_string(request.photos.size()) + ".jpg";
+        folder.makeFile(name, std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
+        request.photos.push_back({.path = folder.path(name), .size = {640, 480}});
+    }
+    return request;
+}
+
+TEST(ContactSheet, ShowsEveryFrameInItsPlace)
+{
+    const TemporaryFolder folder;
+    const std::vector<test::Color> colors = {test::kRed, test::kGreen, test::kBlue, test::kWhite, test::kRed};
+    std::vector<size_t> told;
+    const auto sheet = renderContactSheet(requestFor(folder, colors), [&](size_t done, size_t total) {
+        EXPECT_EQ(total, 5u);
+        told.push_back(done);
+        return true;
+    });
+    ASSERT_TRUE(sheet) << sheet.error().message;
+    EXPECT_EQ(told, (std::vector<size_t>{1, 2, 3, 4, 5}));
+    // Three columns and two rows of frames of 320 x 240, which are not enlarged, with labels below and margins between.
+    constexpr size_t kColumn = 320 + 8;
+    constexpr size_t kRow = 240 + 18 + 8;
+    EXPECT_EQ(sizeOfPNG(sheet), (Size{3 * kColumn + 8, 2 * kRow + 8}));
+    const auto image = platform::CGImageSource::createWithData(dataOf(*sheet), "sheet")->createThumbnailAtIndex({});
+    ASSERT_TRUE(image);
+    for (size_t i = 0; i < colors.size(); ++i) {
+        const size_t left = 8 + i % 3 * kColumn;
+        const size_t top = 8 + i / 3 * kRow;
+        for (const auto& [x, y] : {std::pair<size_t, size_t>{2, 2}, {160, 120}, {317, 237}})
+            test::expectColor(*image, left + x, top + y, colors[i], 4, std::to_string(i));
+        test::expectColor(*image, left + 200, top + 250, {0x60, 0x60, 0x60}, 0, "the ground");
+    }
+}
+
+TEST(ContactSheet, SaysWhyThereIsNone)
+{
+    const TemporaryFolder folder;
+    EXPECT_EQ(renderContactSheet({}).error().code, ErrorCode::NothingToShow);
+    MovieRequest request = requestFor(folder, {test::kRed, test::kGreen});
+    EXPECT_EQ(renderContactSheet(request, [](size_t, size_t) { return false; }).error().code, ErrorCode::Cancelled);
+    std::filesystem::remove(request.photos[1].path);
+    EXPECT_EQ(renderContactSheet(request).error().file, request.photos[1].path);
+    request.photos.assign(kMostFramesOfContactSheet + 1, request.photos[0]);
+    EXPECT_EQ(renderContactSheet(request).error().message, "a contact sheet has at most 10000 frames");
+}
+
 } // namespace

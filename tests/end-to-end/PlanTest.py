@@ -36,6 +36,17 @@ class ForecastTest(stillora.TestCase):
                 self.assertGreater(plan["estimatedSeconds"], 0.1)
                 Path(movie["movie"]).unlink()
 
+    def test_all_frames_are_drawn_on_one_picture(self):
+        sheet = self.folder / "sheet.png"
+        arguments = ["create", *self.photos, "--save", self.save, "--contact-sheet", sheet]
+        self.assertEqual(self.result(*arguments, "--dry-run")["contactSheet"], str(sheet))
+        # 12 frames of 1280 x 720 in four columns and three rows.
+        self.assertEqual([stillora.probe(sheet)["video"][0][side] for side in ("width", "height")], [4 * 600 + 8, 3 * 359 + 8])
+        self.assertIn("--contact-sheet goes with --dry-run", self.run_stillora(*arguments, expect=2).err)
+        arguments[-1] = self.photos[0]
+        self.assertIn("would replace the photo", self.run_stillora(*arguments, "--dry-run", expect=2).err)
+        self.assertEqual(self.leftovers(self.save), [])
+
     def test_a_document_is_planned_too(self):
         self.run_stillora("document", "new", self.folder / "Trip", *self.photos, "--quality", "360")
         arguments = ["document", "render", self.folder / "Trip", "--save", self.save]

@@ -57,6 +57,7 @@ TEST(CommandLine, ReadsTheOrderOfPhotos)
     EXPECT_TRUE(created({"create", "a", "--reverse"}).order.isReversed);
     EXPECT_FALSE(created({"create", "a"}).plansOnly);
     EXPECT_TRUE(created({"create", "a", "--dry-run"}).plansOnly);
+    EXPECT_EQ(created({"create", "a", "--dry-run", "--contact-sheet", "b.png"}).contactSheet, "b.png");
     EXPECT_EQ(created({"create", "a"}).innerFolders, InnerFolders::PassedOver);
     EXPECT_EQ(created({"create", "a", "--recursive"}).innerFolders, InnerFolders::Listed);
 }
@@ -202,6 +203,8 @@ TEST(CommandLine, RefusesWhatItCannotUseAndSaysWhy)
         {{"create", "a", "-o", "b.MP4"}, "-o takes the path of a .mov file, not of a .mp4 file"},
         {{"create", "a", "-o", "b/"}, "-o takes the path of the movie; in \"b/\" its name is empty"},
         {{"create", "a", "-o", ""}, "is empty"},
+        {{"create", "a", "--contact-sheet", "b.png"}, "--contact-sheet goes with --dry-run"},
+        {{"create", "a", "--dry-run", "--contact-sheet", ""}, "--contact-sheet takes the path of the PNG file"},
         {{"create", "a", "--soundtrack", "s", "--fit-music", "--loop"}, "--fit-music leaves nothing to --loop"},
         {{"create", "a", "--soundtrack", "s", "--fit-music", "--seconds", "3"}, "without --seconds"},
         {{"create", "a", "--save", ""}, "--save"},
