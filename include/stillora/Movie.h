@@ -206,8 +206,9 @@ public:
     struct Limits {
         /// How long the service may neither report nor write anything.
         std::chrono::milliseconds stall{60'000};
-        /// How long a cancelled service may take to answer, before it is ended.
-        std::chrono::milliseconds cancel{3'000};
+        /// How long a cancelled service may take to answer, before it is ended: with fewer than five frames out it
+        /// never answers, and nothing of it is needed any more.
+        std::chrono::milliseconds cancel{300};
     };
 
     MovieMaker();
