@@ -76,16 +76,7 @@ std::shared_ptr<CGImage> frameOf(const MovieRequest& request, size_t index, Size
          .frame = {size.width, size.height},
          .reduceBorders = request.reducesBorders,
          .carriesWatermark = drawsWatermark(request.watermark) && carriesWatermark(index, request.photos.size())});
-    if (!frame || frame->buffer->lockBaseAddress() != platform::kCVReturnSuccess)
-        return nullptr;
-    platform::CVPixelBuffer& buffer = *frame->buffer;
-    auto image = std::make_shared<CGImage>();
-    image->width = buffer.width();
-    image->height = buffer.height();
-    image->bytesPerRow = buffer.bytesPerRow();
-    image->pixels.assign(buffer.baseAddress(), buffer.baseAddress() + image->bytesPerRow * image->height);
-    buffer.unlockBaseAddress();
-    return image;
+    return frame ? frame->copyImage() : nullptr;
 }
 
 /// The sheet while it is drawn; each frame by another thread, in its own place.

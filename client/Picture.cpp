@@ -72,21 +72,6 @@ void drawFaces(CGImage& image, const PhotoFrame& frame)
         draw(face, kFaceColour);
 }
 
-/// The pixels of the frame; null if they cannot be read.
-std::shared_ptr<CGImage> imageOf(const PhotoFrame& frame)
-{
-    platform::CVPixelBuffer& buffer = *frame.buffer;
-    if (buffer.lockBaseAddress() != platform::kCVReturnSuccess)
-        return nullptr;
-    auto image = std::make_shared<CGImage>();
-    image->width = buffer.width();
-    image->height = buffer.height();
-    image->bytesPerRow = buffer.bytesPerRow();
-    image->pixels.assign(buffer.baseAddress(), buffer.baseAddress() + image->bytesPerRow * image->height);
-    buffer.unlockBaseAddress();
-    return image;
-}
-
 Result<Bytes> pngOf(const std::optional<platform::NSData>& file)
 {
     if (!file)
@@ -105,7 +90,7 @@ Result<Frame> renderFrame(const PhotoFacts& photo, const FrameStyle& style)
                                          .reduceBorders = style.reducesBorders,
                                          .carriesWatermark = drawsWatermark(style.watermark) && carriesWatermark(0, 1),
                                          .alwaysFindsFaces = style.showsFaces});
-    auto image = frame ? imageOf(*frame) : nullptr;
+    auto image = frame ? frame->copyImage() : nullptr;
     if (!image)
         return Error{ErrorCode::Unsupported, photo.path,
                      localized("{}: no frame could be made of it", photo.path.native())};

@@ -88,6 +88,19 @@ platform::TextAttributes watermarkAttributes(double frameHeight)
             .strokeWidth = size < 50 ? -1.0 : -3.0};
 }
 
+std::shared_ptr<platform::CGImage> PhotoFrame::copyImage() const
+{
+    if (buffer->lockBaseAddress() != platform::kCVReturnSuccess)
+        return nullptr;
+    auto image = std::make_shared<platform::CGImage>();
+    image->width = buffer->width();
+    image->height = buffer->height();
+    image->bytesPerRow = buffer->bytesPerRow();
+    image->pixels.assign(buffer->baseAddress(), buffer->baseAddress() + image->bytesPerRow * image->height);
+    buffer->unlockBaseAddress();
+    return image;
+}
+
 std::optional<PhotoFrame> renderPhotoFrame(const PhotoFrameOptions& options)
 {
     PhotoFrame result;

@@ -36,6 +36,9 @@ struct PhotoFrame {
     platform::CGPoint origin;
     /// The faces that were found, in the picture's own coordinates; none where they were not looked for.
     std::vector<platform::CGRect> faces;
+
+    /// A copy of the frame's pixels; null if they cannot be read.
+    std::shared_ptr<platform::CGImage> copyImage() const;
 };
 
 /// How the watermark is written on a frame that is so many pixels high.
