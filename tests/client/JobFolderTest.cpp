@@ -29,6 +29,18 @@ NSURL urlOf(const std::string& path)
     return NSURL::fileURLWithPath(path, true);
 }
 
+/// Whether a process made a job's folder there and ended without removing anything.
+bool hasAbandonedJob(const TemporaryFolder& save)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        const auto job = JobFolder::create(urlOf(save.path()));
+        _exit(job ? 0 : 1);
+    }
+    int status = 0;
+    return waitpid(child, &status, 0) == child && status == 0;
+}
+
 TEST(JobFolder, LeavesNothingBehind)
 {
     const TemporaryFolder save;
@@ -125,15 +137,7 @@ TEST(JobFolder, TwoJobsDoNotTouchEachOther)
 TEST(JobFolder, RemovesWhatADeadProcessLeft)
 {
     const TemporaryFolder save;
-    const pid_t child = fork();
-    if (child == 0) {
-        // Ends without removing anything.
-        const auto job = JobFolder::create(urlOf(save.path()));
-        _exit(job ? 0 : 1);
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    ASSERT_EQ(status, 0);
+    ASSERT_TRUE(hasAbandonedJob(save));
     ASSERT_THAT(save.entries(), testing::Not(IsEmpty()));
     ASSERT_TRUE(JobFolder::create(urlOf(save.path())));
     EXPECT_THAT(save.entries(), IsEmpty());
@@ -207,14 +211,7 @@ TEST(JobFolder, RemovesAFolderOfItsOwnThatADeadProcessLeft)
     const TemporaryFolder save;
     const TemporaryFolder other;
     std::filesystem::create_symlink(other.path(), save.path(".MORStilloraTemporaryFiles"));
-    const pid_t child = fork();
-    if (child == 0) {
-        const auto job = JobFolder::create(urlOf(save.path()));
-        _exit(job ? 0 : 1);
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    ASSERT_EQ(status, 0);
+    ASSERT_TRUE(hasAbandonedJob(save));
     ASSERT_GT(save.entries().size(), 1u);
     {
         // Those of living jobs stay.

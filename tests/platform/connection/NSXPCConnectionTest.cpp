@@ -40,6 +40,23 @@ struct ServedClient {
     ~ServedClient() { service->invalidate(); }
 };
 
+/// A service's end that answers, with bare bytes at the other.
+struct ServedRawClient {
+    const std::array<int, 2> sockets = socketPair();
+    std::future<platform::NSXPCConnectionPtr> accepted = acceptLater(sockets[0]);
+    RawClient client{sockets[1]};
+    const bool isAuthenticated = client.authenticate();
+    const platform::NSXPCConnectionPtr service = accepted.get();
+
+    ServedRawClient()
+    {
+        service->setExportedInterface(testInterface());
+        service->setExportedObject(std::make_shared<EchoObject>());
+        service->resume();
+    }
+    ~ServedRawClient() { service->invalidate(); }
+};
+
 } // namespace
 
 TEST(NSXPCConnection, CarriesEveryKindOfValueThereAndBack)
@@ -648,14 +665,9 @@ TEST(NSXPCConnection, EndsOnGarbageAfterTheAuthenticationAndHarmsNoOther)
          }()},
     };
     for (const auto& row : rows) {
-        const auto [one, other] = socketPair();
-        auto accepted = acceptLater(one);
-        RawClient client(other);
-        ASSERT_TRUE(client.authenticate());
-        const auto service = accepted.get();
-        service->setExportedInterface(testInterface());
-        service->setExportedObject(std::make_shared<EchoObject>());
-        service->resume();
+        ServedRawClient served;
+        ASSERT_TRUE(served.isAuthenticated);
+        RawClient& client = served.client;
         client.send(row.bytes);
         EXPECT_TRUE(client.waitForEnd()) << row.name;
         EXPECT_EQ(neighbour.client->callText("ping", "()"), "()") << row.name;
@@ -676,32 +688,22 @@ TEST(NSXPCConnection, EndsWhereAPeerAsksOnAndOnWithoutReading)
         {"calls that are answered", methodCall("a(sa{sv})", std::string(8, '\0'))},
     };
     for (const auto& row : rows) {
-        const auto [one, other] = socketPair();
-        auto accepted = acceptLater(one);
-        RawClient client(other);
-        ASSERT_TRUE(client.authenticate());
-        const auto service = accepted.get();
-        service->setExportedInterface(testInterface());
-        service->setExportedObject(std::make_shared<EchoObject>());
-        service->resume();
+        ServedRawClient served;
+        ASSERT_TRUE(served.isAuthenticated);
+        RawClient& client = served.client;
         // Far more than sockets hold; returns when the other end is closed.
-        for (int i = 0; i < 100000 && service->isValid(); ++i)
+        for (int i = 0; i < 100000 && served.service->isValid(); ++i)
             client.send(row.message);
-        EXPECT_FALSE(service->isValid()) << row.name;
+        EXPECT_FALSE(served.service->isValid()) << row.name;
         EXPECT_EQ(neighbour.client->callText("ping", "()"), "()") << row.name;
     }
 }
 
 TEST(NSXPCConnection, CountsOnlyAnswersThatAreNotRead)
 {
-    const auto [one, other] = socketPair();
-    auto accepted = acceptLater(one);
-    RawClient client(other);
-    ASSERT_TRUE(client.authenticate());
-    const auto service = accepted.get();
-    service->setExportedInterface(testInterface());
-    service->setExportedObject(std::make_shared<EchoObject>());
-    service->resume();
+    ServedRawClient served;
+    ASSERT_TRUE(served.isAuthenticated);
+    RawClient& client = served.client;
     const std::string refused = methodCall("as", std::string(4, '\0'));
     std::string unheard = refused;
     unheard[2] = 1;
@@ -717,8 +719,7 @@ TEST(NSXPCConnection, CountsOnlyAnswersThatAreNotRead)
     }
     client.send(refused);
     EXPECT_TRUE(client.receiveMessage());
-    EXPECT_TRUE(service->isValid());
-    service->invalidate();
+    EXPECT_TRUE(served.service->isValid());
 }
 
 TEST(NSXPCConnection, SurvivesVariantsOfGreatDepth)
@@ -726,14 +727,9 @@ TEST(NSXPCConnection, SurvivesVariantsOfGreatDepth)
     const auto quiet = g_log_set_default_handler([](const char*, GLogLevelFlags, const char*, gpointer) {}, nullptr);
     const ServedClient neighbour;
     for (const size_t depth : {60, 1000, 1000000}) {
-        const auto [one, other] = socketPair();
-        auto accepted = acceptLater(one);
-        RawClient client(other);
-        ASSERT_TRUE(client.authenticate());
-        const auto service = accepted.get();
-        service->setExportedInterface(testInterface());
-        service->setExportedObject(std::make_shared<EchoObject>());
-        service->resume();
+        ServedRawClient served;
+        ASSERT_TRUE(served.isAuthenticated);
+        RawClient& client = served.client;
         // Each variant is its signature alone, "v", and then the next; the last holds a byte.
         std::string body;
         for (size_t i = 0; i < depth; ++i)
