@@ -411,25 +411,6 @@ TEST(AVAssetExportSession, OutputGrowsInTheFolderForTemporaryFiles)
     EXPECT_TRUE(std::filesystem::exists(folder.path("out/free.m4a")));
 }
 
-TEST(AVAssetExportSession, CancelLeavesNothingOfTheOutput)
-{
-    const TemporaryFolder folder;
-    writeWav(folder.path("t.wav"), makeTone(44100, 1, 90 * 44100));
-    AVAssetExportSession session(assetOf(folder.url("t.wav")), std::string(kAVAssetExportPresetAppleM4A));
-    session.setOutputFileType(kAVFileTypeAppleM4A);
-    session.setOutputURL(folder.url("out.m4a"));
-    session.exportAsynchronouslyWithCompletionHandler({});
-    while (session.progress() <= 0 && !session.waitForEnd(0.001)) {
-    }
-    session.cancelExport();
-    EXPECT_EQ(session.status(), Status::Cancelled);
-    EXPECT_FALSE(session.error());
-    EXPECT_EQ(filesBelow(folder.path()), std::vector<std::string>{"t.wav"});
-    // Once more does nothing.
-    session.cancelExport();
-    EXPECT_EQ(session.status(), Status::Cancelled);
-}
-
 TEST(AVAssetExportSession, CancelAfterTheEndChangesNothing)
 {
     const TemporaryFolder folder;

@@ -220,7 +220,11 @@ TEST_F(BadSound, CancelOfALongConversionEndsAtOnce)
     // The whole takes minutes; the longest step between two looks is less than a second's.
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
     EXPECT_EQ(session.status(), Status::Cancelled);
+    EXPECT_FALSE(session.error());
     EXPECT_EQ(filesBelow(folder_.path()), std::vector<std::string>{"10.wav"});
+    // Once more does nothing.
+    session.cancelExport();
+    EXPECT_EQ(session.status(), Status::Cancelled);
 }
 
 TEST_F(BadSound, CancelRightAfterTheStartLeavesNothingInAnyStage)
