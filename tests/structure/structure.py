@@ -269,7 +269,7 @@ def check_documented_files(root):
 
 
 def check_documented_tests(root):
-    """Every test that SECURITY.md names is there: a promise without a test is none."""
+    """Every test and attack that SECURITY.md names is there: a promise without one is none."""
     page = Path("SECURITY.md")
     if not (Path(root) / page).is_file():
         return
@@ -278,8 +278,9 @@ def check_documented_tests(root):
         text = read(Path(root, "tests"), path)
         there |= {f"{suite}.{name}" for suite, name in re.findall(r"^TEST(?:_F|_P)?\((\w+), (\w+)\)", text, re.MULTILINE)}
         there |= set(re.findall(r"^ +def (test_\w+)\(", text, re.MULTILINE))
+    there |= {f"attack.{path.name}" for path in files_below(Path(root, "tests/attack"), ("",)) if len(path.parts) == 1}
     for line, text in enumerate(read(root, page).splitlines(), 1):
-        for name in re.findall(r"`(test_\w+|[A-Z]\w*\.[A-Z]\w+)`", text):
+        for name in re.findall(r"`(test_\w+|[A-Z]\w*\.[A-Z]\w+|attack\.\w+)`", text):
             if name not in there:
                 yield f"{page}:{line}: there is no test {name}"
 

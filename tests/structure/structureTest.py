@@ -220,9 +220,10 @@ class StructureTest(unittest.TestCase):
     def test_a_promise_whose_test_is_gone_is_found(self):
         self.write("tests/video/FrameListTest.cpp", "TEST(FrameList, KeepsOrder)\n{\n}\nTEST_F(FrameListTest, Ends)\n{\n}\n")
         self.write("tests/end-to-end/MovieTest.py", "class MovieTest:\n    def test_it_moves(self):\n        pass\n")
-        self.write("SECURITY.md", "| `FrameList.KeepsOrder`, `FrameListTest.Ends` | `test_it_moves` |\n")
+        self.write("tests/attack/messages", "")
+        self.write("SECURITY.md", "| `FrameList.KeepsOrder`, `FrameListTest.Ends` | `test_it_moves`, `attack.messages` |\n")
         self.assertEqual(self.faults("documented-tests"), [])
-        for name in ("FrameList.IsSafe", "test_it_stands"):
+        for name in ("FrameList.IsSafe", "test_it_stands", "attack.nobody"):
             self.write("SECURITY.md", f"# Security\n`{name}`\n")
             self.assertFault("documented-tests", "SECURITY.md:2:", name)
 

@@ -1,6 +1,6 @@
 """What the end-to-end tests share: photos, the service as a process of its own, a client, and reading movies back.
 
-The programs under test are those of the folder that the environment variable STILLORA_BIN names.
+The programs under test are those of the folder that the environment variable STILLORA_BIN names, or of the release build.
 """
 
 import contextlib
@@ -20,7 +20,7 @@ import gi
 gi.require_version("Gio", "2.0")
 from gi.repository import Gio, GLib  # noqa: E402
 
-BIN = Path(os.environ["STILLORA_BIN"])
+BIN = Path(os.environ.get("STILLORA_BIN", Path(__file__).resolve().parents[2] / "build/release/bin"))
 SERVICE = BIN / "stillora-video-creator"
 STILLORA = BIN / "stillora"
 
@@ -59,6 +59,20 @@ def wait_until(condition, what, deadline=DEADLINE):
         GLib.source_remove(tick)
 
 
+def private_environment(home, **changes):
+    """This process's environment, for programs that are to have `home` and to find nothing of the user's."""
+    values = {name: value for name, value in os.environ.items() if not name.startswith(("XDG_", "LC_", "LANG"))}
+    values.update(
+        HOME=str(home),
+        LC_ALL="C.UTF-8",
+        XDG_RUNTIME_DIR=str(home),
+        # No logind unless a test mocks one: the machine's own is none of our business.
+        DBUS_SYSTEM_BUS_ADDRESS=f"unix:path={home}/no-bus",
+    )
+    values.update({name: str(value) for name, value in changes.items()})
+    return values
+
+
 class TestCase(unittest.TestCase):
     """Each test has a folder of its own, and in it a home, so that it neither sees nor changes the user's."""
 
@@ -88,14 +102,7 @@ class TestCase(unittest.TestCase):
             self.fail(report.read_text(errors="replace"))
 
     def environment(self, **changes):
-        values = {name: value for name, value in os.environ.items() if not name.startswith(("XDG_", "LC_", "LANG"))}
-        values.update(
-            HOME=str(self.home),
-            LC_ALL="C.UTF-8",
-            XDG_RUNTIME_DIR=str(self.home),
-            # No logind unless a test mocks one: the machine's own is none of our business.
-            DBUS_SYSTEM_BUS_ADDRESS=f"unix:path={self.home}/no-bus",
-        )
+        values = private_environment(self.home)
         for name in ("ASAN_OPTIONS", "TSAN_OPTIONS"):
             values[name] = f"{values.get(name, '')}:log_path='{self.findings}/report'"
         values.update({name: str(value) for name, value in changes.items()})
