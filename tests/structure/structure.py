@@ -16,6 +16,7 @@ from pathlib import Path
 # The rooms of platform/, each with those that it may use; these stand before it.
 ROOMS = {
     "foundation": "",
+    "sandbox": "foundation",
     "propertylists": "foundation",
     "files": "foundation propertylists",
     "dispatch": "foundation",
@@ -55,7 +56,7 @@ USES["include"] = []
 # Libraries of media, images and text: the platform's sources alone know them, so that one can be exchanged.
 BACKING = re.compile(
     r"^(libav\w+/|libsw\w+/|turbojpeg\.h|jpeglib\.h|vips/|zimg|lcms2|pango/|cairo|plist/|taglib/|\w*(tag|file|frame)\.h$"
-    r"|unicode/|opencv2/|hb[-.]|ft2build|fontconfig/|png\.h|tiff|webp/|libheif/|x26[45]\.h)"
+    r"|unicode/|opencv2/|hb[-.]|ft2build|fontconfig/|png\.h|tiff|webp/|libheif/|x26[45]\.h|seccomp\.h)"
 )
 COMMAND_LINE = re.compile(r"^getopt\.h$")
 FORMATTING = re.compile(r"^fmt/")
