@@ -5,8 +5,9 @@ prints what its `Tally` counts. `run` and CTest find it there by themselves.
 """
 
 import argparse
+import json
 import os
-import resource
+import random
 import signal
 import subprocess
 import sys
@@ -18,6 +19,8 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parents[2]
 # Its modules are for attacks as well.
 sys.path.insert(0, str(ROOT / "tests/support"))
+import spoiling  # noqa: E402
+import stillora  # noqa: E402
 
 # What one process may take for one file, whatever it holds.
 MOST_BYTES = 512 << 20
@@ -94,7 +97,7 @@ class Ran:
         self.bytes = usage.ru_maxrss << 10
         self.out, self.err, self.timed_out = out, err, timed_out
 
-    def harm(self, most_seconds, most_bytes=None):
+    def harm(self, most_bytes=None):
         """What is bad whatever was asked for: a crash, a hang, too much memory; None if nothing is."""
         if self.timed_out:
             return f"did not end within {self.seconds:.0f} s"
@@ -102,8 +105,6 @@ class Ran:
             return f"ended by {signal.Signals(-self.status).name}: {self.last_said()}"
         if "Sanitizer" in self.err or "runtime error:" in self.err:
             return f"a sanitizer's report: {self.err[:2000]}"
-        if self.seconds > most_seconds:
-            return f"took {self.seconds:.1f} s"
         if most_bytes and self.bytes > most_bytes:
             return f"took {self.bytes >> 20} MB"
         return None
@@ -150,3 +151,106 @@ class _Alarm:
         self.timer.cancel()
         self.timer.join()
         return self.rang
+
+
+class Programs:
+    """The programs of a build, run in a folder of their own that holds all they are given and make."""
+
+    def __init__(self, options, folder):
+        self.stillora = options.build / "bin/stillora"
+        self.folder = folder
+        self.most_bytes = None if options.sanitized else MOST_BYTES
+        # For one file; a machine may be busy with others.
+        self.most_seconds = 60 if options.sanitized else 20
+        home = folder / "home"
+        home.mkdir(parents=True)
+        self.environment = stillora.private_environment(home)
+
+    def run(self, *arguments, count=1):
+        """Runs a command that is given `count` files, for as long as that many may take."""
+        return run(self.stillora, *arguments, seconds=self.most_seconds + 0.5 * count, environment=self.environment,
+                   cwd=self.folder)
+
+    def harm(self, ran):
+        """What is bad about a command that was run, whatever it was given; None if nothing is."""
+        known = (0, 1, 3, 5)
+        return ran.harm(self.most_bytes) or (f"ended with {ran.status}: {ran.last_said()}" if ran.status not in known else None)
+
+    def culprits(self, names, arguments):
+        """Runs the command that `arguments` makes of several names, and again with fewer where harm is done.
+
+        Gives how it ended with all of them, and (name, harm) for each that is harmful by itself.
+        """
+        ran = self.run(*arguments(names), count=len(names))
+        harm = self.harm(ran)
+        if not harm:
+            return ran, []
+        if len(names) == 1:
+            return ran, [(names[0], harm)]
+        half = len(names) // 2
+        found = self.culprits(names[:half], arguments)[1] + self.culprits(names[half:], arguments)[1]
+        # Several at once take the memory of several; all else is bad also where none is so by itself.
+        tolerated = harm.endswith(" MB")
+        return ran, found or ([] if tolerated else [(" ".join(names), harm)])
+
+
+class FileAttack:
+    """Gives spoilt files to the commands; who inherits says what must hold of these."""
+
+    def __init__(self, name, options, folder):
+        self.programs = Programs(options, folder)
+        self.folder = folder
+        self.tally = Tally(name, options.keep)
+
+    def fault(self, reason, names=()):
+        some = names[:3]
+        self.tally.fault(f"{' '.join(some)}: {reason}", **{name: (self.folder / name).read_bytes() for name in some})
+
+    def is_harmless(self, names, arguments):
+        """Runs the command that `arguments` makes of names, and tells what was harmful; gives how it ended if nothing was."""
+        ran, culprits = self.programs.culprits(names, arguments)
+        for name, harm in culprits:
+            self.fault(f"{arguments(['...'])[0]}: {harm}", name.split(" "))
+        return ran if not culprits else None
+
+    def tell(self, names):
+        """Each file is told of, or refused by name and with a reason. Gives what was told of those that are told of."""
+        ran = self.is_harmless(names, lambda some: ["info", "--json", *some])
+        if not ran:
+            return {}
+        told = {answer["path"]: answer for answer in map(json.loads, ran.out.splitlines())}
+        said = ran.err.splitlines()
+        for name in names:
+            if name not in told:
+                self.fault("info told nothing of it", [name])
+        for name, answer in told.items():
+            is_named = any(line.startswith(f"stillora: {name}: ") for line in said)
+            if not answer["ok"] and not (answer["error"] and is_named):
+                self.fault("info refused it without naming it, or a reason", [name])
+        if (ran.status == 0) != all(answer["ok"] for answer in told.values()):
+            self.fault(f"info ended with {ran.status}", names)
+        return {name: answer for name, answer in told.items() if answer["ok"]}
+
+    def spoilt(self, whole, count, seed, batch):
+        """Names of files in batches, each of which is there until the next is asked for; `whole` has files by format."""
+        chance = random.Random(seed)
+        every = [data for several in whole.values() for data in several]
+        endings = list(whole)
+        while self.tally.tried < count:
+            names = []
+            for number in range(self.tally.tried, min(count, self.tally.tried + batch)):
+                ending = endings[number % len(endings)]
+                names.append(f"{number}.{ending}")
+                (self.folder / names[-1]).write_bytes(spoiling.spoilt(chance.choice(whole[ending]), every, chance))
+            self.tally.tried += len(names)
+            yield names
+            for name in names:
+                (self.folder / name).unlink()
+
+
+def attack_files(kind, options):
+    """Runs a FileAttack as a program: gives its exit status."""
+    with tempfile.TemporaryDirectory() as folder:
+        made = kind(options, Path(folder))
+        made.run(options.count, options.seed)
+        return 0 if made.tally.told() else 1
