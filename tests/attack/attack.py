@@ -203,7 +203,7 @@ class FileAttack:
         self.tally = Tally(name, options.keep)
 
     def fault(self, reason, names=()):
-        some = names[:3]
+        some = ([name for name in names if name in reason] or names)[:3]
         self.tally.fault(f"{' '.join(some)}: {reason}", **{name: (self.folder / name).read_bytes() for name in some})
 
     def is_harmless(self, names, arguments):

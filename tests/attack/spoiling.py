@@ -9,6 +9,8 @@ import zlib
 # What numbers of 8, 16, 32 and 64 bits are made, beside their neighbours, halves and doubles.
 EXTREMES = {size: (0, 1, (1 << 8 * size) - 1, (1 << 8 * size) - 2, 1 << 8 * size - 1, (1 << 8 * size - 1) - 1)
             for size in (1, 2, 4, 8)}
+# And such as a picture or a sound may have, only not this one.
+PLAUSIBLE = {1: (2, 3, 8, 16), 2: (255, 4000, 16384, 30000), 4: (255, 4000, 16384, 30000, 100000, 1 << 24), 8: (4000, 1 << 32)}
 LARGEST = 1 << 18
 
 
@@ -337,8 +339,17 @@ def ogg_checksum(data):
 def spoil_number(data, chance, found):
     offset, size, order = chance.choice(found.numbers)
     value = int.from_bytes(data[offset:offset + size], order)
-    made = chance.choice(EXTREMES[size] + (value + 1, value - 1, value * 2, value // 2, len(data), value ^ 1 << chance.randrange(8 * size)))
+    near = (value + 1, value - 1, value * 2, value // 2, len(data), value ^ 1 << chance.randrange(8 * size))
+    made = chance.choice(EXTREMES[size] + PLAUSIBLE[size] + near)
     data[offset:offset + size] = (made % (1 << 8 * size)).to_bytes(size, order)
+    return data
+
+
+def spoil_neighbours(data, chance, found):
+    """Two numbers in a row, such as width and height, become as large as they may well be."""
+    first = chance.randrange(len(found.numbers))
+    for offset, size, order in found.numbers[first:first + 2]:
+        data[offset:offset + size] = chance.choice(PLAUSIBLE[size]).to_bytes(size, order)
     return data
 
 
@@ -389,8 +400,8 @@ def spliced(data, other, chance, found, of_other):
     return data[:start] + other[rest:]
 
 
-WAYS = (spoil_number, spoil_number, spoil_number, spoil_number, drop_chunk, repeat_chunk, swap_chunks, cut, flip_bits, flip_bits,
-        fill, insert)
+WAYS = (spoil_number, spoil_number, spoil_number, spoil_number, spoil_neighbours, drop_chunk, repeat_chunk, swap_chunks, cut,
+        flip_bits, flip_bits, fill, insert)
 
 
 def spoilt(data, others, chance):
@@ -403,7 +414,7 @@ def spoilt(data, others, chance):
             made = bytearray(spliced(made, other, chance, found, structure_of(other)))
         else:
             way = chance.choice(WAYS)
-            needed = found.numbers if way is spoil_number else found.chunks
+            needed = found.numbers if way in (spoil_number, spoil_neighbours) else found.chunks
             made = bytearray((way if needed else flip_bits)(made, chance, found))
         made = made[:LARGEST] or bytearray(1)
     return repaired(made) if chance.random() < 0.8 else bytes(made)
