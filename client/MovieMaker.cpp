@@ -1,4 +1,5 @@
 #include <stillora/Movie.h>
+#include <stillora/Photos.h>
 
 #include "client/ClientError.h"
 #include "client/DataBytes.h"
@@ -19,6 +20,7 @@
 #include "platform/movie/MediaInspection.h"
 #include "platform/movie/RepeatedPictures.h"
 #include "util/MORURLCategory.h"
+#include "video/PhotoFrame.h"
 
 #include <algorithm>
 #include <array>
@@ -136,7 +138,7 @@ public:
     Result<Movie> run();
 
 private:
-    enum class Ending { Answered, Cancelled, Stalled, ProcessEnded };
+    enum class Ending { Answered, Cancelled, Stalled, FrameMissing, ProcessEnded };
 
     bool prepare();
     bool connect();
@@ -150,6 +152,7 @@ private:
                                                   std::vector<std::string>& faults);
     std::optional<platform::NSURL> locationOfSound(const PlannedSound& piece);
     void explainFailure(const Mailbox::Answer& answer);
+    Error reasonOfMissingFrame();
     void endService();
 
     Error failed() const
@@ -173,6 +176,8 @@ private:
     std::unique_ptr<ServiceProcess> service_;
     platform::NSXPCConnectionPtr connection_;
     std::optional<Mailbox::Answer> answer_;
+    /// The address of a photo that gives no frame, or an empty text where it is not the photo's fault.
+    std::optional<std::string> missingFrame_;
 
     std::optional<platform::NSURL> silence_;
     /// The locations that a file goes by, one for each part of it.
@@ -234,7 +239,11 @@ bool MovieMaker::Job::connect()
                                      &error_);
     if (!service_)
         return false;
-    connection_ = connectionTo(*service_, *program, &error_);
+    service_->setLineHandler([this](const std::string& line) {
+        if (!missingFrame_)
+            missingFrame_ = photoOfFailedFrame(line);
+    });
+    connection_ = connectionTo(*service_, *program, &error_, [this] { return !maker_.isCancelled(); });
     if (!connection_)
         return false;
     connection_->setRemoteObjectInterface(morStilloraVideoCreatorProtocol::interface());
@@ -372,6 +381,9 @@ MovieMaker::Job::Ending MovieMaker::Job::watch()
             lastSignOfLife_ = Clock::now();
         if (answer_)
             return ending;
+        // For this frame the service would wait for ever.
+        if (missingFrame_ && !deadline)
+            return Ending::FrameMissing;
         const auto now = Clock::now();
         // The service removes what it could not finish, so that later there is room again.
         leastFree_ = std::min(leastFree_, freeBytes(saveFolder_.path()).value_or(leastFree_));
@@ -432,6 +444,12 @@ Result<Movie> MovieMaker::Job::finish(Ending ending)
                        secondsText(maker_.limits_.stall)));
         return failed();
     }
+    if (ending == Ending::FrameMissing && !maker_.isCancelled()) {
+        service_->kill();
+        endService();
+        const Error reason = reasonOfMissingFrame();
+        return maker_.isCancelled() ? cancelled() : reason;
+    }
     if (maker_.isCancelled()) {
         // Also where the movie was made in the same moment: who stops the work wants nothing of it.
         endService();
@@ -474,6 +492,28 @@ void MovieMaker::Job::explainFailure(const Mailbox::Answer& answer)
              localized("no movie was made; the rendering service said: {}", complaint));
     else
         fail(&error_, ErrorCode::ServiceFailed, localized("no movie was made; the rendering service gave no reason"));
+}
+
+/// A photo was good when it was looked at first; what became of it since?
+Error MovieMaker::Job::reasonOfMissingFrame()
+{
+    const auto photo = std::ranges::find_if(request_.photos, [this](const PhotoFacts& facts) {
+        return platform::NSURL::fileURLWithPath(facts.path.native(), false).absoluteString() == *missingFrame_;
+    });
+    if (photo == request_.photos.end()) {
+        explainFailure({});
+        return failed();
+    }
+    const CheckedPhotos checked = checkPhotos({{photo->path}}, [this](size_t) { return !maker_.isCancelled(); });
+    const std::string name = photo->path.native();
+    Error error{ErrorCode::Unsupported, photo->path,
+                localized("no movie was made, since the rendering service could not read the photo {}", name)};
+    if (!checked.bad.empty())
+        error.message = localized("no movie was made, since the photo {} cannot be used any more: {}", name,
+                                  checked.bad.front().reason);
+    if (std::error_code ignored; !std::filesystem::exists(photo->path, ignored))
+        error.code = ErrorCode::FileNotFound;
+    return error;
 }
 
 /// The movie for the web, read back as well; the one that was made if there is nothing to do.

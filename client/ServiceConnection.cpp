@@ -3,10 +3,19 @@
 #include "client/ClientError.h"
 #include "client/LocalizedText.h"
 #include "client/Text.h"
+#include "client/WorkingClock.h"
 
 #include <chrono>
+#include <limits>
 
 namespace stillora {
+
+namespace {
+
+/// A service answers in hundredths of a second, on a busy machine with a cold disk in some seconds.
+constexpr std::chrono::seconds kLongestGreeting{8};
+
+} // namespace
 
 std::string lastComplaint(const std::vector<std::string>& logLines)
 {
@@ -16,14 +25,23 @@ std::string lastComplaint(const std::vector<std::string>& logLines)
     return {};
 }
 
-platform::NSXPCConnectionPtr connectionTo(ServiceProcess& service, const std::string& program, platform::NSError* error)
+platform::NSXPCConnectionPtr connectionTo(ServiceProcess& service, const std::string& program, platform::NSError* error,
+                                          const std::function<bool()>& goesOn)
 {
     platform::NSError reason;
-    auto connection = platform::NSXPCConnection::connectionWithSocket(service.takeSocket(), &reason);
+    const auto deadline = WorkingClock::now() + kLongestGreeting;
+    auto connection = platform::NSXPCConnection::connectionWithSocket(
+        service.takeSocket(), &reason, std::numeric_limits<double>::infinity(), [&] {
+            // One whose log nobody reads may have to wait before it can answer.
+            service.readLog();
+            return WorkingClock::now() < deadline && goesOn();
+        });
     if (connection)
         return connection;
     std::string how = reason.localizedDescription;
-    if (service.waitForEnd(std::chrono::milliseconds(200)))
+    if (WorkingClock::now() >= deadline)
+        how = localized("it did not answer within {}", secondsText(kLongestGreeting));
+    else if (service.waitForEnd(std::chrono::milliseconds(200)))
         how = localized("it ended {}", service.howItEnded());
     service.readLog();
     if (const std::string complaint = lastComplaint(service.logLines()); !complaint.empty())

@@ -4,6 +4,7 @@
 #include "platform/connection/NSXPCConnection.h"
 #include "platform/foundation/NSError.h"
 
+#include <functional>
 #include <string>
 
 namespace stillora {
@@ -13,8 +14,11 @@ std::string lastComplaint(const std::vector<std::string>& logLines);
 
 /// Greets a service that was just started.
 /// @param program  for the error
-/// @return the connection, which still has to be resumed; null if the service does not answer as one
-[[nodiscard]] platform::NSXPCConnectionPtr connectionTo(ServiceProcess& service, const std::string& program,
-                                                        platform::NSError* error);
+/// @param goesOn   asked every few hundredths of a second; false gives the waiting up
+/// @return the connection, which still has to be resumed; null if the service does not answer as one within some
+/// seconds
+[[nodiscard]] platform::NSXPCConnectionPtr connectionTo(
+    ServiceProcess& service, const std::string& program, platform::NSError* error,
+    const std::function<bool()>& goesOn = [] { return true; });
 
 } // namespace stillora

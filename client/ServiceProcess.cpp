@@ -44,7 +44,11 @@ std::array<RunningService, kMostStopped> running;
 constexpr int kSocketDescriptor = 3;
 
 constexpr size_t kMaxLogLines = 200;
-constexpr size_t kMaxLineBytes = 4096;
+/// An address of a file may be three times as long as its name.
+constexpr size_t kMaxLineBytes = 16384;
+
+/// What is read of the log in one go, so that there is time for something else: what a pipe holds.
+constexpr size_t kLogBytesAtOnce = 65536;
 
 /// A pair of connected descriptors: the ends of a pipe (reading end first) or of a socket pair.
 struct DescriptorPair {
@@ -282,10 +286,19 @@ void ServiceProcess::signalAll(int signal) noexcept
     errno = before;
 }
 
+void ServiceProcess::takeLine()
+{
+    logLines_.push_back(std::exchange(unfinishedLine_, {}));
+    if (lineHandler_)
+        lineHandler_(logLines_.back());
+    if (logLines_.size() > kMaxLogLines)
+        logLines_.erase(logLines_.begin());
+}
+
 bool ServiceProcess::readLog()
 {
     std::array<char, 4096> buffer{};
-    for (;;) {
+    for (size_t taken = 0; taken < kLogBytesAtOnce;) {
         const ssize_t count = read(log_.get(), buffer.data(), buffer.size());
         if (count < 0 && errno == EINTR)
             continue;
@@ -293,20 +306,20 @@ bool ServiceProcess::readLog()
             return true;
         if (count <= 0) {
             if (!unfinishedLine_.empty())
-                logLines_.push_back(std::exchange(unfinishedLine_, {}));
+                takeLine();
             return false;
         }
+        taken += static_cast<size_t>(count);
         for (const char c : std::string_view(buffer.data(), static_cast<size_t>(count))) {
             if (c != '\n') {
                 if (unfinishedLine_.size() < kMaxLineBytes)
                     unfinishedLine_ += c;
                 continue;
             }
-            logLines_.push_back(std::exchange(unfinishedLine_, {}));
-            if (logLines_.size() > kMaxLogLines)
-                logLines_.erase(logLines_.begin());
+            takeLine();
         }
     }
+    return true;
 }
 
 bool ServiceProcess::waitForEnd(std::chrono::milliseconds limit)

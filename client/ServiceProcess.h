@@ -6,9 +6,11 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace stillora {
@@ -40,9 +42,12 @@ public:
     /// Readable when the process has written to its standard error, or closed it.
     int logDescriptor() const { return log_.get(); }
 
-    /// Takes what the process wrote to its standard error so far, without waiting.
+    /// Takes what the process wrote to its standard error so far, without waiting; of one that writes without end, a
+    /// part.
     /// @return false once there will be no more
     bool readLog();
+    /// Called with each line as it is read, also with those that are not kept.
+    void setLineHandler(std::function<void(const std::string& line)> handler) { lineHandler_ = std::move(handler); }
     /// The last lines it wrote, newest last; never more than a few hundred.
     const std::vector<std::string>& logLines() const { return logLines_; }
 
@@ -66,6 +71,7 @@ private:
                    platform::FileDescriptor log);
 
     static void signalAll(int signal) noexcept;
+    void takeLine();
 
     const int pid_;
     const platform::FileDescriptor ended_;
@@ -77,6 +83,7 @@ private:
     std::optional<int> status_;
     std::string unfinishedLine_;
     std::vector<std::string> logLines_;
+    std::function<void(const std::string&)> lineHandler_;
 };
 
 } // namespace stillora

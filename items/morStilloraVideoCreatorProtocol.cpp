@@ -133,7 +133,8 @@ void VideoCreatorProxy::createStillMotionVideoWithPhotos(const PhotoList& photos
 
 void VideoCreatorProxy::cancelCreation() const
 {
-    proxy_.call(kCancelCreationSelector, {});
+    // Also a service that reads nothing any more is asked, by a client that has other things to do.
+    proxy_.post(kCancelCreationSelector, {});
 }
 
 void ProgressReceiverProxy::updateProgressWithTitle(const std::string& title, const std::optional<NSData>& image,

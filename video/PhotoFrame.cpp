@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <utility>
 
 using platform::CGImage;
@@ -21,6 +22,16 @@ namespace {
 
 constexpr const char* kOperation = "-[morStilloraVideoCreator _fillBufferArrayUsingPhotos:maxVidSize:reduceBorders:]";
 
+constexpr std::string_view kNoSource = "could not instantiate image source for URL: ";
+constexpr std::string_view kNoImage = "img couldn't be created for ";
+constexpr std::string_view kNoBuffer = "pixelbuffer couldn't be created; ";
+
+/// Tells in the log why there is no frame.
+void logFailedFrame(std::string_view reason, std::string_view ofWhat)
+{
+    platform::logFailure(kOperation, std::string(reason).append(ofWhat));
+}
+
 CGSize sizeOf(const CGImage& image)
 {
     return {static_cast<double>(image.width), static_cast<double>(image.height)};
@@ -31,14 +42,14 @@ CGImagePtr makeThumbnail(const PhotoFrameOptions& options)
     const std::string name = options.photo ? options.photo->absoluteString() : "(null)";
     const auto source = options.photo ? CGImageSource::createWithURL(*options.photo) : nullptr;
     if (!source) {
-        platform::logFailure(kOperation, "could not instantiate image source for URL: " + name);
+        logFailedFrame(kNoSource, name);
         return nullptr;
     }
     auto image = source->createThumbnailAtIndex(
         {.maxPixelSize = thumbnailBound(options.photoSize, options.frame, options.reduceBorders),
          .withTransform = true});
     if (!image)
-        platform::logFailure(kOperation, "img couldn't be created for " + name);
+        logFailedFrame(kNoImage, name);
     return image;
 }
 
@@ -72,7 +83,7 @@ std::shared_ptr<CVPixelBuffer> makeBuffer(const PhotoFrameOptions& options)
         status = buffer->lockBaseAddress();
     if (status == platform::kCVReturnSuccess)
         return buffer;
-    platform::logFailure(kOperation, "pixelbuffer couldn't be created; " + std::to_string(status));
+    logFailedFrame(kNoBuffer, std::to_string(status));
     return nullptr;
 }
 
@@ -123,4 +134,16 @@ std::optional<PhotoFrame> renderPhotoFrame(const PhotoFrameOptions& options)
         drawWatermark(context, options.frame);
     buffer.unlockBaseAddress();
     return result;
+}
+
+std::optional<std::string> photoOfFailedFrame(std::string_view logLine)
+{
+    const std::string start = std::string(kOperation) + " - ";
+    if (!logLine.starts_with(start))
+        return std::nullopt;
+    logLine.remove_prefix(start.size());
+    for (const std::string_view reason : {kNoSource, kNoImage})
+        if (logLine.starts_with(reason))
+            return std::string(logLine.substr(reason.size()));
+    return logLine.starts_with(kNoBuffer) ? std::optional<std::string>("") : std::nullopt;
 }

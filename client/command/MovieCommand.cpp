@@ -13,6 +13,7 @@
 #include "client/command/SoundSentence.h"
 #include "platform/foundation/LocaleEncoding.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <set>
@@ -371,6 +372,9 @@ int MovieCommand::finish(const MovieRequest& request, const Result<Movie>& outco
         const Error& error = outcome.error();
         if (error.code == ErrorCode::Cancelled)
             return stopped();
+        const auto isUnusable = [&](const PhotoFacts& photo) { return photo.path == error.file; };
+        if (std::ranges::any_of(request.photos, isUnusable))
+            return fail(kExitBadInput, error.message);
         const bool isStart = error.code == ErrorCode::ServiceNotFound || error.code == ErrorCode::ServiceNotStarted;
         return fail(isStart ? kExitNoService : kExitFailed, error.message);
     }

@@ -1,5 +1,6 @@
 #include "platform/connection/NSXPCConnection.h"
 
+#include "platform/connection/ClientHandshake.h"
 #include "platform/connection/MainLoopThread.h"
 #include "platform/connection/MessageCoding.h"
 #include "platform/connection/StandardCalls.h"
@@ -14,6 +15,7 @@
 #include <atomic>
 #include <cassert>
 #include <cerrno>
+#include <chrono>
 #include <map>
 #include <string>
 #include <sys/socket.h>
@@ -70,6 +72,15 @@ gboolean allowsMechanism(GDBusAuthObserver*, const char* mechanism, gpointer)
 gboolean authorizesPeer(GDBusAuthObserver*, GIOStream*, GCredentials* credentials, gpointer)
 {
     return credentials && g_credentials_get_unix_user(credentials, nullptr) == geteuid();
+}
+
+/// Until the time is over, or `goesOn` says so before.
+std::function<bool()> goesOnFor(double seconds, const std::function<bool()>& goesOn)
+{
+    using Clock = std::chrono::steady_clock;
+    return [=, start = Clock::now()] {
+        return std::chrono::duration<double>(Clock::now() - start).count() < seconds && (!goesOn || goesOn());
+    };
 }
 
 gboolean cancel(gpointer cancellable)
@@ -186,7 +197,8 @@ struct NSXPCConnection::Core final : std::enable_shared_from_this<Core> {
     // Only on the main loop's thread.
     gpointer number = nullptr;
     gulong closedSignal = 0;
-    static NSXPCConnectionPtr connect(int socket, Side side, NSError* error, double timeoutSeconds);
+    static NSXPCConnectionPtr connect(int socket, Side side, NSError* error, double timeoutSeconds,
+                                      const std::function<bool()>& goesOn = {});
 
     void start();
     void end();
@@ -246,7 +258,8 @@ void NSXPCConnection::Core::removeNumber()
     registry.cores.erase(reinterpret_cast<guintptr>(number));
 }
 
-NSXPCConnectionPtr NSXPCConnection::Core::connect(int socket, Side side, NSError* error, double timeoutSeconds)
+NSXPCConnectionPtr NSXPCConnection::Core::connect(int socket, Side side, NSError* error, double timeoutSeconds,
+                                                  const std::function<bool()>& goesOn)
 {
     const std::string who = side == Side::Client ? "Connection to the service" : "Connection of a client";
     const auto credentials = peerCredentials(socket);
@@ -261,15 +274,17 @@ NSXPCConnectionPtr NSXPCConnection::Core::connect(int socket, Side side, NSError
         fail(error, kNSPOSIXErrorDomain, EACCES, who + " failed: the peer is no process of the same user");
         return nullptr;
     }
+    if (side == Side::Client && !greetService(socket, goesOnFor(timeoutSeconds, goesOn), error))
+        return nullptr;
     const ObjectPtr<GSocketConnection> stream(g_socket_connection_factory_create_connection(socketObject.get()));
     const ObjectPtr<GDBusAuthObserver> observer(g_dbus_auth_observer_new());
     g_signal_connect(observer.get(), "allow-mechanism", G_CALLBACK(allowsMechanism), nullptr);
     g_signal_connect(observer.get(), "authorize-authenticated-peer", G_CALLBACK(authorizesPeer), nullptr);
 
     auto flags = static_cast<int>(G_DBUS_CONNECTION_FLAGS_DELAY_MESSAGE_PROCESSING);
-    if (side == Side::Client)
-        flags |= G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT;
-    else
+    // Of a client, nothing is left to authenticate: GLib would wait for the end of a line for as long as there is
+    // memory.
+    if (side == Side::Service)
         flags |=
             G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_SERVER | G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_REQUIRE_SAME_USER;
 
@@ -548,9 +563,10 @@ NSXPCConnection::~NSXPCConnection()
     core_->end();
 }
 
-NSXPCConnectionPtr NSXPCConnection::connectionWithSocket(int socket, NSError* error, double timeoutSeconds)
+NSXPCConnectionPtr NSXPCConnection::connectionWithSocket(int socket, NSError* error, double timeoutSeconds,
+                                                         const std::function<bool()>& goesOn)
 {
-    return Core::connect(socket, Side::Client, error, timeoutSeconds);
+    return Core::connect(socket, Side::Client, error, timeoutSeconds, goesOn);
 }
 
 NSXPCConnectionPtr NSXPCConnection::acceptedConnectionWithSocket(int socket, NSError* error, double timeoutSeconds)
@@ -639,22 +655,34 @@ int NSXPCConnection::processIdentifier() const
     return core_->peer;
 }
 
-void NSXPCProxy::call(std::string_view selector, const NSXPCValues& arguments) const
+bool NSXPCProxy::sendWithoutReply(std::string_view selector, const NSXPCValues& arguments) const
 {
     const auto& core = connection_->core_;
     std::shared_ptr<const NSXPCInterface> interface;
     {
         LockGuard guard(core->lock);
         if (core->isEnded || !core->remoteInterface)
-            return;
+            return false;
         interface = core->remoteInterface;
     }
     const ObjectPtr<GDBusMessage> message(core->newCall(*interface, selector, arguments, nullptr));
     if (!message)
-        return;
+        return false;
     g_dbus_message_set_flags(message.get(), G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
     core->send(message.get());
-    g_dbus_connection_flush_sync(core->handle.get(), core->ended.get(), nullptr);
+    return true;
+}
+
+void NSXPCProxy::call(std::string_view selector, const NSXPCValues& arguments) const
+{
+    const auto& core = connection_->core_;
+    if (sendWithoutReply(selector, arguments))
+        g_dbus_connection_flush_sync(core->handle.get(), core->ended.get(), nullptr);
+}
+
+void NSXPCProxy::post(std::string_view selector, const NSXPCValues& arguments) const
+{
+    static_cast<void>(sendWithoutReply(selector, arguments));
 }
 
 void NSXPCProxy::call(std::string_view selector, const NSXPCValues& arguments, ReplyBlock reply) const

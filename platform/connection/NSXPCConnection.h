@@ -26,9 +26,16 @@ public:
     /// Sends a call; `reply` is called exactly once, however long that takes, or when the connection ends.
     void call(std::string_view selector, const NSXPCValues& arguments, ReplyBlock reply) const;
 
+    /// Sends a call without waiting for anything, for where a peer that never reads must keep nobody. What it has not
+    /// read is held in memory.
+    void post(std::string_view selector, const NSXPCValues& arguments) const;
+
 private:
     friend class NSXPCConnection;
     explicit NSXPCProxy(std::shared_ptr<NSXPCConnection> connection) : connection_(std::move(connection)) {}
+
+    /// @return whether there was somebody to send to
+    bool sendWithoutReply(std::string_view selector, const NSXPCValues& arguments) const;
 
     std::shared_ptr<NSXPCConnection> connection_;
 };
@@ -40,8 +47,10 @@ class NSXPCConnection final : public std::enable_shared_from_this<NSXPCConnectio
 public:
     /// The client's end. Takes the connected socket over, also on failure, and waits until the peer, a process of the
     /// same user, has answered.
+    /// @param goesOn  asked every few hundredths of a second, on the calling thread; false gives the waiting up
     [[nodiscard]] static NSXPCConnectionPtr connectionWithSocket(int socket, NSError* error = nullptr,
-                                                                 double timeoutSeconds = 30);
+                                                                 double timeoutSeconds = 30,
+                                                                 const std::function<bool()>& goesOn = {});
     /// The service's end, as above; what a listener does with each connection before it asks its delegate.
     [[nodiscard]] static NSXPCConnectionPtr acceptedConnectionWithSocket(int socket, NSError* error = nullptr,
                                                                          double timeoutSeconds = 30);

@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
@@ -358,6 +359,88 @@ TEST_F(MovieMakerTest, TakesGrowingFilesForASignOfLife)
     setenv("PRETENDED_SERVICE", "grows", 1);
     const Result<Movie> outcome = impatient_.makeMovie(requestOf(6), listener_);
     EXPECT_EQ(outcome.error().message, "grown") << "two seconds without an update, with a limit of one";
+}
+
+TEST_F(MovieMakerTest, HearsACancelWhateverTheServiceDoes)
+{
+    for (const char* behaviour : {"babbles", "floods"}) {
+        MovieMaker maker({.stall = 60'000ms, .cancel = 300ms});
+        listener_.maker = &maker;
+        listener_.cancels = 1;
+        setenv("PRETENDED_SERVICE", behaviour, 1);
+        EXPECT_EQ(kindOf(maker.makeMovie(requestOf(6), listener_)), Kind::Cancelled) << behaviour;
+        EXPECT_THAT(save_.entries(), IsEmpty());
+    }
+}
+
+TEST_F(MovieMakerTest, EndsAServiceThatLogsWithoutEndAndDoesNothingElse)
+{
+    setenv("PRETENDED_SERVICE", "babbles", 1);
+    EXPECT_EQ(impatient_.makeMovie(requestOf(6), listener_).error().code, ErrorCode::ServiceStalled);
+    EXPECT_THAT(save_.entries(), IsEmpty());
+}
+
+TEST_F(MovieMakerTest, EndsAServiceThatSaysNothingMore)
+{
+    setenv("PRETENDED_SERVICE", "hangsUp", 1);
+    EXPECT_EQ(kindOf(impatient_.makeMovie(requestOf(6), listener_)), Kind::Failed);
+    EXPECT_THAT(save_.entries(), IsEmpty());
+}
+
+TEST_F(MovieMakerTest, IsNotKeptByAServiceThatReadsNothing)
+{
+    setenv("PRETENDED_SERVICE", "freezes", 1);
+    MovieRequest request = requestOf(6);
+    // More than a socket holds.
+    while (request.photos.size() < 20'000)
+        request.photos.push_back(request.photos.front());
+    EXPECT_EQ(impatient_.makeMovie(request, listener_).error().code, ErrorCode::ServiceStalled);
+    EXPECT_THAT(save_.entries(), IsEmpty());
+}
+
+/// Of programs that do not become a service.
+class StrangeServiceTest : public MovieMakerTest {
+protected:
+    Result<Movie> makeWith(std::string_view lines)
+    {
+        const std::string path = other_.makeFile("strange", "#!/bin/sh\n" + std::string(lines) + "\n");
+        std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+        setenv("STILLORA_VIDEO_CREATOR", path.c_str(), 1);
+        return maker_.makeMovie(requestOf(6), listener_);
+    }
+};
+
+TEST_F(StrangeServiceTest, IsNotWaitedForLong)
+{
+    for (const char* lines : {"exec sleep 600", "exec yes >&2"}) {
+        const Result<Movie> outcome = makeWith(lines);
+        EXPECT_EQ(outcome.error().code, ErrorCode::ServiceNotStarted) << lines;
+        EXPECT_THAT(outcome.error().message, HasSubstr("it did not answer within 8 s")) << lines;
+        EXPECT_THAT(save_.entries(), IsEmpty());
+    }
+}
+
+TEST_F(StrangeServiceTest, IsLeftAtOnceByACancel)
+{
+    const std::string sign = other_.path("sign");
+    std::chrono::steady_clock::time_point cancelled;
+    const std::jthread user([&] {
+        while (!std::filesystem::exists(sign))
+            std::this_thread::sleep_for(1ms);
+        cancelled = std::chrono::steady_clock::now();
+        maker_.cancel();
+    });
+    EXPECT_EQ(kindOf(makeWith("touch '" + sign + "'; exec sleep 600")), Kind::Cancelled);
+    EXPECT_LT(std::chrono::steady_clock::now() - cancelled, 5s) << "the patience with a service that only starts";
+    EXPECT_THAT(save_.entries(), IsEmpty());
+}
+
+TEST_F(StrangeServiceTest, IsRefusedWhereItsAnswerHasNoEnd)
+{
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(makeWith("exec cat /dev/zero >&3").error().code, ErrorCode::ServiceNotStarted);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 6s) << "by its length, not by the time";
+    EXPECT_THAT(save_.entries(), IsEmpty());
 }
 
 TEST_F(MovieMakerTest, SaysThatTheServiceDied)

@@ -17,12 +17,16 @@
 #include <string>
 #include <thread>
 
+#include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
 
 using platform::NSData;
 using platform::NSURL;
+
+/// The socket that the client has handed over.
+constexpr int kSocket = 3;
 
 std::string setting(const char* name)
 {
@@ -104,6 +108,16 @@ private:
         } else if (behaviour == "shrugs") {
             platform::logFailure("-[morStilloraVideoCreator videoWithPhotos:]", "could not create assetWriter");
             reply(std::nullopt, std::nullopt, true);
+        } else if (behaviour == "babbles") {
+            for (;;)
+                platform::NSLog("this and that");
+        } else if (behaviour == "floods") {
+            for (;;)
+                tell("VideoCreationTitleRenderingVideo", 1, 4, 2.5);
+        } else if (behaviour == "hangsUp") {
+            shutdown(kSocket, SHUT_WR);
+            for (;;)
+                pause();
         } else if (behaviour == "dies") {
             platform::NSLog("about to die");
             raise(SIGKILL);
@@ -138,6 +152,9 @@ public:
         connection->setExportedInterface(interface);
         connection->setRemoteObjectInterface(morStilloraXPCCreatorUpdateProtocol::interface());
         connection->setExportedObject(std::make_shared<PretendedCreator>(connection));
+        // From here on it reads nothing and says nothing.
+        if (setting("PRETENDED_SERVICE") == "freezes")
+            raise(SIGSTOP);
         connection->resume();
         return true;
     }

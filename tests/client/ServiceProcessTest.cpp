@@ -116,6 +116,32 @@ TEST(ServiceProcess, BoundsWhatItKeepsOfATalkativeProcess)
     EXPECT_EQ(process->logLines().back(), "line 19999");
 }
 
+TEST(ServiceProcess, TakesTheLogOfAProcessThatWritesWithoutEndInParts)
+{
+    const TemporaryFolder folder;
+    const auto process = ServiceProcess::start(program(folder, "exec yes >&2"));
+    ASSERT_TRUE(process);
+    for (int i = 0; i < 10; ++i)
+        EXPECT_TRUE(process->readLog());
+    EXPECT_FALSE(process->waitForEnd(100ms));
+}
+
+TEST(ServiceProcess, HandsOutEachLineOfItsLog)
+{
+    const TemporaryFolder folder;
+    const auto process =
+        ServiceProcess::start(program(folder, "i=0; while [ $i -lt 500 ]; do echo $i; i=$((i+1)); done; printf end"));
+    ASSERT_TRUE(process);
+    std::vector<std::string> lines;
+    process->setLineHandler([&](const std::string& line) { lines.push_back(line); });
+    EXPECT_TRUE(process->waitForEnd(60s));
+    while (process->readLog()) {
+    }
+    EXPECT_EQ(lines.size(), 501u);
+    EXPECT_EQ(lines.front(), "0");
+    EXPECT_EQ(lines.back(), "end");
+}
+
 TEST(ServiceProcess, SaysWhichProgramCannotBeRun)
 {
     platform::NSError error;

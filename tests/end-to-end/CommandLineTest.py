@@ -329,6 +329,23 @@ class CommandLineTest(stillora.TestCase):
         self.assertIn(b"service", said)
         self.assertNothingMade()
 
+    def test_a_photo_that_is_spoilt_during_the_job_is_named_soon(self):
+        for number, (spoil, word) in enumerate(((Path.unlink, "No such file"), (lambda p: p.write_bytes(b"no photo"), "known format"))):
+            with self.subTest(word):
+                photos = stillora.pictures(self.folder / f"own {number}", 12, 2400, 1600) * 20
+                process, service = self.started("--quality", "1080", "--codec", "hvc1", *photos)
+                for photo in set(photos[6:]):
+                    spoil(photo)
+                began = time.monotonic()
+                out, said = process.communicate(timeout=stillora.DEADLINE)
+                # A minute's patience is for services that may still come to an end.
+                self.assertLess(time.monotonic() - began, 45)
+                self.assertEqual(process.returncode, BAD_INPUT, said)
+                self.assertRegex(said.decode(), rf"no movie was made, since the photo .*own {number}.* cannot be used any more: ")
+                self.assertIn(word, said.decode())
+                self.assertNothingMade()
+                wait_until(lambda: self.ended(service), "the service ends")
+
     def test_standard_output_that_is_closed_is_no_crash(self):
         process = self.start("--json", "--quality", "240", *self.photos)
         process.stdout.close()

@@ -266,6 +266,24 @@ TEST_F(PhotoFrameTest, SaysWhyAPhotoCannotBeShown)
     EXPECT_TRUE(log.lines()[1].ends_with("could not instantiate image source for URL: (null)"));
 }
 
+TEST_F(PhotoFrameTest, IsTakenFromTheLogThatAPhotoGaveNone)
+{
+    LogRecorder log;
+    const auto photo = folder_.url("no picture \u00e9.jpg");
+    EXPECT_FALSE(renderPhotoFrame({.photo = photo, .photoSize = {100, 100}, .frame = kFrame}));
+    writeFile(photo.path(), {0xFF, 0xD8, 0xFF, 0xD9});
+    EXPECT_FALSE(renderPhotoFrame({.photo = photo, .photoSize = {100, 100}, .frame = kFrame}));
+    save(plain(10, 10, kRed), folder_.path("good.png"));
+    EXPECT_FALSE(renderPhotoFrame({.photo = folder_.url("good.png"), .photoSize = {10, 10}, .frame = {0, 0}}));
+    ASSERT_EQ(log.lines().size(), 3U);
+    EXPECT_EQ(photoOfFailedFrame(log.lines()[0]), photo.absoluteString());
+    EXPECT_EQ(photoOfFailedFrame(log.lines()[1]), photo.absoluteString());
+    EXPECT_EQ(photoOfFailedFrame(log.lines()[2]), "");
+    for (const char* other :
+         {"", "img couldn't be created for x", "-[morStilloraVideoCreator other] - img couldn't be"})
+        EXPECT_EQ(photoOfFailedFrame(other), std::nullopt) << other;
+}
+
 TEST_F(PhotoFrameTest, WritesTheTwoLinesOfTheWatermarkInTheirFontColoursAndPlaces)
 {
     struct Row {

@@ -629,6 +629,27 @@ TEST(NSXPCConnection, GivesUpOnAPeerThatSaysNothing)
     close(four);
 }
 
+TEST(NSXPCConnection, ReadsNoAnswerWithoutEndInTheAuthentication)
+{
+    const auto [one, other] = socketPair();
+    ASSERT_GT(send(other, std::string(5000, 'O').data(), 5000, MSG_NOSIGNAL), 0);
+    NSError error;
+    EXPECT_EQ(NSXPCConnection::connectionWithSocket(one, &error), nullptr);
+    EXPECT_EQ(error.code, EPROTO);
+    close(other);
+}
+
+TEST(NSXPCConnection, IsToldToWaitNoLongerForAnAuthentication)
+{
+    const auto [one, other] = socketPair();
+    NSError error;
+    int turns = 0;
+    EXPECT_EQ(NSXPCConnection::connectionWithSocket(one, &error, 3600, [&] { return ++turns < 3; }), nullptr);
+    EXPECT_EQ(turns, 3);
+    EXPECT_EQ(error.code, ETIMEDOUT);
+    close(other);
+}
+
 TEST(NSXPCConnection, RefusesADescriptorThatIsNoSocket)
 {
     NSError error;
