@@ -26,6 +26,7 @@ public:
     JobFolder(const JobFolder&) = delete;
     JobFolder& operator=(const JobFolder&) = delete;
 
+    const std::string& path() const { return path_; }
     /// For the service's intermediate files.
     const platform::NSURL& temporaryURL() const { return temporaryURL_; }
     /// Where the service puts the movie.

@@ -141,6 +141,7 @@ private:
     enum class Ending { Answered, Cancelled, Stalled, FrameMissing, ProcessEnded };
 
     bool prepare();
+    ServiceProcess::Rights rightsOfService() const;
     bool connect();
     bool send();
     Ending watch();
@@ -230,13 +231,26 @@ bool MovieMaker::Job::prepare()
     return true;
 }
 
+/// It works in the job's folder alone, from where this process takes what it made.
+ServiceProcess::Rights MovieMaker::Job::rightsOfService() const
+{
+    ServiceProcess::Rights rights;
+    for (const PhotoFacts& photo : request_.photos)
+        rights.files.readable.push_back(photo.path.native());
+    for (const SoundFacts& sound : request_.sounds)
+        rights.files.readable.push_back(sound.path.native());
+    rights.files.writable.push_back(folder_->path());
+    rights.temporaryFolder = folder_->temporaryURL().path();
+    return rights;
+}
+
 bool MovieMaker::Job::connect()
 {
     const auto program = ServiceProcess::findProgram(&error_);
     if (!program)
         return false;
     service_ = ServiceProcess::start(*program, {drawsWatermark(request_.watermark) ? "--watermark" : "--no-watermark"},
-                                     &error_);
+                                     rightsOfService(), &error_);
     if (!service_)
         return false;
     service_->setLineHandler([this](const std::string& line) {

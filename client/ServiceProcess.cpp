@@ -1,10 +1,12 @@
 #include "client/ServiceProcess.h"
 
+#include "client/ChildEnvironment.h"
 #include "client/ClientError.h"
 #include "client/FileReason.h"
 #include "client/LocalizedText.h"
 #include "client/Text.h"
 #include "platform/foundation/InstalledFiles.h"
+#include "platform/sandbox/SandboxFileList.h"
 
 #include <algorithm>
 #include <array>
@@ -42,6 +44,8 @@ std::array<RunningService, kMostStopped> running;
 
 /// The first descriptor that socket activation hands over.
 constexpr int kSocketDescriptor = 3;
+/// The list of files, where there is one.
+constexpr int kListDescriptor = 4;
 
 constexpr size_t kMaxLogLines = 200;
 /// An address of a file may be three times as long as its name.
@@ -74,6 +78,8 @@ struct ChildSetup {
     std::array<char, 32> listenPid{};
     size_t listenPidLength = 0;
     int socket = -1;
+    /// None without a list.
+    int list = -1;
     int log = -1;
     int failure = -1;
     int null = -1;
@@ -116,15 +122,16 @@ int movedUp(int descriptor)
     const int socket = movedUp(setup.socket);
     const int log = movedUp(setup.log);
     const int null = movedUp(setup.null);
-    if (failure < 0 || socket < 0 || log < 0 || null < 0)
+    const int list = setup.list < 0 ? -1 : movedUp(setup.list);
+    if (failure < 0 || socket < 0 || log < 0 || null < 0 || (setup.list >= 0 && list < 0))
         leave(setup.failure);
     if (dup2(null, STDIN_FILENO) < 0 || dup2(log, STDOUT_FILENO) < 0 || dup2(log, STDERR_FILENO) < 0 ||
-        dup2(socket, kSocketDescriptor) < 0)
+        dup2(socket, kSocketDescriptor) < 0 || (list >= 0 && dup2(list, kListDescriptor) < 0))
         leave(failure);
         // Whatever this process has open besides is none of the service's business; the report of a failure stays open
         // until the program runs.
 #ifdef SYS_close_range
-    syscall(SYS_close_range, kSocketDescriptor + 1, failure - 1, 0);
+    syscall(SYS_close_range, (list < 0 ? kSocketDescriptor : kListDescriptor) + 1, failure - 1, 0);
     syscall(SYS_close_range, failure + 1, ~0U, 0);
 #endif
 
@@ -189,6 +196,12 @@ std::optional<std::string> ServiceProcess::findProgram(platform::NSError* error)
 std::unique_ptr<ServiceProcess> ServiceProcess::start(const std::string& program, std::vector<std::string> arguments,
                                                       platform::NSError* error)
 {
+    return start(program, std::move(arguments), std::nullopt, error);
+}
+
+std::unique_ptr<ServiceProcess> ServiceProcess::start(const std::string& program, std::vector<std::string> arguments,
+                                                      const std::optional<Rights>& rights, platform::NSError* error)
+{
     const auto refuse = [&](int errnoValue) {
         fail(error, ErrorCode::ServiceNotStarted,
              localized("the rendering service {} cannot be started: {}", program, reasonOfErrno(errnoValue)));
@@ -204,6 +217,13 @@ std::unique_ptr<ServiceProcess> ServiceProcess::start(const std::string& program
     if (!log || !failure || !null)
         return refuse(errno);
     fcntl(log->first.get(), F_SETFL, O_NONBLOCK);
+    platform::FileDescriptor list;
+    if (rights) {
+        list = platform::writeSandboxFiles(rights->files);
+        if (!list)
+            return refuse(errno);
+        arguments.insert(arguments.end(), {"--files", std::to_string(kListDescriptor)});
+    }
 
     ChildSetup setup;
     std::string programName = program;
@@ -211,9 +231,13 @@ std::unique_ptr<ServiceProcess> ServiceProcess::start(const std::string& program
     const std::string listenPid = "LISTEN_PID=";
     std::copy(listenPid.begin(), listenPid.end(), setup.listenPid.begin());
     setup.listenPidLength = listenPid.size();
-    for (char** variable = environ; *variable; ++variable)
-        if (std::strncmp(*variable, "LISTEN_", 7) != 0)
-            setup.environment.push_back(*variable);
+    std::vector<std::string> variables = environmentForChild();
+    if (rights) {
+        std::erase_if(variables, [](const std::string& variable) { return variable.starts_with("TMPDIR="); });
+        variables.push_back("TMPDIR=" + rights->temporaryFolder);
+    }
+    for (std::string& variable : variables)
+        setup.environment.push_back(variable.data());
     setup.environment.insert(setup.environment.end(), {listenFds.data(), setup.listenPid.data(), nullptr});
     setup.program = program.c_str();
     setup.arguments.push_back(programName.data());
@@ -221,6 +245,7 @@ std::unique_ptr<ServiceProcess> ServiceProcess::start(const std::string& program
         setup.arguments.push_back(argument.data());
     setup.arguments.push_back(nullptr);
     setup.socket = sockets.second.get();
+    setup.list = list.get();
     setup.log = log->second.get();
     setup.failure = failure->second.get();
     setup.null = null.get();

@@ -2,6 +2,7 @@
 
 #include "platform/foundation/FileDescriptor.h"
 #include "platform/foundation/NSError.h"
+#include "platform/sandbox/Sandbox.h"
 
 #include <atomic>
 #include <chrono>
@@ -24,8 +25,24 @@ public:
     /// @return nothing if it is in none of these places; `error` names them
     [[nodiscard]] static std::optional<std::string> findProgram(platform::NSError* error = nullptr);
 
+    /// What the service works on, where that is known before it starts.
+    struct Rights {
+        /// It puts all other files of the user out of its own reach.
+        platform::SandboxFiles files;
+        /// Its folder for temporary files, among those.
+        std::string temporaryFolder;
+    };
+
+    /// It inherits of the environment what programs need, and nothing that opens doors, such as the addresses of
+    /// agents.
     /// @param arguments  those that follow the program's name
+    /// @param rights     nothing leaves it the user's files
     /// @return null if the process could not be made or the program not run
+    [[nodiscard]] static std::unique_ptr<ServiceProcess> start(const std::string& program,
+                                                               std::vector<std::string> arguments,
+                                                               const std::optional<Rights>& rights,
+                                                               platform::NSError* error = nullptr);
+    /// As above, without rights.
     [[nodiscard]] static std::unique_ptr<ServiceProcess>
     start(const std::string& program, std::vector<std::string> arguments = {}, platform::NSError* error = nullptr);
 

@@ -1,5 +1,8 @@
 #include "service/ServiceArguments.h"
 
+#include <charconv>
+#include <system_error>
+
 #ifndef SERVICE_VERSION
 #error "the build gives the version"
 #endif
@@ -8,7 +11,7 @@ namespace {
 
 constexpr int kUsageStatus = 2;
 
-constexpr std::string_view kUsage = R"(Usage: stillora-video-creator [--watermark | --no-watermark]
+constexpr std::string_view kUsage = R"(Usage: stillora-video-creator [--watermark | --no-watermark] [--files DESCRIPTOR]
        stillora-video-creator --help | --version
 )";
 
@@ -19,6 +22,8 @@ activation: systemd-socket-activate -l PATH stillora-video-creator
   --watermark        write the watermark on the frames that carry it (default,
                      unless the user's settings say otherwise)
   --no-watermark     write it on none
+  --files DESCRIPTOR put all files out of its own reach but those of the list
+                     in this descriptor, as the program does that starts it
   -h, --help         show this help
   --version          show the version
 )";
@@ -33,10 +38,18 @@ std::string printable(std::string_view text)
     return result;
 }
 
-ServiceArguments::Answer faultOf(std::string_view argument)
+ServiceArguments::Answer usageFault(std::string_view what, std::string_view argument)
 {
-    std::string text = "stillora-video-creator: there is no option ";
-    return {text.append(printable(argument)).append("\n").append(kUsage), kUsageStatus};
+    std::string text = "stillora-video-creator: ";
+    return {text.append(what).append(" ").append(printable(argument)).append("\n").append(kUsage), kUsageStatus};
+}
+
+std::optional<int> descriptorOf(std::string_view text)
+{
+    int number = -1;
+    const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return failure == std::errc() && end == text.data() + text.size() && number >= 0 ? std::optional(number)
+                                                                                     : std::nullopt;
 }
 
 } // namespace
@@ -44,17 +57,23 @@ ServiceArguments::Answer faultOf(std::string_view argument)
 ServiceArguments ServiceArguments::read(const std::vector<std::string_view>& arguments)
 {
     ServiceArguments result;
-    for (const std::string_view argument : arguments) {
+    for (auto next = arguments.begin(); next != arguments.end() && !result.answer; ++next) {
+        const std::string_view argument = *next;
         if (argument == "--watermark" || argument == "--no-watermark")
             result.drawsWatermark = argument == "--watermark";
         else if (argument == "--help" || argument == "-h")
             result.answer = Answer{std::string(kUsage).append(kHelp), 0};
         else if (argument == "--version")
             result.answer = Answer{"stillora-video-creator " SERVICE_VERSION "\n", 0};
-        else
-            result.answer = faultOf(argument);
-        if (result.answer)
-            break;
+        else if (argument == "--files") {
+            const std::string_view number = ++next == arguments.end() ? std::string_view() : *next;
+            result.fileList = descriptorOf(number);
+            if (!result.fileList)
+                result.answer = usageFault("--files takes the number of a descriptor, not", number);
+            if (next == arguments.end())
+                break;
+        } else
+            result.answer = usageFault("there is no option", argument);
     }
     return result;
 }

@@ -16,6 +16,8 @@ struct ServiceArguments {
 
     /// Nothing leaves it to the user's settings, and without these to the product.
     std::optional<bool> drawsWatermark = {};
+    /// The descriptor of a list of files, where the service is to do without all others.
+    std::optional<int> fileList = {};
     std::optional<Answer> answer = {};
 
     /// @param arguments  those that follow the program's name; of two that contradict each other the last one counts

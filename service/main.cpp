@@ -6,6 +6,7 @@
 #include "platform/foundation/NSLog.h"
 #include "platform/system/NSProcessInfo.h"
 #include "service/ServiceArguments.h"
+#include "service/ServiceConfinement.h"
 #include "service/ServiceDelegate.h"
 #include "service/morStilloraVideoCreator.h"
 #include "util/UserSettings.h"
@@ -58,6 +59,14 @@ int main(int argc, char** argv)
     if (arguments.answer)
         return give(*arguments.answer);
     limitMemory();
+    // What is the user's own is read before anything is given up.
+    std::setlocale(LC_MESSAGES, "");
+    UserSettings::applyLanguage();
+    platform::NSError error;
+    if (!confineService(arguments.fileList, &error)) {
+        std::fprintf(stderr, "stillora-video-creator: %s\n", error.localizedDescription.c_str());
+        return EXIT_FAILURE;
+    }
     // A client that is gone is an error of the write, not the end of the process. A terminal's interrupt is for the
     // client that was started there: it cancels its job and waits for the answer.
     std::signal(SIGPIPE, SIG_IGN);
@@ -65,13 +74,10 @@ int main(int argc, char** argv)
     std::signal(SIGXFSZ, SIG_IGN);
     std::signal(SIGINT, SIG_IGN);
     platform::NSProcessInfo::processInfo().setProcessName("Stillora");
-    std::setlocale(LC_MESSAGES, "");
-    UserSettings::applyLanguage();
     platform::NSBundle::mainBundle().setLocalizations(
         platform::installedPlace(platform::InstalledFolder::Shared, "locale"), "stillora");
 
     const auto delegate = std::make_shared<ServiceDelegate>(creatorFactory(arguments.drawsWatermark));
-    platform::NSError error;
     const auto listener = platform::NSXPCListener::serviceListener(&error);
     if (!listener) {
         std::fprintf(stderr,

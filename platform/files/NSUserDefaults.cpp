@@ -64,6 +64,11 @@ bool changeDefaults(const Change& change)
 
 } // namespace
 
+NSURL NSUserDefaults::fileURL()
+{
+    return defaultsURL();
+}
+
 NSUserDefaults& NSUserDefaults::standardUserDefaults()
 {
     static NSUserDefaults defaults;

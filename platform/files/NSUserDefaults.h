@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/files/NSURL.h"
 #include "platform/foundation/Lock.h"
 #include "platform/foundation/NSData.h"
 #include "platform/propertylists/NSPropertyListSerialization.h"
@@ -15,6 +16,9 @@ namespace platform {
 class NSUserDefaults final {
 public:
     static NSUserDefaults& standardUserDefaults();
+
+    /// Where they are kept, whether there are any or not.
+    static NSURL fileURL();
 
     /// Nothing where the key is absent; an unreadable file has no keys.
     std::optional<PropertyList> objectForKey(std::string_view key) const;

@@ -55,8 +55,8 @@ constexpr auto kAllowed = std::to_array<const char*>(
      "arch_prctl", "exit", "exit_group", "futex", "futex_time64", "futex_waitv", "get_robust_list", "get_thread_area",
      "getcpu", "getpriority", "gettid", "ioprio_get", "ioprio_set", "restart_syscall", "riscv_flush_icache", "rseq",
      "sched_get_priority_max", "sched_get_priority_min", "sched_getaffinity", "sched_getattr", "sched_getparam",
-     "sched_getscheduler", "sched_rr_get_interval", "sched_setaffinity", "sched_yield", "set_robust_list",
-     "set_thread_area", "set_tid_address", "set_tls", "setpriority", "cacheflush",
+     "sched_getscheduler", "sched_rr_get_interval", "sched_setaffinity", "sched_setattr", "sched_yield",
+     "set_robust_list", "set_thread_area", "set_tid_address", "set_tls", "setpriority", "cacheflush",
      // signals
      "rt_sigaction", "rt_sigpending", "rt_sigprocmask", "rt_sigreturn", "rt_sigsuspend", "rt_sigtimedwait",
      "rt_sigtimedwait_time64", "sigaction", "sigaltstack", "signalfd", "signalfd4", "sigprocmask", "sigreturn",

@@ -34,6 +34,11 @@ inline constexpr std::string_view kIOPMAssertPreventUserIdleSystemSleep = "Preve
 IOReturn IOPMAssertionCreateWithName(std::string_view type, IOPMAssertionLevel level, const std::string& name,
                                      IOPMAssertionID* assertionID);
 
+/// Connects to the system bus already, for the next assertion: for a process that is about to give up making
+/// connections. A bus closes such a connection that is not used within seconds; the next assertion then holds nothing
+/// off. Without a bus nothing happens. Makes no thread.
+void IOPMAssertionConnect();
+
 /// Whether idle sleep can be held off: asks for an inhibitor, and lets go of it. Any thread.
 ///
 /// @param patience  how long a bus that says nothing is waited for

@@ -10,9 +10,15 @@
 #include <gio/gio.h>
 #include <gio/gunixfdlist.h>
 
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
 #include <future>
 #include <map>
 #include <memory>
+#include <optional>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <utility>
 
 namespace platform {
@@ -25,6 +31,80 @@ using ObjectPtr = Handle<Object, g_object_unref>;
 using ErrorPtr = Handle<GError, g_error_free>;
 
 using SharedCancellable = std::shared_ptr<GCancellable>;
+
+/// A socket that is connected to the system bus and has not said anything.
+class EarlySocket final {
+public:
+    static EarlySocket& shared()
+    {
+        static auto& socket = *new EarlySocket;
+        return socket;
+    }
+
+    void put(FileDescriptor socket) EXCLUDES(lock_)
+    {
+        LockGuard guard(lock_);
+        socket_ = std::move(socket);
+    }
+
+    FileDescriptor take() EXCLUDES(lock_)
+    {
+        LockGuard guard(lock_);
+        return std::move(socket_);
+    }
+
+private:
+    Lock lock_;
+    FileDescriptor socket_ GUARDED_BY(lock_);
+};
+
+/// A connection of the caller's own, so that a bus which hangs holds up nobody else.
+ObjectPtr<GDBusConnection> connectionToBus(const std::string& address, GCancellable* cancellable, GError** error)
+{
+    constexpr auto kFlags = static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                                              G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
+    FileDescriptor early = EarlySocket::shared().take();
+    if (!early)
+        return ObjectPtr<GDBusConnection>(
+            g_dbus_connection_new_for_address_sync(address.c_str(), kFlags, nullptr, cancellable, error));
+    const ObjectPtr<GSocket> socket(g_socket_new_from_fd(early.get(), error));
+    if (!socket)
+        return nullptr;
+    early.release();
+    const ObjectPtr<GSocketConnection> stream(g_socket_connection_factory_create_connection(socket.get()));
+    return ObjectPtr<GDBusConnection>(
+        g_dbus_connection_new_sync(G_IO_STREAM(stream.get()), nullptr, kFlags, nullptr, cancellable, error));
+}
+
+/// The address of the first place on this machine that a bus's address names: "unix:path=/a,guid=1;unix:abstract=b".
+std::optional<sockaddr_un> placeOfBus(const std::string& address)
+{
+    for (std::string_view rest = address; !rest.empty();) {
+        const std::string_view entry = rest.substr(0, rest.find(';'));
+        rest.remove_prefix(std::min(entry.size() + 1, rest.size()));
+        for (const auto& [key, firstByte] : {std::pair(std::string_view("unix:path="), 0), {"unix:abstract=", 1}}) {
+            if (!entry.starts_with(key))
+                continue;
+            const std::string_view value = entry.substr(key.size(), entry.substr(key.size()).find(','));
+            const Handle<char, g_free> path(g_uri_unescape_segment(value.data(), value.data() + value.size(), nullptr));
+            sockaddr_un place{};
+            place.sun_family = AF_UNIX;
+            const size_t length = path ? std::strlen(path.get()) : 0;
+            if (length == 0 || length + 1 > sizeof place.sun_path)
+                continue;
+            std::copy_n(path.get(), length, place.sun_path + firstByte);
+            return place;
+        }
+    }
+    return std::nullopt;
+}
+
+/// As the kernel counts it: a name without a path has no end of its own.
+socklen_t lengthOf(const sockaddr_un& place)
+{
+    const bool hasPath = place.sun_path[0] != '\0';
+    return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + std::strlen(place.sun_path + !hasPath));
+}
 
 /// Asks for an inhibitor, which holds for as long as its descriptor is open. Waits for a bus that says nothing until it
 /// is cancelled.
@@ -41,12 +121,7 @@ FileDescriptor inhibit(const std::string& address, const std::string& who, const
             logFailure("IOPMAssertionCreateWithName", reason ? reason->message : "no answer");
         return FileDescriptor();
     };
-    // A connection of its own, so that a bus which hangs holds up nobody else.
-    const ObjectPtr<GDBusConnection> bus(g_dbus_connection_new_for_address_sync(
-        address.c_str(),
-        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-        nullptr, cancellable, &error));
+    const ObjectPtr<GDBusConnection> bus = connectionToBus(address, cancellable, &error);
     if (!bus)
         return failed();
     GUnixFDList* rawDescriptors = nullptr;
@@ -147,6 +222,15 @@ IOReturn IOPMAssertionCreateWithName(std::string_view type, IOPMAssertionLevel l
         });
     }
     return kIOReturnSuccess;
+}
+
+void IOPMAssertionConnect()
+{
+    const auto place = placeOfBus(busAddress());
+    // A bus that takes nobody in is not waited for.
+    FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (place && socket && connect(socket.get(), reinterpret_cast<const sockaddr*>(&*place), lengthOf(*place)) == 0)
+        EarlySocket::shared().put(std::move(socket));
 }
 
 bool IOPMAssertionIsPossible(std::chrono::milliseconds patience, std::string* reason)

@@ -19,6 +19,13 @@ uint64_t NSProcessInfo::processorCount() const
     return static_cast<uint64_t>(std::max(1L, sysconf(_SC_NPROCESSORS_CONF)));
 }
 
+uint64_t NSProcessInfo::physicalMemory() const
+{
+    const long pages = sysconf(_SC_PHYS_PAGES);
+    const long pageBytes = sysconf(_SC_PAGESIZE);
+    return pages > 0 && pageBytes > 0 ? static_cast<uint64_t>(pages) * static_cast<uint64_t>(pageBytes) : 0;
+}
+
 std::string NSProcessInfo::processName() const
 {
     LockGuard guard(lock_);

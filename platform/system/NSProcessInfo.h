@@ -15,6 +15,8 @@ public:
 
     /// The processors that the machine is configured with, not only those that this process may use.
     uint64_t processorCount() const;
+    /// The machine's, in bytes.
+    uint64_t physicalMemory() const;
 
     /// How the process calls itself to the user; the program's name until set.
     std::string processName() const EXCLUDES(lock_);

@@ -58,11 +58,12 @@ protected:
     void SetUp() override
     {
         setenv("STILLORA_VIDEO_CREATOR", STILLORA_PRETENDED_SERVICE, 1);
-        setenv("PRETENDED_REQUEST", other_.path("request").c_str(), 1);
+        setenv("STILLORA_PRETENDED_REQUEST", other_.path("request").c_str(), 1);
     }
     void TearDown() override
     {
-        for (const char* name : {"STILLORA_VIDEO_CREATOR", "PRETENDED_REQUEST", "PRETENDED_SERVICE", "PRETENDED_MOVIE"})
+        for (const char* name : {"STILLORA_VIDEO_CREATOR", "STILLORA_PRETENDED_REQUEST", "STILLORA_PRETENDED_SERVICE",
+                                 "STILLORA_PRETENDED_MOVIE"})
             unsetenv(name);
         EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no child is left";
     }
@@ -82,7 +83,7 @@ protected:
 
     Result<Movie> make(const std::string& behaviour, size_t photoCount = 6)
     {
-        setenv("PRETENDED_SERVICE", behaviour.c_str(), 1);
+        setenv("STILLORA_PRETENDED_SERVICE", behaviour.c_str(), 1);
         listener_.maker = &maker_;
         return maker_.makeMovie(requestOf(photoCount), listener_);
     }
@@ -108,7 +109,7 @@ protected:
                                     "+faststart " +
                                     movie;
         ASSERT_EQ(std::system(command.c_str()), 0);
-        setenv("PRETENDED_MOVIE", movie.c_str(), 1);
+        setenv("STILLORA_PRETENDED_MOVIE", movie.c_str(), 1);
     }
 
     const TemporaryFolder save_;
@@ -146,7 +147,7 @@ TEST_F(MovieMakerTest, TellsTheServiceOfTheWatermark)
     const auto argument = [&](Watermark watermark) {
         MovieRequest request = requestOf(2);
         request.watermark = watermark;
-        setenv("PRETENDED_SERVICE", "fails", 1);
+        setenv("STILLORA_PRETENDED_SERVICE", "fails", 1);
         EXPECT_FALSE(maker_.makeMovie(request, listener_));
         return recordedRequest().find("argument")->second;
     };
@@ -163,7 +164,7 @@ TEST_F(MovieMakerTest, TellsTheServiceOfTheWatermark)
 TEST_F(MovieMakerTest, SendsTheHeightThatSuitsMostPhotosAndTheRuleOfTheSmallestAsNone)
 {
     const auto sent = [this](int64_t quality) {
-        setenv("PRETENDED_SERVICE", "fails", 1);
+        setenv("STILLORA_PRETENDED_SERVICE", "fails", 1);
         MovieRequest request = requestOf(6);
         request.photos[2].size = {1200, 1600};
         request.quality = quality;
@@ -179,7 +180,7 @@ TEST_F(MovieMakerTest, SendsTheHeightThatSuitsMostPhotosAndTheRuleOfTheSmallestA
 
 TEST_F(MovieMakerTest, SendsTheSoundAsItWasPlanned)
 {
-    setenv("PRETENDED_SERVICE", "fails", 1);
+    setenv("STILLORA_PRETENDED_SERVICE", "fails", 1);
     MovieRequest request = requestOf(6);
     const std::string song = other_.makeFile("song.mp3", "music");
     request.sounds = {{song, std::nullopt, 3s, 48000}, {song, SoundFacts::Selection{1s, 2.5s}, 1.5s, 48000}};
@@ -240,7 +241,7 @@ TEST_F(MovieMakerTest, SaysWhatIsOffAboutTheMovie)
 TEST_F(MovieMakerTest, RepeatsThePicturesOfAMovieForTheWeb)
 {
     makeMovieFile(6);
-    setenv("PRETENDED_SERVICE", "makes", 1);
+    setenv("STILLORA_PRETENDED_SERVICE", "makes", 1);
     MovieRequest request = requestOf(6);
     request.use = MovieUse::Web;
     const Result<Movie> outcome = maker_.makeMovie(request, listener_);
@@ -259,7 +260,7 @@ TEST_F(MovieMakerTest, MakesNoMovieForTheWebWhosePicturesItCannotRepeat)
 {
     // Pictures that need others, as the service makes none.
     makeMovieFile(6, "-g 6 -bf 0");
-    setenv("PRETENDED_SERVICE", "makes", 1);
+    setenv("STILLORA_PRETENDED_SERVICE", "makes", 1);
     MovieRequest request = requestOf(6);
     request.use = MovieUse::Web;
     const Result<Movie> outcome = maker_.makeMovie(request, listener_);
@@ -278,7 +279,7 @@ TEST_F(MovieMakerTest, DoesNotBelieveInAMovieThatIsNotThere)
 
 TEST_F(MovieMakerTest, DoesNotDeliverWhatIsNoMovie)
 {
-    setenv("PRETENDED_MOVIE", other_.makeFile("made.mov", "no movie at all").c_str(), 1);
+    setenv("STILLORA_PRETENDED_MOVIE", other_.makeFile("made.mov", "no movie at all").c_str(), 1);
     const Result<Movie> outcome = make("makes");
     ASSERT_EQ(kindOf(outcome), Kind::Failed);
     EXPECT_THAT(save_.entries(), IsEmpty());
@@ -331,7 +332,7 @@ TEST_F(MovieMakerTest, DoesNotWaitForAnAnswerWhenCancelledTwice)
     MovieMaker patient({.stall = 60'000ms, .cancel = 60'000ms});
     listener_.maker = &patient;
     listener_.cancels = 2;
-    setenv("PRETENDED_SERVICE", "ignores", 1);
+    setenv("STILLORA_PRETENDED_SERVICE", "ignores", 1);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(kindOf(patient.makeMovie(requestOf(6), listener_)), Kind::Cancelled);
     EXPECT_LT(std::chrono::steady_clock::now() - start, 20s);
@@ -347,7 +348,7 @@ TEST_F(MovieMakerTest, StartsNothingOnceCancelled)
 
 TEST_F(MovieMakerTest, EndsAServiceThatStalls)
 {
-    setenv("PRETENDED_SERVICE", "ignores", 1);
+    setenv("STILLORA_PRETENDED_SERVICE", "ignores", 1);
     const Result<Movie> outcome = impatient_.makeMovie(requestOf(6), listener_);
     ASSERT_EQ(kindOf(outcome), Kind::Failed);
     EXPECT_EQ(outcome.error().code, ErrorCode::ServiceStalled);
@@ -356,7 +357,7 @@ TEST_F(MovieMakerTest, EndsAServiceThatStalls)
 
 TEST_F(MovieMakerTest, TakesGrowingFilesForASignOfLife)
 {
-    setenv("PRETENDED_SERVICE", "grows", 1);
+    setenv("STILLORA_PRETENDED_SERVICE", "grows", 1);
     const Result<Movie> outcome = impatient_.makeMovie(requestOf(6), listener_);
     EXPECT_EQ(outcome.error().message, "grown") << "two seconds without an update, with a limit of one";
 }
@@ -367,7 +368,7 @@ TEST_F(MovieMakerTest, HearsACancelWhateverTheServiceDoes)
         MovieMaker maker({.stall = 60'000ms, .cancel = 300ms});
         listener_.maker = &maker;
         listener_.cancels = 1;
-        setenv("PRETENDED_SERVICE", behaviour, 1);
+        setenv("STILLORA_PRETENDED_SERVICE", behaviour, 1);
         EXPECT_EQ(kindOf(maker.makeMovie(requestOf(6), listener_)), Kind::Cancelled) << behaviour;
         EXPECT_THAT(save_.entries(), IsEmpty());
     }
@@ -375,21 +376,21 @@ TEST_F(MovieMakerTest, HearsACancelWhateverTheServiceDoes)
 
 TEST_F(MovieMakerTest, EndsAServiceThatLogsWithoutEndAndDoesNothingElse)
 {
-    setenv("PRETENDED_SERVICE", "babbles", 1);
+    setenv("STILLORA_PRETENDED_SERVICE", "babbles", 1);
     EXPECT_EQ(impatient_.makeMovie(requestOf(6), listener_).error().code, ErrorCode::ServiceStalled);
     EXPECT_THAT(save_.entries(), IsEmpty());
 }
 
 TEST_F(MovieMakerTest, EndsAServiceThatSaysNothingMore)
 {
-    setenv("PRETENDED_SERVICE", "hangsUp", 1);
+    setenv("STILLORA_PRETENDED_SERVICE", "hangsUp", 1);
     EXPECT_EQ(kindOf(impatient_.makeMovie(requestOf(6), listener_)), Kind::Failed);
     EXPECT_THAT(save_.entries(), IsEmpty());
 }
 
 TEST_F(MovieMakerTest, IsNotKeptByAServiceThatReadsNothing)
 {
-    setenv("PRETENDED_SERVICE", "freezes", 1);
+    setenv("STILLORA_PRETENDED_SERVICE", "freezes", 1);
     MovieRequest request = requestOf(6);
     // More than a socket holds.
     while (request.photos.size() < 20'000)
@@ -477,7 +478,7 @@ TEST_F(MovieMakerTest, SaysThatTheServiceIsMissing)
 
 TEST_F(MovieMakerTest, StartsNothingWhereTheMovieCannotBeSaved)
 {
-    setenv("PRETENDED_SERVICE", "makes", 1);
+    setenv("STILLORA_PRETENDED_SERVICE", "makes", 1);
     MovieRequest request = requestOf(6);
     request.saveFolder = "/proc/nothing/here";
     const Result<Movie> outcome = maker_.makeMovie(request, listener_);
@@ -500,7 +501,7 @@ protected:
     /// Starts a job that remembers what it was told.
     void start(const std::string& behaviour)
     {
-        setenv("PRETENDED_SERVICE", behaviour.c_str(), 1);
+        setenv("STILLORA_PRETENDED_SERVICE", behaviour.c_str(), 1);
         job_ = std::make_unique<MovieJob>(
             requestOf(6),
             MovieJob::Handlers{[this](const MovieProgress& progress) { told(progress.stage); },
@@ -578,7 +579,7 @@ TEST_F(MovieJobTest, EndsWithItsObjectAndTellsNothingMore)
 
 TEST_F(MovieJobTest, MayBeDestroyedByItsHandlers)
 {
-    setenv("PRETENDED_SERVICE", "fails", 1);
+    setenv("STILLORA_PRETENDED_SERVICE", "fails", 1);
     const auto held = std::make_shared<int>(1);
     bool isEndTold = false;
     job_ = std::make_unique<MovieJob>(requestOf(6),

@@ -1,5 +1,5 @@
-// A rendering service that behaves as its first word of PRETENDED_SERVICE tells; made for the tests of its client. What
-// it was asked for is written to the file that PRETENDED_REQUEST names.
+// A rendering service that behaves as its first word of STILLORA_PRETENDED_SERVICE tells; made for the tests of its
+// client. What it was asked for is written to the file that STILLORA_PRETENDED_REQUEST names.
 
 #include "items/morStilloraVideoCreatorProtocol.h"
 #include "platform/connection/NSXPCListener.h"
@@ -47,8 +47,8 @@ public:
         const auto document = NSURL::URLByResolvingBookmarkData(documentURL);
         const auto save = NSURL::URLByResolvingBookmarkData(saveURL);
         const auto temporary = NSURL::URLByResolvingBookmarkData(temporaryURL);
-        std::ofstream record(setting("PRETENDED_REQUEST"));
-        record << "argument " << setting("PRETENDED_ARGUMENT") << "\n";
+        std::ofstream record(setting("STILLORA_PRETENDED_REQUEST"));
+        record << "argument " << setting("STILLORA_PRETENDED_ARGUMENT") << "\n";
         record << "photos " << photos.size() << "\nvideo " << totalVideoDuration << "\nperPhoto " << durationPerPhoto
                << "\nsounds " << soundtracks.size() << "\nsound " << totalSoundtrackDuration << "\nloop "
                << shouldLoopSoundtrack << "\ncodec " << desiredCodec.value_or("none") << "\nquality " << quality
@@ -85,12 +85,12 @@ private:
 
     void run(const NSURL& save, const NSURL& temporary, const NSURL& document, Reply reply)
     {
-        const std::string behaviour = setting("PRETENDED_SERVICE");
+        const std::string behaviour = setting("STILLORA_PRETENDED_SERVICE");
         tell("VideoCreationTitleRenderingVideo", 1, 4, 2.5);
         if (behaviour == "makes") {
             const std::string name = platform::stringByDeletingPathExtension(document.lastPathComponent()) + ".mov";
             const std::string movie = save.path() + "/" + name;
-            std::filesystem::copy_file(setting("PRETENDED_MOVIE"), movie);
+            std::filesystem::copy_file(setting("STILLORA_PRETENDED_MOVIE"), movie);
             reply(NSURL::fileURLWithPath(movie, false).bookmarkDataOfPathAlone(), std::nullopt, false);
         } else if (behaviour == "claims") {
             reply(NSURL::fileURLWithPath(save.path() + "/nothing.mov", false).bookmarkDataOfPathAlone(), std::nullopt,
@@ -153,7 +153,7 @@ public:
         connection->setRemoteObjectInterface(morStilloraXPCCreatorUpdateProtocol::interface());
         connection->setExportedObject(std::make_shared<PretendedCreator>(connection));
         // From here on it reads nothing and says nothing.
-        if (setting("PRETENDED_SERVICE") == "freezes")
+        if (setting("STILLORA_PRETENDED_SERVICE") == "freezes")
             raise(SIGSTOP);
         connection->resume();
         return true;
@@ -165,8 +165,8 @@ public:
 int main(int argc, char** argv)
 {
     if (argc > 1)
-        setenv("PRETENDED_ARGUMENT", argv[1], 1);
-    if (setting("PRETENDED_SERVICE") == "refuses") {
+        setenv("STILLORA_PRETENDED_ARGUMENT", argv[1], 1);
+    if (setting("STILLORA_PRETENDED_SERVICE") == "refuses") {
         std::fputs("no socket for me\n", stderr);
         return 1;
     }
@@ -177,7 +177,7 @@ int main(int argc, char** argv)
     listener->setDelegate(delegate);
     listener->resume();
     // One that ignores everything stays although its client is gone.
-    while (setting("PRETENDED_SERVICE") == "ignores")
+    while (setting("STILLORA_PRETENDED_SERVICE") == "ignores")
         pause();
     return 0;
 }

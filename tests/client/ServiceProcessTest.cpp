@@ -2,6 +2,7 @@
 
 #include "client/ClientError.h"
 #include "client/WorkingClock.h"
+#include "tests/support/EnvironmentVariable.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <chrono>
@@ -23,6 +24,7 @@ namespace {
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Not;
 
 /// A program of shell lines.
 std::string program(const TemporaryFolder& folder, std::string_view lines)
@@ -77,6 +79,32 @@ TEST(ServiceProcess, InheritsNothingElse)
     ASSERT_TRUE(process);
     // The fourth is the one with which ls reads the folder.
     EXPECT_EQ(readSocket(process->takeSocket()), "0\n1\n2\n3\n4\n");
+}
+
+TEST(ServiceProcess, InheritsOfTheEnvironmentWhatProgramsNeed)
+{
+    const TemporaryFolder folder;
+    const EnvironmentVariable agent("SSH_AUTH_SOCK", "/door");
+    const EnvironmentVariable bus("DBUS_SESSION_BUS_ADDRESS", "unix:path=/door");
+    const EnvironmentVariable zone("TZ", "UTC-3");
+    const auto process = ServiceProcess::start(program(folder, "env >&3"));
+    ASSERT_TRUE(process);
+    const std::string variables = readSocket(process->takeSocket());
+    EXPECT_THAT(variables, HasSubstr("TZ=UTC-3\n"));
+    EXPECT_THAT(variables, HasSubstr("PATH="));
+    EXPECT_THAT(variables, Not(HasSubstr("door")));
+}
+
+TEST(ServiceProcess, IsToldOfTheFilesThatItIsToWorkOn)
+{
+    const TemporaryFolder folder;
+    const auto process = ServiceProcess::start(
+        program(folder, R"({ echo "$@"; echo "$TMPDIR"; tr '\000' ';' </proc/self/fd/4; ls /proc/self/fd; } >&3)"),
+        {"--one"},
+        ServiceProcess::Rights{.files = {.readable = {"/photo"}, .writable = {"/job"}}, .temporaryFolder = "/job/t"});
+    ASSERT_TRUE(process);
+    // The sixth is the one with which ls reads the folder.
+    EXPECT_EQ(readSocket(process->takeSocket()), "--one --files 4\n/job/t\nr/photo;w/job;0\n1\n2\n3\n4\n5\n");
 }
 
 TEST(ServiceProcess, HasASessionOfItsOwnSoThatTheTerminalDoesNotReachIt)

@@ -8,7 +8,7 @@ import unittest
 import dbusmock
 import stillora
 from gi.repository import GLib
-from stillora import Service, hold_times, photo, wait_until
+from stillora import Service, file_list, hold_times, photo, wait_until
 
 # The message that every client of a bus begins with: org.freedesktop.DBus.Hello, serial 1, no arguments.
 HELLO = (b"l\1\0\1" + bytes(4) + b"\1\0\0\0" + b"\x4e\0\0\0" +
@@ -355,6 +355,15 @@ class PowerTest(stillora.TestCase):
             self.assertEqual(mode, "block")
             self.assertNotEqual(who, "")
             self.assertNotEqual(why, "")
+            service.client.close()
+            service.wait()
+        wait_until(lambda: self.inhibitors() == [], "the inhibitor ends with the process")
+
+    def test_a_service_that_makes_no_connections_holds_it_off_too(self):
+        files = file_list(self.photos, [self.save, self.temporary])
+        with Service.connected(self, files=files, DBUS_SYSTEM_BUS_ADDRESS=self.bus) as service:
+            service.client.request(self.photos, self.save, self.temporary).movie()
+            self.assertEqual(len(self.inhibitors()), 1, service.said())
             service.client.close()
             service.wait()
         wait_until(lambda: self.inhibitors() == [], "the inhibitor ends with the process")

@@ -39,3 +39,22 @@ TEST(ServiceArguments, RefuseWhatTheyDoNotKnow)
     }
     EXPECT_EQ(ServiceArguments::read({"\x1b[2J\n"}).answer->text.find('\x1b'), std::string::npos);
 }
+
+TEST(ServiceArguments, NameTheDescriptorOfTheListOfFiles)
+{
+    EXPECT_EQ(ServiceArguments::read({"--watermark"}).fileList, std::nullopt);
+    const ServiceArguments arguments = ServiceArguments::read({"--files", "4", "--watermark"});
+    EXPECT_EQ(arguments.fileList, 4);
+    EXPECT_EQ(arguments.drawsWatermark, true);
+    EXPECT_FALSE(arguments.answer);
+    for (const char* number : {"", "-1", "four", "4x", "99999999999"}) {
+        const auto answer = ServiceArguments::read({"--files", number}).answer;
+        ASSERT_TRUE(answer) << number;
+        EXPECT_EQ(answer->exitStatus, 2) << number;
+        EXPECT_TRUE(answer->text.starts_with(std::string("stillora-video-creator: --files takes the number of a "
+                                                         "descriptor, not ") +
+                                             number + "\nUsage: "))
+            << answer->text;
+    }
+    EXPECT_TRUE(ServiceArguments::read({"--files"}).answer);
+}

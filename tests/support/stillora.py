@@ -4,6 +4,7 @@ The programs under test are those of the folder that the environment variable ST
 """
 
 import contextlib
+import fcntl
 import json
 import os
 import plistlib
@@ -237,17 +238,28 @@ def connect_when_listened(path):
     return wait_until(attempt, f"somebody listens at {path}")
 
 
+def file_list(readable, writable):
+    """The descriptor of a list of files for a service, out of the way of those that every service has."""
+    with open(os.memfd_create("files"), "wb") as file:
+        file.write(b"".join(b"r%s\0" % os.fsencode(path) for path in readable))
+        file.write(b"".join(b"w%s\0" % os.fsencode(path) for path in writable))
+        file.flush()
+        return fcntl.fcntl(file.fileno(), fcntl.F_DUPFD_CLOEXEC, 10)
+
+
 class Service:
     """The service as a process of its own, started with a socket as its descriptor 3."""
 
-    def __init__(self, descriptor, environment, log, prefix=()):
+    def __init__(self, descriptor, environment, log, prefix=(), files=None):
         self.log = Path(log)
         # The shell's process number becomes the service's, which is what LISTEN_PID has to name.
         script = 'exec 3<&"$1"; shift; LISTEN_PID=$$ LISTEN_FDS=1 exec "$@"'
+        options = [] if files is None else ["--files", str(files)]
         with open(self.log, "wb") as out:
             self.process = subprocess.Popen(
-                ["bash", "-c", script, "bash", str(descriptor), *prefix, str(SERVICE)],
-                stdin=subprocess.DEVNULL, stdout=out, stderr=out, env=environment, pass_fds=[descriptor],
+                ["bash", "-c", script, "bash", str(descriptor), *prefix, str(SERVICE), *options],
+                stdin=subprocess.DEVNULL, stdout=out, stderr=out, env=environment,
+                pass_fds=[descriptor] + ([] if files is None else [files]),
             )
 
     @classmethod
@@ -266,11 +278,13 @@ class Service:
 
     @classmethod
     @contextlib.contextmanager
-    def connected(cls, test, **environment):
-        """A service whose only client is `service.client`."""
+    def connected(cls, test, files=None, **environment):
+        """A service whose only client is `service.client`; `files` is the descriptor of a list of files, which is closed."""
         ours, theirs = socket.socketpair(socket.AF_UNIX)
         with theirs:
-            service = cls(theirs.fileno(), test.environment(**environment), test.folder / "service.log")
+            service = cls(theirs.fileno(), test.environment(**environment), test.folder / "service.log", files=files)
+        if files is not None:
+            os.close(files)
         with service:
             service.client = Client.on_socket(ours)
             yield service

@@ -240,9 +240,9 @@ protected:
     std::map<std::string, std::string> environment(const std::string& behaviour) const
     {
         return {{"STILLORA_VIDEO_CREATOR", STILLORA_PRETENDED_SERVICE},
-                {"PRETENDED_SERVICE", behaviour},
-                {"PRETENDED_REQUEST", other_.path("request")},
-                {"PRETENDED_MOVIE", shared_->path("made.mov")},
+                {"STILLORA_PRETENDED_SERVICE", behaviour},
+                {"STILLORA_PRETENDED_REQUEST", other_.path("request")},
+                {"STILLORA_PRETENDED_MOVIE", shared_->path("made.mov")},
                 {"HOME", other_.path()},
                 {"XDG_CONFIG_HOME", other_.path("config")},
                 {"LC_ALL", "C.UTF-8"},

@@ -11,6 +11,7 @@
 
 #include <array>
 #include <chrono>
+#include <cstddef>
 #include <cstring>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -85,6 +86,50 @@ TEST(IOPMAssertion, HoldsNothingOffWhereThereIsNoSystemBus)
     EXPECT_TRUE(PrivateSystemBus::waitUntil("the reason in the log", [&] { return !log.lines().empty(); }));
     EXPECT_TRUE(log.lines()[0].starts_with("IOPMAssertionCreateWithName - ")) << log.lines()[0];
     EXPECT_EQ(IOPMAssertionRelease(assertion), kIOReturnSuccess);
+}
+
+TEST(IOPMAssertion, UsesTheConnectionThatWasMadeBefore)
+{
+    for (const char* kind : {"path", "abstract"}) {
+        const std::string name = "stillora-test-" + std::to_string(getpid());
+        const TemporaryFolder folder;
+        const FileDescriptor listening(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        const bool hasPath = std::string_view(kind) == "path";
+        const std::string place = hasPath ? folder.path("a socket") : name;
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        place.copy(address.sun_path + !hasPath, sizeof address.sun_path - 2);
+        const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + place.size());
+        ASSERT_EQ(bind(listening.get(), reinterpret_cast<const sockaddr*>(&address), length), 0) << kind;
+        ASSERT_EQ(listen(listening.get(), 4), 0);
+        const std::string escaped = hasPath ? folder.path("a%20socket") : name;
+        const EnvironmentVariable variable("DBUS_SYSTEM_BUS_ADDRESS",
+                                           "tcp:host=nowhere;unix:" + std::string(kind) + "=" + escaped + ",guid=1");
+        IOPMAssertionConnect();
+        const FileDescriptor asked(accept4(listening.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        ASSERT_TRUE(asked);
+        IOPMAssertionID assertion = 0;
+        EXPECT_EQ(create("x", &assertion), kIOReturnSuccess);
+        const timeval patience{.tv_sec = 60, .tv_usec = 0};
+        setsockopt(asked.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+        char greeting = 0;
+        EXPECT_EQ(recv(asked.get(), &greeting, 1, 0), 1) << kind;
+        EXPECT_EQ(IOPMAssertionRelease(assertion), kIOReturnSuccess);
+    }
+}
+
+TEST(IOPMAssertion, ConnectsToNothingWhereThereIsNoBus)
+{
+    for (const char* address : {"unix:path=/nonexistent/socket", "", "unix:", "unix:path=", "nonsense;;"}) {
+        const EnvironmentVariable variable("DBUS_SYSTEM_BUS_ADDRESS", address);
+        IOPMAssertionConnect();
+        const LogRecorder log;
+        IOPMAssertionID assertion = 0;
+        EXPECT_EQ(create("x", &assertion), kIOReturnSuccess);
+        EXPECT_TRUE(PrivateSystemBus::waitUntil("the reason in the log", [&] { return !log.lines().empty(); }))
+            << address;
+        EXPECT_EQ(IOPMAssertionRelease(assertion), kIOReturnSuccess);
+    }
 }
 
 TEST(IOPMAssertion, IsMadeAtOnceWhereTheBusSaysNothing)
