@@ -18,7 +18,7 @@ using namespace platform;
 std::shared_ptr<CVPixelBuffer> makeFrame(size_t width, size_t height)
 {
     std::shared_ptr<CVPixelBuffer> buffer;
-    if (CVPixelBufferCreate(width, height, kCVPixelFormatType_32ARGB, nullptr, &buffer) != kCVReturnSuccess ||
+    if (CVPixelBufferCreate(width, height, kCVPixelFormatType_32ARGB, &buffer) != kCVReturnSuccess ||
         buffer->lockBaseAddress() != kCVReturnSuccess)
         std::abort();
     uint32_t random = 1;

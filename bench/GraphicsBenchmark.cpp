@@ -64,8 +64,7 @@ void makeFrame(benchmark::State& state)
     for (auto _ : state) {
         const auto image = thumbnail(path, 1440);
         std::shared_ptr<platform::CVPixelBuffer> buffer;
-        if (!image ||
-            platform::CVPixelBufferCreate(1920, 1080, platform::kCVPixelFormatType_32ARGB, nullptr, &buffer) ||
+        if (!image || platform::CVPixelBufferCreate(1920, 1080, platform::kCVPixelFormatType_32ARGB, &buffer) ||
             buffer->lockBaseAddress()) {
             state.SkipWithError("no frame");
             break;
@@ -86,25 +85,6 @@ void makeIcon(benchmark::State& state)
         benchmark::DoNotOptimize(MORImageCategory::initWithCGImage(image, {53, 53}));
 }
 
-/// A frame of 3840 x 2160 written out and taken back.
-void spill(benchmark::State& state)
-{
-    const TemporaryFolder folder;
-    const platform::NSURL url = folder.url();
-    const size_t budget = platform::pixelBufferMemoryBudget();
-    platform::setPixelBufferMemoryBudget(0);
-    for (auto _ : state) {
-        std::shared_ptr<platform::CVPixelBuffer> buffer;
-        if (platform::CVPixelBufferCreate(3840, 2160, platform::kCVPixelFormatType_32ARGB, &url, &buffer) ||
-            buffer->lockBaseAddress())
-            state.SkipWithError("no frame");
-        buffer->unlockBaseAddress();
-        benchmark::DoNotOptimize(buffer->lockBaseAddress());
-        buffer->unlockBaseAddress();
-    }
-    platform::setPixelBufferMemoryBudget(budget);
-}
-
 BENCHMARK_CAPTURE(decode, JPEG, "photo.jpg")->Arg(480)->Arg(960)->Arg(1440)->Arg(2880)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(decode, turnedJPEG, "turned.jpg")->Arg(1440)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(decode, PNG, "photo.png")->Arg(1440)->Unit(benchmark::kMillisecond);
@@ -113,6 +93,5 @@ BENCHMARK_CAPTURE(decode, HEIC, "photo.heic")->Arg(1440)->Unit(benchmark::kMilli
 BENCHMARK(measure)->Unit(benchmark::kMicrosecond);
 BENCHMARK(makeFrame)->Unit(benchmark::kMillisecond);
 BENCHMARK(makeIcon)->Unit(benchmark::kMillisecond);
-BENCHMARK(spill)->Unit(benchmark::kMillisecond);
 
 } // namespace

@@ -117,8 +117,7 @@ double bytesOfBlack(std::string_view codec, Size frame)
 {
     std::shared_ptr<platform::CVPixelBuffer> buffer;
     if (platform::CVPixelBufferCreate(static_cast<size_t>(frame.width), static_cast<size_t>(frame.height),
-                                      platform::kCVPixelFormatType_32ARGB, nullptr,
-                                      &buffer) != platform::kCVReturnSuccess ||
+                                      platform::kCVPixelFormatType_32ARGB, &buffer) != platform::kCVReturnSuccess ||
         buffer->lockBaseAddress() != platform::kCVReturnSuccess)
         return 0;
     std::fill_n(buffer->baseAddress(), buffer->bytesPerRow() * buffer->height(), uint8_t{0});

@@ -45,11 +45,15 @@ void render(const FrameJob& job)
                           .photoSize = job.photo->size(),
                           .frame = job.frame,
                           .reduceBorders = job.reduceBorders,
-                          .carriesWatermark = job.context.drawsWatermark() && carriesWatermark(job.index, job.count),
-                          .spillFolder = job.context.temporaryURL()});
+                          .carriesWatermark = job.context.drawsWatermark() && carriesWatermark(job.index, job.count)});
     if (!frame)
         return;
     auto icon = makeIcon(frame->picture, url);
+    frame->picture.reset();
+    if (job.context.isCancelled())
+        return;
+    if (const auto adaptor = job.context.pixelBufferAdaptor())
+        adaptor->codeAhead(*frame->buffer, job.index);
     if (job.context.isCancelled())
         return;
     // Gone once the writer has ended.

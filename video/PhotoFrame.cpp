@@ -76,9 +76,9 @@ void drawWatermark(platform::CGBitmapContext& context, CGSize frame)
 std::shared_ptr<CVPixelBuffer> makeBuffer(const PhotoFrameOptions& options)
 {
     std::shared_ptr<CVPixelBuffer> buffer;
-    int32_t status = platform::CVPixelBufferCreate(
-        static_cast<size_t>(options.frame.width), static_cast<size_t>(options.frame.height),
-        platform::kCVPixelFormatType_32ARGB, options.spillFolder ? &*options.spillFolder : nullptr, &buffer);
+    int32_t status = platform::CVPixelBufferCreate(static_cast<size_t>(options.frame.width),
+                                                   static_cast<size_t>(options.frame.height),
+                                                   platform::kCVPixelFormatType_32ARGB, &buffer);
     if (status == platform::kCVReturnSuccess)
         status = buffer->lockBaseAddress();
     if (status == platform::kCVReturnSuccess)

@@ -24,8 +24,6 @@ struct PhotoFrameOptions {
     bool carriesWatermark = false;
     /// Look for faces also where they cannot change the photo's place.
     bool alwaysFindsFaces = false;
-    /// Where pixels beyond the memory budget go; nothing keeps all in memory.
-    std::optional<platform::NSURL> spillFolder = {};
 };
 
 /// A photo drawn as one frame of a movie.

@@ -77,11 +77,11 @@ void reportWriting(StageContext& context)
 class FrameFeeder final {
 public:
     FrameFeeder(VideoStageContext& context, std::shared_ptr<AVAssetWriter> writer,
-                std::shared_ptr<AVAssetWriterInput> input, uint64_t photoCount, double durationPerPhoto,
-                RemainingTimeEstimate estimate)
-        : context_(context), writer_(std::move(writer)), input_(std::move(input)), adaptor_(input_),
-          photoCount_(photoCount), durationPerPhoto_(durationPerPhoto), estimate_(estimate),
-          startTime_(platform::NSDate::date().timeIntervalSinceReferenceDate)
+                std::shared_ptr<AVAssetWriterInputPixelBufferAdaptor> adaptor, uint64_t photoCount,
+                double durationPerPhoto, RemainingTimeEstimate estimate)
+        : context_(context), writer_(std::move(writer)), input_(adaptor->assetWriterInput()),
+          adaptor_(std::move(adaptor)), photoCount_(photoCount), durationPerPhoto_(durationPerPhoto),
+          estimate_(estimate), startTime_(platform::NSDate::date().timeIntervalSinceReferenceDate)
     {}
 
     /// What the input's block does.
@@ -124,7 +124,7 @@ private:
         }
         auto record = frames->take(index);
         // The writer alone keeps the buffer now.
-        if (!record || !adaptor_.appendPixelBuffer(std::move(record->buffer), timeOfFrame(index, durationPerPhoto_))) {
+        if (!record || !adaptor_->appendPixelBuffer(std::move(record->buffer), timeOfFrame(index, durationPerPhoto_))) {
             abandon();
             return false;
         }
@@ -169,7 +169,7 @@ private:
     VideoStageContext& context_;
     const std::shared_ptr<AVAssetWriter> writer_;
     const std::shared_ptr<AVAssetWriterInput> input_;
-    AVAssetWriterInputPixelBufferAdaptor adaptor_;
+    const std::shared_ptr<AVAssetWriterInputPixelBufferAdaptor> adaptor_;
     const uint64_t photoCount_;
     const double durationPerPhoto_;
 
@@ -230,6 +230,8 @@ platform::AVURLAssetPtr videoWithPhotos(VideoStageContext& context, const PhotoL
     const auto writer = makeWriter(context, error);
     if (!writer)
         return nullptr;
+    if (processorCount == 0)
+        processorCount = platform::NSProcessInfo::processInfo().processorCount();
     const PhotoList photosToWrite = without(photos, failedPhotos);
     const auto input = std::make_shared<AVAssetWriterInput>(
         platform::kAVMediaTypeVideo,
@@ -240,19 +242,21 @@ platform::AVURLAssetPtr videoWithPhotos(VideoStageContext& context, const PhotoL
     input->setExpectsMediaDataInRealTime(false);
     input->setMaximumSampleCount(photosToWrite.size());
     writer->addInput(input);
+    // The operations that render frames code them as well; for these they leave a quarter of the processors free.
+    writer->setEncoderCount(std::max<uint64_t>(1, processorCount / 4));
     // A writer that cannot start has failed; the poll below sees it.
     (void)writer->startWriting();
     writer->startSessionAtSourceTime(platform::kCMTimeZero);
 
+    const auto adaptor = std::make_shared<AVAssetWriterInputPixelBufferAdaptor>(input);
+    context.setPixelBufferAdaptor(adaptor);
     context.setCurrentNeededPhotoIndex(0);
     context._fillBufferArrayUsingPhotos(photosToWrite, size, reduceBorders);
     waitForFirstFrames(context);
 
     context.fbQ().cancelAllOperations();
-    if (processorCount == 0)
-        processorCount = platform::NSProcessInfo::processInfo().processorCount();
     const auto feeder =
-        std::make_shared<FrameFeeder>(context, writer, input, photosToWrite.size(), durationPerPhoto,
+        std::make_shared<FrameFeeder>(context, writer, adaptor, photosToWrite.size(), durationPerPhoto,
                                       RemainingTimeEstimate(processorCount, photosToWrite.size(), totalFileSize));
     input->requestMediaDataWhenReadyOnQueue(videoWritingQueue(), [feeder] { feeder->feed(); });
 
@@ -261,6 +265,7 @@ platform::AVURLAssetPtr videoWithPhotos(VideoStageContext& context, const PhotoL
         status = writer->waitWhileWriting(kStatusPollSeconds);
     feeder->close();
     context.setImageBuffers(nullptr);
+    context.setPixelBufferAdaptor(nullptr);
 
     if (status == AVAssetWriterStatus::Completed) {
         platform::NSLog("*!!* raw video file creation took " +

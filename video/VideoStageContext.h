@@ -3,13 +3,16 @@
 #include "items/MORPhoto.h"
 #include "platform/dispatch/NSOperationQueue.h"
 #include "platform/files/NSURL.h"
+#include "platform/foundation/AtomicProperty.h"
 #include "platform/foundation/NSGeometry.h"
+#include "platform/writer/AVAssetWriterInputPixelBufferAdaptor.h"
 #include "util/StageContext.h"
 #include "video/FrameList.h"
 
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <utility>
 
 /// What the video stages of one creator share besides.
 class VideoStageContext : public StageContext {
@@ -31,9 +34,22 @@ public:
     virtual std::shared_ptr<FrameList> imageBuffers() const = 0;
     virtual void setImageBuffers(std::shared_ptr<FrameList> frames) = 0;
 
+    /// Where the frames will be appended; null while there is no writer. Any thread.
+    std::shared_ptr<platform::AVAssetWriterInputPixelBufferAdaptor> pixelBufferAdaptor() const
+    {
+        return pixelBufferAdaptor_.get();
+    }
+    void setPixelBufferAdaptor(std::shared_ptr<platform::AVAssetWriterInputPixelBufferAdaptor> adaptor)
+    {
+        pixelBufferAdaptor_.set(std::move(adaptor));
+    }
+
     /// `VideoSize::videoSizeForQuality`.
     virtual platform::CGSize videoSizeForQuality(int64_t quality, const PhotoList& photos,
                                                  uint64_t* totalFileSize = nullptr, PhotoList* failedPhotos = nullptr);
     /// `fillBufferArray`.
     virtual void _fillBufferArrayUsingPhotos(const PhotoList& photos, platform::CGSize maxVidSize, bool reduceBorders);
+
+private:
+    platform::AtomicProperty<std::shared_ptr<platform::AVAssetWriterInputPixelBufferAdaptor>> pixelBufferAdaptor_;
 };

@@ -2,16 +2,10 @@
 
 #include "platform/foundation/Lock.h"
 
-#include <fcntl.h>
 #include <sys/mman.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
-#include <map>
-#include <optional>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -23,7 +17,6 @@ constexpr size_t kMaxSide = 16384;
 // A cache line: rows of 64 bytes let every scaler and encoder read them aligned.
 constexpr size_t kRowAlignment = 64;
 
-std::atomic<size_t> memoryBudget{size_t{256} << 20};
 std::atomic<size_t> bytesInMemory{0};
 
 /// Memory straight from the kernel, so that giving it back takes it out of the process at once. A few blocks are kept
@@ -110,134 +103,21 @@ private:
     }
 };
 
-/// An unlinked file that buffers of one folder share: one descriptor for thousands of frames.
-class SpillFile final {
-public:
-    /// The file of this folder, made at first need; null if it cannot be made.
-    static std::shared_ptr<SpillFile> fileInFolder(const std::string& folder);
-
-    explicit SpillFile(int descriptor) : descriptor_(descriptor) {}
-    ~SpillFile() { close(descriptor_); }
-    SpillFile(const SpillFile&) = delete;
-    SpillFile& operator=(const SpillFile&) = delete;
-
-    /// Writes the bytes to a free place; its offset, or nothing if not all could be written.
-    std::optional<off_t> write(const uint8_t* bytes, size_t length);
-    bool read(off_t offset, uint8_t* bytes, size_t length) const;
-    /// Frees a place and gives its room back to the disk.
-    void release(off_t offset, size_t length);
-
-private:
-    off_t takePlace(size_t length);
-
-    const int descriptor_;
-    Lock lock_;
-    std::multimap<size_t, off_t> freePlaces_ GUARDED_BY(lock_);
-    off_t end_ GUARDED_BY(lock_) = 0;
-};
-
-int openUnlinked(const std::string& folder)
-{
-    const int descriptor = open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
-    if (descriptor >= 0)
-        return descriptor;
-    // Not every file system has files without a name.
-    std::string name = folder + "/.frames-XXXXXX";
-    const int named = mkostemp(name.data(), O_CLOEXEC);
-    if (named >= 0)
-        unlink(name.c_str());
-    return named;
-}
-
-std::shared_ptr<SpillFile> SpillFile::fileInFolder(const std::string& folder)
-{
-    static Lock lock;
-    // Never destroyed: frames may still be made while the process ends.
-    static auto& files = *new std::map<std::string, std::weak_ptr<SpillFile>>;
-    LockGuard guard(lock);
-    auto& known = files[folder];
-    if (auto file = known.lock())
-        return file;
-    std::erase_if(files, [&](const auto& entry) { return entry.first != folder && entry.second.expired(); });
-    const int descriptor = openUnlinked(folder);
-    if (descriptor < 0)
-        return nullptr;
-    auto file = std::make_shared<SpillFile>(descriptor);
-    files[folder] = file;
-    return file;
-}
-
-off_t SpillFile::takePlace(size_t length)
-{
-    LockGuard guard(lock_);
-    if (const auto place = freePlaces_.find(length); place != freePlaces_.end()) {
-        const off_t offset = place->second;
-        freePlaces_.erase(place);
-        return offset;
-    }
-    const off_t offset = end_;
-    end_ += static_cast<off_t>(length);
-    return offset;
-}
-
-std::optional<off_t> SpillFile::write(const uint8_t* bytes, size_t length)
-{
-    const off_t offset = takePlace(length);
-    size_t written = 0;
-    while (written < length) {
-        const ssize_t count =
-            pwrite(descriptor_, bytes + written, length - written, offset + static_cast<off_t>(written));
-        if (count > 0) {
-            written += static_cast<size_t>(count);
-        } else if (count == 0 || errno != EINTR) {
-            release(offset, length);
-            return std::nullopt;
-        }
-    }
-    return offset;
-}
-
-bool SpillFile::read(off_t offset, uint8_t* bytes, size_t length) const
-{
-    size_t done = 0;
-    while (done < length) {
-        const ssize_t count = pread(descriptor_, bytes + done, length - done, offset + static_cast<off_t>(done));
-        if (count > 0)
-            done += static_cast<size_t>(count);
-        else if (count == 0 || errno != EINTR)
-            return false;
-    }
-    return true;
-}
-
-void SpillFile::release(off_t offset, size_t length)
-{
-    // Where holes are not known the place is only used again.
-    (void)fallocate(descriptor_, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, offset, static_cast<off_t>(length));
-    LockGuard guard(lock_);
-    freePlaces_.emplace(length, offset);
-}
-
 } // namespace
 
-/// Where the pixels are: in memory, or else at a place of the file.
+/// The pixels, one owner each.
 struct CVPixelBuffer::Storage {
-    Storage(size_t length, std::optional<std::string> folder) : bytes(length), spillFolder(std::move(folder)) {}
+    explicit Storage(size_t length) : bytes(length), memory(PixelMemory::take(length)) {}
     ~Storage()
     {
         if (memory)
             PixelMemory::give(memory, bytes);
-        else if (file)
-            file->release(offset, bytes);
     }
     Storage(const Storage&) = delete;
     Storage& operator=(const Storage&) = delete;
 
     const size_t bytes;
-    const std::optional<std::string> spillFolder;
-    uint8_t* memory = nullptr;
-    std::shared_ptr<SpillFile> file;
-    off_t offset = 0;
+    uint8_t* const memory;
 };
 
 CVPixelBuffer::CVPixelBuffer(size_t width, size_t height, size_t bytesPerRow, std::unique_ptr<Storage> storage)
@@ -248,18 +128,8 @@ CVPixelBuffer::~CVPixelBuffer() = default;
 
 int32_t CVPixelBuffer::lockBaseAddress()
 {
-    if (!storage_->memory) {
-        uint8_t* const memory = PixelMemory::take(storage_->bytes);
-        if (!memory)
-            return kCVReturnAllocationFailed;
-        if (!storage_->file->read(storage_->offset, memory, storage_->bytes)) {
-            PixelMemory::give(memory, storage_->bytes);
-            return kCVReturnError;
-        }
-        storage_->file->release(storage_->offset, storage_->bytes);
-        storage_->file.reset();
-        storage_->memory = memory;
-    }
+    if (!storage_)
+        return kCVReturnError;
     base_ = storage_->memory;
     ++locks_;
     return kCVReturnSuccess;
@@ -267,28 +137,18 @@ int32_t CVPixelBuffer::lockBaseAddress()
 
 void CVPixelBuffer::unlockBaseAddress()
 {
-    if (locks_ == 0 || --locks_ > 0)
-        return;
-    base_ = nullptr;
-    // The frame finished last is the one needed last, so the one to write out is always the one at hand.
-    if (storage_->spillFolder && bytesInMemory > memoryBudget)
-        spill();
+    if (locks_ > 0 && --locks_ == 0)
+        base_ = nullptr;
 }
 
-void CVPixelBuffer::spill()
+std::shared_ptr<CVPixelBuffer> CVPixelBuffer::takePixels()
 {
-    auto file = SpillFile::fileInFolder(*storage_->spillFolder);
-    if (!file)
-        return;
-    const auto offset = file->write(storage_->memory, storage_->bytes);
-    if (!offset)
-        return;
-    PixelMemory::give(std::exchange(storage_->memory, nullptr), storage_->bytes);
-    storage_->file = std::move(file);
-    storage_->offset = *offset;
+    if (!storage_ || locks_ > 0)
+        return nullptr;
+    return std::shared_ptr<CVPixelBuffer>(new CVPixelBuffer(width_, height_, bytesPerRow_, std::move(storage_)));
 }
 
-int32_t CVPixelBufferCreate(size_t width, size_t height, uint32_t pixelFormatType, const NSURL* spillFolder,
+int32_t CVPixelBufferCreate(size_t width, size_t height, uint32_t pixelFormatType,
                             std::shared_ptr<CVPixelBuffer>* buffer)
 {
     if (!buffer)
@@ -299,23 +159,11 @@ int32_t CVPixelBufferCreate(size_t width, size_t height, uint32_t pixelFormatTyp
         return kCVReturnInvalidSize;
 
     const size_t bytesPerRow = (width * 4 + kRowAlignment - 1) / kRowAlignment * kRowAlignment;
-    auto storage = std::make_unique<CVPixelBuffer::Storage>(
-        bytesPerRow * height, spillFolder ? std::optional(spillFolder->path()) : std::nullopt);
-    storage->memory = PixelMemory::take(storage->bytes);
+    auto storage = std::make_unique<CVPixelBuffer::Storage>(bytesPerRow * height);
     if (!storage->memory)
         return kCVReturnAllocationFailed;
     buffer->reset(new CVPixelBuffer(width, height, bytesPerRow, std::move(storage)));
     return kCVReturnSuccess;
-}
-
-size_t pixelBufferMemoryBudget()
-{
-    return memoryBudget;
-}
-
-void setPixelBufferMemoryBudget(size_t bytes)
-{
-    memoryBudget = bytes;
 }
 
 size_t pixelBufferBytesInMemory()

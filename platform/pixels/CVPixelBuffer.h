@@ -1,7 +1,5 @@
 #pragma once
 
-#include "platform/files/NSURL.h"
-
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -20,8 +18,7 @@ inline constexpr int32_t kCVReturnInvalidSize = -6681;
 inline constexpr uint32_t kCVPixelFormatType_32ARGB = 32;
 
 /// The pixels of one frame: rows of 4-byte pixels X R G B, top row first. Shared by its makers and users; pixels may be
-/// touched only between lock and unlock. Beyond a budget of the process, unlocked pixels lie in an unlinked file and
-/// are taken back when locked again; where the file cannot grow they stay in memory.
+/// touched only between lock and unlock.
 class CVPixelBuffer final {
 public:
     ~CVPixelBuffer();
@@ -34,17 +31,21 @@ public:
     /// At least 4 * width; a multiple of 64.
     size_t bytesPerRow() const { return bytesPerRow_; }
 
-    /// One thread at a time; locks nest. Pixels that cannot be read back from the file stay there, to be tried again.
-    /// @return kCVReturnSuccess, or another status if the pixels could not be taken back into memory
+    /// One thread at a time; locks nest.
+    /// @return kCVReturnSuccess, or kCVReturnError once the pixels were taken
     [[nodiscard]] int32_t lockBaseAddress();
     void unlockBaseAddress();
     /// Null unless locked; aligned to 64 bytes.
     uint8_t* baseAddress() { return base_; }
 
+    /// A buffer that has the pixels from now on; this one keeps the place of the frame without them. Not while they are
+    /// locked; one thread at a time.
+    /// @return null if they are locked, or were taken before
+    [[nodiscard]] std::shared_ptr<CVPixelBuffer> takePixels();
+
 private:
-    friend int32_t CVPixelBufferCreate(size_t, size_t, uint32_t, const NSURL*, std::shared_ptr<CVPixelBuffer>*);
+    friend int32_t CVPixelBufferCreate(size_t, size_t, uint32_t, std::shared_ptr<CVPixelBuffer>*);
     struct Storage;
-    void spill();
     CVPixelBuffer(size_t width, size_t height, size_t bytesPerRow, std::unique_ptr<Storage> storage);
 
     const size_t width_;
@@ -58,16 +59,10 @@ private:
 
 /// Makes a pixel buffer; its pixels are undefined.
 ///
-/// @param spillFolder  where pixels beyond the memory budget go; null keeps all in memory
-/// @param buffer       out: written on success only
+/// @param buffer  out: written on success only
 /// @return kCVReturnSuccess, or what was wrong: size (each side 1 to 16384), format, no memory
 [[nodiscard]] int32_t CVPixelBufferCreate(size_t width, size_t height, uint32_t pixelFormatType,
-                                          const NSURL* spillFolder, std::shared_ptr<CVPixelBuffer>* buffer);
-
-/// Bytes of pixels that all buffers of the process may keep in memory before unlocked ones are written out; 256 MB
-/// unless set. Any thread.
-size_t pixelBufferMemoryBudget();
-void setPixelBufferMemoryBudget(size_t bytes);
+                                          std::shared_ptr<CVPixelBuffer>* buffer);
 
 /// Bytes of pixels that all buffers of the process have in memory now. Any thread.
 size_t pixelBufferBytesInMemory();

@@ -17,4 +17,10 @@ bool AVAssetWriterInputPixelBufferAdaptor::appendPixelBuffer(std::shared_ptr<CVP
     return buffer && session && session->append(std::move(buffer), presentationTime);
 }
 
+void AVAssetWriterInputPixelBufferAdaptor::codeAhead(CVPixelBuffer& buffer, uint64_t index)
+{
+    if (const auto session = input_->session())
+        session->codeAhead(buffer, index);
+}
+
 } // namespace platform

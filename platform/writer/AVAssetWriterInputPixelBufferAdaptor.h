@@ -4,6 +4,7 @@
 #include "platform/pixels/CVPixelBuffer.h"
 #include "platform/writer/AVAssetWriterInput.h"
 
+#include <cstdint>
 #include <memory>
 
 namespace platform {
@@ -22,6 +23,14 @@ public:
     /// @param presentationTime  numeric, not before the session's start and later than the frame before
     /// @return false if the writer is not writing, or fails by this frame; the writer's error then says why
     [[nodiscard]] bool appendPixelBuffer(std::shared_ptr<CVPixelBuffer> buffer, CMTime presentationTime);
+
+    /// Takes a frame's pixels before its turn to be appended has come, and codes frames on this thread unless the
+    /// writer's own threads keep up: what is finished early then waits as a packet, at a tenth of the memory or less.
+    /// Does nothing where the writer is not writing, or has a frame of this index. Any thread, and several at once.
+    ///
+    /// @param buffer  of the video's size, not locked; without its pixels afterwards, and still to be appended
+    /// @param index   which of the appended frames it will be, counted from 0
+    void codeAhead(CVPixelBuffer& buffer, uint64_t index);
 
 private:
     const std::shared_ptr<AVAssetWriterInput> input_;

@@ -45,14 +45,14 @@ bool AVAssetWriterSession::start(const std::optional<AVVideoSettings>& settings,
         if (status_ != AVAssetWriterStatus::Unknown || ending_)
             return false;
     }
-    encoders_.resize(encoderCount > 0 ? encoderCount : encodersForThisMachine());
+    const size_t threadCount = encoderCount > 0 ? encoderCount : encodersForThisMachine();
+    std::unique_ptr<AVAssetWriterEncoder> encoder;
     NSError error;
     if (!settings)
         error = makeError("there is nothing to write to " + url_.lastPathComponent());
-    else if ((encoders_[0] = AVAssetWriterEncoder::create(*settings, &error)))
+    else if ((encoder = AVAssetWriterEncoder::create(*settings, &error)))
         file_ = AVAssetWriterMovieFile::create(url_, &error);
     if (!file_) {
-        encoders_.clear();
         {
             LockGuard guard(lock_);
             error_ = std::move(error);
@@ -68,20 +68,24 @@ bool AVAssetWriterSession::start(const std::optional<AVVideoSettings>& settings,
         LockGuard guard(lock_);
         status_ = AVAssetWriterStatus::Writing;
         // One frame more than are being coded, so that an encoder never waits for the feeding.
-        capacity_ = encoders_.size() + 1;
-        threadsAtWork_ = encoders_.size();
+        capacity_ = threadCount + 1;
+        threadsAtWork_ = threadCount;
+        // Further ones would take memory and no other time.
+        encoderLimit_ = std::max(threadCount, encodersForThisMachine());
+        encoderCount_ = 1;
+        firstEncoder_ = encoder.get();
+        idleEncoders_.push_back(std::move(encoder));
     }
-    return startThreads();
+    return startThreads(threadCount);
 }
 
-bool AVAssetWriterSession::startThreads()
+bool AVAssetWriterSession::startThreads(size_t count)
 {
-    const size_t count = encoders_.size();
     threads_.reserve(count);
     std::string reason;
     try {
-        for (size_t place = 0; place < count; ++place)
-            threads_.emplace_back([this, place] { work(place); });
+        while (threads_.size() < count)
+            threads_.emplace_back([this] { work(); });
         return true;
     } catch (const std::system_error& exception) {
         reason = exception.what();
@@ -182,8 +186,11 @@ bool AVAssetWriterSession::isReady() const
 
 bool AVAssetWriterSession::isReadyLocked() const
 {
+    // Frames ahead of their turn take nobody's room.
+    const auto waiting =
+        std::ranges::count_if(queue_, [count = times_.size()](const Frame& frame) { return frame.index < count; });
     return status_ == AVAssetWriterStatus::Writing && !ending_ && startTime_ && !isInputFinished_ &&
-           queue_.size() < capacity_;
+           static_cast<size_t>(waiting) < capacity_;
 }
 
 void AVAssetWriterSession::requestMediaData(std::shared_ptr<DispatchQueue> queue, std::function<void()> block)
@@ -234,6 +241,12 @@ void AVAssetWriterSession::markAsFinished()
     request.swap(request_);
 }
 
+bool AVAssetWriterSession::hasVideoSize(const CVPixelBuffer& buffer) const
+{
+    return static_cast<double>(buffer.width()) == settings_.width &&
+           static_cast<double>(buffer.height()) == settings_.height;
+}
+
 std::optional<int64_t> AVAssetWriterSession::movieTime(const CVPixelBuffer& buffer, CMTime presentationTime,
                                                        NSError* error)
 {
@@ -242,8 +255,7 @@ std::optional<int64_t> AVAssetWriterSession::movieTime(const CVPixelBuffer& buff
         fail(error, kAVFoundationErrorDomain, kAVErrorUnknown, which + why);
         return std::nullopt;
     };
-    if (static_cast<double>(buffer.width()) != settings_.width ||
-        static_cast<double>(buffer.height()) != settings_.height)
+    if (!hasVideoSize(buffer))
         return refuse(" has not the video's size");
     if (maximumSampleCount_ && times_.size() >= *maximumSampleCount_)
         return refuse(" is one more than was said to come");
@@ -263,81 +275,151 @@ std::optional<int64_t> AVAssetWriterSession::movieTime(const CVPixelBuffer& buff
 bool AVAssetWriterSession::append(std::shared_ptr<CVPixelBuffer> buffer, CMTime presentationTime)
 {
     NSError error;
+    bool isFine = false;
     {
         LockGuard guard(lock_);
         if (status_ != AVAssetWriterStatus::Writing || ending_ || !startTime_ || isInputFinished_)
             return false;
         if (const auto time = movieTime(*buffer, presentationTime, &error)) {
-            queue_.push_back({times_.size(), std::move(buffer)});
+            isFine = true;
+            if (ahead_.erase(times_.size()) == 0)
+                queue_.push_back({times_.size(), std::move(buffer)});
             times_.push_back(*time);
+            // Cancelling waits for those at work.
+            ++threadsAtWork_;
         }
     }
-    if (buffer) {
+    if (!isFine) {
         end(AVAssetWriterStatus::Failed, std::move(error));
         return false;
     }
     workChanged_.notify_all();
+    startDraining();
+    leave();
     return true;
 }
 
-void AVAssetWriterSession::work(size_t place)
+void AVAssetWriterSession::codeAhead(CVPixelBuffer& buffer, uint64_t index)
 {
-    NSError error;
-    bool isFine = encoders_[place] || makeAlikeEncoder(place, &error);
-    while (isFine) {
-        auto frame = takeFrame(*encoders_[place]);
-        if (!frame)
-            break;
-        pump();
-        std::vector<uint8_t> bytes;
-        isFine = encoders_[place]->encode(std::move(frame->buffer), bytes, &error);
-        if (isFine)
-            deliver(frame->index, std::move(bytes));
+    // Given back outside the lock.
+    std::shared_ptr<CVPixelBuffer> pixels;
+    {
+        LockGuard guard(lock_);
+        if (status_ != AVAssetWriterStatus::Writing || ending_ || index < times_.size() || ahead_.contains(index) ||
+            !hasVideoSize(buffer) || !(pixels = buffer.takePixels()))
+            return;
+        ahead_.insert(index);
+        queue_.push_back({index, std::move(pixels)});
+        ++threadsAtWork_;
     }
-    if (!isFine)
-        end(AVAssetWriterStatus::Failed, std::move(error));
+    workChanged_.notify_all();
+    while (auto coding = nextCoding(Coder::Caller))
+        if (!code(std::move(*coding)))
+            break;
     leave();
 }
 
-bool AVAssetWriterSession::makeAlikeEncoder(size_t place, NSError* error)
+void AVAssetWriterSession::work()
 {
-    encoders_[place] = AVAssetWriterEncoder::create(settings_, error);
-    if (!encoders_[place])
-        return false;
-    return encoders_[place]->isAlike(*encoders_[0]) ||
-           fail(error, kAVFoundationErrorDomain, kAVErrorUnknown,
-                "encoders of " + url_.lastPathComponent() + " do not agree on its header");
-}
-
-std::optional<AVAssetWriterSession::Frame> AVAssetWriterSession::takeFrame(const AVAssetWriterEncoder& encoder)
-{
-    LockGuard guard(lock_);
-    while (true) {
-        if (ending_ && *ending_ != AVAssetWriterStatus::Completed)
-            return std::nullopt;
-        const auto next = std::ranges::find_if(queue_, [&](const Frame& f) { return encoder.accepts(f.index); });
-        if (next != queue_.end()) {
-            Frame frame = std::move(*next);
-            queue_.erase(next);
-            // Others may wait for a frame of this queue that will not come now.
-            if (queue_.empty() && ending_)
-                workChanged_.notify_all();
-            return frame;
-        }
-        if (ending_ && queue_.empty())
-            return std::nullopt;
-        workChanged_.wait(lock_);
+    while (auto coding = nextCoding(Coder::Thread)) {
+        pump();
+        if (!code(std::move(*coding)))
+            break;
     }
+    leave();
 }
 
-void AVAssetWriterSession::deliver(uint64_t index, std::vector<uint8_t> bytes)
+bool AVAssetWriterSession::isGivenUp() const
+{
+    return ending_ && *ending_ != AVAssetWriterStatus::Completed;
+}
+
+std::optional<AVAssetWriterSession::Coding> AVAssetWriterSession::nextCoding(Coder coder)
+{
+    const bool isCaller = coder == Coder::Caller;
+    do {
+        LockGuard guard(lock_);
+        while (true) {
+            // Callers leave the session's threads as many frames as these can take up at once.
+            const bool hasWork = queue_.size() >= (isCaller ? threads_.size() : 1);
+            if (isGivenUp() || (!hasWork && (isCaller || ending_)))
+                return std::nullopt;
+            auto coding = hasWork ? takeCoding() : std::nullopt;
+            if (coding)
+                return coding;
+            const bool lacksEncoder = hasWork && idleEncoders_.empty();
+            if (lacksEncoder && encoderCount_ < encoderLimit_)
+                break;
+            // The idle ones want frames that are not there yet.
+            if (isCaller && !lacksEncoder)
+                return std::nullopt;
+            workChanged_.wait(lock_);
+        }
+        ++encoderCount_;
+    } while (addEncoder());
+    return std::nullopt;
+}
+
+std::optional<AVAssetWriterSession::Coding> AVAssetWriterSession::takeCoding()
+{
+    for (auto frame = queue_.begin(); frame != queue_.end(); ++frame) {
+        const auto encoder =
+            std::ranges::find_if(idleEncoders_, [&](const auto& idle) { return idle->accepts(frame->index); });
+        if (encoder == idleEncoders_.end())
+            continue;
+        Coding coding{std::move(*frame), std::move(*encoder)};
+        queue_.erase(frame);
+        idleEncoders_.erase(encoder);
+        // Others may wait for a frame of this queue that will not come now.
+        if (queue_.empty() && ending_)
+            workChanged_.notify_all();
+        return coding;
+    }
+    return std::nullopt;
+}
+
+bool AVAssetWriterSession::addEncoder()
+{
+    NSError error;
+    auto encoder = AVAssetWriterEncoder::create(settings_, &error);
+    if (encoder && !encoder->isAlike(*firstEncoder_)) {
+        error = makeError("encoders of " + url_.lastPathComponent() + " do not agree on its header");
+        encoder = nullptr;
+    }
+    if (!encoder) {
+        end(AVAssetWriterStatus::Failed, std::move(error));
+        return false;
+    }
+    LockGuard guard(lock_);
+    idleEncoders_.push_back(std::move(encoder));
+    return true;
+}
+
+bool AVAssetWriterSession::code(Coding coding)
+{
+    NSError error;
+    std::vector<uint8_t> bytes;
+    const bool isFine = coding.encoder->encode(std::move(coding.frame.buffer), bytes, &error);
+    {
+        LockGuard guard(lock_);
+        idleEncoders_.push_back(std::move(coding.encoder));
+        if (isFine)
+            packets_.emplace(coding.frame.index, std::move(bytes));
+    }
+    workChanged_.notify_all();
+    if (isFine)
+        startDraining();
+    else
+        end(AVAssetWriterStatus::Failed, std::move(error));
+    return isFine;
+}
+
+void AVAssetWriterSession::startDraining()
 {
     {
         LockGuard guard(lock_);
-        packets_.emplace(index, std::move(bytes));
-        if (isDraining_)
+        if (std::exchange(isDraining_, true))
             return;
-        isDraining_ = true;
     }
     drain();
 }
@@ -358,9 +440,8 @@ std::optional<AVAssetWriterSession::Packet> AVAssetWriterSession::takePacket()
     LockGuard guard(lock_);
     const auto next = packets_.find(nextPacket_);
     const bool isLast = nextPacket_ + 1 == times_.size();
-    const bool isGivenUp = ending_ && *ending_ != AVAssetWriterStatus::Completed;
     // How long a frame lasts is known with the next one's time, or when it is known that none will come.
-    if (next == packets_.end() || isGivenUp || (isLast && !ending_)) {
+    if (next == packets_.end() || nextPacket_ >= times_.size() || isGivenUp() || (isLast && !ending_)) {
         isDraining_ = false;
         return std::nullopt;
     }
@@ -381,8 +462,8 @@ std::optional<AVAssetWriterSession::Packet> AVAssetWriterSession::takePacket()
 
 bool AVAssetWriterSession::writePacket(const Packet& packet, NSError* error)
 {
-    if (!std::exchange(hasBegun_, true) &&
-        !file_->begin(encoders_[0]->parameters(), packet.timescale, indexFirst_, maximumSampleCount_, metadata_, error))
+    if (!std::exchange(hasBegun_, true) && !file_->begin(firstEncoder_->parameters(), packet.timescale, indexFirst_,
+                                                         maximumSampleCount_, metadata_, error))
         return false;
     return file_->write(packet.bytes, packet.time, packet.duration, error);
 }
@@ -403,7 +484,13 @@ void AVAssetWriterSession::leave()
             end(AVAssetWriterStatus::Failed, std::move(error));
     }
     file_.reset();
-    encoders_.clear();
+    // Encoders are large.
+    decltype(idleEncoders_) encoders;
+    {
+        LockGuard guard(lock_);
+        encoders.swap(idleEncoders_);
+    }
+    encoders.clear();
     if (isWhole && settle(AVAssetWriterStatus::Completed))
         return;
     // A cancel that came during the last moments: the finished file is not wanted.
@@ -418,8 +505,7 @@ void AVAssetWriterSession::end(AVAssetWriterStatus how, std::optional<NSError> e
     std::deque<Frame> dropped;
     {
         LockGuard guard(lock_);
-        const bool isDecided = ending_ && *ending_ != AVAssetWriterStatus::Completed;
-        if (status_ != AVAssetWriterStatus::Writing || isDecided)
+        if (status_ != AVAssetWriterStatus::Writing || isGivenUp())
             return;
         ending_ = how;
         error_ = std::move(error);

@@ -15,6 +15,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <thread>
 #include <vector>
 
@@ -23,9 +24,10 @@ namespace platform {
 class AVAssetWriterEncoder;
 class AVAssetWriterMovieFile;
 
-/// One movie in the making: what a writer and its input share. Frames go through a short queue to threads with an
-/// encoder each; whoever finishes the packet that the file needs next writes it and those that wait behind it. The last
-/// thread to leave completes or removes the file. For the writer alone; any thread.
+/// One movie in the making: what a writer and its input share. Frames wait in a queue for the session's threads, and
+/// for those of callers that code ahead; each coding takes one frame and one idle encoder that accepts it. Whoever
+/// finishes the packet that the file needs next writes it and those that wait behind it. The last thread to leave
+/// completes or removes the file. For the writer alone; any thread.
 class AVAssetWriterSession final : public std::enable_shared_from_this<AVAssetWriterSession> {
 public:
     explicit AVAssetWriterSession(NSURL url);
@@ -54,6 +56,7 @@ public:
     void requestMediaData(std::shared_ptr<DispatchQueue> queue, std::function<void()> block);
     void markAsFinished();
     bool append(std::shared_ptr<CVPixelBuffer> buffer, CMTime presentationTime);
+    void codeAhead(CVPixelBuffer& buffer, uint64_t index);
     /// @}
 
 private:
@@ -61,6 +64,12 @@ private:
         uint64_t index = 0;
         std::shared_ptr<CVPixelBuffer> buffer;
     };
+    /// A frame on its way through an encoder.
+    struct Coding {
+        Frame frame;
+        std::unique_ptr<AVAssetWriterEncoder> encoder;
+    };
+    enum class Coder { Thread, Caller };
     struct Packet {
         std::vector<uint8_t> bytes;
         int64_t time = 0;
@@ -76,17 +85,25 @@ private:
     bool isReadyLocked() const REQUIRES(lock_);
     /// Asks for media if there is room and it is not being asked for already.
     void pump();
+    bool hasVideoSize(const CVPixelBuffer& buffer) const;
     /// The frame's time in the movie's time scale; nothing, and why, if it cannot stand there.
     [[nodiscard]] std::optional<int64_t> movieTime(const CVPixelBuffer& buffer, CMTime presentationTime, NSError* error)
         REQUIRES(lock_);
 
-    bool startThreads();
-    /// What a thread does, with the encoder of its place.
-    void work(size_t place);
-    [[nodiscard]] bool makeAlikeEncoder(size_t place, NSError* error);
-    /// Waits for a frame that the encoder accepts; nothing when no more will come.
-    std::optional<Frame> takeFrame(const AVAssetWriterEncoder& encoder);
-    void deliver(uint64_t index, std::vector<uint8_t> bytes);
+    bool startThreads(size_t count);
+    /// What a thread does.
+    void work();
+    /// Waits for a frame and an idle encoder that accepts it: a thread until no more will come, a caller only for
+    /// encoders that are at work. Makes encoders up to the limit. Nothing, too, if that failed.
+    std::optional<Coding> nextCoding(Coder coder);
+    std::optional<Coding> takeCoding() REQUIRES(lock_);
+    /// Adds an idle encoder; on failure the session ends.
+    [[nodiscard]] bool addEncoder();
+    /// @return false on failure; the session then ends
+    [[nodiscard]] bool code(Coding coding);
+    bool isGivenUp() const REQUIRES(lock_);
+    /// Writes what can be written, unless another thread is at it.
+    void startDraining();
     /// Writes all packets whose turn has come.
     void drain();
     std::optional<Packet> takePacket();
@@ -114,25 +131,32 @@ private:
     std::optional<AVAssetWriterStatus> ending_ GUARDED_BY(lock_);
     std::optional<CMTime> startTime_ GUARDED_BY(lock_);
     int32_t timescale_ GUARDED_BY(lock_) = 0;
-    /// Of all frames so far.
+    /// Of all frames appended so far.
     std::vector<int64_t> times_ GUARDED_BY(lock_);
+    /// To be coded, in the order in which they came.
     std::deque<Frame> queue_ GUARDED_BY(lock_);
+    /// Indexes of frames that are here before they are appended.
+    std::set<uint64_t> ahead_ GUARDED_BY(lock_);
     size_t capacity_ GUARDED_BY(lock_) = 0;
     bool isInputFinished_ GUARDED_BY(lock_) = false;
     std::optional<Request> request_ GUARDED_BY(lock_);
     std::map<uint64_t, std::vector<uint8_t>> packets_ GUARDED_BY(lock_);
     uint64_t nextPacket_ GUARDED_BY(lock_) = 0;
     bool isDraining_ GUARDED_BY(lock_) = false;
+    /// Callers among them, as long as they code or write.
     size_t threadsAtWork_ GUARDED_BY(lock_) = 0;
+    std::vector<std::unique_ptr<AVAssetWriterEncoder>> idleEncoders_ GUARDED_BY(lock_);
+    /// At work and idle.
+    size_t encoderCount_ GUARDED_BY(lock_) = 0;
+    size_t encoderLimit_ GUARDED_BY(lock_) = 0;
     std::vector<std::function<void()>> handlers_ GUARDED_BY(lock_);
 
     /// Only the thread that drains, or the last one.
     std::unique_ptr<AVAssetWriterMovieFile> file_;
     bool hasBegun_ = false;
 
-    /// One a thread, each touched by its thread; the first is there before the threads are, and stays until the last of
-    /// them leaves.
-    std::vector<std::unique_ptr<AVAssetWriterEncoder>> encoders_;
+    /// Gives the file its header and is one of the others otherwise; there from the start to the last thread's leaving.
+    const AVAssetWriterEncoder* firstEncoder_ = nullptr;
     std::vector<std::jthread> threads_;
 };
 

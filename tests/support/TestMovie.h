@@ -22,7 +22,7 @@ inline std::shared_ptr<platform::CVPixelBuffer> makeFrame(size_t width, size_t h
                                                           const std::function<Color(size_t x, size_t y)>& paint)
 {
     std::shared_ptr<platform::CVPixelBuffer> buffer;
-    if (platform::CVPixelBufferCreate(width, height, platform::kCVPixelFormatType_32ARGB, nullptr, &buffer) !=
+    if (platform::CVPixelBufferCreate(width, height, platform::kCVPixelFormatType_32ARGB, &buffer) !=
             platform::kCVReturnSuccess ||
         buffer->lockBaseAddress() != platform::kCVReturnSuccess)
         throw std::runtime_error("no pixel buffer");

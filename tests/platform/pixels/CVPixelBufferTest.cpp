@@ -1,25 +1,19 @@
 #include "platform/pixels/CVPixelBuffer.h"
 
-#include "tests/support/TestPicture.h"
-
 #include <gtest/gtest.h>
 
-#include <sys/resource.h>
-#include <sys/statvfs.h>
-
-#include <csignal>
-#include <cstring>
-#include <filesystem>
+#include <array>
 #include <thread>
+#include <vector>
 
 using namespace platform;
 
 namespace {
 
-std::shared_ptr<CVPixelBuffer> make(size_t width, size_t height, const NSURL* folder = nullptr)
+std::shared_ptr<CVPixelBuffer> make(size_t width, size_t height)
 {
     std::shared_ptr<CVPixelBuffer> buffer;
-    EXPECT_EQ(CVPixelBufferCreate(width, height, kCVPixelFormatType_32ARGB, folder, &buffer), kCVReturnSuccess);
+    EXPECT_EQ(CVPixelBufferCreate(width, height, kCVPixelFormatType_32ARGB, &buffer), kCVReturnSuccess);
     return buffer;
 }
 
@@ -42,18 +36,6 @@ bool holds(CVPixelBuffer& buffer, uint8_t seed)
     return isRight;
 }
 
-/// A budget for one test.
-class Budget final {
-public:
-    explicit Budget(size_t bytes) : before_(pixelBufferMemoryBudget()) { setPixelBufferMemoryBudget(bytes); }
-    ~Budget() { setPixelBufferMemoryBudget(before_); }
-    Budget(const Budget&) = delete;
-    Budget& operator=(const Budget&) = delete;
-
-private:
-    const size_t before_;
-};
-
 } // namespace
 
 TEST(CVPixelBuffer, HasTheSizeAskedForAndAlignedRows)
@@ -75,117 +57,64 @@ TEST(CVPixelBuffer, HasTheSizeAskedForAndAlignedRows)
 TEST(CVPixelBuffer, RefusesWhatItCannotMake)
 {
     std::shared_ptr<CVPixelBuffer> buffer;
-    EXPECT_EQ(CVPixelBufferCreate(0, 10, 32, nullptr, &buffer), kCVReturnInvalidSize);
-    EXPECT_EQ(CVPixelBufferCreate(10, 0, 32, nullptr, &buffer), kCVReturnInvalidSize);
-    EXPECT_EQ(CVPixelBufferCreate(16385, 10, 32, nullptr, &buffer), kCVReturnInvalidSize);
-    EXPECT_EQ(CVPixelBufferCreate(10, 10, 24, nullptr, &buffer), kCVReturnInvalidPixelFormat);
-    EXPECT_EQ(CVPixelBufferCreate(10, 10, 32, nullptr, nullptr), kCVReturnInvalidArgument);
+    EXPECT_EQ(CVPixelBufferCreate(0, 10, 32, &buffer), kCVReturnInvalidSize);
+    EXPECT_EQ(CVPixelBufferCreate(10, 0, 32, &buffer), kCVReturnInvalidSize);
+    EXPECT_EQ(CVPixelBufferCreate(16385, 10, 32, &buffer), kCVReturnInvalidSize);
+    EXPECT_EQ(CVPixelBufferCreate(10, 10, 24, &buffer), kCVReturnInvalidPixelFormat);
+    EXPECT_EQ(CVPixelBufferCreate(10, 10, 32, nullptr), kCVReturnInvalidArgument);
     EXPECT_EQ(buffer, nullptr);
 }
 
-TEST(CVPixelBuffer, StaysInMemoryWithinTheBudget)
+TEST(CVPixelBuffer, CountsItsPixelsWhileTheyAreInMemory)
 {
-    const TemporaryFolder folder;
-    const NSURL url = test::url(folder.path());
-    const Budget budget(pixelBufferBytesInMemory() + (size_t{4} << 20));
     const size_t before = pixelBufferBytesInMemory();
-    const auto buffer = make(256, 256, &url);
+    auto buffer = make(256, 256);
     fill(*buffer, 3);
     EXPECT_EQ(pixelBufferBytesInMemory() - before, size_t{256} * 256 * 4);
     EXPECT_TRUE(holds(*buffer, 3));
+    buffer.reset();
+    EXPECT_EQ(pixelBufferBytesInMemory(), before);
 }
 
-TEST(CVPixelBuffer, LeavesMemoryBeyondTheBudgetAndComesBackUnchanged)
+TEST(CVPixelBuffer, StaysLockedUntilTheLastLockIsGivenBack)
 {
-    const TemporaryFolder folder;
-    const NSURL url = test::url(folder.path());
-    const Budget budget(0);
-    const size_t before = pixelBufferBytesInMemory();
-    std::vector<std::shared_ptr<CVPixelBuffer>> buffers;
-    for (uint8_t i = 0; i < 20; ++i) {
-        buffers.push_back(make(100 + i, 90, &url));
-        fill(*buffers.back(), i);
-    }
-    EXPECT_EQ(pixelBufferBytesInMemory(), before);
-    for (uint8_t i = 0; i < 20; ++i)
-        EXPECT_TRUE(holds(*buffers[i], i)) << int{i};
-    EXPECT_EQ(pixelBufferBytesInMemory(), before);
-    EXPECT_TRUE(std::filesystem::is_empty(folder.path())) << "the file has no name";
-}
-
-TEST(CVPixelBuffer, StaysInMemoryWhileItIsLocked)
-{
-    const TemporaryFolder folder;
-    const NSURL url = test::url(folder.path());
-    const Budget budget(0);
-    const auto buffer = make(64, 64, &url);
+    const auto buffer = make(64, 64);
     ASSERT_EQ(buffer->lockBaseAddress(), kCVReturnSuccess);
     uint8_t* const base = buffer->baseAddress();
     ASSERT_EQ(buffer->lockBaseAddress(), kCVReturnSuccess);
     buffer->unlockBaseAddress();
     EXPECT_EQ(buffer->baseAddress(), base);
-    base[0] = 1;
     buffer->unlockBaseAddress();
     EXPECT_EQ(buffer->baseAddress(), nullptr);
+    buffer->unlockBaseAddress();
+    ASSERT_EQ(buffer->lockBaseAddress(), kCVReturnSuccess);
+    EXPECT_EQ(buffer->baseAddress(), base);
 }
 
-TEST(CVPixelBuffer, KeepsItsPixelsInMemoryWhereTheFolderIsMissing)
+TEST(CVPixelBuffer, LetsItsPixelsBeTakenOnce)
 {
-    const NSURL url = test::url("/nonexistent/folder");
-    const Budget budget(0);
-    const auto buffer = make(64, 64, &url);
+    const size_t before = pixelBufferBytesInMemory();
+    const auto buffer = make(64, 48);
     fill(*buffer, 9);
-    EXPECT_TRUE(holds(*buffer, 9));
-    EXPECT_GE(pixelBufferBytesInMemory(), size_t{64} * 64 * 4);
+    ASSERT_EQ(buffer->lockBaseAddress(), kCVReturnSuccess);
+    EXPECT_EQ(buffer->takePixels(), nullptr) << "they are locked";
+    buffer->unlockBaseAddress();
+    auto taken = buffer->takePixels();
+    ASSERT_NE(taken, nullptr);
+    EXPECT_EQ(taken->width(), 64u);
+    EXPECT_EQ(taken->height(), 48u);
+    EXPECT_EQ(taken->bytesPerRow(), buffer->bytesPerRow());
+    EXPECT_TRUE(holds(*taken, 9));
+    EXPECT_EQ(buffer->width(), 64u);
+    EXPECT_EQ(buffer->lockBaseAddress(), kCVReturnError);
+    EXPECT_EQ(buffer->baseAddress(), nullptr);
+    EXPECT_EQ(buffer->takePixels(), nullptr);
+    taken.reset();
+    EXPECT_EQ(pixelBufferBytesInMemory(), before) << "the frame's place alone is left";
 }
 
-TEST(CVPixelBuffer, KeepsItsPixelsInMemoryWhereTheFileCannotGrow)
+TEST(CVPixelBuffer, MayBeMadeOnManyThreads)
 {
-    const TemporaryFolder folder;
-    const NSURL url = test::url(folder.path());
-    const Budget budget(0);
-    // A limit on file lengths is answered like a full disk.
-    struct rlimit before {};
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
-    const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
-    struct rlimit small = before;
-    small.rlim_cur = size_t{100} << 10;
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
-    std::vector<std::shared_ptr<CVPixelBuffer>> buffers;
-    for (uint8_t i = 0; i < 4; ++i) {
-        buffers.push_back(make(128, 128, &url));
-        fill(*buffers.back(), i);
-    }
-    const size_t inMemory = pixelBufferBytesInMemory();
-    bool isRight = true;
-    for (uint8_t i = 0; i < 4; ++i)
-        isRight = isRight && holds(*buffers[i], i);
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
-    std::signal(SIGXFSZ, oldHandler);
-    EXPECT_TRUE(isRight);
-    EXPECT_GE(inMemory, size_t{3} * 128 * 128 * 4);
-}
-
-TEST(CVPixelBuffer, GivesItsPlaceInTheFileToTheNext)
-{
-    const TemporaryFolder folder;
-    const NSURL url = test::url(folder.path());
-    const Budget budget(0);
-    const auto kept = make(64, 64, &url);
-    fill(*kept, 1);
-    for (uint8_t i = 0; i < 50; ++i) {
-        const auto passing = make(512, 512, &url);
-        fill(*passing, i);
-        ASSERT_TRUE(holds(*passing, i));
-    }
-    EXPECT_TRUE(holds(*kept, 1));
-}
-
-TEST(CVPixelBuffer, MayBeMadeAndSpilledOnManyThreads)
-{
-    const TemporaryFolder folder;
-    const NSURL url = test::url(folder.path());
-    const Budget budget(0);
     std::array<bool, 4> isRight{};
     {
         std::vector<std::jthread> threads;
@@ -193,7 +122,7 @@ TEST(CVPixelBuffer, MayBeMadeAndSpilledOnManyThreads)
             threads.emplace_back([&, t] {
                 bool allRight = true;
                 for (uint8_t i = 0; i < 20; ++i) {
-                    const auto buffer = make(96 + 16 * t, 64, &url);
+                    const auto buffer = make(96 + 16 * t, 64);
                     fill(*buffer, static_cast<uint8_t>(i + 40 * t));
                     allRight = allRight && holds(*buffer, static_cast<uint8_t>(i + 40 * t));
                 }

@@ -10,6 +10,7 @@
 #include "tests/support/TestMovie.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <csignal>
@@ -174,6 +175,43 @@ TEST_P(AVAssetWriterOfCodec, WritesTheSameMovieWithAnyNumberOfEncoders)
     }
 }
 
+TEST_P(AVAssetWriterOfCodec, WritesTheSameMovieOfFramesThatWereCodedAhead)
+{
+    constexpr size_t kCount = 23;
+    write(GetParam(), kCount, 10000, 64, 48, 1);
+    const std::string inTurn = TemporaryFolder::contentsOf(url.path());
+    const auto frames = testmovie::decode(url.path(), 64, 48);
+    (void)NSFileManager::defaultManager().removeItemAtURL(url);
+
+    Writing writing(url, GetParam());
+    writing.writer->setEncoderCount(1);
+    ASSERT_TRUE(writing.start());
+    std::vector<std::shared_ptr<CVPixelBuffer>> buffers;
+    for (size_t i = 0; i < kCount; ++i)
+        buffers.push_back(makeNthFrame(64, 48, i));
+    {
+        // All even ones before the odd ones, which no single encoder of H.264 would take; every fifth not at all.
+        std::vector<std::jthread> threads;
+        for (const size_t first : {0u, 2u, 1u, 3u})
+            threads.emplace_back([&, first] {
+                for (size_t i = first; i < kCount; i += 4)
+                    if (i % 5 != 4)
+                        writing.adaptor.codeAhead(*buffers[i], i);
+            });
+    }
+    for (size_t i = 0; i < kCount; ++i) {
+        EXPECT_EQ(buffers[i]->takePixels() == nullptr, i % 5 != 4) << i;
+        if (i % 5 == 4)
+            buffers[i] = makeNthFrame(64, 48, i);
+        ASSERT_TRUE(writing.append(buffers[i], at(static_cast<int64_t>(i) * 10000)));
+    }
+    ASSERT_EQ(writing.finish(), AVAssetWriterStatus::Completed);
+    if (std::string(GetParam()) == "hvc1")
+        EXPECT_TRUE(testmovie::decode(url.path(), 64, 48) == frames);
+    else
+        EXPECT_TRUE(TemporaryFolder::contentsOf(url.path()) == inTurn);
+}
+
 /// How far a channel may be off: rounding to 8 bits in both directions, and the codec's own loss on flat colours and
 /// on a slow ramp.
 int toleranceOf(const std::string& codec)
@@ -264,10 +302,11 @@ TEST_F(AVAssetWriterTest, CodesH264SoThatEveryPlayerTakesIt)
 {
     write("avc1", 2, 30000, 1920, 1080);
     EXPECT_EQ(testmovie::probe(url.path(), "stream=profile,level,pix_fmt,has_b_frames,chroma_location"),
-              (std::vector<std::string>{"High,0,yuv420p,40,left"}));
+              (std::vector<std::string>{"Constrained Baseline,0,yuv420p,40,left"}));
     (void)NSFileManager::defaultManager().removeItemAtURL(url);
     write("avc1", 1, 30000, 3840, 2160);
-    EXPECT_EQ(testmovie::probe(url.path(), "stream=profile,level"), (std::vector<std::string>{"High,51"}));
+    EXPECT_EQ(testmovie::probe(url.path(), "stream=profile,level"),
+              (std::vector<std::string>{"Constrained Baseline,51"}));
 }
 
 TEST_F(AVAssetWriterTest, CodesHEVCSoThatHardwarePlayersTakeIt)
@@ -571,6 +610,83 @@ TEST_F(AVAssetWriterTest, LetsGoOfFramesAsItCodesThem)
         std::this_thread::yield();
     EXPECT_EQ(held(), 0) << "the movie is not even finished";
     EXPECT_EQ(writing.finish(), AVAssetWriterStatus::Completed);
+}
+
+TEST_F(AVAssetWriterTest, LeavesFramesAloneThatItCannotCodeAhead)
+{
+    Writing writing(url);
+    const auto frame = makeNthFrame(64, 48, 0);
+    writing.adaptor.codeAhead(*frame, 0);
+    ASSERT_TRUE(writing.start());
+    const auto small = makeNthFrame(16, 16, 0);
+    writing.adaptor.codeAhead(*small, 0);
+    EXPECT_NE(small->takePixels(), nullptr) << "not the video's size";
+    ASSERT_TRUE(writing.append(frame, at(0)));
+    const auto late = makeNthFrame(64, 48, 1);
+    writing.adaptor.codeAhead(*late, 0);
+    EXPECT_NE(late->takePixels(), nullptr) << "its turn is over";
+    const auto next = makeNthFrame(64, 48, 1);
+    writing.adaptor.codeAhead(*next, 1);
+    const auto twin = makeNthFrame(64, 48, 2);
+    writing.adaptor.codeAhead(*twin, 1);
+    EXPECT_NE(twin->takePixels(), nullptr) << "another has its index";
+    ASSERT_TRUE(writing.append(next, at(1)));
+    EXPECT_EQ(writing.finish(), AVAssetWriterStatus::Completed);
+    const auto after = makeNthFrame(64, 48, 3);
+    writing.adaptor.codeAhead(*after, 2);
+    EXPECT_NE(after->takePixels(), nullptr) << "the movie is finished";
+}
+
+TEST_F(AVAssetWriterTest, TakesNoRoomForFramesAheadOfTheirTurn)
+{
+    Writing writing(url, "avc1");
+    writing.writer->setEncoderCount(3);
+    ASSERT_TRUE(writing.start());
+    // Even ones alone: encoders that want odd ones leave some waiting.
+    std::vector<std::shared_ptr<CVPixelBuffer>> frames(40);
+    for (size_t i = 2; i < frames.size(); i += 2) {
+        frames[i] = makeNthFrame(64, 48, i);
+        writing.adaptor.codeAhead(*frames[i], i);
+    }
+    EXPECT_TRUE(writing.input->isReadyForMoreMediaData());
+    for (size_t i = 0; i < frames.size(); ++i)
+        ASSERT_TRUE(writing.append(frames[i] ? frames[i] : makeNthFrame(64, 48, i), at(static_cast<int64_t>(i))));
+    EXPECT_EQ(writing.finish(), AVAssetWriterStatus::Completed);
+    EXPECT_EQ(testmovie::decode(url.path(), 64, 48).size(), frames.size());
+}
+
+TEST_F(AVAssetWriterTest, CodesInTheCallersTimeWhereItsThreadsDoNotKeepUp)
+{
+    Writing writing(url, "hvc1", 1280, 720);
+    writing.writer->setEncoderCount(1);
+    ASSERT_TRUE(writing.start());
+    const size_t before = pixelBufferBytesInMemory();
+    for (size_t i = 0; i < 6; ++i) {
+        writing.adaptor.codeAhead(*makePlainFrame(1280, 720, {1, 2, 3}), i);
+        // The writer's thread may have taken up one.
+        EXPECT_LE(pixelBufferBytesInMemory() - before, size_t{1280} * 720 * 4) << i;
+    }
+}
+
+TEST_F(AVAssetWriterTest, CancelWaitsForCallersThatCodeAhead)
+{
+    for (int round = 0; round < 4; ++round) {
+        Writing writing(url, "hvc1", 320, 240);
+        writing.writer->setEncoderCount(1);
+        ASSERT_TRUE(writing.start());
+        std::atomic<size_t> coded{0};
+        std::vector<std::jthread> threads;
+        for (size_t first = 0; first < 3; ++first)
+            threads.emplace_back([&, first] {
+                for (size_t i = first; i < 60; i += 3, ++coded)
+                    writing.adaptor.codeAhead(*makeNthFrame(320, 240, i), i);
+            });
+        while (coded < 3)
+            std::this_thread::yield();
+        writing.writer->cancelWriting();
+        EXPECT_EQ(writing.writer->status(), AVAssetWriterStatus::Cancelled);
+        EXPECT_TRUE(isEmptyFolder(folder));
+    }
 }
 
 TEST_F(AVAssetWriterTest, IsReadyOnlyWhileTheQueueHasRoom)
