@@ -6,6 +6,8 @@
 #include "client/JobFolder.h"
 #include "client/LocalizedText.h"
 #include "client/MovieCheck.h"
+#include "client/MovieTimetable.h"
+#include "client/RemainingTime.h"
 #include "client/ServiceConnection.h"
 #include "client/ServiceProcess.h"
 #include "client/SilentSound.h"
@@ -27,6 +29,8 @@
 #include <iterator>
 #include <limits>
 #include <map>
+#include <string_view>
+#include <thread>
 #include <utility>
 
 #include <fmt/format.h>
@@ -46,6 +50,11 @@ constexpr milliseconds kTick{150};
 
 /// How often the job's folder is measured, at the rarest.
 constexpr milliseconds kMeasureInterval{2'000};
+
+/// How often sound that is converted is measured, and the time left told anew.
+constexpr milliseconds kSoundInterval{500};
+
+constexpr std::string_view kConversionStage = "VideoCreationTitleConvertingAndTrimmingAssets";
 
 /// A rate that every player knows and that is quick to encode: a movie without music needs no more.
 constexpr int kSilenceRateHz = 16000;
@@ -93,13 +102,12 @@ public:
     explicit ProgressReceiver(std::shared_ptr<Mailbox> mailbox) : mailbox_(std::move(mailbox)) {}
 
     void updateProgressWithTitle(const std::string& title, const std::optional<platform::NSData>& image,
-                                 bool determinate, double progress, double total, double timeInterval) override
+                                 bool determinate, double progress, double total, double /*timeInterval*/) override
     {
+        // The service's own estimate is of the rendering alone, by the bytes of the photos.
         MovieProgress update{title, {}, determinate, progress, total, std::nullopt};
         if (image)
             update.image = bytesOf(*image);
-        if (timeInterval >= 0)
-            update.timeLeft = Seconds(timeInterval);
         {
             const platform::LockGuard guard(mailbox_->lock);
             mailbox_->progress = std::move(update);
@@ -132,7 +140,8 @@ public:
     Job(MovieMaker& maker, const MovieRequest& request, Observer& observer)
         : maker_(maker), request_(request),
           saveFolder_(platform::NSURL::fileURLWithPath(request.saveFolder.native(), true)), observer_(observer),
-          mailbox_(std::make_shared<Mailbox>(maker.wakeUp_))
+          mailbox_(std::make_shared<Mailbox>(maker.wakeUp_)),
+          remainingTime_(timetableOf(request, std::thread::hardware_concurrency()))
     {}
 
     Result<Movie> run();
@@ -146,6 +155,8 @@ private:
     bool send();
     Ending watch();
     bool deliverProgress();
+    void tell(MovieProgress progress);
+    void watchSound();
     bool isSilentForTooLong(Clock::time_point now);
     Result<Movie> finish(Ending ending);
     Result<Movie> takeMovie(const platform::NSURL& made);
@@ -183,6 +194,13 @@ private:
     std::optional<platform::NSURL> silence_;
     /// The locations that a file goes by, one for each part of it.
     std::map<std::string, std::vector<std::pair<SoundFacts::Selection, platform::NSURL>>> locationsOfSounds_;
+
+    const Clock::time_point start_ = Clock::now();
+    RemainingTime remainingTime_;
+    /// What is told again, with a newer estimate, while the service converts and says nothing.
+    std::optional<MovieProgress> conversion_;
+    Clock::time_point lastTold_;
+    uint64_t sizeBeforeSound_ = 0;
 
     Clock::time_point lastSignOfLife_;
     Clock::time_point lastMeasured_;
@@ -366,9 +384,30 @@ bool MovieMaker::Job::deliverProgress()
         if (mailbox_->answer)
             answer_ = mailbox_->answer;
     }
-    if (progress)
-        observer_.progressChanged(*progress);
-    return progress.has_value();
+    if (!progress)
+        return false;
+    remainingTime_.progressed(progress->stage, progress->progress, progress->total, Clock::now() - start_);
+    const bool converts = progress->stage == kConversionStage && progress->total == 0;
+    conversion_ = converts ? progress : std::nullopt;
+    tell(std::move(*progress));
+    return true;
+}
+
+void MovieMaker::Job::tell(MovieProgress progress)
+{
+    lastTold_ = Clock::now();
+    progress.timeLeft = remainingTime_.left(lastTold_ - start_);
+    observer_.progressChanged(progress);
+}
+
+/// The service says nothing while it converts single files, but what it writes grows.
+void MovieMaker::Job::watchSound()
+{
+    if (!conversion_ || Clock::now() - lastTold_ < kSoundInterval)
+        return;
+    const uint64_t size = folder_->sizeOfContents();
+    remainingTime_.soundGrew(static_cast<double>(size - std::min(size, sizeBeforeSound_)), Clock::now() - start_);
+    tell(*conversion_);
 }
 
 /// Some stages report nothing for minutes (long music is converted in one go), but their files grow.
@@ -386,6 +425,7 @@ bool MovieMaker::Job::isSilentForTooLong(Clock::time_point now)
 MovieMaker::Job::Ending MovieMaker::Job::watch()
 {
     lastSignOfLife_ = lastMeasured_ = Clock::now();
+    sizeBeforeSound_ = folder_->sizeOfContents();
     std::optional<Clock::time_point> deadline;
     Ending ending = Ending::Answered;
     bool hasLog = true;
@@ -398,6 +438,7 @@ MovieMaker::Job::Ending MovieMaker::Job::watch()
         // For this frame the service would wait for ever.
         if (missingFrame_ && !deadline)
             return Ending::FrameMissing;
+        watchSound();
         const auto now = Clock::now();
         // The service removes what it could not finish, so that later there is room again.
         leastFree_ = std::min(leastFree_, freeBytes(saveFolder_.path()).value_or(leastFree_));

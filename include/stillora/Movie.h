@@ -179,6 +179,7 @@ struct MovieProgress {
     bool isDeterminate = false;
     double progress = 0;
     double total = 0;
+    /// Until the movie is in its place; nothing while too little is done to tell.
     std::optional<Seconds> timeLeft;
 };
 

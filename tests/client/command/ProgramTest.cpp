@@ -301,9 +301,11 @@ TEST_F(Program, WritesAnObjectForEachUpdateAndLastTheResult)
     std::istringstream lines(withoutChecks(result.out));
     std::string line;
     ASSERT_TRUE(std::getline(lines, line));
-    EXPECT_EQ(line,
-              R"({"event": "progress", "stage": "VideoCreationTitleRenderingVideo", "title": "Rendering the photos", )"
-              R"("determinate": true, "progress": 1, "total": 4, "secondsLeft": 2.5})");
+    // Too little is done to tell how long it takes, unless the machine is very slow; the service's word is not taken.
+    EXPECT_THAT(line, StartsWith(R"({"event": "progress", "stage": "VideoCreationTitleRenderingVideo", )"
+                                 R"("title": "Rendering the photos", )"
+                                 R"("determinate": true, "progress": 1, "total": 4, "secondsLeft": )"));
+    EXPECT_THAT(line, Not(HasSubstr("2.5")));
     ASSERT_TRUE(std::getline(lines, line));
     EXPECT_THAT(line, StartsWith(R"({"event": "result", "ok": true, "cancelled": false, "movie": ")" +
                                  save_.path("Rome.mov") + R"(", "error": null, "photos": 6, "secondsPerPhoto": 4, )"));

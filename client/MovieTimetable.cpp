@@ -1,0 +1,362 @@
+#include "client/MovieTimetable.h"
+
+#include "platform/foundation/NSString.h"
+#include "video/FramePlacement.h"
+#include "video/SilentVideo.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <limits>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace stillora {
+
+namespace {
+
+/// All figures are of one processor (Intel Xeon, 2.1 GHz), as `bench/frame-cost` prints them. Another machine is
+/// quicker or slower; what counts is how they stand to each other.
+constexpr double kNanosecond = 1e-9;
+
+/// What decoding takes, in nanoseconds.
+struct DecodingWork {
+    double perPixel = 0;
+    double perByte = 0;
+};
+
+/// JPEG is decoded at a fraction of its size, so that the pixels of the file count little.
+constexpr DecodingWork kJPEG{0.44, 7.6};
+constexpr double kJPEGDecodedPixel = 1.8;
+
+constexpr DecodingWork kPlainTIFF{4.3, 0};
+constexpr DecodingWork kOtherFormat{13, 0};
+
+constexpr std::array<std::pair<std::string_view, DecodingWork>, 9> kFormats{{
+    {"png", {4, 12}},
+    {"webp", {15.5, 15}},
+    {"heic", {25, 70}},
+    {"heif", {25, 70}},
+    {"avif", {14, 100}},
+    {"tiff", kOtherFormat},
+    {"gif", {9.5, 0}},
+    {"jp2", {2, 215}},
+    {"j2k", {2, 215}},
+}};
+
+/// To put a photo into its frame, for each pixel that it fills, and for each of the frame.
+constexpr double kDrawnPixel = 1.15;
+constexpr double kFramePixel = 0.17;
+
+/// What coding takes, in nanoseconds for each pixel of the photo and for each of the frame, which black ones take too.
+struct CodingWork {
+    double perDrawnPixel = 0;
+    double perFramePixel = 0;
+};
+
+constexpr std::array<std::pair<std::string_view, CodingWork>, 9> kCodecs{{
+    {"jpeg", {0.5, 1.75}},
+    {"avc1", {7.5, 3.95}},
+    {"hvc1", {90, 38}},
+    {"apcn", {11, 9.5}},
+    {"ap4h", {20, 17}},
+    {"apch", {15, 13}},
+    {"apcs", {9, 7.7}},
+    {"apco", {7, 6.2}},
+    {"ap4x", {21, 18}},
+}};
+
+/// To convert a second of sound, and to look at one that can be copied.
+constexpr double kConvertedSecond = 7.5e-3;
+constexpr double kCopiedSecond = 0.1e-3;
+/// For each sample of silence.
+constexpr double kSilentSample = 50e-9;
+/// Of stereo, as it is coded.
+constexpr double kBytesOfSecond = 17e3;
+
+/// Until the service runs and has answered; to find out the frame's size, for each photo; to put the movie into its
+/// place and to read it back.
+constexpr double kStart = 0.1;
+constexpr double kSizeOfPhoto = 0.1e-3;
+constexpr double kEnd = 0.06;
+
+/// Before the first frame, for each of its pixels: memory that is touched for the first time, and encoders set up.
+constexpr double kFirstPixel = 25e-9;
+
+/// Bytes of a coded movie for each pixel that its photos fill, and how many of them are written in a second.
+constexpr double kBytesPerPixel = 0.25;
+constexpr double kBytesWrittenPerSecond = 400e6;
+
+/// Frames that wait for an encoder lie in memory up to so many bytes. For each byte beyond: written to a file, and read
+/// from there.
+constexpr double kBytesInMemory = 256 << 20;
+constexpr double kWrittenByte = 2.5e-9;
+constexpr double kReadByte = 0.7e-9;
+constexpr double kBytesOfPixel = 4;
+
+/// Of threads that draw, where those that code take 1.
+constexpr double kShareOfDrawing = 1.0 / 3;
+
+/// The writer has so many encoders at the most.
+constexpr unsigned kMostEncoders = 8;
+
+template <typename Work, size_t count>
+Work workNamed(const std::array<std::pair<std::string_view, Work>, count>& table, std::string_view name, Work other)
+{
+    for (const auto& [each, work] : table)
+        if (each == name)
+            return work;
+    return other;
+}
+
+struct Area {
+    double photo = 0;
+    /// As large as it is in the frame.
+    double drawn = 0;
+    double frame = 0;
+    /// How much smaller it gets.
+    double scale = 1;
+};
+
+Area areaOf(const PhotoFacts& photo, Size frame, bool reducesBorders)
+{
+    const double longer = std::max({photo.size.width, photo.size.height, 1.0});
+    const double bound =
+        thumbnailBound({photo.size.width, photo.size.height}, {frame.width, frame.height}, reducesBorders);
+    Area area;
+    area.scale = std::min(1.0, bound / longer);
+    area.photo = photo.size.width * photo.size.height;
+    area.frame = frame.width * frame.height;
+    area.drawn =
+        std::min(photo.size.width * area.scale, frame.width) * std::min(photo.size.height * area.scale, frame.height);
+    return area;
+}
+
+/// Pixels of the smallest picture of those that a decoder of JPEG makes at once.
+double decodedPixelsOfJPEG(const Area& area)
+{
+    double divisor = 1;
+    while (divisor < 8 && area.scale * divisor * 2 <= 1)
+        divisor *= 2;
+    return area.photo / (divisor * divisor);
+}
+
+double decodingOf(const PhotoFacts& photo, const Area& area)
+{
+    const std::string format = platform::lowercaseASCII(platform::pathExtension(photo.path.native()));
+    const auto bytes = static_cast<double>(photo.fileSize);
+    const auto work = [&](DecodingWork each) { return each.perPixel * area.photo + each.perByte * bytes; };
+    if (format == "jpg" || format == "jpeg")
+        return work(kJPEG) + kJPEGDecodedPixel * decodedPixelsOfJPEG(area);
+    const double bytesPerPixel = bytes / std::max(area.photo, 1.0);
+    const bool isWhole = std::abs(bytesPerPixel - std::round(bytesPerPixel)) < 0.01;
+    if (format == "tif" || format == "tiff")
+        return work(isWhole ? kPlainTIFF : kOtherFormat);
+    return work(workNamed(kFormats, format, kOtherFormat));
+}
+
+/// Frames on their way through the service. All processors are shared by those who work, by weight, and none takes more
+/// than one.
+class FramePipeline final {
+public:
+    FramePipeline(std::vector<FrameWork> frames, Size size, unsigned processors)
+        : frames_(std::move(frames)), frameBytes_(size.width * size.height * kBytesOfPixel), processors_(processors),
+          drawers_(processors - processors / 4), encoders_(std::min(processors, kMostEncoders)),
+          isDrawn_(frames_.size())
+    {}
+
+    /// @param appended  out: when each frame was handed to the encoders
+    /// @return when the last one was coded
+    double run(std::vector<double>& appended)
+    {
+        appended.resize(frames_.size());
+        while (true) {
+            handOut(appended);
+            if (drawing_.empty() && coding_.empty())
+                return now_;
+            goOn();
+        }
+    }
+
+private:
+    struct Task {
+        size_t frame = 0;
+        double left = 0;
+    };
+
+    void handOut(std::vector<double>& appended)
+    {
+        while (drawing_.size() < drawers_ && nextToDraw_ < frames_.size()) {
+            FrameWork& work = frames_[nextToDraw_];
+            if (static_cast<double>(drawnCount_ - nextToAppend_) * frameBytes_ > kBytesInMemory) {
+                work.draw += frameBytes_ * kWrittenByte;
+                work.code += frameBytes_ * kReadByte;
+            }
+            drawing_.push_back({nextToDraw_++, work.draw});
+        }
+        const size_t first = std::min(kFramesBeforeWriting, frames_.size());
+        while (true) {
+            const bool canCode = coding_.size() < encoders_ && !waiting_.empty();
+            const bool canAppend = drawnCount_ >= first && nextToAppend_ < frames_.size() && isDrawn_[nextToAppend_] &&
+                                   waiting_.size() <= encoders_;
+            if (canCode) {
+                coding_.push_back({waiting_.front(), frames_[waiting_.front()].code});
+                waiting_.pop_front();
+            } else if (canAppend) {
+                appended[nextToAppend_] = now_;
+                waiting_.push_back(nextToAppend_++);
+            } else {
+                return;
+            }
+        }
+    }
+
+    /// To the moment at which the next of those at work is done.
+    void goOn()
+    {
+        const auto coders = static_cast<double>(coding_.size());
+        const auto drawers = static_cast<double>(drawing_.size());
+        const double codingRate = std::min(1.0, processors_ / (coders + drawers * kShareOfDrawing));
+        const double drawingRate = drawers > 0 ? std::min(1.0, (processors_ - coders * codingRate) / drawers) : 0;
+        double step = std::numeric_limits<double>::max();
+        for (const Task& task : coding_)
+            step = std::min(step, task.left / codingRate);
+        for (const Task& task : drawing_)
+            step = std::min(step, task.left / drawingRate);
+        now_ += step;
+        for (Task& task : coding_)
+            task.left -= step * codingRate;
+        for (Task& task : drawing_)
+            task.left -= step * drawingRate;
+        constexpr double kNothing = 1e-12;
+        std::erase_if(coding_, [](const Task& task) { return task.left <= kNothing; });
+        std::erase_if(drawing_, [&](const Task& task) {
+            if (task.left > kNothing)
+                return false;
+            isDrawn_[task.frame] = true;
+            ++drawnCount_;
+            return true;
+        });
+    }
+
+    std::vector<FrameWork> frames_;
+    const double frameBytes_;
+    const double processors_;
+    const size_t drawers_;
+    const size_t encoders_;
+    double now_ = 0;
+    size_t nextToDraw_ = 0;
+    size_t nextToAppend_ = 0;
+    size_t drawnCount_ = 0;
+    std::vector<bool> isDrawn_;
+    std::deque<size_t> waiting_;
+    std::vector<Task> drawing_;
+    std::vector<Task> coding_;
+};
+
+/// Whether the service takes its packets over.
+bool isCopied(const SoundFacts& sound)
+{
+    const std::string format = platform::lowercaseASCII(platform::pathExtension(sound.path.native()));
+    return format == "m4a" || format == "mp4" || format == "m4b";
+}
+
+/// As the client writes it: mono and at a low rate where there is no music that it has to go with.
+double silentSecond(const MovieRequest& request)
+{
+    constexpr double kStereoRate = 2 * 44100;
+    constexpr double kLowRate = 16000;
+    return kSilentSample * (request.sounds.empty() ? kLowRate : kStereoRate);
+}
+
+/// Of a second.
+double conversionOf(const MovieRequest& request, const PlannedSound& piece)
+{
+    if (piece.source)
+        return isCopied(request.sounds[*piece.source]) ? kCopiedSecond : kConvertedSecond;
+    return silentSecond(request);
+}
+
+struct Conversion {
+    double seconds = 0;
+    double bytes = 0;
+};
+
+Conversion conversionOf(const MovieRequest& request)
+{
+    Conversion all;
+    // A file that is repeated is converted once.
+    std::set<std::pair<std::string, double>> converted;
+    for (const PlannedSound& piece : request.plan.sounds) {
+        const double start = piece.selection ? piece.selection->start.count() : 0;
+        const std::string file = piece.source ? request.sounds[*piece.source].path.native() : std::string();
+        if (!converted.emplace(file, start).second)
+            continue;
+        all.seconds += piece.length.count() * conversionOf(request, piece);
+        all.bytes += piece.source ? piece.length.count() * kBytesOfSecond : 0;
+    }
+    return all;
+}
+
+/// From the first joint on all is coded anew, and so is the fade.
+double joiningOf(const MovieRequest& request)
+{
+    const MoviePlan& plan = request.plan;
+    if (plan.sounds.empty())
+        return 0;
+    const double end = plan.soundEnd().value_or(Seconds(0)).count();
+    const double fade = plan.fadeStart.value_or(Seconds(end)).count();
+    double seconds = end * kCopiedSecond;
+    double start = 0;
+    for (const PlannedSound& piece : plan.sounds) {
+        const double next = std::min(start + piece.length.count(), end);
+        const double coded = next - (start > 0 ? start : std::min(fade, next));
+        seconds += std::max(0.0, coded) * (piece.source ? kConvertedSecond : silentSecond(request));
+        start = next;
+    }
+    return seconds;
+}
+
+} // namespace
+
+FrameWork workOfPhoto(const PhotoFacts& photo, const MovieRequest& request, Size frame)
+{
+    const Area area = areaOf(photo, frame, request.reducesBorders);
+    const CodingWork coding = workNamed(kCodecs, request.codec, kCodecs.front().second);
+    return {kNanosecond * (decodingOf(photo, area) + kDrawnPixel * area.drawn + kFramePixel * area.frame),
+            kNanosecond * (coding.perDrawnPixel * area.drawn + coding.perFramePixel * area.frame)};
+}
+
+MovieTimetable timetableOf(const MovieRequest& request, unsigned processors)
+{
+    processors = std::max(1U, processors);
+    const Size frame = frameSizeForQuality(request.quality, request.photos);
+    std::vector<FrameWork> frames;
+    double pixels = 0;
+    for (const PhotoFacts& photo : request.photos) {
+        frames.insert(frames.end(), request.plan.framesPerPhoto, workOfPhoto(photo, request, frame));
+        pixels += areaOf(photo, frame, request.reducesBorders).drawn;
+    }
+
+    MovieTimetable table;
+    const Conversion conversion = conversionOf(request);
+    table.serviceReady = kStart;
+    table.soundsConverted = kStart + conversion.seconds / processors;
+    table.soundBytes = conversion.bytes;
+    table.soundDone = table.soundsConverted + joiningOf(request) / processors;
+    const double pictures = table.soundDone + kSizeOfPhoto * static_cast<double>(request.photos.size()) +
+                            kFirstPixel * frame.width * frame.height;
+    table.picturesDone = pictures + FramePipeline(std::move(frames), frame, processors).run(table.frames);
+    for (double& moment : table.frames)
+        moment += pictures;
+    const double writings = request.plan.sounds.empty() ? 0 : 1;
+    table.end = table.picturesDone + writings * pixels * kBytesPerPixel / kBytesWrittenPerSecond + kEnd;
+    return table;
+}
+
+} // namespace stillora

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <stillora/Movie.h>
+
+#include <vector>
+
+namespace stillora {
+
+/// When the parts of a movie would be done on a machine of a known speed that does nothing else. Seconds from the start
+/// of the service; each moment is at or after those above it.
+struct MovieTimetable {
+    double serviceReady = 0;
+    /// The single files are converted, to so many bytes.
+    double soundsConverted = 0;
+    double soundBytes = 0;
+    /// The soundtrack is joined; the same where there is none.
+    double soundDone = 0;
+    /// Frame i is handed to the encoders.
+    std::vector<double> frames;
+    /// The last frame is coded.
+    double picturesDone = 0;
+    /// The movie is in its place.
+    double end = 0;
+};
+
+/// What a photo takes of one processor.
+struct FrameWork {
+    /// Seconds.
+    double draw = 0;
+    double code = 0;
+};
+
+/// Weighs a photo by what is known of it: format, pixels and bytes, the frame and the codec. Opens no file.
+FrameWork workOfPhoto(const PhotoFacts& photo, const MovieRequest& request, Size frame);
+
+/// Reckons by what each photo and each sound takes, and follows frames through the service: those who draw and those
+/// who code share the processors, and the latter come first. Opens no file.
+MovieTimetable timetableOf(const MovieRequest& request, unsigned processors);
+
+} // namespace stillora

@@ -1,0 +1,180 @@
+#include "client/MovieTimetable.h"
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+using namespace stillora;
+
+namespace {
+
+PhotoFacts photo(const std::string& name, double width, double height, int64_t bytes)
+{
+    PhotoFacts facts;
+    facts.path = name;
+    facts.size = {width, height};
+    facts.fileSize = bytes;
+    return facts;
+}
+
+PhotoFacts jpeg(double megapixels)
+{
+    const double pixels = megapixels * 1e6;
+    return photo("a.jpg", std::sqrt(pixels * 3 / 2), std::sqrt(pixels * 2 / 3), static_cast<int64_t>(pixels / 5));
+}
+
+SoundFacts sound(const std::string& name, double seconds)
+{
+    SoundFacts facts;
+    facts.path = name;
+    facts.length = Seconds(seconds);
+    facts.sampleRateHz = 44100;
+    return facts;
+}
+
+MovieRequest request(std::vector<PhotoFacts> photos, std::vector<SoundFacts> sounds = {}, std::string codec = "avc1")
+{
+    MovieWish wish;
+    wish.photos = std::move(photos);
+    wish.timePerPhoto = Seconds(4);
+    wish.sounds = std::move(sounds);
+    wish.fillsSilence = false;
+    MovieRequest request;
+    request.plan = *planMovie(wish);
+    request.photos = wish.photos;
+    request.sounds = wish.sounds;
+    request.codec = std::move(codec);
+    request.quality = 1080;
+    return request;
+}
+
+FrameWork work(const PhotoFacts& photo, const std::string& codec = "avc1", int64_t quality = 1080)
+{
+    MovieRequest one = request({photo}, {}, codec);
+    one.quality = quality;
+    return workOfPhoto(photo, one, frameSizeForQuality(quality, one.photos));
+}
+
+double lengthOfSound(const std::vector<SoundFacts>& sounds)
+{
+    const MovieTimetable table = timetableOf(request(std::vector<PhotoFacts>(100, jpeg(2)), sounds), 2);
+    return table.soundDone - table.serviceReady;
+}
+
+} // namespace
+
+/// As measured, in milliseconds, within a quarter: formats and sizes are weighed against each other.
+TEST(MovieTimetable, WeighsPhotosAsTheyWereMeasured)
+{
+    struct Row {
+        const char* name;
+        double width;
+        double height;
+        int64_t bytes;
+        double milliseconds;
+    };
+    for (const Row& row : {Row{"12.jpg", 4000, 3000, 1118170, 22.3},
+                           {"24.JPG", 6000, 4000, 4710262, 58.4},
+                           {"1.jpeg", 1200, 900, 140898, 4.9},
+                           {"12.png", 4000, 3000, 12848991, 167.4},
+                           {"12.webp", 4000, 3000, 541762, 203},
+                           {"8.heic", 3264, 2448, 650995, 252.5},
+                           {"12.tiff", 4000, 3000, 36000140, 52.1},
+                           {"12.tif", 4000, 3000, 42908390, 156},
+                           {"4.jp2", 2400, 1700, 4172812, 918},
+                           {"4.avif", 2400, 1700, 90970, 67.8}})
+        EXPECT_NEAR(work(photo(row.name, row.width, row.height, row.bytes)).draw * 1e3, row.milliseconds,
+                    row.milliseconds / 4)
+            << row.name;
+}
+
+TEST(MovieTimetable, WeighsCodecsAsTheyWereMeasured)
+{
+    const PhotoFacts large = photo("a.jpg", 4000, 3000, 1072779);
+    EXPECT_NEAR(work(large, "jpeg").code * 1e3, 4.9, 1);
+    EXPECT_NEAR(work(large, "avc1").code * 1e3, 20.9, 3);
+    EXPECT_NEAR(work(large, "hvc1").code * 1e3, 234, 30);
+    EXPECT_NEAR(work(large, "apcn").code * 1e3, 36.4, 4);
+    EXPECT_NEAR(work(large, "avc1", 2160).code * 1e3, 85.5, 10);
+    EXPECT_LT(work(jpeg(0.3), "avc1", 2160).code, work(large, "avc1", 2160).code / 1.5) << "black is quick";
+}
+
+TEST(MovieTimetable, HasAllProcessorsAtWorkButAtTheEnds)
+{
+    const MovieRequest wanted = request(std::vector<PhotoFacts>(200, jpeg(12)));
+    const FrameWork each = work(jpeg(12));
+    for (const unsigned processors : {1U, 2U}) {
+        const MovieTimetable table = timetableOf(wanted, processors);
+        const double whole = 200 * (each.draw + each.code) / processors;
+        EXPECT_NEAR(table.picturesDone - table.soundDone, whole, whole / 10) << processors;
+    }
+}
+
+TEST(MovieTimetable, IsInOrder)
+{
+    const MovieTimetable table = timetableOf(
+        request({jpeg(24), jpeg(1), photo("a.heic", 4000, 3000, 900000), jpeg(2)}, {sound("a.mp3", 60)}, "hvc1"), 2);
+    ASSERT_EQ(table.frames.size(), 8U) << "four photos stand twice in the request";
+    EXPECT_LT(0, table.serviceReady);
+    EXPECT_LT(table.serviceReady, table.soundsConverted);
+    EXPECT_LE(table.soundsConverted, table.soundDone);
+    EXPECT_LT(table.soundDone, table.frames.front());
+    EXPECT_TRUE(std::ranges::is_sorted(table.frames));
+    EXPECT_LT(table.frames.back(), table.picturesDone);
+    EXPECT_LT(table.picturesDone, table.end);
+}
+
+TEST(MovieTimetable, HandsOverNoFrameBeforeFiveAreDrawn)
+{
+    const MovieTimetable table = timetableOf(request(std::vector<PhotoFacts>(40, jpeg(12))), 2);
+    EXPECT_NEAR(table.frames[0], table.frames[3], 1e-9) << "three wait for an encoder, besides the two that are coded";
+    EXPECT_GT(table.frames[0] - table.soundDone, 5 * work(jpeg(12)).draw / 2);
+    EXPECT_GT(table.frames[39], table.frames[10]);
+}
+
+TEST(MovieTimetable, KnowsThatFramesAreDrawnAheadWhereCodingIsSlow)
+{
+    // Those at the end take longer to draw than to code, but they are drawn long before they are needed.
+    std::vector<PhotoFacts> photos(80, jpeg(1));
+    photos.insert(photos.end(), 10, photo("a.heic", 4000, 3000, 500000));
+    const MovieTimetable table = timetableOf(request(photos, {}, "hvc1"), 2);
+    const FrameWork last = work(photos.back(), "hvc1");
+    ASSERT_GT(last.draw, 1.2 * last.code);
+    EXPECT_LT(table.frames[89] - table.frames[80], 1.2 * 10 * last.code / 2) << "nothing is waited for but encoders";
+}
+
+TEST(MovieTimetable, TakesTimeForSoundThatIsConvertedAndLittleForWhatIsCopied)
+{
+    const double converted = lengthOfSound({sound("a.mp3", 300)});
+    EXPECT_GT(converted, 0.8);
+    EXPECT_LT(lengthOfSound({sound("a.m4a", 300)}), converted / 10);
+    EXPECT_EQ(lengthOfSound({}), 0);
+    EXPECT_GT(lengthOfSound({sound("a.m4a", 100), sound("b.m4a", 200)}), 200 * 7.5e-3 / 2)
+        << "after a joint all is coded anew";
+}
+
+TEST(MovieTimetable, CountsAFileThatIsRepeatedOnce)
+{
+    MovieRequest wanted = request(std::vector<PhotoFacts>(100, jpeg(2)), {sound("a.mp3", 100)});
+    const double once = timetableOf(wanted, 2).soundsConverted;
+    wanted.plan.sounds.insert(wanted.plan.sounds.end(), 3, wanted.plan.sounds.front());
+    EXPECT_EQ(timetableOf(wanted, 2).soundsConverted, once);
+    wanted.plan.sounds.back().selection = SoundFacts::Selection{Seconds(10), Seconds(110)};
+    EXPECT_GT(timetableOf(wanted, 2).soundsConverted, once) << "another part is converted by itself";
+}
+
+TEST(MovieTimetable, TakesTimeForFramesThatDoNotFitIntoMemory)
+{
+    // Small ones are drawn much quicker than coded, 33 MB each.
+    const auto lengthOf = [](size_t count) {
+        MovieRequest wanted = request(std::vector<PhotoFacts>(count, jpeg(0.3)));
+        wanted.quality = 2160;
+        const MovieTimetable table = timetableOf(wanted, 2);
+        return (table.picturesDone - table.frames.front()) / static_cast<double>(count);
+    };
+    EXPECT_GT(lengthOf(100), lengthOf(8) * 1.2);
+}
