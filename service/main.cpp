@@ -4,6 +4,7 @@
 #include "platform/foundation/InstalledFiles.h"
 #include "platform/foundation/NSBundle.h"
 #include "platform/foundation/NSLog.h"
+#include "platform/system/FatalErrors.h"
 #include "platform/system/NSProcessInfo.h"
 #include "service/ServiceArguments.h"
 #include "service/ServiceConfinement.h"
@@ -58,6 +59,7 @@ int main(int argc, char** argv)
     const ServiceArguments arguments = ServiceArguments::read({argv + (argc > 0 ? 1 : 0), argv + argc});
     if (arguments.answer)
         return give(*arguments.answer);
+    platform::endPlainlyOnFatalErrors("stillora-video-creator");
     limitMemory();
     // What is the user's own is read before anything is given up.
     std::setlocale(LC_MESSAGES, "");

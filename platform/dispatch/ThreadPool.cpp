@@ -1,8 +1,11 @@
 #include "platform/dispatch/ThreadPool.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
+#include <ctime>
 #include <map>
+#include <optional>
 #include <sys/resource.h>
 #include <system_error>
 #include <thread>
@@ -16,6 +19,27 @@ using namespace std::chrono_literals;
 constexpr auto kIdleLife = 10s;
 /// After this long without a block begun, another thread is made.
 constexpr auto kPatience = 20ms;
+/// Where no thread can be made, nothing is begun and nobody computes for so long, nothing will be.
+constexpr auto kLongestStandstill = 3s;
+
+std::chrono::nanoseconds timeComputed()
+{
+    timespec time{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+/// The process from a moment on in which no thread could be made.
+class Standstill final {
+public:
+    /// Its threads compute: looking whether they do takes less.
+    bool isOver() const { return (timeComputed() - computed_) * 50 > std::chrono::steady_clock::now() - since_ + 1s; }
+    bool lastsTooLong() const { return std::chrono::steady_clock::now() - since_ > kLongestStandstill; }
+
+private:
+    const std::chrono::steady_clock::time_point since_ = std::chrono::steady_clock::now();
+    const std::chrono::nanoseconds computed_ = timeComputed();
+};
 
 } // namespace
 
@@ -37,7 +61,10 @@ ThreadPool& ThreadPool::withNiceness(int niceness)
 
 ThreadPool::ThreadPool(int niceness)
     : niceness_(niceness), processors_(std::max(1U, std::thread::hardware_concurrency()))
-{}
+{
+    // Made while a thread can be had: the need for one arises when that may be over.
+    std::thread([this] { watch(); }).detach();
+}
 
 void ThreadPool::submit(std::move_only_function<void()> block)
 {
@@ -49,14 +76,8 @@ void ThreadPool::submit(std::move_only_function<void()> block)
     }
     if (threads_ < processors_ && addThread())
         return;
-    if (!watching_) {
-        try {
-            std::thread([this] { watch(); }).detach();
-            watching_ = true;
-        } catch (const std::system_error&) {
-            // No thread to watch with: what waits is taken when a worker is done, and the next submit tries again.
-        }
-    }
+    needsWatch_ = true;
+    watchNeeded_.notify_one();
 }
 
 size_t ThreadPool::threadCount()
@@ -109,16 +130,30 @@ void ThreadPool::work()
 void ThreadPool::watch()
 {
     lock_.lock();
+    for (;;) {
+        while (!needsWatch_)
+            watchNeeded_.wait(lock_);
+        watchUntilNoneWaits();
+        needsWatch_ = false;
+    }
+}
+
+void ThreadPool::watchUntilNoneWaits()
+{
+    std::optional<Standstill> standstill;
     while (!pending_.empty()) {
         const uint64_t begunThen = begun_;
         lock_.unlock();
         std::this_thread::sleep_for(kPatience);
         lock_.lock();
-        if (!pending_.empty() && begun_ == begunThen)
-            addThread();
+        if (pending_.empty() || begun_ != begunThen || addThread()) {
+            standstill.reset();
+        } else if (!standstill || standstill->isOver()) {
+            standstill.emplace();
+        } else if (standstill->lastsTooLong()) {
+            throw std::system_error(EAGAIN, std::generic_category(), "no thread can be made");
+        }
     }
-    watching_ = false;
-    lock_.unlock();
 }
 
 } // namespace platform

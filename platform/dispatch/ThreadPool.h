@@ -13,6 +13,10 @@ namespace platform {
 /// none was begun for some milliseconds, as the threads may all be waiting for what those blocks do. Idle threads end
 /// after a while. Never destroyed: blocks may wait for ever, and must not be torn down under the
 /// process's own exit.
+///
+/// Where the system makes no more threads, those that there are go on. Where that leads nowhere, as all of them
+/// wait, the process ends by an uncaught std::system_error: a block that is never run is waited for without end. The
+/// first block of a pool throws one.
 class ThreadPool final {
 public:
     /// The pool whose threads run at the process's niceness plus `niceness` (0 to 19).
@@ -27,8 +31,9 @@ private:
     explicit ThreadPool(int niceness);
 
     void work() EXCLUDES(lock_);
-    /// Runs while blocks wait.
+    /// Makes threads for blocks that wait.
     void watch() EXCLUDES(lock_);
+    void watchUntilNoneWaits() REQUIRES(lock_);
     bool addThread() REQUIRES(lock_);
 
     const int niceness_;
@@ -41,7 +46,8 @@ private:
     size_t idle_ GUARDED_BY(lock_) = 0;
     /// Blocks taken so far.
     uint64_t begun_ GUARDED_BY(lock_) = 0;
-    bool watching_ GUARDED_BY(lock_) = false;
+    bool needsWatch_ GUARDED_BY(lock_) = false;
+    Condition watchNeeded_;
 };
 
 } // namespace platform

@@ -78,6 +78,21 @@ class ConfinementTest(stillora.TestCase):
         for secret in ("SSH_AUTH_SOCK", "DBUS_SESSION_BUS_ADDRESS", "SECRET_TOKEN"):
             self.assertEqual([line for line in lines if line.startswith(secret)], [])
 
+    def test_a_want_of_memory_is_told_and_leaves_nothing(self):
+        if b"__asan_init" in stillora.SERVICE.read_bytes() or b"__tsan_init" in stillora.SERVICE.read_bytes():
+            self.skipTest("a sanitizer takes terabytes")
+        limited = self.folder / "limited"
+        # From too little to start up to too little for the encoder, in kilobytes of address space.
+        for limit in (200_000, 250_000, 300_000, 400_000):
+            limited.write_text(f'#!/bin/bash\nulimit -c 0; ulimit -v {limit}; exec {stillora.SERVICE} "$@"\n')
+            limited.chmod(0o755)
+            result = self.create(*self.photos, "--quality", "240", expect=(0, 1, 3, 4),
+                                 environment=self.environment(STILLORA_VIDEO_CREATOR=limited))
+            if result.returncode != 0:
+                self.assertRegex(result.err, "memory|thread|error while loading shared libraries|could not read")
+                self.assertNotIn("signal", result.err)
+                self.assertEqual(self.leftovers(self.save), [], result.err)
+
     def test_a_list_that_cannot_be_read_is_refused(self):
         result = subprocess.run([stillora.SERVICE, "--files", "77"], capture_output=True, text=True,
                                 env=self.environment(), timeout=stillora.DEADLINE)

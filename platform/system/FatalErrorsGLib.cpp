@@ -1,0 +1,66 @@
+#include "platform/system/FatalErrors.h"
+
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <new>
+#include <system_error>
+
+#include <glib.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+namespace platform {
+
+namespace {
+
+const char* name = "";
+
+/// Takes no memory, of which there may be none.
+[[noreturn]] void end(const char* reason)
+{
+    const auto part = [](const char* text) { return iovec{const_cast<char*>(text), std::strlen(text)}; };
+    const std::array<iovec, 4> line{part(name), part(": "), part(reason), part("\n")};
+    static_cast<void>(!writev(STDERR_FILENO, line.data(), line.size()));
+    _exit(EXIT_FAILURE);
+}
+
+[[noreturn]] void endByException()
+{
+    const std::exception_ptr exception = std::current_exception();
+    if (!exception)
+        end("the program ended itself");
+    try {
+        std::rethrow_exception(exception);
+    } catch (const std::bad_alloc&) {
+        end("there is not enough memory");
+    } catch (const std::system_error& known) {
+        end(known.code() == std::errc::resource_unavailable_try_again ? "no thread can be made" : known.what());
+    } catch (const std::exception& known) {
+        end(known.what());
+    } catch (...) {
+        end("an unknown exception was not caught");
+    }
+}
+
+GLogWriterOutput writeLog(GLogLevelFlags level, const GLogField* fields, gsize count, gpointer data)
+{
+    if ((level & (G_LOG_LEVEL_ERROR | G_LOG_FLAG_FATAL)) == 0)
+        return g_log_writer_default(level, fields, count, data);
+    for (gsize i = 0; i < count; ++i)
+        if (std::strcmp(fields[i].key, "MESSAGE") == 0)
+            end(static_cast<const char*>(fields[i].value));
+    end("a library ended the program");
+}
+
+} // namespace
+
+void endPlainlyOnFatalErrors(const char* program)
+{
+    name = program;
+    std::set_terminate(endByException);
+    g_log_set_writer_func(writeLog, nullptr, nullptr);
+}
+
+} // namespace platform
