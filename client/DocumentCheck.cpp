@@ -87,7 +87,10 @@ CheckedDocument checkDocument(const Document& document, const std::function<bool
         arguments.push_back(soundArgumentOf(soundtracks[i]));
         indices.push_back(i);
     }
-    CheckedSounds sounds = checkSounds(arguments);
+    CheckedSounds sounds = checkSounds(arguments, [&] { return !progress || progress(candidates.size()); });
+    checked.isCancelled = sounds.isCancelled;
+    if (checked.isCancelled)
+        return checked;
     for (const BadFile& sound : sounds.bad)
         checked.bad.push_back({BadItem::Kind::Soundtrack, indices[sound.index], sound.path.native(), sound.reason});
     checked.sounds = std::move(sounds.good);

@@ -1,13 +1,14 @@
 #include <stillora/Photos.h>
 
+#include "client/FileReader.h"
 #include "client/FileReason.h"
 #include "client/LocalizedText.h"
-#include "platform/decoders/CGImageSource.h"
+#include "client/reader/Questions.h"
 #include "platform/dispatch/NSOperationQueue.h"
-#include "platform/files/NSURL.h"
 #include "platform/foundation/Lock.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <memory>
@@ -21,9 +22,6 @@ namespace stillora {
 
 namespace {
 
-using platform::CGImageSource;
-using platform::NSError;
-
 constexpr auto kProgressInterval = std::chrono::milliseconds(100);
 
 /// What the checking operations share with the thread that waits for them.
@@ -35,6 +33,7 @@ struct Findings {
         std::string reason;
     };
 
+    std::atomic<bool> goesOn{true};
     platform::Lock lock;
     platform::Condition changed;
     std::vector<Finding> findings GUARDED_BY(lock);
@@ -47,7 +46,7 @@ std::chrono::sys_time<std::chrono::nanoseconds> timeOf(const timespec& time)
                                                            std::chrono::nanoseconds(time.tv_nsec));
 }
 
-Findings::Finding lookInto(const PhotoCandidate& candidate)
+Findings::Finding lookInto(const PhotoCandidate& candidate, const std::function<bool()>& goesOn)
 {
     Findings::Finding finding;
     finding.facts.path = candidate.path;
@@ -68,30 +67,19 @@ Findings::Finding lookInto(const PhotoCandidate& candidate)
     if (status.st_size == 0 && !mayBeAnything)
         return bad(localized("is empty"));
 
-    const auto url = platform::NSURL::fileURLWithPath(candidate.path.native(), false);
-    NSError error;
-    const auto source = CGImageSource::createWithURL(url, &error);
-    if (!source) {
-        if (mayBeAnything) {
-            finding.kind = Findings::Kind::PassedOver;
-            return finding;
-        }
-        return bad(reasonWithoutPath(error.localizedDescription, url));
+    const auto answer = FileReader::shared().ask(PhotoQuestion{candidate.path}, goesOn);
+    if (!answer)
+        return bad(answer.error().message);
+    if (answer->kind == PhotoLook::Kind::NoPhoto && mayBeAnything) {
+        finding.kind = Findings::Kind::PassedOver;
+        return finding;
     }
-    const auto properties = source->copyPropertiesAtIndex(&error);
-    if (!properties)
-        return bad(reasonWithoutPath(error.localizedDescription, url));
-    if (!source->canDecode(&error))
-        return bad(reasonWithoutPath(error.localizedDescription, url));
-
-    const bool isTurned = properties->orientation.value_or(1) >= 5;
-    const auto width = static_cast<double>(properties->pixelWidth);
-    const auto height = static_cast<double>(properties->pixelHeight);
-    finding.facts.size = isTurned ? Size{height, width} : Size{width, height};
+    if (answer->kind != PhotoLook::Kind::Good)
+        return bad(answer->reason);
+    finding.facts.size = answer->size;
     finding.facts.fileSize = status.st_size;
-    finding.facts.isCutOff = source->isCutOff();
-    if (const auto& taken = properties->origin.taken)
-        finding.facts.taken = DateTaken{taken->clock, taken->offset};
+    finding.facts.isCutOff = answer->isCutOff;
+    finding.facts.taken = answer->taken;
     finding.facts.modified = timeOf(status.st_mtim);
     finding.kind = Findings::Kind::Good;
     return finding;
@@ -116,7 +104,7 @@ CheckedPhotos checkPhotos(const std::vector<PhotoCandidate>& candidates,
     queue.setMaxConcurrentOperationCount(static_cast<int>(std::max(1u, std::thread::hardware_concurrency())));
     for (size_t i = 0; i < candidates.size(); ++i)
         queue.addOperationWithBlock([shared, i, candidate = candidates[i]] {
-            Findings::Finding finding = lookInto(candidate);
+            Findings::Finding finding = lookInto(candidate, [&] { return shared->goesOn.load(); });
             const platform::LockGuard guard(shared->lock);
             shared->findings[i] = std::move(finding);
             ++shared->done;
@@ -138,7 +126,8 @@ CheckedPhotos checkPhotos(const std::vector<PhotoCandidate>& candidates,
     }
     if (checked.isCancelled) {
         queue.cancelAllOperations();
-        // The process may end right after this, and with it the libraries that a check still uses.
+        // What is read at the moment ends with its reader.
+        shared->goesOn = false;
         queue.waitUntilAllOperationsAreFinished();
         return checked;
     }

@@ -1,11 +1,10 @@
 #include "client/ServiceProcess.h"
 
 #include "client/ChildEnvironment.h"
+#include "client/ChildProgram.h"
 #include "client/ClientError.h"
 #include "client/FileReason.h"
 #include "client/LocalizedText.h"
-#include "client/Text.h"
-#include "platform/foundation/InstalledFiles.h"
 #include "platform/sandbox/SandboxFileList.h"
 
 #include <algorithm>
@@ -28,9 +27,6 @@
 namespace stillora {
 
 namespace {
-
-constexpr const char* kProgramName = "stillora-video-creator";
-constexpr const char* kProgramVariable = "STILLORA_VIDEO_CREATOR";
 
 /// More services than one program starts at once; further ones are not stopped with it.
 constexpr size_t kMostStopped = 16;
@@ -147,50 +143,16 @@ int movedUp(int descriptor)
     _exit(127);
 }
 
-std::string alternatives(const std::vector<std::string>& places)
+std::string notFound(const std::string& places, const char* variable)
 {
-    std::string text;
-    for (const std::string& place : places)
-        text = text.empty() ? place : localized("{} or {}", text, place);
-    return text;
-}
-
-/// As the system calls it; the translations know those by which programs are ended.
-std::string nameOfSignal(int signal)
-{
-    static constexpr std::array kNames{translatable("Aborted"),
-                                       translatable("Bus error"),
-                                       translatable("CPU time limit exceeded"),
-                                       translatable("File size limit exceeded"),
-                                       translatable("Floating point exception"),
-                                       translatable("Illegal instruction"),
-                                       translatable("Killed"),
-                                       translatable("Segmentation fault"),
-                                       translatable("Terminated")};
-    static_cast<void>(kNames);
-    const char* const name = sigdescr_np(signal);
-    return name ? localized(name) : std::to_string(signal);
+    return localized("the rendering service was not found as {}; {} may name it", places, variable);
 }
 
 } // namespace
 
 std::optional<std::string> ServiceProcess::findProgram(platform::NSError* error)
 {
-    if (const char* named = getenv(kProgramVariable); named && *named) {
-        if (access(named, X_OK) == 0)
-            return named;
-        fail(error, ErrorCode::ServiceNotFound,
-             localized("{}, named by {}, is no program: {}", printable(named), kProgramVariable, reasonOfErrno(errno)));
-        return std::nullopt;
-    }
-    const auto places = platform::installedPlaces(platform::InstalledFolder::Services, kProgramName);
-    for (const std::string& place : places)
-        if (access(place.c_str(), X_OK) == 0)
-            return place;
-    fail(
-        error, ErrorCode::ServiceNotFound,
-        localized("the rendering service was not found as {}; {} may name it", alternatives(places), kProgramVariable));
-    return std::nullopt;
+    return ChildProgram{"stillora-video-creator", "STILLORA_VIDEO_CREATOR", notFound}.find(error);
 }
 
 std::unique_ptr<ServiceProcess> ServiceProcess::start(const std::string& program, std::vector<std::string> arguments,
@@ -382,11 +344,7 @@ void ServiceProcess::kill()
 
 std::string ServiceProcess::howItEnded() const
 {
-    if (!status_)
-        return {};
-    if (WIFSIGNALED(*status_))
-        return localized("by signal {} ({})", WTERMSIG(*status_), nameOfSignal(WTERMSIG(*status_)));
-    return localized("with exit status {}", WEXITSTATUS(*status_));
+    return status_ ? stillora::howItEnded(*status_) : std::string();
 }
 
 } // namespace stillora

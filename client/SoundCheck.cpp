@@ -1,10 +1,10 @@
 #include <stillora/Sounds.h>
 
+#include "client/FileReader.h"
 #include "client/FileReason.h"
 #include "client/LocalizedText.h"
 #include "client/Text.h"
-#include "platform/media/AVURLAsset.h"
-#include "platform/media/CMTime.h"
+#include "client/reader/Questions.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -22,16 +22,9 @@ namespace {
 /// By so much a selection may end behind its file: times are given to hundredths.
 constexpr Seconds kEndTolerance{0.05};
 
-/// What is known of a file, or why it cannot be used.
-struct Measure {
-    Seconds length{0};
-    int sampleRateHz = 0;
-    std::string fault;
-};
-
-Measure measure(const std::string& path)
+Result<SoundMeasure> measure(const std::string& path, const std::function<bool()>& goesOn)
 {
-    const auto bad = [](std::string fault) { return Measure{Seconds(0), 0, std::move(fault)}; };
+    const auto bad = [](std::string fault) { return SoundMeasure{Seconds(0), 0, std::move(fault)}; };
     struct stat status = {};
     if (stat(path.c_str(), &status) != 0)
         return bad(reasonOfErrno(errno));
@@ -42,33 +35,29 @@ Measure measure(const std::string& path)
         return bad(reasonOfErrno(errno));
     if (status.st_size == 0)
         return bad(localized("is empty"));
-    platform::AVURLAsset::Options options;
-    options.preferPreciseDurationAndTiming = true;
-    const platform::AVURLAsset asset(platform::NSURL::fileURLWithPath(path, false), options);
-    const auto& tracks = asset.tracks();
-    const auto sound = std::find_if(tracks.begin(), tracks.end(), [](const platform::AVAssetTrack& track) {
-        return track.mediaType == platform::kAVMediaTypeAudio;
-    });
-    if (sound == tracks.end())
-        return bad(tracks.empty() ? localized("is no sound file that can be read") : localized("has no sound"));
-    const double seconds = platform::CMTimeGetSeconds(asset.duration());
-    if (!std::isfinite(seconds) || seconds <= 0)
-        return bad(localized("has no length"));
-    return {Seconds(seconds), sound->timeRange.duration.timescale, {}};
+    auto answer = FileReader::shared().ask(SoundQuestion{path}, goesOn);
+    if (!answer && answer.error().code != ErrorCode::Cancelled)
+        return bad(answer.error().message);
+    return answer;
 }
 
 } // namespace
 
-CheckedSounds checkSounds(const std::vector<SoundArgument>& arguments)
+CheckedSounds checkSounds(const std::vector<SoundArgument>& arguments, const std::function<bool()>& goesOn)
 {
     // A file that is given several times is measured once: without an index that takes reading all of it.
-    std::map<std::filesystem::path, Measure> measures;
+    std::map<std::filesystem::path, SoundMeasure> measures;
     CheckedSounds checked;
     for (const SoundArgument& argument : arguments) {
         const auto [entry, isNew] = measures.try_emplace(argument.path);
-        if (isNew)
-            entry->second = measure(argument.path.native());
-        const Measure& file = entry->second;
+        if (isNew) {
+            auto measured = measure(argument.path.native(), goesOn);
+            checked.isCancelled = !measured || (goesOn && !goesOn());
+            if (checked.isCancelled)
+                return checked;
+            entry->second = *std::move(measured);
+        }
+        const SoundMeasure& file = entry->second;
         const auto bad = [&](std::string reason) {
             checked.bad.push_back(
                 {argument.path, std::move(reason), static_cast<size_t>(&argument - arguments.data())});

@@ -106,7 +106,9 @@ int runCreateCommand(const CreateOptions& given)
         checked.bad.empty() || checked.good.empty() ? MovieCommand::Hint::None : MovieCommand::Hint::SkipBadPhotos;
     std::vector<BadFile> bad = std::move(listing.bad);
     std::move(checked.bad.begin(), checked.bad.end(), std::back_inserter(bad));
-    CheckedSounds sounds = checkSounds(options.sounds);
+    CheckedSounds sounds = checkSounds(options.sounds, [&] { return !command.isCancelled(); });
+    if (sounds.isCancelled)
+        return command.stopped();
     bool isLeftOut = options.skipsBad;
     if (!bad.empty() && !isLeftOut && sounds.bad.empty() && !checked.good.empty()) {
         const auto decision = command.decideOnBadInput(bad, {});

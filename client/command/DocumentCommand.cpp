@@ -75,7 +75,8 @@ Filling fillingOf(const DocumentFillOptions& options, MovieCommand& command)
         std::ranges::move(MovieCommand::takeOutDamaged(filling.photos), std::back_inserter(filling.badPhotos));
     command.noteDamaged(filling.photos);
     filling.photos = command.sorted(std::move(filling.photos), options.movie.order);
-    CheckedSounds checkedSounds = checkSounds(sounds);
+    CheckedSounds checkedSounds = checkSounds(sounds, [&] { return !command.isCancelled(); });
+    filling.isCancelled = checkedSounds.isCancelled;
     filling.badSounds = std::move(checkedSounds.bad);
     filling.sounds = std::move(checkedSounds.good);
     return filling;

@@ -161,7 +161,9 @@ int setSelection(Document& document, const DocumentSetOptions& options, MovieCom
         }
         SoundArgument argument{sound.path, std::nullopt, std::nullopt};
         static_cast<void>(readRange(*options.value, argument, options.key));
-        const CheckedSounds checked = checkSounds({argument});
+        const CheckedSounds checked = checkSounds({argument}, [&] { return !command.isCancelled(); });
+        if (checked.isCancelled)
+            return command.stopped();
         if (!checked.bad.empty())
             return command.fail(kExitBadInput, fmt::format("{}: {}", name, checked.bad.front().reason));
         document.setSelection(place.index, checked.good.front().selection);

@@ -13,6 +13,7 @@
 #include <chrono>
 #include <csignal>
 
+#include <sys/time.h>
 #include <unistd.h>
 
 namespace stillora {
@@ -20,6 +21,9 @@ namespace stillora {
 namespace {
 
 constexpr std::array<int, 3> kSignals{SIGINT, SIGTERM, SIGHUP};
+
+/// After the second signal: what is made is removed within it.
+constexpr itimerval kPatience{{0, 0}, {0, 300'000}};
 
 // All that a handler may touch.
 std::atomic<MovieMaker*> watched{nullptr};
@@ -30,7 +34,7 @@ void interrupted(int signal)
 {
     int none = 0;
     if (!firstSignal.compare_exchange_strong(none, signal))
-        alarm(1);
+        setitimer(ITIMER_REAL, &kPatience, nullptr);
     if (MovieMaker* maker = watched)
         maker->cancel();
 }

@@ -5,7 +5,7 @@ namespace stillora {
 class MovieMaker;
 
 /// While it lives, SIGINT, SIGTERM and SIGHUP cancel a maker instead of ending the program, or are only noted where
-/// there is none; a second one cancels it at once, and ends the program a second later whatever it does. SIGTSTP
+/// there is none; a second one cancels it at once, and ends the program 0.3 seconds later whatever it does. SIGTSTP
 /// (Ctrl-Z) stops the service with the program, and both go on together. Signals that were ignored at the start stay
 /// so. One at a time.
 class SignalWatch final {

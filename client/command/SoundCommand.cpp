@@ -2,14 +2,11 @@
 
 #include "client/LocalizedText.h"
 #include "client/Text.h"
-#include "platform/dispatch/DispatchQueue.h"
 #include "platform/files/NSURL.h"
 #include "platform/foundation/NSString.h"
 
-#include <atomic>
 #include <chrono>
 #include <filesystem>
-#include <memory>
 #include <system_error>
 #include <utility>
 
@@ -26,8 +23,6 @@ constexpr double kQuietSeconds = 0.5;
 constexpr double kSecondsBetweenDrawings = 0.1;
 /// In which the bar goes there and back.
 constexpr double kTurnSeconds = 3;
-/// Longer than anything here takes.
-constexpr double kForever = 1e8;
 
 double secondsSince(Clock::time_point start)
 {
@@ -78,28 +73,18 @@ int SoundCommand::succeed(const SoundFacts& sound, const SoundFile& file)
 
 std::optional<SoundFacts> SoundCommand::check(const SoundArgument& argument, int& status)
 {
-    struct State {
-        std::atomic<bool> isDone{false};
-        CheckedSounds checked;
-    };
-    // Goes on by itself if the user does not wait for it.
-    const auto state = std::make_shared<State>();
-    platform::DispatchQueue::global()->async([state, argument] {
-        state->checked = checkSounds({argument});
-        state->isDone = true;
-    });
-    const WorkProgress goesOn = telling(localized("Checking the sound"));
-    platform::DispatchQueue::runMainUntil([&] { return state->isDone || !goesOn(0); }, kForever);
+    const WorkProgress progress = telling(localized("Checking the sound"));
+    CheckedSounds checked = checkSounds({argument}, [&] { return progress(0); });
     terminal_.clearProgress();
     if (signals_.signal() != 0) {
         status = stopped(signals_.signal());
         return std::nullopt;
     }
-    if (!state->checked.bad.empty()) {
-        status = fail(kExitBadInput, fmt::format("{}: {}", argument.path.native(), state->checked.bad.front().reason));
+    if (!checked.bad.empty()) {
+        status = fail(kExitBadInput, fmt::format("{}: {}", argument.path.native(), checked.bad.front().reason));
         return std::nullopt;
     }
-    return state->checked.good.front();
+    return std::move(checked.good.front());
 }
 
 bool isNameOfM4A(const std::string& path)

@@ -4,6 +4,7 @@
 #include <stillora/Types.h>
 
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -42,9 +43,14 @@ struct CheckedSounds {
     /// In the order of the arguments.
     std::vector<SoundFacts> good;
     std::vector<BadFile> bad;
+    bool isCancelled = false;
 };
 
 /// Measures each file exactly, and makes sure that there is sound in it where it is wanted.
-STILLORA_EXPORT CheckedSounds checkSounds(const std::vector<SoundArgument>& arguments);
+///
+/// @param arguments  files and parts of them
+/// @param goesOn     asked a few times a second on this thread; false stops the work. May be empty
+STILLORA_EXPORT CheckedSounds checkSounds(const std::vector<SoundArgument>& arguments,
+                                          const std::function<bool()>& goesOn = {});
 
 } // namespace stillora

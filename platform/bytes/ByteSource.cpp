@@ -1,8 +1,9 @@
 #include "platform/bytes/ByteSource.h"
 
+#include "platform/bytes/GivenFile.h"
+
 #include <algorithm>
 #include <cerrno>
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -22,11 +23,10 @@ FileState stateOf(const struct stat& status)
 FileState FileState::ofFile(const std::string& path)
 {
     struct stat status {};
-    return stat(path.c_str(), &status) == 0 ? stateOf(status) : FileState{};
+    return statForReading(path, status) ? stateOf(status) : FileState{};
 }
 
-// Without O_NONBLOCK a pipe would be waited for.
-FileBytes::FileBytes(const std::string& path) : file_(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK))
+FileBytes::FileBytes(const std::string& path) : file_(openForReading(path))
 {
     struct stat status {};
     if (file_ && fstat(file_.get(), &status) == 0)

@@ -1,5 +1,6 @@
 #include "platform/decoders/ImageFile.h"
 
+#include "platform/bytes/GivenFile.h"
 #include "platform/foundation/LocalizedText.h"
 
 #include <fcntl.h>
@@ -31,30 +32,27 @@ NSData padded(NSData data)
 std::unique_ptr<ImageFile> ImageFile::open(const NSURL& url, NSError* error)
 {
     const std::string name = url.lastPathComponent();
-    // A pipe without a writer must not hold the caller up.
-    const int descriptor = ::open(url.path().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (descriptor < 0) {
+    FileDescriptor file = openForReading(url.path());
+    if (!file) {
         failWithErrno(error, errno, localized("{} cannot be opened", {name}));
         return nullptr;
     }
     struct stat status {};
-    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
-        close(descriptor);
+    if (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
         fail(error, kNSCocoaErrorDomain, kNSFileReadUnknownError,
              S_ISDIR(status.st_mode) ? localized("{} is a folder, not a picture", {name})
                                      : localized("{} is no regular file", {name}));
         return nullptr;
     }
     if (static_cast<uint64_t>(status.st_size) > kMaxBytes) {
-        close(descriptor);
         fail(error, kNSCocoaErrorDomain, kNSFileReadUnknownError, localized("{} is too long for a picture", {name}));
         return nullptr;
     }
-    return std::unique_ptr<ImageFile>(new ImageFile(descriptor, static_cast<size_t>(status.st_size), name));
+    return std::unique_ptr<ImageFile>(new ImageFile(std::move(file), static_cast<size_t>(status.st_size), name));
 }
 
-ImageFile::ImageFile(int descriptor, size_t length, std::string name)
-    : descriptor_(descriptor), length_(length), name_(std::move(name))
+ImageFile::ImageFile(FileDescriptor file, size_t length, std::string name)
+    : file_(std::move(file)), length_(length), name_(std::move(name))
 {}
 
 std::unique_ptr<ImageFile> ImageFile::withData(NSData data, std::string name, NSError* error)
@@ -67,19 +65,13 @@ std::unique_ptr<ImageFile> ImageFile::withData(NSData data, std::string name, NS
 }
 
 ImageFile::ImageFile(NSData data, std::string name)
-    : descriptor_(-1), length_(data.size()), name_(std::move(name)), data_(padded(std::move(data)))
+    : length_(data.size()), name_(std::move(name)), data_(padded(std::move(data)))
 {}
-
-ImageFile::~ImageFile()
-{
-    if (descriptor_ >= 0)
-        close(descriptor_);
-}
 
 std::span<const uint8_t> ImageFile::first(size_t count)
 {
     count = std::min(count, length_);
-    if (descriptor_ < 0)
+    if (!file_)
         return std::span(data_).first(count);
     if (count > read_ && !ended_) {
         if (!bytes_) {
@@ -89,7 +81,7 @@ std::span<const uint8_t> ImageFile::first(size_t count)
                 return {};
         }
         if (count == length_)
-            posix_fadvise(descriptor_, 0, 0, POSIX_FADV_SEQUENTIAL);
+            posix_fadvise(file_.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
         const size_t wanted = std::min(length_, std::max(count, read_ + kReadStep));
         while (read_ < wanted) {
             const ssize_t got = readAt(read_, bytes_.get() + read_, wanted - read_);
@@ -107,7 +99,7 @@ std::span<const uint8_t> ImageFile::first(size_t count)
 
 ssize_t ImageFile::readAt(size_t offset, uint8_t* bytes, size_t count) const
 {
-    if (descriptor_ < 0) {
+    if (!file_) {
         const size_t start = std::min(offset, length_);
         const size_t available = std::min(count, length_ - start);
         std::copy_n(data_.data() + start, available, bytes);
@@ -115,7 +107,7 @@ ssize_t ImageFile::readAt(size_t offset, uint8_t* bytes, size_t count) const
     }
     ssize_t got = 0;
     do
-        got = pread(descriptor_, bytes, count, static_cast<off_t>(offset));
+        got = pread(file_.get(), bytes, count, static_cast<off_t>(offset));
     while (got < 0 && errno == EINTR);
     return got;
 }

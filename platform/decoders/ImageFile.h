@@ -2,6 +2,7 @@
 
 #include "platform/bytes/ByteSource.h"
 #include "platform/files/NSURL.h"
+#include "platform/foundation/FileDescriptor.h"
 #include "platform/foundation/Handle.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSError.h"
@@ -29,7 +30,6 @@ public:
     /// Bytes that are there already; nothing if they are too long for a picture.
     [[nodiscard]] static std::unique_ptr<ImageFile> withData(NSData data, std::string name, NSError* error);
 
-    ~ImageFile() override;
     ImageFile(const ImageFile&) = delete;
     ImageFile& operator=(const ImageFile&) = delete;
 
@@ -52,11 +52,11 @@ public:
     }
 
 private:
-    ImageFile(int descriptor, size_t length, std::string name);
+    ImageFile(FileDescriptor file, size_t length, std::string name);
     ImageFile(NSData data, std::string name);
 
-    // -1 for bytes that are there already.
-    const int descriptor_;
+    // None for bytes that are there already.
+    const FileDescriptor file_;
     const size_t length_;
     const std::string name_;
     // With padding; empty for a file.

@@ -31,6 +31,8 @@ public:
     /// their own name. Catalogues are `folder`/LANGUAGE/LC_MESSAGES/DOMAIN.mo. Called once at start, before other
     /// threads run.
     void setLocalizations(std::string folder, std::string domain);
+    /// The user's, the best one first; none before `setLocalizations`.
+    const std::vector<std::string>& languages() const { return languages_; }
 
 private:
     struct Catalogue {

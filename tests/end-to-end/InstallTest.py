@@ -38,6 +38,7 @@ class InstallTest(stillora.TestCase):
 
     def test_everything_is_in_its_place(self):
         for place in ("bin/stillora", "libexec/stillora/stillora-video-creator",
+                      "libexec/stillora/stillora-file-reader",
                       "share/systemd/user/app.stillora.VideoCreator.socket",
                       "share/systemd/user/app.stillora.VideoCreator@.service",
                       "share/dbus-1/interfaces/app.stillora.morStilloraVideoCreatorProtocol.xml",
@@ -62,7 +63,8 @@ class InstallTest(stillora.TestCase):
 
     def test_what_reads_strangers_files_is_built_to_be_hard_to_lead_astray(self):
         is_sanitized = "ASAN_OPTIONS" in os.environ
-        programs = ["bin/stillora", "libexec/stillora/stillora-video-creator", "lib/libstillora-client.so",
+        programs = ["bin/stillora", "libexec/stillora/stillora-video-creator", "libexec/stillora/stillora-file-reader",
+                    "lib/libstillora-client.so",
                     "lib/stillora/picture-formats.so", "lib/stillora/stillora-faces.so"]
         for program in map(self.installed, programs):
             with self.subTest(program.name):

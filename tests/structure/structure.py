@@ -72,6 +72,18 @@ SYSTEM = re.compile(
 INSTALLED = re.compile(r"^stillora/")
 STANDARD = re.compile(r"^[a-z0-9_]+$")
 
+# What decodes files, or leads there.
+DECODING = re.compile(
+    r"^(platform/(decoders|libav|vips|sound|movie)/|platform/media/(?!CMTime\.h)|platform/graphics/NSImage\.h|video/PhotoFrame\.h"
+    r"|video/FrameProduction\.h|audio/MORAudio)"
+)
+# Sources of the client that do so in its own process.
+STILL_DECODING = (
+    "client/ContactSheet.cpp", "client/FrameSampling.cpp", "client/MovieCheck.h", "client/MovieForecast.cpp",
+    "client/MovieMaker.cpp", "client/Picture.cpp", "client/SoundRange.h", "client/Waveform.cpp",
+    "client/command/Diagnosis.cpp", "client/command/DocumentListing.cpp",
+)
+
 INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*(?:"([^"]+)"|<([^>]+)>)', re.MULTILINE)
 
 CODE = (".h", ".cpp")
@@ -145,6 +157,16 @@ def check_include_direction(root):
                     yield f"{path}:{line}: a test includes another folder's test \"{name}\""
                 elif target not in allowed:
                     yield f"{path}:{line}: a test of {own} includes \"{name}\", which {own} itself may not"
+
+
+def check_reader_alone(root):
+    """Of the client, the program that reads files alone decodes what strangers made."""
+    for path in files_below(root, CODE):
+        if folder_of(path) != "client" or Path("client/reader") in path.parents or str(path) in STILL_DECODING:
+            continue
+        for line, name, quoted in includes(root, path):
+            if quoted and DECODING.match(name):
+                yield f"{path}:{line}: \"{name}\" decodes, which client/reader does alone"
 
 
 def check_linked_rooms(root):

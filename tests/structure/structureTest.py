@@ -85,6 +85,13 @@ class StructureTest(unittest.TestCase):
                 self.assertFault("include-direction", f"{path}:1:", "sideways")
                 (self.root / path).unlink()
 
+    def test_a_client_that_decodes_outside_of_its_reader_is_found(self):
+        decoding = '#include "platform/media/CMTime.h"\n#include "platform/decoders/CGImageSource.h"\n'
+        self.write("client/reader/Answers.cpp", decoding)
+        self.assertEqual(self.faults("reader-alone"), [])
+        self.write("client/Plan.cpp", decoding)
+        self.assertFault("reader-alone", "client/Plan.cpp:2:", "CGImageSource")
+
     def test_a_room_may_use_only_rooms_that_stand_before_it(self):
         rooms = list(structure.ROOMS)
         for position, (room, uses) in enumerate(structure.ROOMS.items()):

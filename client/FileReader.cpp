@@ -1,0 +1,522 @@
+#include "client/FileReader.h"
+
+#include "client/ChildEnvironment.h"
+#include "client/ChildProgram.h"
+#include "client/ClientError.h"
+#include "client/FileReason.h"
+#include "client/LocalizedText.h"
+#include "client/Text.h"
+#include "client/WorkingClock.h"
+#include "client/reader/ReaderMessage.h"
+#include "platform/foundation/FileDescriptor.h"
+#include "platform/foundation/NSBundle.h"
+#include "platform/foundation/NSLog.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace stillora {
+
+namespace {
+
+using Clock = WorkingClock;
+using std::chrono::milliseconds;
+
+/// Between two looks at whether to go on.
+constexpr milliseconds kTick{40};
+
+/// For a process that was killed, or has closed its sockets.
+constexpr milliseconds kLongestEnd{250};
+
+/// More than any answer has: a picture of the largest size.
+constexpr uint64_t kLongestAnswer = uint64_t{1} << 31;
+constexpr uint64_t kLongestLog = uint64_t{1} << 20;
+/// So much room is made at a time, whatever an answer claims.
+constexpr size_t kPart = size_t{4} << 20;
+
+std::string notFound(const std::string& places, const char* variable)
+{
+    return localized("cannot be read: the program that reads files was not found as {}; {} may name it", places,
+                     variable);
+}
+
+Error notStarted(const std::string& program, int errnoValue)
+{
+    return {ErrorCode::ServiceNotStarted,
+            {},
+            localized("cannot be read: {} cannot be started: {}", program, reasonOfErrno(errnoValue))};
+}
+
+std::vector<char*> pointersTo(std::vector<std::string>& texts)
+{
+    std::vector<char*> pointers;
+    for (std::string& text : texts)
+        pointers.push_back(text.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+/// Starts a program whose only open file, besides nothing for the standard ones, is the socket.
+/// @return what errno would say; 0 where it runs
+int spawn(const std::string& program, int socket, pid_t& pid)
+{
+    // Above what is opened below, which would close it.
+    const platform::FileDescriptor moved(fcntl(socket, F_DUPFD_CLOEXEC, ReaderMessage::kControlDescriptor + 1));
+    if (!moved)
+        return errno;
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        posix_spawn_file_actions_addopen(&files, standard, "/dev/null", O_RDWR, 0);
+    posix_spawn_file_actions_adddup2(&files, moved.get(), ReaderMessage::kControlDescriptor);
+    posix_spawn_file_actions_addclosefrom_np(&files, ReaderMessage::kControlDescriptor + 1);
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    // The terminal's signals are for this process, which ends the other; both are stopped together.
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
+        sigaddset(&blocked, signal);
+    posix_spawnattr_setsigmask(&attributes, &blocked);
+    sigset_t usual;
+    sigfillset(&usual);
+    posix_spawnattr_setsigdefault(&attributes, &usual);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+
+    std::vector<std::string> arguments{program};
+    // Where this process has no translations, the answers are in English too.
+    if (const auto& languages = platform::NSBundle::mainBundle().languages(); !languages.empty())
+        arguments.insert(arguments.end(), {"--language", languages.front()});
+    std::vector<std::string> environment = environmentForChild();
+    const int failure = posix_spawn(&pid, program.c_str(), &files, &attributes, pointersTo(arguments).data(),
+                                    pointersTo(environment).data());
+    posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&files);
+    return failure;
+}
+
+/// The file of a question, as it goes along with it.
+struct OpenedFile {
+    platform::FileDescriptor descriptor;
+    int openErrno = 0;
+
+    explicit OpenedFile(const std::filesystem::path* path)
+    {
+        if (!path)
+            return;
+        // Nothing is waited for.
+        descriptor.reset(open(path->c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+        openErrno = descriptor ? 0 : errno;
+    }
+};
+
+} // namespace
+
+/// A process that runs, and its channels.
+class FileReader::Program final {
+public:
+    Program(pid_t pid, platform::FileDescriptor control) : pid_(pid), control_(std::move(control)) {}
+    ~Program() { end(Ending::AskedFor); }
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+
+    static std::shared_ptr<Program> start(Error& error);
+
+    /// One that nobody uses; none if the process has ended.
+    platform::FileDescriptor takeChannel();
+    void giveBack(platform::FileDescriptor channel)
+    {
+        const platform::LockGuard guard(lock_);
+        free_.push_back(std::move(channel));
+    }
+
+    enum class Ending { ByItself, AskedFor };
+    /// Ends the process, after a moment where it is said to end by itself.
+    /// @return how, as part of a sentence
+    std::string end(Ending ending);
+    bool hasEnded()
+    {
+        const platform::LockGuard guard(lock_);
+        return isEnded_;
+    }
+
+private:
+    /// @return whether it has ended, or is no child of this process
+    bool wait() REQUIRES(lock_);
+
+    const pid_t pid_;
+    const platform::FileDescriptor control_;
+    platform::Lock lock_;
+    std::vector<platform::FileDescriptor> free_ GUARDED_BY(lock_);
+    bool isEnded_ GUARDED_BY(lock_) = false;
+    /// As waitpid gives it; nothing where another part of the program has asked before.
+    std::optional<int> status_ GUARDED_BY(lock_);
+};
+
+std::shared_ptr<FileReader::Program> FileReader::Program::start(Error& error)
+{
+    platform::NSError why;
+    const auto path = ChildProgram{"stillora-file-reader", "STILLORA_FILE_READER", notFound}.find(&why);
+    if (!path) {
+        error = errorOf(why);
+        return nullptr;
+    }
+    std::array<int, 2> ends{};
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) {
+        error = notStarted(*path, errno);
+        return nullptr;
+    }
+    platform::FileDescriptor ours(ends[0]);
+    const platform::FileDescriptor theirs(ends[1]);
+    pid_t pid = 0;
+    if (const int failure = spawn(*path, theirs.get(), pid); failure != 0) {
+        error = notStarted(*path, failure);
+        return nullptr;
+    }
+    return std::make_shared<Program>(pid, std::move(ours));
+}
+
+platform::FileDescriptor FileReader::Program::takeChannel()
+{
+    const platform::LockGuard guard(lock_);
+    if (isEnded_)
+        return {};
+    if (!free_.empty()) {
+        platform::FileDescriptor channel = std::move(free_.back());
+        free_.pop_back();
+        return channel;
+    }
+    std::array<int, 2> ends{};
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0)
+        return {};
+    platform::FileDescriptor ours(ends[0]);
+    const platform::FileDescriptor theirs(ends[1]);
+    constexpr std::array kNews{std::byte{1}};
+    fcntl(ours.get(), F_SETFL, O_NONBLOCK);
+    return sendPart(control_.get(), kNews, theirs.get()) == 1 ? std::move(ours) : platform::FileDescriptor();
+}
+
+std::string FileReader::Program::end(Ending ending)
+{
+    const platform::LockGuard guard(lock_);
+    if (!isEnded_) {
+        isEnded_ = true;
+        free_.clear();
+        // What ended by itself says how, a moment after its sockets were closed.
+        if (ending == Ending::AskedFor || !wait()) {
+            ::kill(pid_, SIGKILL);
+            wait();
+        }
+    }
+    return status_ ? howItEnded(*status_) : localized("without saying how");
+}
+
+bool FileReader::Program::wait()
+{
+    for (milliseconds waited{0}; waited < kLongestEnd; ++waited) {
+        int status = 0;
+        const pid_t ended = waitpid(pid_, &status, WNOHANG);
+        if (ended == pid_)
+            status_ = status;
+        // Another part of the program may have been told of it.
+        if (ended == pid_ || (ended < 0 && errno == ECHILD))
+            return true;
+        poll(nullptr, 0, 1);
+    }
+    return false;
+}
+
+/// Keeps a question that has to be alone apart from the others.
+class FileReader::Turn final {
+public:
+    enum class Kind { WithOthers, Alone };
+
+    Turn(FileReader& reader, Kind kind, const std::function<bool()>& goesOn) : reader_(reader), kind_(kind)
+    {
+        const platform::LockGuard guard(reader_.lock_);
+        const auto mayStart = [&]() REQUIRES(reader_.lock_) {
+            return !reader_.isAlone_ && (kind_ == Kind::WithOthers || reader_.asking_ == 0);
+        };
+        while (!mayStart()) {
+            if (goesOn && !goesOn())
+                return;
+            reader_.changed_.wait_for(reader_.lock_, kTick);
+        }
+        ++reader_.asking_;
+        reader_.isAlone_ = kind_ == Kind::Alone;
+        isTaken_ = true;
+    }
+    ~Turn()
+    {
+        if (!isTaken_)
+            return;
+        const platform::LockGuard guard(reader_.lock_);
+        --reader_.asking_;
+        if (kind_ == Kind::Alone)
+            reader_.isAlone_ = false;
+        reader_.changed_.notify_all();
+    }
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+
+    /// False where the question was given up before.
+    bool isTaken() const { return isTaken_; }
+
+private:
+    FileReader& reader_;
+    const Kind kind_;
+    bool isTaken_ = false;
+};
+
+struct FileReader::Question {
+    uint32_t task = 0;
+    const Bytes& arguments;
+    const std::filesystem::path* file = nullptr;
+    const std::function<bool()>& goesOn;
+};
+
+/// How asking once came out.
+struct FileReader::Attempt {
+    enum class End {
+        Answered,
+        /// The program ended, whichever question it was for.
+        ProgramEnded,
+        /// It took too long over this question.
+        TookTooLong,
+        GivenUp,
+        /// There is no program.
+        NoProgram,
+    };
+
+    End end = End::ProgramEnded;
+    Bytes answer;
+    Error error;
+};
+
+namespace {
+
+/// Talks over a channel that waits for nothing.
+class Talk final {
+public:
+    enum class End { Done, Closed, TookTooLong, GivenUp };
+
+    Talk(int channel, const std::function<bool()>& goesOn, milliseconds wait)
+        : channel_(channel), goesOn_(goesOn), deadline_(Clock::now() + wait)
+    {}
+
+    End send(std::span<const std::byte> bytes, int descriptor = -1)
+    {
+        while (!bytes.empty()) {
+            const ssize_t sent = sendPart(channel_, bytes, descriptor);
+            if (sent < 0 && errno != EAGAIN)
+                return End::Closed;
+            if (sent > 0) {
+                bytes = bytes.subspan(static_cast<size_t>(sent));
+                descriptor = -1;
+            } else if (const End end = waitFor(POLLOUT); end != End::Done) {
+                return end;
+            }
+        }
+        return End::Done;
+    }
+
+    End receive(std::span<std::byte> bytes)
+    {
+        while (!bytes.empty()) {
+            const ssize_t received = receivePart(channel_, bytes);
+            if (received == 0 || (received < 0 && errno != EAGAIN))
+                return End::Closed;
+            if (received > 0)
+                bytes = bytes.subspan(static_cast<size_t>(received));
+            else if (const End end = waitFor(POLLIN); end != End::Done)
+                return end;
+        }
+        return End::Done;
+    }
+
+private:
+    End waitFor(short event)
+    {
+        for (;;) {
+            if (goesOn_ && !goesOn_())
+                return End::GivenUp;
+            pollfd wait{channel_, event, 0};
+            if (poll(&wait, 1, static_cast<int>(kTick.count())) > 0)
+                return End::Done;
+            if (Clock::now() >= deadline_)
+                return End::TookTooLong;
+        }
+    }
+
+    const int channel_;
+    const std::function<bool()>& goesOn_;
+    const Clock::time_point deadline_;
+};
+
+template <typename Value>
+std::span<const std::byte> bytesOfValue(const Value& value)
+{
+    return std::as_bytes(std::span(&value, 1));
+}
+
+Talk::End receiveBytes(Talk& talk, uint64_t length, Bytes& bytes)
+{
+    while (bytes.size() < length) {
+        const size_t before = bytes.size();
+        bytes.resize(before + std::min<uint64_t>(kPart, length - before));
+        if (const auto end = talk.receive(std::span(bytes).subspan(before)); end != Talk::End::Done)
+            return end;
+    }
+    return Talk::End::Done;
+}
+
+/// Lines of the program, as this one's own.
+void writeLog(const Bytes& coded)
+{
+    std::vector<std::string> lines;
+    Decoder decoder(coded);
+    decoder(lines);
+    if (!decoder.isWhole() || lines.size() > ReaderMessage::kMostLogLines)
+        return;
+    for (const std::string& line : lines)
+        platform::NSLog(printable(line));
+}
+
+/// @param isDone  out: 0 where the time was up inside of the program
+Talk::End receiveAnswer(Talk& talk, uint32_t& isDone, Bytes& answer)
+{
+    ReaderMessage message;
+    if (const auto end = talk.receive(std::as_writable_bytes(std::span(&message, 1))); end != Talk::End::Done)
+        return end;
+    isDone = message.number;
+    if (message.length > kLongestAnswer || message.logLength > kLongestLog)
+        return Talk::End::Closed;
+    Bytes log;
+    if (const auto end = receiveBytes(talk, message.logLength, log); end != Talk::End::Done)
+        return end;
+    if (!log.empty())
+        writeLog(log);
+    return receiveBytes(talk, message.length, answer);
+}
+
+} // namespace
+
+FileReader& FileReader::shared()
+{
+    // Never destroyed: questions may still be asked while the process ends, and the program ends with it.
+    static auto& reader = *new FileReader;
+    return reader;
+}
+
+FileReader::FileReader() : FileReader(Limits{}) {}
+
+FileReader::FileReader(Limits limits) : limits_(limits) {}
+
+FileReader::~FileReader() = default;
+
+Error FileReader::distrust()
+{
+    std::shared_ptr<Program> program;
+    {
+        const platform::LockGuard guard(lock_);
+        program.swap(program_);
+    }
+    if (program)
+        program->end(Program::Ending::AskedFor);
+    return {ErrorCode::Unsupported, {}, localized("cannot be read: what its reader says of it makes no sense")};
+}
+
+std::shared_ptr<FileReader::Program> FileReader::program(Error& error)
+{
+    const platform::LockGuard guard(lock_);
+    if (!program_ || program_->hasEnded())
+        program_ = Program::start(error);
+    return program_;
+}
+
+FileReader::Attempt FileReader::attempt(const Question& question, const Turn& turn)
+{
+    Attempt result;
+    if (!turn.isTaken()) {
+        result.end = Attempt::End::GivenUp;
+        return result;
+    }
+    const auto program = this->program(result.error);
+    if (!program) {
+        result.end = Attempt::End::NoProgram;
+        return result;
+    }
+    platform::FileDescriptor channel = program->takeChannel();
+    Talk::End end = Talk::End::Closed;
+    uint32_t isDone = 0;
+    if (channel) {
+        const OpenedFile file(question.file);
+        const ReaderMessage message{.number = question.task,
+                                    .openErrno = file.openErrno,
+                                    .milliseconds = static_cast<uint32_t>(limits_.work.count()),
+                                    .hasFile = question.file ? 1U : 0U,
+                                    .length = question.arguments.size()};
+        Talk talk(channel.get(), question.goesOn, limits_.wait);
+        end = talk.send(bytesOfValue(message), file.descriptor.get());
+        if (end == Talk::End::Done)
+            end = talk.send(question.arguments);
+        if (end == Talk::End::Done)
+            end = receiveAnswer(talk, isDone, result.answer);
+    }
+    if (end == Talk::End::Done && isDone == 1) {
+        program->giveBack(std::move(channel));
+        result.end = Attempt::End::Answered;
+        return result;
+    }
+    // Whatever happened, nothing that it says is believed any more.
+    const std::string how =
+        program->end(end == Talk::End::Closed ? Program::Ending::ByItself : Program::Ending::AskedFor);
+    result.error = {ErrorCode::Unsupported, {}, localized("cannot be read: the program that reads it ended {}", how)};
+    result.end = end == Talk::End::GivenUp                                 ? Attempt::End::GivenUp
+                 : end == Talk::End::TookTooLong || end == Talk::End::Done ? Attempt::End::TookTooLong
+                                                                           : Attempt::End::ProgramEnded;
+    return result;
+}
+
+Result<Bytes> FileReader::exchange(uint32_t task, const Bytes& arguments, const std::filesystem::path* file,
+                                   const std::function<bool()>& goesOn)
+{
+    const Question question{task, arguments, file, goesOn};
+    Attempt last;
+    // With others it is not known for which of them the program ended.
+    for (const auto kind : {Turn::Kind::WithOthers, Turn::Kind::Alone}) {
+        last = attempt(question, Turn(*this, kind, goesOn));
+        if (last.end != Attempt::End::ProgramEnded)
+            break;
+    }
+    switch (last.end) {
+    case Attempt::End::Answered:
+        return std::move(last.answer);
+    case Attempt::End::TookTooLong:
+        return Error{ErrorCode::Unsupported,
+                     {},
+                     localized("cannot be read: it takes longer than {}",
+                               secondsText(std::min<Seconds>(limits_.work, limits_.wait)))};
+    case Attempt::End::GivenUp:
+        return Error{ErrorCode::Cancelled, {}, localized("stopped")};
+    case Attempt::End::ProgramEnded:
+    case Attempt::End::NoProgram:
+        break;
+    }
+    return last.error;
+}
+
+} // namespace stillora

@@ -1,0 +1,101 @@
+#pragma once
+
+#include <stillora/Error.h>
+#include <stillora/Types.h>
+
+#include "client/reader/Coding.h"
+#include "client/reader/Questions.h"
+#include "platform/foundation/Lock.h"
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+
+namespace stillora {
+
+/// Has files of strangers read by a program of its own, which may do nothing else: this process opens them, and decodes
+/// none. The program is started when it is first needed, answers several questions at a time, and ends with this
+/// process. Where it crashes or takes too long over a file, it is ended and started anew: the others are asked again,
+/// one after the other, so that the one that it fails on is known. Any thread.
+class FileReader final {
+public:
+    struct Limits {
+        /// Of the processor's time, for each question.
+        std::chrono::milliseconds work{60'000};
+        /// Of time, for each question: on a busy machine it takes long to get the processor.
+        std::chrono::milliseconds wait{600'000};
+    };
+
+    /// Of all questions of the library.
+    static FileReader& shared();
+
+    FileReader();
+    explicit FileReader(Limits limits);
+    /// Ends the program.
+    ~FileReader();
+    FileReader(const FileReader&) = delete;
+    FileReader& operator=(const FileReader&) = delete;
+
+    /// Blocks until the question is answered.
+    ///
+    /// @param goesOn  asked every few hundredths of a second; false ends the program. May be empty
+    /// @return why there is no answer, without the file's path: the program crashed, took too long, or cannot be
+    /// started
+    template <typename Question>
+    Result<typename Question::Answer> ask(const Question& question, const std::function<bool()>& goesOn = {})
+    {
+        Encoder encoder;
+        encoder(question);
+        const std::filesystem::path* file = nullptr;
+        if constexpr (requires { question.file; })
+            file = &question.file;
+        const auto coded = exchange(static_cast<uint32_t>(Question::kTask), encoder.bytes(), file, goesOn);
+        if (!coded)
+            return coded.error();
+        typename Question::Answer answer = noAnswer(static_cast<typename Question::Answer*>(nullptr));
+        Decoder decoder(*coded);
+        decoder(answer);
+        if (!decoder.isWhole() || !isPlausible(answer))
+            return distrust();
+        return answer;
+    }
+
+private:
+    class Program;
+    class Turn;
+    struct Attempt;
+    struct Question;
+
+    template <typename Value>
+    static Value noAnswer(const Value*)
+    {
+        return Value{};
+    }
+    template <typename Value>
+    static Result<Value> noAnswer(const Result<Value>*)
+    {
+        return Error{};
+    }
+
+    /// Ends the program, which says what cannot be.
+    Error distrust();
+    Result<Bytes> exchange(uint32_t task, const Bytes& arguments, const std::filesystem::path* file,
+                           const std::function<bool()>& goesOn);
+    Attempt attempt(const Question& question, const Turn& turn);
+    /// The one that runs, or a new one.
+    std::shared_ptr<Program> program(Error& error);
+
+    const Limits limits_;
+    platform::Lock lock_;
+    platform::Condition changed_;
+    std::shared_ptr<Program> program_ GUARDED_BY(lock_);
+    /// Questions that are asked at the moment, and whether one of them is to be alone.
+    size_t asking_ GUARDED_BY(lock_) = 0;
+    bool isAlone_ GUARDED_BY(lock_) = false;
+};
+
+} // namespace stillora

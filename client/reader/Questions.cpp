@@ -1,0 +1,85 @@
+#include "client/reader/Questions.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <string_view>
+
+namespace stillora {
+
+namespace {
+
+/// Of a picture, as the decoders refuse larger ones.
+constexpr double kMostPixels = 1 << 28;
+/// More than what any file plays: three hundred years.
+constexpr Seconds kLongest{1e10};
+constexpr int kHighestRateHz = 100'000'000;
+
+bool isPictureSize(const Size& size)
+{
+    const auto isEdge = [](double edge) { return edge >= 1 && edge <= kMostPixels && edge == std::floor(edge); };
+    return isEdge(size.width) && isEdge(size.height) && size.width * size.height <= kMostPixels;
+}
+
+bool isDate(const DateTaken& date)
+{
+    using namespace std::chrono;
+    const bool isInYears = date.clock >= local_days(year(0) / 1 / 1) && date.clock < local_days(year(10000) / 1 / 1);
+    return isInYears && (!date.offset || (*date.offset > -hours(48) && *date.offset < hours(48)));
+}
+
+/// "mp3", "pcm_s16le": a word that is shown as it is.
+bool isFormatName(std::string_view name)
+{
+    return name.size() < 64 && std::ranges::all_of(name, [](unsigned char c) {
+               return c < 0x80 && (std::isalnum(c) || c == '_' || c == '-' || c == '.');
+           });
+}
+
+bool isLength(Seconds length)
+{
+    return length >= Seconds(0) && length <= kLongest;
+}
+
+bool isColor(const Color& color)
+{
+    return std::ranges::all_of(std::initializer_list<double>{color.red, color.green, color.blue},
+                               [](double part) { return part >= 0 && part <= 1; });
+}
+
+bool isPlausible(const FileFacts& facts)
+{
+    if (facts.taken && !isDate(*facts.taken))
+        return false;
+    if (facts.kind == FileFacts::Kind::Photo && !isPictureSize(facts.size))
+        return false;
+    if (facts.cover &&
+        (!isFormatName(facts.cover->format) || (!facts.cover->format.empty() && !isPictureSize(facts.cover->size))))
+        return false;
+    const auto isEdge = [](double edge) { return edge >= 0 && edge <= kMostPixels; };
+    return isEdge(facts.size.width) && isEdge(facts.size.height) && isFormatName(facts.pictureFormat) &&
+           isFormatName(facts.soundFormat) && isLength(facts.length) &&
+           (!facts.orientation || (*facts.orientation >= 1 && *facts.orientation <= 8)) &&
+           (!facts.averageColor || isColor(*facts.averageColor)) && facts.sampleRateHz >= 0 &&
+           facts.sampleRateHz <= kHighestRateHz && facts.channels >= 0;
+}
+
+} // namespace
+
+bool isPlausible(const PhotoLook& look)
+{
+    return look.kind != PhotoLook::Kind::Good || (isPictureSize(look.size) && (!look.taken || isDate(*look.taken)));
+}
+
+bool isPlausible(const SoundMeasure& measure)
+{
+    return !measure.fault.empty() ||
+           (measure.length > Seconds(0) && isLength(measure.length) && measure.sampleRateHz > 0);
+}
+
+bool isPlausible(const Result<FileFacts>& facts)
+{
+    return !facts || isPlausible(*facts);
+}
+
+} // namespace stillora

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <stillora/Types.h>
+
+#include "platform/foundation/FileDescriptor.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace stillora {
+
+/// What goes over a channel between the library and the program that reads files. A channel is a stream socket on which
+/// questions and answers take turns; the answer's number is the question's.
+struct ReaderMessage {
+    /// Where the program finds the channels, which come over the descriptor that it is started with, one in each
+    /// message.
+    static constexpr int kControlDescriptor = 3;
+    /// With one answer.
+    static constexpr size_t kMostLogLines = 100;
+
+    /// Of a question what is to be done; of an answer whether it was, 1, or whether the time was up, 0.
+    uint32_t number = 0;
+    /// Why the file that goes with a question could not be opened; 0 where there is one, or none at all.
+    int32_t openErrno = 0;
+    /// For a question, of the processor's time; 0 is without limit.
+    uint32_t milliseconds = 0;
+    /// Of a question, whether a file, or the reason that there is none, goes with it.
+    uint32_t hasFile = 0;
+    /// Of an answer, how many bytes of coded lines for the log come before it.
+    uint64_t logLength = 0;
+    /// How many bytes follow.
+    uint64_t length = 0;
+};
+
+/// Sends bytes, and a descriptor with the first of them. Where the socket does not wait, waits for nothing either.
+/// @param descriptor  -1 sends none
+/// @return how many were sent; -1 on failure, which `errno` tells
+ssize_t sendPart(int socket, std::span<const std::byte> bytes, int descriptor = -1);
+
+/// Receives what is there, at least one byte.
+/// @param descriptor  out, optional: the one that came with it. Others that come are closed
+/// @param flags       those of recv(2)
+/// @return how many were received; 0 at the end; -1 on failure, which `errno` tells
+ssize_t receivePart(int socket, std::span<std::byte> bytes, platform::FileDescriptor* descriptor = nullptr,
+                    int flags = 0);
+
+} // namespace stillora

@@ -1,0 +1,62 @@
+#include "client/reader/ReaderService.h"
+#include "platform/foundation/InstalledFiles.h"
+#include "platform/foundation/NSBundle.h"
+#include "platform/foundation/NSLocale.h"
+#include "platform/foundation/NSLog.h"
+#include "platform/sandbox/Sandbox.h"
+
+#include <clocale>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+#include <malloc.h>
+#include <unistd.h>
+
+namespace {
+
+/// Of pictures that are decoded at once, and of all that stands behind them; what is only reserved counts too.
+constexpr uint64_t kUsualMemory = uint64_t{4} << 30;
+
+/// Decodes what it is handed, and can do nothing else: the files come opened, and none is written.
+void giveUpRights()
+{
+    const auto memory = static_cast<uint64_t>(sysconf(_SC_PHYS_PAGES)) * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+    const auto lacks =
+        platform::confineProcess({.files = platform::SandboxFiles{}, .addressSpaceBytes = kUsualMemory + memory / 2});
+    for (const std::string& lack : lacks)
+        platform::NSLog(lack);
+}
+
+/// As the service: blocks of pictures go back to the system when they are freed.
+void limitMemory()
+{
+    mallopt(M_MMAP_THRESHOLD, 4 << 20);
+    mallopt(M_TRIM_THRESHOLD, 16 << 20);
+    mallopt(M_ARENA_MAX, 4);
+}
+
+void setUpLanguage(const char* language)
+{
+    std::setlocale(LC_CTYPE, "");
+    std::setlocale(LC_MESSAGES, "");
+    platform::setPreferredLanguage(language);
+    platform::NSBundle::mainBundle().setLocalizations(
+        platform::installedPlace(platform::InstalledFolder::Shared, "locale"), "stillora");
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    giveUpRights();
+    limitMemory();
+    for (int i = 1; i + 1 < argc; i += 2)
+        if (std::string_view(argv[i]) == "--language")
+            setUpLanguage(argv[i + 1]);
+    if (stillora::ReaderService::run())
+        std::_Exit(EXIT_SUCCESS);
+    std::fputs("stillora-file-reader: it is started by the programs that need it\n", stderr);
+    return EXIT_FAILURE;
+}
