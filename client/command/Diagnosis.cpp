@@ -21,6 +21,7 @@
 #include "util/UserSettings.h"
 #include "video/PhotoFrame.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -32,8 +33,10 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sched.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace stillora {
@@ -295,6 +298,27 @@ std::vector<std::string> unitFolders()
     return folders;
 }
 
+/// As systemd makes one for a user's service.
+bool canMakeUserNamespace()
+{
+    const pid_t child = fork();
+    if (child == 0)
+        _exit(unshare(CLONE_NEWUSER) == 0 ? EXIT_SUCCESS : EXIT_FAILURE);
+    int status = 0;
+    while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    return child > 0 && WIFEXITED(status) && WEXITSTATUS(status) == EXIT_SUCCESS;
+}
+
+/// Whether the user has changed how the unit starts the service.
+bool hasDropIns()
+{
+    const auto folders = unitFolders();
+    return std::ranges::any_of(folders, [](const std::string& folder) {
+        return access((folder + "/app.stillora.VideoCreator@.service.d").c_str(), R_OK) == 0;
+    });
+}
+
 Finding units()
 {
     Finding finding{
@@ -302,6 +326,15 @@ Finding units()
     for (const std::string& folder : unitFolders())
         if (access((folder + "/app.stillora.VideoCreator.socket").c_str(), R_OK) == 0) {
             finding.detail = folder;
+            if (!hasDropIns() && !canMakeUserNamespace()) {
+                finding.state = State::Broken;
+                finding.detail = localized("this system forbids user namespaces, without which {} cannot start the "
+                                           "service; {} is a drop-in that "
+                                           "does without them",
+                                           folder + "/app.stillora.VideoCreator@.service",
+                                           platform::installedPlace(platform::InstalledFolder::Shared,
+                                                                    "stillora/without-user-namespaces.conf"));
+            }
             return finding;
         }
     finding.state = State::Missing;

@@ -14,6 +14,7 @@
 #include <set>
 #include <span>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -28,8 +29,7 @@ using Filter = Handle<void, seccomp_release>;
 /// Harmless whatever their arguments are: each works on what the process has, or on files, which are guarded otherwise.
 constexpr auto kAllowed = std::to_array<const char*>(
     {// memory
-     "brk", "madvise", "membarrier", "memfd_create", "mincore", "mlock", "mlock2", "mmap", "mmap2", "mprotect",
-     "mremap", "msync", "munlock", "munmap",
+     "brk", "madvise", "membarrier", "mincore", "mlock", "mlock2", "mremap", "msync", "munlock", "munmap",
      // files
      "_llseek", "access", "chdir", "chmod", "chown", "chown32", "close", "close_range", "copy_file_range", "creat",
      "dup", "dup2", "dup3", "faccessat", "faccessat2", "fadvise64", "fadvise64_64", "fallocate", "fchdir", "fchmod",
@@ -130,6 +130,23 @@ public:
         add(kRefused, number, {argument, SCMP_CMP_MASKED_EQ, bit, 0});
     }
 
+    /// Allowed where an argument has not this bit, else forbidden.
+    void allowWithout(const char* name, unsigned argument, uint64_t bit)
+    {
+        const int number = numberOf(name);
+        add(SCMP_ACT_ALLOW, number, {argument, SCMP_CMP_MASKED_EQ, bit, 0});
+        add(kRefused, number, {argument, SCMP_CMP_MASKED_EQ, bit, bit});
+    }
+
+    /// Allowed where an argument lacks one of two bits, else forbidden.
+    void allowWithoutBoth(const char* name, unsigned argument, uint64_t first, uint64_t second)
+    {
+        const int number = numberOf(name);
+        for (const uint64_t bits : {uint64_t{0}, first, second})
+            add(SCMP_ACT_ALLOW, number, {argument, SCMP_CMP_MASKED_EQ, first | second, bits});
+        add(kRefused, number, {argument, SCMP_CMP_MASKED_EQ, first | second, first | second});
+    }
+
     /// 0 where all could be added, or an `errno` value.
     int failure() const { return failure_; }
 
@@ -171,6 +188,10 @@ int addRules(scmp_filter_ctx filter, SandboxSockets sockets)
             rules.allow(name);
     for (const char* name : kAllowed)
         rules.allow(name);
+    // Code comes from files. Memory that was written is never run: not at once and not later.
+    for (const char* name : {"mmap", "mmap2"})
+        rules.allowWithoutBoth(name, 2, PROT_WRITE, PROT_EXEC);
+    rules.allowWithout("mprotect", 2, PROT_EXEC);
     // Threads, no processes. What "clone3" is asked for cannot be looked at: the C library then takes the older call.
     rules.allowOnlyWith("clone", 0, CLONE_THREAD);
     rules.allowFor("prctl", 0, kProcessControls);

@@ -4,6 +4,7 @@ import json
 import os
 import subprocess
 import unittest
+from pathlib import Path
 
 import stillora
 
@@ -136,6 +137,16 @@ class DoctorTest(stillora.TestCase):
         folder.mkdir(parents=True)
         (folder / "app.stillora.VideoCreator.socket").touch()
         self.assertFound("units", "ok", str(folder))
+
+    def test_a_system_that_forbids_user_namespaces_needs_a_drop_in_for_the_units(self):
+        folder = self.home / ".config/systemd/user"
+        folder.mkdir(parents=True)
+        (folder / "app.stillora.VideoCreator.socket").touch()
+        without = [str(Path(stillora.__file__).with_name("without-user-namespaces"))]
+        self.assertFound("units", "broken", "forbids user namespaces", prefix=without)
+        self.assertFound("units", "broken", "without-user-namespaces.conf", prefix=without)
+        (folder / "app.stillora.VideoCreator@.service.d").mkdir()
+        self.assertFound("units", "ok", prefix=without)
 
     def test_a_wrong_command_line_is_told(self):
         result = self.doctor("x", expect=USAGE)

@@ -396,6 +396,24 @@ TEST_F(SandboxCallsTest, InterfacesOfTheKernelThatNobodyNeedsAreShut)
         EXPECT_EQ(called(number), "ENOSYS") << number;
 }
 
+TEST_F(SandboxCallsTest, WhatWasWrittenIsNotRun)
+{
+    constexpr size_t kLength = 4096;
+    const auto mapped = [](int protection) {
+        void* const place = mmap(nullptr, kLength, protection, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        return outcome(place == MAP_FAILED ? -1 : 0);
+    };
+    EXPECT_EQ(said([&] { return mapped(PROT_READ | PROT_WRITE | PROT_EXEC); }), "EPERM");
+    EXPECT_EQ(said([&] { return mapped(PROT_WRITE | PROT_EXEC); }), "EPERM");
+    EXPECT_EQ(said([&] { return mapped(PROT_READ | PROT_EXEC); }), "done") << "libraries are loaded so";
+    const auto changed = [](int protection) {
+        void* const place = mmap(nullptr, kLength, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        return outcome(mprotect(place, kLength, protection));
+    };
+    EXPECT_EQ(said([&] { return changed(PROT_READ | PROT_EXEC); }), "EPERM");
+    EXPECT_EQ(said([&] { return changed(PROT_READ); }), "done");
+}
+
 TEST_F(SandboxCallsTest, NothingIsTypedIntoATerminal)
 {
     EXPECT_EQ(said([] { return outcome(ioctl(STDIN_FILENO, TIOCSTI, "x")); }), "ENOSYS");
