@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <array>
 #include <cassert>
-#include <ranges>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -119,12 +118,22 @@ std::string readHeight(std::string_view name, const std::string& text, CreateOpt
     return readQuality(text, options.quality, name);
 }
 
+/// The words that an option takes, from their table.
+template <typename Meaning>
+std::string wordsOf(const std::vector<std::pair<std::string, Meaning>>& table)
+{
+    std::string words;
+    for (const auto& [word, meaning] : table)
+        words += (words.empty() ? "" : ", ") + word;
+    return words;
+}
+
 std::string readSort(std::string_view name, const std::string& text, CreateOptions& options)
 {
     const auto& words = sortWords();
     const auto word = std::ranges::find(words, text, &std::pair<std::string, PhotoSort>::first);
     if (word == words.end())
-        return localized("{} takes {}, not \"{}\"", name, fmt::join(words | std::views::keys, ", "), text);
+        return localized("{} takes {}, not \"{}\"", name, wordsOf(words), text);
     options.order.sort = word->second;
     return {};
 }
@@ -134,7 +143,7 @@ std::string readProgress(std::string_view, const std::string& text, CreateOption
     const auto& words = progressWords();
     const auto word = std::ranges::find(words, text, &std::pair<std::string, ProgressStyle>::first);
     if (word == words.end())
-        return localized("--progress takes {}, not \"{}\"", fmt::join(words | std::views::keys, ", "), text);
+        return localized("--progress takes {}, not \"{}\"", wordsOf(words), text);
     options.progress = word->second;
     return {};
 }

@@ -15,13 +15,6 @@ namespace platform {
 
 namespace {
 
-/// One for each thread, as making one costs memory and time.
-tjhandle decompressor()
-{
-    thread_local const Handle<void, tjDestroy> handle(tjInitDecompress());
-    return handle.get();
-}
-
 /// The sizes that a file can be decoded at for less than its full price, smallest first.
 constexpr std::array<tjscalingfactor, 4> kScales = {{{1, 8}, {1, 4}, {1, 2}, {1, 1}}};
 
@@ -86,20 +79,21 @@ private:
         if (header_.bitsPerSample != 8)
             return failDecoding(error, localized("is a JPEG file of another depth than 8 bits"));
         bytes = withoutUnfinishedSegment(bytes);
-        const tjhandle handle = decompressor();
+        // One that was used keeps its tables, which would stand in for those that a damaged file lacks.
+        decompressor_.reset(tjInitDecompress());
         int fullWidth = 0;
         int fullHeight = 0;
         int subsampling = -1;
         int space = -1;
-        if (!handle || tjDecompressHeader3(handle, bytes.data(), bytes.size(), &fullWidth, &fullHeight, &subsampling,
-                                           &space) != 0) {
+        if (!decompressor_ || tjDecompressHeader3(decompressor_.get(), bytes.data(), bytes.size(), &fullWidth,
+                                                  &fullHeight, &subsampling, &space) != 0) {
             // Samplings that have no name are decoded all the same, to pixels instead of planes.
             fullWidth = static_cast<int>(header_.width);
             fullHeight = static_cast<int>(header_.height);
             subsampling = -1;
             space = header_.components == 4 ? TJCS_CMYK : TJCS_RGB;
         }
-        if (!handle || static_cast<size_t>(fullWidth) != header_.width ||
+        if (!decompressor_ || static_cast<size_t>(fullWidth) != header_.width ||
             static_cast<size_t>(fullHeight) != header_.height)
             return failDecoding(error, localized("is damaged: its headers contradict each other"));
 
@@ -149,9 +143,9 @@ private:
     bool succeeded(int status, NSError* error) const
     {
         // A warning means a file that is cut off or damaged inside: what there is of it is shown.
-        if (status == 0 || tjGetErrorCode(decompressor()) == TJERR_WARNING)
+        if (status == 0 || tjGetErrorCode(decompressor_.get()) == TJERR_WARNING)
             return true;
-        return failDecoding(error, localized("cannot be decoded: {}", {tjGetErrorStr2(decompressor())}));
+        return failDecoding(error, localized("cannot be decoded: {}", {tjGetErrorStr2(decompressor_.get())}));
     }
 
     bool decodePlanes(std::span<const uint8_t> bytes, tjscalingfactor factor, PixelSize scaled, int subsampling,
@@ -193,7 +187,7 @@ private:
             pointers[i] = memory + offsets[i];
             planes.planes[i] = {pointers[i], static_cast<size_t>(strides[i])};
         }
-        if (!succeeded(tjDecompressToYUVPlanes(decompressor(), bytes.data(), bytes.size(), pointers.data(),
+        if (!succeeded(tjDecompressToYUVPlanes(decompressor_.get(), bytes.data(), bytes.size(), pointers.data(),
                                                static_cast<int>(scaled.width), strides.data(),
                                                static_cast<int>(scaled.height), kFlags),
                        error))
@@ -232,7 +226,7 @@ private:
         const bool isInk = space == TJCS_CMYK || space == TJCS_YCCK;
         const size_t bands = isInk ? 4 : 3;
         std::vector<uint8_t> pixels(scaled.width * scaled.height * bands);
-        if (!succeeded(tjDecompress2(decompressor(), bytes.data(), bytes.size(), pixels.data(),
+        if (!succeeded(tjDecompress2(decompressor_.get(), bytes.data(), bytes.size(), pixels.data(),
                                      static_cast<int>(scaled.width), 0, static_cast<int>(scaled.height),
                                      isInk ? TJPF_CMYK : TJPF_RGB, kFlags),
                        error))
@@ -254,6 +248,7 @@ private:
     }
 
     JPEGHeader header_;
+    Handle<void, tjDestroy> decompressor_;
 };
 
 } // namespace

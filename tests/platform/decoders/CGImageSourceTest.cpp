@@ -892,6 +892,29 @@ TEST_F(CGImageSourceTest, FindsOutWhetherADamagedFileCanBeDecoded)
     }
 }
 
+TEST_F(CGImageSourceTest, TakesNoTablesFromTheFileBefore)
+{
+    const std::vector<uint8_t> whole = test::jpegBytes(test::quadrants(64, 48));
+    // Segments of tables, each by its mark: quantisation, and the codes of numbers.
+    for (const uint8_t mark : {uint8_t{0xDB}, uint8_t{0xC4}}) {
+        std::vector<uint8_t> without(whole.begin(), whole.begin() + 2);
+        for (size_t at = 2; at + 4 < whole.size();) {
+            const bool isScan = whole[at + 1] == 0xDA;
+            const size_t end = isScan ? whole.size() : at + 2 + (size_t{whole[at + 2]} << 8 | whole[at + 3]);
+            if (whole[at + 1] != mark)
+                without.insert(without.end(), whole.begin() + static_cast<ptrdiff_t>(at),
+                               whole.begin() + static_cast<ptrdiff_t>(end));
+            at = end;
+        }
+        const std::string lacking = file("lacking.jpg", without);
+        const CGImagePtr alone = thumbnail(lacking);
+        ASSERT_NE(thumbnail(file("whole.jpg", whole)), nullptr);
+        const CGImagePtr after = thumbnail(lacking);
+        EXPECT_EQ(after == nullptr, alone == nullptr) << int{mark};
+        EXPECT_EQ(alone == nullptr, mark == 0xDB) << "the codes that most files have stand in for missing ones";
+    }
+}
+
 TEST_F(CGImageSourceTest, FindsOutWhetherOtherFormatsCanBeDecoded)
 {
     for (const std::string name : {"a.png", "a.webp", "a.tiff", "a.gif"}) {
