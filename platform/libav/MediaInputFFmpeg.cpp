@@ -4,6 +4,7 @@
 #include "platform/libav/FFmpegHandles.h"
 #include "platform/libav/ID3Head.h"
 #include "platform/libav/LibavLog.h"
+#include "platform/libav/WAVEnd.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -176,7 +177,9 @@ const FileBytesPtr& bytesOf(const AVFormatContext& input)
 
 InputPtr openMediaFile(FileBytesPtr file, const NSURL& url, bool ignoreEditLists, NSError* error)
 {
-    InputPtr input = openInput({.file = std::move(file)}, url.path(), {.ignoresEditLists = ignoreEditLists}, error);
+    const int64_t end = endOfWAVFile(*file);
+    InputPtr input =
+        openInput({.file = std::move(file), .end = end}, url.path(), {.ignoresEditLists = ignoreEditLists}, error);
     if (!input)
         return nullptr;
     if (const int result = avformat_find_stream_info(input.get(), nullptr); result < 0) {
@@ -198,7 +201,9 @@ InputPtr openMediaHead(const NSURL& url, FileBytesPtr opened)
     if (!file)
         return nullptr;
     const AVInputFormat* const format = formatOfMP3(*file);
-    return openInput({.file = std::move(file), .bytesLeft = kMaxHeadBytes}, url.path(), {.format = format}, nullptr);
+    const int64_t end = endOfWAVFile(*file);
+    return openInput({.file = std::move(file), .end = end, .bytesLeft = kMaxHeadBytes}, url.path(), {.format = format},
+                     nullptr);
 }
 
 InputPtr openID3Tag(const AVFormatContext& file, int64_t begin, int64_t end)
