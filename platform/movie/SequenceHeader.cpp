@@ -233,6 +233,9 @@ std::optional<Bytes> setWithoutTiming(SequenceHeaderKind kind, const Bytes& set)
     size_t end = reader.bitCount();
     while (!(set[(end - 1) / 8] >> (7 - (end - 1) % 8) & 1))
         --end;
+    // What ended already within the timing was no such set.
+    if (end <= reader.position())
+        return std::nullopt;
     BitWriter writer;
     BitReader copy(set);
     while (copy.position() < flag)

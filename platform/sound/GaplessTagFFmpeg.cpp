@@ -107,8 +107,8 @@ std::optional<GaplessTag> gaplessTagOfMP3(const FileBytes& file)
     constexpr int64_t kDecoderDelay = 528 + 1;
     const int64_t frameLength = isMPEG1 ? 1152 : 576;
     GaplessTag result{startPad + kDecoderDelay, std::nullopt, start + static_cast<int64_t>(frame), frameLength};
-    if (frames > 0)
-        result.length = frames * frameLength - startPad - endPad;
+    if (const int64_t length = frames * frameLength - startPad - endPad; length > 0)
+        result.length = length;
     return result;
 }
 
