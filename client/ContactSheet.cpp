@@ -15,6 +15,7 @@
 #include <cmath>
 #include <memory>
 #include <optional>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -146,8 +147,12 @@ Result<Bytes> renderContactSheet(const MovieRequest& request,
     };
     {
         std::vector<std::jthread> others;
-        for (unsigned i = 1; i < std::thread::hardware_concurrency(); ++i)
-            others.emplace_back(work);
+        try {
+            for (unsigned i = 1; i < std::thread::hardware_concurrency(); ++i)
+                others.emplace_back(work);
+        } catch (const std::system_error&) {
+            // Fewer threads draw as well.
+        }
         work();
     }
     if (failed)

@@ -2,6 +2,7 @@
 
 #include "client/LocalizedText.h"
 #include "platform/files/NSFileManager.h"
+#include "platform/foundation/NSLog.h"
 
 #include <cerrno>
 #include <chrono>
@@ -76,15 +77,20 @@ std::vector<std::string> entriesThatBeginWith(std::string_view prefix, const std
     return paths;
 }
 
+bool removeFolder(const std::string& path, platform::NSError* error = nullptr)
+{
+    return platform::NSFileManager::defaultManager().removeItemAtURL(platform::NSURL::fileURLWithPath(path, true),
+                                                                     error);
+}
+
 /// Removes the folders of jobs whose processes are gone. The hidden folder is locked meanwhile, so that a folder which
 /// another process has just made and not yet locked is never seen.
 void removeAbandonedJobs(const std::string& hiddenFolder)
 {
-    std::error_code ignored;
     for (const std::string& job : entriesThatBeginWith(kJobPrefix, hiddenFolder)) {
         const platform::FileDescriptor folder = openFolder(job);
         if (tryLock(folder))
-            std::filesystem::remove_all(job, ignored);
+            static_cast<void>(removeFolder(job));
     }
 }
 
@@ -169,19 +175,24 @@ std::unique_ptr<JobFolder> JobFolder::create(const platform::NSURL& saveFolder, 
         const std::string path = inside(hiddenFolder, std::string(kJobPrefix) + platform::NSUUIDString());
         // Photos are private: nobody else looks into what is made of them.
         if (mkdir(path.c_str(), 0700) != 0) {
-            if (errno == ENOENT)
+            const int reason = errno;
+            if (reason == ENOENT)
                 continue;
-            return refuse(errno);
+            rmdir(hiddenFolder.c_str());
+            return refuse(reason);
         }
         platform::FileDescriptor job = openFolder(path);
-        if (!job)
-            return refuse(errno);
+        if (!job) {
+            const int reason = errno;
+            static_cast<void>(removeFolder(path));
+            rmdir(hiddenFolder.c_str());
+            return refuse(reason);
+        }
         static_cast<void>(tryLock(job));
         for (const char* name : {"temporary", "output", "documents", "aliases"})
             if (mkdir(inside(path, name).c_str(), 0700) != 0) {
                 const int reason = errno;
-                std::error_code ignored;
-                std::filesystem::remove_all(path, ignored);
+                static_cast<void>(removeFolder(path));
                 rmdir(hiddenFolder.c_str());
                 return refuse(reason);
             }
@@ -200,8 +211,9 @@ JobFolder::JobFolder(std::string hiddenFolder, std::string path, platform::FileD
 
 JobFolder::~JobFolder()
 {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
+    platform::NSError error;
+    if (!removeFolder(path_, &error))
+        platform::NSLog(error.localizedDescription);
     lock_.reset();
     // Fails, as it should, while another job is in there.
     rmdir(hiddenFolder_.c_str());

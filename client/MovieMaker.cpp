@@ -3,6 +3,7 @@
 
 #include "client/ClientError.h"
 #include "client/DataBytes.h"
+#include "client/FileReason.h"
 #include "client/JobFolder.h"
 #include "client/LocalizedText.h"
 #include "client/MovieCheck.h"
@@ -26,6 +27,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <iterator>
 #include <limits>
 #include <map>
@@ -59,6 +61,9 @@ constexpr std::string_view kConversionStage = "VideoCreationTitleConvertingAndTr
 /// A rate that every player knows and that is quick to encode: a movie without music needs no more.
 constexpr int kSilenceRateHz = 16000;
 
+/// How long the system may refuse to wait for anything.
+constexpr milliseconds kLongestBlindness{2'000};
+
 /// How long a service that has answered may take to end by itself.
 constexpr milliseconds kGoodbye{2'000};
 
@@ -69,15 +74,29 @@ const platform::CMTime kLongestWebPicture = platform::CMTimeMake(1, 2);
 /// With less free space than this after a failure, the disk counts as full.
 constexpr double kFullDiskBytes = 4e6;
 
+/// The same of files: a movie takes some in its making.
+constexpr double kFullDiskFiles = 4;
+
 /// With less before the start, no movie is begun.
 constexpr double kLeastFreeBytes = 1e6;
 
-std::optional<double> freeBytes(const std::string& folder)
+/// How much more a disk takes.
+struct FreeSpace {
+    double bytes = std::numeric_limits<double>::max();
+    /// Disks that know no such number never run out of it.
+    double files = std::numeric_limits<double>::max();
+};
+
+FreeSpace freeSpace(const std::string& folder)
 {
+    FreeSpace space;
     struct statvfs status = {};
     if (statvfs(folder.c_str(), &status) != 0)
-        return std::nullopt;
-    return static_cast<double>(status.f_bavail) * static_cast<double>(status.f_frsize);
+        return space;
+    space.bytes = static_cast<double>(status.f_bavail) * static_cast<double>(status.f_frsize);
+    if (status.f_files > 0)
+        space.files = static_cast<double>(status.f_favail);
+    return space;
 }
 
 /// What the connection's queue hands over to the thread that makes the movie. Outlives both.
@@ -147,7 +166,7 @@ public:
     Result<Movie> run();
 
 private:
-    enum class Ending { Answered, Cancelled, Stalled, FrameMissing, ProcessEnded };
+    enum class Ending { Answered, Cancelled, Stalled, FrameMissing, ProcessEnded, Blind };
 
     bool prepare();
     ServiceProcess::Rights rightsOfService() const;
@@ -163,6 +182,7 @@ private:
     std::optional<platform::NSURL> repeatPictures(const platform::NSURL& made, const platform::MediaReport& report,
                                                   std::vector<std::string>& faults);
     std::optional<platform::NSURL> locationOfSound(const PlannedSound& piece);
+    void noteFreeSpace();
     void explainFailure(const Mailbox::Answer& answer);
     Error reasonOfMissingFrame();
     void endService();
@@ -205,7 +225,7 @@ private:
     Clock::time_point lastSignOfLife_;
     Clock::time_point lastMeasured_;
     uint64_t measuredSize_ = 0;
-    double leastFree_ = std::numeric_limits<double>::max();
+    FreeSpace leastFree_;
 };
 
 MovieMaker::MovieMaker() : MovieMaker(Limits{}) {}
@@ -229,6 +249,7 @@ Result<Movie> MovieMaker::Job::run()
 {
     if (maker_.isCancelled())
         return cancelled();
+    platform::NSXPCConnection::startThreads();
     if (!prepare() || !connect() || !send()) {
         endService();
         return maker_.isCancelled() ? cancelled() : failed();
@@ -241,11 +262,11 @@ bool MovieMaker::Job::prepare()
     folder_ = JobFolder::create(saveFolder_, &error_);
     if (!folder_)
         return false;
-    const std::optional<double> free = freeBytes(saveFolder_.path());
-    if (free && *free < kLeastFreeBytes)
-        return fail(&error_, ErrorCode::DiskFull,
-                    localized("the disk of the save folder {} is full: only {} are left", saveFolder_.path(),
-                              bytesText(*free)));
+    const double free = freeSpace(saveFolder_.path()).bytes;
+    if (free < kLeastFreeBytes)
+        return fail(
+            &error_, ErrorCode::DiskFull,
+            localized("the disk of the save folder {} is full: only {} are left", saveFolder_.path(), bytesText(free)));
     return true;
 }
 
@@ -429,6 +450,7 @@ MovieMaker::Job::Ending MovieMaker::Job::watch()
     std::optional<Clock::time_point> deadline;
     Ending ending = Ending::Answered;
     bool hasLog = true;
+    auto lastWait = Clock::now();
     for (;;) {
         // The answer may have come in the same moment as whatever else is looked at below.
         if (deliverProgress())
@@ -441,7 +463,7 @@ MovieMaker::Job::Ending MovieMaker::Job::watch()
         watchSound();
         const auto now = Clock::now();
         // The service removes what it could not finish, so that later there is room again.
-        leastFree_ = std::min(leastFree_, freeBytes(saveFolder_.path()).value_or(leastFree_));
+        noteFreeSpace();
         if (!deadline && maker_.isCancelled()) {
             ending = Ending::Cancelled;
         } else if (!deadline && isSilentForTooLong(now)) {
@@ -458,7 +480,16 @@ MovieMaker::Job::Ending MovieMaker::Job::watch()
         std::array<pollfd, 3> waits{pollfd{mailbox_->wakeUp->descriptor(), POLLIN, 0},
                                     pollfd{service_->endedDescriptor(), POLLIN, 0},
                                     pollfd{hasLog ? service_->logDescriptor() : -1, POLLIN, 0}};
-        poll(waits.data(), waits.size(), static_cast<int>(kTick.count()));
+        if (poll(waits.data(), waits.size(), static_cast<int>(kTick.count())) >= 0 || errno == EINTR) {
+            lastWait = now;
+        } else if (now - lastWait > kLongestBlindness) {
+            fail(&error_, ErrorCode::Failed,
+                 localized("no movie was made, since the program cannot wait for the rendering service: {}",
+                           reasonOfErrno(errno)));
+            return Ending::Blind;
+        } else {
+            std::this_thread::sleep_for(kTick);
+        }
         if (waits[0].revents)
             mailbox_->wakeUp->clear();
         if (waits[2].revents)
@@ -499,6 +530,11 @@ Result<Movie> MovieMaker::Job::finish(Ending ending)
                        secondsText(maker_.limits_.stall)));
         return failed();
     }
+    if (ending == Ending::Blind && !maker_.isCancelled()) {
+        service_->kill();
+        endService();
+        return failed();
+    }
     if (ending == Ending::FrameMissing && !maker_.isCancelled()) {
         service_->kill();
         endService();
@@ -533,11 +569,19 @@ Result<Movie> MovieMaker::Job::finish(Ending ending)
     return failed();
 }
 
+void MovieMaker::Job::noteFreeSpace()
+{
+    const FreeSpace now = freeSpace(saveFolder_.path());
+    leastFree_ = {std::min(leastFree_.bytes, now.bytes), std::min(leastFree_.files, now.files)};
+}
+
 /// The service often answers without a reason; then the disk and the service's log are asked for one.
 void MovieMaker::Job::explainFailure(const Mailbox::Answer& answer)
 {
     const std::string complaint = lastComplaint(service_->logLines());
-    const bool isFull = leastFree_ < kFullDiskBytes || complaint.find("No space left") != std::string::npos;
+    noteFreeSpace();
+    const bool isFull = leastFree_.bytes < kFullDiskBytes || leastFree_.files < kFullDiskFiles ||
+                        complaint.find("No space left") != std::string::npos;
     if (isFull)
         fail(&error_, ErrorCode::DiskFull, localized("no movie was made: the disk of {} is full", saveFolder_.path()));
     else if (answer.error)

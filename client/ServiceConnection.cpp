@@ -20,7 +20,7 @@ constexpr std::chrono::seconds kLongestGreeting{8};
 std::string lastComplaint(const std::vector<std::string>& logLines)
 {
     for (auto line = logLines.rbegin(); line != logLines.rend(); ++line)
-        if (!line->empty() && line->find("*!!*") == std::string::npos)
+        if (!line->empty() && line->find("*!!*") == std::string::npos && !line->starts_with("IOPMAssertion"))
             return printable(*line);
     return {};
 }

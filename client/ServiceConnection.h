@@ -9,7 +9,8 @@
 
 namespace stillora {
 
-/// The newest line of the service's that tells of a failure; timings and empty lines do not. Empty if there is none.
+/// The newest line of the service's that tells of a failure; timings, empty lines and
+/// that the computer may fall asleep do not. Empty if there is none.
 std::string lastComplaint(const std::vector<std::string>& logLines);
 
 /// Greets a service that was just started.

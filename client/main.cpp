@@ -2,6 +2,7 @@
 
 #include "client/command/CommandLine.h"
 #include "platform/foundation/FileDescriptor.h"
+#include "platform/system/FatalErrors.h"
 
 #include <csignal>
 #include <cstdio>
@@ -17,6 +18,7 @@ int main(int argc, char** argv)
     std::signal(SIGPIPE, SIG_IGN);
     // So is a limit on the size of files.
     std::signal(SIGXFSZ, SIG_IGN);
+    platform::endPlainlyOnFatalErrors("stillora");
     setUpLocalization();
     const Parsed<CommandCall> parsed = parseCommandLine({argv + (argc > 0 ? 1 : 0), argv + argc});
     const auto* call = std::get_if<CommandCall>(&parsed);

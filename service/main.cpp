@@ -1,3 +1,4 @@
+#include "platform/connection/NSXPCConnection.h"
 #include "platform/connection/NSXPCListener.h"
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/foundation/FileDescriptor.h"
@@ -79,6 +80,7 @@ int main(int argc, char** argv)
     platform::NSBundle::mainBundle().setLocalizations(
         platform::installedPlace(platform::InstalledFolder::Shared, "locale"), "stillora");
 
+    platform::NSXPCConnection::startThreads();
     const auto delegate = std::make_shared<ServiceDelegate>(creatorFactory(arguments.drawsWatermark));
     const auto listener = platform::NSXPCListener::serviceListener(&error);
     if (!listener) {

@@ -21,17 +21,26 @@ constexpr size_t kLongestLine = 512;
 /// Between two looks at whether to go on.
 constexpr int kTickMilliseconds = 20;
 
+/// How often the system may refuse to wait.
+constexpr int kMostRefusedWaits = 50;
+
 /// Waits until the socket may be read or written.
 bool isReadyInTime(int socket, short events, const std::function<bool()>& goesOn)
 {
+    int refusals = 0;
     for (;;) {
         if (!goesOn()) {
             errno = ETIMEDOUT;
             return false;
         }
         pollfd wait{socket, events, 0};
-        if (poll(&wait, 1, kTickMilliseconds) > 0)
+        const int count = poll(&wait, 1, kTickMilliseconds);
+        if (count > 0)
             return true;
+        if (count < 0 && errno != EINTR && ++refusals > kMostRefusedWaits)
+            return false;
+        if (count < 0)
+            usleep(kTickMilliseconds * 1000);
     }
 }
 

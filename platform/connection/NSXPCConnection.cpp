@@ -5,6 +5,7 @@
 #include "platform/connection/MessageCoding.h"
 #include "platform/connection/StandardCalls.h"
 #include "platform/dispatch/DispatchQueue.h"
+#include "platform/foundation/FileDescriptor.h"
 #include "platform/foundation/Handle.h"
 #include "platform/foundation/Lock.h"
 #include "platform/foundation/NSLog.h"
@@ -17,8 +18,11 @@
 #include <cerrno>
 #include <chrono>
 #include <map>
+#include <memory>
+#include <semaphore>
 #include <string>
 #include <sys/socket.h>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -33,6 +37,9 @@ constexpr const char* kFailed = "org.freedesktop.DBus.Error.Failed";
 /// A peer that lets so many answers lie is no client: one that reads never has more than a few under way, and GLib
 /// keeps all of them in memory.
 constexpr int kMostUnsentAnswers = 10000;
+
+/// For a thread to begin, on the busiest machine.
+constexpr std::chrono::seconds kLongestThreadStart{5};
 
 template <typename Object>
 using ObjectPtr = Handle<Object, g_object_unref>;
@@ -554,6 +561,49 @@ GDBusMessage* NSXPCConnection::Core::newCall(const NSXPCInterface& interface, st
                                                    member.c_str());
     g_dbus_message_set_body(message, body);
     return message;
+}
+
+namespace {
+
+/// GLib flushes a socket on a thread of its tasks, and waits for ever where it gets none: one that is there stays.
+void startTaskThread()
+{
+    g_thread_pool_set_max_idle_time(0);
+    const auto started = std::make_shared<std::binary_semaphore>(0);
+    const ObjectPtr<GTask> task(g_task_new(nullptr, nullptr, nullptr, nullptr));
+    g_task_set_task_data(task.get(), new std::shared_ptr<std::binary_semaphore>(started),
+                         [](gpointer data) { delete static_cast<std::shared_ptr<std::binary_semaphore>*>(data); });
+    g_task_run_in_thread(task.get(), [](GTask* own, gpointer, gpointer data, GCancellable*) {
+        (*static_cast<std::shared_ptr<std::binary_semaphore>*>(data))->release();
+        g_task_return_boolean(own, TRUE);
+    });
+    if (!started->try_acquire_for(kLongestThreadStart))
+        throw std::system_error(EAGAIN, std::generic_category(), "no thread can be made");
+}
+
+} // namespace
+
+void NSXPCConnection::startThreads()
+{
+    DispatchQueue::global()->sync([] {});
+    startTaskThread();
+    std::array<int, 2> ends{};
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0)
+        return;
+    const FileDescriptor other(ends[1]);
+    const ObjectPtr<GSocket> socket(g_socket_new_from_fd(ends[0], nullptr));
+    if (!socket) {
+        close(ends[0]);
+        return;
+    }
+    // GLib's own comes with the first connection, and stays.
+    MainLoopThread::shared().sync([&] {
+        const ObjectPtr<GSocketConnection> stream(g_socket_connection_factory_create_connection(socket.get()));
+        const ObjectPtr<GDBusConnection> connection(g_dbus_connection_new_sync(
+            G_IO_STREAM(stream.get()), nullptr, G_DBUS_CONNECTION_FLAGS_NONE, nullptr, nullptr, nullptr));
+        if (connection)
+            g_dbus_connection_close(connection.get(), nullptr, nullptr, nullptr);
+    });
 }
 
 NSXPCConnection::NSXPCConnection(std::shared_ptr<Core> core) : core_(std::move(core)) {}

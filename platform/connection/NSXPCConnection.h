@@ -55,6 +55,10 @@ public:
     [[nodiscard]] static NSXPCConnectionPtr acceptedConnectionWithSocket(int socket, NSError* error = nullptr,
                                                                          double timeoutSeconds = 30);
 
+    /// Starts the threads that connections run on, which they do by themselves as well. A program that has something to
+    /// leave behind does it before, as it ends where the system gives it no thread.
+    static void startThreads();
+
     /// Without `resume` the peer's messages have never been looked at.
     ~NSXPCConnection();
     NSXPCConnection(const NSXPCConnection&) = delete;

@@ -111,8 +111,11 @@ void ThreadPool::work()
             while (pending_.empty() && status == std::cv_status::no_timeout)
                 status = workAdded_.wait_until(lock_, deadline);
             --idle_;
-            if (pending_.empty())
+            // The last one stays, as there may be no other later.
+            if (pending_.empty() && threads_ > 1)
                 break;
+            if (pending_.empty())
+                continue;
         }
         auto block = std::move(pending_.front());
         pending_.pop_front();

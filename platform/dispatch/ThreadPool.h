@@ -10,8 +10,8 @@
 namespace platform {
 
 /// Threads that run blocks in order of adding: as many as there are processors, and one more whenever blocks wait and
-/// none was begun for some milliseconds, as the threads may all be waiting for what those blocks do. Idle threads end
-/// after a while. Never destroyed: blocks may wait for ever, and must not be torn down under the
+/// none was begun for some milliseconds, as the threads may all be waiting for what those blocks do. Idle threads but
+/// the last one end after a while. Never destroyed: blocks may wait for ever, and must not be torn down under the
 /// process's own exit.
 ///
 /// Where the system makes no more threads, those that there are go on. Where that leads nowhere, as all of them

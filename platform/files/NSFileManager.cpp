@@ -5,7 +5,9 @@
 #include "platform/foundation/LocalizedText.h"
 
 #include <array>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -13,6 +15,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <memory>
+#include <random>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -31,19 +34,22 @@ std::string parentOf(const std::string& path)
 }
 
 /// Names of a folder's entries but "." and "..", or false with `errno`.
-bool listFolder(const std::string& path, std::vector<std::string>& names)
+bool listEntries(DIR& folder, std::vector<std::string>& names)
 {
-    const FolderPtr folder(opendir(path.c_str()));
-    if (!folder)
-        return false;
     for (;;) {
         errno = 0;
-        const dirent* entry = readdir(folder.get());
+        const dirent* entry = readdir(&folder);
         if (!entry)
             return errno == 0;
         if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0)
             names.emplace_back(entry->d_name);
     }
+}
+
+bool listFolder(const std::string& path, std::vector<std::string>& names)
+{
+    const FolderPtr folder(opendir(path.c_str()));
+    return folder && listEntries(*folder, names);
 }
 
 /// False with `errno`. File systems that cannot flush say EINVAL, and there is then nothing to wait for.
@@ -206,13 +212,55 @@ bool copyTree(const std::string& source, const std::string& destination)
     return flushFolder(destination);
 }
 
-/// False with `errno`; removes what it can.
+/// Remembers the first `errno`.
+class FirstFailure final {
+public:
+    void note(bool isDone)
+    {
+        if (!isDone && errno != ENOENT && reason_ == 0)
+            reason_ = errno;
+    }
+    int reason() const { return reason_; }
+
+private:
+    int reason_ = 0;
+};
+
+/// By descriptors, so that nobody who swaps a folder for a link leads it elsewhere.
+void removeEntry(int parent, const std::string& name, FirstFailure& failure)
+{
+    if (unlinkat(parent, name.c_str(), 0) == 0)
+        return;
+    if (errno != EISDIR && errno != EPERM) {
+        failure.note(false);
+        return;
+    }
+    FileDescriptor descriptor(openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const FolderPtr folder(descriptor ? fdopendir(descriptor.get()) : nullptr);
+    std::vector<std::string> names;
+    failure.note(folder != nullptr);
+    if (folder) {
+        descriptor.release();
+        failure.note(listEntries(*folder, names));
+    }
+    for (const std::string& inner : names)
+        removeEntry(dirfd(folder.get()), inner, failure);
+    failure.note(unlinkat(parent, name.c_str(), AT_REMOVEDIR) == 0);
+}
+
+/// False with `errno`; removes what it can, and tries again where something stays.
 bool removeTree(const std::string& path)
 {
-    std::error_code failure;
-    std::filesystem::remove_all(path, failure);
-    errno = failure.value();
-    return !failure;
+    int reason = 0;
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        FirstFailure failure;
+        removeEntry(AT_FDCWD, path, failure);
+        reason = failure.reason();
+        if (reason == 0)
+            return true;
+    }
+    errno = reason;
+    return false;
 }
 
 /// Moves to another volume: copy under a hidden name, flush, name, and only then remove the original.
@@ -394,12 +442,27 @@ std::string NSTemporaryDirectory()
     return path;
 }
 
+namespace {
+
+/// For names, which need be new and no secret: by the process, the time and a count.
+void fillWithNumbersOfOurOwn(std::array<unsigned char, 16>& bytes)
+{
+    static std::atomic<uint64_t> count{0};
+    std::seed_seq seed{static_cast<uint64_t>(getpid()),
+                       static_cast<uint64_t>(std::chrono::system_clock::now().time_since_epoch().count()), ++count};
+    std::array<uint32_t, 4> words{};
+    seed.generate(words.begin(), words.end());
+    std::memcpy(bytes.data(), words.data(), bytes.size());
+}
+
+} // namespace
+
 std::string NSUUIDString()
 {
     std::array<unsigned char, 16> bytes{};
-    // Never short below 256 bytes; it waits only while the system boots.
-    while (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
-    }
+    // Never short below 256 bytes; it waits only while the system boots, and fails only where it is forbidden.
+    if (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size()))
+        fillWithNumbersOfOurOwn(bytes);
     bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0F) | 0x40);
     bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3F) | 0x80);
     static constexpr char kHexDigits[] = "0123456789ABCDEF";

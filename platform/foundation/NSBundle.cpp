@@ -17,6 +17,18 @@ namespace {
 /// Who prefers it to another wants no translation of a text that is written in it.
 constexpr std::string_view kLanguageOfTexts = "en";
 
+/// Empty where the file cannot be read.
+std::string contentsOf(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    try {
+        return {std::istreambuf_iterator<char>(file), {}};
+    } catch (const std::ios_base::failure&) {
+        // Thrown whatever the stream was told, where the system cannot read.
+        return {};
+    }
+}
+
 /// Reads the tables of a compiled gettext catalogue. Nothing in it is trusted: a damaged file has no texts.
 class CatalogueReader final {
 public:
@@ -130,9 +142,9 @@ const NSBundle::Catalogue& NSBundle::catalogue(const std::string& domain, const 
     const LockGuard guard(lock_);
     const auto [entry, isNew] = catalogues_.try_emplace(language + "/" + domain);
     if (isNew) {
-        std::ifstream file(folder_ + "/" + language + "/LC_MESSAGES/" + domain + ".mo", std::ios::binary);
         auto& [forms, texts] = entry->second;
-        texts = CatalogueReader({std::istreambuf_iterator<char>(file), {}}).texts<decltype(Catalogue::texts)>();
+        texts = CatalogueReader(contentsOf(folder_ + "/" + language + "/LC_MESSAGES/" + domain + ".mo"))
+                    .texts<decltype(Catalogue::texts)>();
         // The empty key holds the catalogue's header.
         if (const auto header = texts.extract(""))
             forms = PluralForms(header.mapped());

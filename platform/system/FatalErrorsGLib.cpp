@@ -1,6 +1,7 @@
 #include "platform/system/FatalErrors.h"
 
 #include <array>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
@@ -16,6 +17,10 @@ namespace platform {
 namespace {
 
 const char* name = "";
+
+/// How often GLib may say that it cannot wait, and the time between.
+constexpr int kMostRefusedWaits = 500;
+constexpr useconds_t kPauseMicroseconds = 10'000;
 
 /// Takes no memory, of which there may be none.
 [[noreturn]] void end(const char* reason)
@@ -44,14 +49,34 @@ const char* name = "";
     }
 }
 
-GLogWriterOutput writeLog(GLogLevelFlags level, const GLogField* fields, gsize count, gpointer data)
+const char* messageOf(const GLogField* fields, gsize count)
 {
-    if ((level & (G_LOG_LEVEL_ERROR | G_LOG_FLAG_FATAL)) == 0)
-        return g_log_writer_default(level, fields, count, data);
     for (gsize i = 0; i < count; ++i)
         if (std::strcmp(fields[i].key, "MESSAGE") == 0)
-            end(static_cast<const char*>(fields[i].value));
-    end("a library ended the program");
+            return static_cast<const char*>(fields[i].value);
+    return "a library ended the program";
+}
+
+/// GLib tries again at once, and complains each time.
+/// @return whether it was said before
+bool isRepeatedComplaint(const char* message)
+{
+    static std::atomic<int> count{0};
+    if (std::strncmp(message, "poll(2) failed", 14) != 0)
+        return false;
+    const int before = count++;
+    if (before >= kMostRefusedWaits)
+        end(message);
+    usleep(kPauseMicroseconds);
+    return before > 0;
+}
+
+GLogWriterOutput writeLog(GLogLevelFlags level, const GLogField* fields, gsize count, gpointer data)
+{
+    const char* const message = messageOf(fields, count);
+    if ((level & (G_LOG_LEVEL_ERROR | G_LOG_FLAG_FATAL)) != 0)
+        end(message);
+    return isRepeatedComplaint(message) ? G_LOG_WRITER_HANDLED : g_log_writer_default(level, fields, count, data);
 }
 
 } // namespace
