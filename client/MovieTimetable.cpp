@@ -61,7 +61,7 @@ struct CodingWork {
 
 constexpr std::array<std::pair<std::string_view, CodingWork>, 9> kCodecs{{
     {"jpeg", {0.5, 1.75}},
-    {"avc1", {7.5, 3.95}},
+    {"avc1", {5, 3.7}},
     {"hvc1", {90, 38}},
     {"apcn", {11, 9.5}},
     {"ap4h", {20, 17}},
@@ -92,18 +92,15 @@ constexpr double kFirstPixel = 25e-9;
 constexpr double kBytesPerPixel = 0.25;
 constexpr double kBytesWrittenPerSecond = 400e6;
 
-/// Frames that wait for an encoder lie in memory up to so many bytes. For each byte beyond: written to a file, and read
-/// from there.
-constexpr double kBytesInMemory = 256 << 20;
-constexpr double kWrittenByte = 2.5e-9;
-constexpr double kReadByte = 0.7e-9;
-constexpr double kBytesOfPixel = 4;
-
-/// Of threads that draw, where those that code take 1.
-constexpr double kShareOfDrawing = 1.0 / 3;
+/// Of the processors' time, for threads of the frame queue, where the writer's own take 1.
+constexpr double kShareOfFrameThread = 1.0 / 3;
 
 /// The writer has so many encoders at the most.
 constexpr unsigned kMostEncoders = 8;
+
+/// Of HEVC, and how much less it takes for frames up to a size for which its quickest settings are allowed.
+constexpr double kSmallFramePixels = 2'228'224;
+constexpr double kSmallFrameShare = 0.63;
 
 template <typename Work, size_t count>
 Work workNamed(const std::array<std::pair<std::string_view, Work>, count>& table, std::string_view name, Work other)
@@ -160,23 +157,25 @@ double decodingOf(const PhotoFacts& photo, const Area& area)
     return work(workNamed(kFormats, format, kOtherFormat));
 }
 
-/// Frames on their way through the service. All processors are shared by those who work, by weight, and none takes more
-/// than one.
+/// Frames on their way through the service. Threads of the frame queue draw each frame and code what waits, but for as
+/// many frames as the writer has threads of its own, which are left to these. All share the processors by weight, and
+/// none takes more than one.
 class FramePipeline final {
 public:
-    FramePipeline(std::vector<FrameWork> frames, Size size, unsigned processors)
-        : frames_(std::move(frames)), frameBytes_(size.width * size.height * kBytesOfPixel), processors_(processors),
-          drawers_(processors - processors / 4), encoders_(std::min(processors, kMostEncoders)),
-          isDrawn_(frames_.size())
+    FramePipeline(const std::vector<FrameWork>& frames, unsigned processors)
+        : frames_(frames), processors_(processors), frameThreads_(processors - processors / 4),
+          writerThreads_(std::max(1U, processors / 4)),
+          encoders_(std::max<size_t>(writerThreads_, std::min(processors, kMostEncoders))), isMade_(frames.size())
     {}
 
-    /// @param appended  out: when each frame was handed to the encoders
+    /// @param appended  out: when each frame was handed to the writer
     /// @return when the last one was coded
     double run(std::vector<double>& appended)
     {
         appended.resize(frames_.size());
         while (true) {
-            handOut(appended);
+            while (handOut(appended)) {
+            }
             if (drawing_.empty() && coding_.empty())
                 return now_;
             goOn();
@@ -184,76 +183,116 @@ public:
     }
 
 private:
+    enum class Thread { OfFrames, OfWriter };
+
     struct Task {
+        Thread thread = Thread::OfFrames;
         size_t frame = 0;
         double left = 0;
+        /// Which frame the thread has drawn, where it codes another meanwhile.
+        size_t drawn = 0;
     };
 
-    void handOut(std::vector<double>& appended)
+    /// @return whether something began or was handed over
+    bool handOut(std::vector<double>& appended)
     {
-        while (drawing_.size() < drawers_ && nextToDraw_ < frames_.size()) {
-            FrameWork& work = frames_[nextToDraw_];
-            if (static_cast<double>(drawnCount_ - nextToAppend_) * frameBytes_ > kBytesInMemory) {
-                work.draw += frameBytes_ * kWrittenByte;
-                work.code += frameBytes_ * kReadByte;
-            }
-            drawing_.push_back({nextToDraw_++, work.draw});
-        }
         const size_t first = std::min(kFramesBeforeWriting, frames_.size());
-        while (true) {
-            const bool canCode = coding_.size() < encoders_ && !waiting_.empty();
-            const bool canAppend = drawnCount_ >= first && nextToAppend_ < frames_.size() && isDrawn_[nextToAppend_] &&
-                                   waiting_.size() <= encoders_;
-            if (canCode) {
-                coding_.push_back({waiting_.front(), frames_[waiting_.front()].code});
-                waiting_.pop_front();
-            } else if (canAppend) {
-                appended[nextToAppend_] = now_;
-                waiting_.push_back(nextToAppend_++);
-            } else {
-                return;
+        if (madeCount_ >= first && nextToAppend_ < frames_.size() && isMade_[nextToAppend_] &&
+            waitingInTurn() <= writerThreads_) {
+            appended[nextToAppend_++] = now_;
+            return true;
+        }
+        if (coding_.size() < encoders_ && !waiting_.empty() && codingOfWriter() < writerThreads_) {
+            code(Thread::OfWriter, 0);
+            return true;
+        }
+        if (!done_.empty()) {
+            if (waiting_.size() < writerThreads_) {
+                isMade_[done_.front()] = true;
+                ++madeCount_;
+                done_.pop_front();
+                return true;
+            }
+            if (coding_.size() < encoders_) {
+                code(Thread::OfFrames, done_.front());
+                done_.pop_front();
+                return true;
             }
         }
+        const size_t busy = drawing_.size() + done_.size() + coding_.size() - codingOfWriter();
+        if (busy < frameThreads_ && nextToDraw_ < frames_.size()) {
+            drawing_.push_back({Thread::OfFrames, nextToDraw_, frames_[nextToDraw_].draw, nextToDraw_});
+            ++nextToDraw_;
+            return true;
+        }
+        return false;
+    }
+
+    void code(Thread thread, size_t drawn)
+    {
+        coding_.push_back({thread, waiting_.front(), frames_[waiting_.front()].code, drawn});
+        waiting_.pop_front();
+    }
+
+    size_t codingOfWriter() const
+    {
+        return static_cast<size_t>(
+            std::ranges::count_if(coding_, [](const Task& task) { return task.thread == Thread::OfWriter; }));
+    }
+
+    size_t waitingInTurn() const
+    {
+        return static_cast<size_t>(
+            std::ranges::count_if(waiting_, [this](size_t frame) { return frame < nextToAppend_; }));
     }
 
     /// To the moment at which the next of those at work is done.
     void goOn()
     {
-        const auto coders = static_cast<double>(coding_.size());
-        const auto drawers = static_cast<double>(drawing_.size());
-        const double codingRate = std::min(1.0, processors_ / (coders + drawers * kShareOfDrawing));
-        const double drawingRate = drawers > 0 ? std::min(1.0, (processors_ - coders * codingRate) / drawers) : 0;
+        const auto writers = static_cast<double>(codingOfWriter());
+        const double others = static_cast<double>(drawing_.size() + coding_.size()) - writers;
+        const double writerRate = std::min(1.0, processors_ / (writers + others * kShareOfFrameThread));
+        const double otherRate = others > 0 ? std::min(1.0, (processors_ - writers * writerRate) / others) : 0;
+        const auto rateOf = [&](const Task& task) { return task.thread == Thread::OfWriter ? writerRate : otherRate; };
         double step = std::numeric_limits<double>::max();
-        for (const Task& task : coding_)
-            step = std::min(step, task.left / codingRate);
-        for (const Task& task : drawing_)
-            step = std::min(step, task.left / drawingRate);
+        for (const auto* tasks : {&drawing_, &coding_})
+            for (const Task& task : *tasks)
+                step = std::min(step, task.left / rateOf(task));
         now_ += step;
-        for (Task& task : coding_)
-            task.left -= step * codingRate;
-        for (Task& task : drawing_)
-            task.left -= step * drawingRate;
+        for (auto* tasks : {&drawing_, &coding_})
+            for (Task& task : *tasks)
+                task.left -= step * rateOf(task);
         constexpr double kNothing = 1e-12;
-        std::erase_if(coding_, [](const Task& task) { return task.left <= kNothing; });
+        std::erase_if(coding_, [&](const Task& task) {
+            if (task.left > kNothing)
+                return false;
+            if (task.thread == Thread::OfFrames)
+                done_.push_back(task.drawn);
+            return true;
+        });
         std::erase_if(drawing_, [&](const Task& task) {
             if (task.left > kNothing)
                 return false;
-            isDrawn_[task.frame] = true;
-            ++drawnCount_;
+            waiting_.push_back(task.frame);
+            done_.push_back(task.frame);
             return true;
         });
     }
 
-    std::vector<FrameWork> frames_;
-    const double frameBytes_;
+    const std::vector<FrameWork>& frames_;
     const double processors_;
-    const size_t drawers_;
+    const size_t frameThreads_;
+    const size_t writerThreads_;
     const size_t encoders_;
     double now_ = 0;
     size_t nextToDraw_ = 0;
     size_t nextToAppend_ = 0;
-    size_t drawnCount_ = 0;
-    std::vector<bool> isDrawn_;
+    size_t madeCount_ = 0;
+    /// Their thread has taken up the next one.
+    std::vector<bool> isMade_;
+    /// Drawn; whose thread looks for something to code.
+    std::deque<size_t> done_;
+    /// To be coded.
     std::deque<size_t> waiting_;
     std::vector<Task> drawing_;
     std::vector<Task> coding_;
@@ -328,8 +367,9 @@ FrameWork workOfPhoto(const PhotoFacts& photo, const MovieRequest& request, Size
 {
     const Area area = areaOf(photo, frame, request.reducesBorders);
     const CodingWork coding = workNamed(kCodecs, request.codec, kCodecs.front().second);
+    const double share = request.codec == "hvc1" && area.frame <= kSmallFramePixels ? kSmallFrameShare : 1;
     return {kNanosecond * (decodingOf(photo, area) + kDrawnPixel * area.drawn + kFramePixel * area.frame),
-            kNanosecond * (coding.perDrawnPixel * area.drawn + coding.perFramePixel * area.frame)};
+            kNanosecond * share * (coding.perDrawnPixel * area.drawn + coding.perFramePixel * area.frame)};
 }
 
 MovieTimetable timetableOf(const MovieRequest& request, unsigned processors)
@@ -351,7 +391,7 @@ MovieTimetable timetableOf(const MovieRequest& request, unsigned processors)
     table.soundDone = table.soundsConverted + joiningOf(request) / processors;
     const double pictures = table.soundDone + kSizeOfPhoto * static_cast<double>(request.photos.size()) +
                             kFirstPixel * frame.width * frame.height;
-    table.picturesDone = pictures + FramePipeline(std::move(frames), frame, processors).run(table.frames);
+    table.picturesDone = pictures + FramePipeline(frames, processors).run(table.frames);
     for (double& moment : table.frames)
         moment += pictures;
     const double writings = request.plan.sounds.empty() ? 0 : 1;

@@ -15,7 +15,7 @@ struct MovieTimetable {
     double soundBytes = 0;
     /// The soundtrack is joined; the same where there is none.
     double soundDone = 0;
-    /// Frame i is handed to the encoders.
+    /// Frame i is handed to the writer; the service tells of it.
     std::vector<double> frames;
     /// The last frame is coded.
     double picturesDone = 0;

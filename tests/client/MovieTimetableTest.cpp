@@ -96,10 +96,11 @@ TEST(MovieTimetable, WeighsCodecsAsTheyWereMeasured)
 {
     const PhotoFacts large = photo("a.jpg", 4000, 3000, 1072779);
     EXPECT_NEAR(work(large, "jpeg").code * 1e3, 4.9, 1);
-    EXPECT_NEAR(work(large, "avc1").code * 1e3, 20.9, 3);
-    EXPECT_NEAR(work(large, "hvc1").code * 1e3, 234, 30);
+    EXPECT_NEAR(work(large, "avc1").code * 1e3, 15.5, 2);
+    EXPECT_NEAR(work(large, "hvc1").code * 1e3, 144, 20);
+    EXPECT_NEAR(work(large, "hvc1", 2160).code * 1e3, 818, 90) << "settings are quicker up to 1080 lines alone";
     EXPECT_NEAR(work(large, "apcn").code * 1e3, 36.4, 4);
-    EXPECT_NEAR(work(large, "avc1", 2160).code * 1e3, 85.5, 10);
+    EXPECT_NEAR(work(large, "avc1", 2160).code * 1e3, 63, 8);
     EXPECT_LT(work(jpeg(0.3), "avc1", 2160).code, work(large, "avc1", 2160).code / 1.5) << "black is quick";
 }
 
@@ -124,27 +125,27 @@ TEST(MovieTimetable, IsInOrder)
     EXPECT_LE(table.soundsConverted, table.soundDone);
     EXPECT_LT(table.soundDone, table.frames.front());
     EXPECT_TRUE(std::ranges::is_sorted(table.frames));
-    EXPECT_LT(table.frames.back(), table.picturesDone);
+    EXPECT_LE(table.frames.back(), table.picturesDone);
     EXPECT_LT(table.picturesDone, table.end);
 }
 
-TEST(MovieTimetable, HandsOverNoFrameBeforeFiveAreDrawn)
+TEST(MovieTimetable, HandsOverNoFrameBeforeFiveAreMade)
 {
     const MovieTimetable table = timetableOf(request(std::vector<PhotoFacts>(40, jpeg(12))), 2);
-    EXPECT_NEAR(table.frames[0], table.frames[3], 1e-9) << "three wait for an encoder, besides the two that are coded";
+    EXPECT_NEAR(table.frames[0], table.frames[3], 1e-9);
     EXPECT_GT(table.frames[0] - table.soundDone, 5 * work(jpeg(12)).draw / 2);
     EXPECT_GT(table.frames[39], table.frames[10]);
 }
 
-TEST(MovieTimetable, KnowsThatFramesAreDrawnAheadWhereCodingIsSlow)
+TEST(MovieTimetable, HasFramesMadeAheadWhileOneTakesLong)
 {
-    // Those at the end take longer to draw than to code, but they are drawn long before they are needed.
-    std::vector<PhotoFacts> photos(80, jpeg(1));
-    photos.insert(photos.end(), 10, photo("a.heic", 4000, 3000, 500000));
-    const MovieTimetable table = timetableOf(request(photos, {}, "hvc1"), 2);
-    const FrameWork last = work(photos.back(), "hvc1");
-    ASSERT_GT(last.draw, 1.2 * last.code);
-    EXPECT_LT(table.frames[89] - table.frames[80], 1.2 * 10 * last.code / 2) << "nothing is waited for but encoders";
+    // The other thread draws and codes those that come after it.
+    std::vector<PhotoFacts> photos(60, jpeg(2));
+    photos[20] = photo("a.jp2", 4000, 3000, 4000000);
+    const MovieTimetable table = timetableOf(request(photos), 2);
+    const FrameWork each = work(jpeg(2));
+    EXPECT_GT(table.frames[20] - table.frames[19], work(photos[20]).draw / 2);
+    EXPECT_LT(table.frames[35] - table.frames[20], (each.draw + each.code) * 5);
 }
 
 TEST(MovieTimetable, TakesTimeForSoundThatIsConvertedAndLittleForWhatIsCopied)
@@ -165,16 +166,4 @@ TEST(MovieTimetable, CountsAFileThatIsRepeatedOnce)
     EXPECT_EQ(timetableOf(wanted, 2).soundsConverted, once);
     wanted.plan.sounds.back().selection = SoundFacts::Selection{Seconds(10), Seconds(110)};
     EXPECT_GT(timetableOf(wanted, 2).soundsConverted, once) << "another part is converted by itself";
-}
-
-TEST(MovieTimetable, TakesTimeForFramesThatDoNotFitIntoMemory)
-{
-    // Small ones are drawn much quicker than coded, 33 MB each.
-    const auto lengthOf = [](size_t count) {
-        MovieRequest wanted = request(std::vector<PhotoFacts>(count, jpeg(0.3)));
-        wanted.quality = 2160;
-        const MovieTimetable table = timetableOf(wanted, 2);
-        return (table.picturesDone - table.frames.front()) / static_cast<double>(count);
-    };
-    EXPECT_GT(lengthOf(100), lengthOf(8) * 1.2);
 }
