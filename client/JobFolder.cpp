@@ -120,12 +120,12 @@ bool makeFolders(const std::string& path, std::vector<std::string>& made, platfo
         if (mkdir(next->c_str(), 0777) == 0)
             made.push_back(*next);
         else if (errno != EEXIST)
-            return platform::failWithErrno(error, errno, localized("the save folder {} cannot be made", path));
+            return platform::failWithErrno(error, errno, localized("the folder {} cannot be made", path));
     }
     if (stat(path.c_str(), &status) != 0)
-        return platform::failWithErrno(error, errno, localized("the save folder {} cannot be used", path));
+        return platform::failWithErrno(error, errno, localized("the folder {} cannot be used", path));
     if (!S_ISDIR(status.st_mode))
-        return platform::failWithErrno(error, ENOTDIR, localized("the save folder {} cannot be used", path));
+        return platform::failWithErrno(error, ENOTDIR, localized("the folder {} cannot be used", path));
     return true;
 }
 
@@ -147,7 +147,7 @@ std::unique_ptr<JobFolder> JobFolder::create(const platform::NSURL& saveFolder, 
     std::vector<std::string> made;
     const std::string& savePath = saveFolder.path();
     const auto refuse = [&](int errnoValue) {
-        platform::failWithErrno(error, errnoValue, localized("the save folder {} cannot be written", savePath));
+        platform::failWithErrno(error, errnoValue, localized("the folder {} cannot be written", savePath));
         removeEmptyFolders(made);
         return nullptr;
     };

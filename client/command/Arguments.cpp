@@ -108,8 +108,14 @@ private:
         std::string_view text = pointers_[static_cast<size_t>(optind - 1)];
         text = text.substr(0, text.find('='));
         std::vector<std::string> names;
-        for (const Option* option : options_)
+        std::vector<std::string> candidates;
+        for (const Option* option : options_) {
             names.push_back(option->name);
+            if (option->name.starts_with(text.substr(2)))
+                candidates.push_back("--" + option->name);
+        }
+        if (candidates.size() > 1)
+            return localized("{} is the beginning of several options: {}", text, fmt::join(candidates, ", "));
         return withSuggestion(localized("there is no option {}", text), text.substr(2), names, "--");
     }
 

@@ -178,12 +178,19 @@ int runAdd(const DocumentFillOptions& given)
     return fill(*document, options, command);
 }
 
+/// In JSON as a document that could not be changed: there is nothing else to tell of it.
+int failToOpen(const DocumentLookOptions& options, const Error& error)
+{
+    MovieCommand command(outputOf(options.isJSON, options.isQuiet, "document"));
+    return command.fail(kExitBadInput, error.message);
+}
+
 int runList(const DocumentLookOptions& options)
 {
-    MovieCommand command(outputOf(false, options.isQuiet, "listing"));
     const auto document = Document::load(locationOfDocument(options.document));
     if (!document)
-        return command.fail(kExitBadInput, document.error().message);
+        return failToOpen(options, document.error());
+    MovieCommand command(outputOf(false, options.isQuiet, "listing"));
     const std::string text =
         options.isJSON ? listingAsJSON(*document).text() + "\n" : platform::encodedForLocale(listingOf(*document));
     if (const int status = command.give(text, localized("the listing could not be written to standard output"));
@@ -213,10 +220,10 @@ JSONWriter checkAsJSON(const Document& document, const CheckedDocument& checked,
 
 int runCheck(const DocumentLookOptions& options)
 {
-    MovieCommand command(outputOf(false, options.isQuiet || options.isJSON, "check"));
     const auto document = Document::load(locationOfDocument(options.document));
     if (!document)
-        return command.fail(kExitBadInput, document.error().message);
+        return failToOpen(options, document.error());
+    MovieCommand command(outputOf(false, options.isQuiet || options.isJSON, "check"));
     const CheckedDocument checked =
         checkDocument(*document, [&](size_t done) { return command.photosChecked(done, document->photos().size()); });
     command.clearProgress();

@@ -72,9 +72,12 @@ JSONWriter planAsJSON(const MovieRequest& request)
     else
         json.addNull("soundEnd").addNull("musicEnd");
     std::vector<std::string> leftOut;
-    for (const size_t source : request.plan.leftOut)
+    std::vector<JSONWriter> unheard;
+    for (const size_t source : request.plan.leftOut) {
         leftOut.push_back(request.sounds[source].path.native());
-    json.add("leftOut", leftOut);
+        unheard.push_back(JSONWriter().add("path", leftOut.back()).add("reason", reasonOfUnheardSound()));
+    }
+    json.add("leftOut", leftOut).add("unheardSounds", unheard);
     if (request.plan.fadeStart)
         json.add("fadeStart", request.plan.fadeStart->count());
     else

@@ -84,4 +84,9 @@ std::string soundSentence(const MoviePlan& plan, const std::vector<SoundFacts>& 
     return sentence;
 }
 
+std::string reasonOfUnheardSound()
+{
+    return localized("is not heard: the sounds before it last until the pictures end");
+}
+
 } // namespace stillora

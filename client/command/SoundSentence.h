@@ -11,4 +11,7 @@ namespace stillora {
 /// left out. Empty for a movie without sound.
 std::string soundSentence(const MoviePlan& plan, const std::vector<SoundFacts>& sounds);
 
+/// Why nothing is heard of a sound that the plan leaves out, as a sentence without its path.
+std::string reasonOfUnheardSound();
+
 } // namespace stillora

@@ -102,7 +102,7 @@ TEST(JobFolder, SaysThatASaveFolderCannotBeWritten)
     int status = 0;
     waitpid(child, &status, 0);
     EXPECT_EQ(status, 0);
-    EXPECT_EQ(text, "the save folder " + save.path() + " cannot be written: Permission denied");
+    EXPECT_EQ(text, "the folder " + save.path() + " cannot be written: Permission denied");
 }
 
 TEST(JobFolder, SaysThatAFileIsInTheWay)

@@ -19,6 +19,8 @@ class OutputTest(stillora.TestCase):
         cls.photos = stillora.pictures(cls.shared / "photos", 3, 640, 360)
         cls.song = cls.shared / "song.wav"
         stillora.run("ffmpeg", "-v", "error", "-f", "lavfi", "-i", "sine=d=3", cls.song)
+        cls.other_song = cls.shared / "other.wav"
+        stillora.run("ffmpeg", "-v", "error", "-f", "lavfi", "-i", "sine=f=300:d=3", cls.other_song)
         cls.bad = cls.shared / "bad.jpg"
         cls.bad.write_bytes(b"no picture")
         cls.damaged = cls.shared / "damaged.jpg"
@@ -63,6 +65,15 @@ class OutputTest(stillora.TestCase):
         for expect, arguments in ((3, [self.bad]), (3, ["/no/such.jpg"]), (1, [*self.photos, "--save", "/proc/no"])):
             self.assertEqual(self.kinds("create", *arguments, expect=expect)[-1], "failedMovie")
 
+    def test_sounds_of_which_nothing_is_heard_are_told_with_the_reason(self):
+        said = self.run_stillora("create", *self.photos, self.song, self.other_song, "--seconds", "0.2", "--dry-run",
+                                 "--json")
+        plan = json.loads(said.out.splitlines()[-1])
+        self.assertEqual(plan["leftOut"], [str(self.other_song)])
+        self.assertEqual(plan["unheardSounds"], [{
+            "path": str(self.other_song),
+            "reason": "is not heard: the sounds before it last until the pictures end"}])
+
     def test_files(self):
         movie = self.save / "Movie.mov"
         self.run_stillora("create", *self.photos, "-o", movie)
@@ -98,6 +109,9 @@ class OutputTest(stillora.TestCase):
         self.assertEqual(self.kinds("document", "list", trip, expect=3), ["documentList"])
         self.assertEqual(self.kinds("document", "check", trip, expect=3)[-1], "documentCheck")
         self.assertEqual(self.kinds("document", "move", trip, "p9", "--first", expect=3), ["failedDocument"])
+        for command in ("list", "check"):
+            self.assertEqual(self.kinds("document", command, self.folder / "None", expect=3), ["failedDocument"])
+            self.assertEqual(self.run_stillora("document", command, self.folder / "None", expect=3).out, "")
 
     def test_settings_and_the_computer(self):
         self.assertEqual(self.kinds("settings"), ["settings"])

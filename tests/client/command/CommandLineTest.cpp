@@ -331,6 +331,9 @@ TEST(CommandLine, RefusesWhatIsNoOptionOfTheCommandInItsOwnWords)
         const auto* answer = std::get_if<CommandLineAnswer>(&read);
         return answer ? answer->text : "";
     };
+    EXPECT_THAT(faultOf("create", {"--s", "1", "a"}),
+                StartsWith("stillora: --s is the beginning of several options: --seconds, --soundtrack, --sort, "));
+    EXPECT_EQ(faultOf("create", {"--sec", "1", "a"}), "") << "one that is meant by itself";
     EXPECT_THAT(faultOf("create", {"a", "--loudly=1"}), StartsWith("stillora: there is no option --loudly\n"));
     EXPECT_THAT(faultOf("create", {"-x"}), StartsWith("stillora: there is no option -x\n"));
     EXPECT_THAT(faultOf("frame", {"a", "--skip-bad"}), StartsWith("stillora: there is no option --skip-bad\n"));
