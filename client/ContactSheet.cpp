@@ -1,14 +1,14 @@
 #include <stillora/Picture.h>
 
 #include "client/DataBytes.h"
+#include "client/FileReader.h"
 #include "client/LocalizedText.h"
 #include "client/WatermarkChoice.h"
-#include "platform/files/NSURL.h"
+#include "client/reader/Questions.h"
+#include "platform/encoders/ImageEncoder.h"
 #include "platform/foundation/Lock.h"
 #include "platform/graphics/CGBitmapContext.h"
-#include "platform/graphics/NSImage.h"
 #include "video/FramePlacement.h"
-#include "video/PhotoFrame.h"
 
 #include <algorithm>
 #include <atomic>
@@ -67,17 +67,18 @@ struct Layout {
     }
 };
 
-/// A frame of the movie as it will be; null if there is none.
-std::shared_ptr<CGImage> frameOf(const MovieRequest& request, size_t index, Size size)
+/// A frame of the movie as it will be.
+/// @return why there is none, without a message where the photo is the reason
+Result<PictureAnswer> frameOf(const MovieRequest& request, size_t index, Size size)
 {
     const PhotoFacts& photo = request.photos[index];
-    const auto frame = renderPhotoFrame(
-        {.photo = platform::NSURL::fileURLWithPath(photo.path.native()),
-         .photoSize = {photo.size.width, photo.size.height},
-         .frame = {size.width, size.height},
-         .reduceBorders = request.reducesBorders,
-         .carriesWatermark = drawsWatermark(request.watermark) && carriesWatermark(index, request.photos.size())});
-    return frame ? frame->copyImage() : nullptr;
+    auto frame = FileReader::shared().ask(FrameQuestion{
+        .file = photo.path,
+        .photoSize = photo.size,
+        .frame = size,
+        .reducesBorders = request.reducesBorders,
+        .carriesWatermark = drawsWatermark(request.watermark) && carriesWatermark(index, request.photos.size())});
+    return frame ? *std::move(frame) : frame.error();
 }
 
 /// The sheet while it is drawn; each frame by another thread, in its own place.
@@ -137,7 +138,7 @@ Result<Bytes> renderContactSheet(const MovieRequest& request,
     const auto work = [&] {
         for (size_t index = next++; index < count && goesOn; index = next++) {
             const auto frame = frameOf(request, index, size);
-            const bool isDrawn = frame && sheet.draw(index, *frame);
+            const bool isDrawn = frame && sheet.draw(index, frame->image);
             const platform::LockGuard guard(lock);
             if (!isDrawn)
                 failed = std::min(failed.value_or(index), index);
@@ -160,7 +161,7 @@ Result<Bytes> renderContactSheet(const MovieRequest& request,
                      localized("{}: no frame could be made of it", request.photos[*failed].path.native())};
     if (!goesOn)
         return Error{ErrorCode::Cancelled, {}, localized("stopped")};
-    const auto file = platform::NSImage(sheet.image(), {}).pngData();
+    const auto file = platform::encodePNG(*sheet.image(), {});
     if (!file)
         return Error{ErrorCode::Failed, {}, localized("there is not enough memory for the picture")};
     return bytesOf(*file);

@@ -25,6 +25,7 @@
 #include <poll.h>
 #include <spawn.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -58,6 +59,26 @@ Error notStarted(const std::string& program, int errnoValue)
     return {ErrorCode::ServiceNotStarted,
             {},
             localized("cannot be read: {} cannot be started: {}", program, reasonOfErrno(errnoValue))};
+}
+
+Error tooLong(milliseconds limit)
+{
+    return {ErrorCode::Unsupported, {}, localized("cannot be read: it takes longer than {}", secondsText(limit))};
+}
+
+Error tooMuchWork(milliseconds limit, const std::filesystem::path* file)
+{
+    struct stat status = {};
+    if (!file || stat(file->c_str(), &status) != 0)
+        return tooLong(limit);
+    constexpr double kBytesPerBlock = 512;
+    const double held =
+        std::min(static_cast<double>(status.st_size), static_cast<double>(status.st_blocks) * kBytesPerBlock);
+    return {ErrorCode::Unsupported,
+            {},
+            localized("cannot be read: it takes more than {} of the processor's time, and a file that holds {} gets no "
+                      "more",
+                      secondsText(limit), bytesText(held))};
 }
 
 std::vector<char*> pointersTo(std::vector<std::string>& texts)
@@ -395,13 +416,11 @@ void writeLog(const Bytes& coded)
         platform::NSLog(printable(line));
 }
 
-/// @param isDone  out: 0 where the time was up inside of the program
-Talk::End receiveAnswer(Talk& talk, uint32_t& isDone, Bytes& answer)
+/// @param message  out: the answer's head
+Talk::End receiveAnswer(Talk& talk, ReaderMessage& message, Bytes& answer)
 {
-    ReaderMessage message;
     if (const auto end = talk.receive(std::as_writable_bytes(std::span(&message, 1))); end != Talk::End::Done)
         return end;
-    isDone = message.number;
     if (message.length > kLongestAnswer || message.logLength > kLongestLog)
         return Talk::End::Closed;
     Bytes log;
@@ -452,6 +471,7 @@ FileReader::Attempt FileReader::attempt(const Question& question, const Turn& tu
     Attempt result;
     if (!turn.isTaken()) {
         result.end = Attempt::End::GivenUp;
+        result.error = {ErrorCode::Cancelled, {}, localized("stopped")};
         return result;
     }
     const auto program = this->program(result.error);
@@ -461,7 +481,7 @@ FileReader::Attempt FileReader::attempt(const Question& question, const Turn& tu
     }
     platform::FileDescriptor channel = program->takeChannel();
     Talk::End end = Talk::End::Closed;
-    uint32_t isDone = 0;
+    ReaderMessage head;
     if (channel) {
         const OpenedFile file(question.file);
         const ReaderMessage message{.number = question.task,
@@ -474,9 +494,9 @@ FileReader::Attempt FileReader::attempt(const Question& question, const Turn& tu
         if (end == Talk::End::Done)
             end = talk.send(question.arguments);
         if (end == Talk::End::Done)
-            end = receiveAnswer(talk, isDone, result.answer);
+            end = receiveAnswer(talk, head, result.answer);
     }
-    if (end == Talk::End::Done && isDone == 1) {
+    if (end == Talk::End::Done && head.number == 1) {
         program->giveBack(std::move(channel));
         result.end = Attempt::End::Answered;
         return result;
@@ -484,10 +504,25 @@ FileReader::Attempt FileReader::attempt(const Question& question, const Turn& tu
     // Whatever happened, nothing that it says is believed any more.
     const std::string how =
         program->end(end == Talk::End::Closed ? Program::Ending::ByItself : Program::Ending::AskedFor);
-    result.error = {ErrorCode::Unsupported, {}, localized("cannot be read: the program that reads it ended {}", how)};
-    result.end = end == Talk::End::GivenUp                                 ? Attempt::End::GivenUp
-                 : end == Talk::End::TookTooLong || end == Talk::End::Done ? Attempt::End::TookTooLong
-                                                                           : Attempt::End::ProgramEnded;
+    switch (end) {
+    case Talk::End::GivenUp:
+        result.end = Attempt::End::GivenUp;
+        result.error = {ErrorCode::Cancelled, {}, localized("stopped")};
+        break;
+    case Talk::End::TookTooLong:
+        result.end = Attempt::End::TookTooLong;
+        result.error = tooLong(limits_.wait);
+        break;
+    case Talk::End::Done:
+        result.end = Attempt::End::TookTooLong;
+        result.error = tooMuchWork(milliseconds(head.milliseconds), question.file);
+        break;
+    case Talk::End::Closed:
+        result.end = Attempt::End::ProgramEnded;
+        result.error = {
+            ErrorCode::Unsupported, {}, localized("cannot be read: the program that reads it ended {}", how)};
+        break;
+    }
     return result;
 }
 
@@ -502,20 +537,8 @@ Result<Bytes> FileReader::exchange(uint32_t task, const Bytes& arguments, const 
         if (last.end != Attempt::End::ProgramEnded)
             break;
     }
-    switch (last.end) {
-    case Attempt::End::Answered:
+    if (last.end == Attempt::End::Answered)
         return std::move(last.answer);
-    case Attempt::End::TookTooLong:
-        return Error{ErrorCode::Unsupported,
-                     {},
-                     localized("cannot be read: it takes longer than {}",
-                               secondsText(std::min<Seconds>(limits_.work, limits_.wait)))};
-    case Attempt::End::GivenUp:
-        return Error{ErrorCode::Cancelled, {}, localized("stopped")};
-    case Attempt::End::ProgramEnded:
-    case Attempt::End::NoProgram:
-        break;
-    }
     return last.error;
 }
 

@@ -1,20 +1,14 @@
 #include <stillora/Movie.h>
 #include <stillora/Picture.h>
 
-#include "client/ClientError.h"
 #include "client/DataBytes.h"
+#include "client/FileReader.h"
 #include "client/LocalizedText.h"
 #include "client/WatermarkChoice.h"
-#include "platform/decoders/CGImageSource.h"
-#include "platform/graphics/NSImage.h"
-#include "util/MORImageCategory.h"
+#include "client/reader/Questions.h"
+#include "platform/encoders/ImageEncoder.h"
 #include "video/FramePlacement.h"
-#include "video/PhotoFrame.h"
 
-#include <algorithm>
-#include <array>
-#include <cmath>
-#include <memory>
 #include <utility>
 
 #include <fmt/format.h>
@@ -23,60 +17,19 @@ namespace stillora {
 
 namespace {
 
-using platform::CGImage;
-using platform::CGRect;
-using platform::NSURL;
-
-using Colour = std::array<uint8_t, 3>;
-constexpr Colour kBlack = {0, 0, 0};
-constexpr Colour kFaceColour = {255, 220, 0};
-constexpr Colour kUnionColour = {0, 255, 128};
-
-void fill(CGImage& image, int64_t left, int64_t top, int64_t right, int64_t bottom, const Colour& colour)
+/// The picture's pixels as a file.
+Result<Bytes> pngOf(const PictureAnswer& picture)
 {
-    const auto inside = [](int64_t value, size_t limit) {
-        return static_cast<size_t>(std::clamp<int64_t>(value, 0, static_cast<int64_t>(limit)));
-    };
-    for (size_t y = inside(top, image.height); y < inside(bottom, image.height); ++y)
-        for (size_t x = inside(left, image.width); x < inside(right, image.width); ++x)
-            std::copy(colour.begin(), colour.end(), image.row(y) + x * 4 + 1);
-}
-
-/// A line `width` pixels wide around the rectangle, whose origin is the lower left corner.
-void drawOutline(CGImage& image, const CGRect& rect, int64_t width, const Colour& colour)
-{
-    const int64_t left = std::lround(rect.origin.x);
-    const int64_t right = std::lround(rect.origin.x + rect.size.width);
-    const int64_t top = std::lround(static_cast<double>(image.height) - rect.origin.y - rect.size.height);
-    const int64_t bottom = std::lround(static_cast<double>(image.height) - rect.origin.y);
-    fill(image, left - width, top - width, right + width, top, colour);
-    fill(image, left - width, bottom, right + width, bottom + width, colour);
-    fill(image, left - width, top, left, bottom, colour);
-    fill(image, right, top, right + width, bottom, colour);
-}
-
-/// Every face, and what they cover together, as they lie in the frame; those outside are not seen.
-void drawFaces(CGImage& image, const PhotoFrame& frame)
-{
-    const int64_t width = std::max<int64_t>(2, static_cast<int64_t>(image.height) / 240);
-    const auto draw = [&](CGRect rect, const Colour& colour) {
-        rect.origin.x += frame.origin.x;
-        rect.origin.y += frame.origin.y;
-        // A dark rim, so that the line is seen on a photo of its own colour.
-        drawOutline(image, rect, width + std::max<int64_t>(1, width / 2), kBlack);
-        drawOutline(image, rect, width, colour);
-    };
-    if (frame.faces.size() > 1)
-        draw(unionOfFaces(frame.faces), kUnionColour);
-    for (const CGRect& face : frame.faces)
-        draw(face, kFaceColour);
-}
-
-Result<Bytes> pngOf(const std::optional<platform::NSData>& file)
-{
+    const auto file = platform::encodePNG(picture.image, {});
     if (!file)
         return Error{ErrorCode::Failed, {}, localized("there is not enough memory for the picture")};
     return bytesOf(*file);
+}
+
+/// Why nothing was read of a file.
+Error unread(const Error& error, const std::filesystem::path& file)
+{
+    return {error.code, file, fmt::format("{}: {}", file.native(), error.message)};
 }
 
 } // namespace
@@ -84,59 +37,44 @@ Result<Bytes> pngOf(const std::optional<platform::NSData>& file)
 Result<Frame> renderFrame(const PhotoFacts& photo, const FrameStyle& style)
 {
     const Size size = frameSizeForQuality(style.quality, {photo});
-    const auto frame = renderPhotoFrame({.photo = NSURL::fileURLWithPath(photo.path.native()),
-                                         .photoSize = {photo.size.width, photo.size.height},
-                                         .frame = {size.width, size.height},
-                                         .reduceBorders = style.reducesBorders,
-                                         .carriesWatermark = drawsWatermark(style.watermark) && carriesWatermark(0, 1),
-                                         .alwaysFindsFaces = style.showsFaces});
-    auto image = frame ? frame->copyImage() : nullptr;
-    if (!image)
+    const auto frame = FileReader::shared().ask(
+        FrameQuestion{.file = photo.path,
+                      .photoSize = photo.size,
+                      .frame = size,
+                      .reducesBorders = style.reducesBorders,
+                      .carriesWatermark = drawsWatermark(style.watermark) && carriesWatermark(0, 1),
+                      .showsFaces = style.showsFaces});
+    if (!frame)
+        return unread(frame.error(), photo.path);
+    if (!*frame)
         return Error{ErrorCode::Unsupported, photo.path,
                      localized("{}: no frame could be made of it", photo.path.native())};
-    if (style.showsFaces)
-        drawFaces(*image, *frame);
-    auto picture = pngOf(platform::NSImage(std::move(image), {}).pngData());
+    auto picture = pngOf(**frame);
     if (!picture)
         return picture.error();
-    return Frame{*std::move(picture), size, frame->faces.size()};
+    return Frame{*std::move(picture), size, static_cast<std::size_t>((*frame)->faceCount)};
 }
 
 std::optional<Color> averageColorOf(const std::filesystem::path& file)
 {
-    const auto color = MORImageCategory::averageColorOfImageAtURL(NSURL::fileURLWithPath(file.native(), false));
-    if (!std::isfinite(color.red) || !std::isfinite(color.green) || !std::isfinite(color.blue))
-        return std::nullopt;
-    return Color{color.red, color.green, color.blue};
+    const auto color = FileReader::shared().ask(ColorQuestion{file});
+    return color ? *color : std::nullopt;
 }
 
 Result<Bytes> fittedPicture(const std::filesystem::path& file, Size box)
 {
-    platform::NSError error;
-    const auto source = platform::CGImageSource::createWithURL(NSURL::fileURLWithPath(file.native(), false), &error);
-    const auto properties = source ? source->copyPropertiesAtIndex(&error) : std::nullopt;
-    if (!properties)
-        return errorOf(error, file);
-    double width = static_cast<double>(properties->pixelWidth);
-    double height = static_cast<double>(properties->pixelHeight);
-    if (properties->orientation.value_or(1) >= 5)
-        std::swap(width, height);
-    // Beyond its own size it is not decoded.
-    const double scale = std::min(box.width / width, box.height / height);
-    auto image = source->createThumbnailAtIndex(
-        {.maxPixelSize = std::max(width, height) * scale, .withTransform = true}, &error);
-    if (!image)
-        return errorOf(error, file);
-    return pngOf(platform::NSImage(std::move(image), {}).pngData());
+    const auto picture = FileReader::shared().ask(FittedQuestion{file, box});
+    if (!picture)
+        return unread(picture.error(), file);
+    return *picture ? pngOf(**picture) : picture->error();
 }
 
 Result<Bytes> pictureAsPNG(std::span<const std::byte> picture)
 {
-    platform::NSError error;
-    const auto image = platform::NSImage::imageWithData(dataOf(picture), &error);
-    if (!image || !image->render())
+    const auto decoded = FileReader::shared().ask(PictureQuestion{{picture.begin(), picture.end()}});
+    if (!decoded || !*decoded)
         return Error{ErrorCode::Unsupported, {}, localized("this is no picture that can be read")};
-    return pngOf(image->pngData());
+    return pngOf(**decoded);
 }
 
 } // namespace stillora

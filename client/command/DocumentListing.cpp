@@ -1,14 +1,13 @@
 #include "client/command/DocumentListing.h"
 
+#include "client/FileReader.h"
 #include "client/LocalizedText.h"
 #include "client/Text.h"
 #include "client/command/ItemFinder.h"
+#include "client/reader/Questions.h"
 #include "platform/files/NSURL.h"
-#include "platform/media/AVURLAsset.h"
-#include "platform/media/CMTime.h"
 
 #include <algorithm>
-#include <cmath>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -50,9 +49,8 @@ struct SoundFactsOfList {
 
 std::optional<Seconds> lengthOfSound(const std::filesystem::path& path)
 {
-    const platform::AVURLAsset asset(platform::NSURL::fileURLWithPath(path.native(), false));
-    const double seconds = platform::CMTimeGetSeconds(asset.duration());
-    return std::isfinite(seconds) ? std::optional(Seconds(seconds)) : std::nullopt;
+    const auto measure = FileReader::shared().ask(SoundQuestion{.file = path, .isExact = false});
+    return measure && measure->fault.empty() ? std::optional(measure->length) : std::nullopt;
 }
 
 SoundFactsOfList factsOf(const DocumentSoundtrack& soundtrack)

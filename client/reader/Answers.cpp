@@ -28,7 +28,8 @@ struct KnownQuestions {
     }
 };
 
-using Known = KnownQuestions<PhotoQuestion, SoundQuestion, FactsQuestion>;
+using Known = KnownQuestions<PhotoQuestion, SoundQuestion, FactsQuestion, ColorQuestion, FittedQuestion,
+                             PictureQuestion, FrameQuestion>;
 
 } // namespace
 

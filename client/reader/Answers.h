@@ -13,6 +13,10 @@ namespace stillora {
 PhotoLook answerTo(const PhotoQuestion& question);
 SoundMeasure answerTo(const SoundQuestion& question);
 Result<FileFacts> answerTo(const FactsQuestion& question);
+std::optional<Color> answerTo(const ColorQuestion& question);
+Result<PictureAnswer> answerTo(const FittedQuestion& question);
+Result<PictureAnswer> answerTo(const PictureQuestion& question);
+Result<PictureAnswer> answerTo(const FrameQuestion& question);
 /// @}
 
 /// The same of coded questions.

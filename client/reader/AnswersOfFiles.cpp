@@ -1,12 +1,12 @@
 #include "client/reader/Answers.h"
 
-#include <stillora/Picture.h>
-
 #include "audio/MORAudioWaveImageMetadata.h"
 #include "client/DataBytes.h"
 #include "client/FileReason.h"
 #include "client/LocalizedText.h"
 #include "client/reader/PictureSize.h"
+#include "client/reader/SoundWork.h"
+#include "client/reader/WorkLimit.h"
 #include "platform/decoders/CGImageSource.h"
 #include "platform/foundation/NSString.h"
 #include "platform/media/AVURLAsset.h"
@@ -55,7 +55,7 @@ Result<FileFacts> photoFacts(CGImageSource& source, const NSURL& url, FileFacts 
     facts.pictureFormat = properties->format;
     facts.size = uprightSizeOf(*properties);
     facts.orientation = properties->orientation;
-    facts.averageColor = averageColorOf(facts.path);
+    facts.averageColor = answerTo(ColorQuestion{facts.path});
     const platform::PhotoOrigin& origin = properties->origin;
     if (origin.taken)
         facts.taken = DateTaken{origin.taken->clock, origin.taken->offset};
@@ -93,6 +93,7 @@ std::optional<Cover> coverOf(const AVURLAsset& asset)
 
 Result<FileFacts> mediaFacts(const NSURL& url, FileFacts facts)
 {
+    const WorkLimit limit(workForSound(facts.path));
     AVURLAsset::Options options;
     options.preferPreciseDurationAndTiming = true;
     const AVURLAsset asset(url, options);

@@ -1,6 +1,8 @@
 #include "client/reader/Answers.h"
 
 #include "client/LocalizedText.h"
+#include "client/reader/SoundWork.h"
+#include "client/reader/WorkLimit.h"
 #include "platform/media/AVURLAsset.h"
 #include "platform/media/CMTime.h"
 
@@ -13,8 +15,9 @@ namespace stillora {
 SoundMeasure answerTo(const SoundQuestion& question)
 {
     const auto bad = [](std::string fault) { return SoundMeasure{Seconds(0), 0, std::move(fault)}; };
+    const WorkLimit limit(workForSound(question.file));
     platform::AVURLAsset::Options options;
-    options.preferPreciseDurationAndTiming = true;
+    options.preferPreciseDurationAndTiming = question.isExact;
     const platform::AVURLAsset asset(platform::NSURL::fileURLWithPath(question.file.native(), false), options);
     const auto& tracks = asset.tracks();
     const auto sound = std::find_if(tracks.begin(), tracks.end(), [](const platform::AVAssetTrack& track) {

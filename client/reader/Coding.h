@@ -57,6 +57,12 @@ private:
         append(bytes.data(), bytes.size());
     }
 
+    void put(const std::vector<uint8_t>& bytes)
+    {
+        putCount(bytes.size());
+        append(bytes.data(), bytes.size());
+    }
+
     template <typename Rep, typename Period>
     void put(const std::chrono::duration<Rep, Period>& duration)
     {
@@ -183,6 +189,16 @@ private:
         if (!has(count))
             return;
         bytes.assign(left_.begin(), left_.begin() + static_cast<std::ptrdiff_t>(count));
+        left_ = left_.subspan(count);
+    }
+
+    void get(std::vector<uint8_t>& bytes)
+    {
+        const size_t count = getCount();
+        if (!has(count))
+            return;
+        const auto* const first = reinterpret_cast<const uint8_t*>(left_.data());
+        bytes.assign(first, first + count);
         left_ = left_.subspan(count);
     }
 

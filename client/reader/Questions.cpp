@@ -13,6 +13,8 @@ namespace {
 constexpr double kMostPixels = 1 << 28;
 /// More than what any file plays: three hundred years.
 constexpr Seconds kLongest{1e10};
+/// Of a row of pixels, in bytes.
+constexpr size_t kMostPadding = 4096;
 constexpr int kHighestRateHz = 100'000'000;
 
 bool isPictureSize(const Size& size)
@@ -75,6 +77,21 @@ bool isPlausible(const SoundMeasure& measure)
 {
     return !measure.fault.empty() ||
            (measure.length > Seconds(0) && isLength(measure.length) && measure.sampleRateHz > 0);
+}
+
+bool isPlausible(const std::optional<Color>& color)
+{
+    return !color || isColor(*color);
+}
+
+bool isPlausible(const Result<PictureAnswer>& picture)
+{
+    if (!picture)
+        return true;
+    const platform::CGImage& image = picture->image;
+    return isPictureSize({static_cast<double>(image.width), static_cast<double>(image.height)}) &&
+           image.bytesPerRow >= image.width * 4 && image.bytesPerRow <= image.width * 4 + kMostPadding &&
+           image.pixels.size() == image.bytesPerRow * image.height && picture->faceCount <= kMostPixels;
 }
 
 bool isPlausible(const Result<FileFacts>& facts)

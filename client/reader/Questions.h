@@ -4,8 +4,11 @@
 #include <stillora/Photos.h>
 #include <stillora/Sounds.h>
 
+#include "platform/pixels/CGImage.h"
+
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 
 namespace stillora {
@@ -13,11 +16,19 @@ namespace stillora {
 /// What the program that reads files may be asked. By its number it knows what to do; each has the type `Answer` for
 /// what it gives. Neither side believes the other more than its `Decoder` does, and of an answer's values those alone
 /// that `isPlausible`.
-enum class ReaderTask : uint32_t { LookAtPhoto, MeasureSound, TellFacts };
+enum class ReaderTask : uint32_t {
+    LookAtPhoto,
+    MeasureSound,
+    TellFacts,
+    AverageColors,
+    FitPicture,
+    ReadPicture,
+    DrawFrame,
+};
 
 constexpr ReaderTask lastOf(ReaderTask)
 {
-    return ReaderTask::TellFacts;
+    return ReaderTask::DrawFrame;
 }
 
 /// What is in a photo that may become one of a movie.
@@ -53,6 +64,8 @@ struct SoundQuestion {
     using Answer = SoundMeasure;
 
     std::filesystem::path file;
+    /// Whether it may take reading all of the file; else the length may be an estimate.
+    bool isExact = true;
 };
 
 /// The facts of a file, but for its path and its length in bytes.
@@ -63,8 +76,58 @@ struct FactsQuestion {
     std::filesystem::path file;
 };
 
+/// A decoded picture.
+struct PictureAnswer {
+    /// Rows of pixels, one after the other.
+    platform::CGImage image;
+    /// Where faces were looked for.
+    uint64_t faceCount = 0;
+};
+
+/// The average colour of a picture file, if it is one.
+struct ColorQuestion {
+    static constexpr ReaderTask kTask = ReaderTask::AverageColors;
+    using Answer = std::optional<Color>;
+
+    std::filesystem::path file;
+};
+
+/// A picture file scaled down to a box, upright.
+struct FittedQuestion {
+    static constexpr ReaderTask kTask = ReaderTask::FitPicture;
+    using Answer = Result<PictureAnswer>;
+
+    std::filesystem::path file;
+    Size box;
+};
+
+/// A picture file's bytes, decoded. The answer is an error without a message where they are none.
+struct PictureQuestion {
+    static constexpr ReaderTask kTask = ReaderTask::ReadPicture;
+    using Answer = Result<PictureAnswer>;
+
+    Bytes picture;
+};
+
+/// A photo as the frame of a movie. The answer is an error without a message where there is none.
+struct FrameQuestion {
+    static constexpr ReaderTask kTask = ReaderTask::DrawFrame;
+    using Answer = Result<PictureAnswer>;
+
+    std::filesystem::path file;
+    /// Of the photo, upright.
+    Size photoSize;
+    Size frame;
+    bool reducesBorders = false;
+    bool carriesWatermark = false;
+    /// Finds and outlines the faces.
+    bool showsFaces = false;
+};
+
 /// @name What of an answer can be, whoever gave it
 /// @{
+bool isPlausible(const std::optional<Color>& color);
+bool isPlausible(const Result<PictureAnswer>& picture);
 bool isPlausible(const PhotoLook& look);
 bool isPlausible(const SoundMeasure& measure);
 bool isPlausible(const Result<FileFacts>& facts);
@@ -156,7 +219,39 @@ void fields(Coder& coder, PhotoQuestion& question)
 template <typename Coder>
 void fields(Coder& coder, SoundQuestion& question)
 {
+    coder(question.file, question.isExact);
+}
+
+template <typename Coder>
+void fields(Coder& coder, PictureAnswer& answer)
+{
+    coder(answer.image.width, answer.image.height, answer.image.bytesPerRow, answer.image.hasAlpha, answer.image.pixels,
+          answer.faceCount);
+}
+
+template <typename Coder>
+void fields(Coder& coder, ColorQuestion& question)
+{
     coder(question.file);
+}
+
+template <typename Coder>
+void fields(Coder& coder, FittedQuestion& question)
+{
+    coder(question.file, question.box);
+}
+
+template <typename Coder>
+void fields(Coder& coder, PictureQuestion& question)
+{
+    coder(question.picture);
+}
+
+template <typename Coder>
+void fields(Coder& coder, FrameQuestion& question)
+{
+    coder(question.file, question.photoSize, question.frame, question.reducesBorders, question.carriesWatermark,
+          question.showsFaces);
 }
 
 template <typename Coder>

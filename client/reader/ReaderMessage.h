@@ -23,7 +23,8 @@ struct ReaderMessage {
     uint32_t number = 0;
     /// Why the file that goes with a question could not be opened; 0 where there is one, or none at all.
     int32_t openErrno = 0;
-    /// For a question, of the processor's time; 0 is without limit.
+    /// Of the processor's time: for a question; 0 is without limit. Of an answer, where the time was up, how much it
+    /// was.
     uint32_t milliseconds = 0;
     /// Of a question, whether a file, or the reason that there is none, goes with it.
     uint32_t hasFile = 0;

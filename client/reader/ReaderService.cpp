@@ -3,14 +3,15 @@
 #include "client/reader/Answers.h"
 #include "client/reader/Coding.h"
 #include "client/reader/ReaderMessage.h"
+#include "client/reader/WorkLimit.h"
 #include "platform/bytes/GivenFile.h"
 #include "platform/files/NSURL.h"
 #include "platform/foundation/Lock.h"
 #include "platform/foundation/NSLog.h"
 
 #include <array>
+#include <chrono>
 #include <csignal>
-#include <ctime>
 #include <memory>
 #include <thread>
 #include <utility>
@@ -25,49 +26,6 @@ namespace {
 
 /// A question is a few names and numbers, or a picture out of a sound file.
 constexpr uint64_t kLongestQuestion = uint64_t{256} << 20;
-
-/// Of the thread that answers a question, for the signal that its time is up.
-thread_local int channelOfThread = -1;
-
-/// Says that it was this question, and ends the program: what a decoder holds at this moment cannot be undone.
-void timeIsUp(int)
-{
-    const ReaderMessage message;
-    sendPart(channelOfThread, std::as_bytes(std::span(&message, 1)));
-    _exit(0);
-}
-
-/// While it lives, the calling thread gets so much of the processor's time.
-class WorkLimit final {
-public:
-    explicit WorkLimit(uint32_t milliseconds)
-    {
-        if (milliseconds == 0)
-            return;
-        sigevent event = {};
-        event.sigev_notify = SIGEV_THREAD_ID;
-        event.sigev_signo = SIGXCPU;
-        event._sigev_un._tid = gettid();
-        if (timer_create(CLOCK_THREAD_CPUTIME_ID, &event, &timer_) != 0)
-            return;
-        isSet_ = true;
-        itimerspec time = {};
-        time.it_value.tv_sec = milliseconds / 1000;
-        time.it_value.tv_nsec = static_cast<long>(milliseconds % 1000) * 1'000'000;
-        timer_settime(timer_, 0, &time, nullptr);
-    }
-    ~WorkLimit()
-    {
-        if (isSet_)
-            timer_delete(timer_);
-    }
-    WorkLimit(const WorkLimit&) = delete;
-    WorkLimit& operator=(const WorkLimit&) = delete;
-
-private:
-    timer_t timer_{};
-    bool isSet_ = false;
-};
 
 bool receiveAll(int channel, std::span<std::byte> bytes, platform::FileDescriptor* file = nullptr)
 {
@@ -146,7 +104,7 @@ bool answerNext(int channel)
     std::optional<Bytes> answer;
     {
         const auto given = givenFile(message, question, std::move(file));
-        const WorkLimit limit(message.milliseconds);
+        const WorkLimit limit(std::chrono::milliseconds(message.milliseconds));
         answer = codedAnswer(message.number, question);
     }
     if (!answer)
@@ -158,7 +116,7 @@ bool answerNext(int channel)
 
 void answerAll(platform::FileDescriptor channel)
 {
-    channelOfThread = channel.get();
+    WorkLimit::setChannelOfThread(channel.get());
     while (answerNext(channel.get())) {
     }
 }
@@ -167,7 +125,7 @@ void answerAll(platform::FileDescriptor channel)
 
 bool ReaderService::run()
 {
-    std::signal(SIGXCPU, timeIsUp);
+    WorkLimit::setUp();
     std::signal(SIGXFSZ, SIG_IGN);
     platform::setLogSink([](const std::string& line) { Log::shared().add(line); });
     std::array<std::byte, 1> news{};

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
+#include <utility>
 
 #include <malloc.h>
 #include <unistd.h>
@@ -23,8 +24,13 @@ constexpr uint64_t kUsualMemory = uint64_t{4} << 30;
 void giveUpRights()
 {
     const auto memory = static_cast<uint64_t>(sysconf(_SC_PHYS_PAGES)) * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+    platform::SandboxFiles files;
+    // The face detector, where another one is named.
+    for (const char* variable : {"STILLORA_FACES_MODULE", "STILLORA_FACES_MODEL"})
+        if (const char* const path = std::getenv(variable))
+            files.readable.emplace_back(path);
     const auto lacks =
-        platform::confineProcess({.files = platform::SandboxFiles{}, .addressSpaceBytes = kUsualMemory + memory / 2});
+        platform::confineProcess({.files = std::move(files), .addressSpaceBytes = kUsualMemory + memory / 2});
     for (const std::string& lack : lacks)
         platform::NSLog(lack);
 }

@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace stillora;
 
@@ -72,6 +73,13 @@ TEST_F(SoundCheck, RefusesWhatIsNoSound)
     EXPECT_EQ(reasonFor({folder_.makeFolder("folder.mp3"), {}, {}}), "is not a regular file");
     ASSERT_EQ(mkfifo(folder_.path("pipe.mp3").c_str(), 0600), 0);
     EXPECT_EQ(reasonFor({folder_.path("pipe.mp3"), {}, {}}), "is not a regular file");
+}
+
+TEST_F(SoundCheck, TakesNoLongerOverNothingThanItIsWorth)
+{
+    const std::string path = sound("sparse.mp3", 1);
+    ASSERT_EQ(truncate(path.c_str(), off_t{1} << 36), 0);
+    EXPECT_THAT(reasonFor({path, {}, {}}), testing::HasSubstr("of the processor's time, and a file that holds "));
 }
 
 TEST_F(SoundCheck, RefusesMoviesWithoutSound)

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+
+namespace stillora {
+
+/// How much of the processor's time looking at a sound file is worth: two seconds, and more for what it really holds. A
+/// file of a few kilobytes may claim any length, and gigabytes of nothing may follow them.
+std::chrono::milliseconds workForSound(const std::filesystem::path& file);
+
+} // namespace stillora
