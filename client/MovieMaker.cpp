@@ -174,6 +174,7 @@ private:
     bool send();
     Ending watch();
     bool deliverProgress();
+    bool isHeardOf(std::string_view stage) const;
     void tell(MovieProgress progress);
     void watchSound();
     bool isSilentForTooLong(Clock::time_point now);
@@ -408,10 +409,21 @@ bool MovieMaker::Job::deliverProgress()
     if (!progress)
         return false;
     remainingTime_.progressed(progress->stage, progress->progress, progress->total, Clock::now() - start_);
+    if (!isHeardOf(progress->stage))
+        return true;
     const bool converts = progress->stage == kConversionStage && progress->total == 0;
     conversion_ = converts ? progress : std::nullopt;
     tell(std::move(*progress));
     return true;
+}
+
+/// Stages that do nothing are not told of; nor are those that prepare and join silence, of which nobody asked anything.
+bool MovieMaker::Job::isHeardOf(std::string_view stage) const
+{
+    if (stage == "VideoCreationTitleCalculatingSoundtrackDuration")
+        return false;
+    return !request_.sounds.empty() ||
+           (stage != kConversionStage && stage != "VideoCreationCompositingVideoAndSoundtrack");
 }
 
 void MovieMaker::Job::tell(MovieProgress progress)

@@ -198,7 +198,7 @@ public:
     public:
         virtual ~Observer() = default;
         /// On the thread that calls `makeMovie`, soon after the service told it; older news that were not delivered yet
-        /// are dropped.
+        /// are dropped. Nothing is told of stages that work on silence alone.
         virtual void progressChanged(const MovieProgress& progress) = 0;
         /// A few times a second, so that a display can live on between updates.
         virtual void timePassed() {}

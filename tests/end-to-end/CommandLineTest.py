@@ -450,6 +450,25 @@ class CommandLineTest(stillora.TestCase):
         os.close(terminal)
         return said.decode("utf-8", "replace"), os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1])
 
+    def test_no_stage_is_named_that_does_not_happen(self):
+        plain = ["--quality", "240", *self.photos]
+        for options in ([], ["--no-silence"], ["--progress", "lines"]):
+            with self.subTest(options):
+                said, status = self.asked(None, *options, *plain, TERM="xterm")
+                self.assertEqual(status, 0, said)
+                self.assertIn("Checking the photos", said)
+                self.assertNotRegex(said.lower(), "sound")
+        # Long enough to be converted while somebody looks.
+        song = self.folder / "song.wav"
+        stillora.run("ffmpeg", "-v", "error", "-f", "lavfi", "-i", "anoisesrc=d=120:r=44100", "-ac", "2", song)
+        stages = [
+            {update["stage"] for update in map(json.loads, self.create("--json", *sounds, *plain).out.splitlines())
+             if update["event"] == "progress"}
+            for sounds in ([], ["--fit-music", "--soundtrack", song])]
+        heard = {"VideoCreationTitleConvertingAndTrimmingAssets", "VideoCreationCompositingVideoAndSoundtrack"}
+        self.assertEqual(stages[0] & heard, set())
+        self.assertIn("VideoCreationTitleConvertingAndTrimmingAssets", stages[1])
+
     def test_at_a_terminal_it_asks_whether_bad_photos_are_to_be_left_out(self):
         bad = [self.bad_photo(f"notes {n}.jpg", b"these are no pixels\n" * 50) for n in (1, 2)]
         arguments = ["--seconds", "1", "--quality", "240", *bad, *self.photos]

@@ -10,7 +10,7 @@ import tempfile
 from pathlib import Path
 
 LANGUAGES = ["de", "fr"]
-CATALOGUES = ["stillora", "man"]
+CATALOGUES = ["stillora", "stillora-file-managers", "man"]
 QUOTED = re.compile(r'"((?:[^"\\]|\\.)*)"')
 FIELD = re.compile(r"\{[^{}]*\}")
 
@@ -52,11 +52,11 @@ def entries(catalogue):
 
 
 def fields(text):
-    """Each field that a text has, with its number where it has none of its own, and its form."""
+    """Each field that a text has, by its name or number, or by its place where it has neither, and its form."""
     found = set()
     for place, field in enumerate(FIELD.findall(text)):
         number, _, form = field[1:-1].partition(":")
-        found.add((int(number) if number else place, form))
+        found.add((int(number) if number.isdigit() else number or place, form))
     return found
 
 

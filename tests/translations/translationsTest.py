@@ -21,6 +21,10 @@ class TranslationsTest(unittest.TestCase):
         self.assertEqual(
             self.faults('msgid "{} a"\nmsgid_plural "{} b"\nmsgstr[0] "{} c"\nmsgstr[1] "{} d"\n'), [])
 
+    def test_fields_may_have_names(self):
+        self.assertEqual(self.faults('msgid "{one}: {two} %"\nmsgstr "{two} % {one}"\n'), [])
+        self.assertIn("other fields", self.faults('msgid "{one}"\nmsgstr "{eins}"\n')[0])
+
     def test_each_fault_is_found(self):
         rows = {
             'msgid "a"\nmsgstr ""\n': "not translated",
