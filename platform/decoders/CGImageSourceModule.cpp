@@ -122,6 +122,35 @@ private:
         return succeeded;
     }
 
+    /// What has a first row is shown, as far as it goes; most formats give it without the rest.
+    bool probe(NSError* error) override
+    {
+        if (!picture_ && !openPicture(error))
+            return false;
+        // Some are decoded whole for it all the same.
+        const DecodingShare share(cost().memory);
+        const bool hasRow =
+            describe(error).has_value() && readRows(
+                                               nullptr, [](void*, const void*) { return false; }, error);
+        picture_.reset();
+        return hasRow;
+    }
+
+    std::optional<PictureModuleRows> describe(NSError* error)
+    {
+        PictureModuleRows kind{};
+        if (pictureLibrary()->describe(picture_.get(), &kind))
+            return kind;
+        failDecoding(error, localized("cannot be decoded: its colours are of a kind that is not known"));
+        return std::nullopt;
+    }
+
+    bool readRows(void* context, bool (*takeRow)(void*, const void*), NSError* error)
+    {
+        return pictureLibrary()->read(picture_.get(), context, takeRow) > 0 ||
+               failDecoding(error, localized("is damaged: no part of it can be decoded"));
+    }
+
     ColorDescription statedColors()
     {
         ColorDescription colors;
@@ -135,33 +164,32 @@ private:
 
     bool decodeOpened(size_t width, size_t height, CGImage& image, NSError* error)
     {
-        const PictureModule& library = *pictureLibrary();
         // Describing may do away with the header's profile.
         ColorDescription colors = statedColors();
-        PictureModuleRows kind{};
-        if (!library.describe(picture_.get(), &kind))
-            return failDecoding(error, localized("cannot be decoded: its colours are of a kind that is not known"));
+        const auto kind = describe(error);
+        if (!kind)
+            return false;
         // The profile told of the numbers as they were.
-        if (kind.isConverted)
+        if (kind->isConverted)
             colors = {};
-        colors.model = kind.colorBands == 4   ? ColorDescription::Model::CMYK
-                       : kind.colorBands == 3 ? ColorDescription::Model::RGB
-                                              : ColorDescription::Model::Grey;
-        const size_t bands = kind.colorBands + (kind.hasAlpha ? 1 : 0);
-        RowCollector rows({properties().pixelWidth, properties().pixelHeight}, bands, kind.hasAlpha, {width, height},
-                          kind.depth);
+        colors.model = kind->colorBands == 4   ? ColorDescription::Model::CMYK
+                       : kind->colorBands == 3 ? ColorDescription::Model::RGB
+                                               : ColorDescription::Model::Grey;
+        const size_t bands = kind->colorBands + (kind->hasAlpha ? 1 : 0);
+        RowCollector rows({properties().pixelWidth, properties().pixelHeight}, bands, kind->hasAlpha, {width, height},
+                          kind->depth);
         if (!rows.isReady())
             return failDecoding(error, localized("needs more memory than there is"));
-        const auto takeRow = kind.depth == 8 ? addRow<uint8_t> : addRow<uint16_t>;
-        if (library.read(picture_.get(), &rows, takeRow) == 0)
-            return failDecoding(error, localized("is damaged: no part of it can be decoded"));
+        if (!readRows(&rows, kind->depth == 8 ? addRow<uint8_t> : addRow<uint16_t>, error))
+            return false;
         return finish(rows.planes(), width, height, colors, image, error);
     }
 
     template <typename Sample>
-    static void addRow(void* rows, const void* samples)
+    static bool addRow(void* rows, const void* samples)
     {
         static_cast<RowCollector*>(rows)->addRow(static_cast<const Sample*>(samples));
+        return true;
     }
 
     const std::string format_;

@@ -58,10 +58,11 @@ struct PictureModule {
     /// @return false where the pixels are of a kind that is not known
     bool (*describe)(void* picture, PictureModuleRows* rows);
 
-    /// Hands over row after row, interleaved samples of the depth that was told, until the end or the first damage.
-    /// After `describe`, and once.
-    /// @return how many there were
-    size_t (*read)(void* picture, void* context, void (*takeRow)(void* context, const void* samples));
+    /// Hands over row after row, interleaved samples of the depth that was told, until the end, the first damage or the
+    /// first row after which no more are wanted. After `describe`, and once.
+    /// @param takeRow  answers whether to go on
+    /// @return how many were handed over
+    size_t (*read)(void* picture, void* context, bool (*takeRow)(void* context, const void* samples));
 
     void (*close)(void* picture);
 
@@ -77,7 +78,7 @@ struct PictureModule {
 
 } // extern "C"
 
-inline constexpr uint32_t kPictureModuleVersion = 1;
+inline constexpr uint32_t kPictureModuleVersion = 2;
 
 /// The one symbol of the module: a `PictureModule`.
 inline constexpr const char* kPictureModuleSymbol = "pictureModule";

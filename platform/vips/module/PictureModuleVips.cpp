@@ -161,7 +161,7 @@ bool describe(void* object, PictureModuleRows* rows)
     return true;
 }
 
-using TakeRow = void (*)(void* context, const void* samples);
+using TakeRow = bool (*)(void* context, const void* samples);
 
 /// Makes of a row as it is stored the samples that are handed over.
 template <typename Stored, typename Sample>
@@ -202,7 +202,8 @@ size_t readRows(const Picture& picture, void* context, TakeRow takeRow)
             const auto* const stored = reinterpret_cast<const Stored*>(VIPS_REGION_ADDR(region.get(), 0, y));
             if (!isReady)
                 makeRow(stored, bands, fill, picture.usedBands, made);
-            takeRow(context, isReady ? static_cast<const void*>(stored) : made.data());
+            if (!takeRow(context, isReady ? static_cast<const void*>(stored) : made.data()))
+                return static_cast<size_t>(y) + 1;
         }
     }
     return static_cast<size_t>(height);

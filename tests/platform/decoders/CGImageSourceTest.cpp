@@ -915,13 +915,54 @@ TEST_F(CGImageSourceTest, TakesNoTablesFromTheFileBefore)
     }
 }
 
-TEST_F(CGImageSourceTest, FindsOutWhetherOtherFormatsCanBeDecoded)
+TEST_F(CGImageSourceTest, FindsOutWhetherADamagedFileOfOtherFormatsCanBeDecoded)
 {
-    for (const std::string name : {"a.png", "a.webp", "a.tiff", "a.gif"}) {
-        const auto path = saved(name, test::textured(64, 48));
+    for (const std::string name : {"a.png", "a.webp", "a.tiff", "a.gif", "a.heic", "a.avif"}) {
+        const auto whole = test::readFile(saved(name, test::textured(160, 120)));
+        size_t readable = 0;
+        size_t unreadable = 0;
+        const auto check = [&](const std::vector<uint8_t>& bytes, const std::string& what) {
+            const auto path = file(name, bytes);
+            const auto source = CGImageSource::createWithURL(platform::NSURL::fileURLWithPath(path, false));
+            const bool canDecode = source && source->canDecode();
+            EXPECT_EQ(canDecode, thumbnail(path, 80) != nullptr) << name << ": " << what;
+            // Found out before, it is as well decoded by the same reader.
+            EXPECT_EQ(canDecode, source && source->createThumbnailAtIndex({80, false})) << name << ": " << what;
+            ++(canDecode ? readable : unreadable);
+        };
+        check(whole, "whole");
+        EXPECT_EQ(readable, 1u) << name;
+        for (size_t part = 1; part < 24; ++part)
+            check({whole.begin(), whole.begin() + static_cast<ssize_t>(whole.size() * part / 24)},
+                  "cut off behind " + std::to_string(part) + " parts");
+        for (size_t place = 16; place < whole.size(); place += whole.size() / 24) {
+            auto bytes = whole;
+            bytes[place] ^= 0x5A;
+            check(bytes, "damaged at " + std::to_string(place));
+        }
+        EXPECT_GT(unreadable, 0u) << name;
+    }
+}
+
+TEST_F(CGImageSourceTest, FindsOutByTheFirstRowsWhereAFormatGivesThemAlone)
+{
+    const auto secondsOf = [](const auto& work) {
+        const auto now = [] {
+            timespec time{};
+            clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+            return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
+        };
+        const double before = now();
+        work();
+        return now() - before;
+    };
+    for (const std::string name : {"a.png", "a.tiff"}) {
+        const auto path = saved(name, test::textured(3000, 2000));
+        ASSERT_NE(thumbnail(path, 64), nullptr) << "the library is loaded now";
         const auto source = CGImageSource::createWithURL(platform::NSURL::fileURLWithPath(path, false));
-        ASSERT_NE(source, nullptr) << name;
-        EXPECT_TRUE(source->canDecode()) << name;
+        const double look = secondsOf([&] { EXPECT_TRUE(source->canDecode()); });
+        const double decoding = secondsOf([&] { EXPECT_NE(thumbnail(path, 64), nullptr); });
+        EXPECT_LT(look, decoding / 4) << name;
     }
 }
 
