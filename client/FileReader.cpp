@@ -306,6 +306,7 @@ struct FileReader::Question {
     uint32_t task = 0;
     const Bytes& arguments;
     const std::filesystem::path* file = nullptr;
+    const Limits& limits;
     const std::function<bool()>& goesOn;
 };
 
@@ -486,10 +487,10 @@ FileReader::Attempt FileReader::attempt(const Question& question, const Turn& tu
         const OpenedFile file(question.file);
         const ReaderMessage message{.number = question.task,
                                     .openErrno = file.openErrno,
-                                    .milliseconds = static_cast<uint32_t>(limits_.work.count()),
+                                    .milliseconds = static_cast<uint32_t>(question.limits.work.count()),
                                     .hasFile = question.file ? 1U : 0U,
                                     .length = question.arguments.size()};
-        Talk talk(channel.get(), question.goesOn, limits_.wait);
+        Talk talk(channel.get(), question.goesOn, question.limits.wait);
         end = talk.send(bytesOfValue(message), file.descriptor.get());
         if (end == Talk::End::Done)
             end = talk.send(question.arguments);
@@ -511,7 +512,7 @@ FileReader::Attempt FileReader::attempt(const Question& question, const Turn& tu
         break;
     case Talk::End::TookTooLong:
         result.end = Attempt::End::TookTooLong;
-        result.error = tooLong(limits_.wait);
+        result.error = tooLong(question.limits.wait);
         break;
     case Talk::End::Done:
         result.end = Attempt::End::TookTooLong;
@@ -527,9 +528,9 @@ FileReader::Attempt FileReader::attempt(const Question& question, const Turn& tu
 }
 
 Result<Bytes> FileReader::exchange(uint32_t task, const Bytes& arguments, const std::filesystem::path* file,
-                                   const std::function<bool()>& goesOn)
+                                   const Limits& limits, const std::function<bool()>& goesOn)
 {
-    const Question question{task, arguments, file, goesOn};
+    const Question question{task, arguments, file, limits, goesOn};
     Attempt last;
     // With others it is not known for which of them the program ended.
     for (const auto kind : {Turn::Kind::WithOthers, Turn::Kind::Alone}) {

@@ -53,7 +53,12 @@ public:
         const std::filesystem::path* file = nullptr;
         if constexpr (requires { question.file; })
             file = &question.file;
-        const auto coded = exchange(static_cast<uint32_t>(Question::kTask), encoder.bytes(), file, goesOn);
+        const Limits limits = requires
+        {
+            Question::kIsEndless;
+        }
+        ? kNoLimits : limits_;
+        const auto coded = exchange(static_cast<uint32_t>(Question::kTask), encoder.bytes(), file, limits, goesOn);
         if (!coded)
             return coded.error();
         typename Question::Answer answer = noAnswer(static_cast<typename Question::Answer*>(nullptr));
@@ -84,10 +89,13 @@ private:
     /// Ends the program, which says what cannot be.
     Error distrust();
     Result<Bytes> exchange(uint32_t task, const Bytes& arguments, const std::filesystem::path* file,
-                           const std::function<bool()>& goesOn);
+                           const Limits& limits, const std::function<bool()>& goesOn);
     Attempt attempt(const Question& question, const Turn& turn);
     /// The one that runs, or a new one.
     std::shared_ptr<Program> program(Error& error);
+
+    /// For what takes hours, and can be stopped: 0 of work is without limit.
+    static constexpr Limits kNoLimits{std::chrono::milliseconds(0), std::chrono::hours(10'000)};
 
     const Limits limits_;
     platform::Lock lock_;

@@ -20,7 +20,7 @@ namespace {
 /// The picture's pixels as a file.
 Result<Bytes> pngOf(const PictureAnswer& picture)
 {
-    const auto file = platform::encodePNG(picture.image, {});
+    const auto file = platform::encodePNG(picture.image, {picture.points.width, picture.points.height});
     if (!file)
         return Error{ErrorCode::Failed, {}, localized("there is not enough memory for the picture")};
     return bytesOf(*file);

@@ -1,11 +1,13 @@
 #include <stillora/Waveform.h>
 
-#include "audio/MORAudioWaveImageWaveForm.h"
 #include "client/ClientError.h"
 #include "client/DataBytes.h"
+#include "client/FileReader.h"
 #include "client/JobFolder.h"
 #include "client/LocalizedText.h"
 #include "client/SoundRange.h"
+#include "client/reader/Questions.h"
+#include "platform/encoders/ImageEncoder.h"
 #include "platform/files/NSFileManager.h"
 #include "platform/media/AVAssetExportSession.h"
 #include "platform/media/AVURLAsset.h"
@@ -24,11 +26,7 @@
 namespace stillora {
 
 using platform::AVAssetExportSession;
-using platform::CGContext;
-using platform::CGRect;
 using platform::NSError;
-using platform::NSImage;
-using platform::NSImagePtr;
 using platform::NSURL;
 
 namespace {
@@ -46,20 +44,6 @@ std::shared_ptr<platform::AVURLAsset> preciseAsset(const SoundFacts& sound)
     return std::make_shared<platform::AVURLAsset>(
         NSURL::fileURLWithPath(sound.path.native()),
         platform::AVURLAsset::Options{.preferPreciseDurationAndTiming = true});
-}
-
-NSImagePtr onWhite(const NSImagePtr& image)
-{
-    const auto pixels = image->image();
-    if (!pixels)
-        return image;
-    return NSImage::imageWithSize(image->size(), CGContext::Origin::LowerLeft,
-                                  [pixels](CGContext& context, CGRect rect) {
-                                      context.setFillColor({.red = 1, .green = 1, .blue = 1});
-                                      context.fillRect(rect);
-                                      context.drawImage(rect, *pixels);
-                                      return true;
-                                  });
 }
 
 /// Runs an export to its end.
@@ -146,21 +130,16 @@ Result<Bytes> drawWaveform(const SoundFacts& sound, const WaveformStyle& style, 
     const auto failed = [&](const std::string& reason) {
         return Error{ErrorCode::Unsupported, sound.path, fmt::format("{}: {}", sound.path.native(), reason)};
     };
-    const auto asset = preciseAsset(sound);
-    const auto tracks = asset->tracksWithMediaType(platform::kAVMediaTypeAudio);
-    if (tracks.empty())
-        return failed(localized("it cannot be read any more"));
-    bool isStopped = false;
-    NSError error;
-    const auto drawn = MORAudioWaveImage::drawTrack(
-        asset, tracks.front(), timeRangeOf(sound),
-        {static_cast<double>(style.width), static_cast<double>(style.height)},
-        [&] { return !(isStopped = isStopped || (progress && !progress(0))); }, &error);
-    if (isStopped)
-        return stopped(sound);
+    const auto drawn = FileReader::shared().ask(
+        WaveformQuestion{
+            .file = sound.path, .selection = sound.selection, .sampleRateHz = sound.sampleRateHz, .style = style},
+        [&] { return !progress || progress(0); });
     if (!drawn)
-        return failed(error.localizedDescription);
-    const auto file = (style.ground == WaveformStyle::Ground::White ? onWhite(drawn) : drawn)->pngData();
+        return drawn.error().code == ErrorCode::Cancelled ? stopped(sound) : failed(drawn.error().message);
+    if (!*drawn)
+        return failed(drawn->error().message);
+    const auto file =
+        platform::encodePNG((*drawn)->image, {static_cast<double>(style.width), static_cast<double>(style.height)});
     if (!file)
         return Error{ErrorCode::Failed, {}, localized("there is not enough memory for the picture")};
     return bytesOf(*file);

@@ -29,7 +29,7 @@ struct KnownQuestions {
 };
 
 using Known = KnownQuestions<PhotoQuestion, SoundQuestion, FactsQuestion, ColorQuestion, FittedQuestion,
-                             PictureQuestion, FrameQuestion>;
+                             PictureQuestion, FrameQuestion, WaveformQuestion>;
 
 } // namespace
 

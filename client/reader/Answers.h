@@ -17,6 +17,7 @@ std::optional<Color> answerTo(const ColorQuestion& question);
 Result<PictureAnswer> answerTo(const FittedQuestion& question);
 Result<PictureAnswer> answerTo(const PictureQuestion& question);
 Result<PictureAnswer> answerTo(const FrameQuestion& question);
+Result<PictureAnswer> answerTo(const WaveformQuestion& question);
 /// @}
 
 /// The same of coded questions.

@@ -70,7 +70,7 @@ void drawFaces(CGImage& image, const PhotoFrame& frame)
 
 Result<PictureAnswer> answerOf(const CGImagePtr& image)
 {
-    return PictureAnswer{*image, 0};
+    return PictureAnswer{*image, 0, {}};
 }
 
 } // namespace
@@ -108,7 +108,9 @@ Result<PictureAnswer> answerTo(const PictureQuestion& question)
     platform::NSError error;
     const auto image = platform::NSImage::imageWithData(dataOf(question.picture), &error);
     const CGImagePtr pixels = image && image->render() ? image->image() : nullptr;
-    return pixels ? answerOf(pixels) : Error{};
+    if (!pixels)
+        return Error{};
+    return PictureAnswer{*pixels, 0, {image->size().width, image->size().height}};
 }
 
 Result<PictureAnswer> answerTo(const FrameQuestion& question)
@@ -124,7 +126,7 @@ Result<PictureAnswer> answerTo(const FrameQuestion& question)
         return Error{};
     if (question.showsFaces)
         drawFaces(*image, *frame);
-    return PictureAnswer{std::move(*image), frame->faces.size()};
+    return PictureAnswer{std::move(*image), frame->faces.size(), {}};
 }
 
 } // namespace stillora

@@ -3,6 +3,7 @@
 #include <stillora/Files.h>
 #include <stillora/Photos.h>
 #include <stillora/Sounds.h>
+#include <stillora/Waveform.h>
 
 #include "platform/pixels/CGImage.h"
 
@@ -24,11 +25,12 @@ enum class ReaderTask : uint32_t {
     FitPicture,
     ReadPicture,
     DrawFrame,
+    DrawWaveform,
 };
 
 constexpr ReaderTask lastOf(ReaderTask)
 {
-    return ReaderTask::DrawFrame;
+    return ReaderTask::DrawWaveform;
 }
 
 /// What is in a photo that may become one of a movie.
@@ -82,6 +84,8 @@ struct PictureAnswer {
     platform::CGImage image;
     /// Where faces were looked for.
     uint64_t faceCount = 0;
+    /// In points, by what the file says of its resolution; zero where that does not count.
+    Size points = {};
 };
 
 /// The average colour of a picture file, if it is one.
@@ -122,6 +126,19 @@ struct FrameQuestion {
     bool carriesWatermark = false;
     /// Finds and outlines the faces.
     bool showsFaces = false;
+};
+
+/// How loud a sound is over time. The answer's errors do not name the file.
+struct WaveformQuestion {
+    static constexpr ReaderTask kTask = ReaderTask::DrawWaveform;
+    /// Hours of sound take as long as they take.
+    static constexpr bool kIsEndless = true;
+    using Answer = Result<PictureAnswer>;
+
+    std::filesystem::path file;
+    std::optional<SoundFacts::Selection> selection;
+    int sampleRateHz = 0;
+    WaveformStyle style;
 };
 
 /// @name What of an answer can be, whoever gave it
@@ -226,7 +243,7 @@ template <typename Coder>
 void fields(Coder& coder, PictureAnswer& answer)
 {
     coder(answer.image.width, answer.image.height, answer.image.bytesPerRow, answer.image.hasAlpha, answer.image.pixels,
-          answer.faceCount);
+          answer.faceCount, answer.points);
 }
 
 template <typename Coder>
@@ -252,6 +269,29 @@ void fields(Coder& coder, FrameQuestion& question)
 {
     coder(question.file, question.photoSize, question.frame, question.reducesBorders, question.carriesWatermark,
           question.showsFaces);
+}
+
+constexpr WaveformStyle::Ground lastOf(WaveformStyle::Ground)
+{
+    return WaveformStyle::Ground::White;
+}
+
+template <typename Coder>
+void fields(Coder& coder, SoundFacts::Selection& selection)
+{
+    coder(selection.start, selection.end);
+}
+
+template <typename Coder>
+void fields(Coder& coder, WaveformStyle& style)
+{
+    coder(style.width, style.height, style.ground);
+}
+
+template <typename Coder>
+void fields(Coder& coder, WaveformQuestion& question)
+{
+    coder(question.file, question.selection, question.sampleRateHz, question.style);
 }
 
 template <typename Coder>
