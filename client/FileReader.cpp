@@ -18,6 +18,7 @@
 #include <csignal>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -376,10 +377,17 @@ private:
             if (goesOn_ && !goesOn_())
                 return End::GivenUp;
             pollfd wait{channel_, event, 0};
-            if (poll(&wait, 1, static_cast<int>(kTick.count())) > 0)
+            const int count = poll(&wait, 1, static_cast<int>(kTick.count()));
+            const bool isRefused = count < 0 && errno != EINTR;
+            if (count > 0)
                 return End::Done;
             if (Clock::now() >= deadline_)
                 return End::TookTooLong;
+            if (isRefused) {
+                // Where the system lets nothing be waited for, it is tried again after a moment.
+                std::this_thread::sleep_for(milliseconds(5));
+                return End::Done;
+            }
         }
     }
 

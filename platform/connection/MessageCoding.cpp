@@ -66,6 +66,27 @@ struct CodedValueVariant {
     }
 };
 
+GVariant* objectVariant(const NSXPCObjects::value_type::element_type& object)
+{
+    NSCoder coder;
+    object.encodeWithCoder(coder);
+    GVariantBuilder item;
+    g_variant_builder_init(&item, G_VARIANT_TYPE("(sa{sv})"));
+    g_variant_builder_add_value(&item, textVariant(object.className()));
+    g_variant_builder_open(&item, G_VARIANT_TYPE("a{sv}"));
+    for (const auto& [key, value] : coder.values()) {
+        g_variant_builder_open(&item, G_VARIANT_TYPE("{sv}"));
+        g_variant_builder_add_value(&item, textVariant(key));
+        g_variant_builder_add_value(&item, g_variant_new_variant(std::visit(CodedValueVariant{}, value)));
+        g_variant_builder_close(&item);
+    }
+    g_variant_builder_close(&item);
+    GVariant* const variant = g_variant_builder_end(&item);
+    // Asked for its bytes, it lets go of the tree that it was made of, which takes many times as much.
+    static_cast<void>(g_variant_get_data(variant));
+    return variant;
+}
+
 struct ValueVariant {
     GVariant* operator()(bool value) const { return g_variant_new_boolean(value); }
     GVariant* operator()(int64_t value) const { return g_variant_new_int64(value); }
@@ -76,21 +97,8 @@ struct ValueVariant {
     {
         GVariantBuilder list;
         g_variant_builder_init(&list, G_VARIANT_TYPE("a(sa{sv})"));
-        for (const auto& object : objects) {
-            NSCoder coder;
-            object->encodeWithCoder(coder);
-            g_variant_builder_open(&list, G_VARIANT_TYPE("(sa{sv})"));
-            g_variant_builder_add_value(&list, textVariant(object->className()));
-            g_variant_builder_open(&list, G_VARIANT_TYPE("a{sv}"));
-            for (const auto& [key, value] : coder.values()) {
-                g_variant_builder_open(&list, G_VARIANT_TYPE("{sv}"));
-                g_variant_builder_add_value(&list, textVariant(key));
-                g_variant_builder_add_value(&list, g_variant_new_variant(std::visit(CodedValueVariant{}, value)));
-                g_variant_builder_close(&list);
-            }
-            g_variant_builder_close(&list);
-            g_variant_builder_close(&list);
-        }
+        for (const auto& object : objects)
+            g_variant_builder_add_value(&list, objectVariant(*object));
         return g_variant_builder_end(&list);
     }
     GVariant* operator()(const std::optional<NSError>& error) const

@@ -23,6 +23,7 @@ class Workshop:
         self.build, self.most_seconds = options.build, 60
         self.program = self.build / "bin/stillora"
         self.service = self.build / "bin/stillora-video-creator"
+        self.reader = self.build / "bin/stillora-file-reader"
 
     def __enter__(self):
         self.folder = Path(tempfile.mkdtemp(prefix="stillora-"))
