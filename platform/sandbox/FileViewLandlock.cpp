@@ -2,11 +2,13 @@
 
 #include "platform/foundation/FileDescriptor.h"
 #include "platform/foundation/InstalledFiles.h"
+#include "platform/sandbox/Sanitizers.h"
 
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
 #include <linux/landlock.h>
+#include <string_view>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -113,11 +115,34 @@ bool allowAll(int ruleset, const std::vector<std::string>& paths, uint64_t right
     return true;
 }
 
+/// The folder that a sanitizer is to write what it finds to, as in "log_path='/a/report':..."; a name there is a
+/// file's.
+std::vector<std::string> foldersOfFindings()
+{
+    std::vector<std::string> folders;
+    for (const char* variable : {"ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS"}) {
+        constexpr std::string_view kName = "log_path=";
+        const char* const value = kBuiltWithSanitizer ? std::getenv(variable) : nullptr;
+        const std::string_view options = value ? value : "";
+        const size_t place = options.rfind(kName);
+        if (place == std::string_view::npos)
+            continue;
+        std::string_view path = options.substr(place + kName.size());
+        const bool isQuoted = path.starts_with('\'');
+        path.remove_prefix(isQuoted ? 1 : 0);
+        path = path.substr(0, path.find(isQuoted ? '\'' : ':'));
+        if (const size_t slash = path.rfind('/'); slash != std::string_view::npos)
+            folders.emplace_back(path.substr(0, slash));
+    }
+    return folders;
+}
+
 bool allowFiles(int ruleset, const SandboxFiles& files, uint64_t handled)
 {
     return allowAll(ruleset, readByAnyProgram(), kRead & handled) &&
            allowAll(ruleset, {"/dev/null", "/dev/zero", "/dev/full"},
                     (kRead | LANDLOCK_ACCESS_FS_WRITE_FILE | kTruncate) & handled) &&
+           allowAll(ruleset, foldersOfFindings(), (kRead | kWrite) & handled) &&
            allowAll(ruleset, files.readable, kRead & handled) &&
            allowAll(ruleset, files.writable, (kRead | kWrite) & handled);
 }
