@@ -57,6 +57,9 @@ private:
 
     bool readProperties(Properties& properties, NSError* error) override
     {
+        // The library would follow them for hours.
+        if (format_ == "png" && readPNGHeader(file()).hasTangledEXIF)
+            return failDecoding(error, localized("is damaged: its header cannot be read"));
         if (!openPicture(error))
             return false;
         properties.pixelWidth = header_.width;

@@ -1,11 +1,14 @@
 #include "platform/decoders/PNGHeader.h"
 
 #include "platform/bytes/ByteReader.h"
+#include "platform/bytes/ByteSource.h"
+#include "platform/decoders/TIFFStructure.h"
 
 #include <algorithm>
 #include <array>
 #include <span>
 #include <string_view>
+#include <vector>
 
 namespace platform {
 namespace {
@@ -50,6 +53,24 @@ void readPNGChunk(std::string_view name, std::span<const uint8_t> content, PNGHe
     }
 }
 
+bool isTangledEXIF(std::span<const uint8_t> bytes)
+{
+    constexpr std::array<uint16_t, 3> kFolders = {0x8769, 0x8825, 0xA005};
+    // Of each picture in a block, of which there may be two.
+    constexpr size_t kMostFolders = 2 * kFolders.size();
+    const MemoryBytes source(bytes);
+    const TIFFStructure structure(source);
+    std::vector<uint32_t> folders;
+    if (const auto first = structure.firstFolder())
+        folders.push_back(*first);
+    for (size_t i = 0; i < folders.size() && folders.size() <= kMostFolders; ++i)
+        structure.forEachEntry(folders[i], [&](uint16_t tag, size_t entry) {
+            if (std::ranges::find(kFolders, tag) != kFolders.end())
+                folders.push_back(structure.integer(entry).value_or(0));
+        });
+    return folders.size() > kMostFolders;
+}
+
 } // namespace
 
 PNGHeader readPNGHeader(const ImageFile& file)
@@ -70,7 +91,15 @@ PNGHeader readPNGHeader(const ImageFile& file)
         if (name == "IDAT")
             break;
         readPNGChunk(name, std::span(chunk).subspan(kNameEnd), header);
-        offset += kChunkFrame + bigEndian32(chunk, 0).value_or(0);
+        const size_t length = bigEndian32(chunk, 0).value_or(0);
+        if (name == "eXIf") {
+            constexpr size_t kLongest = size_t{1} << 20;
+            std::vector<uint8_t> exif(std::min({length, kLongest, file.length() - offset}));
+            const ssize_t got = file.readAt(offset + kNameEnd, exif.data(), exif.size());
+            header.hasTangledEXIF =
+                isTangledEXIF(std::span(exif).first(static_cast<size_t>(std::max<ssize_t>(got, 0))));
+        }
+        offset += kChunkFrame + length;
     }
     return header;
 }

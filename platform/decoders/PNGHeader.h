@@ -19,6 +19,8 @@ struct PNGHeader {
     /// At least 1.
     unsigned bytesPerPixel = 1;
     std::optional<ColorDescription::PowerSpace> space;
+    /// EXIF names more folders than there are kinds of them: to those who follow each it never ends.
+    bool hasTangledEXIF = false;
 };
 
 /// Looks at no more than the first 256 chunks.

@@ -4,6 +4,7 @@
 #include "tests/support/TestHEIF.h"
 #include "tests/support/TestPicture.h"
 #include "tests/support/TestProfiles.h"
+#include "tests/support/TestTags.h"
 
 #include <gtest/gtest.h>
 
@@ -1068,6 +1069,28 @@ TEST_F(CGImageSourceTest, RefusesAMillionTimesMorePixelsThanBytesBeforeTakingMem
         // Memory for ten thousand million pixels could not even be cleared in this time.
         EXPECT_LT(std::clock() - start, CLOCKS_PER_SEC) << name;
     }
+}
+
+TEST_F(CGImageSourceTest, RefusesAPNGWhoseEXIFLeadsInCircles)
+{
+    const std::vector<uint8_t> plain = test::readFile(saved("plain.png", test::quadrants(64, 48)));
+    const auto withFolders = [&](unsigned count) {
+        // A folder of entries that each lead to a folder, this one itself; the only one leads to an empty folder.
+        using testtags::bigEndian;
+        std::string exif = "MM" + bigEndian(42, 2) + bigEndian(8, 4) + bigEndian(count, 2);
+        for (unsigned i = 0; i < count; ++i)
+            exif += bigEndian(0x8769, 2) + bigEndian(4, 2) + bigEndian(1, 4) + bigEndian(count == 1 ? 22 : 8, 4);
+        exif += testtags::zeros(8);
+        // Readers pass over a wrong checksum of what is not needed, or over the chunk.
+        const std::string chunk = bigEndian(exif.size(), 4) + "eXIf" + exif + testtags::zeros(4);
+        std::vector<uint8_t> bytes = plain;
+        bytes.insert(bytes.begin() + 33, chunk.begin(), chunk.end());
+        return bytes;
+    };
+    EXPECT_NE(thumbnail(file("one.png", withFolders(1))), nullptr);
+    NSError error;
+    EXPECT_EQ(thumbnail(file("circles.png", withFolders(12)), {}, true, &error), nullptr);
+    EXPECT_TRUE(error.localizedDescription.starts_with("circles.png")) << error.localizedDescription;
 }
 
 TEST_F(CGImageSourceTest, SurvivesDamageInEveryFormat)
