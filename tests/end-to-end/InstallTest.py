@@ -113,6 +113,35 @@ class InstallTest(stillora.TestCase):
         self.assertEqual(result.returncode, 0, result.stderr)
         self.assertEqual(hold_times(result.stdout.strip()), [(float(i), 1.0) for i in range(6)])
 
+    def test_installed_for_everybody_all_of_it_is_found(self):
+        """The line of the README without a prefix, in a machine whose /usr/local is empty."""
+        script = r'''set -eu
+            mount -t tmpfs none /usr/local
+            cmake --install "$1" >"$HOME/install.log"
+            PATH=/usr/local/bin:/usr/bin:/bin
+            command -v stillora
+            stillora create --quality 240 --seconds 1 --save "$2" "$3"
+            man -w stillora; LANGUAGE=de man -w stillora-video-creator
+            realpath "$(pkg-config --variable=prefix stillora-client)"
+            printf '#include <stillora/Movie.h>\nint main() { return stillora::usualSaveFolder().empty(); }\n' >"$HOME/a.cpp"
+            c++ -std=c++20 "$HOME/a.cpp" -o "$HOME/a" $(pkg-config --cflags --libs stillora-client)
+            LD_LIBRARY_PATH=$(pkg-config --variable=libdir stillora-client) "$HOME/a"
+            bash -c ". /usr/local/share/bash-completion/completions/stillora; complete -p stillora"
+            systemd-analyze --user unit-paths | grep -qx /usr/local/share/systemd/user
+            ls /usr/local/share/systemd/user'''
+        result = subprocess.run(["unshare", "--user", "--map-root-user", "--mount", "sh", "-c", script, "sh", BUILD, self.save,
+                                 self.photos[0]], stdin=subprocess.DEVNULL, capture_output=True, text=True,
+                                env=self.environment(), timeout=stillora.DEADLINE)
+        self.assertEqual(result.returncode, 0, result.stdout + result.stderr)
+        said = result.stdout.splitlines()
+        self.assertEqual(said[0], "/usr/local/bin/stillora")
+        self.assertEqual(len(hold_times(said[1])), 5)
+        self.assertEqual(said[2], "/usr/local/share/man/man1/stillora.1")
+        self.assertIn("/usr/local/", said[3])
+        self.assertEqual(said[4], "/usr/local")
+        self.assertIn("stillora", said[5])
+        self.assertEqual(said[6:], ["app.stillora.VideoCreator.socket", "app.stillora.VideoCreator@.service"])
+
     def test_the_installed_translations_are_found(self):
         # Which stages report depends on how busy the machine is, so each is looked up by itself.
         shown = {}
