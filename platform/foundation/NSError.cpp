@@ -43,8 +43,7 @@ bool fail(NSError* error, std::string_view domain, int64_t code, std::string des
 
 bool failWithErrno(NSError* error, int errnoValue, std::string_view what, FileAccess access)
 {
-    std::string description(what);
-    description += ": " + reasonOfErrno(errnoValue);
+    std::string description = localized("{}: {}", {what, reasonOfErrno(errnoValue)});
     if (const auto code = cocoaCode(errnoValue, access))
         return fail(error, kNSCocoaErrorDomain, *code, std::move(description));
     return fail(error, kNSPOSIXErrorDomain, errnoValue, std::move(description));

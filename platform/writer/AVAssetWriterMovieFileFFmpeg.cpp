@@ -2,6 +2,7 @@
 
 #include "platform/foundation/FileDescriptor.h"
 #include "platform/foundation/Handle.h"
+#include "platform/foundation/LocalizedText.h"
 #include "platform/libav/FFmpegHandles.h"
 #include "platform/libav/LibavLog.h"
 #include "platform/media/MovieMetadata.h"
@@ -169,8 +170,8 @@ private:
     {
         if (reason == ENOSPC || reason == EDQUOT)
             return fail(error, kAVFoundationErrorDomain, kAVErrorDiskFull,
-                        name_ + " cannot be written: there is no room left on its disk");
-        return failWithErrno(error, reason, name_ + " cannot be written");
+                        localized("{} cannot be written: there is no room left on its disk", {name_}));
+        return failWithErrno(error, reason, localized("{} cannot be written", {name_}));
     }
 
     bool failWith(int averror, NSError* error) const
@@ -178,7 +179,7 @@ private:
         // The system's reason, where it was the file: the library reports that it failed, not always why.
         if (writeError_ != 0)
             return failWithSystem(writeError_, error);
-        return failWithAVError(error, averror, name_ + " cannot be written");
+        return failWithAVError(error, averror, localized("{} cannot be written", {name_}));
     }
 
     const std::string path_;

@@ -1,6 +1,7 @@
 #include "platform/writer/AVAssetWriterSession.h"
 
 #include "platform/files/NSFileManager.h"
+#include "platform/foundation/LocalizedText.h"
 #include "platform/foundation/NSLog.h"
 #include "platform/writer/AVAssetWriterEncoder.h"
 #include "platform/writer/AVAssetWriterMovieFile.h"
@@ -90,7 +91,8 @@ bool AVAssetWriterSession::startThreads(size_t count)
     } catch (const std::system_error& exception) {
         reason = exception.what();
     }
-    end(AVAssetWriterStatus::Failed, makeError(url_.lastPathComponent() + " cannot be written: " + reason));
+    end(AVAssetWriterStatus::Failed,
+        makeError(localized("{} cannot be written: {}", {url_.lastPathComponent(), reason})));
     // As if the threads that are missing had come and gone.
     for (size_t missing = threads_.size(); missing < count; ++missing)
         leave();

@@ -24,11 +24,11 @@ class LanguageTest(stillora.TestCase):
             subprocess.run(["localedef", "-c", "-i", language, "-f", charset, cls.locales / f"{language}.{charset}"],
                            capture_output=True)
 
-    def run_in(self, *arguments, expect=0, **environment):
+    def run_in(self, *arguments, expect=0, prefix=(), **environment):
         environment = {"LOCPATH": self.locales, **environment}
         if environment.get("LC_ALL", "C.UTF-8") == "C.UTF-8":
             environment.pop("LOCPATH")
-        return self.run_stillora(*arguments, expect=expect, environment=self.environment(**environment))
+        return self.run_stillora(*arguments, expect=expect, prefix=prefix, environment=self.environment(**environment))
 
     def test_texts_have_the_plural_of_their_number(self):
         bad = [self.folder / f"{number}.jpg" for number in range(2)]
@@ -38,6 +38,14 @@ class LanguageTest(stillora.TestCase):
                                     ("fr", "1 photo ne peut", "2 photos ne peuvent")):
             self.assertIn(one, self.run_in("create", bad[0], expect=BAD_INPUT, LANGUAGE=language).err)
             self.assertIn(many, self.run_in("create", *bad, expect=BAD_INPUT, LANGUAGE=language).err)
+
+    def test_the_service_tells_its_reasons_in_the_users_language(self):
+        # Without silence, it is the service that comes to the limit.
+        for language, sentence in (("de", r"\.mov kann nicht geschrieben werden: "),
+                                   ("fr", r"\.mov ne peut pas être écrit\u00a0: ")):
+            said = self.run_in("create", "--save", self.save, "--quality", "1080", "--no-silence", *self.photos, expect=1,
+                               LANGUAGE=language, prefix=["prlimit", "--fsize=20000"]).err
+            self.assertRegex(said, sentence)
 
     def test_the_chosen_language_wins_over_the_environment(self):
         self.run_stillora("set", "language", "fr")
