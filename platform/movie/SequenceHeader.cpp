@@ -213,6 +213,9 @@ bool skipTiming(SequenceHeaderKind kind, BitReader& reader)
 
 std::optional<Bytes> setWithoutTiming(SequenceHeaderKind kind, const Bytes& set)
 {
+    // A bit that is set ends the content.
+    if (set.empty() || set.back() == 0)
+        return std::nullopt;
     BitReader reader(set);
     const bool isKnown =
         kind == SequenceHeaderKind::H264 ? skipToUsabilityOfH264(reader) : skipToUsabilityOfHEVC(reader);
@@ -225,7 +228,7 @@ std::optional<Bytes> setWithoutTiming(SequenceHeaderKind kind, const Bytes& set)
     const bool hasTiming = reader.bit();
     if (hasTiming && !skipTiming(kind, reader))
         return std::nullopt;
-    if (reader.isPastEnd() || set.back() == 0)
+    if (reader.isPastEnd())
         return std::nullopt;
     if (!hasTiming)
         return set;
