@@ -109,8 +109,12 @@ private:
             platform::logFailure("-[morStilloraVideoCreator videoWithPhotos:]", "could not create assetWriter");
             reply(std::nullopt, std::nullopt, true);
         } else if (behaviour == "babbles") {
-            for (;;)
-                platform::NSLog("this and that");
+            // More at once than it takes to read.
+            std::string much;
+            while (much.size() < 60'000)
+                much += "this and that\n";
+            while (write(STDERR_FILENO, much.data(), much.size()) > 0) {
+            }
         } else if (behaviour == "floods") {
             for (;;)
                 tell("VideoCreationTitleRenderingVideo", 1, 4, 2.5);
