@@ -20,7 +20,7 @@ namespace stillora {
 
 namespace {
 
-/// All figures are of one processor (Intel Xeon, 2.1 GHz), as `bench/frame-cost` prints them. Another machine is
+/// All figures are of one processor (of a virtual machine), as `bench/frame-cost` prints them. Another machine is
 /// quicker or slower; what counts is how they stand to each other.
 constexpr double kNanosecond = 1e-9;
 
