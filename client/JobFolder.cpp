@@ -164,6 +164,12 @@ std::unique_ptr<JobFolder> JobFolder::create(const platform::NSURL& saveFolder, 
         const platform::FileDescriptor parent = openFolder(hiddenFolder);
         if (!parent && errno == ENOENT)
             continue;
+        // A reason that another folder would not be without: descriptors or memory are short.
+        if (!parent && errno != ELOOP && errno != ENOTDIR && errno != EACCES) {
+            const int reason = errno;
+            rmdir(hiddenFolder.c_str());
+            return refuse(reason);
+        }
         // In a folder that others write, the owner of the usual one could put a link in the place of what is made
         // there.
         if (!parent || !isPrivate(parent) || !lockInTime(parent)) {
