@@ -45,6 +45,7 @@ private:
     /// Decodes until there is more in the buffer.
     bool decode();
     void feed();
+    int64_t leadOfFirstPacket() const;
     bool isBeforeNeed() const;
     int64_t inSamples(int64_t time) const;
 
@@ -72,6 +73,8 @@ private:
     int inputError_ = 0;
     bool lostPacket_ = false;
     int64_t skipPacketsBefore_ = INT64_MIN;
+    /// By how much the demuxer's times are too late, in its own units.
+    int64_t lateBy_ = 0;
     /// Decoded samples and how many of them are used up.
     std::vector<float> buffer_;
     size_t bufferStart_ = 0;

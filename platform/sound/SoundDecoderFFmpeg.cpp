@@ -15,6 +15,7 @@ extern "C" {
 #include <algorithm>
 #include <cmath>
 #include <string_view>
+#include <utility>
 
 namespace platform {
 namespace {
@@ -177,7 +178,7 @@ bool SoundDecoder::decode()
 
 void SoundDecoder::feed()
 {
-    isUntouched_ = false;
+    bool isFirst = std::exchange(isUntouched_, false);
     for (;;) {
         if (const int result = av_read_frame(input_.get(), packet_.get()); result < 0) {
             atEnd_ = true;
@@ -185,7 +186,10 @@ void SoundDecoder::feed()
             avcodec_send_packet(decoder_.get(), nullptr);
             return;
         }
-        const bool isWanted = packet_->stream_index == stream_->index && !isBeforeNeed();
+        const bool isOfStream = packet_->stream_index == stream_->index;
+        if (isOfStream && std::exchange(isFirst, false))
+            lateBy_ = leadOfFirstPacket();
+        const bool isWanted = isOfStream && !isBeforeNeed();
         // A packet that the decoder refuses is a gap, which the next frame's time shows.
         const bool taken = isWanted && avcodec_send_packet(decoder_.get(), packet_.get()) >= 0;
         lostPacket_ = lostPacket_ || (isWanted && !taken);
@@ -193,6 +197,16 @@ void SoundDecoder::feed()
         if (taken)
             return;
     }
+}
+
+/// The first packet of Vorbis gives no sound, and the demuxer places it before zero; but not in a file of one page,
+/// where all packets then stand too late by it.
+int64_t SoundDecoder::leadOfFirstPacket() const
+{
+    const bool isOgg = std::string_view(input_->iformat->name) == "ogg";
+    if (!isOgg || stream_->codecpar->codec_id != AV_CODEC_ID_VORBIS || packet_->pts == AV_NOPTS_VALUE)
+        return 0;
+    return std::max<int64_t>(0, packet_->pts + packet_->duration);
 }
 
 bool SoundDecoder::isBeforeNeed() const
@@ -204,7 +218,7 @@ bool SoundDecoder::isBeforeNeed() const
 
 int64_t SoundDecoder::inSamples(int64_t time) const
 {
-    return av_rescale_q(time, stream_->time_base, {1, facts_->sampleRateHz});
+    return av_rescale_q(time - lateBy_, stream_->time_base, {1, facts_->sampleRateHz});
 }
 
 void SoundDecoder::takeFrame()

@@ -606,4 +606,29 @@ TEST_F(SoundFormats, OggVorbisAndOpusAndFLACAreCutToTheSample)
     }
 }
 
+TEST_F(SoundFormats, ShortOggIsHeardFromItsFirstSampleToItsLast)
+{
+    struct Row {
+        const char* name;
+        const char* options;
+    };
+    for (const int64_t frames : {2000, 8820, 44101, 66150})
+        for (const Row row :
+             {Row{"t.ogg", "-c:a libvorbis -q:a 6"}, Row{"t.opus", "-c:a libopus -b:a 128k -ar 48000"}}) {
+            SCOPED_TRACE(row.name + std::to_string(frames));
+            const int rate = std::string(row.name) == "t.ogg" ? 44100 : 48000;
+            const Sound tone = makeTone(rate, 1, frames);
+            writeWav(folder_.path("tone.wav"), tone);
+            convertWithFFmpeg(folder_.path("tone.wav"), row.options, folder_.path(row.name));
+            EXPECT_EQ(AVURLAsset(folder_.url(row.name)).duration().value, frames);
+            const Sound whole = convert(row.name, CMTimeRange{kCMTimeZero, CMTimeMake(frames, rate)});
+            EXPECT_EQ(length_, frames);
+            EXPECT_GT(signalToNoise(whole, 0, tone, 0, frames), 12);
+            const int64_t start = frames / 3;
+            const Sound part = convert(row.name, CMTimeRange{CMTimeMake(start, rate), CMTimeMake(frames / 2, rate)});
+            EXPECT_EQ(length_, frames / 2);
+            EXPECT_GT(signalToNoise(part, 0, tone, start, frames / 2), 12);
+        }
+}
+
 } // namespace
