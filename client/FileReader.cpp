@@ -40,8 +40,10 @@ using std::chrono::milliseconds;
 /// Between two looks at whether to go on.
 constexpr milliseconds kTick{40};
 
-/// For a process that was killed, or has closed its sockets.
-constexpr milliseconds kLongestEnd{250};
+/// For a process that was killed; one that has closed its sockets may still have much to do before it ends, on a
+/// machine that has more to do.
+constexpr milliseconds kLongestDeath{250};
+constexpr milliseconds kLongestEnd{3000};
 
 /// More than any answer has: a picture of the largest size.
 constexpr uint64_t kLongestAnswer = uint64_t{1} << 31;
@@ -177,7 +179,7 @@ public:
 
 private:
     /// @return whether it has ended, or is no child of this process
-    bool wait() REQUIRES(lock_);
+    bool wait(milliseconds limit) REQUIRES(lock_);
 
     const pid_t pid_;
     const platform::FileDescriptor control_;
@@ -238,17 +240,17 @@ std::string FileReader::Program::end(Ending ending)
         isEnded_ = true;
         free_.clear();
         // What ended by itself says how, a moment after its sockets were closed.
-        if (ending == Ending::AskedFor || !wait()) {
+        if (ending == Ending::AskedFor || !wait(kLongestEnd)) {
             ::kill(pid_, SIGKILL);
-            wait();
+            wait(kLongestDeath);
         }
     }
     return status_ ? howItEnded(*status_) : localized("without saying how");
 }
 
-bool FileReader::Program::wait()
+bool FileReader::Program::wait(milliseconds limit)
 {
-    for (milliseconds waited{0}; waited < kLongestEnd; ++waited) {
+    for (const auto deadline = Clock::now() + limit; Clock::now() < deadline;) {
         int status = 0;
         const pid_t ended = waitpid(pid_, &status, WNOHANG);
         if (ended == pid_)

@@ -524,7 +524,7 @@ TEST_F(Program, DrawsAProgressLineOnATerminalAndTakesItAway)
     const std::vector<std::string> lines = drawnLines(result.err);
     EXPECT_THAT(lines, testing::Contains(AllOf(HasSubstr("Checking the photos"), HasSubstr("█"))));
     EXPECT_THAT(lines,
-                testing::Contains("Rendering the photos  ████████░░░░░░░░░░░░░░░░░░░░░░░░   25%  1/4  0:03 left"));
+                testing::Contains(StartsWith("Rendering the photos  ████████░░░░░░░░░░░░░░░░░░░░░░░░   25%  1/4")));
     ASSERT_FALSE(lines.empty());
     EXPECT_THAT(lines.back(), StartsWith("stillora: 6 photos")) << "nothing of it stays";
 }
@@ -574,7 +574,7 @@ TEST_F(Program, SpeaksTheUsersLanguage)
     german["LANGUAGE"] = "de";
     Running program(create(), german, Running::StandardError::Terminal);
     EXPECT_THAT(program.finish().err,
-                AllOf(HasSubstr("Fotos werden geprüft"), HasSubstr("Fotos werden gerendert"), HasSubstr("noch 0:03")));
+                AllOf(HasSubstr("Fotos werden geprüft"), HasSubstr("Fotos werden gerendert"), HasSubstr("zu 4 s")));
 }
 
 TEST_F(Program, WritesLinesWhereItCannotDrawOverALine)
@@ -583,7 +583,7 @@ TEST_F(Program, WritesLinesWhereItCannotDrawOverALine)
     dumb["TERM"] = "dumb";
     const Result result = Running(create(), dumb, Running::StandardError::Terminal).finish();
     EXPECT_EQ(result.status, 0);
-    EXPECT_THAT(result.err, AllOf(HasSubstr("\nRendering the photos: 25%, 1/4, "), HasSubstr("\nstillora: 6 photos"),
+    EXPECT_THAT(result.err, AllOf(HasSubstr("\nRendering the photos: 25%, 1/4"), HasSubstr("\nstillora: 6 photos"),
                                   Not(HasSubstr("\x1b")), Not(ContainsRegex("\r[^\n]"))));
 }
 
@@ -591,7 +591,7 @@ TEST_F(Program, TellsItsProgressAsItIsAskedTo)
 {
     const Result lines = run("makes", create({"--progress", "lines"}));
     EXPECT_EQ(lines.status, 0) << lines.err;
-    EXPECT_THAT(lines.err, AllOf(HasSubstr("Rendering the photos: 25%, 1/4, "), Not(HasSubstr("\x1b"))))
+    EXPECT_THAT(lines.err, AllOf(HasSubstr("Rendering the photos: 25%, 1/4"), Not(HasSubstr("\x1b"))))
         << "in a log, too";
     EXPECT_THAT(run("makes", create({"--progress", "bar"})).err, StartsWith("stillora: 6 photos"))
         << "where there is no terminal nothing is drawn";
