@@ -16,14 +16,8 @@ EXAMPLE = SOURCE / "docs/examples/client-library"
 WARNINGS = ["-Wall", "-Wextra", "-Wpedantic", "-Wshadow", "-Werror"]
 
 
-def cache(name):
-    text = (Path(BUILD) / "CMakeCache.txt").read_text()
-    found = re.search(rf"^{name}:\w+=(.*)$", text, re.MULTILINE)
-    return found.group(1) if found else ""
-
-
-SANITIZERS = [f"-fsanitize={cache('STILLORA_SANITIZE')}"] if cache("STILLORA_SANITIZE") else []
-COMPILER = cache("CMAKE_CXX_COMPILER")
+SANITIZERS = stillora.sanitizer_flags()
+COMPILER = stillora.build_setting("CMAKE_CXX_COMPILER")
 
 
 class ClientLibraryTest(stillora.TestCase):

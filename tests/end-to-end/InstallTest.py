@@ -124,13 +124,13 @@ class InstallTest(stillora.TestCase):
             man -w stillora; LANGUAGE=de man -w stillora-video-creator
             realpath "$(pkg-config --variable=prefix stillora-client)"
             printf '#include <stillora/Movie.h>\nint main() { return stillora::usualSaveFolder().empty(); }\n' >"$HOME/a.cpp"
-            c++ -std=c++20 "$HOME/a.cpp" -o "$HOME/a" $(pkg-config --cflags --libs stillora-client)
+            c++ -std=c++20 ${4-} "$HOME/a.cpp" -o "$HOME/a" $(pkg-config --cflags --libs stillora-client)
             LD_LIBRARY_PATH=$(pkg-config --variable=libdir stillora-client) "$HOME/a"
             bash -c ". /usr/local/share/bash-completion/completions/stillora; complete -p stillora"
             systemd-analyze --user unit-paths | grep -qx /usr/local/share/systemd/user
             ls /usr/local/share/systemd/user'''
         result = subprocess.run(["unshare", "--user", "--map-root-user", "--mount", "sh", "-c", script, "sh", BUILD, self.save,
-                                 self.photos[0]], stdin=subprocess.DEVNULL, capture_output=True, text=True,
+                                 self.photos[0], *stillora.sanitizer_flags()], stdin=subprocess.DEVNULL, capture_output=True, text=True,
                                 env=self.environment(), timeout=stillora.DEADLINE)
         self.assertEqual(result.returncode, 0, result.stdout + result.stderr)
         said = result.stdout.splitlines()

@@ -8,6 +8,7 @@ import fcntl
 import json
 import os
 import plistlib
+import re
 import shutil
 import socket
 import subprocess
@@ -144,6 +145,19 @@ class TestCase(unittest.TestCase):
         self.assertTrue(movie.is_file(), f"{movie} is no file")
         self.assertEqual(movie.parent, self.save)
         return movie
+
+
+def build_setting(name):
+    """What the build was configured with; empty where it was not."""
+    text = (Path(os.environ["STILLORA_BUILD"]) / "CMakeCache.txt").read_text()
+    found = re.search(rf"^{name}:\w+=(.*)$", text, re.MULTILINE)
+    return found.group(1) if found else ""
+
+
+def sanitizer_flags():
+    """What a program has to be compiled with to use the build's libraries."""
+    sanitizers = build_setting("STILLORA_SANITIZE")
+    return [f"-fsanitize={sanitizers}"] if sanitizers else []
 
 
 def run(*command):
