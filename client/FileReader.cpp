@@ -311,6 +311,7 @@ struct FileReader::Question {
     const std::filesystem::path* file = nullptr;
     const Limits& limits;
     const std::function<bool()>& goesOn;
+    const std::function<bool(const Bytes&)>& take;
 };
 
 /// How asking once came out.
@@ -321,13 +322,14 @@ struct FileReader::Attempt {
         ProgramEnded,
         /// It took too long over this question.
         TookTooLong,
+        /// What it says cannot be.
+        MadeNoSense,
         GivenUp,
         /// There is no program.
         NoProgram,
     };
 
     End end = End::ProgramEnded;
-    Bytes answer;
     Error error;
 };
 
@@ -457,18 +459,6 @@ FileReader::FileReader(Limits limits) : limits_(limits) {}
 
 FileReader::~FileReader() = default;
 
-Error FileReader::distrust()
-{
-    std::shared_ptr<Program> program;
-    {
-        const platform::LockGuard guard(lock_);
-        program.swap(program_);
-    }
-    if (program)
-        program->end(Program::Ending::AskedFor);
-    return {ErrorCode::Unsupported, {}, localized("cannot be read: what its reader says of it makes no sense")};
-}
-
 std::shared_ptr<FileReader::Program> FileReader::program(Error& error)
 {
     const platform::LockGuard guard(lock_);
@@ -493,6 +483,7 @@ FileReader::Attempt FileReader::attempt(const Question& question, const Turn& tu
     platform::FileDescriptor channel = program->takeChannel();
     Talk::End end = Talk::End::Closed;
     ReaderMessage head;
+    Bytes answer;
     if (channel) {
         const OpenedFile file(question.file);
         const ReaderMessage message{.number = question.task,
@@ -505,9 +496,17 @@ FileReader::Attempt FileReader::attempt(const Question& question, const Turn& tu
         if (end == Talk::End::Done)
             end = talk.send(question.arguments);
         if (end == Talk::End::Done)
-            end = receiveAnswer(talk, head, result.answer);
+            end = receiveAnswer(talk, head, answer);
     }
     if (end == Talk::End::Done && head.number == 1) {
+        // While the turn lasts: those that it answers at the moment are asked again.
+        if (!question.take(answer)) {
+            program->end(Program::Ending::AskedFor);
+            result.end = Attempt::End::MadeNoSense;
+            result.error = {
+                ErrorCode::Unsupported, {}, localized("cannot be read: what its reader says of it makes no sense")};
+            return result;
+        }
         program->giveBack(std::move(channel));
         result.end = Attempt::End::Answered;
         return result;
@@ -537,10 +536,11 @@ FileReader::Attempt FileReader::attempt(const Question& question, const Turn& tu
     return result;
 }
 
-Result<Bytes> FileReader::exchange(uint32_t task, const Bytes& arguments, const std::filesystem::path* file,
-                                   const Limits& limits, const std::function<bool()>& goesOn)
+std::optional<Error> FileReader::exchange(uint32_t task, const Bytes& arguments, const std::filesystem::path* file,
+                                          const Limits& limits, const std::function<bool()>& goesOn,
+                                          const std::function<bool(const Bytes&)>& take)
 {
-    const Question question{task, arguments, file, limits, goesOn};
+    const Question question{task, arguments, file, limits, goesOn, take};
     Attempt last;
     // With others it is not known for which of them the program ended.
     for (const auto kind : {Turn::Kind::WithOthers, Turn::Kind::Alone}) {
@@ -549,7 +549,7 @@ Result<Bytes> FileReader::exchange(uint32_t task, const Bytes& arguments, const 
             break;
     }
     if (last.end == Attempt::End::Answered)
-        return std::move(last.answer);
+        return std::nullopt;
     return last.error;
 }
 

@@ -58,14 +58,14 @@ public:
             Question::kIsEndless;
         }
         ? kNoLimits : limits_;
-        const auto coded = exchange(static_cast<uint32_t>(Question::kTask), encoder.bytes(), file, limits, goesOn);
-        if (!coded)
-            return coded.error();
         typename Question::Answer answer = noAnswer(static_cast<typename Question::Answer*>(nullptr));
-        Decoder decoder(*coded);
-        decoder(answer);
-        if (!decoder.isWhole() || !isPlausible(answer))
-            return distrust();
+        const auto take = [&answer](const Bytes& coded) {
+            Decoder decoder(coded);
+            decoder(answer);
+            return decoder.isWhole() && isPlausible(answer);
+        };
+        if (auto error = exchange(static_cast<uint32_t>(Question::kTask), encoder.bytes(), file, limits, goesOn, take))
+            return *std::move(error);
         return answer;
     }
 
@@ -86,10 +86,11 @@ private:
         return Error{};
     }
 
-    /// Ends the program, which says what cannot be.
-    Error distrust();
-    Result<Bytes> exchange(uint32_t task, const Bytes& arguments, const std::filesystem::path* file,
-                           const Limits& limits, const std::function<bool()>& goesOn);
+    /// @param take  answers whether what the program says can be
+    /// @return why there is no answer; nothing where one was taken
+    std::optional<Error> exchange(uint32_t task, const Bytes& arguments, const std::filesystem::path* file,
+                                  const Limits& limits, const std::function<bool()>& goesOn,
+                                  const std::function<bool(const Bytes&)>& take);
     Attempt attempt(const Question& question, const Turn& turn);
     /// The one that runs, or a new one.
     std::shared_ptr<Program> program(Error& error);

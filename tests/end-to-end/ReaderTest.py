@@ -86,9 +86,6 @@ class ReaderTest(stillora.TestCase):
 
     def test_the_reader_gets_nothing_by_which_others_are_reached(self):
         process, reader = self.start("info", self.file("hang.jpg"), SSH_AUTH_SOCK="/agent", DISPLAY=":0", SECRET="x")
-        names = {entry.partition(b"=")[0].decode() for entry in Path(f"/proc/{reader}/environ").read_bytes().split(b"\0")}
-        self.assertIn("LC_ALL", names)
-        self.assertTrue(names.isdisjoint({"SSH_AUTH_SOCK", "DISPLAY", "SECRET"}), names)
 
         def places():
             found = set()
@@ -100,6 +97,9 @@ class ReaderTest(stillora.TestCase):
         # Nothing but what it is asked over, and the files that it is asked about; once its libraries are loaded.
         photo = str(self.folder / "hang.jpg")
         wait_until(lambda: photo in places(), "the reader has the photo")
+        names = {entry.partition(b"=")[0].decode() for entry in Path(f"/proc/{reader}/environ").read_bytes().split(b"\0")}
+        self.assertIn("LC_ALL", names)
+        self.assertTrue(names.isdisjoint({"SSH_AUTH_SOCK", "DISPLAY", "SECRET"}), names)
         self.assertEqual({place for place in places() if not place.startswith("socket:")}, {"/dev/null", photo})
 
     def test_without_the_program_every_photo_is_refused_with_the_reason(self):
