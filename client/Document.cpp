@@ -322,6 +322,7 @@ public:
                            const std::function<bool(const CopyProgress&)>& progress, NSError* error);
     [[nodiscard]] bool save(NSError* error);
     std::vector<std::filesystem::path> unusedFiles() const;
+    void removeKeptFiles();
 
     const NSURL location_;
     const std::filesystem::path path_ = location_.path();
@@ -333,6 +334,9 @@ public:
     std::set<std::string, std::less<>> rewrittenSettings_;
     /// Paths of the files of removed items.
     std::vector<std::string> removedFiles_;
+    bool keepsRemovedFiles_ = false;
+    /// Paths of the files of removed items that may come back.
+    std::vector<std::string> keptFiles_;
 
 private:
     explicit Content(NSURL location) : location_(std::move(location)), folder_(location_.path()) {}
@@ -550,7 +554,7 @@ void Document::Content::setFolder(const std::string& path)
 {
     moveURLs(photos_, folder_, path);
     moveURLs(soundtracks_, folder_, path);
-    for (std::vector<std::string>* paths : {&addedFiles_, &removedFiles_})
+    for (std::vector<std::string>* paths : {&addedFiles_, &removedFiles_, &keptFiles_})
         for (std::string& file : *paths)
             if (file.starts_with(folder_ + "/"))
                 file.replace(0, folder_.size(), path);
@@ -625,7 +629,9 @@ void Document::Content::adoptSaved(NSData written)
 
     std::vector<std::string> unneeded;
     for (std::string& path : removedFiles_)
-        if (!hasDamagedItems() && !isUsed(path))
+        if (keepsRemovedFiles_)
+            keptFiles_.push_back(std::move(path));
+        else if (!hasDamagedItems() && !isUsed(path))
             unneeded.push_back(std::move(path));
     removedFiles_.clear();
     removeFiles(unneeded);
@@ -682,6 +688,16 @@ std::vector<std::filesystem::path> Document::Content::unusedFiles() const
     }
     std::sort(unused.begin(), unused.end());
     return unused;
+}
+
+void Document::Content::removeKeptFiles()
+{
+    const platform::FileDescriptor folder = lock_ ? platform::FileDescriptor() : openFolder(folder_);
+    if ((folder && tryLock(folder) == LockAnswer::Busy) || hasDamagedItems() || !isUnchangedOnDisk(nullptr))
+        return;
+    std::erase_if(keptFiles_, [this](const std::string& path) { return isUsed(path); });
+    removeFiles(keptFiles_);
+    keptFiles_.clear();
 }
 
 namespace {
@@ -856,6 +872,16 @@ Result<void> Document::save()
 std::vector<std::filesystem::path> Document::unusedFiles() const
 {
     return content_->unusedFiles();
+}
+
+void Document::keepRemovedFiles()
+{
+    content_->keepsRemovedFiles_ = true;
+}
+
+void Document::removeKeptFiles()
+{
+    content_->removeKeptFiles();
 }
 
 SoundArgument soundArgumentOf(const DocumentSoundtrack& soundtrack)

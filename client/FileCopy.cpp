@@ -4,6 +4,7 @@
 #include "client/LocalizedText.h"
 #include "platform/foundation/FileDescriptor.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <memory>
@@ -45,6 +46,30 @@ ssize_t copyPieceByBuffer(int source, int destination)
     return count;
 }
 
+/// Passes over what the disk holds nothing of, which the copy then holds nothing of, either.
+/// @return how many bytes; 0 where there are none, or where the file system does not tell
+off_t passHole(int source, int destination)
+{
+    const off_t here = lseek(source, 0, SEEK_CUR);
+    off_t data = lseek(source, here, SEEK_DATA);
+    if (data < 0 && errno == ENXIO)
+        data = lseek(source, 0, SEEK_END);
+    if (data <= here || lseek(destination, data, SEEK_SET) != data) {
+        lseek(source, here, SEEK_SET);
+        return 0;
+    }
+    return data - here;
+}
+
+/// Bytes to the next hole, no more than a piece.
+size_t bytesToHole(int source)
+{
+    const off_t here = lseek(source, 0, SEEK_CUR);
+    const off_t hole = lseek(source, here, SEEK_HOLE);
+    lseek(source, here, SEEK_SET);
+    return hole > here ? std::min(static_cast<size_t>(hole - here), kPieceBytes) : kPieceBytes;
+}
+
 } // namespace
 
 bool copyContents(const std::string& source, const std::string& destination,
@@ -67,10 +92,15 @@ bool copyContents(const std::string& source, const std::string& destination,
         return failCopying(errno);
 
     bool isKernelCopying = true;
+    bool endsInHole = false;
     for (;;) {
+        const off_t hole = passHole(from.get(), to.get());
+        endsInHole = endsInHole || hole > 0;
+        if (hole > 0 && !bytesCopied(static_cast<uint64_t>(hole)))
+            return fail(error, ErrorCode::Cancelled, localized("stopped"));
         ssize_t count = -1;
         if (isKernelCopying) {
-            count = copy_file_range(from.get(), nullptr, to.get(), nullptr, kPieceBytes, 0);
+            count = copy_file_range(from.get(), nullptr, to.get(), nullptr, bytesToHole(from.get()), 0);
             // Some file systems answer nothing where there is something; reading finds out.
             if ((count < 0 && isOtherWayWorthATry(errno)) || count == 0) {
                 isKernelCopying = false;
@@ -85,9 +115,12 @@ bool copyContents(const std::string& source, const std::string& destination,
             return failCopying(errno);
         if (count == 0)
             break;
+        endsInHole = false;
         if (!bytesCopied(static_cast<uint64_t>(count)))
             return fail(error, ErrorCode::Cancelled, localized("stopped"));
     }
+    if (endsInHole && ftruncate(to.get(), lseek(to.get(), 0, SEEK_CUR)) != 0)
+        return failCopying(errno);
     const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, status.st_mtim};
     static_cast<void>(futimens(to.get(), times.data()));
     if (fsync(to.get()) != 0 && errno != EINVAL && errno != ENOTSUP)

@@ -40,6 +40,9 @@ using std::chrono::milliseconds;
 /// Between two looks at whether to go on.
 constexpr milliseconds kTick{40};
 
+/// Until a program has loaded its libraries; one that takes longer is asked all the same.
+constexpr milliseconds kLongestStart{10'000};
+
 /// For a process that was killed; one that has closed its sockets may still have much to do before it ends, on a
 /// machine that has more to do.
 constexpr milliseconds kLongestDeath{250};
@@ -53,15 +56,22 @@ constexpr size_t kPart = size_t{4} << 20;
 
 std::string notFound(const std::string& places, const char* variable)
 {
-    return localized("cannot be read: the program that reads files was not found as {}; {} may name it", places,
-                     variable);
+    return localized("the program that reads files was not found as {}; {} may name it", places, variable);
 }
 
 Error notStarted(const std::string& program, int errnoValue)
 {
+    return {
+        ErrorCode::ServiceNotStarted, {}, localized("{} cannot be started: {}", program, reasonOfErrno(errnoValue))};
+}
+
+Error ofAnotherVersion(const std::string& program, const std::string& version)
+{
     return {ErrorCode::ServiceNotStarted,
             {},
-            localized("cannot be read: {} cannot be started: {}", program, reasonOfErrno(errnoValue))};
+            localized("{}, which reads files, is of version {} and does not fit version {}, which asks it: they have "
+                      "to be installed together",
+                      program, printable(version), STILLORA_VERSION)};
 }
 
 Error tooLong(milliseconds limit)
@@ -137,22 +147,34 @@ struct OpenedFile {
     platform::FileDescriptor descriptor;
     int openErrno = 0;
 
-    explicit OpenedFile(const std::filesystem::path* path)
+    OpenedFile(const std::filesystem::path* path, int flags)
     {
         if (!path)
             return;
         // Nothing is waited for.
-        descriptor.reset(open(path->c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+        descriptor.reset(open(path->c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0666));
         openErrno = descriptor ? 0 : errno;
     }
 };
+
+/// What is written is not looked for behind a link.
+constexpr int kForWriting = O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW;
+
+Error notWritten(const std::filesystem::path& path, int errnoValue)
+{
+    platform::NSError error;
+    platform::failWithErrno(&error, errnoValue, localized("{} cannot be written", path.native()));
+    return errorOf(error, path);
+}
 
 } // namespace
 
 /// A process that runs, and its channels.
 class FileReader::Program final {
 public:
-    Program(pid_t pid, platform::FileDescriptor control) : pid_(pid), control_(std::move(control)) {}
+    Program(std::string path, pid_t pid, platform::FileDescriptor control)
+        : path_(std::move(path)), pid_(pid), control_(std::move(control))
+    {}
     ~Program() { end(Ending::AskedFor); }
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
@@ -167,6 +189,10 @@ public:
         free_.push_back(std::move(channel));
     }
 
+    /// Why it does not fit, by the version that it has said; waits so long for that, or as long as the asker goes on.
+    /// @return nothing as long as it has said none, or if it ended before
+    std::optional<Error> faultOfVersion(milliseconds wait, const std::function<bool()>& goesOn = {});
+
     enum class Ending { ByItself, AskedFor };
     /// Ends the process, after a moment where it is said to end by itself.
     /// @return how, as part of a sentence
@@ -178,12 +204,17 @@ public:
     }
 
 private:
+    /// @return whether there is something to be read of what it says of itself
+    bool waitForNews(milliseconds limit, const std::function<bool()>& goesOn);
     /// @return whether it has ended, or is no child of this process
     bool wait(milliseconds limit) REQUIRES(lock_);
 
+    const std::string path_;
     const pid_t pid_;
     const platform::FileDescriptor control_;
     platform::Lock lock_;
+    /// Empty as long as it has said none.
+    std::string version_ GUARDED_BY(lock_);
     std::vector<platform::FileDescriptor> free_ GUARDED_BY(lock_);
     bool isEnded_ GUARDED_BY(lock_) = false;
     /// As waitpid gives it; nothing where another part of the program has asked before.
@@ -210,7 +241,33 @@ std::shared_ptr<FileReader::Program> FileReader::Program::start(Error& error)
         error = notStarted(*path, failure);
         return nullptr;
     }
-    return std::make_shared<Program>(pid, std::move(ours));
+    return std::make_shared<Program>(*path, pid, std::move(ours));
+}
+
+bool FileReader::Program::waitForNews(milliseconds limit, const std::function<bool()>& goesOn)
+{
+    for (const auto deadline = Clock::now() + limit;;) {
+        if (goesOn && !goesOn())
+            return false;
+        pollfd news{control_.get(), POLLIN, 0};
+        if (poll(&news, 1, static_cast<int>(std::min(limit, kTick).count())) > 0)
+            return true;
+        if (Clock::now() >= deadline)
+            return false;
+    }
+}
+
+std::optional<Error> FileReader::Program::faultOfVersion(milliseconds wait, const std::function<bool()>& goesOn)
+{
+    const platform::LockGuard guard(lock_);
+    if (version_.empty()) {
+        std::array<std::byte, ReaderMessage::kLongestVersion> text{};
+        const ssize_t length = waitForNews(wait, goesOn) ? receivePart(control_.get(), text) : 0;
+        if (length <= 0)
+            return std::nullopt;
+        version_.assign(reinterpret_cast<const char*>(text.data()), static_cast<size_t>(length));
+    }
+    return version_ == STILLORA_VERSION ? std::nullopt : std::optional(ofAnotherVersion(path_, version_));
 }
 
 platform::FileDescriptor FileReader::Program::takeChannel()
@@ -230,7 +287,8 @@ platform::FileDescriptor FileReader::Program::takeChannel()
     const platform::FileDescriptor theirs(ends[1]);
     constexpr std::array kNews{std::byte{1}};
     fcntl(ours.get(), F_SETFL, O_NONBLOCK);
-    return sendPart(control_.get(), kNews, theirs.get()) == 1 ? std::move(ours) : platform::FileDescriptor();
+    return sendPart(control_.get(), kNews, std::array{theirs.get()}) == 1 ? std::move(ours)
+                                                                          : platform::FileDescriptor();
 }
 
 std::string FileReader::Program::end(Ending ending)
@@ -308,7 +366,7 @@ private:
 struct FileReader::Question {
     uint32_t task = 0;
     const Bytes& arguments;
-    const std::filesystem::path* file = nullptr;
+    Files files;
     const Limits& limits;
     const std::function<bool()>& goesOn;
     const std::function<bool(const Bytes&)>& take;
@@ -327,6 +385,7 @@ struct FileReader::Attempt {
         GivenUp,
         /// There is no program.
         NoProgram,
+        NoOutput,
     };
 
     End end = End::ProgramEnded;
@@ -344,15 +403,15 @@ public:
         : channel_(channel), goesOn_(goesOn), deadline_(Clock::now() + wait)
     {}
 
-    End send(std::span<const std::byte> bytes, int descriptor = -1)
+    End send(std::span<const std::byte> bytes, std::span<const int> descriptors = {})
     {
         while (!bytes.empty()) {
-            const ssize_t sent = sendPart(channel_, bytes, descriptor);
+            const ssize_t sent = sendPart(channel_, bytes, descriptors);
             if (sent < 0 && errno != EAGAIN)
                 return End::Closed;
             if (sent > 0) {
                 bytes = bytes.subspan(static_cast<size_t>(sent));
-                descriptor = -1;
+                descriptors = {};
             } else if (const End end = waitFor(POLLOUT); end != End::Done) {
                 return end;
             }
@@ -467,6 +526,13 @@ std::shared_ptr<FileReader::Program> FileReader::program(Error& error)
     return program_;
 }
 
+std::optional<Error> FileReader::fault(const std::function<bool()>& goesOn)
+{
+    Error error;
+    const auto program = this->program(error);
+    return program ? program->faultOfVersion(kLongestStart, goesOn) : std::optional(std::move(error));
+}
+
 FileReader::Attempt FileReader::attempt(const Question& question, const Turn& turn)
 {
     Attempt result;
@@ -478,6 +544,7 @@ FileReader::Attempt FileReader::attempt(const Question& question, const Turn& tu
     const auto program = this->program(result.error);
     if (!program) {
         result.end = Attempt::End::NoProgram;
+        result.error.message = localized("cannot be read: {}", result.error.message);
         return result;
     }
     platform::FileDescriptor channel = program->takeChannel();
@@ -485,18 +552,38 @@ FileReader::Attempt FileReader::attempt(const Question& question, const Turn& tu
     ReaderMessage head;
     Bytes answer;
     if (channel) {
-        const OpenedFile file(question.file);
+        const OpenedFile file(question.files.read, O_RDONLY);
+        const OpenedFile output(question.files.written, kForWriting);
+        if (output.openErrno != 0) {
+            program->giveBack(std::move(channel));
+            result.end = Attempt::End::NoOutput;
+            result.error = notWritten(*question.files.written, output.openErrno);
+            return result;
+        }
         const ReaderMessage message{.number = question.task,
                                     .openErrno = file.openErrno,
                                     .milliseconds = static_cast<uint32_t>(question.limits.work.count()),
-                                    .hasFile = question.file ? 1U : 0U,
+                                    .hasFile = question.files.read ? uint16_t{1} : uint16_t{0},
+                                    .hasOutput = question.files.written ? uint16_t{1} : uint16_t{0},
                                     .length = question.arguments.size()};
         Talk talk(channel.get(), question.goesOn, question.limits.wait);
-        end = talk.send(bytesOfValue(message), file.descriptor.get());
+        std::vector<int> descriptors;
+        for (const OpenedFile* each : {&file, &output})
+            if (each->descriptor)
+                descriptors.push_back(each->descriptor.get());
+        end = talk.send(bytesOfValue(message), descriptors);
         if (end == Talk::End::Done)
             end = talk.send(question.arguments);
         if (end == Talk::End::Done)
             end = receiveAnswer(talk, head, answer);
+    }
+    // It says its version before it answers anything.
+    if (auto fault = program->faultOfVersion(milliseconds(0))) {
+        program->end(Program::Ending::AskedFor);
+        result.end = Attempt::End::NoProgram;
+        result.error = *std::move(fault);
+        result.error.message = localized("cannot be read: {}", result.error.message);
+        return result;
     }
     if (end == Talk::End::Done && head.number == 1) {
         // While the turn lasts: those that it answers at the moment are asked again.
@@ -525,7 +612,7 @@ FileReader::Attempt FileReader::attempt(const Question& question, const Turn& tu
         break;
     case Talk::End::Done:
         result.end = Attempt::End::TookTooLong;
-        result.error = tooMuchWork(milliseconds(head.milliseconds), question.file);
+        result.error = tooMuchWork(milliseconds(head.milliseconds), question.files.read);
         break;
     case Talk::End::Closed:
         result.end = Attempt::End::ProgramEnded;
@@ -536,11 +623,11 @@ FileReader::Attempt FileReader::attempt(const Question& question, const Turn& tu
     return result;
 }
 
-std::optional<Error> FileReader::exchange(uint32_t task, const Bytes& arguments, const std::filesystem::path* file,
+std::optional<Error> FileReader::exchange(uint32_t task, const Bytes& arguments, const Files& files,
                                           const Limits& limits, const std::function<bool()>& goesOn,
                                           const std::function<bool(const Bytes&)>& take)
 {
-    const Question question{task, arguments, file, limits, goesOn, take};
+    const Question question{task, arguments, files, limits, goesOn, take};
     Attempt last;
     // With others it is not known for which of them the program ended.
     for (const auto kind : {Turn::Kind::WithOthers, Turn::Kind::Alone}) {

@@ -40,19 +40,29 @@ public:
     FileReader(const FileReader&) = delete;
     FileReader& operator=(const FileReader&) = delete;
 
+    /// Why no file can be read at all: the program is not there, cannot be started, or is of another version than this
+    /// library. Starts it and waits until it has said its version.
+    ///
+    /// @param goesOn  as in `ask`; false ends the wait, and not the program
+    std::optional<Error> fault(const std::function<bool()>& goesOn = {});
+
     /// Blocks until the question is answered.
+    ///
+    /// A file that the question names as its output is made, or emptied, and handed to the program to be written.
     ///
     /// @param goesOn  asked every few hundredths of a second; false ends the program. May be empty
     /// @return why there is no answer, without the file's path: the program crashed, took too long, or cannot be
-    /// started
+    /// started, or the output cannot be made
     template <typename Question>
     Result<typename Question::Answer> ask(const Question& question, const std::function<bool()>& goesOn = {})
     {
         Encoder encoder;
         encoder(question);
-        const std::filesystem::path* file = nullptr;
+        Files files;
         if constexpr (requires { question.file; })
-            file = &question.file;
+            files.read = &question.file;
+        if constexpr (requires { question.output; })
+            files.written = question.output.empty() ? nullptr : &question.output;
         const Limits limits = requires
         {
             Question::kIsEndless;
@@ -64,7 +74,7 @@ public:
             decoder(answer);
             return decoder.isWhole() && isPlausible(answer);
         };
-        if (auto error = exchange(static_cast<uint32_t>(Question::kTask), encoder.bytes(), file, limits, goesOn, take))
+        if (auto error = exchange(static_cast<uint32_t>(Question::kTask), encoder.bytes(), files, limits, goesOn, take))
             return *std::move(error);
         return answer;
     }
@@ -74,6 +84,12 @@ private:
     class Turn;
     struct Attempt;
     struct Question;
+
+    /// The paths of a question; null where it has none.
+    struct Files {
+        const std::filesystem::path* read = nullptr;
+        const std::filesystem::path* written = nullptr;
+    };
 
     template <typename Value>
     static Value noAnswer(const Value*)
@@ -88,11 +104,11 @@ private:
 
     /// @param take  answers whether what the program says can be
     /// @return why there is no answer; nothing where one was taken
-    std::optional<Error> exchange(uint32_t task, const Bytes& arguments, const std::filesystem::path* file,
-                                  const Limits& limits, const std::function<bool()>& goesOn,
-                                  const std::function<bool(const Bytes&)>& take);
+    std::optional<Error> exchange(uint32_t task, const Bytes& arguments, const Files& files, const Limits& limits,
+                                  const std::function<bool()>& goesOn, const std::function<bool(const Bytes&)>& take);
     Attempt attempt(const Question& question, const Turn& turn);
     /// The one that runs, or a new one.
+    /// @param error  out: why there is none, as a sentence of its own
     std::shared_ptr<Program> program(Error& error);
 
     /// For what takes hours, and can be stopped: 0 of work is without limit.

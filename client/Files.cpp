@@ -1,5 +1,6 @@
 #include <stillora/Files.h>
 
+#include "client/FactsOfFile.h"
 #include "client/FileReader.h"
 #include "client/FileReason.h"
 #include "client/LocalizedText.h"
@@ -29,6 +30,11 @@ Error unusable(const std::filesystem::path& file, const std::string& reason, Err
 
 Result<FileFacts> factsOfFile(const std::filesystem::path& file)
 {
+    return factsOfFile(file, {});
+}
+
+Result<FileFacts> factsOfFile(const std::filesystem::path& file, const std::function<bool()>& goesOn)
+{
     struct stat status = {};
     if (stat(file.c_str(), &status) != 0)
         return unusable(file, reasonOfErrno(errno), ErrorCode::FileNotFound);
@@ -41,7 +47,7 @@ Result<FileFacts> factsOfFile(const std::filesystem::path& file)
         return unusable(file, reasonOfErrno(errno), ErrorCode::NoPermission);
     if (status.st_size == 0)
         return unusable(file, localized("is empty"));
-    auto asked = FileReader::shared().ask(FactsQuestion{file});
+    auto asked = FileReader::shared().ask(FactsQuestion{file}, goesOn);
     if (!asked)
         return unusable(file, asked.error().message, asked.error().code);
     Result<FileFacts> facts = *std::move(asked);

@@ -1,21 +1,20 @@
 #include "client/FrameSampling.h"
 
+#include "client/FileReader.h"
 #include "client/WatermarkChoice.h"
+#include "client/reader/Questions.h"
 #include "platform/dispatch/NSOperationQueue.h"
 #include "platform/files/NSURL.h"
 #include "platform/foundation/Lock.h"
 #include "platform/foundation/NSString.h"
-#include "platform/pixels/CVPixelBuffer.h"
-#include "platform/writer/AVAssetWriterEncoder.h"
+#include "platform/writer/AVAssetWriterInput.h"
 #include "video/FramePlacement.h"
-#include "video/PhotoFrame.h"
 
 #include <algorithm>
 #include <atomic>
 #include <bit>
 #include <chrono>
 #include <cmath>
-#include <ctime>
 #include <map>
 #include <memory>
 #include <numeric>
@@ -46,14 +45,6 @@ constexpr double kUsualGrowth = 0.5;
 constexpr double kUsualWeight = 1;
 /// Of photos that are equal by what is known of them, none counts more than the others.
 constexpr double kNearest = 0.1;
-
-/// The processor's time of this thread: on a busy machine the same frames are made, later.
-Seconds threadTime()
-{
-    timespec time = {};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
-}
 
 /// What is known of a photo without drawing it.
 struct Traits {
@@ -92,37 +83,11 @@ double distance(const Traits& a, const Traits& b)
            (a.format == b.format ? 0 : kOtherFormat);
 }
 
-/// Codes frames by one codec; one thread.
-class FrameCoder final {
-public:
-    FrameCoder(std::string_view codec, Size frame)
-        : encoder_(platform::AVAssetWriterEncoder::create(
-              {.codec = std::string(codec), .width = frame.width, .height = frame.height}))
-    {}
-
-    std::optional<double> bytesOf(const std::shared_ptr<platform::CVPixelBuffer>& frame)
-    {
-        std::vector<uint8_t> packet;
-        if (!encoder_ || !encoder_->encode(frame, packet))
-            return std::nullopt;
-        return static_cast<double>(packet.size());
-    }
-
-private:
-    const std::unique_ptr<platform::AVAssetWriterEncoder> encoder_;
-};
-
 /// What a frame without a photo takes.
 double bytesOfBlack(std::string_view codec, Size frame)
 {
-    std::shared_ptr<platform::CVPixelBuffer> buffer;
-    if (platform::CVPixelBufferCreate(static_cast<size_t>(frame.width), static_cast<size_t>(frame.height),
-                                      platform::kCVPixelFormatType_32ARGB, &buffer) != platform::kCVReturnSuccess ||
-        buffer->lockBaseAddress() != platform::kCVReturnSuccess)
-        return 0;
-    std::fill_n(buffer->baseAddress(), buffer->bytesPerRow() * buffer->height(), uint8_t{0});
-    buffer->unlockBaseAddress();
-    return FrameCoder(codec, frame).bytesOf(buffer).value_or(0);
+    const auto bytes = FileReader::shared().ask(BlackFrameQuestion{frame, std::string(codec)});
+    return bytes ? *bytes : 0;
 }
 
 /// What was found out of single photos.
@@ -257,11 +222,10 @@ public:
         queue.setMaxConcurrentOperationCount(static_cast<int>(processors));
         for (unsigned i = 0; i < processors; ++i)
             queue.addOperationWithBlock([&] {
-                const Seconds before = threadTime();
-                FrameCoder coder(codec, frame_);
+                Seconds spent{0};
                 for (size_t turn = next++; turn < order_.size() && goesOn(); turn = next++) {
-                    makeOne(order_[turn], coder);
-                    if (threadTime() - before >= budget || Clock::now() - start >= budget * kLongestWait)
+                    spent += makeOne(order_[turn], codec);
+                    if (spent >= budget || Clock::now() - start >= budget * kLongestWait)
                         return;
                 }
             });
@@ -281,24 +245,25 @@ private:
         return !isStopped_;
     }
 
-    void makeOne(size_t photo, FrameCoder& coder)
+    /// @return what it took of the processor's time
+    Seconds makeOne(size_t photo, std::string_view codec)
     {
-        const auto start = Clock::now();
         const PhotoFacts& facts = request_.photos[photo];
         const size_t first = photo * request_.plan.framesPerPhoto;
         const size_t count = request_.plan.frameCount(request_.photos.size());
-        const auto frame = renderPhotoFrame(
-            {.photo = platform::NSURL::fileURLWithPath(facts.path.native(), false),
-             .photoSize = {facts.size.width, facts.size.height},
-             .frame = {frame_.width, frame_.height},
-             .reduceBorders = request_.reducesBorders,
-             .carriesWatermark = drawsWatermark(request_.watermark) && carriesWatermark(first, count)});
-        const auto bytes = frame ? coder.bytesOf(frame->buffer) : std::nullopt;
-        if (!bytes)
-            return;
-        const double seconds = Seconds(Clock::now() - start).count();
+        const auto frame = FileReader::shared().ask(
+            SampleQuestion{.file = facts.path,
+                           .photoSize = facts.size,
+                           .frame = frame_,
+                           .reducesBorders = request_.reducesBorders,
+                           .carriesWatermark = drawsWatermark(request_.watermark) && carriesWatermark(first, count),
+                           .codec = std::string(codec)},
+            [this] { return goesOn(); });
+        if (!frame || !*frame)
+            return Seconds(0);
         const platform::LockGuard guard(lock_);
-        known_.emplace_back(photo, FrameCost{*bytes, seconds});
+        known_.emplace_back(photo, FrameCost{(*frame)->bytes, (*frame)->time.count()});
+        return (*frame)->processorTime;
     }
 
     const MovieRequest& request_;

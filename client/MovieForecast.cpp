@@ -1,17 +1,15 @@
 #include "client/MovieForecast.h"
 
-#include "audio/MORAudioWaveImage.h"
+#include "client/FileReader.h"
 #include "client/FrameSampling.h"
+#include "client/reader/Questions.h"
 #include "platform/files/NSFileManager.h"
-#include "platform/media/AVURLAsset.h"
-#include "platform/media/CMTime.h"
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <filesystem>
 #include <map>
-#include <memory>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -82,26 +80,26 @@ private:
     std::filesystem::path path_;
 };
 
-/// Converts a part from the middle of what is heard of a sound.
-std::optional<SoundCost> sampleSound(const SoundFacts& sound, const PlannedSound& piece, const ScratchFolder& folder)
+/// Has a part from the middle of what is heard of a sound converted.
+std::optional<SoundCost> sampleSound(const SoundFacts& sound, const PlannedSound& piece, const ScratchFolder& folder,
+                                     const std::function<bool()>& goesOn)
 {
-    const auto asset =
-        std::make_shared<platform::AVURLAsset>(platform::NSURL::fileURLWithPath(sound.path.native(), false),
-                                               platform::AVURLAsset::Options{.preferPreciseDurationAndTiming = true});
     const Seconds length = std::min(piece.length, kSoundPart);
-    const Seconds start = (piece.selection ? piece.selection->start : Seconds(0)) + (piece.length - length) / 2;
-    const int32_t timescale = asset->duration().timescale;
-    const auto range = platform::CMTimeRangeMake(platform::CMTimeMakeWithSeconds(start.count(), timescale),
-                                                 platform::CMTimeMakeWithSeconds(length.count(), timescale));
-    const auto begin = Clock::now();
-    const auto converted = MORAudioWaveImage::synchronouslyConvertedAssetToM4AAtTempURL(
-        asset, platform::NSURL::fileURLWithPath(folder.path().native(), true), range);
-    const double seconds = Seconds(Clock::now() - begin).count();
-    std::error_code error;
-    const auto bytes = converted ? std::filesystem::file_size(converted->path(), error) : 0;
-    if (!converted || error || length.count() <= 0)
+    if (length.count() <= 0)
         return std::nullopt;
-    return SoundCost{static_cast<double>(bytes) / length.count(), seconds / length.count()};
+    const Seconds start = (piece.selection ? piece.selection->start : Seconds(0)) + (piece.length - length) / 2;
+    const std::filesystem::path converted = folder.path() / "part.m4a";
+    const auto time = FileReader::shared().ask(SoundCopyQuestion{.file = sound.path,
+                                                                 .output = converted,
+                                                                 .selection = {{start, start + length}},
+                                                                 .sampleRateHz = sound.sampleRateHz,
+                                                                 .way = SoundCopyQuestion::Way::Encoded},
+                                               goesOn);
+    std::error_code error;
+    const auto bytes = time && *time ? std::filesystem::file_size(converted, error) : 0;
+    if (!time || !*time || error)
+        return std::nullopt;
+    return SoundCost{static_cast<double>(bytes) / length.count(), **time / length};
 }
 
 /// What the soundtrack takes: its bytes, and the time to make it.
@@ -144,7 +142,7 @@ private:
             if (folder.path().empty() || Clock::now() - start >= kSoundBudget || (goesOn && !goesOn()))
                 return;
             if (piece.source && !costs_.contains(*piece.source))
-                if (const auto cost = sampleSound(request_.sounds[*piece.source], piece, folder))
+                if (const auto cost = sampleSound(request_.sounds[*piece.source], piece, folder, goesOn))
                     costs_.emplace(*piece.source, *cost);
         }
     }

@@ -3,10 +3,11 @@
 
 #include "client/ClientError.h"
 #include "client/DataBytes.h"
+#include "client/FileReader.h"
 #include "client/FileReason.h"
+#include "client/FreeName.h"
 #include "client/JobFolder.h"
 #include "client/LocalizedText.h"
-#include "client/MovieCheck.h"
 #include "client/MovieTimetable.h"
 #include "client/RemainingTime.h"
 #include "client/ServiceConnection.h"
@@ -16,19 +17,17 @@
 #include "client/WakeUp.h"
 #include "client/WatermarkChoice.h"
 #include "client/WorkingClock.h"
+#include "client/reader/Questions.h"
 #include "items/morStilloraVideoCreatorProtocol.h"
 #include "platform/files/NSFileManager.h"
 #include "platform/foundation/Lock.h"
 #include "platform/foundation/NSString.h"
-#include "platform/movie/MediaInspection.h"
-#include "platform/movie/RepeatedPictures.h"
 #include "util/MORURLCategory.h"
-#include "video/PhotoFrame.h"
+#include "video/FrameFailure.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <iterator>
 #include <limits>
 #include <map>
 #include <string_view>
@@ -37,6 +36,7 @@
 
 #include <fmt/format.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -53,10 +53,15 @@ constexpr milliseconds kTick{150};
 /// How often the job's folder is measured, at the rarest.
 constexpr milliseconds kMeasureInterval{2'000};
 
-/// How often sound that is converted is measured, and the time left told anew.
-constexpr milliseconds kSoundInterval{500};
+/// How often the time left is told anew while the service says nothing.
+constexpr milliseconds kTellInterval{500};
+
+/// How often sound that is converted is measured: it is written in a few large pieces, and it counts when.
+constexpr milliseconds kSoundInterval{50};
 
 constexpr std::string_view kConversionStage = "VideoCreationTitleConvertingAndTrimmingAssets";
+constexpr std::string_view kSizeStage = "VideoCreationTitleCalculatingVideoSize";
+constexpr std::string_view kRenderingStage = "VideoCreationTitleRenderingVideo";
 
 /// A rate that every player knows and that is quick to encode: a movie without music needs no more.
 constexpr int kSilenceRateHz = 16000;
@@ -69,7 +74,7 @@ constexpr milliseconds kGoodbye{2'000};
 
 /// For the web no picture lasts longer. A browser that is told of none for longer may show the next one early; so seen
 /// with pictures of a second and more, never with those of half a second.
-const platform::CMTime kLongestWebPicture = platform::CMTimeMake(1, 2);
+constexpr Seconds kLongestWebPicture{0.5};
 
 /// With less free space than this after a failure, the disk counts as full.
 constexpr double kFullDiskBytes = 4e6;
@@ -114,6 +119,32 @@ struct Mailbox {
     platform::Lock lock;
     std::optional<MovieProgress> progress GUARDED_BY(lock);
     std::optional<Answer> answer GUARDED_BY(lock);
+};
+
+/// The service tells of rendering when some frames are there, which may take seconds; the size is chosen by then.
+MovieProgress withRenderingAfterSize(MovieProgress progress)
+{
+    if (progress.stage == kSizeStage && progress.progress >= progress.total) {
+        progress.stage = kRenderingStage;
+        progress.progress = 0;
+    }
+    return progress;
+}
+
+/// Which file there is under a path: another one where it was replaced.
+struct FileNumber {
+    dev_t device = 0;
+    ino_t number = 0;
+
+    bool operator==(const FileNumber&) const = default;
+
+    /// Nothing where there is none.
+    static std::optional<FileNumber> of(const std::filesystem::path& path)
+    {
+        struct stat status = {};
+        return stat(path.c_str(), &status) == 0 ? std::optional(FileNumber{status.st_dev, status.st_ino})
+                                                : std::nullopt;
+    }
 };
 
 class ProgressReceiver final : public morStilloraXPCCreatorUpdateProtocol {
@@ -169,7 +200,8 @@ private:
     enum class Ending { Answered, Cancelled, Stalled, FrameMissing, ProcessEnded, Blind };
 
     bool prepare();
-    ServiceProcess::Rights rightsOfService() const;
+    ServiceProcess::Rights rightsOfService();
+    std::vector<std::string> argumentsOfService() const;
     bool connect();
     bool send();
     Ending watch();
@@ -177,11 +209,11 @@ private:
     bool isHeardOf(std::string_view stage) const;
     void tell(MovieProgress progress);
     void watchSound();
+    void tellAgain();
     bool isSilentForTooLong(Clock::time_point now);
     Result<Movie> finish(Ending ending);
     Result<Movie> takeMovie(const platform::NSURL& made);
-    std::optional<platform::NSURL> repeatPictures(const platform::NSURL& made, const platform::MediaReport& report,
-                                                  std::vector<std::string>& faults);
+    MovieQuestion questionAbout(const platform::NSURL& made) const;
     std::optional<platform::NSURL> locationOfSound(const PlannedSound& piece);
     void noteFreeSpace();
     void explainFailure(const Mailbox::Answer& answer);
@@ -209,6 +241,8 @@ private:
     std::unique_ptr<ServiceProcess> service_;
     platform::NSXPCConnectionPtr connection_;
     std::optional<Mailbox::Answer> answer_;
+    /// The photos' files when the service was given the right to read these and no others.
+    std::vector<std::optional<FileNumber>> photosAtStart_;
     /// The address of a photo that gives no frame, or an empty text where it is not the photo's fault.
     std::optional<std::string> missingFrame_;
 
@@ -218,9 +252,11 @@ private:
 
     const Clock::time_point start_ = Clock::now();
     RemainingTime remainingTime_;
-    /// What is told again, with a newer estimate, while the service converts and says nothing.
-    std::optional<MovieProgress> conversion_;
+    bool isConverting_ = false;
+    /// What is told again, with a newer estimate, while the service says nothing.
+    std::optional<MovieProgress> told_;
     Clock::time_point lastTold_;
+    Clock::time_point soundMeasured_;
     uint64_t sizeBeforeSound_ = 0;
 
     Clock::time_point lastSignOfLife_;
@@ -272,16 +308,34 @@ bool MovieMaker::Job::prepare()
 }
 
 /// It works in the job's folder alone, from where this process takes what it made.
-ServiceProcess::Rights MovieMaker::Job::rightsOfService() const
+ServiceProcess::Rights MovieMaker::Job::rightsOfService()
 {
     ServiceProcess::Rights rights;
-    for (const PhotoFacts& photo : request_.photos)
+    for (const PhotoFacts& photo : request_.photos) {
         rights.files.readable.push_back(photo.path.native());
+        photosAtStart_.push_back(FileNumber::of(photo.path));
+    }
     for (const SoundFacts& sound : request_.sounds)
         rights.files.readable.push_back(sound.path.native());
+    for (const std::filesystem::path& piece : request_.pieces)
+        rights.files.readable.push_back(piece.native());
     rights.files.writable.push_back(folder_->path());
     rights.temporaryFolder = folder_->temporaryURL().path();
     return rights;
+}
+
+std::vector<std::string> MovieMaker::Job::argumentsOfService() const
+{
+    std::vector<std::string> arguments{drawsWatermark(request_.watermark) ? "--watermark" : "--no-watermark"};
+    if (const auto& part = request_.part) {
+        arguments.emplace_back("--part");
+        arguments.push_back(fmt::format("{}/{}", part->first, part->movieCount));
+    }
+    for (const std::filesystem::path& piece : request_.pieces) {
+        arguments.emplace_back("--piece");
+        arguments.push_back(piece.native());
+    }
+    return arguments;
 }
 
 bool MovieMaker::Job::connect()
@@ -289,8 +343,7 @@ bool MovieMaker::Job::connect()
     const auto program = ServiceProcess::findProgram(&error_);
     if (!program)
         return false;
-    service_ = ServiceProcess::start(*program, {drawsWatermark(request_.watermark) ? "--watermark" : "--no-watermark"},
-                                     rightsOfService(), &error_);
+    service_ = ServiceProcess::start(*program, argumentsOfService(), rightsOfService(), &error_);
     if (!service_)
         return false;
     service_->setLineHandler([this](const std::string& line) {
@@ -409,11 +462,9 @@ bool MovieMaker::Job::deliverProgress()
     if (!progress)
         return false;
     remainingTime_.progressed(progress->stage, progress->progress, progress->total, Clock::now() - start_);
-    if (!isHeardOf(progress->stage))
-        return true;
-    const bool converts = progress->stage == kConversionStage && progress->total == 0;
-    conversion_ = converts ? progress : std::nullopt;
-    tell(std::move(*progress));
+    isConverting_ = progress->stage == kConversionStage && progress->total == 0;
+    if (isHeardOf(progress->stage))
+        tell(withRenderingAfterSize(*std::move(progress)));
     return true;
 }
 
@@ -431,16 +482,25 @@ void MovieMaker::Job::tell(MovieProgress progress)
     lastTold_ = Clock::now();
     progress.timeLeft = remainingTime_.left(lastTold_ - start_);
     observer_.progressChanged(progress);
+    told_ = std::move(progress);
 }
 
 /// The service says nothing while it converts single files, but what it writes grows.
 void MovieMaker::Job::watchSound()
 {
-    if (!conversion_ || Clock::now() - lastTold_ < kSoundInterval)
+    const auto now = Clock::now();
+    if (!isConverting_ || now - soundMeasured_ < kSoundInterval)
         return;
+    soundMeasured_ = now;
     const uint64_t size = folder_->sizeOfContents();
-    remainingTime_.soundGrew(static_cast<double>(size - std::min(size, sizeBeforeSound_)), Clock::now() - start_);
-    tell(*conversion_);
+    remainingTime_.soundGrew(static_cast<double>(size - std::min(size, sizeBeforeSound_)), now - start_);
+}
+
+/// Large frames take seconds each, and so does music.
+void MovieMaker::Job::tellAgain()
+{
+    if (told_ && Clock::now() - lastTold_ >= (told_->timeLeft ? kTellInterval : kTick))
+        tell(*std::exchange(told_, std::nullopt));
 }
 
 /// Some stages report nothing for minutes (long music is converted in one go), but their files grow.
@@ -473,6 +533,7 @@ MovieMaker::Job::Ending MovieMaker::Job::watch()
         if (missingFrame_ && !deadline)
             return Ending::FrameMissing;
         watchSound();
+        tellAgain();
         const auto now = Clock::now();
         // The service removes what it could not finish, so that later there is room again.
         noteFreeSpace();
@@ -492,7 +553,8 @@ MovieMaker::Job::Ending MovieMaker::Job::watch()
         std::array<pollfd, 3> waits{pollfd{mailbox_->wakeUp->descriptor(), POLLIN, 0},
                                     pollfd{service_->endedDescriptor(), POLLIN, 0},
                                     pollfd{hasLog ? service_->logDescriptor() : -1, POLLIN, 0}};
-        if (poll(waits.data(), waits.size(), static_cast<int>(kTick.count())) >= 0 || errno == EINTR) {
+        const milliseconds turn = isConverting_ ? kSoundInterval : kTick;
+        if (poll(waits.data(), waits.size(), static_cast<int>(turn.count())) >= 0 || errno == EINTR) {
             lastWait = now;
         } else if (now - lastWait > kLongestBlindness) {
             fail(&error_, ErrorCode::Failed,
@@ -593,7 +655,7 @@ void MovieMaker::Job::explainFailure(const Mailbox::Answer& answer)
     const std::string complaint = lastComplaint(service_->logLines());
     noteFreeSpace();
     const bool isFull = leastFree_.bytes < kFullDiskBytes || leastFree_.files < kFullDiskFiles ||
-                        complaint.find("No space left") != std::string::npos;
+                        complaint.find(reasonOfErrno(ENOSPC)) != std::string::npos;
     if (isFull)
         fail(&error_, ErrorCode::DiskFull, localized("no movie was made: the disk of {} is full", saveFolder_.path()));
     else if (answer.error)
@@ -619,6 +681,9 @@ Error MovieMaker::Job::reasonOfMissingFrame()
     const std::string name = photo->path.native();
     Error error{ErrorCode::Unsupported, photo->path,
                 localized("no movie was made, since the rendering service could not read the photo {}", name)};
+    const auto atStart = photosAtStart_[static_cast<size_t>(photo - request_.photos.begin())];
+    if (checked.bad.empty() && atStart != FileNumber::of(photo->path))
+        error.message = localized("no movie was made, since the photo {} was replaced while the movie was made", name);
     if (!checked.bad.empty())
         error.message = localized("no movie was made, since the photo {} cannot be used any more: {}", name,
                                   checked.bad.front().reason);
@@ -627,58 +692,43 @@ Error MovieMaker::Job::reasonOfMissingFrame()
     return error;
 }
 
-/// The movie for the web, read back as well; the one that was made if there is nothing to do.
-std::optional<platform::NSURL> MovieMaker::Job::repeatPictures(const platform::NSURL& made,
-                                                               const platform::MediaReport& report,
-                                                               std::vector<std::string>& faults)
-{
-    const auto repeated = platform::NSURL::fileURLWithPath(folder_->pathForFile("repeated.mov"), false);
-    const auto added = platform::repeatLongPictures(
-        made, kLongestWebPicture, repeated, [this] { return maker_.isCancelled(); }, &error_);
-    if (!added)
-        return std::nullopt;
-    if (*added == 0)
-        return made;
-    const auto repeatedReport = platform::inspectMedia(repeated, &error_);
-    if (!repeatedReport)
-        return std::nullopt;
-    std::ranges::move(findFaultsOfRepetition(*repeatedReport, report, kLongestWebPicture), std::back_inserter(faults));
-    return repeated;
-}
-
-/// Reads the movie back and gives it its place.
-Result<Movie> MovieMaker::Job::takeMovie(const platform::NSURL& made)
+MovieQuestion MovieMaker::Job::questionAbout(const platform::NSURL& made) const
 {
     const MoviePlan& plan = request_.plan;
-    ExpectedMovie expected;
-    expected.frameCount = plan.frameCount(request_.photos.size());
-    expected.secondsPerFrame = plan.timePerFrame.count();
-    const Size size = frameSizeForQuality(request_.quality, request_.photos);
-    expected.size = {size.width, size.height};
-    expected.codec = request_.codec;
+    MovieQuestion question;
+    question.file = made.path();
+    question.expected.frameCount = plan.frameCount(request_.photos.size());
+    question.expected.secondsPerFrame = plan.timePerFrame.count();
+    question.expected.size = frameSizeForQuality(request_.quality, request_.photos);
+    question.expected.codec = request_.codec;
     if (const auto end = plan.soundEnd())
-        expected.soundEnd = end->count();
+        question.expected.soundEnd = end->count();
+    if (request_.use == MovieUse::Web) {
+        question.longestPicture = kLongestWebPicture;
+        question.output = folder_->pathForFile("repeated.mov");
+    }
+    return question;
+}
 
+/// Has the movie read back and gives it its place.
+Result<Movie> MovieMaker::Job::takeMovie(const platform::NSURL& made)
+{
+    const MovieQuestion question = questionAbout(made);
+    const auto look = FileReader::shared().ask(question, [this] { return !maker_.isCancelled(); });
+    if (!look && look.error().code == ErrorCode::Cancelled)
+        return cancelled();
+    if (!look)
+        return Error{look.error().code, made.path(), fmt::format("{}: {}", made.path(), look.error().message)};
+    if (!*look)
+        return look->error();
     Movie outcome;
-    const auto report = platform::inspectMedia(made, &error_);
-    if (!report)
-        return failed();
-    outcome.faults = findFaults(*report, expected);
-    const auto movie = request_.use == MovieUse::Web ? repeatPictures(made, *report, outcome.faults) : made;
-    if (!movie)
-        return maker_.isCancelled() ? cancelled() : failed();
+    outcome.faults = (*look)->faults;
+    const auto movie = (*look)->isRepeated ? platform::NSURL::fileURLWithPath(question.output.native(), false) : made;
 
-    int number = 0;
-    // Another name each time, as a link that leads nowhere seems to be free.
-    const auto free = [&] {
-        const std::string name = ++number == 1 ? request_.title : fmt::format("{}-{}", request_.title, number);
-        return MORURLCategory::URLForNotOverridingURL(saveFolder_.URLByAppendingPathComponent(name + ".mov", false));
-    };
-    platform::NSURL place = free();
-    if (!platform::NSFileManager::defaultManager().moveItemToFreeURL(
-            *movie, &place, [&](const platform::NSURL&) { return free(); }, &error_))
+    const auto place = moveToFreeName(movie, saveFolder_, request_.title, "mov", &error_);
+    if (!place)
         return failed();
-    outcome.path = place.path();
+    outcome.path = place->path();
     return outcome;
 }
 

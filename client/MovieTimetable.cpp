@@ -1,5 +1,7 @@
 #include "client/MovieTimetable.h"
 
+#include "platform/aac/AACEncoder.h"
+#include "platform/aac/AACParts.h"
 #include "platform/foundation/NSString.h"
 #include "video/FramePlacement.h"
 #include "video/SilentVideo.h"
@@ -10,10 +12,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <filesystem>
 #include <limits>
 #include <set>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 namespace stillora {
@@ -33,16 +37,18 @@ struct DecodingWork {
 /// JPEG is decoded at a fraction of its size, so that the pixels of the file count little.
 constexpr DecodingWork kJPEG{0.44, 7.6};
 constexpr double kJPEGDecodedPixel = 1.8;
+/// All passes over the picture are decoded, however small it is wanted.
+constexpr DecodingWork kProgressiveJPEG{4, 25};
 
 constexpr DecodingWork kPlainTIFF{4.3, 0};
 constexpr DecodingWork kOtherFormat{13, 0};
 
 constexpr std::array<std::pair<std::string_view, DecodingWork>, 9> kFormats{{
-    {"png", {4, 12}},
-    {"webp", {15.5, 15}},
-    {"heic", {25, 70}},
-    {"heif", {25, 70}},
-    {"avif", {14, 100}},
+    {"png", {4, 5.5}},
+    {"webp", {3.4, 47}},
+    {"heic", {10, 85}},
+    {"heif", {10, 85}},
+    {"avif", {2.8, 115}},
     {"tiff", kOtherFormat},
     {"gif", {9.5, 0}},
     {"jp2", {2, 215}},
@@ -71,13 +77,32 @@ constexpr std::array<std::pair<std::string_view, CodingWork>, 9> kCodecs{{
     {"ap4x", {21, 18}},
 }};
 
-/// To convert a second of sound, and to look at one that can be copied.
-constexpr double kConvertedSecond = 7.5e-3;
-constexpr double kCopiedSecond = 0.1e-3;
-/// For each sample of silence.
+/// To code a sample of music, and one of silence, of each channel; and to take over a second that is coded.
+constexpr double kCodedSample = 100e-9;
 constexpr double kSilentSample = 50e-9;
+constexpr double kCopiedSecond = 0.1e-3;
+/// To begin with a file.
+constexpr double kSoundFile = 5e-3;
 /// Of stereo, as it is coded.
-constexpr double kBytesOfSecond = 17e3;
+constexpr double kBytesOfSecond = 17.8e3;
+constexpr int kChannels = 2;
+constexpr double kUsualRate = 44100;
+constexpr double kRateOfSilence = 16000;
+
+/// Sound of more bytes in a second is no AAC, whatever its file is called.
+constexpr double kMostBytesOfAAC = 45e3;
+
+/// What decoding takes beside coding.
+constexpr std::array<std::pair<std::string_view, double>, 8> kDecodingShares{{
+    {"mp3", 0.1},
+    {"flac", 0.2},
+    {"ogg", 0.2},
+    {"oga", 0.2},
+    {"opus", 0.45},
+    {"m4a", 0.3},
+    {"mp4", 0.3},
+    {"m4b", 0.3},
+}};
 
 /// Until the service runs and has answered; to find out the frame's size, for each photo; to put the movie into its
 /// place and to read it back.
@@ -149,7 +174,7 @@ double decodingOf(const PhotoFacts& photo, const Area& area)
     const auto bytes = static_cast<double>(photo.fileSize);
     const auto work = [&](DecodingWork each) { return each.perPixel * area.photo + each.perByte * bytes; };
     if (format == "jpg" || format == "jpeg")
-        return work(kJPEG) + kJPEGDecodedPixel * decodedPixelsOfJPEG(area);
+        return work(photo.isProgressive ? kProgressiveJPEG : kJPEG) + kJPEGDecodedPixel * decodedPixelsOfJPEG(area);
     const double bytesPerPixel = bytes / std::max(area.photo, 1.0);
     const bool isWhole = std::abs(bytesPerPixel - std::round(bytesPerPixel)) < 0.01;
     if (format == "tif" || format == "tiff")
@@ -298,49 +323,98 @@ private:
     std::vector<Task> coding_;
 };
 
+std::string formatOf(const SoundFacts& sound)
+{
+    return platform::lowercaseASCII(platform::pathExtension(sound.path.native()));
+}
+
 /// Whether the service takes its packets over.
 bool isCopied(const SoundFacts& sound)
 {
-    const std::string format = platform::lowercaseASCII(platform::pathExtension(sound.path.native()));
-    return format == "m4a" || format == "mp4" || format == "m4b";
+    const std::string format = formatOf(sound);
+    if (format != "m4a" && format != "mp4" && format != "m4b")
+        return false;
+    std::error_code error;
+    const auto bytes = static_cast<double>(std::filesystem::file_size(sound.path, error));
+    return error || sound.selection || bytes < kMostBytesOfAAC * sound.length.count();
+}
+
+double rateOf(const SoundFacts& sound)
+{
+    return sound.sampleRateHz > 0 ? sound.sampleRateHz : kUsualRate;
 }
 
 /// As the client writes it: mono and at a low rate where there is no music that it has to go with.
 double silentSecond(const MovieRequest& request)
 {
-    constexpr double kStereoRate = 2 * 44100;
-    constexpr double kLowRate = 16000;
-    return kSilentSample * (request.sounds.empty() ? kLowRate : kStereoRate);
+    return kSilentSample * (request.sounds.empty() ? kRateOfSilence : kChannels * rateOf(request.sounds.back()));
 }
 
-/// Of a second.
-double conversionOf(const MovieRequest& request, const PlannedSound& piece)
+/// To code a second of a piece anew.
+double codingOf(const MovieRequest& request, const PlannedSound& piece)
 {
-    if (piece.source)
-        return isCopied(request.sounds[*piece.source]) ? kCopiedSecond : kConvertedSecond;
-    return silentSecond(request);
+    return piece.source ? kCodedSample * kChannels * rateOf(request.sounds[*piece.source]) : silentSecond(request);
 }
 
-struct Conversion {
-    double seconds = 0;
-    double bytes = 0;
-};
-
-Conversion conversionOf(const MovieRequest& request)
+double packetsOf(const MovieRequest& request, const PlannedSound& piece)
 {
-    Conversion all;
-    // A file that is repeated is converted once.
-    std::set<std::pair<std::string, double>> converted;
-    for (const PlannedSound& piece : request.plan.sounds) {
-        const double start = piece.selection ? piece.selection->start.count() : 0;
-        const std::string file = piece.source ? request.sounds[*piece.source].path.native() : std::string();
-        if (!converted.emplace(file, start).second)
-            continue;
-        all.seconds += piece.length.count() * conversionOf(request, piece);
-        all.bytes += piece.source ? piece.length.count() * kBytesOfSecond : 0;
+    const double silence = request.sounds.empty() ? kRateOfSilence : kUsualRate;
+    const double rate = piece.source ? rateOf(request.sounds[*piece.source]) : silence;
+    return std::max(1.0, std::ceil(piece.length.count() * rate / platform::kAACPacketLength));
+}
+
+/// As many parts as there are processors are coded at once, and one that is left over by one processor alone.
+class Conversion final {
+public:
+    Conversion(const MovieRequest& request, unsigned processors, MovieTimetable& table)
+        : request_(request), processors_(processors), table_(table), now_(table.serviceReady)
+    {}
+
+    void run()
+    {
+        // A file that is repeated is converted once.
+        std::set<std::pair<std::string, double>> converted;
+        for (const PlannedSound& piece : request_.plan.sounds) {
+            const double start = piece.selection ? piece.selection->start.count() : 0;
+            const std::string file = piece.source ? request_.sounds[*piece.source].path.native() : std::string();
+            if (converted.emplace(file, start).second)
+                convert(piece);
+        }
+        table_.soundsConverted = now_;
     }
-    return all;
-}
+
+private:
+    void convert(const PlannedSound& piece)
+    {
+        now_ += kSoundFile;
+        const double length = piece.length.count();
+        const double bytes = piece.source ? length * kBytesOfSecond : 0;
+        if (piece.source && isCopied(request_.sounds[*piece.source]))
+            return write(bytes, length * kCopiedSecond);
+        const double share =
+            piece.source ? workNamed(kDecodingShares, formatOf(request_.sounds[*piece.source]), 0.0) : 0;
+        const double packets = packetsOf(request_, piece);
+        const double parts =
+            std::ceil(packets / static_cast<double>(platform::packetsInPart(static_cast<int64_t>(packets))));
+        const double work = (1 + share) * codingOf(request_, piece) * length / parts;
+        // Those that are coded at once are done at once, and each is seen by itself when it is written.
+        const auto count = static_cast<size_t>(parts);
+        for (size_t part = 0; part < count; ++part)
+            write(bytes / parts, part % static_cast<size_t>(processors_) == 0 ? work : 0);
+    }
+
+    void write(double bytes, double seconds)
+    {
+        const double written = table_.sounds.empty() ? 0 : table_.sounds.back().bytes;
+        now_ += seconds;
+        table_.sounds.push_back({written + bytes, now_});
+    }
+
+    const MovieRequest& request_;
+    const double processors_;
+    MovieTimetable& table_;
+    double now_;
+};
 
 /// From the first joint on all is coded anew, and so is the fade.
 double joiningOf(const MovieRequest& request)
@@ -355,7 +429,7 @@ double joiningOf(const MovieRequest& request)
     for (const PlannedSound& piece : plan.sounds) {
         const double next = std::min(start + piece.length.count(), end);
         const double coded = next - (start > 0 ? start : std::min(fade, next));
-        seconds += std::max(0.0, coded) * (piece.source ? kConvertedSecond : silentSecond(request));
+        seconds += std::max(0.0, coded) * codingOf(request, piece);
         start = next;
     }
     return seconds;
@@ -384,10 +458,8 @@ MovieTimetable timetableOf(const MovieRequest& request, unsigned processors)
     }
 
     MovieTimetable table;
-    const Conversion conversion = conversionOf(request);
     table.serviceReady = kStart;
-    table.soundsConverted = kStart + conversion.seconds / processors;
-    table.soundBytes = conversion.bytes;
+    Conversion(request, processors, table).run();
     table.soundDone = table.soundsConverted + joiningOf(request) / processors;
     const double pictures = table.soundDone + kSizeOfPhoto * static_cast<double>(request.photos.size()) +
                             kFirstPixel * frame.width * frame.height;

@@ -10,9 +10,15 @@ namespace stillora {
 /// of the service; each moment is at or after those above it.
 struct MovieTimetable {
     double serviceReady = 0;
-    /// The single files are converted, to so many bytes.
+    /// What has been written once parts of single files are converted, both growing. Parts that are made at once are
+    /// written at once.
+    struct Sound {
+        double bytes = 0;
+        double moment = 0;
+    };
+    std::vector<Sound> sounds;
+    /// All single files are converted.
     double soundsConverted = 0;
-    double soundBytes = 0;
     /// The soundtrack is joined; the same where there is none.
     double soundDone = 0;
     /// Frame i is handed to the writer; the service tells of it.

@@ -79,6 +79,7 @@ Findings::Finding lookInto(const PhotoCandidate& candidate, const std::function<
     finding.facts.size = answer->size;
     finding.facts.fileSize = status.st_size;
     finding.facts.isCutOff = answer->isCutOff;
+    finding.facts.isProgressive = answer->isProgressive;
     finding.facts.taken = answer->taken;
     finding.facts.modified = timeOf(status.st_mtim);
     finding.kind = Findings::Kind::Good;

@@ -9,13 +9,24 @@ namespace stillora {
 
 namespace {
 
-/// Before, the start of the service and the first frames weigh too much.
-constexpr double kLeastShare = 0.04;
-constexpr Seconds kLeastTime{0.4};
+/// Too short for a person to read an estimate.
+constexpr Seconds kLeastTime{0.2};
+
+/// How much the timetable's own pace counts, before the machine's own is known: as if so much of the work, and so many
+/// of the timetable's seconds, had been done at it.
+constexpr double kExpectedShare = 0.02;
+constexpr double kExpectedSeconds = 0.1;
 
 /// News changes the estimate by and by, as single photos take longer or shorter than they should: in this share of the
-/// whole time.
+/// whole time, and sooner at first, when little is known, in that of the time until then.
 constexpr double kShareOfInertia = 0.04;
+constexpr double kShareOfInertiaAtFirst = 0.25;
+
+/// So late may news be without meaning anything.
+constexpr Seconds kPatience{0.3};
+
+/// So many frames may be made and wait for one before them, whose thread codes others first.
+constexpr std::ptrdiff_t kMostHeldUpFrames = 8;
 
 /// Sound that takes more bytes than it should is not done before the service says so.
 constexpr double kMostOfSound = 0.95;
@@ -41,18 +52,47 @@ std::optional<double> RemainingTime::placeOf(std::string_view stage, double prog
     return std::nullopt;
 }
 
+/// Starting a program takes as long as it takes, and says nothing of the pace.
+void RemainingTime::answered(Seconds elapsed)
+{
+    if (answeredAt_)
+        return;
+    answeredAt_ = reachedAt_ = elapsed;
+    place_ = timetable_.serviceReady;
+    end_ = endByPace(place_, elapsed);
+}
+
 void RemainingTime::progressed(std::string_view stage, double progress, double total, Seconds elapsed)
 {
+    answered(elapsed);
     if (const auto place = placeOf(stage, progress, total))
         reached(*place, elapsed);
 }
 
 void RemainingTime::soundGrew(double bytes, Seconds elapsed)
 {
-    if (place_ >= timetable_.soundsConverted || timetable_.soundBytes <= 0)
+    answered(elapsed);
+    const auto& sounds = timetable_.sounds;
+    if (place_ >= timetable_.soundsConverted || sounds.empty())
         return;
-    const double fraction = std::min(bytes / timetable_.soundBytes, kMostOfSound);
-    reached(timetable_.serviceReady + fraction * (timetable_.soundsConverted - timetable_.serviceReady), elapsed);
+    const double known = std::min(bytes, kMostOfSound * sounds.back().bytes);
+    MovieTimetable::Sound before{0, timetable_.serviceReady};
+    for (const auto& each : sounds) {
+        if (known < each.bytes)
+            return reached(before.moment +
+                               (each.moment - before.moment) * (known - before.bytes) / (each.bytes - before.bytes),
+                           elapsed);
+        before = each;
+    }
+}
+
+/// As if the work went on as quickly as it did since the service answered.
+Seconds RemainingTime::endByPace(double place, Seconds elapsed) const
+{
+    const double work = timetable_.end - timetable_.serviceReady;
+    const double expected = kExpectedShare * work + kExpectedSeconds;
+    const double pace = ((elapsed - *answeredAt_).count() + expected) / (place - timetable_.serviceReady + expected);
+    return elapsed + Seconds((timetable_.end - place) * pace);
 }
 
 void RemainingTime::reached(double place, Seconds elapsed)
@@ -62,18 +102,35 @@ void RemainingTime::reached(double place, Seconds elapsed)
         return;
     place_ = place;
     const Seconds passed = elapsed - std::exchange(reachedAt_, elapsed);
-    if (place_ < kLeastShare * timetable_.end || elapsed < kLeastTime)
-        return;
-    const Seconds end = elapsed + (timetable_.end - place_) / place_ * elapsed;
-    const double share = end_ ? 1 - std::exp(-(passed / (kShareOfInertia * end))) : 1;
-    end_ = end_.value_or(end) + share * (end - end_.value_or(end));
+    const Seconds end = endByPace(place, elapsed);
+    const Seconds inertia = std::min(kShareOfInertia * end, kShareOfInertiaAtFirst * (elapsed - *answeredAt_));
+    const double share = inertia > Seconds(0) ? 1 - std::exp(-(passed / inertia)) : 1;
+    end_ += share * (end - end_);
+}
+
+/// Where the service will tell something again.
+double RemainingTime::nextPlace() const
+{
+    for (const auto& sound : timetable_.sounds)
+        if (sound.moment > place_)
+            return sound.moment;
+    if (place_ < timetable_.soundDone)
+        return timetable_.soundDone;
+    const auto& frames = timetable_.frames;
+    const auto next = std::ranges::upper_bound(frames, place_) - frames.begin();
+    const auto last = next == 0 ? next : next + kMostHeldUpFrames;
+    return static_cast<size_t>(last) < frames.size() ? frames[static_cast<size_t>(last)] : timetable_.end;
 }
 
 std::optional<Seconds> RemainingTime::left(Seconds elapsed) const
 {
-    if (!end_)
+    if (!answeredAt_ || elapsed < kLeastTime)
         return std::nullopt;
-    return std::max(Seconds(0), *end_ - elapsed);
+    const Seconds left = std::max(Seconds(0), end_ - elapsed);
+    // What is overdue is no nearer to its end than it would be if it were told of now.
+    const double next = nextPlace();
+    const Seconds heard = elapsed - kPatience;
+    return next < timetable_.end ? std::max(left, endByPace(next, heard) - heard) : left;
 }
 
 } // namespace stillora

@@ -21,19 +21,24 @@ public:
     /// So much converted sound was seen, of which the service tells nothing. Until it does tell of something else.
     void soundGrew(double bytes, Seconds elapsed);
 
-    /// @return until the movie is in its place; nothing while too little is done to tell
+    /// @return until the movie is in its place; nothing in the first moments, and until the service has answered
     std::optional<Seconds> left(Seconds elapsed) const;
 
 private:
     std::optional<double> placeOf(std::string_view stage, double progress, double total) const;
+    void answered(Seconds elapsed);
     void reached(double place, Seconds elapsed);
+    Seconds endByPace(double place, Seconds elapsed) const;
+    double nextPlace() const;
 
     const MovieTimetable timetable_;
+    /// When the service told something for the first time.
+    std::optional<Seconds> answeredAt_;
     /// In the timetable; where the service was when it told last.
     double place_ = 0;
     Seconds reachedAt_{0};
     /// When all is done, by the clock of `elapsed`.
-    std::optional<Seconds> end_;
+    Seconds end_{0};
 };
 
 } // namespace stillora

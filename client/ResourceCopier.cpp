@@ -2,19 +2,19 @@
 
 #include "client/ClientError.h"
 #include "client/FileCopy.h"
+#include "client/FileReader.h"
 #include "client/LocalizedText.h"
 #include "client/Text.h"
+#include "client/reader/Questions.h"
 #include "platform/dispatch/NSOperationQueue.h"
 #include "platform/files/NSURL.h"
 #include "platform/foundation/FileDescriptor.h"
 #include "platform/foundation/Lock.h"
-#include "util/MORImageCategory.h"
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <cmath>
 #include <filesystem>
 #include <thread>
 
@@ -47,10 +47,12 @@ std::optional<platform::NSDate> creationDateOf(const std::string& path)
 }
 
 /// Nothing for what is no picture.
-std::optional<platform::NSColor> averageColorOf(const std::string& path)
+std::optional<platform::NSColor> colorOf(const std::string& path, const std::atomic<bool>& isStopped)
 {
-    const auto color = MORImageCategory::averageColorOfImageAtURL(platform::NSURL::fileURLWithPath(path, false));
-    return std::isfinite(color.red + color.green + color.blue) ? std::optional(color) : std::nullopt;
+    const auto color = FileReader::shared().ask(ColorQuestion{path}, [&] { return !isStopped; });
+    if (!color || !*color)
+        return std::nullopt;
+    return platform::NSColor{.red = (*color)->red, .green = (*color)->green, .blue = (*color)->blue};
 }
 
 /// "name.jpg", "name-2.jpg", "name-3.jpg", as long as a file's name may be.
@@ -161,7 +163,7 @@ bool ResourceCopier::copy(const std::function<bool(const CopyProgress&)>& progre
                                                           },
                                                           &failure);
             if (isCopied && copy.kind == Kind::Photo)
-                copy.averageColor = averageColorOf(copy.path);
+                copy.averageColor = colorOf(copy.path, work->isStopped);
             const platform::LockGuard guard(work->lock);
             ++work->filesDone;
             if (!isCopied && !work->isStopped.exchange(true))

@@ -3,18 +3,14 @@
 #include "client/ClientError.h"
 #include "client/DataBytes.h"
 #include "client/FileReader.h"
+#include "client/FreeName.h"
 #include "client/JobFolder.h"
 #include "client/LocalizedText.h"
-#include "client/SoundRange.h"
 #include "client/reader/Questions.h"
 #include "platform/encoders/ImageEncoder.h"
 #include "platform/files/NSFileManager.h"
-#include "platform/media/AVAssetExportSession.h"
-#include "platform/media/AVURLAsset.h"
-#include "util/MORURLCategory.h"
 
-#include <algorithm>
-#include <cmath>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -25,44 +21,27 @@
 
 namespace stillora {
 
-using platform::AVAssetExportSession;
 using platform::NSError;
 using platform::NSURL;
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 /// Between two calls of a `WorkProgress`.
-constexpr double kProgressSeconds = 0.1;
+constexpr std::chrono::milliseconds kProgressInterval{100};
 
 Error stopped(const SoundFacts& sound)
 {
     return {ErrorCode::Cancelled, sound.path, localized("stopped")};
 }
 
-std::shared_ptr<platform::AVURLAsset> preciseAsset(const SoundFacts& sound)
+/// For a reason that does not name the sound.
+Error unusable(const SoundFacts& sound, const Error& reason)
 {
-    return std::make_shared<platform::AVURLAsset>(
-        NSURL::fileURLWithPath(sound.path.native()),
-        platform::AVURLAsset::Options{.preferPreciseDurationAndTiming = true});
-}
-
-/// Runs an export to its end.
-/// @return why there is no file
-std::optional<Error> finish(AVAssetExportSession& session, const SoundFacts& sound, const JobFolder& job,
-                            const WorkProgress& progress)
-{
-    session.exportAsynchronouslyWithCompletionHandler({});
-    while (!session.waitForEnd(kProgressSeconds)) {
-        if (progress && !progress(job.sizeOfContents())) {
-            session.cancelExport();
-            return stopped(sound);
-        }
-    }
-    const auto error = session.error();
-    if (error && error->code == platform::kAVErrorOperationNotSupportedForAsset)
-        return Error{ErrorCode::NeedsEncoding, sound.path,
-                     localized("{}: its sound cannot be cut without encoding it anew", sound.path.native())};
-    return error ? std::optional(errorOf(*error, sound.path)) : std::nullopt;
+    return reason.code == ErrorCode::Cancelled
+               ? stopped(sound)
+               : Error{ErrorCode::Unsupported, sound.path, fmt::format("{}: {}", sound.path.native(), reason.message)};
 }
 
 uint64_t sizeOf(const NSURL& file)
@@ -72,19 +51,26 @@ uint64_t sizeOf(const NSURL& file)
     return unknown ? 0 : bytes;
 }
 
-/// Encodes a sound into a file that grows in the job's folder.
+/// Has a sound written into a file that grows in the job's folder.
 /// @return why there is no file
-std::optional<Error> encode(const SoundFacts& sound, const NSURL& growing, const JobFolder& job,
-                            const WorkProgress& progress)
+std::optional<Error> copySound(const SoundFacts& sound, SoundCopyQuestion::Way way, const NSURL& growing,
+                               const JobFolder& job, const WorkProgress& progress)
 {
-    // Measured at the first look, as the export needs it.
-    AVAssetExportSession session(preciseAsset(sound), std::string(platform::kAVAssetExportPresetAppleM4A));
-    session.setOutputFileType(platform::kAVFileTypeAppleM4A);
-    session.setOutputURL(growing);
-    if (sound.selection)
-        session.setTimeRange(timeRangeOf(sound));
-    session.setDirectoryForTemporaryFiles(job.temporaryURL());
-    return finish(session, sound, job, progress);
+    const auto goesOn = [&, last = Clock::now()]() mutable {
+        if (!progress || Clock::now() - last < kProgressInterval)
+            return true;
+        last = Clock::now();
+        return progress(job.sizeOfContents());
+    };
+    const auto copied = FileReader::shared().ask(SoundCopyQuestion{.file = sound.path,
+                                                                   .output = growing.path(),
+                                                                   .selection = sound.selection,
+                                                                   .sampleRateHz = sound.sampleRateHz,
+                                                                   .way = way},
+                                                 goesOn);
+    if (!copied)
+        return unusable(sound, copied.error());
+    return *copied ? std::nullopt : std::optional(copied->error());
 }
 
 /// The hidden folder beside a file's place in which it grows, and of which nothing is left if the caller stops this.
@@ -107,19 +93,9 @@ Result<SoundFile> moved(const NSURL& growing, const std::filesystem::path& file)
 
 } // namespace
 
-platform::CMTimeRange timeRangeOf(const SoundFacts& sound)
-{
-    if (!sound.selection)
-        return platform::kCMTimeRangeZero;
-    const double start = sound.selection->start.count() * sound.sampleRateHz;
-    const double length = sound.selection->end.count() * sound.sampleRateHz - start;
-    // What decimals come to in binary is not to cost a sample.
-    constexpr double kNothing = 1e-6;
-    return {platform::CMTimeMake(std::llround(start), sound.sampleRateHz),
-            platform::CMTimeMake(std::max<int64_t>(1, static_cast<int64_t>(length + kNothing)), sound.sampleRateHz)};
-}
+namespace {
 
-Result<Bytes> drawWaveform(const SoundFacts& sound, const WaveformStyle& style, const WorkProgress& progress)
+Result<PictureAnswer> drawnWaveform(const SoundFacts& sound, const WaveformStyle& style, const WorkProgress& progress)
 {
     const auto isEdge = [](int pixels) { return pixels >= 1 && pixels <= WaveformStyle::kMostPixels; };
     if (!isEdge(style.width) || !isEdge(style.height))
@@ -127,22 +103,53 @@ Result<Bytes> drawWaveform(const SoundFacts& sound, const WaveformStyle& style, 
                      {},
                      localized("a picture of {} x {} pixels cannot be drawn: each edge has from 1 to {}", style.width,
                                style.height, WaveformStyle::kMostPixels)};
-    const auto failed = [&](const std::string& reason) {
-        return Error{ErrorCode::Unsupported, sound.path, fmt::format("{}: {}", sound.path.native(), reason)};
-    };
-    const auto drawn = FileReader::shared().ask(
+    auto drawn = FileReader::shared().ask(
         WaveformQuestion{
             .file = sound.path, .selection = sound.selection, .sampleRateHz = sound.sampleRateHz, .style = style},
         [&] { return !progress || progress(0); });
     if (!drawn)
-        return drawn.error().code == ErrorCode::Cancelled ? stopped(sound) : failed(drawn.error().message);
+        return unusable(sound, drawn.error());
     if (!*drawn)
-        return failed(drawn->error().message);
+        return unusable(sound, drawn->error());
+    return *std::move(drawn);
+}
+
+/// By how much of its height a column of a picture is black.
+float blackPartOf(const platform::CGImage& image, size_t column)
+{
+    // Lines are drawn with soft ends.
+    uint64_t white = 0;
+    for (size_t y = 0; y < image.height; ++y)
+        white += image.row(y)[column * 4 + 1];
+    return 1 - static_cast<float>(white) / (255 * static_cast<float>(image.height));
+}
+
+} // namespace
+
+Result<Bytes> drawWaveform(const SoundFacts& sound, const WaveformStyle& style, const WorkProgress& progress)
+{
+    const auto drawn = drawnWaveform(sound, style, progress);
+    if (!drawn)
+        return drawn.error();
     const auto file =
-        platform::encodePNG((*drawn)->image, {static_cast<double>(style.width), static_cast<double>(style.height)});
+        platform::encodePNG(drawn->image, {static_cast<double>(style.width), static_cast<double>(style.height)});
     if (!file)
         return Error{ErrorCode::Failed, {}, localized("there is not enough memory for the picture")};
     return bytesOf(*file);
+}
+
+Result<std::vector<float>> waveformLevels(const SoundFacts& sound, int count, const WorkProgress& progress)
+{
+    constexpr int kSteps = 256;
+    const auto drawn =
+        drawnWaveform(sound, {.width = count, .height = kSteps, .ground = WaveformStyle::Ground::White}, progress);
+    if (!drawn)
+        return drawn.error();
+    std::vector<float> levels;
+    levels.reserve(drawn->image.width);
+    for (size_t column = 0; column < drawn->image.width; ++column)
+        levels.push_back(blackPartOf(drawn->image, column));
+    return levels;
 }
 
 Result<SoundFile> convertSound(const SoundFacts& sound, const std::filesystem::path& folder,
@@ -153,23 +160,17 @@ Result<SoundFile> convertSound(const SoundFacts& sound, const std::filesystem::p
     const auto job = JobFolder::create(target, &error);
     if (!job)
         return errorOf(error, folder);
-    const NSURL source = NSURL::fileURLWithPath(sound.path.native());
-    const NSURL growing = job->temporaryURL().URLByAppendingPathComponent(
-        platform::stringByDeletingPathExtension(source.lastPathComponent()) + ".m4a", false);
-    if (auto failure = encode(sound, growing, *job, progress))
+    const std::string name =
+        platform::stringByDeletingPathExtension(NSURL::fileURLWithPath(sound.path.native()).lastPathComponent());
+    const NSURL growing = job->temporaryURL().URLByAppendingPathComponent(fmt::format("{}.m4a", name), false);
+    if (auto failure = copySound(sound, SoundCopyQuestion::Way::Encoded, growing, *job, progress))
         return *std::move(failure);
 
-    const auto free = [&] {
-        return MORURLCategory::URLForNotOverridingURL(
-            target.URLByAppendingPathComponent(growing.lastPathComponent(), false));
-    };
-    SoundFile file{{}, sizeOf(growing)};
-    NSURL place = free();
-    if (!platform::NSFileManager::defaultManager().moveItemToFreeURL(
-            growing, &place, [&](const NSURL&) { return free(); }, &error))
+    const uint64_t bytes = sizeOf(growing);
+    const auto place = moveToFreeName(growing, target, name, "m4a", &error);
+    if (!place)
         return errorOf(error, folder);
-    file.path = place.path();
-    return file;
+    return SoundFile{place->path(), bytes};
 }
 
 Result<SoundFile> convertSoundToFile(const SoundFacts& sound, const std::filesystem::path& file,
@@ -181,7 +182,7 @@ Result<SoundFile> convertSoundToFile(const SoundFacts& sound, const std::filesys
     if (!job)
         return errorOf(error, file);
     const NSURL growing = job->temporaryURL().URLByAppendingPathComponent(place.lastPathComponent(), false);
-    if (auto failure = encode(sound, growing, *job, progress))
+    if (auto failure = copySound(sound, SoundCopyQuestion::Way::Encoded, growing, *job, progress))
         return *std::move(failure);
     return moved(growing, file);
 }
@@ -194,19 +195,7 @@ Result<SoundFile> trimSound(const SoundFacts& sound, const std::filesystem::path
     if (!job)
         return errorOf(error, file);
     const NSURL growing = job->temporaryURL().URLByAppendingPathComponent(place.lastPathComponent(), false);
-    const auto asset = preciseAsset(sound);
-    const auto inTimescale = [&asset](platform::CMTime time) {
-        return CMTimeConvertScale(time, asset->duration().timescale,
-                                  platform::CMTimeRoundingMethod::RoundHalfAwayFromZero);
-    };
-    AVAssetExportSession session(asset, std::string(platform::kAVAssetExportPresetPassthrough));
-    session.setOutputFileType(platform::kAVFileTypeAppleM4A);
-    session.setOutputURL(growing);
-    if (sound.selection) {
-        const platform::CMTimeRange range = timeRangeOf(sound);
-        session.setTimeRange({inTimescale(range.start), inTimescale(range.duration)});
-    }
-    if (auto failure = finish(session, sound, *job, progress))
+    if (auto failure = copySound(sound, SoundCopyQuestion::Way::PacketByPacket, growing, *job, progress))
         return *std::move(failure);
     return moved(growing, file);
 }

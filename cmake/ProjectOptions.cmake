@@ -1,5 +1,6 @@
 # Settings that every target of the project shares.
 option(STILLORA_BUILD_TESTS "Build the tests" ON)
+option(STILLORA_BUILD_WINDOW "Build the desktop program" ON)
 option(STILLORA_BUILD_BENCH "Build the benchmarks" OFF)
 option(STILLORA_WATERMARK "Clients ask for the watermark where the user has not chosen" ON)
 option(STILLORA_WARNINGS_ARE_ERRORS "Let no compiler's warning pass" ON)

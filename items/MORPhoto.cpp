@@ -1,6 +1,7 @@
 #include "items/MORPhoto.h"
 
 #include "items/SavedForm.h"
+#include "platform/foundation/LocalizedText.h"
 #include "platform/foundation/NSString.h"
 
 #include <utility>
@@ -18,9 +19,9 @@ constexpr std::string_view kIsFeaturedKey = "isFeatured";
 constexpr std::string_view kDateCreatedKey = "dateCreated";
 constexpr std::string_view kAverageImageColorKey = "averageImageColor";
 
-bool cannotBeSaved(NSError* error, const std::string& why)
+bool cannotBeSaved(NSError* error, std::string why)
 {
-    return fail(error, kNSCocoaErrorDomain, kNSFileWriteUnknownError, "The photo cannot be saved: " + why);
+    return fail(error, kNSCocoaErrorDomain, kNSFileWriteUnknownError, std::move(why));
 }
 
 } // namespace
@@ -89,11 +90,11 @@ std::optional<NSData> MORPhoto::saveData(NSError* error) const
     const auto url = photoURL();
     const auto titleText = title();
     if (!url) {
-        cannotBeSaved(error, "it has no location");
+        cannotBeSaved(error, localized("The photo cannot be saved: it has no location"));
         return std::nullopt;
     }
     if (!titleText) {
-        cannotBeSaved(error, "\"" + url->path() + "\" has no title");
+        cannotBeSaved(error, localized("The photo cannot be saved: \"{}\" has no title", {url->path()}));
         return std::nullopt;
     }
     NSDictionary dictionary;

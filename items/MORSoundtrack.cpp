@@ -1,6 +1,7 @@
 #include "items/MORSoundtrack.h"
 
 #include "items/SavedForm.h"
+#include "platform/foundation/LocalizedText.h"
 #include "platform/foundation/NSString.h"
 
 using namespace platform;
@@ -47,9 +48,9 @@ SoundtrackSelection selectionOfText(std::string_view text)
     return selection;
 }
 
-bool cannotBeSaved(NSError* error, const std::string& why)
+bool cannotBeSaved(NSError* error, std::string why)
 {
-    return fail(error, kNSCocoaErrorDomain, kNSFileWriteUnknownError, "The soundtrack cannot be saved: " + why);
+    return fail(error, kNSCocoaErrorDomain, kNSFileWriteUnknownError, std::move(why));
 }
 
 } // namespace
@@ -72,7 +73,7 @@ bool MORSoundtrack::decode(const NSCoder& coder, NSError* error)
     const auto require = [&problem](const std::optional<CodedValue>& value, std::string_view key) {
         if (problem.code == 0 && !value)
             fail(&problem, kNSCocoaErrorDomain, kNSCoderReadCorruptError,
-                 "The value for key \"" + std::string(key) + "\" is missing");
+                 localized("The value for key \"{}\" is missing", {key}));
     };
     require(bookmark, kSoundtrackURLKey);
     require(selectionText, kSelectionKey);
@@ -93,11 +94,11 @@ std::optional<NSData> MORSoundtrack::saveData(NSError* error) const
     const auto url = soundtrackURL();
     const auto path = _originalPath();
     if (!url) {
-        cannotBeSaved(error, "it has no location");
+        cannotBeSaved(error, localized("The soundtrack cannot be saved: it has no location"));
         return std::nullopt;
     }
     if (!path) {
-        cannotBeSaved(error, "\"" + url->path() + "\" has no original path");
+        cannotBeSaved(error, localized("The soundtrack cannot be saved: \"{}\" has no original path", {url->path()}));
         return std::nullopt;
     }
     NSDictionary dictionary;

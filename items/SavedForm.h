@@ -2,6 +2,7 @@
 
 #include "platform/archive/NSKeyedArchiver.h"
 #include "platform/files/NSURL.h"
+#include "platform/foundation/LocalizedText.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSError.h"
 
@@ -38,7 +39,7 @@ template <typename T>
         return true;
     }
     return platform::fail(error, platform::kNSCocoaErrorDomain, platform::kNSCoderReadCorruptError,
-                          "The value for key \"" + std::string(key) + "\" is of another class");
+                          platform::localized("The value for key \"{}\" is of another class", {key}));
 }
 
 /// Where the file of a saved path lies in a document.

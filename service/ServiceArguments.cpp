@@ -1,5 +1,7 @@
 #include "service/ServiceArguments.h"
 
+#include "platform/foundation/LocalizedText.h"
+
 #include <charconv>
 #include <system_error>
 
@@ -7,15 +9,20 @@
 #error "the build gives the version"
 #endif
 
+using platform::localized;
+using platform::translatable;
+
 namespace {
 
 constexpr int kUsageStatus = 2;
 
-constexpr std::string_view kUsage = R"(Usage: stillora-video-creator [--watermark | --no-watermark] [--files DESCRIPTOR]
+constexpr const char* kUsage =
+    translatable(R"(Usage: stillora-video-creator [--watermark | --no-watermark] [--files DESCRIPTOR]
+                              [--part FIRST/COUNT] [--piece FILE]...
        stillora-video-creator --help | --version
-)";
+)");
 
-constexpr std::string_view kHelp = R"(
+constexpr const char* kHelp = translatable(R"(
 Makes movies for its clients. It is started by a client, or by socket
 activation: systemd-socket-activate -l PATH stillora-video-creator
 
@@ -24,9 +31,14 @@ activation: systemd-socket-activate -l PATH stillora-video-creator
   --no-watermark     write it on none
   --files DESCRIPTOR put all files out of its own reach but those of the list
                      in this descriptor, as the program does that starts it
+  --part FIRST/COUNT the photos of a request are some of a movie of COUNT
+                     photos; the first of them has the number FIRST there,
+                     counted from 0, which must be even
+  --piece FILE       frames of a request, made before with --part; several of
+                     these, in their order, are joined in place of the photos
   -h, --help         show this help
   --version          show the version
-)";
+)");
 
 /// Names of strangers cannot do anything to a terminal.
 std::string printable(std::string_view text)
@@ -38,10 +50,10 @@ std::string printable(std::string_view text)
     return result;
 }
 
-ServiceArguments::Answer usageFault(std::string_view what, std::string_view argument)
+ServiceArguments::Answer usageFault(const std::string& fault)
 {
     std::string text = "stillora-video-creator: ";
-    return {text.append(what).append(" ").append(printable(argument)).append("\n").append(kUsage), kUsageStatus};
+    return {text.append(fault).append("\n").append(localized(kUsage)), kUsageStatus};
 }
 
 std::optional<int> descriptorOf(std::string_view text)
@@ -52,6 +64,19 @@ std::optional<int> descriptorOf(std::string_view text)
                                                                                      : std::nullopt;
 }
 
+/// "FIRST/COUNT"
+std::optional<MoviePart> partOf(std::string_view text)
+{
+    MoviePart part;
+    const char* const end = text.data() + text.size();
+    const auto first = std::from_chars(text.data(), end, part.first);
+    if (first.ec != std::errc() || first.ptr == end || *first.ptr != '/')
+        return std::nullopt;
+    const auto count = std::from_chars(first.ptr + 1, end, part.movieCount);
+    const bool isFine = count.ec == std::errc() && count.ptr == end && part.first % 2 == 0;
+    return isFine && part.first < part.movieCount ? std::optional(part) : std::nullopt;
+}
+
 } // namespace
 
 ServiceArguments ServiceArguments::read(const std::vector<std::string_view>& arguments)
@@ -59,21 +84,31 @@ ServiceArguments ServiceArguments::read(const std::vector<std::string_view>& arg
     ServiceArguments result;
     for (auto next = arguments.begin(); next != arguments.end() && !result.answer; ++next) {
         const std::string_view argument = *next;
+        const auto value = [&] { return next + 1 == arguments.end() ? std::string_view() : *++next; };
         if (argument == "--watermark" || argument == "--no-watermark")
             result.drawsWatermark = argument == "--watermark";
         else if (argument == "--help" || argument == "-h")
-            result.answer = Answer{std::string(kUsage).append(kHelp), 0};
+            result.answer = Answer{localized(kUsage).append(localized(kHelp)), 0};
         else if (argument == "--version")
             result.answer = Answer{"stillora-video-creator " SERVICE_VERSION "\n", 0};
         else if (argument == "--files") {
-            const std::string_view number = ++next == arguments.end() ? std::string_view() : *next;
+            const std::string_view number = value();
             result.fileList = descriptorOf(number);
             if (!result.fileList)
-                result.answer = usageFault("--files takes the number of a descriptor, not", number);
-            if (next == arguments.end())
-                break;
+                result.answer =
+                    usageFault(localized("--files takes the number of a descriptor, not {}", {printable(number)}));
+        } else if (argument == "--part") {
+            const std::string_view part = value();
+            result.part = partOf(part);
+            if (!result.part)
+                result.answer = usageFault(
+                    localized("--part takes an even number and a larger one, as 20/100, not {}", {printable(part)}));
+        } else if (argument == "--piece") {
+            result.pieces.emplace_back(value());
+            if (result.pieces.back().empty())
+                result.answer = usageFault(localized("--piece takes a file"));
         } else
-            result.answer = usageFault("there is no option", argument);
+            result.answer = usageFault(localized("there is no option {}", {printable(argument)}));
     }
     return result;
 }

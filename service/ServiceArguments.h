@@ -1,5 +1,7 @@
 #pragma once
 
+#include "video/VideoStageContext.h"
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -18,6 +20,10 @@ struct ServiceArguments {
     std::optional<bool> drawsWatermark = {};
     /// The descriptor of a list of files, where the service is to do without all others.
     std::optional<int> fileList = {};
+    /// Which frames of a larger movie those of the requests are; nothing where they are whole movies.
+    std::optional<MoviePart> part = {};
+    /// Movies in place of the frames of a request, in their order.
+    std::vector<std::string> pieces = {};
     std::optional<Answer> answer = {};
 
     /// @param arguments  those that follow the program's name; of two that contradict each other the last one counts

@@ -1,12 +1,17 @@
 #include "platform/connection/NSXPCConnection.h"
 #include "platform/connection/NSXPCListener.h"
 #include "platform/dispatch/DispatchQueue.h"
+#include "platform/files/NSURL.h"
 #include "platform/foundation/FileDescriptor.h"
 #include "platform/foundation/InstalledFiles.h"
+#include "platform/foundation/LocaleEncoding.h"
+#include "platform/foundation/LocalizedText.h"
 #include "platform/foundation/NSBundle.h"
 #include "platform/foundation/NSLog.h"
+#include "platform/foundation/NSString.h"
 #include "platform/system/FatalErrors.h"
 #include "platform/system/NSProcessInfo.h"
+#include "platform/vips/PictureLibrary.h"
 #include "service/ServiceArguments.h"
 #include "service/ServiceConfinement.h"
 #include "service/ServiceDelegate.h"
@@ -20,6 +25,9 @@
 #include <malloc.h>
 #include <memory>
 #include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -36,20 +44,37 @@ void limitMemory()
 }
 
 /// A service that lives long looks into the user's settings anew for each client.
-ServiceDelegate::CreatorFactory creatorFactory(std::optional<bool> drawsWatermark)
+ServiceDelegate::CreatorFactory creatorFactory(const ServiceArguments& arguments)
 {
-    return [drawsWatermark] {
+    std::vector<platform::NSURL> pieces;
+    for (const std::string& piece : arguments.pieces)
+        pieces.push_back(platform::NSURL::fileURLWithPath(piece, false));
+    return [drawsWatermark = arguments.drawsWatermark, part = arguments.part, pieces = std::move(pieces)] {
         auto creator = std::make_shared<morStilloraVideoCreator>();
         creator->setDrawsWatermark(drawsWatermark ? *drawsWatermark : UserSettings::drawsWatermark().value_or(true));
+        creator->setPart(part);
+        creator->setPieces(pieces);
         return creator;
     };
 }
 
+/// To whoever started the program, in the charset of their terminal. It ends then: for a job, nothing is changed.
+bool tell(const std::string& text, std::FILE* stream)
+{
+    std::setlocale(LC_CTYPE, "");
+    const std::string bytes = platform::encodedForLocale(platform::stringByReplacingInvalidUTF8(text));
+    return std::fputs(bytes.c_str(), stream) >= 0 && std::fflush(stream) == 0;
+}
+
 int give(const ServiceArguments::Answer& answer)
 {
-    std::FILE* const stream = answer.exitStatus == 0 ? stdout : stderr;
-    const bool isWritten = std::fputs(answer.text.c_str(), stream) >= 0 && std::fflush(stream) == 0;
-    return isWritten ? answer.exitStatus : EXIT_FAILURE;
+    return tell(answer.text, answer.exitStatus == 0 ? stdout : stderr) ? answer.exitStatus : EXIT_FAILURE;
+}
+
+int refuse(const std::string& reason)
+{
+    (void)tell("stillora-video-creator: " + reason + "\n", stderr);
+    return EXIT_FAILURE;
 }
 
 } // namespace
@@ -57,19 +82,20 @@ int give(const ServiceArguments::Answer& answer)
 int main(int argc, char** argv)
 {
     platform::holdStandardDescriptors();
+    // What is the user's own is read before anything is given up.
+    std::setlocale(LC_MESSAGES, "");
+    UserSettings::applyLanguage();
+    platform::NSBundle::mainBundle().setLocalizations(
+        platform::installedPlace(platform::InstalledFolder::Shared, "locale"), "stillora");
     const ServiceArguments arguments = ServiceArguments::read({argv + (argc > 0 ? 1 : 0), argv + argc});
     if (arguments.answer)
         return give(*arguments.answer);
     platform::endPlainlyOnFatalErrors("stillora-video-creator");
     limitMemory();
-    // What is the user's own is read before anything is given up.
-    std::setlocale(LC_MESSAGES, "");
-    UserSettings::applyLanguage();
+    platform::settlePictureLibrary();
     platform::NSError error;
-    if (!confineService(arguments.fileList, &error)) {
-        std::fprintf(stderr, "stillora-video-creator: %s\n", error.localizedDescription.c_str());
-        return EXIT_FAILURE;
-    }
+    if (!confineService(arguments.fileList, &error))
+        return refuse(error.localizedDescription);
     // A client that is gone is an error of the write, not the end of the process. A terminal's interrupt is for the
     // client that was started there: it cancels its job and waits for the answer.
     std::signal(SIGPIPE, SIG_IGN);
@@ -77,19 +103,15 @@ int main(int argc, char** argv)
     std::signal(SIGXFSZ, SIG_IGN);
     std::signal(SIGINT, SIG_IGN);
     platform::NSProcessInfo::processInfo().setProcessName("Stillora");
-    platform::NSBundle::mainBundle().setLocalizations(
-        platform::installedPlace(platform::InstalledFolder::Shared, "locale"), "stillora");
 
     platform::NSXPCConnection::startThreads();
-    const auto delegate = std::make_shared<ServiceDelegate>(creatorFactory(arguments.drawsWatermark));
+    const auto delegate = std::make_shared<ServiceDelegate>(creatorFactory(arguments));
     const auto listener = platform::NSXPCListener::serviceListener(&error);
-    if (!listener) {
-        std::fprintf(stderr,
-                     "stillora-video-creator: %s\n"
-                     "It is started by a client, or by socket activation: systemd-socket-activate -l PATH %s\n",
-                     error.localizedDescription.c_str(), program_invocation_short_name);
-        return EXIT_FAILURE;
-    }
+    if (!listener)
+        return refuse(error.localizedDescription + "\n" +
+                      platform::localized(
+                          "It is started by a client, or by socket activation: systemd-socket-activate -l PATH {}",
+                          {program_invocation_short_name}));
     listener->setDelegate(delegate);
     listener->resume();
 

@@ -16,6 +16,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 /// Runs the jobs of one connection, and holds what their stages share. Held by a shared_ptr. Any thread. What it runs
 /// and asks outside itself is virtual, so that its own rules can be driven without photos, sound or a login manager.
@@ -84,6 +85,11 @@ public:
     /// For the frames that are made from now on.
     bool drawsWatermark() const override { return drawsWatermark_; }
     void setDrawsWatermark(bool drawsWatermark) { drawsWatermark_ = drawsWatermark; }
+    /// Both as the process was told when it was started; before the first request.
+    std::optional<MoviePart> part() const override { return part_; }
+    void setPart(std::optional<MoviePart> part) { part_ = part; }
+    std::vector<platform::NSURL> pieces() const override { return pieces_; }
+    void setPieces(std::vector<platform::NSURL> pieces) { pieces_ = std::move(pieces); }
     platform::NSOperationQueue& fbQ() override { return fbQ_; }
     platform::NSOperationQueue& bufferCreationQ() override { return bufferCreationQ_; }
     uint64_t currentNeededPhotoIndex() const override { return currentNeededPhotoIndex_; }
@@ -116,6 +122,8 @@ private:
 
     std::atomic<bool> isCancelled_{false};
     std::atomic<bool> drawsWatermark_{true};
+    std::optional<MoviePart> part_;
+    std::vector<platform::NSURL> pieces_;
     std::atomic<uint64_t> currentNeededPhotoIndex_{0};
     platform::AtomicProperty<platform::NSXPCConnectionPtr> xpcConnection_;
     platform::AtomicProperty<platform::NSURL> destinationURL_;

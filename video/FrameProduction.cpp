@@ -35,17 +35,23 @@ platform::NSImagePtr makeIcon(const CGImagePtr& image, const std::optional<platf
     return platform::NSWorkspace::sharedWorkspace().iconForFile(url ? url->pathExtension() : "");
 }
 
+/// By the frame's place in the whole movie.
+bool getsWatermark(const FrameJob& job)
+{
+    const MoviePart part = job.context.part().value_or(MoviePart{0, job.count});
+    return job.context.drawsWatermark() && carriesWatermark(part.first + job.index, part.movieCount);
+}
+
 void render(const FrameJob& job)
 {
     if (job.context.isCancelled())
         return;
     const auto url = job.photo->photoURL();
-    auto frame =
-        renderPhotoFrame({.photo = url,
-                          .photoSize = job.photo->size(),
-                          .frame = job.frame,
-                          .reduceBorders = job.reduceBorders,
-                          .carriesWatermark = job.context.drawsWatermark() && carriesWatermark(job.index, job.count)});
+    auto frame = renderPhotoFrame({.photo = url,
+                                   .photoSize = job.photo->size(),
+                                   .frame = job.frame,
+                                   .reduceBorders = job.reduceBorders,
+                                   .carriesWatermark = getsWatermark(job)});
     if (!frame)
         return;
     auto icon = makeIcon(frame->picture, url);

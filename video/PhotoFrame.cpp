@@ -2,7 +2,7 @@
 
 #include "platform/decoders/CGImageSource.h"
 #include "platform/faces/CIDetector.h"
-#include "platform/foundation/NSLog.h"
+#include "video/FrameFailure.h"
 #include "video/FramePlacement.h"
 
 #include <cstdint>
@@ -20,18 +20,6 @@ using platform::CVPixelBuffer;
 
 namespace {
 
-constexpr const char* kOperation = "-[morStilloraVideoCreator _fillBufferArrayUsingPhotos:maxVidSize:reduceBorders:]";
-
-constexpr std::string_view kNoSource = "could not instantiate image source for URL: ";
-constexpr std::string_view kNoImage = "img couldn't be created for ";
-constexpr std::string_view kNoBuffer = "pixelbuffer couldn't be created; ";
-
-/// Tells in the log why there is no frame.
-void logFailedFrame(std::string_view reason, std::string_view ofWhat)
-{
-    platform::logFailure(kOperation, std::string(reason).append(ofWhat));
-}
-
 CGSize sizeOf(const CGImage& image)
 {
     return {static_cast<double>(image.width), static_cast<double>(image.height)};
@@ -42,14 +30,14 @@ CGImagePtr makeThumbnail(const PhotoFrameOptions& options)
     const std::string name = options.photo ? options.photo->absoluteString() : "(null)";
     const auto source = options.photo ? CGImageSource::createWithURL(*options.photo) : nullptr;
     if (!source) {
-        logFailedFrame(kNoSource, name);
+        logFrameFailure(FrameFailure::NoSource, name);
         return nullptr;
     }
     auto image = source->createThumbnailAtIndex(
         {.maxPixelSize = thumbnailBound(options.photoSize, options.frame, options.reduceBorders),
          .withTransform = true});
     if (!image)
-        logFailedFrame(kNoImage, name);
+        logFrameFailure(FrameFailure::NoImage, name);
     return image;
 }
 
@@ -83,7 +71,7 @@ std::shared_ptr<CVPixelBuffer> makeBuffer(const PhotoFrameOptions& options)
         status = buffer->lockBaseAddress();
     if (status == platform::kCVReturnSuccess)
         return buffer;
-    logFailedFrame(kNoBuffer, std::to_string(status));
+    logFrameFailure(FrameFailure::NoBuffer, std::to_string(status));
     return nullptr;
 }
 
@@ -134,16 +122,4 @@ std::optional<PhotoFrame> renderPhotoFrame(const PhotoFrameOptions& options)
         drawWatermark(context, options.frame);
     buffer.unlockBaseAddress();
     return result;
-}
-
-std::optional<std::string> photoOfFailedFrame(std::string_view logLine)
-{
-    const std::string start = std::string(kOperation) + " - ";
-    if (!logLine.starts_with(start))
-        return std::nullopt;
-    logLine.remove_prefix(start.size());
-    for (const std::string_view reason : {kNoSource, kNoImage})
-        if (logLine.starts_with(reason))
-            return std::string(logLine.substr(reason.size()));
-    return logLine.starts_with(kNoBuffer) ? std::optional<std::string>("") : std::nullopt;
 }

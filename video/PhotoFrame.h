@@ -47,8 +47,3 @@ platform::TextAttributes watermarkAttributes(double frameHeight);
 /// Decodes, places and draws a photo. What goes wrong is logged as frame production's own. Any thread.
 /// @return nothing if the photo cannot be shown
 std::optional<PhotoFrame> renderPhotoFrame(const PhotoFrameOptions& options);
-
-/// Whether a line of a process's log tells that `renderPhotoFrame` gave nothing.
-/// @return the photo's address as a text, empty where it was not the photo's fault; nothing if the line tells something
-/// else
-std::optional<std::string> photoOfFailedFrame(std::string_view logLine);

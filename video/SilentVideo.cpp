@@ -12,6 +12,7 @@
 #include "platform/writer/AVAssetWriterInputPixelBufferAdaptor.h"
 #include "video/FrameProduction.h"
 #include "video/MovieTitle.h"
+#include "video/PieceJoining.h"
 #include "video/VideoSize.h"
 
 #include <algorithm>
@@ -36,6 +37,12 @@ constexpr const char* kOperation = "-[morStilloraVideoCreator "
 /// The longest waits between two looks; what is waited for ends them at once.
 constexpr double kStatusPollSeconds = 0.5;
 constexpr double kFramePollSeconds = 0.01;
+
+/// In seconds since the reference date.
+double now()
+{
+    return platform::NSDate::date().timeIntervalSinceReferenceDate;
+}
 
 platform::CMTime timeOfFrame(uint64_t index, double durationPerPhoto)
 {
@@ -63,6 +70,25 @@ void waitForFirstFrames(const VideoStageContext& context)
     }
 }
 
+void reportRendering(StageContext& context, uint64_t index, uint64_t photoCount, platform::NSImagePtr icon,
+                     double secondsLeft)
+{
+    const auto progress = static_cast<double>(index + 1);
+    const auto total = static_cast<double>(photoCount);
+    context.queueProgress(
+        [&context, icon = std::move(icon), progress, total, secondsLeft]() mutable -> std::optional<ProgressUpdate> {
+            if (context.isCancelled())
+                return std::nullopt;
+            context.fbQ().cancelAllOperations();
+            return ProgressUpdate{.title = "VideoCreationTitleRenderingVideo",
+                                  .image = std::exchange(icon, nullptr),
+                                  .determinate = true,
+                                  .progress = progress,
+                                  .total = total,
+                                  .timeInterval = secondsLeft};
+        });
+}
+
 void reportWriting(StageContext& context)
 {
     context.queueProgress([]() -> std::optional<ProgressUpdate> {
@@ -81,7 +107,7 @@ public:
                 double durationPerPhoto, RemainingTimeEstimate estimate)
         : context_(context), writer_(std::move(writer)), input_(adaptor->assetWriterInput()),
           adaptor_(std::move(adaptor)), photoCount_(photoCount), durationPerPhoto_(durationPerPhoto),
-          estimate_(estimate), startTime_(platform::NSDate::date().timeIntervalSinceReferenceDate)
+          estimate_(estimate), startTime_(now())
     {}
 
     /// What the input's block does.
@@ -103,7 +129,8 @@ public:
         isClosed_ = true;
     }
 
-    double secondsSinceStart() const { return platform::NSDate::date().timeIntervalSinceReferenceDate - startTime_; }
+    /// In seconds since the reference date.
+    double startTime() const { return startTime_; }
 
 private:
     /// @return whether to go on with the next pass
@@ -128,8 +155,8 @@ private:
             abandon();
             return false;
         }
-        reportRendering(index, std::move(record->icon),
-                        estimate_.secondsLeftAfter(index, record->readBytes, secondsSinceStart()));
+        reportRendering(context_, index, photoCount_, std::move(record->icon),
+                        estimate_.secondsLeftAfter(index, record->readBytes, now() - startTime_));
         if (index + 1 == photoCount_) {
             reportWriting(context_);
             input_->markAsFinished();
@@ -147,25 +174,6 @@ private:
         (void)platform::NSFileManager::defaultManager().removeItemAtURL(writer_->outputURL());
     }
 
-    void reportRendering(uint64_t index, platform::NSImagePtr icon, double secondsLeft)
-    {
-        StageContext& context = context_;
-        const auto progress = static_cast<double>(index + 1);
-        const auto total = static_cast<double>(photoCount_);
-        context.queueProgress([&context, icon = std::move(icon), progress, total,
-                               secondsLeft]() mutable -> std::optional<ProgressUpdate> {
-            if (context.isCancelled())
-                return std::nullopt;
-            context.fbQ().cancelAllOperations();
-            return ProgressUpdate{.title = "VideoCreationTitleRenderingVideo",
-                                  .image = std::exchange(icon, nullptr),
-                                  .determinate = true,
-                                  .progress = progress,
-                                  .total = total,
-                                  .timeInterval = secondsLeft};
-        });
-    }
-
     VideoStageContext& context_;
     const std::shared_ptr<AVAssetWriter> writer_;
     const std::shared_ptr<AVAssetWriterInput> input_;
@@ -179,6 +187,61 @@ private:
     bool isClosed_ GUARDED_BY(lock_) = false;
     const double startTime_;
 };
+
+void waitForEnd(const AVAssetWriter& writer)
+{
+    AVAssetWriterStatus status = writer.status();
+    while (status == AVAssetWriterStatus::Writing)
+        status = writer.waitWhileWriting(kStatusPollSeconds);
+}
+
+/// Of a writer that has come to its end.
+/// @return the movie; null, with the context cancelled, where there is none
+platform::AVURLAssetPtr finishedVideo(VideoStageContext& context, const AVAssetWriter& writer, double startTime,
+                                      NSError* error)
+{
+    if (writer.status() == AVAssetWriterStatus::Completed) {
+        platform::NSLog("*!!* raw video file creation took " + platform::stringWithSixDecimals(now() - startTime) +
+                        " seconds");
+        return platform::AVURLAsset::URLAssetWithURL(writer.outputURL());
+    }
+    // Cancelled, or failed: the writer has logged why, and the client is told that the job was cancelled.
+    if (error && writer.error())
+        *error = {};
+    context.setIsCancelled(true);
+    return nullptr;
+}
+
+/// The picture track of pieces that others have made, with the times and the header that it would have had here.
+platform::AVURLAssetPtr joinedVideo(VideoStageContext& context, AVAssetWriter& writer, AVAssetWriterInput& input,
+                                    const std::vector<NSURL>& pieces, const PhotoList& photos, double durationPerPhoto,
+                                    RemainingTimeEstimate estimate, NSError* error)
+{
+    const double startTime = now();
+    const auto timeOf = [&](uint64_t index) { return timeOfFrame(index, durationPerPhoto); };
+    const auto appended = [&](uint64_t index) {
+        reportRendering(context, index, photos.size(), nullptr,
+                        estimate.secondsLeftAfter(index, photos[index]->fileSize(), now() - startTime));
+    };
+    NSError reason;
+    if (!appendPieces(context, input, pieces, photos.size(), timeOf, appended, &reason)) {
+        writer.cancelWriting();
+    } else {
+        reportWriting(context);
+        input.markAsFinished();
+        writer.finishWritingWithCompletionHandler([] {});
+    }
+    waitForEnd(writer);
+    auto video = finishedVideo(context, writer, startTime, error);
+    if (video && !hasHeaderOfPiece(video->URL(), pieces.front(), &reason)) {
+        (void)platform::NSFileManager::defaultManager().removeItemAtURL(video->URL());
+        context.setIsCancelled(true);
+        video = nullptr;
+    }
+    if (reason != NSError())
+        platform::logFailure(kOperation, reason.localizedDescription);
+    return video;
+}
 
 PhotoList without(PhotoList photos, const PhotoList& failedPhotos)
 {
@@ -248,6 +311,9 @@ platform::AVURLAssetPtr videoWithPhotos(VideoStageContext& context, const PhotoL
     (void)writer->startWriting();
     writer->startSessionAtSourceTime(platform::kCMTimeZero);
 
+    const RemainingTimeEstimate estimate(processorCount, photosToWrite.size(), totalFileSize);
+    if (const auto pieces = context.pieces(); !pieces.empty())
+        return joinedVideo(context, *writer, *input, pieces, photosToWrite, durationPerPhoto, estimate, error);
     const auto adaptor = std::make_shared<AVAssetWriterInputPixelBufferAdaptor>(input);
     context.setPixelBufferAdaptor(adaptor);
     context.setCurrentNeededPhotoIndex(0);
@@ -256,27 +322,14 @@ platform::AVURLAssetPtr videoWithPhotos(VideoStageContext& context, const PhotoL
 
     context.fbQ().cancelAllOperations();
     const auto feeder =
-        std::make_shared<FrameFeeder>(context, writer, adaptor, photosToWrite.size(), durationPerPhoto,
-                                      RemainingTimeEstimate(processorCount, photosToWrite.size(), totalFileSize));
+        std::make_shared<FrameFeeder>(context, writer, adaptor, photosToWrite.size(), durationPerPhoto, estimate);
     input->requestMediaDataWhenReadyOnQueue(videoWritingQueue(), [feeder] { feeder->feed(); });
 
-    AVAssetWriterStatus status = writer->status();
-    while (status == AVAssetWriterStatus::Writing)
-        status = writer->waitWhileWriting(kStatusPollSeconds);
+    waitForEnd(*writer);
     feeder->close();
     context.setImageBuffers(nullptr);
     context.setPixelBufferAdaptor(nullptr);
-
-    if (status == AVAssetWriterStatus::Completed) {
-        platform::NSLog("*!!* raw video file creation took " +
-                        platform::stringWithSixDecimals(feeder->secondsSinceStart()) + " seconds");
-        return platform::AVURLAsset::URLAssetWithURL(writer->outputURL());
-    }
-    // Cancelled, or failed: the writer has logged why, and the client is told that the job was cancelled.
-    if (error && writer->error())
-        *error = {};
-    context.setIsCancelled(true);
-    return nullptr;
+    return finishedVideo(context, *writer, feeder->startTime(), error);
 }
 
 const std::shared_ptr<DispatchQueue>& videoWritingQueue()

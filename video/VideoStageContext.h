@@ -9,10 +9,20 @@
 #include "util/StageContext.h"
 #include "video/FrameList.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <utility>
+#include <vector>
+
+/// Some frames of a movie, made by themselves.
+struct MoviePart {
+    /// Where the first of them stands in the movie. Even, so that neighbouring key frames differ at the joints, too.
+    size_t first = 0;
+    /// Frames of the whole movie.
+    size_t movieCount = 0;
+};
 
 /// What the video stages of one creator share besides.
 class VideoStageContext : public StageContext {
@@ -22,6 +32,12 @@ public:
 
     /// Whether the frames that are to carry the watermark get it.
     virtual bool drawsWatermark() const { return true; }
+
+    /// Which frames of a larger movie a request's are; nothing where they are all of it.
+    virtual std::optional<MoviePart> part() const { return std::nullopt; }
+
+    /// Movies that together hold the coded frames of a request, in their order; empty where its frames are made here.
+    virtual std::vector<platform::NSURL> pieces() const { return {}; }
 
     /// The queue that renders frames.
     virtual platform::NSOperationQueue& bufferCreationQ() = 0;

@@ -142,7 +142,7 @@ Parsed<CommandArguments> CommandArguments::read(std::string_view form, const std
     std::string fault;
     const std::string command(form.substr(0, form.find(' ')));
     if (ArgumentReader(commandForm(form), arguments).read(result, fault))
-        return CommandLineAnswer{helpOf(command), kExitDone};
+        return CommandLineAnswer{helpOf(command, helpColumns()), kExitDone};
     if (!fault.empty())
         return usageError(fault, command);
     return result;

@@ -21,7 +21,7 @@ Parsed<CommandCall> parseCommandLine(const std::vector<std::string>& arguments)
         return usageError(localized("a command is missing"));
     const std::string& name = arguments.front();
     if (name == "--help" || name == "-h" || name == "help")
-        return CommandLineAnswer{generalHelp(), kExitDone};
+        return CommandLineAnswer{generalHelp(helpColumns()), kExitDone};
     if (name == "--version")
         return CommandLineAnswer{"stillora " STILLORA_VERSION "\n", kExitDone};
     const auto command =

@@ -1,6 +1,7 @@
 #include "client/command/CommandOutput.h"
 
 #include "client/DataBytes.h"
+#include "client/FileReader.h"
 #include "client/LocalizedText.h"
 #include "platform/faces/CIDetectorModule.h"
 #include "platform/files/NSFileManager.h"
@@ -78,6 +79,12 @@ int CommandOutput::fail(ExitStatus status, const std::string& complaint, const s
     JSONWriter result;
     result.add("ok", false).add("cancelled", false).addNull(wish_.product).add("error", reason);
     return writeResult(result.addAll(details), status);
+}
+
+std::optional<int> CommandOutput::failWithoutReader(const std::function<bool()>& goesOn)
+{
+    const auto fault = FileReader::shared().fault(goesOn);
+    return fault ? std::optional(fail(kExitNoService, fault->message)) : std::nullopt;
 }
 
 int CommandOutput::stopped(int signal)

@@ -6,6 +6,8 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <functional>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -52,6 +54,9 @@ public:
     /// @name The ends of a command: each tells it, and returns the program's exit status
     /// @{
     int fail(ExitStatus status, const std::string& reason) { return fail(status, reason, reason, {}); }
+    /// Where no file can be read at all, which is then told once and not of each file; else nothing.
+    /// @param goesOn  false ends the wait for what reads them
+    std::optional<int> failWithoutReader(const std::function<bool()>& goesOn = {});
     /// @param signal  what the user has stopped it with
     int stopped(int signal);
     /// @param path  of what was made

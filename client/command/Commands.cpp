@@ -1,4 +1,5 @@
 #include "client/command/AppsCommand.h"
+#include "client/command/BatchCommand.h"
 #include "client/command/Command.h"
 #include "client/command/ConvertCommand.h"
 #include "client/command/CreateCommand.h"
@@ -17,6 +18,7 @@ const std::vector<Command>& commands()
     static const std::vector<Command> all{
         {"create", runParsed<CreateOptions, parseCreate, runCreateCommand>},
         {"document", runDocumentCommand},
+        {"batch", runParsed<BatchOptions, parseBatch, runBatchCommand>},
         {"frame", runParsed<FrameOptions, parseFrame, runFrameCommand>},
         {"info", runParsed<InfoOptions, parseInfo, runInfoCommand>},
         {"waveform", runParsed<WaveformOptions, parseWaveform, runWaveformCommand>},

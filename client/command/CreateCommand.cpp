@@ -7,6 +7,7 @@
 #include "client/LocalizedText.h"
 #include "client/command/DocumentCommand.h"
 #include "client/command/MovieCommand.h"
+#include "client/command/MoviePreparation.h"
 #include "client/command/Operands.h"
 #include "client/command/RememberedSettings.h"
 
@@ -31,36 +32,9 @@ std::string noPhotosIn(const std::vector<std::filesystem::path>& places)
 /// The movie of a document, to which nothing is added.
 int renderDocument(const std::filesystem::path& document, const CreateOptions& options)
 {
-    const auto refuse = [](const std::string& fault) { return give(usageError(fault, "create")); };
-    const std::string& name = document.native();
-    if (options.photos.size() > 1 || !options.sounds.empty())
-        return refuse(localized("{} is a document, and its movie has no other photos and sounds; \"stillora document "
-                                "add\" adds them to it",
-                                name));
-    if (options.loopsSounds || options.fitsMusic || !options.fillsSilence || options.reducesBorders)
-        return refuse(localized("{} is a document, which itself says whether sounds are repeated or fitted, silence is "
-                                "added and borders are reduced",
-                                name));
-    if (options.order.sort != PhotoSort::AsGiven || options.order.isReversed ||
-        options.innerFolders != InnerFolders::PassedOver)
-        return refuse(localized("{} is a document, which itself has the order of its photos", name));
+    if (const std::string fault = faultOfDocumentMovie(document, options); !fault.empty())
+        return give(usageError(fault, "create"));
     return runDocumentRender({.document = document.native(), .movie = options});
-}
-
-/// Sounds that stand among the photos are heard before those of --soundtrack.
-void takeOutSounds(CreateOptions& options)
-{
-    std::vector<std::filesystem::path> photos;
-    std::vector<SoundArgument> sounds;
-    for (std::filesystem::path& argument : options.photos) {
-        if (auto sound = soundOperand(argument.native()))
-            sounds.push_back(*std::move(sound));
-        else
-            photos.push_back(std::move(argument));
-    }
-    std::ranges::move(options.sounds, std::back_inserter(sounds));
-    options.photos = std::move(photos);
-    options.sounds = std::move(sounds);
 }
 
 CommandOutput::Wish outputOf(const CreateOptions& options)
@@ -90,6 +64,8 @@ int runCreateCommand(const CreateOptions& given)
     MovieCommand command(outputOf(options));
     for (const std::string& fault : RememberedSettings::complete(options))
         command.note(fault);
+    if (const auto status = command.failWithoutReader([&] { return !command.isCancelled(); }))
+        return *status;
     PhotoListing listing = listPhotos(options.photos, FolderSounds::PassedOver, options.innerFolders);
     for (const std::string& text : listing.notes)
         command.passOver(text);

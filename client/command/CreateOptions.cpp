@@ -206,10 +206,15 @@ std::string readMovieOptions(const CommandArguments& arguments, CreateOptions& o
     options.order.isReversed = arguments.has("reverse");
     if (arguments.has("recursive"))
         options.innerFolders = InnerFolders::Listed;
+    return faultOfFitting(options, {"--fit-music", "--loop", "--seconds"});
+}
+
+std::string faultOfFitting(const CreateOptions& options, const FittingNames& names)
+{
     if (options.fitsMusic && options.loopsSounds)
-        return localized("--fit-music leaves nothing to --loop");
+        return localized("{} leaves nothing to {}", names.fitMusic, names.loop);
     if (options.fitsMusic && options.seconds)
-        return localized("--fit-music chooses the seconds itself, without --seconds");
+        return localized("{} chooses the seconds itself, without {}", names.fitMusic, names.seconds);
     return {};
 }
 
@@ -228,9 +233,9 @@ MovieSettings settingsOf(const CreateOptions& options)
     return settings;
 }
 
-std::string faultOfMissingSound(const CreateOptions& options)
+std::string faultOfMissingSound(const CreateOptions& options, const FittingNames& names)
 {
-    return localized("{} needs a sound", options.loopsSounds ? "--loop" : "--fit-music");
+    return localized("{} needs a sound", options.loopsSounds ? names.loop : names.fitMusic);
 }
 
 Parsed<CreateOptions> parseCreate(const std::vector<std::string>& arguments)

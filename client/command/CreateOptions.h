@@ -58,13 +58,24 @@ MovieSettings settingsOf(const CreateOptions& options);
 std::string readMovieOptions(const CommandArguments& arguments, CreateOptions& options);
 
 /// Reads the value of one option of these. Returns what is wrong, or nothing.
-/// @param option  "seconds", "quality", "codec", "title", "soundtrack", "save" or "sort"
+/// @param option  "seconds", "quality", "codec", "title", "soundtrack", "save", "sort" or "output"
 /// @param name    how it is called where that was given, for the sentence that says what is wrong
 std::string readMovieOption(std::string_view option, const std::string& text, CreateOptions& options,
                             std::string_view name);
 
+/// How options are called where they were given, for sentences.
+struct FittingNames {
+    std::string_view fitMusic;
+    std::string_view loop;
+    std::string_view seconds;
+};
+
+/// What of the options contradicts that pictures and music end together; empty if nothing does.
+std::string faultOfFitting(const CreateOptions& options, const FittingNames& names);
+
 /// What is wrong where sounds are wanted and none was given.
-std::string faultOfMissingSound(const CreateOptions& options);
+std::string faultOfMissingSound(const CreateOptions& options,
+                                const FittingNames& names = {"--fit-music", "--loop", "--seconds"});
 
 /// Reads the arguments of `stillora create`. Touches no file.
 Parsed<CreateOptions> parseCreate(const std::vector<std::string>& arguments);

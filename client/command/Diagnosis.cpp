@@ -2,6 +2,7 @@
 
 #include <stillora/Photos.h>
 
+#include "client/FileReader.h"
 #include "client/FileReason.h"
 #include "client/LocalizedText.h"
 #include "client/ServiceConnection.h"
@@ -9,17 +10,15 @@
 #include "client/Text.h"
 #include "client/command/PictureSamples.h"
 #include "client/command/RememberedSettings.h"
+#include "client/reader/Questions.h"
 #include "platform/faces/CIDetectorModule.h"
 #include "platform/files/NSFileManager.h"
 #include "platform/files/NSUserDefaults.h"
 #include "platform/foundation/FileDescriptor.h"
 #include "platform/foundation/InstalledFiles.h"
 #include "platform/foundation/NSString.h"
-#include "platform/graphics/TextRenderer.h"
-#include "platform/libav/MediaCodecs.h"
 #include "platform/system/IOPMAssertion.h"
 #include "util/UserSettings.h"
-#include "video/PhotoFrame.h"
 
 #include <algorithm>
 #include <array>
@@ -85,13 +84,49 @@ struct Codec {
     Need need;
 };
 
-std::vector<Finding> encoders()
+constexpr std::array<Codec, 3> kEncoders{{
+    {"encoder.h264", translatable("H.264 encoder"), "libx264", Need::Needed},
+    {"encoder.hevc", translatable("HEVC encoder"), "libx265", Need::Optional},
+    {"encoder.prores", translatable("ProRes encoder"), "prores_ks", Need::Optional},
+}};
+
+/// What the program says that is to work with files, of the same libraries as the service.
+Result<Abilities> abilities(bool asksForFaces)
 {
-    constexpr std::array<Codec, 3> kEncoders{{
-        {"encoder.h264", translatable("H.264 encoder"), "libx264", Need::Needed},
-        {"encoder.hevc", translatable("HEVC encoder"), "libx265", Need::Optional},
-        {"encoder.prores", translatable("ProRes encoder"), "prores_ks", Need::Optional},
-    }};
+    AbilitiesQuestion question;
+    for (const Codec& codec : kEncoders)
+        question.encoders.emplace_back(codec.library);
+    question.decoders = {"aac", "alac", "flac", "mp3float", "opus", "pcm_s16le", "vorbis"};
+    question.asksForFaces = asksForFaces;
+    return FileReader::shared().ask(question);
+}
+
+Finding reader(const Result<Abilities>& found)
+{
+    Finding finding{.identifier = "reader", .name = localized("program that reads files"), .package = "stillora"};
+    if (found)
+        return finding;
+    finding.state = found.error().code == ErrorCode::ServiceNotFound ? State::Missing : State::Broken;
+    finding.detail = found.error().message;
+    return finding;
+}
+
+/// Whether the kernel can keep what reads files from all else.
+Finding confinement(const Abilities& found)
+{
+    Finding finding{.identifier = "confinement",
+                    .name = localized("keeping what reads files from all else"),
+                    .need = Need::Optional};
+    for (const std::string& lack : found.lacksOfConfinement) {
+        const std::string sentence = localized(lack.c_str());
+        finding.detail = finding.detail.empty() ? sentence : fmt::format("{}; {}", finding.detail, sentence);
+        finding.state = State::Missing;
+    }
+    return finding;
+}
+
+std::vector<Finding> encoders(const Abilities& found)
+{
     std::vector<Finding> findings;
     for (const Codec& codec : kEncoders) {
         Finding& finding = findings.emplace_back(Finding{.identifier = codec.identifier,
@@ -99,7 +134,7 @@ std::vector<Finding> encoders()
                                                          .need = codec.need,
                                                          .detail = codec.library,
                                                          .package = "libavcodec59"});
-        if (platform::hasEncoder(codec.library))
+        if (std::ranges::find(found.missingEncoders, codec.library) == found.missingEncoders.end())
             continue;
         finding.state = State::Missing;
         finding.detail = localized("the linked FFmpeg was built without {}", codec.library);
@@ -112,19 +147,15 @@ std::vector<Finding> encoders()
     return findings;
 }
 
-Finding soundDecoders()
+Finding soundDecoders(const Abilities& found)
 {
     Finding finding{.identifier = "decoders.sound", .name = localized("sound decoders"), .package = "libavcodec59"};
-    std::vector<std::string> missing;
-    for (const char* decoder : {"aac", "alac", "flac", "mp3float", "opus", "pcm_s16le", "vorbis"})
-        if (!platform::hasDecoder(decoder))
-            missing.emplace_back(decoder);
-    if (missing.empty()) {
+    if (found.missingDecoders.empty()) {
         finding.detail = "MP3, AAC, ALAC, FLAC, Vorbis, Opus, PCM";
         return finding;
     }
     finding.state = State::Missing;
-    finding.detail = localized("the linked FFmpeg was built without {}", fmt::join(missing, ", "));
+    finding.detail = localized("the linked FFmpeg was built without {}", fmt::join(found.missingDecoders, ", "));
     return finding;
 }
 
@@ -165,9 +196,8 @@ std::vector<Finding> pictureFormats(const ScratchFolder& scratch)
     for (const PictureSample& sample : pictureSamples()) {
         const std::string file = fmt::format("{}/sample.{}", scratch.path(), sample.extension);
         const std::string bytes = sample.bytes();
-        Finding& finding = findings.emplace_back(Finding{.identifier = sample.identifier,
-                                                         .name = localized("{} pictures", sample.format),
-                                                         .package = sample.package});
+        Finding& finding = findings.emplace_back(
+            Finding{.identifier = sample.identifier, .name = localized(sample.name), .package = sample.package});
         std::ofstream stream(file, std::ios::binary);
         stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
         if (!stream.flush()) {
@@ -184,26 +214,29 @@ std::vector<Finding> pictureFormats(const ScratchFolder& scratch)
     return findings;
 }
 
-Finding font()
+Finding font(const Abilities& found)
 {
     Finding finding{.identifier = "font", .name = localized("font of the watermark"), .package = "fonts-liberation"};
-    if (platform::hasFontFor("Stillora", watermarkAttributes(720)))
+    if (found.hasFontOfWatermark)
         return finding;
     finding.state = State::Missing;
     finding.detail = localized("no font has letters");
     return finding;
 }
 
-Finding faces()
+std::optional<std::string> missingFileOfFaces()
 {
-    using platform::CIDetectorModule;
+    return platform::CIDetectorModule::missingFile(platform::CIDetectorModule::standardPaths());
+}
+
+Finding faces(const Abilities& found)
+{
     Finding finding{
         .identifier = "faces", .name = localized("face detector"), .need = Need::Optional, .package = "stillora-faces"};
-    const auto paths = CIDetectorModule::standardPaths();
-    if (const auto file = CIDetectorModule::missingFile(paths)) {
+    if (const auto file = missingFileOfFaces()) {
         finding.state = State::Missing;
         finding.detail = localized("{} is not there; photos are cropped around their middle", *file);
-    } else if (!CIDetectorModule::moduleWithPaths(paths)->makeDetector()) {
+    } else if (!found.findsFaces) {
         finding.state = State::Broken;
         finding.detail = localized("the detector or its model cannot be loaded");
     }
@@ -328,6 +361,8 @@ Finding units()
             finding.detail = folder;
             if (!hasDropIns() && !canMakeUserNamespace()) {
                 finding.state = State::Broken;
+                // They are installed; more of the same would change nothing.
+                finding.package = {};
                 finding.detail = localized("this system forbids user namespaces, without which {} cannot start the "
                                            "service; {} is a drop-in that "
                                            "does without them",
@@ -368,11 +403,19 @@ std::vector<Finding> diagnose()
         findings.insert(findings.end(), std::make_move_iterator(more.begin()), std::make_move_iterator(more.end()));
     };
     const std::string temporary = platform::NSTemporaryDirectory();
-    add(encoders());
-    add({soundDecoders()});
+    const Result<Abilities> found = abilities(!missingFileOfFaces());
+    add({reader(found)});
+    // Without it nothing of these is known, and no movie can be made.
+    if (found) {
+        add(encoders(*found));
+        add({soundDecoders(*found)});
+    }
     const ScratchFolder scratch(temporary);
-    add(pictureFormats(scratch));
-    add({font(), faces(), folder("folder.save", localized("save folder"), saveFolder()), diskSpace(saveFolder()),
+    if (found) {
+        add(pictureFormats(scratch));
+        add({font(*found), faces(*found), confinement(*found)});
+    }
+    add({folder("folder.save", localized("save folder"), saveFolder()), diskSpace(saveFolder()),
          folder("folder.temporary", localized("folder for temporary files"), temporary),
          folder("folder.settings", localized("folder for settings"), configurationFolder()), sleepInhibition(), units(),
          translations()});

@@ -13,6 +13,7 @@
 #include "client/command/DocumentOptions.h"
 #include "client/command/HelpText.h"
 #include "client/command/MovieCommand.h"
+#include "client/command/MoviePreparation.h"
 #include "client/command/Operands.h"
 #include "client/command/RememberedSettings.h"
 #include "client/command/Suggestion.h"
@@ -152,6 +153,8 @@ int runNew(const DocumentFillOptions& given)
     MovieCommand command(outputOf(options.movie, "document"));
     if (!read)
         return command.fail(kExitBadInput, read.error().message);
+    if (const auto missing = command.failWithoutReader([&] { return !command.isCancelled(); }))
+        return *missing;
     auto document = Document::create(options.document);
     if (!document)
         return command.fail(kExitFailed, document.error().message);
@@ -169,6 +172,8 @@ int runAdd(const DocumentFillOptions& given)
     MovieCommand command(outputOf(options.movie, "document"));
     if (!read)
         return command.fail(kExitBadInput, read.error().message);
+    if (const auto missing = command.failWithoutReader([&] { return !command.isCancelled(); }))
+        return *missing;
     int status = kExitDone;
     auto document = openForChange(options.document, command, status);
     if (!document)
@@ -224,6 +229,8 @@ int runCheck(const DocumentLookOptions& options)
     if (!document)
         return failToOpen(options, document.error());
     MovieCommand command(outputOf(false, options.isQuiet || options.isJSON, "check"));
+    if (const auto missing = command.failWithoutReader([&] { return !command.isCancelled(); }))
+        return *missing;
     const CheckedDocument checked =
         checkDocument(*document, [&](size_t done) { return command.photosChecked(done, document->photos().size()); });
     command.clearProgress();
@@ -258,24 +265,6 @@ int runCheck(const DocumentLookOptions& options)
     return status;
 }
 
-MovieSettings settingsFor(const Document& document, const CreateOptions& options)
-{
-    MovieSettings settings = document.settings();
-    if (options.seconds) {
-        settings.timePerPhoto = *options.seconds;
-        settings.fitsMusic = false;
-    }
-    if (options.isQualityGiven)
-        settings.quality = options.quality;
-    if (options.isCodecGiven)
-        settings.codec = options.codec;
-    if (options.title)
-        settings.title = options.title;
-    if (options.watermark != Watermark::Usual)
-        settings.watermark = options.watermark;
-    return settings;
-}
-
 } // namespace
 
 int runDocumentRender(const DocumentRenderOptions& options)
@@ -291,7 +280,8 @@ int runDocumentRender(const DocumentRenderOptions& options)
         return command.fail(kExitUsage, localized("the movie cannot have the document's name, which {}; give it a "
                                                   "name with --title",
                                                   *fault));
-
+    if (const auto missing = command.failWithoutReader([&] { return !command.isCancelled(); }))
+        return *missing;
     CheckedDocument checked =
         checkDocument(*document, [&](size_t done) { return command.photosChecked(done, document->photos().size()); });
     command.clearProgress();
@@ -366,7 +356,7 @@ int runDocumentCommand(const std::vector<std::string>& arguments)
             usageError(localized("document new, add, remove, move, sort, set, list, check or render?"), "document"));
     const std::string& name = arguments.front();
     if (name == "--help" || name == "-h" || name == "help")
-        return give({helpOf("document"), kExitDone});
+        return give({helpOf("document", helpColumns()), kExitDone});
     const auto verb = std::find_if(kVerbs.begin(), kVerbs.end(), [&](const Verb& each) { return each.name == name; });
     if (verb == kVerbs.end()) {
         std::vector<std::string> names;

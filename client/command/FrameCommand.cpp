@@ -48,6 +48,8 @@ int runFrameCommand(const FrameOptions& options)
 {
     CommandOutput output({});
     const auto fail = [&](ExitStatus status, const std::string& reason) { return output.fail(status, reason); };
+    if (const auto missing = output.failWithoutReader())
+        return *missing;
     const CheckedPhotos checked = checkPhotos({{options.photo, PhotoCandidate::Origin::Named}});
     if (checked.good.empty())
         return fail(kExitBadInput, checked.bad.empty()

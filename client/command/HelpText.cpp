@@ -8,12 +8,15 @@
 #include <utility>
 
 #include <fmt/format.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 namespace stillora {
 
 namespace {
 
-constexpr int kColumns = 80;
+/// Narrower ones break the lines themselves.
+constexpr int kLeastColumns = 40;
 /// Where what an option does begins.
 constexpr int kOptionColumn = 21;
 /// Where what a command does begins.
@@ -26,8 +29,29 @@ std::string blanks(int count)
     return std::string(static_cast<size_t>(std::max(count, 0)), ' ');
 }
 
-/// The words in lines that begin at a column, after what stands on the first line already.
-std::string wrapped(const std::string& label, const std::string& help, int column)
+/// Writes for a terminal of so many columns.
+class HelpWriter final {
+public:
+    explicit HelpWriter(int columns) : columns_(std::clamp(columns, kLeastColumns, kHelpColumns)) {}
+
+    std::string helpOf(const CommandText& command) const;
+    std::string generalHelp() const;
+
+private:
+    std::string wrapped(const std::string& label, const std::string& help, int column, int hanging = 0) const;
+    std::string lineOf(const Option& option) const;
+    std::string optionsOf(const CommandText& command) const;
+    std::string usageOf(const CommandText& command) const;
+    std::string verbsOf(const CommandText& command) const;
+    std::string aboutOf(const CommandText& command) const;
+    std::string statusesOf(const CommandText& command) const;
+
+    const int columns_;
+};
+
+/// The words in lines that begin at a column, after what stands on the first line already; those after the first line
+/// so much further to the right.
+std::string HelpWriter::wrapped(const std::string& label, const std::string& help, int column, int hanging) const
 {
     const std::string shown = platform::representableInLocale(help);
     std::string_view text = shown;
@@ -43,9 +67,9 @@ std::string wrapped(const std::string& label, const std::string& help, int colum
     while (!text.empty()) {
         const std::string_view word = text.substr(0, text.find(' '));
         text.remove_prefix(std::min(text.size(), word.size() + 1));
-        if (!isFirst && displayWidth(line) + 1 + displayWidth(word) > kColumns) {
+        if (!isFirst && displayWidth(line) + 1 + displayWidth(word) > columns_) {
             result += line + "\n";
-            line = blanks(column);
+            line = blanks(column + hanging);
             isFirst = true;
         }
         line += (isFirst ? "" : " ");
@@ -55,7 +79,7 @@ std::string wrapped(const std::string& label, const std::string& help, int colum
     return result + line + "\n";
 }
 
-std::string lineOf(const Option& option)
+std::string HelpWriter::lineOf(const Option& option) const
 {
     std::string label = "  ";
     if (option.letter != 0)
@@ -66,7 +90,7 @@ std::string lineOf(const Option& option)
     return wrapped(label, option.help, kOptionColumn);
 }
 
-std::string optionsOf(const CommandText& command)
+std::string HelpWriter::optionsOf(const CommandText& command) const
 {
     std::string text;
     for (const OptionGroup& group : optionGroups(command)) {
@@ -82,18 +106,22 @@ const CommandText& commandNamed(std::string_view name)
     return *std::ranges::find(commandTexts(), name, &CommandText::name);
 }
 
-std::string usageOf(const CommandText& command)
+std::string HelpWriter::usageOf(const CommandText& command) const
 {
+    constexpr int kHanging = 4;
     const std::string usage = localized("Usage:");
     std::string text;
     for (const CommandForm& form : command.forms)
-        text += fmt::format("{} stillora {}{} {}{}\n", text.empty() ? usage : blanks(displayWidth(usage)), command.name,
-                            form.verb.empty() ? "" : fmt::format(" {}", form.verb), form.operands,
-                            form.options.empty() ? "" : fmt::format(" {}", localized("[OPTION]...")));
+        text += wrapped(text.empty() ? usage : "",
+                        fmt::format("stillora {}{}{}{}", command.name,
+                                    form.verb.empty() ? "" : fmt::format(" {}", form.verb),
+                                    form.operands.empty() ? "" : fmt::format(" {}", form.operands),
+                                    form.options.empty() ? "" : fmt::format(" {}", localized("[OPTION]..."))),
+                        displayWidth(usage) + 1, kHanging);
     return text;
 }
 
-std::string verbsOf(const CommandText& command)
+std::string HelpWriter::verbsOf(const CommandText& command) const
 {
     std::string text;
     for (const CommandForm& form : command.forms)
@@ -102,7 +130,7 @@ std::string verbsOf(const CommandText& command)
     return text.empty() ? text : text + "\n";
 }
 
-std::string aboutOf(const CommandText& command)
+std::string HelpWriter::aboutOf(const CommandText& command) const
 {
     std::string text;
     for (const std::string& paragraph : command.about)
@@ -110,12 +138,32 @@ std::string aboutOf(const CommandText& command)
     return text;
 }
 
-std::string statusesOf(const CommandText& command)
+std::string HelpWriter::statusesOf(const CommandText& command) const
 {
     std::string text = localized("Exit status:") + "\n";
     for (const auto& [status, meaning] : command.exitStatuses)
         text += wrapped(fmt::format("  {}", status), meaning, kStatusColumn);
     return text;
+}
+
+std::string HelpWriter::helpOf(const CommandText& command) const
+{
+    return fmt::format("{}\n{}\n{}{}\n{}", usageOf(command), aboutOf(command), verbsOf(command), optionsOf(command),
+                       statusesOf(command));
+}
+
+std::string HelpWriter::generalHelp() const
+{
+    const std::string usage = localized("Usage:");
+    const std::string indent = blanks(displayWidth(usage));
+    std::string text = fmt::format("{} stillora {}\n{} stillora {}\n{} stillora --help | --version\n\n{}\n\n{}\n",
+                                   usage, localized("COMMAND [ARGUMENT]..."), indent, localized("COMMAND --help"),
+                                   indent, localized("Makes movies of photos."), localized("Commands:"));
+    for (const CommandText& command : commandTexts())
+        text += wrapped(fmt::format("  {}", command.name), command.summary, kCommandColumn);
+    const CommandText& create = commandNamed("create");
+    return fmt::format("{}\n{}\n{}\n{}\n", text, optionsOf(create), statusesOf(create),
+                       localized("More: stillora COMMAND --help, man stillora"));
 }
 
 } // namespace
@@ -159,25 +207,21 @@ std::vector<OptionGroup> optionGroups(const CommandText& command)
     return result;
 }
 
-std::string helpOf(std::string_view name)
+std::string helpOf(std::string_view name, int columns)
 {
-    const CommandText& command = commandNamed(name);
-    return fmt::format("{}\n{}\n{}{}\n{}", usageOf(command), aboutOf(command), verbsOf(command), optionsOf(command),
-                       statusesOf(command));
+    return HelpWriter(columns).helpOf(commandNamed(name));
 }
 
-std::string generalHelp()
+std::string generalHelp(int columns)
 {
-    const std::string usage = localized("Usage:");
-    const std::string indent = blanks(displayWidth(usage));
-    std::string text = fmt::format("{} stillora {}\n{} stillora {}\n{} stillora --help | --version\n\n{}\n\n{}\n",
-                                   usage, localized("COMMAND [ARGUMENT]..."), indent, localized("COMMAND --help"),
-                                   indent, localized("Makes movies of photos."), localized("Commands:"));
-    for (const CommandText& command : commandTexts())
-        text += wrapped(fmt::format("  {}", command.name), command.summary, kCommandColumn);
-    const CommandText& create = commandNamed("create");
-    return fmt::format("{}\n{}\n{}\n{}\n", text, optionsOf(create), statusesOf(create),
-                       localized("More: stillora COMMAND --help, man stillora"));
+    return HelpWriter(columns).generalHelp();
+}
+
+int helpColumns()
+{
+    winsize size = {};
+    const bool isKnown = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return isKnown ? size.ws_col : kHelpColumns;
 }
 
 } // namespace stillora

@@ -8,13 +8,19 @@
 
 namespace stillora {
 
-/// @name Texts for a terminal of 80 columns
+/// Longer lines are hard to read.
+inline constexpr int kHelpColumns = 80;
+
+/// What help is written for: the terminal of standard output if it is narrower, else kHelpColumns.
+int helpColumns();
+
+/// @name Texts for a terminal of so many columns
 /// @{
 /// Of `stillora --help`.
-std::string generalHelp();
+std::string generalHelp(int columns = kHelpColumns);
 /// Of `stillora NAME --help`.
 /// @param name  a command of the table
-std::string helpOf(std::string_view name);
+std::string helpOf(std::string_view name, int columns = kHelpColumns);
 /// @}
 
 /// Options that the same forms of a command take.

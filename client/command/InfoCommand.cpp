@@ -4,19 +4,26 @@
 #include <stillora/Photos.h>
 #include <stillora/Picture.h>
 
+#include "client/FactsOfFile.h"
 #include "client/JSONWriter.h"
 #include "client/LocalizedText.h"
 #include "client/Text.h"
 #include "client/command/CommandOutput.h"
 #include "client/command/FileIdentity.h"
 #include "client/command/Swatch.h"
+#include "platform/dispatch/NSOperationQueue.h"
 #include "platform/files/NSURL.h"
 #include "platform/foundation/LocaleEncoding.h"
+#include "platform/foundation/Lock.h"
 #include "platform/foundation/NSString.h"
 
 #include <algorithm>
 #include <array>
+#include <atomic>
+#include <map>
+#include <memory>
 #include <string_view>
+#include <thread>
 #include <utility>
 
 #include <fmt/format.h>
@@ -216,6 +223,62 @@ ExitStatus saveCover(const FileFacts& facts, const std::string& output, std::str
     return reason.empty() ? kExitDone : kExitFailed;
 }
 
+/// What is known of files, in their order. The next ones are looked at while one is shown, as many at a time as there
+/// are processors.
+class FactsAhead final {
+public:
+    explicit FactsAhead(const std::vector<std::string>& files) : files_(files), shared_(std::make_shared<Shared>())
+    {
+        const unsigned processors = std::max(1U, std::thread::hardware_concurrency());
+        queue_.setMaxConcurrentOperationCount(static_cast<int>(processors));
+        while (next_ < processors * 2)
+            lookAtNext();
+    }
+    ~FactsAhead()
+    {
+        shared_->goesOn = false;
+        queue_.waitUntilAllOperationsAreFinished();
+    }
+    FactsAhead(const FactsAhead&) = delete;
+    FactsAhead& operator=(const FactsAhead&) = delete;
+
+    /// @param index  each once, in order
+    Result<FileFacts> take(size_t index)
+    {
+        lookAtNext();
+        const platform::LockGuard guard(shared_->lock);
+        while (!shared_->found.contains(index))
+            shared_->changed.wait(shared_->lock);
+        return std::move(shared_->found.extract(index).mapped());
+    }
+
+private:
+    struct Shared {
+        std::atomic<bool> goesOn{true};
+        platform::Lock lock;
+        platform::Condition changed;
+        std::map<size_t, Result<FileFacts>> found GUARDED_BY(lock);
+    };
+
+    void lookAtNext()
+    {
+        const size_t index = next_++;
+        if (index >= files_.size())
+            return;
+        queue_.addOperationWithBlock([shared = shared_, index, file = files_[index]] {
+            auto facts = factsOfFile(file, [&] { return shared->goesOn.load(); });
+            const platform::LockGuard guard(shared->lock);
+            shared->found.emplace(index, std::move(facts));
+            shared->changed.notify_all();
+        });
+    }
+
+    const std::vector<std::string>& files_;
+    const std::shared_ptr<Shared> shared_;
+    platform::NSOperationQueue queue_;
+    size_t next_ = 0;
+};
+
 } // namespace
 
 Parsed<InfoOptions> parseInfo(const std::vector<std::string>& arguments)
@@ -251,11 +314,15 @@ int runInfoCommand(const InfoOptions& given)
     if (options.cover && areSameFile(options.files.front(), *options.cover))
         return output.fail(kExitUsage, localized("the cover would replace {}", options.files.front()));
 
+    if (const auto missing = output.failWithoutReader())
+        return *missing;
     const TerminalColors colors = terminalColors();
     int status = kExitDone;
     bool isFirst = true;
-    for (const std::string& path : options.files) {
-        const auto facts = factsOfFile(path);
+    FactsAhead ahead(options.files);
+    for (size_t i = 0; i < options.files.size(); ++i) {
+        const std::string& path = options.files[i];
+        const auto facts = ahead.take(i);
         std::string text;
         if (!facts) {
             status = kExitBadInput;

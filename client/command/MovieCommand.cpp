@@ -7,6 +7,7 @@
 #include "client/Text.h"
 #include "client/WorkingClock.h"
 #include "client/command/FileIdentity.h"
+#include "client/command/MoviePreparation.h"
 #include "client/command/PhotoSentence.h"
 #include "client/command/PlanText.h"
 #include "client/command/Question.h"
@@ -16,7 +17,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <set>
+#include <system_error>
 #include <utility>
 
 #include <fmt/format.h>
@@ -89,6 +92,30 @@ JSONWriter planAsJSON(const MovieRequest& request)
     json.add("smallerThanFrame", smaller);
     json.add("codec", request.codec).add("web", request.use == MovieUse::Web);
     return json;
+}
+
+/// Each once, however often it is shown.
+std::vector<BadFile> cutOffPhotos(const std::vector<PhotoFacts>& photos, const std::string& reason)
+{
+    std::vector<BadFile> damaged;
+    std::set<std::filesystem::path> named;
+    for (size_t i = 0; i < photos.size(); ++i)
+        if (photos[i].isCutOff && named.insert(photos[i].path).second)
+            damaged.push_back({photos[i].path, reason, i});
+    return damaged;
+}
+
+/// The path is shown, and copied by those who read it.
+std::filesystem::path withoutDots(const std::filesystem::path& path)
+{
+    std::error_code error;
+    const auto absolute = std::filesystem::absolute(path, error);
+    std::filesystem::path plain;
+    // A ".." stays, as the folder before it may be a link.
+    for (const auto& part : error ? path : absolute)
+        if (part != ".")
+            plain /= part;
+    return plain;
 }
 
 } // namespace
@@ -173,12 +200,7 @@ bool MovieCommand::photosChecked(size_t done, size_t total)
 
 std::vector<BadFile> MovieCommand::damagedOf(const std::vector<PhotoFacts>& photos)
 {
-    std::vector<BadFile> damaged;
-    std::set<std::filesystem::path> named;
-    for (size_t i = 0; i < photos.size(); ++i)
-        if (photos[i].isCutOff && named.insert(photos[i].path).second)
-            damaged.push_back({photos[i].path, reasonOfCutOffPhoto(), i});
-    return damaged;
+    return cutOffPhotos(photos, reasonOfCutOffPhoto());
 }
 
 std::vector<JSONWriter> MovieCommand::asJSON(const std::vector<BadFile>& files)
@@ -197,7 +219,7 @@ void MovieCommand::noteDamaged(const std::vector<PhotoFacts>& photos)
 
 std::vector<BadFile> MovieCommand::takeOutDamaged(std::vector<PhotoFacts>& photos)
 {
-    std::vector<BadFile> damaged = damagedOf(photos);
+    std::vector<BadFile> damaged = cutOffPhotos(photos, localized("is damaged: its end is missing"));
     std::erase_if(photos, [](const PhotoFacts& photo) { return photo.isCutOff; });
     return damaged;
 }
@@ -273,42 +295,29 @@ int MovieCommand::makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFac
     if (settings.codec != "avc1")
         note(localized("browsers do not show the codec {}; avc1 plays everywhere", settings.codec));
 
-    MovieWish wish;
-    wish.photos = std::move(photos);
-    wish.timePerPhoto = settings.timePerPhoto;
-    wish.sounds = std::move(sounds);
-    wish.loopsSounds = settings.loopsSounds;
-    wish.fitsMusic = settings.fitsMusic;
-    wish.fillsSilence = settings.fillsSilence;
-    const auto plan = planMovie(wish);
-    if (!plan)
-        return fail(kExitUsage, plan.error().message);
-
+    auto planned = plannedMovie({.photos = std::move(photos),
+                                 .sounds = std::move(sounds),
+                                 .settings = settings,
+                                 .title = title,
+                                 .document = document,
+                                 .use = use});
+    if (!planned)
+        return fail(kExitUsage, planned.error().message);
+    MovieRequest& request = *planned;
     if (settings.quality == kAutomaticQuality) {
-        const Size frame = frameSizeForQuality(settings.quality, wish.photos);
-        if (const std::string sentence = smallPhotosSentence(frame, wish.photos); !sentence.empty())
+        const Size frame = frameSizeForQuality(settings.quality, request.photos);
+        if (const std::string sentence = smallPhotosSentence(frame, request.photos); !sentence.empty())
             note(sentence);
     }
-    const std::string sentence = soundSentence(*plan, wish.sounds);
-    if (!making.isPlanAlone && !sentence.empty() && !wish.sounds.empty())
+    const std::string sentence = soundSentence(request.plan, request.sounds);
+    if (!making.isPlanAlone && !sentence.empty() && !request.sounds.empty())
         note(sentence);
-    MovieRequest request{.photos = std::move(wish.photos),
-                         .sounds = std::move(wish.sounds),
-                         .plan = *plan,
-                         .codec = settings.codec,
-                         .quality = settings.quality,
-                         .reducesBorders = settings.reducesBorders,
-                         .title = title,
-                         .saveFolder = {},
-                         .document = document,
-                         .use = use,
-                         .watermark = settings.watermark};
     noteDamaged(request.photos);
     if (request.reducesBorders)
         noteMissingFaceDetector();
     if (making.isPlanAlone)
         return tellPlan(request, making.contactSheet);
-    request.saveFolder = saveFolder ? *saveFolder : usualSaveFolder();
+    request.saveFolder = saveFolder ? withoutDots(*saveFolder) : usualSaveFolder();
     teller_.serviceStarts();
     const Result<Movie> outcome = maker_.makeMovie(request, teller_);
     terminal_.clearProgress();

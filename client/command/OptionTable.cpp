@@ -244,6 +244,69 @@ struct Options {
         .offer = Offer::Words,
         .words = {"bar", "lines", "none"},
     };
+    const Option check{
+        .name = "check",
+        .help = localized("look at every line, name all that is wrong with any, and make nothing"),
+    };
+    const Option jobs{
+        .name = "jobs",
+        .letter = 'j',
+        .value = localized("N"),
+        .help =
+            localized("make N movies at a time (default: one more as long as processors are idle and memory is free)"),
+    };
+    const Option keepGoing{
+        .name = "keep-going",
+        .letter = 'k',
+        .help = localized("make the other movies even where lines are wrong; one that fails never stops the others"),
+    };
+    const Option stopAtFailure{
+        .name = "stop",
+        .help = localized("begin no more movies after the first that fails; those that were begun are finished"),
+    };
+    const Option compareContents{
+        .name = "hash",
+        .help = localized("tell by their contents whether files have changed, not by size and time"),
+        .more = localized("Contents are kept in the receipts and looked at where an earlier run has kept them."),
+    };
+    const Option makeAgain{
+        .name = "again",
+        .help = localized("make movies again that were moved away or changed by somebody; no file is replaced"),
+    };
+    const Option lineIndex{
+        .name = "index",
+        .value = localized("I"),
+        .help = localized("make the movie of line I alone, or with --tasks those of the I-th task"),
+        .more = localized(
+            "Without it, SLURM_ARRAY_TASK_ID, PBS_ARRAY_INDEX, PBS_ARRAYID, LSB_JOBINDEX or SGE_TASK_ID is taken, by "
+            "which a scheduler tells a task of an array which one it is."),
+    };
+    const Option tasks{
+        .name = "tasks",
+        .value = localized("N"),
+        .help = localized("share the lines out over N tasks, with --index or --slurm"),
+    };
+    const Option status{
+        .name = "status",
+        .help = localized("tell how far the batch is, from its state folder alone"),
+    };
+    const Option slurm{
+        .name = "slurm",
+        .help = localized("have Slurm make the movies: submit an array of jobs, and one that sums up"),
+        .more = localized("What follows -- is given to sbatch, for both."),
+    };
+    const Option wait{.name = "wait",
+                      .help = localized("with --slurm: wait until all is done, and tell how far it is")};
+    const Option sumUp{
+        .name = "sum-up",
+        .help = localized("write the counts into the state folder, as the last job of --slurm does"),
+    };
+    const Option lease{
+        .name = "lease",
+        .value = localized("S"),
+        .help =
+            localized("take over from a worker of another computer that has been silent for S seconds (default 120)"),
+    };
     const Option quiet{.name = "quiet", .help = localized("write nothing but errors to standard error")};
     const Option png{
         .name = "output",
@@ -445,6 +508,32 @@ CommandText document(const Options& o)
     };
 }
 
+CommandText batch(const Options& o)
+{
+    return {
+        .name = "batch",
+        .summary = localized("make all movies of a list"),
+        .about = {localized("A manifest is a text file, each line of which is a JSON object that stands for one movie: "
+                            "its photos, or a document, and what else \"create\" takes. docs/batch.md describes every "
+                            "field. Relative paths are relative to the manifest's folder."),
+                  localized(
+                      "Each movie is made once, whatever is stopped or killed: beside the manifest, in the folder "
+                      "MANIFEST.state, stands a receipt of each. Run again, only what is missing, has failed or has "
+                      "changed is made; a movie that was moved away or changed by somebody is told.")},
+        .exitStatuses = {{"0", localized("all was done")},
+                         {"1", localized("some of the movies could not be made")},
+                         {"2", localized("the command line is wrong")},
+                         {"3", localized("the manifest, or lines of it, cannot be used; nothing was started")},
+                         {"129, 130, 143",
+                          localized("stopped by SIGHUP, SIGINT (Ctrl-C) or SIGTERM; nothing was left behind")}},
+        .forms = {{.operands = localized("MANIFEST [-- SBATCH OPTION...]"),
+                   .offer = Offer::Files,
+                   .options = {&o.check, &o.jobs, &o.keepGoing, &o.stopAtFailure, &o.compareContents, &o.makeAgain,
+                               &o.lineIndex, &o.tasks, &o.status, &o.slurm, &o.wait, &o.sumUp, &o.lease, &o.events,
+                               &o.progress, &o.quiet}}},
+    };
+}
+
 CommandText frame(const Options& o)
 {
     return {
@@ -581,9 +670,10 @@ CommandText doctor(const Options& o)
     return {
         .name = "doctor",
         .summary = localized("look whether everything is there that movies need"),
-        .about = {localized("Looks whether everything is there that movies need: the rendering service, which is "
-                            "started and greeted, encoders and decoders, which are tried out with a small picture of "
-                            "each format, the watermark's font, the face detector, folders and rights, disk space, and "
+        .about = {localized("Looks whether everything is there that movies need: the rendering service and the program "
+                            "that reads files, which are started and greeted, whether the kernel can keep the latter "
+                            "from all else, encoders and decoders, which are tried out with a small picture of each "
+                            "format, the watermark's font, the face detector, folders and rights, disk space, and "
                             "what the desktop and systemd bring. Each line says ok; missing, with the Debian package "
                             "that brings it; or broken, with the reason. Nothing is left behind.")},
         .exitStatuses = {{"0", localized("all is there that every movie needs")},
@@ -646,8 +736,8 @@ const std::vector<CommandText>& commandTexts()
 {
     const Options& o = options();
     static const auto* const all =
-        new std::vector<CommandText>{create(o), document(o), frame(o),    info(o),   waveform(o), convert(o),
-                                     trim(o),   set(),       settings(o), doctor(o), apps(o)};
+        new std::vector<CommandText>{create(o),  document(o), batch(o), frame(o),    info(o),   waveform(o),
+                                     convert(o), trim(o),     set(),    settings(o), doctor(o), apps(o)};
     return *all;
 }
 

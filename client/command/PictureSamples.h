@@ -10,7 +10,8 @@ namespace stillora {
 struct PictureSample {
     /// For programs.
     std::string_view identifier;
-    std::string_view format;
+    /// In English.
+    const char* name;
     /// Its usual extension.
     std::string_view extension;
     /// The Debian package that decodes it.

@@ -61,7 +61,7 @@ int runSetCommand(const std::vector<std::string>& arguments)
         return give(usageError(fmt::format("set {}?", fmt::join(RememberedSettings::names(), ", ")), "set"));
     const std::string& name = arguments.front();
     if (name == "--help" || name == "-h" || name == "help")
-        return give({helpOf("set"), kExitDone});
+        return give({helpOf("set", helpColumns()), kExitDone});
     if (std::ranges::count(RememberedSettings::names(), name) == 0)
         return give(usageError(keyFault(name), "set"));
     const auto read = CommandArguments::read("set " + name, {arguments.begin() + 1, arguments.end()});

@@ -74,7 +74,12 @@ int SoundCommand::succeed(const SoundFacts& sound, const SoundFile& file)
 std::optional<SoundFacts> SoundCommand::check(const SoundArgument& argument, int& status)
 {
     const WorkProgress progress = telling(localized("Checking the sound"));
-    CheckedSounds checked = checkSounds({argument}, [&] { return progress(0); });
+    const auto goesOn = [&] { return progress(0); };
+    if (const auto failure = failWithoutReader(goesOn)) {
+        status = *failure;
+        return std::nullopt;
+    }
+    CheckedSounds checked = checkSounds({argument}, goesOn);
     terminal_.clearProgress();
     if (signals_.signal() != 0) {
         status = stopped(signals_.signal());

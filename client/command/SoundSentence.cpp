@@ -25,7 +25,8 @@ Seconds rounded(Seconds time)
 std::string pieceText(const SoundFacts& sound, Seconds heard)
 {
     const std::string name = platform::lastPathComponent(sound.path.native());
-    const std::string length = clockText(rounded(heard));
+    // Two of a clock's zeros tell nothing of a short sound.
+    const std::string length = heard < Seconds(0.5) ? secondsText(heard) : clockText(rounded(heard));
     return sound.selection ? localized("{} from {} for {}", name, clockText(rounded(sound.selection->start)), length)
                            : localized("{} for {}", name, length);
 }

@@ -1,7 +1,9 @@
-// usage: stillora-describe bash|zsh|fish|man [TRANSLATIONS] < TEMPLATE
+// usage: stillora-describe bash|zsh|fish|man [TRANSLATIONS [SUFFIX]] < TEMPLATE
 // Fills a template of a completion or of the manual with the table of options, in English or, with a folder of
-// translations, in the language of the environment. Runs while the project is built, and is not installed.
+// translations, in the language of the environment. With a suffix only the places that end in it are filled, so that a
+// template can have several languages, one run each. Runs while the project is built, and is not installed.
 
+#include "client/LocalizedText.h"
 #include "client/command/HelpText.h"
 #include "client/command/OptionTable.h"
 #include "platform/foundation/NSBundle.h"
@@ -43,17 +45,24 @@ std::string typedForms(const Option& option)
     return option.letter == 0 ? fmt::format("--{}", option.name) : fmt::format("-{} --{}", option.letter, option.name);
 }
 
-/// The help up to its first pause.
+/// The help up to where details begin. A comma is no such place: in German one stands before every clause.
 std::string shortHelp(const Option& option)
 {
-    return option.help.substr(0, option.help.find_first_of(",;:("));
+    return option.help.substr(0, option.help.find_first_of(";:("));
 }
 
 std::string trimmed(std::string text)
 {
-    while (!text.empty() && (text.back() == ' ' || text.back() == '\n'))
-        text.pop_back();
-    return text;
+    // French has one before a colon.
+    constexpr std::string_view kNoBreakSpace = "\u00a0";
+    for (;;) {
+        if (text.ends_with(' ') || text.ends_with('\n'))
+            text.pop_back();
+        else if (text.ends_with(kNoBreakSpace))
+            text.erase(text.size() - kNoBreakSpace.size());
+        else
+            return text;
+    }
 }
 
 std::string namesOfCommands()
@@ -184,9 +193,15 @@ std::string zshSpec(const Option& option)
     return spec.empty() ? fmt::format("\"{}{}\"", names, rest) : fmt::format("{}\"{}\"", spec, rest);
 }
 
+/// What belongs to no command alone.
+Fillings commonFillings()
+{
+    return {{"HELP", localized("show this help")}, {"VERSION", localized("show the version")}};
+}
+
 Fillings zshFillings()
 {
-    Fillings fillings;
+    Fillings fillings = commonFillings();
     for (const CommandText& command : commandTexts()) {
         fillings["COMMANDS"] += fmt::format("    '{}:{}'\n", command.name, command.summary);
         if (verbsOf(command).empty())
@@ -255,7 +270,9 @@ Fillings fishFillings()
                                 option->letter == 0 ? "" : fmt::format(" -s {}", option->letter), option->name,
                                 fishValue(*option), fishQuoted(trimmed(shortHelp(*option))));
     });
-    return {{"COMPLETIONS", text}};
+    Fillings fillings = commonFillings();
+    fillings["COMPLETIONS"] = text;
+    return fillings;
 }
 
 // The manual
@@ -327,8 +344,9 @@ Fillings manualFillings()
     return fillings;
 }
 
+/// @param suffix  of the places to be filled; without one, all are
 /// @return whether the template asks for nothing that is not there
-bool fill(const std::string& text, const Fillings& fillings)
+bool fill(const std::string& text, const Fillings& fillings, const std::string& suffix)
 {
     bool isWhole = true;
     for (size_t at = 0; at < text.size();) {
@@ -338,9 +356,16 @@ bool fill(const std::string& text, const Fillings& fillings)
             std::cout << text.substr(at);
             break;
         }
-        const std::string name = text.substr(start + 1, end - start - 1);
+        std::string name = text.substr(start + 1, end - start - 1);
         const bool isName = !name.empty() && std::isupper(static_cast<unsigned char>(name.front())) != 0 &&
                             name.find_first_of("\n;\"") == std::string::npos;
+        if (isName && !name.ends_with(suffix)) {
+            std::cout << text.substr(at, end + 1 - at);
+            at = end + 1;
+            continue;
+        }
+        if (isName)
+            name.erase(name.size() - suffix.size());
         const auto filling = fillings.find(name);
         if (!isName || filling == fillings.end()) {
             if (isName) {
@@ -363,13 +388,13 @@ int main(int argc, char** argv)
 {
     const std::map<std::string, Fillings (*)(), std::less<>> kinds{
         {"bash", bashFillings}, {"zsh", zshFillings}, {"fish", fishFillings}, {"man", manualFillings}};
-    const auto kind = kinds.find(argc == 2 || argc == 3 ? argv[1] : "");
+    const auto kind = kinds.find(argc >= 2 && argc <= 4 ? argv[1] : "");
     if (kind == kinds.end()) {
-        std::cerr << "usage: stillora-describe bash|zsh|fish|man [TRANSLATIONS] < TEMPLATE\n";
+        std::cerr << "usage: stillora-describe bash|zsh|fish|man [TRANSLATIONS [SUFFIX]] < TEMPLATE\n";
         return 2;
     }
-    if (argc == 3)
+    if (argc >= 3)
         platform::NSBundle::mainBundle().setLocalizations(argv[2], "stillora");
     const std::string text{std::istreambuf_iterator<char>(std::cin), {}};
-    return fill(text, kind->second()) ? 0 : 1;
+    return fill(text, kind->second(), argc == 4 ? fmt::format(" {}", argv[3]) : std::string()) ? 0 : 1;
 }

@@ -29,7 +29,8 @@ struct KnownQuestions {
 };
 
 using Known = KnownQuestions<PhotoQuestion, SoundQuestion, FactsQuestion, ColorQuestion, FittedQuestion,
-                             PictureQuestion, FrameQuestion, WaveformQuestion>;
+                             PictureQuestion, FrameQuestion, WaveformQuestion, SoundCopyQuestion, MovieQuestion,
+                             SampleQuestion, BlackFrameQuestion, AbilitiesQuestion>;
 
 } // namespace
 
@@ -44,14 +45,16 @@ std::optional<Bytes> codedAnswer(uint32_t task, std::span<const std::byte> quest
     return coded;
 }
 
-std::filesystem::path fileOfQuestion(uint32_t task, std::span<const std::byte> question)
+FilesOfQuestion filesOfQuestion(uint32_t task, std::span<const std::byte> question)
 {
-    std::filesystem::path file;
+    FilesOfQuestion files;
     Known::use(task, question, [&](const auto& asked) {
         if constexpr (requires { asked.file; })
-            file = asked.file;
+            files.read = asked.file;
+        if constexpr (requires { asked.output; })
+            files.written = asked.output;
     });
-    return file;
+    return files;
 }
 
 } // namespace stillora

@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <optional>
 #include <span>
+#include <string>
+#include <vector>
 
 namespace stillora {
 
@@ -18,13 +20,26 @@ Result<PictureAnswer> answerTo(const FittedQuestion& question);
 Result<PictureAnswer> answerTo(const PictureQuestion& question);
 Result<PictureAnswer> answerTo(const FrameQuestion& question);
 Result<PictureAnswer> answerTo(const WaveformQuestion& question);
+Result<Seconds> answerTo(const SoundCopyQuestion& question);
+Result<MovieLook> answerTo(const MovieQuestion& question);
+Result<SampledFrame> answerTo(const SampleQuestion& question);
+double answerTo(const BlackFrameQuestion& question);
+Abilities answerTo(const AbilitiesQuestion& question);
 /// @}
+
+/// What this process could not give up, for whoever asks what it can do. Called once, before the first question.
+void setLacksOfConfinement(std::vector<std::string> lacks);
 
 /// The same of coded questions.
 /// @return the answer, coded; nothing where the question is none
 std::optional<Bytes> codedAnswer(uint32_t task, std::span<const std::byte> question);
 
-/// The file that a coded question is about; empty where it is about none.
-std::filesystem::path fileOfQuestion(uint32_t task, std::span<const std::byte> question);
+/// The files that a question is about; empty where it is about none.
+struct FilesOfQuestion {
+    std::filesystem::path read;
+    std::filesystem::path written;
+};
+
+FilesOfQuestion filesOfQuestion(uint32_t task, std::span<const std::byte> question);
 
 } // namespace stillora

@@ -4,6 +4,7 @@
 #include "client/DataBytes.h"
 #include "client/FileReason.h"
 #include "client/LocalizedText.h"
+#include "client/reader/PhotoWork.h"
 #include "client/reader/PictureSize.h"
 #include "client/reader/SoundWork.h"
 #include "client/reader/WorkLimit.h"
@@ -48,9 +49,14 @@ Error unusable(const std::filesystem::path& file, const std::string& reason)
 Result<FileFacts> photoFacts(CGImageSource& source, const NSURL& url, FileFacts facts)
 {
     NSError error;
+    const auto unreadable = [&] { return unusable(facts.path, reasonWithoutPath(error.localizedDescription, url)); };
+    PhotoWork work(facts.path);
     const auto properties = source.copyPropertiesAtIndex(&error);
-    if (!properties || !source.canDecode(&error))
-        return unusable(facts.path, reasonWithoutPath(error.localizedDescription, url));
+    if (!properties)
+        return unreadable();
+    work.beginPixels(static_cast<double>(properties->pixelWidth) * static_cast<double>(properties->pixelHeight));
+    if (!source.canDecode(&error))
+        return unreadable();
     facts.kind = FileFacts::Kind::Photo;
     facts.pictureFormat = properties->format;
     facts.size = uprightSizeOf(*properties);

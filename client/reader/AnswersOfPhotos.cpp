@@ -1,6 +1,7 @@
 #include "client/reader/Answers.h"
 
 #include "client/FileReason.h"
+#include "client/reader/PhotoWork.h"
 #include "client/reader/PictureSize.h"
 #include "platform/decoders/CGImageSource.h"
 #include "platform/files/NSURL.h"
@@ -20,6 +21,7 @@ PhotoLook answerTo(const PhotoQuestion& question)
         look.reason = reasonWithoutPath(error.localizedDescription, url);
         return look;
     };
+    PhotoWork work(question.file);
     const auto source = CGImageSource::createWithURL(url, &error);
     if (!source) {
         bad();
@@ -27,11 +29,15 @@ PhotoLook answerTo(const PhotoQuestion& question)
         return look;
     }
     const auto properties = source->copyPropertiesAtIndex(&error);
-    if (!properties || !source->canDecode(&error))
+    if (!properties)
+        return bad();
+    work.beginPixels(static_cast<double>(properties->pixelWidth) * static_cast<double>(properties->pixelHeight));
+    if (!source->canDecode(&error))
         return bad();
     look.kind = PhotoLook::Kind::Good;
     look.size = uprightSizeOf(*properties);
     look.isCutOff = source->isCutOff();
+    look.isProgressive = properties->isProgressive;
     if (const auto& taken = properties->origin.taken)
         look.taken = DateTaken{taken->clock, taken->offset};
     return look;

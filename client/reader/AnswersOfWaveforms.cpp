@@ -2,7 +2,9 @@
 
 #include "audio/MORAudioWaveImageWaveForm.h"
 #include "client/LocalizedText.h"
-#include "client/SoundRange.h"
+#include "client/reader/SoundRange.h"
+#include "client/reader/SoundWork.h"
+#include "client/reader/WorkLimit.h"
 #include "platform/graphics/NSImage.h"
 #include "platform/media/AVURLAsset.h"
 
@@ -37,6 +39,7 @@ NSImagePtr onWhite(const NSImagePtr& image)
 
 Result<PictureAnswer> answerTo(const WaveformQuestion& question)
 {
+    const WorkLimit limit(workForSamples(question.file));
     const auto failed = [](std::string reason) { return Error{ErrorCode::Unsupported, {}, std::move(reason)}; };
     const auto asset =
         std::make_shared<platform::AVURLAsset>(platform::NSURL::fileURLWithPath(question.file.native(), false),
@@ -44,10 +47,9 @@ Result<PictureAnswer> answerTo(const WaveformQuestion& question)
     const auto tracks = asset->tracksWithMediaType(platform::kAVMediaTypeAudio);
     if (tracks.empty())
         return failed(localized("it cannot be read any more"));
-    const SoundFacts sound{question.file, question.selection, Seconds(0), std::max(1, question.sampleRateHz)};
     platform::NSError error;
     auto drawn = MORAudioWaveImage::drawTrack(
-        asset, tracks.front(), timeRangeOf(sound),
+        asset, tracks.front(), timeRangeOf(question.selection, std::max(1, question.sampleRateHz)),
         {static_cast<double>(question.style.width), static_cast<double>(question.style.height)}, [] { return true; },
         &error);
     if (!drawn)

@@ -226,7 +226,7 @@ private:
         bool isThere = false;
         get(isThere);
         if (isGood_ && isThere)
-            get(value.emplace());
+            get(value.emplace(Value{}));
     }
 
     template <typename Value>
@@ -249,7 +249,7 @@ private:
         if (!isGood_)
             return;
         if (hasValue) {
-            Value value;
+            Value value{};
             get(value);
             result = std::move(value);
         } else {

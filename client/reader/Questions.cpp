@@ -16,6 +16,10 @@ constexpr Seconds kLongest{1e10};
 /// Of a row of pixels, in bytes.
 constexpr size_t kMostPadding = 4096;
 constexpr int kHighestRateHz = 100'000'000;
+/// More than the largest frame has uncoded.
+constexpr double kMostFrameBytes = 1e9;
+/// More than there are kinds of.
+constexpr size_t kMostFaults = 100;
 
 bool isPictureSize(const Size& size)
 {
@@ -92,6 +96,33 @@ bool isPlausible(const Result<PictureAnswer>& picture)
     return isPictureSize({static_cast<double>(image.width), static_cast<double>(image.height)}) &&
            image.bytesPerRow >= image.width * 4 && image.bytesPerRow <= image.width * 4 + kMostPadding &&
            image.pixels.size() == image.bytesPerRow * image.height && picture->faceCount <= kMostPixels;
+}
+
+bool isPlausible(const Result<Seconds>& time)
+{
+    return !time || isLength(*time);
+}
+
+bool isPlausible(const Result<MovieLook>& movie)
+{
+    return !movie || movie->faults.size() <= kMostFaults;
+}
+
+bool isPlausible(const Abilities& abilities)
+{
+    return std::ranges::all_of(abilities.missingEncoders, isFormatName) &&
+           std::ranges::all_of(abilities.missingDecoders, isFormatName) &&
+           abilities.lacksOfConfinement.size() <= kMostFaults;
+}
+
+bool isPlausible(double frameBytes)
+{
+    return frameBytes >= 0 && frameBytes <= kMostFrameBytes;
+}
+
+bool isPlausible(const Result<SampledFrame>& frame)
+{
+    return !frame || (isPlausible(frame->bytes) && isLength(frame->time) && isLength(frame->processorTime));
 }
 
 bool isPlausible(const Result<FileFacts>& facts)

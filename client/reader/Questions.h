@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace stillora {
 
@@ -26,11 +27,16 @@ enum class ReaderTask : uint32_t {
     ReadPicture,
     DrawFrame,
     DrawWaveform,
+    CopySound,
+    CheckMovie,
+    SampleFrame,
+    SampleBlackFrame,
+    TellAbilities,
 };
 
 constexpr ReaderTask lastOf(ReaderTask)
 {
-    return ReaderTask::DrawWaveform;
+    return ReaderTask::TellAbilities;
 }
 
 /// What is in a photo that may become one of a movie.
@@ -41,6 +47,7 @@ struct PhotoLook {
     /// Upright.
     Size size;
     bool isCutOff = false;
+    bool isProgressive = false;
     std::optional<DateTaken> taken;
     /// Of a bad one, without its path.
     std::string reason;
@@ -141,6 +148,111 @@ struct WaveformQuestion {
     WaveformStyle style;
 };
 
+/// A sound, or a part of it, as an M4A file. The answer is the time that it took; where it is an error, what was
+/// written is of no use.
+struct SoundCopyQuestion {
+    static constexpr ReaderTask kTask = ReaderTask::CopySound;
+    static constexpr bool kIsEndless = true;
+    using Answer = Result<Seconds>;
+
+    enum class Way { Encoded, PacketByPacket };
+
+    std::filesystem::path file;
+    std::filesystem::path output;
+    std::optional<SoundFacts::Selection> selection;
+    int sampleRateHz = 0;
+    Way way = Way::Encoded;
+};
+
+/// What a finished movie has to be.
+struct ExpectedMovie {
+    uint64_t frameCount = 0;
+    double secondsPerFrame = 0;
+    Size size;
+    /// Four-character code.
+    std::string codec;
+    /// Seconds at which the sound ends; nothing for a silent movie.
+    std::optional<double> soundEnd;
+};
+
+/// What was found of a finished movie.
+struct MovieLook {
+    /// One sentence for each thing that is off.
+    std::vector<std::string> faults;
+    /// Whether the other file was written; else there was nothing to repeat.
+    bool isRepeated = false;
+};
+
+/// Reads a finished movie back. Where no picture is to last longer than so, it is written anew, with those that do
+/// shown several times, and read back as well.
+struct MovieQuestion {
+    static constexpr ReaderTask kTask = ReaderTask::CheckMovie;
+    /// A movie of hours is copied.
+    static constexpr bool kIsEndless = true;
+    using Answer = Result<MovieLook>;
+
+    std::filesystem::path file;
+    /// Empty where nothing is to be repeated.
+    std::filesystem::path output;
+    ExpectedMovie expected;
+    Seconds longestPicture{0};
+};
+
+/// What a photo is worth as one coded frame.
+struct SampledFrame {
+    /// Coded.
+    double bytes = 0;
+    /// To draw and to code it.
+    Seconds time{0};
+    /// The same of the processor's time: on a busy machine the same frames are made, later.
+    Seconds processorTime{0};
+};
+
+/// Draws a photo as a frame and codes it as the movie's will be. The answer is an error without a message where there
+/// is none.
+struct SampleQuestion {
+    static constexpr ReaderTask kTask = ReaderTask::SampleFrame;
+    using Answer = Result<SampledFrame>;
+
+    std::filesystem::path file;
+    /// Of the photo, upright.
+    Size photoSize;
+    Size frame;
+    bool reducesBorders = false;
+    bool carriesWatermark = false;
+    std::string codec;
+};
+
+/// The bytes that a frame without a photo takes; 0 where none could be made.
+struct BlackFrameQuestion {
+    static constexpr ReaderTask kTask = ReaderTask::SampleBlackFrame;
+    using Answer = double;
+
+    Size frame;
+    std::string codec;
+};
+
+/// What the program that reads files can do, of what it was asked.
+struct Abilities {
+    std::vector<std::string> missingEncoders;
+    std::vector<std::string> missingDecoders;
+    bool hasFontOfWatermark = false;
+    /// Whether a detector can be made; loads its module.
+    bool findsFaces = false;
+    /// What it could not give up, a sentence each.
+    std::vector<std::string> lacksOfConfinement;
+};
+
+/// Names are those of the linked libraries.
+struct AbilitiesQuestion {
+    static constexpr ReaderTask kTask = ReaderTask::TellAbilities;
+    using Answer = Abilities;
+
+    std::vector<std::string> encoders;
+    std::vector<std::string> decoders;
+    bool asksForFaces = false;
+};
+
 /// @name What of an answer can be, whoever gave it
 /// @{
 bool isPlausible(const std::optional<Color>& color);
@@ -148,6 +260,11 @@ bool isPlausible(const Result<PictureAnswer>& picture);
 bool isPlausible(const PhotoLook& look);
 bool isPlausible(const SoundMeasure& measure);
 bool isPlausible(const Result<FileFacts>& facts);
+bool isPlausible(const Result<Seconds>& time);
+bool isPlausible(const Result<MovieLook>& movie);
+bool isPlausible(const Result<SampledFrame>& frame);
+bool isPlausible(double frameBytes);
+bool isPlausible(const Abilities& abilities);
 /// @}
 
 /// @name How values are coded
@@ -218,7 +335,7 @@ void fields(Coder& coder, FileFacts& facts)
 template <typename Coder>
 void fields(Coder& coder, PhotoLook& look)
 {
-    coder(look.kind, look.size, look.isCutOff, look.taken, look.reason);
+    coder(look.kind, look.size, look.isCutOff, look.isProgressive, look.taken, look.reason);
 }
 
 template <typename Coder>
@@ -292,6 +409,67 @@ template <typename Coder>
 void fields(Coder& coder, WaveformQuestion& question)
 {
     coder(question.file, question.selection, question.sampleRateHz, question.style);
+}
+
+constexpr SoundCopyQuestion::Way lastOf(SoundCopyQuestion::Way)
+{
+    return SoundCopyQuestion::Way::PacketByPacket;
+}
+
+template <typename Coder>
+void fields(Coder& coder, SoundCopyQuestion& question)
+{
+    coder(question.file, question.output, question.selection, question.sampleRateHz, question.way);
+}
+
+template <typename Coder>
+void fields(Coder& coder, ExpectedMovie& movie)
+{
+    coder(movie.frameCount, movie.secondsPerFrame, movie.size, movie.codec, movie.soundEnd);
+}
+
+template <typename Coder>
+void fields(Coder& coder, MovieLook& look)
+{
+    coder(look.faults, look.isRepeated);
+}
+
+template <typename Coder>
+void fields(Coder& coder, MovieQuestion& question)
+{
+    coder(question.file, question.output, question.expected, question.longestPicture);
+}
+
+template <typename Coder>
+void fields(Coder& coder, SampledFrame& frame)
+{
+    coder(frame.bytes, frame.time, frame.processorTime);
+}
+
+template <typename Coder>
+void fields(Coder& coder, SampleQuestion& question)
+{
+    coder(question.file, question.photoSize, question.frame, question.reducesBorders, question.carriesWatermark,
+          question.codec);
+}
+
+template <typename Coder>
+void fields(Coder& coder, BlackFrameQuestion& question)
+{
+    coder(question.frame, question.codec);
+}
+
+template <typename Coder>
+void fields(Coder& coder, Abilities& abilities)
+{
+    coder(abilities.missingEncoders, abilities.missingDecoders, abilities.hasFontOfWatermark, abilities.findsFaces,
+          abilities.lacksOfConfinement);
+}
+
+template <typename Coder>
+void fields(Coder& coder, AbilitiesQuestion& question)
+{
+    coder(question.encoders, question.decoders, question.asksForFaces);
 }
 
 template <typename Coder>

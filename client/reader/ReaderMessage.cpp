@@ -12,7 +12,7 @@ namespace stillora {
 
 namespace {
 
-/// More than one is a fault of the other side; there is room for some, so that they can be closed.
+/// More than are passed is a fault of the other side; there is room for some, so that they can be closed.
 constexpr size_t kMostDescriptors = 8;
 
 /// Rooms for descriptors beside a message.
@@ -31,19 +31,19 @@ msghdr headerOf(iovec& part)
 
 } // namespace
 
-ssize_t sendPart(int socket, std::span<const std::byte> bytes, int descriptor)
+ssize_t sendPart(int socket, std::span<const std::byte> bytes, std::span<const int> descriptors)
 {
     iovec part{const_cast<std::byte*>(bytes.data()), bytes.size()};
     msghdr header = headerOf(part);
     ControlRoom room = {};
-    if (descriptor >= 0) {
+    if (!descriptors.empty()) {
         header.msg_control = room.bytes.data();
-        header.msg_controllen = CMSG_SPACE(sizeof descriptor);
+        header.msg_controllen = CMSG_SPACE(descriptors.size_bytes());
         cmsghdr* const control = CMSG_FIRSTHDR(&header);
         control->cmsg_level = SOL_SOCKET;
         control->cmsg_type = SCM_RIGHTS;
-        control->cmsg_len = CMSG_LEN(sizeof descriptor);
-        std::memcpy(CMSG_DATA(control), &descriptor, sizeof descriptor);
+        control->cmsg_len = CMSG_LEN(descriptors.size_bytes());
+        std::memcpy(CMSG_DATA(control), descriptors.data(), descriptors.size_bytes());
     }
     ssize_t sent = 0;
     do
@@ -52,7 +52,7 @@ ssize_t sendPart(int socket, std::span<const std::byte> bytes, int descriptor)
     return sent;
 }
 
-ssize_t receivePart(int socket, std::span<std::byte> bytes, platform::FileDescriptor* descriptor, int flags)
+ssize_t receivePart(int socket, std::span<std::byte> bytes, std::vector<platform::FileDescriptor>* descriptors)
 {
     iovec part{bytes.data(), bytes.size()};
     msghdr header = headerOf(part);
@@ -61,7 +61,7 @@ ssize_t receivePart(int socket, std::span<std::byte> bytes, platform::FileDescri
     header.msg_controllen = room.bytes.size();
     ssize_t received = 0;
     do
-        received = recvmsg(socket, &header, flags | MSG_CMSG_CLOEXEC);
+        received = recvmsg(socket, &header, MSG_CMSG_CLOEXEC);
     while (received < 0 && errno == EINTR);
     if (received < 0)
         return received;
@@ -72,8 +72,8 @@ ssize_t receivePart(int socket, std::span<std::byte> bytes, platform::FileDescri
             int number = -1;
             std::memcpy(&number, reinterpret_cast<const char*>(control) + at, sizeof number);
             platform::FileDescriptor owned(number);
-            if (descriptor && !*descriptor)
-                *descriptor = std::move(owned);
+            if (descriptors && descriptors->size() < kMostPassedDescriptors)
+                descriptors->push_back(std::move(owned));
         }
     }
     return received;

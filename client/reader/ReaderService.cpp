@@ -27,10 +27,10 @@ namespace {
 /// A question is a few names and numbers, or a picture out of a sound file.
 constexpr uint64_t kLongestQuestion = uint64_t{256} << 20;
 
-bool receiveAll(int channel, std::span<std::byte> bytes, platform::FileDescriptor* file = nullptr)
+bool receiveAll(int channel, std::span<std::byte> bytes, std::vector<platform::FileDescriptor>* files = nullptr)
 {
     while (!bytes.empty()) {
-        const ssize_t received = receivePart(channel, bytes, file);
+        const ssize_t received = receivePart(channel, bytes, files);
         if (received <= 0)
             return false;
         bytes = bytes.subspan(static_cast<size_t>(received));
@@ -49,17 +49,36 @@ bool sendAll(int channel, std::span<const std::byte> bytes)
     return true;
 }
 
-/// The file that came with a question, under the path that the question has for it.
-std::unique_ptr<platform::GivenFile> givenFile(const ReaderMessage& message, std::span<const std::byte> question,
-                                               platform::FileDescriptor file)
-{
-    if (!message.hasFile)
-        return nullptr;
-    const std::string path =
-        platform::NSURL::fileURLWithPath(fileOfQuestion(message.number, question).native(), false).path();
-    return file ? std::make_unique<platform::GivenFile>(path, std::move(file))
-                : std::make_unique<platform::GivenFile>(path, message.openErrno);
-}
+/// The files that came with a question, under the paths that the question has for them.
+class GivenFiles final {
+public:
+    GivenFiles(const ReaderMessage& message, std::span<const std::byte> question,
+               std::vector<platform::FileDescriptor> files)
+    {
+        const FilesOfQuestion paths = filesOfQuestion(message.number, question);
+        auto next = files.begin();
+        const auto take = [&] { return next == files.end() ? platform::FileDescriptor() : std::move(*next++); };
+        if (message.hasFile && message.openErrno != 0)
+            given_.push_back(std::make_unique<platform::GivenFile>(pathOf(paths.read), message.openErrno));
+        else if (message.hasFile)
+            give(paths.read, take());
+        if (message.hasOutput)
+            give(paths.written, take());
+    }
+
+private:
+    static std::string pathOf(const std::filesystem::path& path)
+    {
+        return platform::NSURL::fileURLWithPath(path.native(), false).path();
+    }
+    void give(const std::filesystem::path& path, platform::FileDescriptor file)
+    {
+        if (file)
+            given_.push_back(std::make_unique<platform::GivenFile>(pathOf(path), std::move(file)));
+    }
+
+    std::vector<std::unique_ptr<platform::GivenFile>> given_;
+};
 
 /// What is to be logged goes out with the next answer, whoever wrote it.
 struct Log {
@@ -94,8 +113,8 @@ struct Log {
 bool answerNext(int channel)
 {
     ReaderMessage message;
-    platform::FileDescriptor file;
-    if (!receiveAll(channel, std::as_writable_bytes(std::span(&message, 1)), &file) ||
+    std::vector<platform::FileDescriptor> files;
+    if (!receiveAll(channel, std::as_writable_bytes(std::span(&message, 1)), &files) ||
         message.length > kLongestQuestion)
         return false;
     Bytes question(message.length);
@@ -103,7 +122,7 @@ bool answerNext(int channel)
         return false;
     std::optional<Bytes> answer;
     {
-        const auto given = givenFile(message, question, std::move(file));
+        const GivenFiles given(message, question, std::move(files));
         const WorkLimit limit(std::chrono::milliseconds(message.milliseconds));
         answer = codedAnswer(message.number, question);
     }
@@ -123,18 +142,20 @@ void answerAll(platform::FileDescriptor channel)
 
 } // namespace
 
-bool ReaderService::run()
+bool ReaderService::run(std::string_view version)
 {
+    // Whoever reads it may be gone.
+    sendPart(ReaderMessage::kControlDescriptor, std::as_bytes(std::span(version)));
     WorkLimit::setUp();
     std::signal(SIGXFSZ, SIG_IGN);
     platform::setLogSink([](const std::string& line) { Log::shared().add(line); });
     std::array<std::byte, 1> news{};
     for (bool isFirst = true;; isFirst = false) {
-        platform::FileDescriptor channel;
-        const ssize_t received = receivePart(ReaderMessage::kControlDescriptor, news, &channel);
+        std::vector<platform::FileDescriptor> channels;
+        const ssize_t received = receivePart(ReaderMessage::kControlDescriptor, news, &channels);
         if (received <= 0)
             return received == 0 || !isFirst;
-        if (channel)
+        for (platform::FileDescriptor& channel : channels)
             std::jthread(answerAll, std::move(channel)).detach();
     }
 }

@@ -1,9 +1,10 @@
+#include "client/reader/Answers.h"
 #include "client/reader/ReaderService.h"
 #include "platform/foundation/InstalledFiles.h"
 #include "platform/foundation/NSBundle.h"
 #include "platform/foundation/NSLocale.h"
-#include "platform/foundation/NSLog.h"
 #include "platform/sandbox/Sandbox.h"
+#include "platform/vips/PictureLibrary.h"
 
 #include <clocale>
 #include <cstdint>
@@ -29,10 +30,8 @@ void giveUpRights()
     for (const char* variable : {"STILLORA_FACES_MODULE", "STILLORA_FACES_MODEL"})
         if (const char* const path = std::getenv(variable))
             files.readable.emplace_back(path);
-    const auto lacks =
-        platform::confineProcess({.files = std::move(files), .addressSpaceBytes = kUsualMemory + memory / 2});
-    for (const std::string& lack : lacks)
-        platform::NSLog(lack);
+    stillora::setLacksOfConfinement(
+        platform::confineProcess({.files = std::move(files), .addressSpaceBytes = kUsualMemory + memory / 2}));
 }
 
 /// As the service: blocks of pictures go back to the system when they are freed.
@@ -58,10 +57,11 @@ int main(int argc, char** argv)
 {
     giveUpRights();
     limitMemory();
+    platform::settlePictureLibrary();
     for (int i = 1; i + 1 < argc; i += 2)
         if (std::string_view(argv[i]) == "--language")
             setUpLanguage(argv[i + 1]);
-    if (stillora::ReaderService::run())
+    if (stillora::ReaderService::run(STILLORA_VERSION))
         std::_Exit(EXIT_SUCCESS);
     std::fputs("stillora-file-reader: it is started by the programs that need it\n", stderr);
     return EXIT_FAILURE;

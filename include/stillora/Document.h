@@ -139,6 +139,12 @@ public:
     ///         (`DocumentChanged`); nothing in the folder is changed then
     Result<void> save();
 
+    /// Leaves the files of items that are removed from now on where they are, so that the items can be added again.
+    void keepRemovedFiles();
+    /// Removes the files that were kept and that no item uses. Where another process has changed the document since it
+    /// was opened or saved, they stay.
+    void removeKeptFiles();
+
     /// Paths of files among the resources that no item uses; empty where a damaged item might.
     std::vector<std::filesystem::path> unusedFiles() const;
 

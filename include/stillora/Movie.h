@@ -150,6 +150,14 @@ enum class MovieUse {
     Web,
 };
 
+/// Which frames of a larger movie those of a request are.
+struct MoviePart {
+    /// The number of the first one there, counted from 0; even.
+    std::size_t first = 0;
+    /// Frames of the whole movie.
+    std::size_t movieCount = 0;
+};
+
 /// A movie that was planned and only needs making.
 struct MovieRequest {
     std::vector<PhotoFacts> photos;
@@ -168,6 +176,11 @@ struct MovieRequest {
     std::optional<std::filesystem::path> document = {};
     MovieUse use = MovieUse::Anywhere;
     Watermark watermark = Watermark::Usual;
+    /// Nothing for a whole movie.
+    std::optional<MoviePart> part = {};
+    /// Movies of all parts in their order, without sound: their frames are copied, and none is made anew. The result is
+    /// the same movie as of a request without them.
+    std::vector<std::filesystem::path> pieces = {};
 };
 
 /// How far the service is.

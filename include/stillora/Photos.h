@@ -100,6 +100,8 @@ struct PhotoFacts {
     std::optional<DateTaken> taken = {};
     /// When the file was written last.
     std::chrono::sys_time<std::chrono::nanoseconds> modified = {};
+    /// A JPEG file that comes ever finer, in several passes: decoding it takes several times as long.
+    bool isProgressive = false;
 };
 
 /// What is wrong with a photo that is cut off, as a sentence without the path.

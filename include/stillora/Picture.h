@@ -54,6 +54,37 @@ STILLORA_EXPORT Result<Bytes>
 renderContactSheet(const MovieRequest& request,
                    const std::function<bool(std::size_t done, std::size_t total)>& progress = {});
 
+/// A picture in memory, as displays take it: rows of pixels from the top, each of four bytes for red, green, blue and
+/// alpha, the colours multiplied with it.
+struct Pixels {
+    int width = 0;
+    int height = 0;
+    /// From one row to the next.
+    std::size_t rowBytes = 0;
+    Bytes bytes;
+};
+
+/// Which frame of its movie a photo is: some carry the watermark.
+struct FramePlace {
+    std::size_t index = 0;
+    /// How many photos the movie has.
+    std::size_t count = 1;
+};
+
+/// A photo as the frame of a movie, in memory.
+struct FramePixels {
+    Pixels pixels;
+    /// As in `Frame`.
+    std::size_t faceCount = 0;
+};
+
+/// As `renderFrame`, for a display.
+/// @param photo  as it was checked
+/// @param style  how it is shown
+/// @param place  of the photo in its movie
+STILLORA_EXPORT Result<FramePixels> drawFrame(const PhotoFacts& photo, const FrameStyle& style = {},
+                                              FramePlace place = {});
+
 /// The average colour of a picture file; nothing for what is no picture.
 STILLORA_EXPORT std::optional<Color> averageColorOf(const std::filesystem::path& file);
 
@@ -61,7 +92,16 @@ STILLORA_EXPORT std::optional<Color> averageColorOf(const std::filesystem::path&
 /// @return a PNG file
 STILLORA_EXPORT Result<Bytes> fittedPicture(const std::filesystem::path& file, Size box);
 
+/// As `fittedPicture`, for a display.
+STILLORA_EXPORT Result<Pixels> fittedPixels(const std::filesystem::path& file, Size box);
+
 /// A picture of any kind that is read, such as a cover, as a PNG file.
 STILLORA_EXPORT Result<Bytes> pictureAsPNG(std::span<const std::byte> picture);
+
+/// As `pictureAsPNG`, for a display.
+STILLORA_EXPORT Result<Pixels> pixelsOfPicture(std::span<const std::byte> picture);
+
+/// A picture in memory as a PNG file.
+STILLORA_EXPORT Result<Bytes> pngOfPixels(const Pixels& pixels);
 
 } // namespace stillora

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <vector>
 
 namespace stillora {
 
@@ -40,6 +41,15 @@ struct WaveformStyle {
 ///         or was exchanged since it was checked, `Cancelled`, or `Failed` where there is no memory for the picture
 STILLORA_EXPORT Result<Bytes> drawWaveform(const SoundFacts& sound, const WaveformStyle& style = {},
                                            const WorkProgress& progress = {});
+
+/// How loud a sound is over time, as `drawWaveform` draws it, for a display that draws it by itself.
+///
+/// @param sound     as it was checked
+/// @param count     of equal parts of the sound, 1 to `WaveformStyle::kMostPixels`
+/// @param progress  may be empty; the bytes are always 0
+/// @return for each part from 0 for silence to 1 for the loudest, or the errors of `drawWaveform`
+STILLORA_EXPORT Result<std::vector<float>> waveformLevels(const SoundFacts& sound, int count,
+                                                          const WorkProgress& progress = {});
 
 /// A sound file that was made.
 struct SoundFile {

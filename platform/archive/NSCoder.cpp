@@ -1,5 +1,7 @@
 #include "platform/archive/NSCoder.h"
 
+#include "platform/foundation/LocalizedText.h"
+
 #include <cmath>
 #include <limits>
 #include <type_traits>
@@ -76,8 +78,7 @@ std::optional<CodedValue> NSCoder::decodeObjectOfClass(CodedClass codedClass, st
         return std::nullopt;
     if (const CodedClass found = classOf(entry->second); found != codedClass) {
         fail(error, kNSCocoaErrorDomain, kNSCoderReadCorruptError,
-             "The value for key \"" + std::string(key) + "\" is of class " + std::string(nameOf(found)) + ", not " +
-                 std::string(nameOf(codedClass)));
+             localized("The value for key \"{}\" is of class {}, not {}", {key, nameOf(found), nameOf(codedClass)}));
         return std::nullopt;
     }
     return entry->second;

@@ -1,6 +1,7 @@
 #include "platform/archive/NSKeyedArchiver.h"
 
 #include "platform/archive/ArchivedObjectsCopy.h"
+#include "platform/foundation/LocalizedText.h"
 #include "platform/foundation/NSString.h"
 #include "platform/propertylists/NSPropertyListSerialization.h"
 
@@ -250,13 +251,13 @@ std::optional<ArchivedValue> NSKeyedUnarchiver::unarchiveObjectWithData(const NS
     const PropertyList* root = top ? top->objectForKey("root") : nullptr;
     const auto* objects = list ? list->objectForKey<PropertyList::Array>("$objects") : nullptr;
     if (!version || *version != kArchiveVersion || !archiver || *archiver != "NSKeyedArchiver" || !root || !objects) {
-        fail(error, kNSCocoaErrorDomain, kNSCoderReadCorruptError, "The data is no keyed archive");
+        fail(error, kNSCocoaErrorDomain, kNSCoderReadCorruptError, localized("The data is no keyed archive"));
         return std::nullopt;
     }
     bool isNil = false;
     auto value = ObjectReader(*objects).read(*root, isNil);
     if (!value)
-        fail(error, kNSCocoaErrorDomain, kNSCoderReadCorruptError, "The keyed archive is damaged");
+        fail(error, kNSCocoaErrorDomain, kNSCoderReadCorruptError, localized("The keyed archive is damaged"));
     return value;
 }
 

@@ -49,6 +49,13 @@ auto withGivenFile(const std::string& path, Use use) -> std::optional<decltype(u
     return use(entry->descriptor);
 }
 
+std::optional<FileDescriptor> copyOfGivenFile(const std::string& path)
+{
+    return withGivenFile(path, [](int descriptor) {
+        return FileDescriptor(descriptor < 0 ? -1 : fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
+    });
+}
+
 } // namespace
 
 GivenFile::GivenFile(std::string path, FileDescriptor file) : path_(std::move(path)), file_(std::move(file))
@@ -77,11 +84,15 @@ GivenFile::~GivenFile()
 
 FileDescriptor openForReading(const std::string& path)
 {
-    auto given = withGivenFile(path, [](int descriptor) {
-        return FileDescriptor(descriptor < 0 ? -1 : fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
-    });
+    auto given = copyOfGivenFile(path);
     // Without O_NONBLOCK a pipe would be waited for.
     return given ? *std::move(given) : FileDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+}
+
+FileDescriptor makeForWriting(const std::string& path)
+{
+    auto given = copyOfGivenFile(path);
+    return given ? *std::move(given) : FileDescriptor(open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
 }
 
 bool statForReading(const std::string& path, struct stat& status)

@@ -101,7 +101,7 @@ bool greetService(int socket, const std::function<bool()>& goesOn, NSError* erro
 {
     const auto refuse = [error](int errnoValue) {
         return fail(error, kNSPOSIXErrorDomain, errnoValue,
-                    "Connection to the service failed: " + reasonOfErrno(errnoValue));
+                    localized("Connection to the service failed: {}", {reasonOfErrno(errnoValue)}));
     };
     // The zero in front goes with the credentials, which the kernel knows anyway.
     const std::string greeting =

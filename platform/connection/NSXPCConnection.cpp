@@ -1,5 +1,6 @@
 #include "platform/connection/NSXPCConnection.h"
 
+#include "platform/connection/BoundedGreeting.h"
 #include "platform/connection/ClientHandshake.h"
 #include "platform/connection/MainLoopThread.h"
 #include "platform/connection/MessageCoding.h"
@@ -7,6 +8,7 @@
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/foundation/FileDescriptor.h"
 #include "platform/foundation/Handle.h"
+#include "platform/foundation/LocalizedText.h"
 #include "platform/foundation/Lock.h"
 #include "platform/foundation/NSLog.h"
 
@@ -17,6 +19,7 @@
 #include <cassert>
 #include <cerrno>
 #include <chrono>
+#include <malloc.h>
 #include <map>
 #include <memory>
 #include <semaphore>
@@ -38,6 +41,9 @@ constexpr const char* kFailed = "org.freedesktop.DBus.Error.Failed";
 /// keeps all of them in memory.
 constexpr int kMostUnsentAnswers = 10000;
 
+/// Of a client, in bytes: to say who one is takes some dozens.
+constexpr size_t kLongestGreeting = 16 * 1024;
+
 /// For a thread to begin, on the busiest machine.
 constexpr std::chrono::seconds kLongestThreadStart{5};
 
@@ -53,7 +59,7 @@ public:
             g_error_free(error_);
     }
     GError** out() { return &error_; }
-    std::string message() const { return error_ ? error_->message : "unknown reason"; }
+    std::string message() const { return error_ ? error_->message : localized("unknown reason"); }
 
 private:
     GError* error_ = nullptr;
@@ -150,6 +156,30 @@ std::string faultOfMessage(GDBusMessage* message)
     }
 }
 
+/// Of a call, what its answer needs.
+ObjectPtr<GDBusMessage> headOf(GDBusMessage* call)
+{
+    ObjectPtr<GDBusMessage> head(g_dbus_message_new());
+    g_dbus_message_set_message_type(head.get(), G_DBUS_MESSAGE_TYPE_METHOD_CALL);
+    g_dbus_message_set_byte_order(head.get(), g_dbus_message_get_byte_order(call));
+    g_dbus_message_set_flags(head.get(), g_dbus_message_get_flags(call));
+    g_dbus_message_set_serial(head.get(), g_dbus_message_get_serial(call));
+    g_dbus_message_set_sender(head.get(), g_dbus_message_get_sender(call));
+    return head;
+}
+
+/// Frees a message that was decoded: its body takes many times the memory of what came of it.
+void letGo(ObjectPtr<GDBusMessage> message)
+{
+    constexpr size_t kLarge = 64 * 1024;
+    GVariant* const body = g_dbus_message_get_body(message.get());
+    const bool isLarge = body && g_variant_get_size(body) >= kLarge;
+    message.reset();
+    // It was made of small pieces by another thread, whose memory no other thread takes.
+    if (isLarge)
+        malloc_trim(0);
+}
+
 bool expectsReply(GDBusMessage* call)
 {
     return (g_dbus_message_get_flags(call) & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED) == 0;
@@ -158,7 +188,7 @@ bool expectsReply(GDBusMessage* call)
 NSError lostConnection(std::string_view selector)
 {
     return {std::string(kNSCocoaErrorDomain), kNSXPCConnectionInvalid,
-            std::string(selector) + ": the connection has ended"};
+            localized("{}: the connection has ended", {selector})};
 }
 
 } // namespace
@@ -215,7 +245,7 @@ struct NSXPCConnection::Core final : std::enable_shared_from_this<Core> {
     void takeCall(ObjectPtr<GDBusMessage> message);
     void takeReply(ObjectPtr<GDBusMessage> message);
     /// On the connection's own queue.
-    void receiveCall(GDBusMessage* message, const std::shared_ptr<const NSXPCInterface>& interface);
+    void receiveCall(ObjectPtr<GDBusMessage> message, const std::shared_ptr<const NSXPCInterface>& interface);
     void receiveReply(GDBusMessage* message, WaitingReply waiting, const NSXPCInterface& interface);
 
     void sendReply(GDBusMessage* call, const NSXPCInterface& interface, const std::string& selector,
@@ -268,22 +298,33 @@ void NSXPCConnection::Core::removeNumber()
 NSXPCConnectionPtr NSXPCConnection::Core::connect(int socket, Side side, NSError* error, double timeoutSeconds,
                                                   const std::function<bool()>& goesOn)
 {
-    const std::string who = side == Side::Client ? "Connection to the service" : "Connection of a client";
+    const auto failure = [side](const std::string& why) {
+        return side == Side::Client ? localized("Connection to the service failed: {}", {why})
+                                    : "Connection of a client failed: " + why;
+    };
     const auto credentials = peerCredentials(socket);
     ErrorHolder reason;
     const ObjectPtr<GSocket> socketObject(g_socket_new_from_fd(socket, reason.out()));
     if (!socketObject) {
         close(socket);
-        fail(error, kNSPOSIXErrorDomain, ENOTSOCK, who + " failed: " + reason.message());
+        fail(error, kNSPOSIXErrorDomain, ENOTSOCK, failure(reason.message()));
         return nullptr;
     }
     if (!credentials || credentials->uid != geteuid()) {
-        fail(error, kNSPOSIXErrorDomain, EACCES, who + " failed: the peer is no process of the same user");
+        fail(error, kNSPOSIXErrorDomain, EACCES, failure(localized("the peer is no process of the same user")));
         return nullptr;
     }
     if (side == Side::Client && !greetService(socket, goesOnFor(timeoutSeconds, goesOn), error))
         return nullptr;
-    const ObjectPtr<GSocketConnection> stream(g_socket_connection_factory_create_connection(socketObject.get()));
+    // Of a client, who has not said yet who it is, no more is read than that takes: GLib would wait for the end of a
+    // line for as long as there is memory.
+    const ObjectPtr<GSocketConnection> stream(
+        side == Side::Service ? newConnectionWithBoundedGreeting(socketObject.get(), kLongestGreeting)
+                              : g_socket_connection_factory_create_connection(socketObject.get()));
+    if (!stream) {
+        fail(error, kNSPOSIXErrorDomain, ENOTSOCK, failure("the socket is no UNIX socket"));
+        return nullptr;
+    }
     const ObjectPtr<GDBusAuthObserver> observer(g_dbus_auth_observer_new());
     g_signal_connect(observer.get(), "allow-mechanism", G_CALLBACK(allowsMechanism), nullptr);
     g_signal_connect(observer.get(), "authorize-authenticated-peer", G_CALLBACK(authorizesPeer), nullptr);
@@ -315,7 +356,7 @@ NSXPCConnectionPtr NSXPCConnection::Core::connect(int socket, Side side, NSError
     if (!isAuthenticated) {
         g_io_stream_close(G_IO_STREAM(stream.get()), nullptr, nullptr);
         fail(error, kNSPOSIXErrorDomain, g_cancellable_is_cancelled(tooLate.get()) ? ETIMEDOUT : EACCES,
-             who + " failed: " + reason.message());
+             failure(reason.message()));
         return nullptr;
     }
     auto core = std::make_shared<Core>(side, std::move(handle), credentials->pid);
@@ -428,10 +469,10 @@ void NSXPCConnection::Core::takeCall(ObjectPtr<GDBusMessage> message)
                          (!name || name == exportedInterface->name()) &&
                          exportedInterface->operation(g_dbus_message_get_member(message.get()));
     queue->async([core = shared_from_this(), held = std::move(message), isForUs, interface = exportedInterface,
-                  standard = standardCalls] {
+                  standard = standardCalls]() mutable {
         core->countUnsent(-1);
         if (isForUs)
-            core->receiveCall(held.get(), interface);
+            core->receiveCall(std::move(held), interface);
         else if (expectsReply(held.get()))
             core->send(ObjectPtr<GDBusMessage>(standard->answer(held.get())).get());
     });
@@ -449,7 +490,8 @@ void NSXPCConnection::Core::takeReply(ObjectPtr<GDBusMessage> message)
     waitingReplies.erase(found);
 }
 
-void NSXPCConnection::Core::receiveCall(GDBusMessage* message, const std::shared_ptr<const NSXPCInterface>& interface)
+void NSXPCConnection::Core::receiveCall(ObjectPtr<GDBusMessage> message,
+                                        const std::shared_ptr<const NSXPCInterface>& interface)
 {
     assertOnQueue(*queue);
     std::shared_ptr<NSXPCExportedObject> object;
@@ -457,14 +499,16 @@ void NSXPCConnection::Core::receiveCall(GDBusMessage* message, const std::shared
         LockGuard guard(lock);
         object = exportedObject;
     }
-    const std::string selector = g_dbus_message_get_member(message);
+    const std::string selector = g_dbus_message_get_member(message.get());
     NSError error;
-    auto arguments = decodeValues(g_dbus_message_get_body(message), *interface, selector, false, &error);
+    auto arguments = decodeValues(g_dbus_message_get_body(message.get()), *interface, selector, false, &error);
+    auto call = headOf(message.get());
+    letGo(std::move(message));
     if (!arguments) {
         logFailure(selector, "refused: " + error.localizedDescription);
-        if (expectsReply(message)) {
+        if (expectsReply(call.get())) {
             const ObjectPtr<GDBusMessage> answer(
-                g_dbus_message_new_method_error_literal(message, kInvalidArgs, error.localizedDescription.c_str()));
+                g_dbus_message_new_method_error_literal(call.get(), kInvalidArgs, error.localizedDescription.c_str()));
             send(answer.get());
         }
         return;
@@ -473,10 +517,9 @@ void NSXPCConnection::Core::receiveCall(GDBusMessage* message, const std::shared
     if (!object)
         return;
     object->invoke(selector, std::move(*arguments),
-                   NSXPCReply(selector, [core = shared_from_this(), interface, selector,
-                                         held = ObjectPtr<GDBusMessage>(G_DBUS_MESSAGE(g_object_ref(message)))](
+                   NSXPCReply(selector, [core = shared_from_this(), interface, selector, call = std::move(call)](
                                             std::optional<NSXPCValues> values, const NSError& failure) {
-                       core->sendReply(held.get(), *interface, selector, std::move(values), failure);
+                       core->sendReply(call.get(), *interface, selector, std::move(values), failure);
                    }));
 }
 

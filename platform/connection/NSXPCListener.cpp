@@ -2,6 +2,7 @@
 
 #include "platform/connection/MainLoopThread.h"
 #include "platform/dispatch/DispatchQueue.h"
+#include "platform/foundation/LocalizedText.h"
 #include "platform/foundation/Lock.h"
 #include "platform/foundation/NSLog.h"
 
@@ -206,7 +207,8 @@ std::shared_ptr<NSXPCListener> NSXPCListener::serviceListener(NSError* error)
     for (const char* name : {"LISTEN_PID", "LISTEN_FDS", "LISTEN_FDNAMES"})
         unsetenv(name);
     if (!isPassed) {
-        fail(error, kNSPOSIXErrorDomain, ENOTCONN, "no socket was passed to this process (LISTEN_FDS, LISTEN_PID)");
+        fail(error, kNSPOSIXErrorDomain, ENOTCONN,
+             localized("no socket was passed to this process (LISTEN_FDS, LISTEN_PID)"));
         return nullptr;
     }
     listener = listenerWithSocket(kFirstPassedDescriptor, error);
@@ -215,12 +217,12 @@ std::shared_ptr<NSXPCListener> NSXPCListener::serviceListener(NSError* error)
 
 std::shared_ptr<NSXPCListener> NSXPCListener::listenerWithSocket(int socket, NSError* error)
 {
-    const std::string descriptor = "descriptor " + std::to_string(socket);
     const int family = socketOption(socket, SO_DOMAIN);
     if (family != AF_UNIX || socketOption(socket, SO_TYPE) != SOCK_STREAM) {
         if (fcntl(socket, F_GETFD) >= 0)
             close(socket);
-        fail(error, kNSPOSIXErrorDomain, ENOTSOCK, descriptor + " is no UNIX stream socket");
+        fail(error, kNSPOSIXErrorDomain, ENOTSOCK,
+             localized("descriptor {} is no UNIX stream socket", {std::to_string(socket)}));
         return nullptr;
     }
     fcntl(socket, F_SETFD, FD_CLOEXEC);

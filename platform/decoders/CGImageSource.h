@@ -1,9 +1,9 @@
 #pragma once
 
-#include "platform/decoders/PhotoOrigin.h"
 #include "platform/files/NSURL.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSGeometry.h"
+#include "platform/picturefiles/PhotoOrigin.h"
 #include "platform/pixels/CGImage.h"
 
 #include <memory>
@@ -28,6 +28,8 @@ public:
         std::optional<int> orientation;
         /// "jpeg", "png", "webp", "heic", "avif", "tiff", "gif", "bmp" or "jp2".
         std::string format;
+        /// A JPEG file that comes ever finer, in several passes over all of the picture.
+        bool isProgressive = false;
         /// Dots an inch; nothing where the file states none.
         std::optional<double> dpi;
         PhotoOrigin origin;

@@ -1,10 +1,11 @@
 #include "platform/bytes/ByteReader.h"
-#include "platform/decoders/EXIF.h"
 #include "platform/decoders/ImageDecoder.h"
-#include "platform/decoders/TIFFHeader.h"
 #include "platform/foundation/LocalizedText.h"
 #include "platform/libav/FFmpegHandles.h"
 #include "platform/libav/LibavLog.h"
+#include "platform/picturefiles/EXIF.h"
+#include "platform/picturefiles/JPEG2000Header.h"
+#include "platform/picturefiles/TIFFHeader.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -54,23 +55,6 @@ std::optional<Header> readBMPHeader(std::span<const uint8_t> bytes)
     return header;
 }
 
-/// Of the code stream, which follows the boxes of the container if there is one.
-std::optional<Header> readJPEG2000Header(std::span<const uint8_t> bytes)
-{
-    constexpr std::array<uint8_t, 4> kStart = {0xFF, 0x4F, 0xFF, 0x51};
-    const auto found = std::search(bytes.begin(), bytes.end(), kStart.begin(), kStart.end());
-    if (found == bytes.end())
-        return std::nullopt;
-    const auto stream = bytes.subspan(static_cast<size_t>(found - bytes.begin()));
-    const auto right = bigEndian32(stream, 8);
-    const auto bottom = bigEndian32(stream, 12);
-    const auto left = bigEndian32(stream, 16);
-    const auto top = bigEndian32(stream, 20);
-    if (!right || !bottom || !left || !top || *right <= *left || *bottom <= *top)
-        return std::nullopt;
-    return Header{*right - *left, *bottom - *top, std::nullopt};
-}
-
 class AVCodecDecoder final : public ImageDecoder {
 public:
     AVCodecDecoder(std::unique_ptr<ImageFile> imageFile, std::string_view imageFormat)
@@ -102,9 +86,16 @@ private:
             reference_ = tiff->reference;
             return true;
         }
-        constexpr size_t kHeaderBytes = size_t{1} << 16;
-        const auto header =
-            codec_ == Codec::BMP ? readBMPHeader(file().first(64)) : readJPEG2000Header(file().first(kHeaderBytes));
+        if (codec_ == Codec::JPEG2000) {
+            constexpr size_t kHeaderBytes = size_t{1} << 16;
+            const auto header = readJPEG2000Header(file().first(kHeaderBytes));
+            if (!header)
+                return failDecoding(error, localized("is damaged: it has no picture header"));
+            properties.pixelWidth = header->width;
+            properties.pixelHeight = header->height;
+            return true;
+        }
+        const auto header = readBMPHeader(file().first(64));
         if (!header)
             return failDecoding(error, localized("is damaged: it has no picture header"));
         properties.pixelWidth = header->width;
@@ -115,9 +106,24 @@ private:
 
     DecodingCost cost() override
     {
-        // Of JPEG 2000, coefficients of four bytes for three components; what the coded bits cost goes with the file.
-        return codec_ == Codec::JPEG2000 ? DecodingCost{pixelCount() * 12, pixelCount() * 8}
-                                         : DecodingCost{pixelCount() * 4, pixelCount() * 2};
+        return codec_ == Codec::JPEG2000 ? costOfJPEG2000() : DecodingCost{pixelCount() * 4, pixelCount() * 2};
+    }
+
+    /// Coefficients of four bytes, and what is kept of each tile, level, block and group of blocks, as measured. What
+    /// the coded bits cost goes with the file.
+    DecodingCost costOfJPEG2000()
+    {
+        const auto header = readJPEG2000Header(file().all());
+        if (!header)
+            return {};
+        constexpr uint64_t kBytesOfLevel = 2200;
+        constexpr uint64_t kBytesOfBlock = 200;
+        constexpr uint64_t kBytesOfGroup = 500;
+        const uint64_t samples = pixelCount() * std::min(header->components, 4u);
+        const uint64_t levels = header->tiles * std::min(header->components, 4u) * (header->levels + 1);
+        const uint64_t parts = levels * kBytesOfLevel + samples / header->pixelsOfBlock * kBytesOfBlock +
+                               samples / header->pixelsOfGroup * kBytesOfGroup;
+        return {pixelCount() * 12 + parts, pixelCount() * 8 + parts};
     }
 
     bool decode(size_t width, size_t height, CGImage& image, NSError* error) override

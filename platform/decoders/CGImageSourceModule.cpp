@@ -1,9 +1,14 @@
-#include "platform/decoders/EXIF.h"
-#include "platform/decoders/HEIFContainer.h"
+#include "platform/decoders/HEIFPixels.h"
 #include "platform/decoders/ImageDecoder.h"
-#include "platform/decoders/PNGHeader.h"
-#include "platform/decoders/PictureEnd.h"
+#include "platform/decoders/ImageOrientation.h"
+#include "platform/decoders/PNGPixels.h"
+#include "platform/decoders/WebPPixels.h"
 #include "platform/foundation/LocalizedText.h"
+#include "platform/picturefiles/EXIF.h"
+#include "platform/picturefiles/EXIFBlocks.h"
+#include "platform/picturefiles/HEIFContainer.h"
+#include "platform/picturefiles/PNGHeader.h"
+#include "platform/picturefiles/PictureEnd.h"
 #include "platform/vips/PictureLibrary.h"
 #include "platform/vips/module/PictureModule.h"
 
@@ -58,7 +63,7 @@ private:
     bool readProperties(Properties& properties, NSError* error) override
     {
         // The library would follow them for hours.
-        if (format_ == "png" && readPNGHeader(file()).hasTangledEXIF)
+        if (hasTangledEXIF(file(), format_))
             return failDecoding(error, localized("is damaged: its header cannot be read"));
         if (!openPicture(error))
             return false;
@@ -75,6 +80,10 @@ private:
             space_ = ColorDescription::kAdobeRGB;
         if (format_ == "png")
             properties.dpi = readPNG();
+        if (isHEIF_)
+            readHEIF();
+        if (format_ == "webp")
+            webp_ = WebPPixels::inFile(file());
         if (!properties.dpi)
             properties.dpi = exif.dpi;
         constexpr double kMillimetresPerInch = 25.4;
@@ -86,16 +95,35 @@ private:
     /// Keeps what a PNG file says of its colours; dots an inch.
     std::optional<double> readPNG()
     {
-        const PNGHeader header = readPNGHeader(file());
-        if (header.codes)
-            codes_ = *header.codes;
-        if (header.isSRGB)
+        png_ = readPNGHeader(file());
+        if (png_.codes)
+            codes_ = *png_.codes;
+        if (png_.isSRGB)
             space_.reset();
-        else if (header.space)
-            space_ = header.space;
-        isInterlaced_ = header.isInterlaced;
-        bytesPerPixel_ = header.bytesPerPixel;
-        return header.dpi;
+        else if (png_.space)
+            space_ = png_.space;
+        pixels_ = PNGPixels::inFile(png_);
+        return png_.dpi;
+    }
+
+    /// Half as long as unpacking a byte it takes to make one of it that is shown, and passes take as long as all again.
+    /// Texts are unpacked alone, which is twice as quick.
+    DecodingCost costOfPNG() const
+    {
+        const uint64_t stored = pixelCount() * png_.bytesPerPixel;
+        const uint64_t work = stored + pixelCount() * (png_.hasPalette ? 3 : png_.bytesPerPixel) / 2;
+        const uint64_t ofTexts = png_.textBytes / 2;
+        if (png_.isInterlaced)
+            return {stored, 2 * work + ofTexts};
+        return {pixels_ ? pixels_->inflatedBytes() : 0, work + ofTexts};
+    }
+
+    void readHEIF()
+    {
+        heif_ = readHEIFPicture(file());
+        // Where the library sees another picture than this, it knows better.
+        if (heif_ && (heif_->shownWidth() != header_.width || heif_->shownHeight() != header_.height))
+            heif_.reset();
     }
 
     DecodingCost cost() override
@@ -109,7 +137,7 @@ private:
         static constexpr std::array<Rate, 5> kRates{
             {{"webp", 8, 4}, {"gif", 4, 1}, {"heic", 7, 5}, {"avif", 7, 5}, {"tiff", 0, 3}}};
         if (format_ == "png")
-            return {isInterlaced_ ? pixelCount() * bytesPerPixel_ : 0, pixelCount() * bytesPerPixel_};
+            return costOfPNG();
         const auto* const rate = std::ranges::find(kRates, format_, &Rate::format);
         return rate == kRates.end() ? DecodingCost{}
                                     : DecodingCost{pixelCount() * rate->memory, pixelCount() * rate->work};
@@ -119,15 +147,55 @@ private:
     {
         if (!picture_ && !openPicture(error))
             return false;
-        const bool succeeded = decodeOpened(width, height, image, error);
+        const bool succeeded = (pixels_ && decodePixels(*pixels_, width, height, image)) ||
+                               (heif_ && decodeTiles(*heif_, width, height, image)) ||
+                               (webp_ && decodePlanes(webp_->read(file()), width, height, image)) ||
+                               decodeOpened(width, height, image, error);
         // Rows come in order and only once: to be asked again, the file is read again.
         picture_.reset();
         return succeeded;
     }
 
+    /// False where the library has to see how far the file goes.
+    bool decodePixels(const PNGPixels& pixels, size_t width, size_t height, CGImage& image)
+    {
+        ColorDescription colors = statedColors();
+        colors.model = pixels.bands >= 3 ? ColorDescription::Model::RGB : ColorDescription::Model::Grey;
+        RowCollector rows({pixels.width, pixels.height}, pixels.bands, pixels.hasAlpha(), {width, height},
+                          pixels.depth);
+        return rows.isReady() && pixels.read(file(), [&](const uint8_t* samples) {
+            pixels.depth == 8 ? addRow<uint8_t>(&rows, samples) : addRow<uint16_t>(&rows, samples);
+        }) && finish(rows.planes(), width, height, colors, image, nullptr);
+    }
+
+    bool decodeTiles(const HEIFPicture& picture, size_t width, size_t height, CGImage& image)
+    {
+        if (picture.quarterTurns % 2 != 0)
+            std::swap(width, height);
+        if (!decodePlanes(readHEIFPixels(file(), picture), width, height, image))
+            return false;
+        // As EXIF numbers them: upright, and turned so that a quarter, a half and three quarters to the left are due.
+        static constexpr std::array kOrientations = {1, 8, 3, 6};
+        image = uprightImage(std::move(image), kOrientations[picture.quarterTurns]);
+        return true;
+    }
+
+    bool decodePlanes(const std::optional<ImagePlanes>& planes, size_t width, size_t height, CGImage& image)
+    {
+        if (!planes)
+            return false;
+        ColorDescription colors = statedColors();
+        colors.model = planes->count == 3 ? ColorDescription::Model::RGB : ColorDescription::Model::Grey;
+        return finish(*planes, width, height, colors, image, nullptr);
+    }
+
     /// What has a first row is shown, as far as it goes; most formats give it without the rest.
     bool probe(NSError* error) override
     {
+        if ((heif_ && hasHEIFPixels(file(), *heif_)) || (webp_ && webp_->hasFirstRows(file()))) {
+            picture_.reset();
+            return true;
+        }
         if (!picture_ && !openPicture(error))
             return false;
         // Some are decoded whole for it all the same.
@@ -202,8 +270,10 @@ private:
     HEIFColors codes_;
     std::optional<ColorDescription::PowerSpace> space_;
     // Of a PNG file.
-    bool isInterlaced_ = false;
-    uint64_t bytesPerPixel_ = 4;
+    PNGHeader png_;
+    std::optional<PNGPixels> pixels_;
+    std::optional<HEIFPicture> heif_;
+    std::optional<WebPPixels> webp_;
     // Of the picture, while it is open.
     PictureModuleHeader header_{};
     std::unique_ptr<void, ClosePicture> picture_;

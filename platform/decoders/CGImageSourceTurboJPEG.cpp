@@ -1,8 +1,9 @@
 #include "platform/decoders/ImageDecoder.h"
-#include "platform/decoders/JPEGHeader.h"
-#include "platform/decoders/PictureEnd.h"
 #include "platform/foundation/Handle.h"
 #include "platform/foundation/LocalizedText.h"
+#include "platform/picturefiles/JPEGHeader.h"
+#include "platform/picturefiles/PictureEnd.h"
+#include "platform/pixels/PlaneMemory.h"
 #include "platform/pixels/SharpEdges.h"
 
 #include <turbojpeg.h>
@@ -39,6 +40,7 @@ private:
         if (!header)
             return failDecoding(error, localized("is damaged: it has no picture header"));
         header_ = std::move(*header);
+        properties.isProgressive = header_.isProgressive;
         properties.pixelWidth = header_.width;
         properties.pixelHeight = header_.height;
         properties.orientation = header_.orientation;
@@ -63,13 +65,12 @@ private:
         return {2 * samples, samples * countJPEGScans(file(), header_) / kScansForByte};
     }
 
-    /// Only its tables and its first rows can make a file of one pass unreadable: what is wrong behind them is shown as
-    /// it is. A photo's entropy-coded data is nearly all that decoding it at a small scale costs.
+    /// Only its tables and its first rows can make a file unreadable: what is wrong behind them is shown as it is. A
+    /// photo's entropy-coded data is nearly all that decoding it at a small scale costs.
     bool probe(NSError* error) override
     {
         constexpr size_t kFirstRowsBytes = 64 * 1024;
-        if (header_.hasManyScans)
-            return ImageDecoder::probe(error);
+        const DecodingShare share(cost().memory);
         CGImage image;
         return decode(file().first(header_.length + kFirstRowsBytes), 1, 1, image, error);
     }
@@ -151,52 +152,35 @@ private:
     bool decodePlanes(std::span<const uint8_t> bytes, tjscalingfactor factor, PixelSize scaled, int subsampling,
                       size_t width, size_t height, CGImage& image, NSError* error)
     {
-        ImagePlanes planes;
+        ImagePlanes kind;
         const bool isGrey = subsampling == TJSAMP_GRAY;
-        planes.family = isGrey ? ImagePlanes::Family::Grey : ImagePlanes::Family::YUV;
-        planes.count = isGrey ? 1 : 3;
-        planes.subsampleX = subsampling == TJSAMP_411                                ? 2
-                            : subsampling == TJSAMP_420 || subsampling == TJSAMP_422 ? 1
-                                                                                     : 0;
-        planes.subsampleY = subsampling == TJSAMP_420 || subsampling == TJSAMP_440 ? 1 : 0;
-        planes.shownWidth = static_cast<double>(header_.width) * factor.num / factor.denom;
-        planes.shownHeight = static_cast<double>(header_.height) * factor.num / factor.denom;
-
-        std::array<int, 3> strides{};
-        std::array<size_t, 3> offsets{};
-        size_t total = 0;
-        for (int i = 0; i < static_cast<int>(planes.count); ++i) {
-            const auto index = static_cast<size_t>(i);
-            const int planeWidth = tjPlaneWidth(i, static_cast<int>(scaled.width), subsampling);
-            const int planeHeight = tjPlaneHeight(i, static_cast<int>(scaled.height), subsampling);
-            if (planeWidth <= 0 || planeHeight <= 0)
-                return failDecoding(error, localized("cannot be decoded at this size"));
-            if (i == 0) {
-                planes.width = static_cast<size_t>(planeWidth);
-                planes.height = static_cast<size_t>(planeHeight);
-            }
-            strides[index] = static_cast<int>(alignedRow(static_cast<size_t>(planeWidth)));
-            offsets[index] = total;
-            total += static_cast<size_t>(strides[index]) * static_cast<size_t>(planeHeight);
-        }
-        uint8_t* const memory = ScratchMemory::take(ScratchMemory::Use::Planes, total);
-        if (!memory)
+        kind.family = isGrey ? ImagePlanes::Family::Grey : ImagePlanes::Family::YUV;
+        kind.count = isGrey ? 1 : 3;
+        kind.subsampleX = subsampling == TJSAMP_411                                ? 2
+                          : subsampling == TJSAMP_420 || subsampling == TJSAMP_422 ? 1
+                                                                                   : 0;
+        kind.subsampleY = subsampling == TJSAMP_420 || subsampling == TJSAMP_440 ? 1 : 0;
+        kind.shownWidth = static_cast<double>(header_.width) * factor.num / factor.denom;
+        kind.shownHeight = static_cast<double>(header_.height) * factor.num / factor.denom;
+        PlaneMemory memory(kind, scaled.width, scaled.height);
+        if (!memory.isReady())
             return failDecoding(error, localized("needs more memory than there is"));
         std::array<unsigned char*, 3> pointers{};
-        for (size_t i = 0; i < planes.count; ++i) {
-            pointers[i] = memory + offsets[i];
-            planes.planes[i] = {pointers[i], static_cast<size_t>(strides[i])};
+        std::array<int, 3> strides{};
+        for (size_t i = 0; i < kind.count; ++i) {
+            pointers[i] = memory.row(i, 0);
+            strides[i] = static_cast<int>(memory.planes().planes[i].bytesPerRow);
         }
         if (!succeeded(tjDecompressToYUVPlanes(decompressor_.get(), bytes.data(), bytes.size(), pointers.data(),
                                                static_cast<int>(scaled.width), strides.data(),
                                                static_cast<int>(scaled.height), kFlags),
                        error))
             return false;
-        if (isTooCoarse(factor, planes.planes[0], scaled))
+        if (isTooCoarse(factor, memory.planes().planes[0], scaled))
             return decodePlanes(bytes, kScales.back(), {header_.width, header_.height}, subsampling, width, height,
                                 image, error);
-        repeatEdges(pointers[0], planes.planes[0].bytesPerRow, scaled, {planes.width, planes.height});
-        return finish(planes, width, height, colors(), image, error);
+        memory.repeatEdges();
+        return finish(memory.planes(), width, height, colors(), image, error);
     }
 
     /// Decoding at a half or a quarter cuts off waves at the edges of blocks. A photo shows nothing of it, but drawings
@@ -206,18 +190,6 @@ private:
     {
         return (factor.denom == 2 || factor.denom == 4) &&
                hasSharpEdges(brightness.samples, 1, scaled.width, scaled.height, brightness.bytesPerRow);
-    }
-
-    /// The decoder leaves brightness undefined where the plane is larger than the picture, and the scaler's window
-    /// reaches there.
-    static void repeatEdges(uint8_t* plane, size_t bytesPerRow, PixelSize picture, PixelSize whole)
-    {
-        for (size_t y = 0; y < picture.height && picture.width < whole.width; ++y) {
-            uint8_t* const row = plane + y * bytesPerRow;
-            std::fill(row + picture.width, row + whole.width, row[picture.width - 1]);
-        }
-        for (size_t y = picture.height; y < whole.height; ++y)
-            std::copy_n(plane + (picture.height - 1) * bytesPerRow, whole.width, plane + y * bytesPerRow);
     }
 
     bool decodePixels(std::span<const uint8_t> bytes, tjscalingfactor factor, PixelSize scaled, int space, size_t width,

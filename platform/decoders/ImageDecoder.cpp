@@ -1,9 +1,9 @@
 #include "platform/decoders/ImageDecoder.h"
 
-#include "platform/decoders/ImageFormat.h"
 #include "platform/decoders/ImageOrientation.h"
-#include "platform/decoders/TIFFHeader.h"
 #include "platform/foundation/LocalizedText.h"
+#include "platform/picturefiles/ImageFormat.h"
+#include "platform/picturefiles/TIFFHeader.h"
 #include "platform/pixels/PixelRecycling.h"
 
 #include <algorithm>

@@ -2,7 +2,7 @@
 
 #include "platform/decoders/CGImageSource.h"
 #include "platform/decoders/DecodingCost.h"
-#include "platform/decoders/ImageFile.h"
+#include "platform/picturefiles/ImageFile.h"
 #include "platform/pixels/ColorProfile.h"
 #include "platform/pixels/ImageScaler.h"
 #include "platform/pixels/SquareAverages.h"

@@ -3,6 +3,7 @@
 #include "platform/faces/module/FaceModule.h"
 #include "platform/foundation/InstalledFiles.h"
 #include "platform/foundation/LoadableModule.h"
+#include "platform/foundation/LocalizedText.h"
 #include "platform/foundation/NSLog.h"
 
 #include <algorithm>
@@ -130,7 +131,7 @@ CIDetectorModule::Finder CIDetectorModule::openFinder()
             if (void* object = module_->open(model_.c_str(), text.data(), text.size()))
                 return {object, module_->close};
             module_ = nullptr;
-            reason = "the model " + model_ + " could not be read: " + text.data();
+            reason = localized("the model {} could not be read: {}", {model_, text.data()});
         }
     }
     if (!reason.empty())
@@ -140,7 +141,7 @@ CIDetectorModule::Finder CIDetectorModule::openFinder()
 
 bool CIDetectorModule::load(std::string* reason)
 {
-    constexpr ModuleKind kKind = {"face detector", kFaceModuleSymbol, kFaceModuleVersion};
+    constexpr ModuleKind kKind = {translatable("face detector"), kFaceModuleSymbol, kFaceModuleVersion};
     module_ = static_cast<const FaceModule*>(loadModule(kKind, chosen(paths_.modules), *reason));
     if (!module_)
         return false;

@@ -1,6 +1,7 @@
 #include "platform/foundation/LoadableModule.h"
 
 #include "platform/foundation/FileDescriptor.h"
+#include "platform/foundation/LocalizedText.h"
 
 #include <algorithm>
 #include <dlfcn.h>
@@ -33,26 +34,26 @@ bool isWholeLibrary(const std::string& path)
 
 const void* loadModule(const ModuleKind& kind, const std::string& path, std::string& reason)
 {
-    const std::string name = kind.name;
+    const std::string name = localized(kind.name);
     if (access(path.c_str(), F_OK) != 0) {
-        reason = "there is no " + name + " at " + path;
+        reason = localized("there is no {} at {}", {name, path});
         return nullptr;
     }
     if (!isWholeLibrary(path)) {
-        reason = "the " + name + " " + path + " is damaged";
+        reason = localized("the {} {} is damaged", {name, path});
         return nullptr;
     }
     // Its libraries never come out of a process again, so neither does the module.
     void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
     if (!library) {
         const char* text = dlerror();
-        reason = "the " + name + " could not be loaded: " + (text ? text : path.c_str());
+        reason = localized("the {} could not be loaded: {}", {name, text ? text : path.c_str()});
         return nullptr;
     }
     const void* const symbol = dlsym(library, kind.symbol);
     if (symbol && *static_cast<const uint32_t*>(symbol) == kind.version)
         return symbol;
-    reason = "the " + name + " " + path + " is none of this version";
+    reason = localized("the {} {} is none of this version", {name, path});
     return nullptr;
 }
 

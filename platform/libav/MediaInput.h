@@ -8,6 +8,7 @@
 #include <memory>
 
 struct AVFormatContext;
+struct AVPacket;
 
 namespace platform {
 
@@ -39,6 +40,11 @@ InputPtr openID3Tag(const AVFormatContext& file, int64_t begin, int64_t end);
 /// The index of a movie. Its packets come as they are stored: nothing is parsed or decoded.
 [[nodiscard]] InputPtr openMovieIndex(FileBytesPtr file, const NSURL& url, NSError* error = nullptr);
 /// @}
+
+/// Reads the next packet of a sound, as the library does, but gives up where none begins within 32 MB: files of zeros
+/// would be kept in memory until one does.
+/// @return negative at the end, or where that failed
+int readPacket(AVFormatContext& input, AVPacket& packet);
 
 /// What an opened media file is read from.
 const FileBytesPtr& bytesOf(const AVFormatContext& input);

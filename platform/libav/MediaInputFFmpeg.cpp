@@ -29,6 +29,8 @@ constexpr const char* kDecoders =
     "pcm_f64le,pcm_mulaw,pcm_s16be,pcm_s16le,pcm_s24be,pcm_s24le,pcm_s32be,pcm_s32le,pcm_s8,pcm_u8,vorbis";
 
 constexpr int64_t kMaxHeadBytes = int64_t{64} << 20;
+/// Those of any packet, and of what may stand in front of it.
+constexpr int64_t kMostPacketBytes = int64_t{32} << 20;
 
 /// What the library reads from: a part of a file.
 struct Source {
@@ -67,6 +69,11 @@ int64_t seekSource(void* opaque, int64_t offset, int whence)
         return AVERROR(EINVAL);
     source.position = source.begin + offset;
     return offset;
+}
+
+void allowBytes(AVFormatContext& input, int64_t count)
+{
+    static_cast<Source*>(input.pb->opaque)->bytesLeft = count;
 }
 
 struct CloseSource {
@@ -175,6 +182,12 @@ const FileBytesPtr& bytesOf(const AVFormatContext& input)
     return static_cast<const Source*>(input.pb->opaque)->file;
 }
 
+int readPacket(AVFormatContext& input, AVPacket& packet)
+{
+    allowBytes(input, kMostPacketBytes);
+    return av_read_frame(&input, &packet);
+}
+
 InputPtr openMediaFile(FileBytesPtr file, const NSURL& url, bool ignoreEditLists, NSError* error)
 {
     const int64_t end = endOfWAVFile(*file);
@@ -182,7 +195,11 @@ InputPtr openMediaFile(FileBytesPtr file, const NSURL& url, bool ignoreEditLists
         openInput({.file = std::move(file), .end = end}, url.path(), {.ignoresEditLists = ignoreEditLists}, error);
     if (!input)
         return nullptr;
-    if (const int result = avformat_find_stream_info(input.get(), nullptr); result < 0) {
+    // It reads some packets, each of which may be looked for to the end of the file.
+    allowBytes(*input, kMostPacketBytes);
+    const int result = avformat_find_stream_info(input.get(), nullptr);
+    allowBytes(*input, INT64_MAX);
+    if (result < 0) {
         failWithAVError(error, result, localized("{} could not be read", {url.path()}));
         return nullptr;
     }

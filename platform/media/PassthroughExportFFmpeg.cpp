@@ -125,7 +125,7 @@ public:
     {
         for (;;) {
             av_packet_unref(packet_.get());
-            const int result = av_read_frame(input_.get(), packet_.get());
+            const int result = readPacket(*input_, *packet_);
             if (result == AVERROR_EOF) {
                 isAtEnd_ = true;
                 return true;

@@ -1,6 +1,7 @@
 #include "platform/movie/MediaInspection.h"
 
 #include "platform/bytes/BoxWalker.h"
+#include "platform/bytes/GivenFile.h"
 #include "platform/foundation/LocalizedText.h"
 #include "platform/libav/FFmpegHandles.h"
 #include "platform/libav/MediaInput.h"
@@ -107,7 +108,7 @@ private:
 std::optional<MediaReport> inspectMedia(const NSURL& url, NSError* error)
 {
     struct stat status {};
-    if (stat(url.path().c_str(), &status) != 0) {
+    if (!statForReading(url.path(), status)) {
         failWithErrno(error, errno, localized("{} could not be opened", {url.path()}), FileAccess::Reading);
         return std::nullopt;
     }

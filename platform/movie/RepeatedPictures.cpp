@@ -2,6 +2,7 @@
 
 #include "platform/bytes/BoxWalker.h"
 #include "platform/bytes/ByteReader.h"
+#include "platform/bytes/GivenFile.h"
 #include "platform/foundation/LocalizedText.h"
 #include "platform/movie/SampleTable.h"
 
@@ -272,9 +273,7 @@ Bytes Rewriting::newIndex() const
 /// A new file, removed again unless it was kept. Fails with `errno`.
 class NewFile final {
 public:
-    explicit NewFile(const NSURL& url)
-        : path_(url.path()), file_(open(path_.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666))
-    {}
+    explicit NewFile(const NSURL& url) : path_(url.path()), file_(makeForWriting(path_)) {}
     ~NewFile()
     {
         if (file_)

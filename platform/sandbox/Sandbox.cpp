@@ -1,5 +1,6 @@
 #include "platform/sandbox/Sandbox.h"
 
+#include "platform/foundation/LocalizedText.h"
 #include "platform/sandbox/CallFilter.h"
 #include "platform/sandbox/FileView.h"
 #include "platform/sandbox/Sanitizers.h"
@@ -55,12 +56,13 @@ std::vector<std::string> confineProcess(const SandboxRights& rights, const Sandb
         note(lacks, "Memory cannot be limited", errno);
 
     if (kernel.landlockVersion < FileView::kFirstVersion)
-        lacks.emplace_back("The kernel cannot keep a process from files (Landlock is missing or too old)");
+        lacks.emplace_back(
+            translatable("The kernel cannot keep a process from files (Landlock is missing or too old)"));
     else if (!FileView::restrictTo(rights.files, rights.sockets, kernel.landlockVersion))
         note(lacks, "Files cannot be put out of reach", errno);
     // Last, as it refuses what the steps above need.
     if (!kernel.filtersCalls)
-        lacks.emplace_back("The kernel cannot keep a process from system calls (seccomp is missing)");
+        lacks.emplace_back(translatable("The kernel cannot keep a process from system calls (seccomp is missing)"));
     else if (const int failure = CallFilter::install(rights.sockets); failure != 0)
         note(lacks, "System calls cannot be refused", failure);
     return lacks;

@@ -45,7 +45,8 @@ struct SandboxKernel {
 /// with an error of the call and does not end the process. Open descriptors and threads stay as they are; threads may
 /// be made. Not to be undone, and handed on to what the process makes. To be called once, at the start of main, while
 /// there is one thread; a thread that there is already would keep all.
-/// @return what could not be taken away, a sentence each, for the log; empty where the kernel can do it all
+/// @return what could not be taken away, a sentence each, for the log and in English: what the kernel cannot do at all
+/// is known to the translations. Empty where the kernel can do it all
 [[nodiscard]] std::vector<std::string> confineProcess(const SandboxRights& rights,
                                                       const SandboxKernel& kernel = SandboxKernel::running());
 

@@ -1,5 +1,6 @@
 #include "platform/sound/M4AFile.h"
 
+#include "platform/bytes/GivenFile.h"
 #include "platform/foundation/LocalizedText.h"
 
 #include <algorithm>
@@ -306,14 +307,13 @@ M4AFile::~M4AFile() = default;
 
 std::unique_ptr<M4AFile> M4AFile::create(const NSURL& url, Format format, NSError* error)
 {
-    const int descriptor = open(url.path().c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    Handle<std::FILE, std::fclose> file(descriptor >= 0 ? fdopen(descriptor, "wb") : nullptr);
+    FileDescriptor descriptor = makeForWriting(url.path());
+    Handle<std::FILE, std::fclose> file(descriptor ? fdopen(descriptor.get(), "wb") : nullptr);
     if (!file) {
         failWithErrno(error, errno, localized("{} could not be made", {url.path()}));
-        if (descriptor >= 0)
-            close(descriptor);
         return nullptr;
     }
+    descriptor.release();
     std::unique_ptr<M4AFile> result(new M4AFile(url, std::move(format), std::move(file)));
     // Length 1: the 64-bit length that follows counts. It is filled in at the end.
     BoxWriter head;

@@ -1,5 +1,6 @@
 #include "platform/sound/PartEncoder.h"
 
+#include "platform/aac/AACParts.h"
 #include "platform/dispatch/DispatchQueue.h"
 
 #include <algorithm>
@@ -11,21 +12,6 @@ namespace platform {
 namespace {
 
 constexpr int64_t kPacket = kAACPacketLength;
-/// Packets that are encoded in one go: fewer waste time on starting, more waste memory.
-constexpr int64_t kSmallestPart = 512;
-constexpr int64_t kLargestPart = 2048;
-
-/// How many of so many packets are encoded in one go. By their number alone, so that the result is the same on every
-/// machine; the parts are as long as each other and their number suits the usual numbers of processors.
-int64_t partSize(int64_t packets)
-{
-    constexpr int64_t kProcessors = 4;
-    int64_t parts = (packets + kLargestPart - 1) / kLargestPart;
-    parts = (parts + kProcessors - 1) / kProcessors * kProcessors;
-    parts = std::clamp<int64_t>(packets / kSmallestPart, 1, parts);
-    return (packets + parts - 1) / parts;
-}
-
 int partsAtOnce()
 {
     // One more than there are processors, so that none waits while the next part is decoded; a limit on memory.
@@ -44,7 +30,7 @@ DispatchQueue& queue()
 
 PartEncoder::PartEncoder(const SoundPlan& plan, PacketGrid grid, int64_t from, std::optional<AACWindow> before,
                          const ExportControl& control)
-    : plan_(plan), grid_(grid), control_(control), mixer_(plan), partPackets_(partSize(grid.packets() - from)),
+    : plan_(plan), grid_(grid), control_(control), mixer_(plan), partPackets_(packetsInPart(grid.packets() - from)),
       nextPacket_(from), before_(before), cancelled_(std::make_shared<std::atomic<bool>>(false))
 {}
 

@@ -1,6 +1,7 @@
 #include "platform/sound/SoundDecoder.h"
 
 #include "platform/foundation/LocalizedText.h"
+#include "platform/libav/MediaInput.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -180,7 +181,7 @@ void SoundDecoder::feed()
 {
     bool isFirst = std::exchange(isUntouched_, false);
     for (;;) {
-        if (const int result = av_read_frame(input_.get(), packet_.get()); result < 0) {
+        if (const int result = readPacket(*input_, *packet_); result < 0) {
             atEnd_ = true;
             inputError_ = result;
             avcodec_send_packet(decoder_.get(), nullptr);

@@ -5,6 +5,9 @@
 namespace platform {
 namespace {
 
+/// In samples of each channel.
+constexpr int64_t kMostAtOnce = 1 << 16;
+
 float volumeAt(const std::vector<SoundRamp>& ramps, int64_t position)
 {
     float volume = 1;
@@ -48,10 +51,11 @@ bool SoundMixer::read(int64_t position, std::span<float> samples, NSError* error
     const auto count = static_cast<int64_t>(samples.size() / static_cast<size_t>(plan_.channels));
     std::fill(samples.begin(), samples.end(), 0.0F);
     for (Voice& voice : voices_) {
-        const int64_t from = std::max(position, startOf(voice));
         const int64_t to = std::min(position + count, endOf(voice));
-        if (from < to && !add(voice, from, to, position, samples, error))
-            return false;
+        // In pieces: what is read in one go is there twice.
+        for (int64_t from = std::max(position, startOf(voice)); from < to; from += kMostAtOnce)
+            if (!add(voice, from, std::min(to, from + kMostAtOnce), position, samples, error))
+                return false;
         if (position >= endOf(voice))
             voice.reader.reset();
     }

@@ -83,7 +83,7 @@ std::span<const uint8_t> SoundPacketReader::packet(int64_t index)
         return {};
     for (;;) {
         av_packet_unref(state.packet.get());
-        if (av_read_frame(state.input.get(), state.packet.get()) < 0)
+        if (readPacket(*state.input, *state.packet) < 0)
             return {};
         if (state.packet->stream_index != state.stream->index)
             continue;

@@ -47,7 +47,7 @@ int64_t endByScanning(AVFormatContext& input, const AVStream& stream, int64_t* f
     const PacketPtr packet(av_packet_alloc());
     int64_t end = 0;
     bool isFirst = true;
-    while (packet && av_read_frame(&input, packet.get()) >= 0) {
+    while (packet && readPacket(input, *packet) >= 0) {
         if (packet->stream_index == stream.index && packet->pts != AV_NOPTS_VALUE)
             end = std::max(end, inSamples(packet->pts + packet->duration, stream));
         if (std::exchange(isFirst, false) && firstPosition)
@@ -84,7 +84,7 @@ std::optional<int64_t> framesInFile(AVFormatContext& input, const AVStream& stre
     if (frameSize <= 0)
         return std::nullopt;
     const PacketPtr packet(av_packet_alloc());
-    if (!packet || av_read_frame(&input, packet.get()) < 0)
+    if (!packet || readPacket(input, *packet) < 0)
         return 0;
     const int64_t size = avio_size(input.pb);
     if (packet->pos < 0 || size < packet->pos)

@@ -37,6 +37,7 @@ class EarlySocket final {
 public:
     static EarlySocket& shared()
     {
+        // Attempts may outlast the end of the process's main function.
         static auto& socket = *new EarlySocket;
         return socket;
     }
@@ -58,23 +59,41 @@ private:
     FileDescriptor socket_ GUARDED_BY(lock_);
 };
 
-/// A connection of the caller's own, so that a bus which hangs holds up nobody else.
-ObjectPtr<GDBusConnection> connectionToBus(const std::string& address, GCancellable* cancellable, GError** error)
+/// A stream of the caller's own, so that a bus which hangs holds up nobody else.
+ObjectPtr<GIOStream> streamToBus(const std::string& address, GCancellable* cancellable, GError** error)
 {
-    constexpr auto kFlags = static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                                              G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
     FileDescriptor early = EarlySocket::shared().take();
     if (!early)
-        return ObjectPtr<GDBusConnection>(
-            g_dbus_connection_new_for_address_sync(address.c_str(), kFlags, nullptr, cancellable, error));
+        return ObjectPtr<GIOStream>(g_dbus_address_get_stream_sync(address.c_str(), nullptr, cancellable, error));
     const ObjectPtr<GSocket> socket(g_socket_new_from_fd(early.get(), error));
     if (!socket)
         return nullptr;
     early.release();
-    const ObjectPtr<GSocketConnection> stream(g_socket_connection_factory_create_connection(socket.get()));
-    return ObjectPtr<GDBusConnection>(
-        g_dbus_connection_new_sync(G_IO_STREAM(stream.get()), nullptr, kFlags, nullptr, cancellable, error));
+    return ObjectPtr<GIOStream>(G_IO_STREAM(g_socket_connection_factory_create_connection(socket.get())));
 }
+
+/// While it lives, the cancelling ends a stream's socket: who waits for an answer then learns that none will come. The
+/// calls are not cancelled themselves, as GLib keeps an answer for ever that arrives at that moment, and with it the
+/// inhibitor.
+class EndingByCancellable final {
+public:
+    EndingByCancellable(GIOStream* stream, GCancellable* cancellable) : cancellable_(cancellable)
+    {
+        if (G_IS_SOCKET_CONNECTION(stream))
+            handler_ = g_cancellable_connect(cancellable, G_CALLBACK(+[](GCancellable*, gpointer socket) {
+                                                 shutdown(g_socket_get_fd(static_cast<GSocket*>(socket)), SHUT_RDWR);
+                                             }),
+                                             g_object_ref(g_socket_connection_get_socket(G_SOCKET_CONNECTION(stream))),
+                                             g_object_unref);
+    }
+    EndingByCancellable(const EndingByCancellable&) = delete;
+    EndingByCancellable& operator=(const EndingByCancellable&) = delete;
+    ~EndingByCancellable() { g_cancellable_disconnect(cancellable_, handler_); }
+
+private:
+    GCancellable* const cancellable_;
+    gulong handler_ = 0;
+};
 
 /// The address of the first place on this machine that a bus's address names: "unix:path=/a,guid=1;unix:abstract=b".
 std::optional<sockaddr_un> placeOfBus(const std::string& address)
@@ -112,16 +131,28 @@ socklen_t lengthOf(const sockaddr_un& place)
 FileDescriptor inhibit(const std::string& address, const std::string& who, const std::string& why,
                        GCancellable* cancellable, std::string* failure)
 {
+    constexpr auto kFlags = static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                                              G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
     GError* error = nullptr;
     const auto failed = [&] {
+        const bool isCancelled = g_cancellable_is_cancelled(cancellable) != 0;
+        if (isCancelled) {
+            g_clear_error(&error);
+            g_cancellable_set_error_if_cancelled(cancellable, &error);
+        }
         const ErrorPtr reason(std::exchange(error, nullptr));
         if (failure)
             *failure = reason ? reason->message : "no answer";
-        else if (!g_cancellable_is_cancelled(cancellable))
+        else if (!isCancelled)
             logFailure("IOPMAssertionCreateWithName", reason ? reason->message : "no answer");
         return FileDescriptor();
     };
-    const ObjectPtr<GDBusConnection> bus = connectionToBus(address, cancellable, &error);
+    const ObjectPtr<GIOStream> stream = streamToBus(address, cancellable, &error);
+    if (!stream)
+        return failed();
+    const EndingByCancellable ending(stream.get(), cancellable);
+    const ObjectPtr<GDBusConnection> bus(
+        g_dbus_connection_new_sync(stream.get(), nullptr, kFlags, nullptr, nullptr, &error));
     if (!bus)
         return failed();
     GUnixFDList* rawDescriptors = nullptr;
@@ -130,7 +161,7 @@ FileDescriptor inhibit(const std::string& address, const std::string& who, const
     const Handle<GVariant, g_variant_unref> reply(g_dbus_connection_call_with_unix_fd_list_sync(
         bus.get(), "org.freedesktop.login1", "/org/freedesktop/login1", "org.freedesktop.login1.Manager", "Inhibit",
         g_variant_new("(ssss)", "idle", who.c_str(), why.c_str(), "block"), G_VARIANT_TYPE("(h)"),
-        G_DBUS_CALL_FLAGS_NO_AUTO_START, G_MAXINT, nullptr, &rawDescriptors, cancellable, &error));
+        G_DBUS_CALL_FLAGS_NO_AUTO_START, G_MAXINT, nullptr, &rawDescriptors, nullptr, &error));
     const ObjectPtr<GUnixFDList> descriptors(rawDescriptors);
     g_dbus_connection_close(bus.get(), nullptr, nullptr, nullptr);
     if (!reply)

@@ -1,10 +1,9 @@
 #include "platform/system/NSWorkspace.h"
 
-#include "platform/decoders/ImageFormat.h"
 #include "platform/foundation/Handle.h"
 #include "platform/foundation/LocalizedText.h"
 #include "platform/foundation/NSString.h"
-#include "platform/system/DocumentIcon.h"
+#include "platform/picturefiles/ImageFormat.h"
 
 #include <gio/gio.h>
 
@@ -40,20 +39,6 @@ bool isUnknown(std::string_view type)
     return type.empty() || type == "application/octet-stream" || type == "application/x-zerosize";
 }
 
-std::string typeOfExtension(std::string_view fileExtension)
-{
-    const std::string lower = lowercaseASCII(fileExtension);
-    if (lower.empty())
-        return {};
-    const auto* const known = std::ranges::find(kTypes, lower, [](const auto& entry) { return entry.first; });
-    if (known != kTypes.end())
-        return std::string(known->second);
-    const std::string name = "file." + lower;
-    const TextPtr type(g_content_type_guess(name.c_str(), nullptr, 0, nullptr));
-    const TextPtr mime(type ? g_content_type_get_mime_type(type.get()) : nullptr);
-    return mime && !isUnknown(mime.get()) ? std::string(mime.get()) : std::string();
-}
-
 std::string typeOfContent(std::span<const uint8_t> start)
 {
     if (const auto format = imageFormatOfContent(start); !format.empty())
@@ -65,17 +50,6 @@ std::string typeOfContent(std::span<const uint8_t> start)
     return mime && !isUnknown(mime.get()) ? std::string(mime.get()) : std::string();
 }
 
-DocumentKind kindOfType(std::string_view type)
-{
-    if (type.starts_with("video/"))
-        return DocumentKind::Movie;
-    if (type.starts_with("audio/"))
-        return DocumentKind::Sound;
-    if (NSWorkspace::conformsToImage(type))
-        return DocumentKind::Picture;
-    return DocumentKind::Plain;
-}
-
 } // namespace
 
 NSWorkspace& NSWorkspace::sharedWorkspace()
@@ -84,14 +58,18 @@ NSWorkspace& NSWorkspace::sharedWorkspace()
     return workspace;
 }
 
-NSImagePtr NSWorkspace::iconForFileType(std::string_view type) const
+std::string NSWorkspace::typeOfExtension(std::string_view fileExtension)
 {
-    return documentIcon(kindOfType(typeOfExtension(type)));
-}
-
-NSImagePtr NSWorkspace::iconForFile(std::string_view path) const
-{
-    return iconForFileType(pathExtension(path));
+    const std::string lower = lowercaseASCII(fileExtension);
+    if (lower.empty())
+        return {};
+    const auto* const known = std::ranges::find(kTypes, lower, [](const auto& entry) { return entry.first; });
+    if (known != kTypes.end())
+        return std::string(known->second);
+    const std::string name = "file." + lower;
+    const TextPtr type(g_content_type_guess(name.c_str(), nullptr, 0, nullptr));
+    const TextPtr mime(type ? g_content_type_get_mime_type(type.get()) : nullptr);
+    return mime && !isUnknown(mime.get()) ? std::string(mime.get()) : std::string();
 }
 
 std::optional<std::string> NSWorkspace::typeOfFile(const NSURL& url, NSError* error) const

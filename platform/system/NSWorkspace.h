@@ -22,6 +22,9 @@ public:
     /// The picture for a file by its path; a path without an extension of a known type gives the plain document.
     NSImagePtr iconForFile(std::string_view path) const;
 
+    /// The MIME type of files with an extension; empty where none is known.
+    static std::string typeOfExtension(std::string_view fileExtension);
+
     /// The MIME type of a file, by its content, then by its extension ("image/jpeg").
     /// @return nothing if the file cannot be read or is a folder
     [[nodiscard]] std::optional<std::string> typeOfFile(const NSURL& url, NSError* error = nullptr) const;

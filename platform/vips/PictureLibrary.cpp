@@ -2,9 +2,11 @@
 
 #include "platform/foundation/InstalledFiles.h"
 #include "platform/foundation/LoadableModule.h"
+#include "platform/foundation/LocalizedText.h"
 #include "platform/foundation/NSLog.h"
 #include "platform/vips/module/PictureModule.h"
 
+#include <cstdlib>
 #include <string>
 
 namespace platform {
@@ -12,7 +14,7 @@ namespace {
 
 const PictureModule* load()
 {
-    constexpr ModuleKind kKind = {"library of pictures", kPictureModuleSymbol, kPictureModuleVersion};
+    constexpr ModuleKind kKind = {translatable("library of pictures"), kPictureModuleSymbol, kPictureModuleVersion};
     std::string reason;
     const std::string path = installedPlace(InstalledFolder::Modules, "picture-formats.so");
     const auto* const module = static_cast<const PictureModule*>(loadModule(kKind, path, reason));
@@ -23,6 +25,14 @@ const PictureModule* load()
 }
 
 } // namespace
+
+void settlePictureLibrary()
+{
+    // It would write code for loops that are not used here, which a process that never runs what it wrote cannot.
+    setenv("VIPS_NOVECTOR", "1", 1);
+    // Where it looks for translations and colour profiles, of which none are asked for.
+    setenv("VIPSHOME", "/usr", 1);
+}
 
 const PictureModule* pictureLibrary()
 {

@@ -25,6 +25,12 @@ void AVAssetWriterInput::requestMediaDataWhenReadyOnQueue(std::shared_ptr<Dispat
         writing->requestMediaData(std::move(queue), std::move(block));
 }
 
+bool AVAssetWriterInput::appendPacket(std::vector<uint8_t> packet, CMTime presentationTime)
+{
+    const auto writing = session();
+    return writing && writing->appendPacket(std::move(packet), presentationTime);
+}
+
 void AVAssetWriterInput::markAsFinished()
 {
     if (const auto writing = session())

@@ -2,13 +2,16 @@
 
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/foundation/AtomicProperty.h"
+#include "platform/media/CMTime.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace platform {
 
@@ -71,6 +74,12 @@ public:
     /// Runs `block` on `queue` whenever the input is ready for more, again each time it has returned and the input is
     /// ready still, until the input is finished or the writer has ended. Once, for an input that was added to a writer.
     void requestMediaDataWhenReadyOnQueue(std::shared_ptr<DispatchQueue> queue, std::function<void()> block);
+
+    /// Takes a frame that is coded already, in place of one that would be coded here: as `appendPixelBuffer` of the
+    /// adaptor does, and with the same end. Writes it on this thread, as soon as it is known how long it lasts.
+    ///
+    /// @param packet  as an encoder of these settings gives it; of H.264 and HEVC, behind start codes
+    [[nodiscard]] bool appendPacket(std::vector<uint8_t> packet, CMTime presentationTime);
 
     /// No more media will come, and `block` is not called any more. A call that runs now goes on.
     void markAsFinished();

@@ -249,16 +249,13 @@ bool AVAssetWriterSession::hasVideoSize(const CVPixelBuffer& buffer) const
            static_cast<double>(buffer.height()) == settings_.height;
 }
 
-std::optional<int64_t> AVAssetWriterSession::movieTime(const CVPixelBuffer& buffer, CMTime presentationTime,
-                                                       NSError* error)
+std::optional<int64_t> AVAssetWriterSession::movieTime(CMTime presentationTime, NSError* error)
 {
     const std::string which = "frame " + std::to_string(times_.size()) + " of " + url_.lastPathComponent();
     const auto refuse = [&](const char* why) {
         fail(error, kAVFoundationErrorDomain, kAVErrorUnknown, which + why);
         return std::nullopt;
     };
-    if (!hasVideoSize(buffer))
-        return refuse(" has not the video's size");
     if (maximumSampleCount_ && times_.size() >= *maximumSampleCount_)
         return refuse(" is one more than was said to come");
     if (!presentationTime.isNumeric())
@@ -276,15 +273,34 @@ std::optional<int64_t> AVAssetWriterSession::movieTime(const CVPixelBuffer& buff
 
 bool AVAssetWriterSession::append(std::shared_ptr<CVPixelBuffer> buffer, CMTime presentationTime)
 {
+    return append(std::move(buffer), {}, presentationTime);
+}
+
+bool AVAssetWriterSession::appendPacket(std::vector<uint8_t> packet, CMTime presentationTime)
+{
+    return append(nullptr, std::move(packet), presentationTime);
+}
+
+bool AVAssetWriterSession::append(std::shared_ptr<CVPixelBuffer> buffer, std::vector<uint8_t> packet,
+                                  CMTime presentationTime)
+{
     NSError error;
     bool isFine = false;
     {
         LockGuard guard(lock_);
         if (status_ != AVAssetWriterStatus::Writing || ending_ || !startTime_ || isInputFinished_)
             return false;
-        if (const auto time = movieTime(*buffer, presentationTime, &error)) {
+        std::optional<int64_t> time;
+        if (buffer && !hasVideoSize(*buffer))
+            error = makeError("frame " + std::to_string(times_.size()) + " of " + url_.lastPathComponent() +
+                              " has not the video's size");
+        else
+            time = movieTime(presentationTime, &error);
+        if (time) {
             isFine = true;
-            if (ahead_.erase(times_.size()) == 0)
+            if (!buffer)
+                packets_.emplace(times_.size(), std::move(packet));
+            else if (ahead_.erase(times_.size()) == 0)
                 queue_.push_back({times_.size(), std::move(buffer)});
             times_.push_back(*time);
             // Cancelling waits for those at work.

@@ -56,6 +56,7 @@ public:
     void requestMediaData(std::shared_ptr<DispatchQueue> queue, std::function<void()> block);
     void markAsFinished();
     bool append(std::shared_ptr<CVPixelBuffer> buffer, CMTime presentationTime);
+    bool appendPacket(std::vector<uint8_t> packet, CMTime presentationTime);
     void codeAhead(CVPixelBuffer& buffer, uint64_t index);
     /// @}
 
@@ -87,8 +88,9 @@ private:
     void pump();
     bool hasVideoSize(const CVPixelBuffer& buffer) const;
     /// The frame's time in the movie's time scale; nothing, and why, if it cannot stand there.
-    [[nodiscard]] std::optional<int64_t> movieTime(const CVPixelBuffer& buffer, CMTime presentationTime, NSError* error)
-        REQUIRES(lock_);
+    [[nodiscard]] std::optional<int64_t> movieTime(CMTime presentationTime, NSError* error) REQUIRES(lock_);
+    /// @param buffer  null where the frame comes as a packet
+    bool append(std::shared_ptr<CVPixelBuffer> buffer, std::vector<uint8_t> packet, CMTime presentationTime);
 
     bool startThreads(size_t count);
     /// What a thread does.

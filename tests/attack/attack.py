@@ -5,6 +5,8 @@ prints what its `Tally` counts. `run` and CTest find it there by themselves.
 """
 
 import argparse
+import contextlib
+import ctypes
 import json
 import os
 import random
@@ -93,10 +95,10 @@ class Ran:
     def __init__(self, status, seconds, usage, out, err, timed_out):
         # Exit status, or minus the signal.
         self.status = status
-        # Of the clock, and of processors; these with what the program itself started and waited for.
-        self.seconds, self.processor = seconds, usage.ru_utime + usage.ru_stime
+        # Of the clock until it ended, and of processors; these with all that it started.
+        self.seconds, self.processor = seconds, sum(one.ru_utime + one.ru_stime for one in usage)
         # The largest resident set of it or of one of these.
-        self.bytes = usage.ru_maxrss << 10
+        self.bytes = max(one.ru_maxrss for one in usage) << 10
         self.out, self.err, self.timed_out = out, err, timed_out
 
     def harm(self, most_bytes=None):
@@ -124,13 +126,32 @@ def run(*command, seconds=60, environment=None, cwd=None, stdin=subprocess.DEVNU
         # Waiting that tells what was used knows no limit.
         alarm = _Alarm(process.pid, seconds)
         _, code, usage = os.wait4(process.pid, 0)
+        ended = time.monotonic()
         process.returncode = os.waitstatus_to_exitcode(code)
+        usage = [usage, *_usage_of_left(process.pid)]
         timed_out = alarm.stop()
         texts = []
         for file in (out, err):
             file.seek(0)
             texts.append(file.read().decode("utf-8", "surrogateescape"))
-        return Ran(process.returncode, time.monotonic() - began, usage, *texts, timed_out)
+        return Ran(process.returncode, ended - began, usage, *texts, timed_out)
+
+
+def _become_heir():
+    """Has what programs leave running, when they end, become children of this process."""
+    set_child_subreaper = 36
+    if ctypes.CDLL(None, use_errno=True).prctl(set_child_subreaper, 1, 0, 0, 0) != 0:
+        raise OSError(ctypes.get_errno(), "prctl")
+
+
+_become_heir()
+
+
+def _usage_of_left(group):
+    """Waits for what a program has left in its group, and gives what each took."""
+    with contextlib.suppress(ChildProcessError):
+        while True:
+            yield os.wait4(-group, 0)[2]
 
 
 class _Alarm:

@@ -329,6 +329,38 @@ TEST_F(DocumentTest, FilesStayWhileAnotherItemUsesThem)
     EXPECT_THAT(savedPhotos(), IsEmpty());
 }
 
+TEST_F(DocumentTest, FilesOfRemovedItemsStayWhereTheyMayComeBack)
+{
+    makeDocument();
+    auto document = loaded();
+    document->keepRemovedFiles();
+    const fs::path removed = document->photos()[1].path;
+    document->removePhoto(1);
+    ASSERT_TRUE(document->save());
+    EXPECT_TRUE(fs::exists(removed));
+    ASSERT_TRUE(document->add({{.path = removed, .size = {4000, 3000}, .fileSize = 9}}, {}));
+    ASSERT_TRUE(document->save());
+    EXPECT_EQ(document->photos().back().title, "img2");
+    {
+        auto other = loaded();
+        other->setFeatured(0, true);
+        ASSERT_TRUE(other->save());
+    }
+    document->removeKeptFiles();
+    EXPECT_TRUE(fs::exists(removed)) << "another program may need it";
+    EXPECT_EQ(codeOf(document->save()), ErrorCode::DocumentChanged);
+    document = loaded();
+    document->keepRemovedFiles();
+    document->removePhoto(2);
+    ASSERT_TRUE(document->save());
+    const fs::path last = path() + "/Resources/Photos/img2-2.jpg";
+    EXPECT_TRUE(fs::exists(last));
+    document->removeKeptFiles();
+    EXPECT_FALSE(fs::exists(last));
+    EXPECT_THAT(loaded()->photos(), SizeIs(2));
+    EXPECT_TRUE(badItemsOf(*loaded()).empty());
+}
+
 TEST_F(DocumentTest, FilesStayWhileADamagedItemMayUseThem)
 {
     makeDocument();

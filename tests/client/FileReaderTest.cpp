@@ -65,6 +65,15 @@ TEST_F(FileReaders, LogsWhatTheProgramLogsWithoutItsControls)
     EXPECT_THAT(log.lines()[0], testing::AllOf(HasSubstr("seen"), testing::Not(HasSubstr("\x1b"))));
 }
 
+TEST_F(FileReaders, WaitsForAVersionNoLongerThanItIsAsked)
+{
+    const EnvironmentVariable version("STILLORA_PRETENDED_VERSION", "never said");
+    FileReader reader;
+    int looks = 0;
+    EXPECT_FALSE(reader.fault([&looks] { return ++looks < 3; }));
+    EXPECT_EQ(looks, 3);
+}
+
 TEST_F(FileReaders, TellsHowTheProgramEndedOverAFile)
 {
     FileReader reader;
@@ -91,6 +100,19 @@ TEST_F(FileReaders, FindsTheFileThatTheProgramEndsOver)
     }
     for (size_t i = 0; i < files.size(); ++i)
         EXPECT_EQ(faults[i], i % 8 == 3 ? kSegmentationFault : "none") << i;
+}
+
+TEST_F(FileReaders, BelievesNoProgramOfAnotherVersion)
+{
+    FileReader fitting;
+    EXPECT_FALSE(fitting.fault());
+    const EnvironmentVariable version("STILLORA_PRETENDED_VERSION", "9.8.7");
+    FileReader reader;
+    EXPECT_THAT(faultOf(reader, file("good")), testing::AllOf(HasSubstr("cannot be read: "), HasSubstr("9.8.7")));
+    const auto fault = reader.fault();
+    ASSERT_TRUE(fault);
+    EXPECT_EQ(fault->code, ErrorCode::ServiceNotStarted);
+    EXPECT_THAT(fault->message, testing::AllOf(HasSubstr(STILLORA_PRETENDED_READER), HasSubstr("9.8.7")));
 }
 
 TEST_F(FileReaders, GivesUpOnAFileThatTakesTooLong)
@@ -167,7 +189,7 @@ protected:
         std::array<int, 2> ends{};
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
         const platform::FileDescriptor theirs(ends[1]);
-        EXPECT_EQ(sendPart(control_.get(), std::array{std::byte{1}}, theirs.get()), 1);
+        EXPECT_EQ(sendPart(control_.get(), std::array{std::byte{1}}, std::array{theirs.get()}), 1);
         return platform::FileDescriptor(ends[0]);
     }
 
@@ -189,9 +211,10 @@ protected:
         encoder(PhotoQuestion{path});
         const Bytes question = encoder.bytes();
         ReaderMessage head{.number = static_cast<uint32_t>(PhotoQuestion::kTask),
-                           .hasFile = file >= 0 ? 1U : 0U,
+                           .hasFile = static_cast<uint16_t>(file >= 0 ? 1 : 0),
                            .length = question.size()};
-        if (sendPart(socket.get(), std::as_bytes(std::span(&head, 1)), file) != sizeof head ||
+        const auto files = std::span(&file, file >= 0 ? 1 : 0);
+        if (sendPart(socket.get(), std::as_bytes(std::span(&head, 1)), files) != sizeof head ||
             sendPart(socket.get(), question) != static_cast<ssize_t>(question.size()) ||
             !receive(socket.get(), std::as_writable_bytes(std::span(&head, 1))))
             return std::nullopt;

@@ -1,4 +1,4 @@
-#include "client/MovieCheck.h"
+#include "client/reader/MovieCheck.h"
 
 #include <functional>
 #include <gmock/gmock.h>

@@ -80,16 +80,37 @@ TEST(MovieTimetable, WeighsPhotosAsTheyWereMeasured)
     for (const Row& row : {Row{"12.jpg", 4000, 3000, 1118170, 22.3},
                            {"24.JPG", 6000, 4000, 4710262, 58.4},
                            {"1.jpeg", 1200, 900, 140898, 4.9},
-                           {"12.png", 4000, 3000, 12848991, 167.4},
-                           {"12.webp", 4000, 3000, 541762, 203},
-                           {"8.heic", 3264, 2448, 650995, 252.5},
+                           {"12.png", 4000, 3000, 27977615, 190},
+                           {"8.png", 3264, 2448, 5566603, 66},
+                           {"12.webp", 4000, 3000, 253774, 52.8},
+                           {"8.webp", 3264, 2448, 1200274, 86},
+                           {"8.heic", 3264, 2448, 564594, 108},
+                           {"12.heic", 4000, 3000, 3686643, 438},
                            {"12.tiff", 4000, 3000, 36000140, 52.1},
                            {"12.tif", 4000, 3000, 42908390, 156},
                            {"4.jp2", 2400, 1700, 4172812, 918},
-                           {"4.avif", 2400, 1700, 90970, 67.8}})
+                           {"4.avif", 2400, 1700, 48377, 19.1},
+                           {"8.avif", 3264, 2448, 963458, 150}})
         EXPECT_NEAR(work(photo(row.name, row.width, row.height, row.bytes)).draw * 1e3, row.milliseconds,
                     row.milliseconds / 4)
             << row.name;
+}
+
+TEST(MovieTimetable, WeighsProgressivePhotosAsTheyWereMeasured)
+{
+    struct Row {
+        double width;
+        double height;
+        int64_t bytes;
+        double milliseconds;
+    };
+    for (const Row& row :
+         {Row{4000, 3000, 884949, 78.6}, Row{4000, 3000, 2163881, 122}, Row{6000, 4000, 1572284, 168},
+          Row{6000, 4000, 4142370, 209}, Row{2400, 1700, 800158, 41.3}, Row{3264, 2448, 633794, 44.3}}) {
+        PhotoFacts facts = photo("a.jpg", row.width, row.height, row.bytes);
+        facts.isProgressive = true;
+        EXPECT_NEAR(work(facts).draw * 1e3, row.milliseconds, row.milliseconds / 4) << row.bytes;
+    }
 }
 
 TEST(MovieTimetable, WeighsCodecsAsTheyWereMeasured)
@@ -154,8 +175,40 @@ TEST(MovieTimetable, TakesTimeForSoundThatIsConvertedAndLittleForWhatIsCopied)
     EXPECT_GT(converted, 0.8);
     EXPECT_LT(lengthOfSound({sound("a.m4a", 300)}), converted / 10);
     EXPECT_EQ(lengthOfSound({}), 0);
-    EXPECT_GT(lengthOfSound({sound("a.m4a", 100), sound("b.m4a", 200)}), 200 * 7.5e-3 / 2)
+    EXPECT_GT(lengthOfSound({sound("a.m4a", 100), sound("b.m4a", 200)}), 200 * 8.8e-3 / 2)
         << "after a joint all is coded anew";
+}
+
+TEST(MovieTimetable, KnowsInWhichPiecesSoundIsWritten)
+{
+    const auto of = [](double seconds, unsigned processors) {
+        return timetableOf(request(std::vector<PhotoFacts>(100, jpeg(2)), {sound("a.wav", seconds)}), processors);
+    };
+    const MovieTimetable large = of(300, 2);
+    ASSERT_EQ(large.sounds.size(), 8U) << "eight parts, two at once";
+    EXPECT_NEAR(large.sounds[0].bytes, large.sounds[7].bytes / 8, 1);
+    EXPECT_NEAR(large.sounds[0].moment - large.serviceReady, (large.soundsConverted - large.serviceReady) / 4, 0.01);
+    EXPECT_EQ(large.sounds[1].moment, large.sounds[0].moment) << "whichever is written first";
+    EXPECT_EQ(large.sounds[7].moment, large.soundsConverted);
+    const MovieTimetable atOnce = of(300, 8);
+    EXPECT_EQ(atOnce.sounds.front().moment, atOnce.sounds.back().moment);
+    // Too short to be cut into parts: no second processor helps.
+    EXPECT_EQ(of(20, 2).soundsConverted, of(20, 1).soundsConverted);
+}
+
+TEST(MovieTimetable, WeighsSoundsAsTheyWereMeasured)
+{
+    const auto converted = [](const char* name, int rateHz) {
+        SoundFacts music = sound(name, 400);
+        music.sampleRateHz = rateHz;
+        const MovieTimetable table = timetableOf(request(std::vector<PhotoFacts>(100, jpeg(2)), {music}), 1);
+        return (table.soundsConverted - table.serviceReady) / 400 * 1e3;
+    };
+    EXPECT_NEAR(converted("a.wav", 44100), 9.0, 1);
+    EXPECT_NEAR(converted("a.mp3", 44100), 9.9, 1);
+    EXPECT_NEAR(converted("a.flac", 48000), 11.2, 1);
+    EXPECT_NEAR(converted("a.opus", 48000), 14.8, 1.5);
+    EXPECT_NEAR(converted("a.m4a", 44100), 0.1, 0.1);
 }
 
 TEST(MovieTimetable, CountsAFileThatIsRepeatedOnce)

@@ -1,6 +1,7 @@
 #include <stillora/Photos.h>
 
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/TestPicture.h"
 
 #include <cstdlib>
 #include <string>
@@ -153,6 +154,16 @@ TEST_F(PhotoCheck, TellsWhichPhotosAreCutOff)
     ASSERT_THAT(checked.good, SizeIs(2));
     EXPECT_FALSE(checked.good[0].isCutOff);
     EXPECT_TRUE(checked.good[1].isCutOff);
+}
+
+TEST_F(PhotoCheck, TellsWhichPhotosComeInPasses)
+{
+    const auto progressive = test::jpegBytes(test::textured(64, 48), {.isProgressive = true});
+    const std::string fine = folder_.makeFile("fine.jpg", std::string(progressive.begin(), progressive.end()));
+    const CheckedPhotos checked = check({picture("usual.jpg", 320, 240), fine});
+    ASSERT_THAT(checked.good, SizeIs(2));
+    EXPECT_FALSE(checked.good[0].isProgressive);
+    EXPECT_TRUE(checked.good[1].isProgressive);
 }
 
 TEST_F(PhotoCheck, PassesOverFilesOfAFolderThatAreNoPictures)

@@ -5,6 +5,8 @@
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestPicture.h"
 
+#include <array>
+
 #include <gtest/gtest.h>
 
 using namespace stillora;
@@ -63,6 +65,65 @@ TEST(Picture, ThatCannotBeReadIsRefused)
     const Bytes junk(100, std::byte{7});
     EXPECT_FALSE(pictureAsPNG(junk));
     EXPECT_EQ(sizeOfPNG(pictureAsPNG(bytesOf(test::jpegBytes(test::plain(30, 20, test::kBlue))))), (Size{30, 20}));
+}
+
+using Pixel = std::array<int, 4>;
+
+/// Red, green, blue and alpha.
+Pixel pixelAt(const Pixels& pixels, size_t x, size_t y)
+{
+    Pixel pixel{};
+    for (size_t i = 0; i < pixel.size(); ++i)
+        pixel[i] = std::to_integer<int>(pixels.bytes[y * pixels.rowBytes + x * 4 + i]);
+    return pixel;
+}
+
+TEST(Picture, ForADisplayIsUprightAndInItsColours)
+{
+    const TemporaryFolder folder;
+    const auto pixels = fittedPixels(savedJPEG(folder, 400, 200, 6), {100, 100});
+    ASSERT_TRUE(pixels) << pixels.error().message;
+    EXPECT_EQ(pixels->width, 50);
+    EXPECT_EQ(pixels->height, 100);
+    ASSERT_GE(pixels->bytes.size(), pixels->rowBytes * 99 + 50 * 4);
+    const Pixel last = pixelAt(*pixels, 49, 99);
+    for (size_t i = 0; i < 3; ++i)
+        EXPECT_NEAR(last[i], test::kRed[i], 4) << i;
+    EXPECT_EQ(last[3], 255);
+    EXPECT_EQ(fittedPixels(folder.path("gone.jpg"), {10, 10}).error().file, folder.path("gone.jpg"));
+}
+
+TEST(Picture, OfADisplayIsTheSameAgainAsAPNGFile)
+{
+    // Half clear: the colours are multiplied with it.
+    const Pixels pixels{2,
+                        1,
+                        12,
+                        {std::byte{255}, std::byte{0}, std::byte{0}, std::byte{255}, std::byte{0}, std::byte{0},
+                         std::byte{128}, std::byte{128}, std::byte{9}, std::byte{9}, std::byte{9}, std::byte{9}}};
+    const auto file = pngOfPixels(pixels);
+    ASSERT_TRUE(file) << file.error().message;
+    EXPECT_EQ(sizeOfPNG(file), (Size{2, 1}));
+    const auto again = pixelsOfPicture(*file);
+    ASSERT_TRUE(again) << again.error().message;
+    EXPECT_EQ(pixelAt(*again, 0, 0), (Pixel{255, 0, 0, 255}));
+    EXPECT_EQ(pixelAt(*again, 1, 0), (Pixel{0, 0, 128, 128}));
+    EXPECT_FALSE(pixelsOfPicture(Bytes(100, std::byte{7})));
+}
+
+TEST(Picture, OfAFrameCarriesTheWatermarkWhereItsMovieDoes)
+{
+    const TemporaryFolder folder;
+    const PhotoFacts photo{.path = savedJPEG(folder, 640, 480), .size = {640, 480}};
+    const auto frameAt = [&](FramePlace place, Watermark watermark) {
+        const auto frame = drawFrame(photo, {.quality = 240, .watermark = watermark}, place);
+        EXPECT_TRUE(frame) << frame.error().message;
+        return frame ? frame->pixels : Pixels();
+    };
+    const Pixels plain = frameAt({0, 5}, Watermark::Absent);
+    EXPECT_EQ(plain.height, 240);
+    EXPECT_NE(frameAt({0, 5}, Watermark::Drawn).bytes, plain.bytes);
+    EXPECT_EQ(frameAt({2, 5}, Watermark::Drawn).bytes, plain.bytes) << "of five the middle ones have none";
 }
 
 /// A request for a movie of plain photos of one size, without a watermark.

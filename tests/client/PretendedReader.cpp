@@ -9,6 +9,7 @@
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
+#include <string_view>
 
 #include <unistd.h>
 
@@ -55,22 +56,26 @@ Bytes answerFor(const std::string& name)
 
 } // namespace
 
-std::filesystem::path fileOfQuestion(uint32_t, std::span<const std::byte> bytes)
+FilesOfQuestion filesOfQuestion(uint32_t, std::span<const std::byte> bytes)
 {
-    PhotoQuestion question;
+    // It comes first in every question.
+    FilesOfQuestion files;
     Decoder decoder(bytes);
-    decoder(question.file);
-    return question.file;
+    decoder(files.read);
+    return files;
 }
 
 std::optional<Bytes> codedAnswer(uint32_t task, std::span<const std::byte> question)
 {
-    return answerFor(fileOfQuestion(task, question).filename().native());
+    return answerFor(filesOfQuestion(task, question).read.filename().native());
 }
 
 } // namespace stillora
 
 int main()
 {
-    return stillora::ReaderService::run() ? EXIT_SUCCESS : EXIT_FAILURE;
+    const char* const version = std::getenv("STILLORA_PRETENDED_VERSION");
+    while (version && std::string_view(version) == "never said")
+        pause();
+    return stillora::ReaderService::run(version ? version : STILLORA_VERSION) ? EXIT_SUCCESS : EXIT_FAILURE;
 }

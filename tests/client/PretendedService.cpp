@@ -7,6 +7,7 @@
 #include "platform/files/NSURL.h"
 #include "platform/foundation/NSLog.h"
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -103,18 +104,28 @@ private:
             // Also that its client goes away.
             for (;;)
                 pause();
+        } else if (behaviour == "choosesASize") {
+            tell("VideoCreationTitleCalculatingVideoSize", 2, 4, -1);
+            reply(std::nullopt, std::nullopt, true);
+        } else if (behaviour == "hasChosenASize") {
+            tell("VideoCreationTitleCalculatingVideoSize", 4, 4, -1);
+            reply(std::nullopt, std::nullopt, true);
         } else if (behaviour == "fails") {
             reply(std::nullopt, platform::NSError{"AVFoundationErrorDomain", -11829, "song.mp3 is damaged"}, false);
         } else if (behaviour == "shrugs") {
             platform::logFailure("-[morStilloraVideoCreator videoWithPhotos:]", "could not create assetWriter");
             reply(std::nullopt, std::nullopt, true);
         } else if (behaviour == "babbles") {
-            // More at once than it takes to read.
+            // By several at once, so that there is always more than was read; short lines take the longest to read.
             std::string much;
             while (much.size() < 60'000)
-                much += "this and that\n";
-            while (write(STDERR_FILENO, much.data(), much.size()) > 0) {
-            }
+                much += "a\n";
+            const auto babble = [&much] {
+                while (write(STDERR_FILENO, much.data(), much.size()) > 0) {
+                }
+            };
+            const std::array<std::jthread, 3> others{std::jthread(babble), std::jthread(babble), std::jthread(babble)};
+            babble();
         } else if (behaviour == "floods") {
             for (;;)
                 tell("VideoCreationTitleRenderingVideo", 1, 4, 2.5);

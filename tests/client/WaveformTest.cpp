@@ -3,6 +3,8 @@
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestSound.h"
 
+#include <algorithm>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -41,6 +43,23 @@ TEST_F(Waveform, IsAPNGFile)
     EXPECT_EQ(std::to_integer<char>((*picture)[1]), 'P');
 }
 
+TEST_F(Waveform, IsAlsoGivenAsLevels)
+{
+    const std::string path = folder_.path("steps.wav");
+    // Ever louder: parts that are equally loud would share one place.
+    writeWav(path, makeSound(8000, 1, 24000, [](size_t frame, int) { return static_cast<double>(frame) / 24000; }));
+    const auto levels = waveformLevels({path, std::nullopt, 3s, 8000}, 30);
+    ASSERT_TRUE(levels) << levels.error().message;
+    ASSERT_EQ(levels->size(), 30U);
+    EXPECT_LT((*levels)[0], 0.05);
+    EXPECT_GT((*levels)[5], 0.1);
+    EXPECT_LT((*levels)[5], (*levels)[14]);
+    EXPECT_LT((*levels)[14], (*levels)[24]);
+    EXPECT_GT((*levels)[24], 0.5);
+    EXPECT_LE(*std::ranges::max_element(*levels), 1);
+    EXPECT_EQ(codeOf(waveformLevels(sound(1), 0)), ErrorCode::OutOfRange);
+}
+
 TEST_F(Waveform, IsRefusedWhereNobodyCouldDrawIt)
 {
     EXPECT_EQ(codeOf(drawWaveform(sound(1), {.width = 0, .height = 20})), ErrorCode::OutOfRange);
@@ -75,6 +94,17 @@ TEST_F(Waveform, ConversionNeverReplacesAFile)
         bytes += file->bytes;
     }
     EXPECT_GT(bytes, 0U);
+}
+
+TEST_F(Waveform, ConversionPassesOverALinkThatLeadsNowhere)
+{
+    const SoundFacts source = sound(1);
+    for (const char* name : {"a.m4a", "a-2.m4a"})
+        std::filesystem::create_symlink("/nowhere/at/all", folder_.path(name));
+    const auto file = convertSound(source, folder_.path());
+    ASSERT_TRUE(file) << file.error().message;
+    EXPECT_EQ(file->path, folder_.path("a-3.m4a"));
+    EXPECT_TRUE(std::filesystem::is_symlink(folder_.path("a.m4a")));
 }
 
 TEST_F(Waveform, ConversionToAFileKeepsItsNameAndReplacesNothing)

@@ -42,6 +42,17 @@ def bmp_claiming(width, height):
             struct.pack("<IiiHHIIiiII", 40, width, height, 1, 24, 0, 0, 2835, 2835, 0, 0)).ljust(1024, b"\x55")
 
 
+def services_of(pid):
+    """The rendering services that a process's main thread has started, among other programs."""
+    def is_service(child):
+        try:
+            return Path(f"/proc/{child}/comm").read_text().startswith("stillora-video")
+        except OSError:
+            return False
+
+    return [int(child) for child in Path(f"/proc/{pid}/task/{pid}/children").read_text().split() if is_service(child)]
+
+
 class CommandLineTest(stillora.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -286,9 +297,9 @@ class CommandLineTest(stillora.TestCase):
                 break
         else:
             self.fail(f"it never rendered: {process.stderr.read()}")
-        children = Path(f"/proc/{process.pid}/task/{process.pid}/children").read_text().split()
-        self.assertEqual(len(children), 1)
-        return process, int(children[0])
+        services = services_of(process.pid)
+        self.assertEqual(len(services), 1)
+        return process, services[0]
 
     def ended(self, number):
         """Whether a process that may be nobody's child any more has ended."""
@@ -346,6 +357,20 @@ class CommandLineTest(stillora.TestCase):
                 self.assertNothingMade()
                 wait_until(lambda: self.ended(service), "the service ends")
 
+    @unittest.skipUnless(stillora.knows_landlock(), "without Landlock the service reads the new file")
+    def test_a_photo_that_is_saved_anew_during_the_job_is_named_with_the_reason(self):
+        photos = stillora.pictures(self.folder / "own", 12, 2400, 1600) * 20
+        process, service = self.started("--quality", "1080", "--codec", "hvc1", *photos)
+        for photo in set(photos[6:]):
+            saved = photo.with_suffix(".new")
+            shutil.copy(photo, saved)
+            saved.rename(photo)
+        out, said = process.communicate(timeout=stillora.DEADLINE)
+        self.assertEqual(process.returncode, BAD_INPUT, said)
+        self.assertRegex(said.decode(), r"since the photo .*own/photo .* was replaced while the movie was made")
+        self.assertNothingMade()
+        wait_until(lambda: self.ended(service), "the service ends")
+
     def test_standard_output_that_is_closed_is_no_crash(self):
         process = self.start("--json", "--quality", "240", *self.photos)
         process.stdout.close()
@@ -360,8 +385,7 @@ class CommandLineTest(stillora.TestCase):
         process = subprocess.Popen(["bash", "-c", 'exec "$@" <&- >&- 2>&-', "bash", stillora.STILLORA, "create", "--save",
                                     self.save, "--quality", "1080", *self.many], env=self.environment())
         try:
-            children = Path(f"/proc/{process.pid}/task/{process.pid}/children")
-            service = wait_until(lambda: children.read_text().split() or process.poll() is not None, "the service runs")[0]
+            service = wait_until(lambda: services_of(process.pid) or process.poll() is not None, "the service runs")[0]
             wait_until(lambda: any(self.save.glob("**/*.mov")), "the service writes")
             for number in (process.pid, service):
                 for stream in range(3):
@@ -403,7 +427,8 @@ class CommandLineTest(stillora.TestCase):
         self.assertEqual(result.err.count(told), 1)
         self.assertEqual(len(hold_times(self.made_movie(result))), 7)
         result = self.create("--skip-bad", "--seconds", "1", "--quality", "240", cut, *self.photos)
-        self.assertIn(f"left out: {cut}: is damaged", result.err)
+        # It is not shown, so that nothing is said of how far.
+        self.assertIn(f"stillora: left out: {cut}: is damaged: its end is missing", result.err.splitlines())
         self.assertEqual(len(hold_times(self.made_movie(result))), 6)
         result = self.create("--json", "--quiet", "--quality", "240", cut, cut, *self.photos)
         (photo,) = json.loads(result.out.splitlines()[-1])["damagedPhotos"]
@@ -567,6 +592,13 @@ class CommandLineTest(stillora.TestCase):
                               ("--quality", "17"), ("--codec", "zzzz")):
             with self.subTest(f"{option} {value}"):
                 self.assertRefused(self.create(option, value, *self.photos, expect=None), option, code=USAGE)
+
+    def test_the_path_of_a_movie_has_no_dots_in_it(self):
+        for arguments in (["--save", "."], ["--save", "./."], ["-o", "./Other.mov"]):
+            result = self.run_stillora("create", *self.photos, "--quality", "240", *arguments, cwd=self.save)
+            movie = Path(result.out.rstrip("\n"))
+            self.assertEqual(str(movie.parent), str(self.save.resolve()), arguments)
+            self.assertTrue(movie.is_file())
 
     # Bad places
 

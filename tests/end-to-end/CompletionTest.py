@@ -189,13 +189,17 @@ class CompletionTest(stillora.TestCase):
                 seen = self.typed("bash", ["--norc", "--noprofile", "-i"], start, "stillora " + keys)
                 self.assertIn(f"<{name}><<end>>", seen)
 
-    def offered_by_fish(self, line):
+    def told_by_fish(self, line, **language):
+        """What fish offers, and what it says of each."""
         script = f"source {shlex.quote(str(FISH))}; complete -C {shlex.quote('stillora ' + line)}"
         result = subprocess.run(["fish", "--no-config", "-c", script], cwd=self.files, capture_output=True, text=True,
-                                env=self.environment(HOME=self.folder, XDG_CONFIG_HOME=self.folder),
+                                env=self.environment(HOME=self.folder, XDG_CONFIG_HOME=self.folder, **language),
                                 timeout=stillora.DEADLINE)
         self.assertEqual((result.returncode, result.stderr), (0, ""))
-        return [text.split("\t")[0] for text in result.stdout.splitlines()]
+        return [text.split("\t") for text in result.stdout.splitlines()]
+
+    def offered_by_fish(self, line, **language):
+        return [told[0] for told in self.told_by_fish(line, **language)]
 
     @unittest.skipUnless(shutil.which("fish"), "there is no fish")
     def test_fish_completes_as_bash_does(self):
@@ -210,6 +214,36 @@ class CompletionTest(stillora.TestCase):
                 words = [command] + ([action] if action else [])
                 options = {word for word in self.offered(*words, "--") if word.startswith("--")}
                 self.assertEqual(set(self.offered_by_fish(" ".join(words) + " --")), options, words)
+
+    @unittest.skipUnless(shutil.which("fish"), "there is no fish")
+    def test_fish_says_in_the_users_language_what_it_offers(self):
+        rows = (({}, "make a movie of photos"), ({"LC_ALL": "C", "LANGUAGE": "de"}, "make a movie of photos"),
+                ({"LC_ALL": "C.UTF-8", "LANGUAGE": "de:fr"}, "einen Film aus Fotos machen"),
+                ({"LC_ALL": "C.UTF-8", "LANGUAGE": "fr"}, "créer un film à partir de photos"))
+        for language, text in rows:
+            with self.subTest(language):
+                told = dict(self.told_by_fish("", **language))
+                self.assertEqual(told["create"], text)
+                self.assertEqual(sorted(told), sorted(self.commands()))
+        options = dict(self.told_by_fish("create --", LC_ALL="C.UTF-8", LANGUAGE="fr"))
+        self.assertEqual(options["--quality"], "hauteur du film")
+        self.assertEqual(set(options), set(self.offered_by_fish("create --")))
+
+    @unittest.skipUnless(shutil.which("zsh"), "there is no zsh")
+    def test_zsh_says_in_the_users_language_what_it_offers(self):
+        # What the functions of zsh are handed, without a terminal.
+        script = (f"_arguments() {{ print -rl -- $@ }}; _describe() {{ print -rl -- ${{(P)4}} }}; "
+                  f"stillora() {{ local -a words=(stillora \"$@\"); integer CURRENT=$#words; source {shlex.quote(str(ZSH))} }}; ")
+        rows = (("", "make a movie of photos", "height of the movie", "adds photos and sounds at the end"),
+                ("de", "einen Film aus Fotos machen", "Höhe des Films", "fügt am Ende Fotos und Töne hinzu"),
+                ("fr", "créer un film à partir de photos", "hauteur du film", "ajoute des photos et des sons à la fin"))
+        for language, *texts in rows:
+            for line, text in zip(("stillora ''", "stillora create ''", "stillora document ''"), texts):
+                with self.subTest(language, line=line):
+                    said = subprocess.run(["zsh", "-f", "-c", script + line], capture_output=True, text=True,
+                                          env=self.environment(LC_ALL="C.UTF-8", LANGUAGE=language), timeout=stillora.DEADLINE)
+                    self.assertEqual((said.returncode, said.stderr), (0, ""))
+                    self.assertIn(text, said.stdout)
 
     def test_the_manual_tells_of_every_option_of_every_command(self):
         text = MANUAL.read_text().replace("\\-", "-")

@@ -1,6 +1,5 @@
 """What the service can still do once it has confined itself: what it was told of, and nothing else."""
 
-import ctypes
 import os
 import subprocess
 import unittest
@@ -15,13 +14,7 @@ class ConfinementTest(stillora.TestCase):
     def setUpClass(cls):
         super().setUpClass()
         cls.photos = stillora.pictures(cls.shared / "photos", 6)
-        cls.has_landlock = cls.landlock_version() >= 2
-
-    @staticmethod
-    def landlock_version():
-        """As the kernel tells it to whoever asks; 0 where there is none."""
-        create_ruleset, asks_for_version = 444, 1
-        return max(0, ctypes.CDLL(None).syscall(create_ruleset, None, 0, asks_for_version))
+        cls.has_landlock = stillora.knows_landlock()
 
     def confined(self, readable, writable, **environment):
         """A service, for one client, that was told of these files."""

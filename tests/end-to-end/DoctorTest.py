@@ -50,6 +50,18 @@ class DoctorTest(stillora.TestCase):
         for picture in ("jpeg", "png", "webp", "heic", "avif", "tiff", "gif", "bmp", "jp2"):
             self.assertEqual(checks[f"picture.{picture}"]["state"], "ok", picture)
         self.assertEqual(checks["service"]["detail"], str(stillora.SERVICE))
+        self.assertEqual(checks["reader"]["state"], "ok")
+        self.assertFalse(checks["confinement"]["needed"])
+
+    def test_a_reader_that_is_not_there_is_missing(self):
+        check = self.assertFound("reader", "missing", "/nowhere/reader", expect=FAILED, STILLORA_FILE_READER="/nowhere/reader")
+        self.assertEqual((check["needed"], check["package"]), (True, "stillora"))
+        self.assertFound("reader", "broken", "ended with exit status 0", expect=FAILED, STILLORA_FILE_READER="/bin/true")
+
+    def test_a_kernel_that_cannot_confine_is_told(self):
+        prefix = [str(Path(stillora.__file__).with_name("without-landlock"))]
+        check = self.assertFound("confinement", "missing", "Landlock is missing or too old", prefix=prefix)
+        self.assertFalse(check["needed"])
 
     def test_nothing_is_made_that_stays(self):
         self.doctor()
@@ -113,7 +125,9 @@ class DoctorTest(stillora.TestCase):
         self.assertFound("folder.temporary", "broken", str(file), expect=FAILED, TMPDIR=file)
 
     def test_watermarks_need_a_font(self):
-        configuration = self.folder / "fonts.conf"
+        # Where a process that may read nothing of the user's finds it.
+        configuration = self.home / ".config/fontconfig/fonts.conf"
+        configuration.parent.mkdir(parents=True)
         configuration.write_text(f"<?xml version='1.0'?><fontconfig><dir>{self.folder}/none</dir>"
                                  f"<cachedir>{self.folder}/cache</cachedir></fontconfig>")
         check = self.assertFound("font", "missing", expect=FAILED, FONTCONFIG_FILE=configuration)
@@ -144,7 +158,8 @@ class DoctorTest(stillora.TestCase):
         (folder / "app.stillora.VideoCreator.socket").touch()
         without = [str(Path(stillora.__file__).with_name("without-user-namespaces"))]
         self.assertFound("units", "broken", "forbids user namespaces", prefix=without)
-        self.assertFound("units", "broken", "without-user-namespaces.conf", prefix=without)
+        check = self.assertFound("units", "broken", "without-user-namespaces.conf", prefix=without)
+        self.assertIsNone(check["package"], "the units are there")
         (folder / "app.stillora.VideoCreator@.service.d").mkdir()
         self.assertFound("units", "ok", prefix=without)
 

@@ -190,8 +190,27 @@ class FileManagersTest(stillora.TestCase):
         told = [one for one in desktop.shown if one["value"] is not None]
         for one in told:
             self.assertTrue(one["body"].endswith(f": {one['value']} %"), one)
+        desktop.close(last["id"])
+        self.assertEqual(self.ended(process), 0)
+
+    def test_the_movie_is_opened_with_the_users_player(self):
+        applications = self.home / ".local/share/applications"
+        applications.mkdir(parents=True)
+        played = self.folder / "played"
+        (applications / "player.desktop").write_text(
+            f'[Desktop Entry]\nType=Application\nName=Player\nExec=cp %f {played}\n')
+        settings = self.home / ".config/mimeapps.list"
+        settings.parent.mkdir(parents=True, exist_ok=True)
+        # The second where no package tells what kind of file it is.
+        settings.write_text("[Default Applications]\n"
+                            "video/quicktime=player.desktop\napplication/octet-stream=player.desktop\n")
+        desktop = Desktop(self).serve()
+        process = self.click_on(self.photos[0], desktop=desktop)
+        last = desktop.wait_for("The movie is ready")
         desktop.click(last["id"], "default")
         self.assertEqual(self.ended(process), 0)
+        movie, = self.made()
+        wait_until(lambda: played.exists() and played.read_bytes() == movie.read_bytes(), "it is handed to the player")
 
     def test_names_are_chosen_one_by_one(self):
         desktop = Desktop(self).serve()

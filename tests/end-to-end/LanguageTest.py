@@ -47,6 +47,17 @@ class LanguageTest(stillora.TestCase):
                                LANGUAGE=language, prefix=["prlimit", "--fsize=20000"]).err
             self.assertRegex(said, sentence)
 
+    def test_the_service_answers_whoever_starts_it_in_the_users_language(self):
+        def answer(language, *arguments):
+            result = subprocess.run([stillora.SERVICE, *arguments], capture_output=True, text=True,
+                                    env=self.environment(LANGUAGE=language))
+            return result.stdout + result.stderr
+
+        self.assertIn("Macht Filme für seine Clients.", answer("de", "--help"))
+        self.assertIn("Crée des films pour ses clients.", answer("fr", "--help"))
+        self.assertIn("es gibt keine Option --nichts\nAufruf: ", answer("de", "--nichts"))
+        self.assertIn("diesem Prozess wurde kein Socket übergeben", answer("de"))
+
     def test_the_chosen_language_wins_over_the_environment(self):
         self.run_stillora("set", "language", "fr")
         for environment in ({"LANGUAGE": "de"}, {"LC_ALL": "C"}):

@@ -31,6 +31,14 @@ def is_running(pid):
         return False
 
 
+def places_open_in(pid):
+    found = set()
+    for entry in Path(f"/proc/{pid}/fd").iterdir():
+        with contextlib.suppress(FileNotFoundError):
+            found.add(os.readlink(entry))
+    return found
+
+
 class ReaderTest(stillora.TestCase):
     def file(self, name):
         path = self.folder / name
@@ -88,11 +96,7 @@ class ReaderTest(stillora.TestCase):
         process, reader = self.start("info", self.file("hang.jpg"), SSH_AUTH_SOCK="/agent", DISPLAY=":0", SECRET="x")
 
         def places():
-            found = set()
-            for entry in Path(f"/proc/{reader}/fd").iterdir():
-                with contextlib.suppress(FileNotFoundError):
-                    found.add(os.readlink(entry))
-            return found
+            return places_open_in(reader)
 
         # Nothing but what it is asked over, and the files that it is asked about; once its libraries are loaded.
         photo = str(self.folder / "hang.jpg")
@@ -102,11 +106,62 @@ class ReaderTest(stillora.TestCase):
         self.assertTrue(names.isdisjoint({"SSH_AUTH_SOCK", "DISPLAY", "SECRET"}), names)
         self.assertEqual({place for place in places() if not place.startswith("socket:")}, {"/dev/null", photo})
 
-    def test_without_the_program_every_photo_is_refused_with_the_reason(self):
-        photo = self.file("photo.jpg")
-        result = self.create(photo, expect=3, environment=self.environment(STILLORA_FILE_READER="/nowhere/reader"))
-        self.assertIn(f"{photo}: ", result.err)
-        self.assertIn("/nowhere/reader", result.err)
+    def test_a_movie_that_the_reader_crashes_over_is_not_handed_out(self):
+        photo = stillora.picture(self.folder / "good.png", 640, 480)
+        for title in ("crash", "nonsense"):
+            with self.subTest(title):
+                result = self.create(photo, "--title", title, expect=1,
+                                     environment=self.environment(STILLORA_FILE_READER=PRETENDED))
+                self.assertIn(f"{title}.mov: cannot be read: ", result.err)
+                self.assertEqual(self.leftovers(self.save), [])
+
+    def test_a_sound_that_the_reader_crashes_over_leaves_nothing(self):
+        music = self.folder / "crash.wav"
+        stillora.run("ffmpeg", "-v", "error", "-f", "lavfi", "-i", "sine=duration=1", music)
+        for command in ("convert", "trim"):
+            with self.subTest(command):
+                result = self.run_stillora(command, music, "--range", "0-0.5", "-o", self.folder / "out.m4a", expect=3,
+                                           environment=self.environment(STILLORA_FILE_READER=PRETENDED))
+                self.assertIn(f"{music}: cannot be read: ", result.err)
+                self.assertEqual([path.name for path in self.folder.glob("*.m4a")], [])
+
+    @unittest.skipIf(len(os.sched_getaffinity(0)) < 2, "one processor looks at one file at a time")
+    def test_files_are_looked_at_while_the_one_before_is(self):
+        files = [self.file(name) for name in ("hang1.jpg", "hang2.jpg")]
+        process, reader = self.start("info", *files)
+        wait_until(lambda: {str(file) for file in files} <= places_open_in(reader), "both are read")
+
+    @unittest.skipIf(stillora.build_setting("STILLORA_SANITIZE"), "a sanitizer keeps what nobody calls")
+    def test_the_client_loads_nothing_that_decodes(self):
+        for program in (STILLORA, BIN.parent / "client" / "libstillora-client.so"):
+            with self.subTest(program.name):
+                loaded = stillora.run("ldd", program).decode()
+                self.assertIn("libc.so", loaded)
+                self.assertNotRegex(loaded, r"lib(av|sw|turbojpeg|lcms|x26|heif|webp|vips)")
+
+    def assertToldOnce(self, *words, **environment):
+        photos = [self.file(f"good{number}.jpg") for number in range(3)]
+        sound, product = self.file("good.mp3"), self.folder / "new.m4a"
+        for arguments in (["create", "--save", self.save, *photos], ["info", *photos],
+                          ["document", "new", self.folder / "new", *photos], ["convert", sound, "-o", product],
+                          ["trim", sound, "--range", "0-1", "-o", product], ["waveform", sound, "-o", product],
+                          ["frame", photos[0], "-o", product]):
+            with self.subTest(" ".join(map(str, arguments))):
+                result = self.run_stillora(*arguments, expect=4, environment=self.environment(**environment))
+                self.assertEqual(len(result.err.splitlines()), 1, result.err)
+                for word in words:
+                    self.assertIn(word, result.err)
+                self.assertNotIn("good", result.err)
+                self.assertFalse(product.exists())
+                self.assertEqual(self.leftovers(self.save), [])
+                self.assertFalse((self.folder / "new.stillora").exists())
+
+    def test_without_the_program_one_sentence_says_so_for_all_photos(self):
+        self.assertToldOnce("/nowhere/reader", STILLORA_FILE_READER="/nowhere/reader")
+
+    def test_a_program_of_another_version_is_told_once(self):
+        self.assertToldOnce(str(PRETENDED), "9.8.7", "installed together",
+                            STILLORA_FILE_READER=PRETENDED, STILLORA_PRETENDED_VERSION="9.8.7")
 
 
 if __name__ == "__main__":

@@ -58,3 +58,29 @@ TEST(ServiceArguments, NameTheDescriptorOfTheListOfFiles)
     }
     EXPECT_TRUE(ServiceArguments::read({"--files"}).answer);
 }
+
+TEST(ServiceArguments, TellWhichPartOfAMovieIsMade)
+{
+    EXPECT_FALSE(ServiceArguments::read({"--watermark"}).part);
+    const ServiceArguments arguments = ServiceArguments::read({"--part", "20/101", "--no-watermark"});
+    ASSERT_TRUE(arguments.part);
+    EXPECT_EQ(arguments.part->first, 20u);
+    EXPECT_EQ(arguments.part->movieCount, 101u);
+    EXPECT_FALSE(arguments.answer);
+    for (const char* part : {"", "20", "20/", "/101", "21/101", "20/20", "20/19", "20/101x", "-2/5", "2 /5"}) {
+        const auto answer = ServiceArguments::read({"--part", part}).answer;
+        ASSERT_TRUE(answer) << part;
+        EXPECT_EQ(answer->exitStatus, 2) << part;
+        EXPECT_NE(answer->text.find("--part takes an even number and a larger one"), std::string::npos) << answer->text;
+    }
+    EXPECT_TRUE(ServiceArguments::read({"--part"}).answer);
+}
+
+TEST(ServiceArguments, NamePiecesInTheirOrder)
+{
+    const ServiceArguments arguments = ServiceArguments::read({"--piece", "/b.mov", "--piece", "/a.mov"});
+    EXPECT_EQ(arguments.pieces, (std::vector<std::string>{"/b.mov", "/a.mov"}));
+    EXPECT_FALSE(arguments.answer);
+    EXPECT_TRUE(ServiceArguments::read({"--piece"}).answer);
+    EXPECT_TRUE(ServiceArguments::read({"--piece", ""}).answer);
+}

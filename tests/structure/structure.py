@@ -25,7 +25,8 @@ ROOMS = {
     "libav": "foundation files bytes",
     "pixels": "foundation files",
     "vips": "foundation",
-    "decoders": "foundation files bytes libav pixels vips",
+    "picturefiles": "foundation files bytes pixels",
+    "decoders": "foundation files bytes libav pixels vips picturefiles",
     "encoders": "foundation pixels vips",
     "graphics": "foundation files pixels decoders encoders",
     "faces": "foundation pixels",
@@ -35,7 +36,7 @@ ROOMS = {
     "media": "foundation files dispatch bytes libav aac sound",
     "movie": "foundation files bytes libav media",
     "writer": "foundation files dispatch libav pixels media movie",
-    "system": "foundation files dispatch pixels decoders graphics",
+    "system": "foundation files dispatch pixels picturefiles decoders graphics",
 }
 
 # In lines.
@@ -50,17 +51,20 @@ USES["video"] = ["items"] + USES["items"]
 USES["audio"] = ["items"] + USES["items"]
 USES["service"] = ["video", "audio"] + USES["video"]
 USES["client"] = ["video", "audio"] + USES["video"]
+# The window is a program like those of others; of what the project shares in secret it uses texts, locks and queues.
+USES["window"] = ["client", "platform/foundation", "platform/dispatch"]
 # What the client library shows to programs of others: nothing of what it is made of.
 USES["include"] = []
 
 # Libraries of media, images and text: the platform's sources alone know them, so that one can be exchanged.
 BACKING = re.compile(
-    r"^(libav\w+/|libsw\w+/|turbojpeg\.h|jpeglib\.h|vips/|zimg|lcms2|pango/|cairo|plist/|taglib/|\w*(tag|file|frame)\.h$"
+    r"^(libav\w+/|libsw\w+/|turbojpeg\.h|libdeflate\.h|jpeglib\.h|vips/|zimg|lcms2|pango/|cairo|plist/|taglib/|\w*(tag|file|frame)\.h$"
     r"|unicode/|opencv2/|hb[-.]|ft2build|fontconfig/|png\.h|tiff|webp/|libheif/|x26[45]\.h|seccomp\.h)"
 )
 COMMAND_LINE = re.compile(r"^getopt\.h$")
 FORMATTING = re.compile(r"^fmt/")
 DESKTOP = re.compile(r"^(gio/|glib|gobject/|gmodule|dbus/|systemd/)")
+TOOLKIT = re.compile(r"^((gtkmm|gdkmm|giomm|glibmm|gtk|gdk)/|sigc\+\+/|adwaita\.h)")
 TESTING = re.compile(r"^(gtest/|gmock/|benchmark/)")
 SYSTEM = re.compile(
     r"^(sys/|linux/|bits/|arpa/|netinet/|cxxabi\.h|unistd\.h|fcntl\.h|dirent\.h|dlfcn\.h|endian\.h|elf\.h|errno\.h|execinfo\.h"
@@ -74,13 +78,8 @@ STANDARD = re.compile(r"^[a-z0-9_]+$")
 
 # What decodes files, or leads there.
 DECODING = re.compile(
-    r"^(platform/(decoders|libav|vips|sound|movie)/|platform/media/(?!CMTime\.h)|platform/graphics/NSImage\.h|video/PhotoFrame\.h"
-    r"|video/FrameProduction\.h|audio/MORAudio)"
-)
-# Sources of the client that do so in its own process.
-STILL_DECODING = (
-    "client/FrameSampling.cpp", "client/MovieCheck.h", "client/MovieForecast.cpp",
-    "client/MovieMaker.cpp", "client/Waveform.cpp", "client/command/Diagnosis.cpp",
+    r"^(platform/(picturefiles|decoders|libav|vips|sound|movie)/|platform/media/(?!CMTime\.h)|platform/graphics/NSImage\.h|video/PhotoFrame\.h"
+    r"|video/FrameProduction\.h|audio/MORAudio|util/(MORImageCategory|AverageColor)\.h)"
 )
 
 INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*(?:"([^"]+)"|<([^>]+)>)', re.MULTILINE)
@@ -158,10 +157,19 @@ def check_include_direction(root):
                     yield f"{path}:{line}: a test of {own} includes \"{name}\", which {own} itself may not"
 
 
+def check_window_public(root):
+    """The window reaches the client by its public headers alone, but for the one of translated texts."""
+    for path in files_below(root, CODE):
+        if folder_of(path) == "window":
+            for line, name, quoted in includes(root, path):
+                if quoted and folder_of(name) == "client" and name != "client/LocalizedText.h":
+                    yield f"{path}:{line}: \"{name}\" is no public header of the client library"
+
+
 def check_reader_alone(root):
     """Of the client, the program that reads files alone decodes what strangers made."""
     for path in files_below(root, CODE):
-        if folder_of(path) != "client" or Path("client/reader") in path.parents or str(path) in STILL_DECODING:
+        if folder_of(path) != "client" or Path("client/reader") in path.parents:
             continue
         for line, name, quoted in includes(root, path):
             if quoted and DECODING.match(name):
@@ -208,16 +216,19 @@ def check_third_party_headers(root):
             elif unit in ("tests", "bench"):
                 allowed, where = True, ""
             elif INSTALLED.match(name):
-                allowed, where = unit in ("client", "include", "docs"), "the client and examples"
+                allowed, where = unit in ("client", "include", "docs", "window"), "the client, the window and examples"
             elif BACKING.match(name):
                 allowed, where = unit == "platform" and source, "sources of platform"
             elif COMMAND_LINE.match(name):
                 allowed, where = unit == "client" and source, "sources of client"
+            elif unit == "window" and TOOLKIT.match(name):
+                # What stands behind the widgets is tested without a display.
+                allowed, where = Path("window/state") not in path.parents, "widgets"
             elif FORMATTING.match(name):
                 # The one header whose templates let the compiler check the fields of translated texts.
                 allowed, where = source or str(path) == "client/LocalizedText.h", "sources"
             elif DESKTOP.match(name):
-                allowed, where = unit == "platform" or (unit in ("client", "service") and source), "platform"
+                allowed, where = unit == "platform" or (unit in ("client", "service", "window") and source), "platform"
             else:
                 allowed, where = False, "nobody: it is not known to this check"
             if not allowed:

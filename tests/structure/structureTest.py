@@ -92,6 +92,12 @@ class StructureTest(unittest.TestCase):
         self.write("client/Plan.cpp", decoding)
         self.assertFault("reader-alone", "client/Plan.cpp:2:", "CGImageSource")
 
+    def test_a_window_that_reaches_behind_the_public_headers_is_found(self):
+        self.write("window/A.cpp", '#include "client/LocalizedText.h"\n#include "client/FileReader.h"\n')
+        self.assertFault("window-public", "window/A.cpp:2:", "FileReader")
+        self.write("window/A.cpp", '#include "client/LocalizedText.h"\n#include <stillora/Plan.h>\n')
+        self.assertEqual(self.faults("window-public"), [])
+
     def test_a_room_may_use_only_rooms_that_stand_before_it(self):
         rooms = list(structure.ROOMS)
         for position, (room, uses) in enumerate(structure.ROOMS.items()):
@@ -145,6 +151,15 @@ class StructureTest(unittest.TestCase):
                 self.write(path, f"extern \"C\" {{\n#include <{name}>\n}}\n")
                 self.assertFault("third-party-headers", f"{path}:2:", name)
                 (self.root / path).unlink()
+
+    def test_the_toolkit_is_for_widgets_alone(self):
+        self.write("window/Button.cpp", "#include <gtkmm/button.h>\n")
+        self.assertEqual(self.faults("third-party-headers"), [])
+        self.write("window/state/Model.cpp", "#include <gtkmm/button.h>\n")
+        self.assertFault("third-party-headers", "window/state/Model.cpp:1:", "gtkmm/button.h")
+        (self.root / "window/state/Model.cpp").unlink()
+        self.write("client/Model.cpp", "#include <adwaita.h>\n")
+        self.assertFault("third-party-headers", "client/Model.cpp:1:", "adwaita.h")
 
     def test_a_media_library_in_platforms_sources_is_right(self):
         self.write("platform/media/CMTimeAv.cpp", "#include <libavutil/avutil.h>\n#include <sys/stat.h>\n#include <map>\n")

@@ -13,6 +13,8 @@ LANGUAGES = ["de", "fr"]
 CATALOGUES = ["stillora", "stillora-file-managers", "man"]
 QUOTED = re.compile(r'"((?:[^"\\]|\\.)*)"')
 FIELD = re.compile(r"\{[^{}]*\}")
+# Where the build puts in what the program knows of itself.
+PLACE = re.compile(r"@[A-Z][A-Za-z ]*@")
 
 
 class Entry:
@@ -77,6 +79,8 @@ def faults_of_entry(entry, forms):
         wanted = fields(entry.texts[-1])
         if fields(translation) != wanted and not (len(entry.texts) > 1 and fields(translation) == fields(entry.texts[0])):
             yield f"{name!r} has other fields in {translation!r}"
+        if sorted(PLACE.findall(translation)) != sorted(PLACE.findall(entry.texts[0])):
+            yield f"{name!r} has other places to be filled in {translation!r}"
         if re.search(r"%[-+ #0]*\d*[sdiufgxc]\b", translation):
             yield f"{name!r} has a field of printf in {translation!r}"
         # Commands of an example stay as they are.

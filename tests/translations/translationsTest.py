@@ -36,6 +36,7 @@ class TranslationsTest(unittest.TestCase):
             'msgid "{} a"\nmsgid_plural "{} b"\nmsgstr[0] "{} c"\n': "plural forms",
             'msgid "a"\nmsgstr "b %s"\n': "printf",
             'msgid "a"\nmsgstr "\\"b\\""\n': "quotes",
+            'msgid "@OPTIONS a@"\nmsgstr "@OPTIONS b@"\n': "other places",
         }
         for entry, fault in rows.items():
             found = self.faults(entry)

@@ -250,6 +250,23 @@ TEST_F(FrameProductionTest, MarksTheFramesThatCarryTheWatermark)
     }
 }
 
+TEST_F(FrameProductionTest, MarksTheFramesOfAPartByTheirPlacesInTheMovie)
+{
+    PhotoList photos;
+    for (int i = 0; i < 6; ++i)
+        photos.push_back(photo(numbered(i), test::plain(320, 240, {120, 120, 120})));
+    context_.setPart({4, 20});
+    produce(photos, {320, 240});
+    for (size_t i = 0; i < 6; ++i) {
+        const CGImage image = pixelsOf(*context_.imageBuffers()->take(i));
+        bool isMarked = false;
+        for (size_t y = 120; y < 240; ++y)
+            for (size_t x = 0; x < 320; ++x)
+                isMarked = isMarked || std::abs(test::pixel(image, x, y)[0] - 120) > kLossy;
+        EXPECT_EQ(isMarked, i >= 2) << i;
+    }
+}
+
 TEST_F(FrameProductionTest, StandsTheTwoLinesOfTheWatermarkAtTheirHeights)
 {
     for (const auto& [height, first, second] : {std::tuple<int, int, int>{720, 108, 18}, {360, 54, 9}, {240, 36, 6}}) {

@@ -6,6 +6,7 @@
 #include "tests/support/FacePictures.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/TestPicture.h"
+#include "video/FrameFailure.h"
 
 #include <gtest/gtest.h>
 

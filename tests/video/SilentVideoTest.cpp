@@ -684,4 +684,59 @@ TEST_F(SilentVideoTest, TellsTheDocumentsNameAsItsTitle)
     EXPECT_EQ(testmovie::probe(asset->URL().path(), "format_tags=title"), (std::vector<std::string>{"Summer in Rome"}));
 }
 
+TEST_F(SilentVideoTest, JoinsPiecesInPlaceOfFrames)
+{
+    // The same frames as one movie, and as two of 6 and 5.
+    finishFrames(11);
+    const auto whole = write(11);
+    ASSERT_TRUE(whole);
+    const auto piece = [&](size_t first, size_t count) {
+        indexes.clear();
+        TestVideoStageContext other(folder.url(), folder.url());
+        fakeStages(other);
+        other.fillBufferArray = [=](VideoStageContext& stage, const PhotoList&, CGSize) {
+            auto frames = std::make_shared<FrameList>();
+            for (size_t i = 0; i < count; ++i) {
+                FrameRecord record = makeRecord(first + i);
+                record.index = i;
+                frames->append(std::move(record));
+            }
+            stage.setImageBuffers(frames);
+        };
+        return videoWithPhotos(other, makePhotos(count), 0, false, 3, std::nullopt, nullptr, processorCount)->URL();
+    };
+    const auto first = piece(0, 6);
+    const auto second = piece(6, 5);
+    const std::string expected =
+        testmovie::outputOf("ffmpeg -v error -i " + testmovie::quoted(whole->URL().path()) + " -c copy -f framehash -");
+    context.setPieces({first, second});
+    const auto joined = write(11);
+    ASSERT_TRUE(joined);
+    EXPECT_EQ(testmovie::outputOf("ffmpeg -v error -i " + testmovie::quoted(joined->URL().path()) +
+                                  " -c copy -f framehash -"),
+              expected);
+    context.finish();
+    EXPECT_FALSE(updatesOf(context, "VideoCreationTitleRenderingVideo").empty());
+
+    const size_t moviesBefore = movies().size();
+    for (const auto& [pieces, why] : std::vector<std::pair<std::vector<platform::NSURL>, std::string>>{
+             {{first}, "the pieces hold 6 frames together, instead of 11"},
+             {{first, folder.url("none.mov")}, "none.mov"}}) {
+        TestVideoStageContext other(folder.url(), folder.url());
+        fakeStages(other);
+        other.setPieces(pieces);
+        LogRecorder log;
+        EXPECT_FALSE(videoWithPhotos(other, makePhotos(11), 0, false, 3, std::nullopt, nullptr, processorCount));
+        EXPECT_TRUE(other.isCancelled());
+        EXPECT_THAT(log.lines(), Contains(HasSubstr(why)));
+        EXPECT_EQ(movies().size(), moviesBefore) << "nothing is left of it";
+    }
+    // The writer takes no frame of a piece more than there are photos.
+    TestVideoStageContext other(folder.url(), folder.url());
+    fakeStages(other);
+    other.setPieces({first, second});
+    EXPECT_FALSE(videoWithPhotos(other, makePhotos(10), 0, false, 3, std::nullopt, nullptr, processorCount));
+    EXPECT_EQ(movies().size(), moviesBefore);
+}
+
 } // namespace

@@ -39,6 +39,10 @@ public:
     void setDocumentURL(platform::NSURL url) { documentURL_ = std::move(url); }
     bool drawsWatermark() const override { return drawsWatermark_; }
     void setDrawsWatermark(bool drawsWatermark) { drawsWatermark_ = drawsWatermark; }
+    std::optional<MoviePart> part() const override { return part_; }
+    void setPart(MoviePart part) { part_ = part; }
+    std::vector<platform::NSURL> pieces() const override { return pieces_; }
+    void setPieces(std::vector<platform::NSURL> pieces) { pieces_ = std::move(pieces); }
     platform::NSOperationQueue& fbQ() override { return fbQ_; }
     void updateProgress(const ProgressUpdate& update) override
     {
@@ -100,6 +104,8 @@ private:
     std::optional<platform::NSURL> documentURL_;
     std::atomic<bool> isCancelled_{false};
     std::atomic<bool> drawsWatermark_{true};
+    std::optional<MoviePart> part_;
+    std::vector<platform::NSURL> pieces_;
     std::atomic<uint64_t> currentNeededPhotoIndex_{0};
     mutable std::mutex mutex_;
     std::vector<ProgressUpdate> updates_;

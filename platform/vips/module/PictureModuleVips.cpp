@@ -77,8 +77,6 @@ void getBlob(VipsImage* image, const char* name, const uint8_t*& bytes, size_t& 
 
 bool start()
 {
-    // It would write code for loops that are not used here, which a process that never runs what it wrote cannot.
-    g_setenv("VIPS_NOVECTOR", "1", TRUE);
     if (vips_init("pictures") != 0)
         return false;
     // Nothing but the parts that are fit for files of strangers.

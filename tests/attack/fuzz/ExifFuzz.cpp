@@ -1,4 +1,4 @@
-#include "platform/decoders/EXIF.h"
+#include "platform/picturefiles/EXIF.h"
 #include "tests/attack/fuzz/Checked.h"
 
 #include <cmath>

@@ -2,11 +2,12 @@
 #include "platform/bytes/ByteSource.h"
 #include "platform/libav/ID3Head.h"
 #include "platform/libav/MovieBoxes.h"
+#include "platform/libav/WAVEnd.h"
 #include "tests/attack/fuzz/Checked.h"
 
 using namespace platform;
 
-// The boxes of movies and pictures, and where the tags before a sound end.
+// The boxes of movies and pictures, where the tags before a sound end, and how far a WAV file may be read.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t length)
 {
     const MemoryBytes file({bytes, length});
@@ -21,5 +22,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t length)
     mustHold(end >= 0 && end <= walker.size(), "a walk ends in its file");
     mustHold(count <= BoxWalker::kMaxBoxes, "a walk ends");
     mustHold(endOfID3Tags(file) >= 0, "tags end behind their start");
+    mustHold(endOfWAVFile(file) >= 0, "a file ends behind its start");
     return 0;
 }

@@ -5,6 +5,8 @@
 #include "tests/attack/fuzz/Checked.h"
 #include "tests/attack/fuzz/FuzzedFile.h"
 
+#include <stillora/Photos.h>
+
 #include <string_view>
 
 using namespace platform;
@@ -21,6 +23,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t length)
         mustHold(c != '\033' && c != '\n', "a name cannot move the cursor");
     mustHold(stillora::prefixOfBytes(text, 8).size() <= 8, "a text is cut");
     mustHold(stillora::displayWidth(stillora::cutToWidth(stillora::printable(text), 10, "...")) <= 10, "a text is cut");
+    const std::string_view one = text.substr(0, length / 2);
+    const std::string_view other = text.substr(length / 2);
+    mustHold(!stillora::isBeforeInNaturalOrder(one, one), "nothing is before itself");
+    mustHold(!stillora::isBeforeInNaturalOrder(one, other) || !stillora::isBeforeInNaturalOrder(other, one),
+             "of two names one is first");
     const FuzzedFile file({bytes, length});
     for (const auto end : {stillora::NameList::NameEnd::Line, stillora::NameList::NameEnd::Null})
         if (const auto names = stillora::namesIn({file.path(), end}))

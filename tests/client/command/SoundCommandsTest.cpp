@@ -4,8 +4,8 @@
 #include "client/command/TrimCommand.h"
 #include "client/command/WaveformCommand.h"
 
-#include "client/SoundRange.h"
 #include "client/command/ExitStatus.h"
+#include "client/reader/SoundRange.h"
 #include "platform/graphics/NSImage.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestSound.h"
@@ -198,10 +198,9 @@ TEST(TrimOptions, ReadTheirArgumentsAndRefuseWhatCannotBeDone)
 
 TEST(SoundCommandRange, IsExactToTheSample)
 {
-    const SoundFacts whole{"a", std::nullopt, 5s, kRate};
-    EXPECT_TRUE(platform::CMTimeRangeEqual(timeRangeOf(whole), platform::kCMTimeRangeZero));
+    EXPECT_TRUE(platform::CMTimeRangeEqual(timeRangeOf(std::nullopt, kRate), platform::kCMTimeRangeZero));
     // 0.7 x 3 is not 2.1 in binary; the nearest sample is.
-    const auto range = timeRangeOf({"a", SoundFacts::Selection{Seconds(0.7 * 3), 4.2s}, 2.1s, kRate});
+    const auto range = timeRangeOf(SoundFacts::Selection{Seconds(0.7 * 3), 4.2s}, kRate);
     EXPECT_EQ(range.start.value, 92610);
     EXPECT_EQ(range.start.timescale, kRate);
     EXPECT_EQ(range.duration.value, 92610);
@@ -216,8 +215,7 @@ TEST(SoundCommandRange, HoldsAllSamplesThatFitAndNotOneMore)
             const int64_t start = random() % 100'000'000;
             const int64_t length = 100 + random() % 100'000'000;
             const auto secondsOf = [](int64_t time) { return Seconds(static_cast<double>(time) / 1e6); };
-            const auto range =
-                timeRangeOf({"a", SoundFacts::Selection{secondsOf(start), secondsOf(start + length)}, 300s, rate});
+            const auto range = timeRangeOf(SoundFacts::Selection{secondsOf(start), secondsOf(start + length)}, rate);
             EXPECT_EQ(range.duration.value, length * rate / 1'000'000) << start << " " << length << " " << rate;
             EXPECT_LE(std::abs(range.start.value * 1'000'000 - start * rate), 500'000) << start << " " << rate;
         }
@@ -226,7 +224,7 @@ TEST(SoundCommandRange, HoldsAllSamplesThatFitAndNotOneMore)
 
 TEST(SoundCommandRange, IsNeverTheWholeSoundBecauseItIsShort)
 {
-    const auto range = timeRangeOf({"a", SoundFacts::Selection{0s, Seconds(1e-5)}, 5s, kRate});
+    const auto range = timeRangeOf(SoundFacts::Selection{0s, Seconds(1e-5)}, kRate);
     EXPECT_EQ(range.duration.value, 1);
 }
 

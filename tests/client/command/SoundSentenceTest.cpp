@@ -35,6 +35,12 @@ TEST(SoundSentence, TellsWhereTheMusicEndsEarly)
     EXPECT_EQ(sentence(10, {kPart}, false, false), "sound: part.m4a from 0:30 for 0:20; nothing from 0:20 to 1:40");
 }
 
+TEST(SoundSentence, TellsTheLengthOfAShortSound)
+{
+    const SoundFacts knock{"/music/knock.wav", std::nullopt, 50ms, 44100};
+    EXPECT_EQ(sentence(10, {knock}), "sound: knock.wav for 0.05 s; silence from 0:00 to 1:40");
+}
+
 TEST(SoundSentence, NamesWhatIsRepeatedOnce)
 {
     EXPECT_EQ(sentence(100, {kSong, kPart}, true),

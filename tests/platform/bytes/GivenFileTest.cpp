@@ -58,6 +58,30 @@ TEST(GivenFile, CountsAsTheNewestOfItsPath)
     EXPECT_EQ(firstByteAt("/given"), '1');
 }
 
+TEST(GivenFile, IsWrittenWhereAFileWasToBeMade)
+{
+    const TemporaryFolder folder;
+    const std::string other = folder.makeFile("other", "");
+    {
+        const GivenFile given("/nowhere/new", FileDescriptor(open(other.c_str(), O_RDWR | O_CLOEXEC)));
+        const FileDescriptor file = makeForWriting("/nowhere/new");
+        ASSERT_EQ(write(file.get(), "z", 1), 1);
+        EXPECT_EQ(firstByteAt("/nowhere/new"), 'z');
+    }
+    EXPECT_EQ(firstByteAt(other), 'z');
+    EXPECT_FALSE(makeForWriting("/nowhere/new"));
+}
+
+TEST(GivenFile, ReplacesNoFileWhereNoneWasGiven)
+{
+    const TemporaryFolder folder;
+    errno = 0;
+    EXPECT_FALSE(makeForWriting(folder.makeFile("here", "a")));
+    EXPECT_EQ(errno, EEXIST);
+    EXPECT_EQ(firstByteAt(folder.path("here")), 'a');
+    EXPECT_TRUE(makeForWriting(folder.path("new")));
+}
+
 TEST(GivenFile, FailsAsTheOpeningDid)
 {
     const TemporaryFolder folder;
@@ -65,6 +89,7 @@ TEST(GivenFile, FailsAsTheOpeningDid)
     const GivenFile given(path, EACCES);
     errno = 0;
     EXPECT_FALSE(openForReading(path));
+    EXPECT_FALSE(makeForWriting(path));
     EXPECT_EQ(errno, EACCES);
     struct stat status = {};
     errno = 0;

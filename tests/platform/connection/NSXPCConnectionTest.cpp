@@ -464,6 +464,21 @@ TEST(NSXPCConnection, TellsItsOwnerOnceWhenThePeerGoesAway)
     EXPECT_FALSE(journal.waitFor(2, std::chrono::milliseconds(50)));
 }
 
+TEST(NSXPCConnection, ReadsNoGreetingWithoutAnEnd)
+{
+    const auto [one, other] = socketPair();
+    std::string reason;
+    auto accepted = acceptLater(one, &reason);
+    RawClient client(other);
+    client.send(std::string_view("\0", 1));
+    client.send("AUTH EXTERNAL ");
+    client.send(std::string(1 << 20, '3'));
+    EXPECT_EQ(accepted.wait_for(kDeadline), std::future_status::ready);
+    client.close();
+    EXPECT_FALSE(accepted.get());
+    EXPECT_NE(reason.find("too long"), std::string::npos) << reason;
+}
+
 TEST(NSXPCConnection, NoticesAnEndFromBeforeItWasResumed)
 {
     const auto quiet = g_log_set_default_handler([](const char*, GLogLevelFlags, const char*, gpointer) {}, nullptr);

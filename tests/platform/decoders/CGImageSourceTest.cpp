@@ -1071,26 +1071,62 @@ TEST_F(CGImageSourceTest, RefusesAMillionTimesMorePixelsThanBytesBeforeTakingMem
     }
 }
 
-TEST_F(CGImageSourceTest, RefusesAPNGWhoseEXIFLeadsInCircles)
+namespace {
+
+/// A folder of entries that each lead to a folder, this one itself; a single one leads to an empty folder.
+std::string exifOfFolders(unsigned count)
 {
-    const std::vector<uint8_t> plain = test::readFile(saved("plain.png", test::quadrants(64, 48)));
-    const auto withFolders = [&](unsigned count) {
-        // A folder of entries that each lead to a folder, this one itself; the only one leads to an empty folder.
-        using testtags::bigEndian;
-        std::string exif = "MM" + bigEndian(42, 2) + bigEndian(8, 4) + bigEndian(count, 2);
-        for (unsigned i = 0; i < count; ++i)
-            exif += bigEndian(0x8769, 2) + bigEndian(4, 2) + bigEndian(1, 4) + bigEndian(count == 1 ? 22 : 8, 4);
-        exif += testtags::zeros(8);
+    using testtags::bigEndian;
+    std::string exif = "MM" + bigEndian(42, 2) + bigEndian(8, 4) + bigEndian(count, 2);
+    for (unsigned i = 0; i < count; ++i)
+        exif += bigEndian(0x8769, 2) + bigEndian(4, 2) + bigEndian(1, 4) + bigEndian(count == 1 ? 22 : 8, 4);
+    return exif + testtags::zeros(8);
+}
+
+std::vector<uint8_t> withInserted(std::vector<uint8_t> bytes, size_t place, const std::string& part)
+{
+    bytes.insert(bytes.begin() + static_cast<ptrdiff_t>(place), part.begin(), part.end());
+    return bytes;
+}
+
+} // namespace
+
+TEST_F(CGImageSourceTest, RefusesAPictureWhoseEXIFLeadsInCircles)
+{
+    using testtags::bigEndian;
+    const test::Picture picture = test::quadrants(64, 48);
+    const std::vector<uint8_t> png = test::readFile(saved("plain.png", picture));
+    const std::vector<uint8_t> jpeg = test::readFile(saved("plain.jpg", picture));
+    const std::vector<uint8_t> webp = test::readFile(saved("plain.webp", picture));
+    const auto madeWith = [&](const std::string& format, unsigned count) -> std::string {
+        const std::string exif = exifOfFolders(count);
+        const std::string name = std::to_string(count) + "." + format;
         // Readers pass over a wrong checksum of what is not needed, or over the chunk.
-        const std::string chunk = bigEndian(exif.size(), 4) + "eXIf" + exif + testtags::zeros(4);
-        std::vector<uint8_t> bytes = plain;
-        bytes.insert(bytes.begin() + 33, chunk.begin(), chunk.end());
-        return bytes;
+        if (format == "png")
+            return file(name, withInserted(png, 33, bigEndian(exif.size(), 4) + "eXIf" + exif + testtags::zeros(4)));
+        if (format == "webp")
+            return file(name, withInserted(webp, webp.size(),
+                                           "EXIF" + std::string(1, static_cast<char>(exif.size())) +
+                                               testtags::zeros(3) + exif));
+        const auto segment = "\xFF\xE1" + bigEndian(exif.size() + 8, 2) + "Exif" + testtags::zeros(2) + exif;
+        const auto source = file("source.jpg", withInserted(jpeg, 2, segment));
+        if (format == "jpg")
+            return source;
+        test::run({"heif-enc", format == "avif" ? "-A" : "-v", source, "-o", folder_.path(name)});
+        return folder_.path(name);
     };
-    EXPECT_NE(thumbnail(file("one.png", withFolders(1))), nullptr);
-    NSError error;
-    EXPECT_EQ(thumbnail(file("circles.png", withFolders(12)), {}, true, &error), nullptr);
-    EXPECT_TRUE(error.localizedDescription.starts_with("circles.png")) << error.localizedDescription;
+    for (const std::string format : {"png", "webp", "heic", "avif", "jpg"}) {
+        EXPECT_NE(thumbnail(madeWith(format, 1)), nullptr) << format;
+        const auto circles = madeWith(format, 12);
+        // Of JPEG files this reads EXIF by itself, and follows no folder twice.
+        if (format == "jpg") {
+            EXPECT_NE(thumbnail(circles), nullptr);
+            continue;
+        }
+        NSError error;
+        EXPECT_EQ(thumbnail(circles, {}, true, &error), nullptr) << format;
+        EXPECT_TRUE(error.localizedDescription.starts_with("12." + format)) << error.localizedDescription;
+    }
 }
 
 TEST_F(CGImageSourceTest, SurvivesDamageInEveryFormat)

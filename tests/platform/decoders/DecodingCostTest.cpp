@@ -123,9 +123,29 @@ TEST(DecodingCost, IsKnownFromTheHeaderOfAPNG)
     EXPECT_THAT(refusal(pngHeader(16000, 16000, 8, 2, false)), HasSubstr(kTooMuchWork));
     EXPECT_THAT(refusal(pngHeader(8000, 8000, 16, 6, false)), HasSubstr(kTooMuchWork));
     // Within bounds, whatever is then found of pixels.
-    for (const NSData& file : {pngHeader(10000, 10000, 8, 2, true), pngHeader(16000, 16000, 8, 0, false),
-                               pngHeader(16000, 16000, 1, 3, true)})
+    for (const NSData& file :
+         {pngHeader(6000, 6000, 8, 2, true), pngHeader(16000, 16000, 8, 0, false), pngHeader(9000, 9000, 1, 3, true)})
         EXPECT_THAT(refusal(file), testing::Not(HasSubstr("a file of its length")));
+    // Passes are put together.
+    EXPECT_THAT(refusal(pngHeader(8000, 8000, 8, 2, true)), HasSubstr(kTooMuchWork));
+}
+
+TEST(DecodingCost, CountsTextsOfAPNGThatHaveToBeUnpacked)
+{
+    const auto withTexts = [](size_t count) {
+        NSData bytes = pngHeader(48, 48, 8, 2, false);
+        NSData texts;
+        for (size_t i = 0; i < count; ++i) {
+            appendBigEndian(texts, 1000, 4);
+            append(texts, "zTXt" + std::string(1000, 't'));
+            appendBigEndian(texts, 0, 4);
+        }
+        // Behind the signature and the first chunk.
+        bytes.insert(bytes.begin() + 33, texts.begin(), texts.end());
+        return bytes;
+    };
+    EXPECT_THAT(refusal(withTexts(3)), testing::Not(HasSubstr("a file of its length")));
+    EXPECT_THAT(refusal(withTexts(1000)), HasSubstr(kTooMuchWork));
 }
 
 TEST(DecodingCost, IsKnownFromTheHeaderAndTheScansOfAJPEG)

@@ -2,6 +2,7 @@
 
 #include "platform/foundation/FileDescriptor.h"
 #include "platform/system/NSProcessInfo.h"
+#include "tests/platform/system/SlowBus.h"
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/PrivateSystemBus.h"
@@ -13,8 +14,11 @@
 #include <chrono>
 #include <cstddef>
 #include <cstring>
+#include <fcntl.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 using namespace platform;
 
@@ -25,6 +29,15 @@ constexpr const char* kNoInhibitors = "(@a(ssssuu) [],)";
 IOReturn create(const std::string& name, IOPMAssertionID* assertion)
 {
     return IOPMAssertionCreateWithName(kIOPMAssertPreventUserIdleSystemSleep, kIOPMAssertionLevelOn, name, assertion);
+}
+
+/// Creates one whose bus has taken in the client.
+/// @return the client's greeting, which is not answered; null if none came
+SlowBus::MessagePtr createdAndGreeted(SlowBus& bus, IOPMAssertionID* assertion)
+{
+    EXPECT_EQ(create("x", assertion), kIOReturnSuccess);
+    bus.takeIn();
+    return testing::Test::HasFatalFailure() ? nullptr : bus.receive();
 }
 
 } // namespace
@@ -159,6 +172,58 @@ TEST(IOPMAssertion, IsMadeAtOnceWhereTheBusSaysNothing)
     while ((length = recv(asked.get(), greeting.data(), greeting.size(), 0)) > 0) {
     }
     EXPECT_EQ(length, 0);
+}
+
+TEST(IOPMAssertion, HoldsNothingWhereTheInhibitorComesAtTheMomentOfTheRelease)
+{
+    constexpr int kRounds = 300;
+    SlowBus bus;
+    for (int round = 0; round < kRounds; ++round) {
+        IOPMAssertionID assertion = 0;
+        const auto hello = createdAndGreeted(bus, &assertion);
+        ASSERT_TRUE(hello);
+        bus.answer(hello, g_variant_new("(s)", ":1.1"));
+        const auto call = bus.receive();
+        ASSERT_TRUE(call);
+        std::array<int, 2> ends{};
+        ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+        const FileDescriptor watched(ends[0]);
+        FileDescriptor inhibitor(ends[1]);
+        // Before the answer, with it, and while it is on its way to who asked.
+        if (round % 10 == 0) {
+            EXPECT_EQ(IOPMAssertionRelease(assertion), kIOReturnSuccess);
+        }
+        bus.answer(call, g_variant_new("(h)", 0), inhibitor.get());
+        inhibitor.reset();
+        const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(round % 100);
+        while (std::chrono::steady_clock::now() < end) {
+        }
+        if (round % 10 != 0) {
+            EXPECT_EQ(IOPMAssertionRelease(assertion), kIOReturnSuccess);
+        }
+        pollfd wait{watched.get(), 0, 0};
+        ASSERT_EQ(poll(&wait, 1, 60'000), 1) << "kept in round " << round;
+        ASSERT_TRUE(bus.isLeft()) << round;
+    }
+}
+
+TEST(IOPMAssertion, LeavesABusThatTakesItInAtTheMomentOfTheRelease)
+{
+    constexpr int kRounds = 100;
+    SlowBus bus;
+    for (int round = 0; round < kRounds; ++round) {
+        IOPMAssertionID assertion = 0;
+        const auto hello = createdAndGreeted(bus, &assertion);
+        ASSERT_TRUE(hello);
+        if (round % 2 == 0) {
+            EXPECT_EQ(IOPMAssertionRelease(assertion), kIOReturnSuccess);
+        }
+        bus.answer(hello, g_variant_new("(s)", ":1.1"));
+        if (round % 2 != 0) {
+            EXPECT_EQ(IOPMAssertionRelease(assertion), kIOReturnSuccess);
+        }
+        ASSERT_TRUE(bus.isLeft()) << round;
+    }
 }
 
 TEST(IOPMAssertion, TellsWhetherIdleSleepCanBeHeldOff)

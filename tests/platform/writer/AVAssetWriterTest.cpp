@@ -3,6 +3,7 @@
 #include "platform/files/NSFileManager.h"
 #include "platform/media/AVAsset.h"
 #include "platform/movie/MediaInspection.h"
+#include "platform/movie/PicturePackets.h"
 #include "platform/writer/AVAssetWriterEncoder.h"
 #include "platform/writer/AVAssetWriterInputPixelBufferAdaptor.h"
 #include "tests/support/LogRecorder.h"
@@ -210,6 +211,65 @@ TEST_P(AVAssetWriterOfCodec, WritesTheSameMovieOfFramesThatWereCodedAhead)
         EXPECT_TRUE(testmovie::decode(url.path(), 64, 48) == frames);
     else
         EXPECT_TRUE(TemporaryFolder::contentsOf(url.path()) == inTurn);
+}
+
+TEST_P(AVAssetWriterOfCodec, WritesTheSameMovieOfPacketsOfAnother)
+{
+    constexpr size_t kCount = 9;
+    write(GetParam(), kCount, 10000, 64, 48, 1);
+    const NSURL copy = folder.url().URLByAppendingPathComponent("copy.mov", false);
+    const auto packets = PicturePackets::open(url);
+    ASSERT_TRUE(packets);
+    EXPECT_EQ(packets->count(), kCount);
+    Writing writing(copy, GetParam());
+    ASSERT_TRUE(writing.start());
+    NSError error;
+    int64_t index = 0;
+    while (auto packet = packets->next(&error))
+        ASSERT_TRUE(writing.input->appendPacket(std::move(*packet), at(index++ * 10000)));
+    EXPECT_EQ(error, NSError());
+    ASSERT_EQ(writing.finish(), AVAssetWriterStatus::Completed);
+    EXPECT_TRUE(TemporaryFolder::contentsOf(copy.path()) == TemporaryFolder::contentsOf(url.path()));
+    EXPECT_TRUE(packets->isAlike(*PicturePackets::open(copy)));
+}
+
+TEST_F(AVAssetWriterTest, TellsPacketsOfOtherDecodersApart)
+{
+    const auto packetsOf = [&](const char* name, const char* codec, size_t width) {
+        const NSURL movie = folder.url().URLByAppendingPathComponent(name, false);
+        Writing writing(movie, codec, static_cast<double>(width), 48);
+        EXPECT_TRUE(writing.start());
+        EXPECT_TRUE(writing.append(makeNthFrame(width, 48, 1), at(0)));
+        EXPECT_EQ(writing.finish(), AVAssetWriterStatus::Completed);
+        return PicturePackets::open(movie);
+    };
+    const auto first = packetsOf("a.mov", "avc1", 64);
+    EXPECT_TRUE(first->isAlike(*packetsOf("b.mov", "avc1", 64)));
+    EXPECT_FALSE(first->isAlike(*packetsOf("c.mov", "avc1", 80)));
+    EXPECT_FALSE(first->isAlike(*packetsOf("d.mov", "jpeg", 64)));
+}
+
+TEST_F(AVAssetWriterTest, RefusesPacketsOfAFileThatIsCutOffOrNoMovie)
+{
+    Writing writing(url, "avc1");
+    ASSERT_TRUE(writing.start());
+    for (size_t i = 0; i < 5; ++i)
+        ASSERT_TRUE(writing.append(makeNthFrame(64, 48, i), at(static_cast<int64_t>(i) * 10000)));
+    ASSERT_EQ(writing.finish(), AVAssetWriterStatus::Completed);
+    std::filesystem::resize_file(url.path(), std::filesystem::file_size(url.path()) - 10);
+    const auto packets = PicturePackets::open(url);
+    ASSERT_TRUE(packets);
+    NSError error;
+    size_t count = 0;
+    while (packets->next(&error))
+        ++count;
+    EXPECT_EQ(count, 4u);
+    EXPECT_THAT(error.localizedDescription, HasSubstr(url.path()));
+
+    std::filesystem::resize_file(url.path(), 20);
+    NSError reason;
+    EXPECT_FALSE(PicturePackets::open(url, &reason));
+    EXPECT_THAT(reason.localizedDescription, HasSubstr(url.path()));
 }
 
 /// How far a channel may be off: rounding to 8 bits in both directions, and the codec's own loss on flat colours and

@@ -1,0 +1,159 @@
+#include "client/batch/SlurmArray.h"
+
+#include "client/FileReason.h"
+#include "client/LocalizedText.h"
+#include "platform/foundation/FileDescriptor.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <string_view>
+#include <utility>
+
+#include <fmt/format.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+namespace stillora {
+
+namespace {
+
+/// Enough for any cluster to be busy, few enough for any scheduler to be quick.
+constexpr size_t kUsualTasks = 1000;
+
+struct Answer {
+    int status = -1;
+    std::string text;
+};
+
+/// Runs a program of the user's path, and takes all that it writes.
+Answer run(const std::vector<std::string>& command)
+{
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0)
+        return {-1, reasonOfErrno(errno)};
+    const platform::FileDescriptor reading(ends[0]);
+    platform::FileDescriptor writing(ends[1]);
+    std::vector<char*> arguments;
+    for (const std::string& word : command)
+        arguments.push_back(const_cast<char*>(word.c_str()));
+    arguments.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, writing.get(), STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, writing.get(), STDERR_FILENO);
+    pid_t pid = 0;
+    const int failure = posix_spawnp(&pid, arguments[0], &actions, nullptr, arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    writing.reset();
+    if (failure != 0)
+        return {-1, fmt::format("{}: {}", command.front(), reasonOfErrno(failure))};
+    Answer answer;
+    std::array<char, 4096> piece;
+    for (ssize_t count = 0; (count = read(reading.get(), piece.data(), piece.size())) > 0;)
+        answer.text.append(piece.data(), static_cast<size_t>(count));
+    while (waitpid(pid, &answer.status, 0) < 0 && errno == EINTR) {
+    }
+    while (answer.text.ends_with('\n'))
+        answer.text.pop_back();
+    return answer;
+}
+
+/// For a shell.
+std::string quoted(const std::string& word)
+{
+    std::string text = "'";
+    for (const char c : word)
+        text += c == '\'' ? std::string_view("'\\''") : std::string_view(&c, 1);
+    return text + "'";
+}
+
+std::string program()
+{
+    std::error_code ignored;
+    return std::filesystem::read_symlink("/proc/self/exe", ignored).native();
+}
+
+/// The indexes of an array end before this number.
+size_t endOfArrays()
+{
+    const Answer answer = run({"scontrol", "show", "config"});
+    size_t end = kUsualTasks + 1;
+    if (const size_t found = answer.text.find("MaxArraySize"); found != std::string::npos)
+        if (const size_t digits = answer.text.find_first_of("0123456789", found); digits != std::string::npos)
+            std::from_chars(answer.text.data() + digits, answer.text.data() + answer.text.size(), end);
+    return std::max<size_t>(end, 2);
+}
+
+Result<std::string> submitScript(const std::filesystem::path& script, const std::string& text,
+                                 const std::vector<std::string>& options)
+{
+    if (const int reason = StateFolder::write(script, text); reason != 0)
+        return Error{ErrorCode::Failed, script, fmt::format("{}: {}", script.native(), reasonOfErrno(reason))};
+    std::vector<std::string> command{"sbatch", "--parsable"};
+    command.insert(command.end(), options.begin(), options.end());
+    command.push_back(script.native());
+    const Answer answer = run(command);
+    if (answer.status != 0)
+        return Error{ErrorCode::Failed, {}, localized("sbatch refuses the job: {}", answer.text)};
+    // "JOB;CLUSTER", after any remarks.
+    const std::string last = answer.text.substr(answer.text.rfind('\n') + 1);
+    return last.substr(0, last.find(';'));
+}
+
+} // namespace
+
+Result<SlurmArray::Jobs> SlurmArray::submit(const StateFolder& state, const Wish& wish)
+{
+    Jobs jobs;
+    jobs.tasks =
+        std::max<size_t>(1, std::min(wish.tasks.value_or(std::min(kUsualTasks, endOfArrays() - 1)), wish.turns));
+    const std::string command = fmt::format("exec {} batch {}", quoted(program()), quoted(wish.manifest.native()));
+    std::string options;
+    for (const std::string& option : wish.taskOptions)
+        options += fmt::format(" {}", quoted(option));
+    const std::filesystem::path output = state.path() / "tasks";
+    mkdir(output.c_str(), 0777);
+    const std::string head = "#!/bin/sh\n#SBATCH --requeue\n#SBATCH --open-mode=append\n";
+    const auto array = submitScript(
+        state.path() / "tasks.sh",
+        fmt::format("{}#SBATCH --job-name=stillora\n{} --index \"$SLURM_ARRAY_TASK_ID\" --tasks {} --quiet "
+                    "--jobs \"${{SLURM_CPUS_PER_TASK:-1}}\"{}\n",
+                    head, command, jobs.tasks, options),
+        [&] {
+            std::vector<std::string> all{fmt::format("--output={}/%a.out", output.native())};
+            all.insert(all.end(), wish.options.begin(), wish.options.end());
+            all.push_back(fmt::format("--array=1-{}", jobs.tasks));
+            return all;
+        }());
+    if (!array)
+        return array.error();
+    jobs.array = *array;
+    const auto closing =
+        submitScript(state.path() / "closing.sh",
+                     fmt::format("{}#SBATCH --job-name=stillora-closing\n{} --sum-up\n", head, command), [&] {
+                         std::vector<std::string> all{fmt::format("--output={}/closing.out", output.native())};
+                         all.insert(all.end(), wish.options.begin(), wish.options.end());
+                         all.push_back(fmt::format("--dependency=afterany:{}", jobs.array));
+                         all.emplace_back("--kill-on-invalid-dep=yes");
+                         return all;
+                     }());
+    if (!closing) {
+        run({"scancel", jobs.array});
+        return closing.error();
+    }
+    jobs.closing = *closing;
+    return jobs;
+}
+
+bool SlurmArray::hasJob(const std::string& job)
+{
+    const Answer answer = run({"squeue", "--noheader", "--jobs", job, "--format=%T"});
+    if (answer.status == 0)
+        return !answer.text.empty();
+    return answer.text.find("Invalid job id") == std::string::npos;
+}
+
+} // namespace stillora

@@ -1,0 +1,33 @@
+#include "platform/vips/PictureLibrary.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+namespace {
+
+std::vector<std::string> environment()
+{
+    std::vector<std::string> entries;
+    for (char** entry = environ; *entry; ++entry)
+        entries.emplace_back(*entry);
+    return entries;
+}
+
+} // namespace
+
+// Other threads look up theirs while it is loaded, and an environment that grows is moved.
+TEST(PictureLibrary, LeavesASettledEnvironmentAlone)
+{
+    for (const char* name : {"VIPSHOME", "VIPS_NOVECTOR"})
+        unsetenv(name);
+    platform::settlePictureLibrary();
+    const std::vector<std::string> before = environment();
+    char** const place = environ;
+    ASSERT_TRUE(platform::pictureLibrary());
+    EXPECT_EQ(environ, place);
+    EXPECT_EQ(environment(), before);
+}

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <stillora/Types.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace stillora::window {
+
+/// "1:02", "0:07.25" or "1:00:05": as many digits of the second as it needs, at most hundredths.
+std::string textOfTime(Seconds time);
+
+/// What a person typed for a time: "1:02.5", "62.5", with a comma too. Nothing for what is no time.
+std::optional<Seconds> timeOfText(std::string_view text);
+
+} // namespace stillora::window

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "window/GLibMainLoop.h"
+#include "window/MainWindow.h"
+#include "window/RememberedState.h"
+#include "window/state/WindowState.h"
+
+#include <memory>
+
+#include <gtkmm/application.h>
+
+namespace stillora::window {
+
+/// The program: one process and one window for each user, however often it is started.
+class WindowApplication final : public Gtk::Application {
+public:
+    static Glib::RefPtr<WindowApplication> create();
+    ~WindowApplication() override;
+
+protected:
+    WindowApplication();
+
+    void on_startup() override;
+    void on_activate() override;
+    void on_open(const type_vec_files& files, const Glib::ustring& hint) override;
+
+private:
+    void showWindow();
+    void showAbout();
+
+    GLibMainLoop loop_;
+    const WindowFolders folders_ = WindowFolders::usual();
+    RememberedState remembered_{folders_.state};
+    std::unique_ptr<WindowState> state_;
+    std::unique_ptr<MainWindow> window_;
+};
+
+} // namespace stillora::window

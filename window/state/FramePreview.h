@@ -1,0 +1,69 @@
+#pragma once
+
+#include <stillora/Error.h>
+#include <stillora/Picture.h>
+
+#include "window/state/Background.h"
+#include "window/state/DocumentSession.h"
+#include "window/state/Items.h"
+#include "window/state/MovieOutlook.h"
+#include "window/state/Selection.h"
+#include "window/state/Signal.h"
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace stillora::window {
+
+/// The current photo as its frame in the movie, drawn in the background by the code that draws movies. The newest wish
+/// wins. Main thread.
+class FramePreview final {
+public:
+    FramePreview(MainLoop& loop, DocumentSession& session, Selection& selection, PhotoStates& states,
+                 MovieOutlook& outlook);
+
+    /// Whether the faces are outlined.
+    void setShowsFaces(bool showsFaces);
+    bool showsFaces() const { return showsFaces_; }
+
+    /// Of which the frame is; nothing where none is current.
+    std::optional<PhotoID> photo() const { return photo_; }
+    /// Null while there is none.
+    std::shared_ptr<const Pixels> frame() const { return frame_; }
+    /// That were found; looked for while they are shown.
+    std::size_t faceCount() const { return faceCount_; }
+    /// Whether a newer frame is on its way.
+    bool isDrawing() const { return isDrawing_; }
+    /// Why there is no frame, a sentence; empty where there is one or one is on its way.
+    const std::string& fault() const { return fault_; }
+
+    Signal<> changed;
+
+private:
+    struct Wish;
+
+    void update();
+    void draw();
+
+    DocumentSession& session_;
+    Selection& selection_;
+    PhotoStates& states_;
+    MovieOutlook& outlook_;
+    bool showsFaces_ = false;
+    std::optional<PhotoID> photo_;
+    std::shared_ptr<const Pixels> frame_;
+    std::size_t faceCount_ = 0;
+    bool isDrawing_ = false;
+    std::string fault_;
+    /// What is wanted, and what is drawn at the moment or was drawn last.
+    std::shared_ptr<const Wish> wish_;
+    std::shared_ptr<const Wish> drawn_;
+    Connection selectionChanged_;
+    Connection outlookChanged_;
+    Connection statesChanged_;
+    Background background_;
+};
+
+} // namespace stillora::window

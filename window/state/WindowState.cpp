@@ -1,0 +1,34 @@
+#include "window/state/WindowState.h"
+
+#include "window/state/ThumbnailCache.h"
+#include "window/state/UserFolders.h"
+
+namespace stillora::window {
+
+WindowFolders WindowFolders::usual()
+{
+    return {usualStateFolder() / "stillora", usualCacheFolder() / "stillora", usualThumbnailCache()};
+}
+
+WindowState::WindowState(MainLoop& loop, const WindowFolders& folders)
+    : session(loop, folders.state), selection(session), photos(loop, session), sounds(loop, session),
+      thumbnails(loop, session, photos, folders.thumbnails), outlook(loop, session, photos, sounds),
+      frame(loop, session, selection, photos, outlook), draft(loop, outlook, folders.cache), making(loop, outlook)
+{
+    session.setKnownFacts([this](PhotoID id) { return photos.facts(id); });
+}
+
+void WindowState::setView(std::size_t first, std::size_t end)
+{
+    photos.setView(first, end);
+    thumbnails.setView(first, end);
+}
+
+void WindowState::finish()
+{
+    draft.stop();
+    making.finish();
+    session.finish();
+}
+
+} // namespace stillora::window
