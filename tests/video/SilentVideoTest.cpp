@@ -405,12 +405,11 @@ TEST_F(SilentVideoTest, ReportsEachFrameAndThenTheFinishing)
 {
     finishFrames(5);
     auto result = writeMeanwhile(8);
-    // One frame after the other, so that no update is replaced by the next one before it is sent.
+    // One frame after the other, so that no update is replaced by the next one before it is sent; those of the first
+    // five, which are written in one go, may be.
     for (size_t index = 5; index < 8; ++index) {
-        ASSERT_TRUE(waitUntil([&] {
-            const auto updates = updatesOf(context, "VideoCreationTitleRenderingVideo");
-            return !updates.empty() && updates.back().progress == static_cast<double>(index);
-        }));
+        ASSERT_TRUE(waitUntil([&] { return context.currentNeededPhotoIndex() == index; }));
+        context.fbQ().waitUntilAllOperationsAreFinished();
         context.imageBuffers()->append(makeRecord(index));
     }
     ASSERT_TRUE(result.get());
@@ -440,18 +439,19 @@ TEST_F(SilentVideoTest, ReportsTheTimeThatIsLeftOnceItCanBeEstimated)
     const auto start = std::chrono::steady_clock::now();
     auto result = writeMeanwhile(8);
     for (size_t index = 5; index < 8; ++index) {
-        ASSERT_TRUE(waitUntil([&] {
-            const auto updates = updatesOf(context, "VideoCreationTitleRenderingVideo");
-            return !updates.empty() && updates.back().progress == static_cast<double>(index);
-        }));
-        const double left = updatesOf(context, "VideoCreationTitleRenderingVideo").back().timeInterval;
+        ASSERT_TRUE(waitUntil([&] { return context.currentNeededPhotoIndex() == index; }));
+        context.fbQ().waitUntilAllOperationsAreFinished();
+        const auto updates = updatesOf(context, "VideoCreationTitleRenderingVideo");
+        ASSERT_FALSE(updates.empty());
+        const ProgressUpdate& last = updates.back();
         if (index < 7) {
-            EXPECT_EQ(left, -1) << "of " << index << " photos";
+            EXPECT_EQ(last.timeInterval, -1) << "after " << last.progress << " photos";
         } else {
             // Each of the seven photos took a seventh of the time so far, and one more is to come.
             const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
-            EXPECT_GT(left, 0);
-            EXPECT_LE(left, elapsed.count() / 7);
+            EXPECT_EQ(last.progress, 7);
+            EXPECT_GT(last.timeInterval, 0);
+            EXPECT_LE(last.timeInterval, elapsed.count() / 7);
         }
         context.imageBuffers()->append(makeRecord(index));
     }
