@@ -5,6 +5,7 @@
 #include "client/DataBytes.h"
 #include "client/FileReader.h"
 #include "client/FileReason.h"
+#include "client/FrameMemory.h"
 #include "client/FreeName.h"
 #include "client/JobFolder.h"
 #include "client/LocalizedText.h"
@@ -187,14 +188,21 @@ bool isEndOfConnection(const platform::NSError& error)
 /// One run of `makeMovie`.
 class STILLORA_HIDDEN MovieMaker::Job final {
 public:
-    Job(MovieMaker& maker, const MovieRequest& request, Observer& observer)
-        : maker_(maker), request_(request),
+    /// @param source  frames that need not be made
+    Job(MovieMaker& maker, const MovieRequest& request, Observer& observer,
+        std::optional<FrameSource> source = std::nullopt)
+        : maker_(maker), request_(request), frameSource_(std::move(source)),
           saveFolder_(platform::NSURL::fileURLWithPath(request.saveFolder.native(), true)), observer_(observer),
           mailbox_(std::make_shared<Mailbox>(maker.wakeUp_)),
-          remainingTime_(timetableOf(request, std::thread::hardware_concurrency()))
+          remainingTime_(
+              timetableOf(request, std::thread::hardware_concurrency(), frameSource_ ? &*frameSource_ : nullptr))
     {}
 
     Result<Movie> run();
+
+    bool reusesFrames() const { return frameSource_.has_value(); }
+    /// Whether its pictures stand in it more often than once.
+    bool isRepeated() const { return isRepeated_; }
 
 private:
     enum class Ending { Answered, Cancelled, Stalled, FrameMissing, ProcessEnded, Blind };
@@ -231,6 +239,7 @@ private:
 
     MovieMaker& maker_;
     const MovieRequest& request_;
+    const std::optional<FrameSource> frameSource_;
     const platform::NSURL saveFolder_;
     Observer& observer_;
     const std::shared_ptr<Mailbox> mailbox_;
@@ -249,6 +258,8 @@ private:
     std::optional<platform::NSURL> silence_;
     /// The locations that a file goes by, one for each part of it.
     std::map<std::string, std::vector<std::pair<SoundFacts::Selection, platform::NSURL>>> locationsOfSounds_;
+
+    bool isRepeated_ = false;
 
     const Clock::time_point start_ = Clock::now();
     RemainingTime remainingTime_;
@@ -279,7 +290,23 @@ void MovieMaker::cancel() noexcept
 
 Result<Movie> MovieMaker::makeMovie(const MovieRequest& request, Observer& observer)
 {
-    return Job(*this, request, observer).run();
+    const auto program = ServiceProcess::findProgram();
+    if (!request.reusesFrames || request.part || !request.pieces.empty() || !program || isCancelled())
+        return Job(*this, request, observer).run();
+    const FrameMemory memory = FrameMemory::ofUser();
+    FrameKeys keys(request, *program);
+    auto job = std::make_unique<Job>(*this, request, observer, memory.find(keys.keys()));
+    Result<Movie> movie = job->run();
+    // The other movie may have changed meanwhile, or been made by another version of an encoder.
+    if (!movie && movie.error().code == ErrorCode::ServiceFailed && job->reusesFrames()) {
+        job = std::make_unique<Job>(*this, request, observer);
+        movie = job->run();
+    }
+    if (movie && movie->faults.empty() && !job->isRepeated()) {
+        keys.forgetChangedPhotos();
+        memory.remember(movie->path, keys.keys());
+    }
+    return movie;
 }
 
 Result<Movie> MovieMaker::Job::run()
@@ -319,6 +346,8 @@ ServiceProcess::Rights MovieMaker::Job::rightsOfService()
         rights.files.readable.push_back(sound.path.native());
     for (const std::filesystem::path& piece : request_.pieces)
         rights.files.readable.push_back(piece.native());
+    if (frameSource_)
+        rights.files.readable.push_back(frameSource_->movie.path());
     rights.files.writable.push_back(folder_->path());
     rights.temporaryFolder = folder_->temporaryURL().path();
     return rights;
@@ -334,6 +363,10 @@ std::vector<std::string> MovieMaker::Job::argumentsOfService() const
     for (const std::filesystem::path& piece : request_.pieces) {
         arguments.emplace_back("--piece");
         arguments.push_back(piece.native());
+    }
+    if (frameSource_) {
+        arguments.emplace_back("--reuse");
+        arguments.push_back(argumentOf(*frameSource_));
     }
     return arguments;
 }
@@ -723,12 +756,17 @@ Result<Movie> MovieMaker::Job::takeMovie(const platform::NSURL& made)
         return look->error();
     Movie outcome;
     outcome.faults = (*look)->faults;
-    const auto movie = (*look)->isRepeated ? platform::NSURL::fileURLWithPath(question.output.native(), false) : made;
+    isRepeated_ = (*look)->isRepeated;
+    const auto movie = isRepeated_ ? platform::NSURL::fileURLWithPath(question.output.native(), false) : made;
 
     const auto place = moveToFreeName(movie, saveFolder_, request_.title, "mov", &error_);
     if (!place)
         return failed();
     outcome.path = place->path();
+    if (frameSource_) {
+        outcome.reusedFrames = frameSource_->frames.size();
+        outcome.frameSource = frameSource_->movie.path();
+    }
     return outcome;
 }
 

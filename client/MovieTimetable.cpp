@@ -446,7 +446,7 @@ FrameWork workOfPhoto(const PhotoFacts& photo, const MovieRequest& request, Size
             kNanosecond * share * (coding.perDrawnPixel * area.drawn + coding.perFramePixel * area.frame)};
 }
 
-MovieTimetable timetableOf(const MovieRequest& request, unsigned processors)
+MovieTimetable timetableOf(const MovieRequest& request, unsigned processors, const FrameSource* reused)
 {
     processors = std::max(1U, processors);
     const Size frame = frameSizeForQuality(request.quality, request.photos);
@@ -456,6 +456,9 @@ MovieTimetable timetableOf(const MovieRequest& request, unsigned processors)
         frames.insert(frames.end(), request.plan.framesPerPhoto, workOfPhoto(photo, request, frame));
         pixels += areaOf(photo, frame, request.reducesBorders).drawn;
     }
+    if (reused)
+        for (const auto& [place, source] : reused->frames)
+            frames[place] = {};
 
     MovieTimetable table;
     table.serviceReady = kStart;

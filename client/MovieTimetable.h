@@ -2,6 +2,8 @@
 
 #include <stillora/Movie.h>
 
+#include "video/ReusedFrames.h"
+
 #include <vector>
 
 namespace stillora {
@@ -41,6 +43,7 @@ FrameWork workOfPhoto(const PhotoFacts& photo, const MovieRequest& request, Size
 
 /// Reckons by what each photo and each sound takes, and follows frames through the service: those who draw and those
 /// who code share the processors, and the latter come first. Opens no file.
-MovieTimetable timetableOf(const MovieRequest& request, unsigned processors);
+/// @param reused  where frames are copied from; null where all are made
+MovieTimetable timetableOf(const MovieRequest& request, unsigned processors, const FrameSource* reused = nullptr);
 
 } // namespace stillora

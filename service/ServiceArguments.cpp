@@ -19,6 +19,7 @@ constexpr int kUsageStatus = 2;
 constexpr const char* kUsage =
     translatable(R"(Usage: stillora-video-creator [--watermark | --no-watermark] [--files DESCRIPTOR]
                               [--part FIRST/COUNT] [--piece FILE]...
+                              [--reuse RUNS:FILE]
        stillora-video-creator --help | --version
 )");
 
@@ -36,6 +37,10 @@ activation: systemd-socket-activate -l PATH stillora-video-creator
                      counted from 0, which must be even
   --piece FILE       frames of a request, made before with --part; several of
                      these, in their order, are joined in place of the photos
+  --reuse RUNS:FILE  copy frames of a request that would come out as those of
+                     the movie FILE; a run is FIRST+COUNT@PLACE, as 0+9@1 for
+                     nine frames from the first one on, which are those of
+                     the movie from its second one on; runs by commas
   -h, --help         show this help
   --version          show the version
 )");
@@ -77,6 +82,42 @@ std::optional<MoviePart> partOf(std::string_view text)
     return isFine && part.first < part.movieCount ? std::optional(part) : std::nullopt;
 }
 
+/// Takes the number that a text begins with, and what must stand behind it.
+/// @return nothing if that is not there
+std::optional<size_t> takeNumber(std::string_view& text, char end)
+{
+    size_t number = 0;
+    const auto [rest, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (failure != std::errc() || rest == text.data() + text.size() || *rest != end)
+        return std::nullopt;
+    text.remove_prefix(static_cast<size_t>(rest + 1 - text.data()));
+    return number;
+}
+
+/// "FIRST+COUNT@PLACE,FIRST+COUNT@PLACE:FILE"
+std::optional<FrameSource> frameSourceOf(std::string_view text)
+{
+    // More than any movie has; what is counted is kept one by one.
+    constexpr size_t kMaxPlace = 10'000'000;
+    const size_t colon = text.find(':');
+    if (colon == std::string_view::npos || colon + 1 == text.size())
+        return std::nullopt;
+    FrameSource source{platform::NSURL::fileURLWithPath(std::string(text.substr(colon + 1)), false), {}};
+    std::string runs(text.substr(0, colon));
+    runs += ',';
+    for (std::string_view rest = runs; !rest.empty();) {
+        const auto first = takeNumber(rest, '+');
+        const auto count = first ? takeNumber(rest, '@') : std::nullopt;
+        const auto place = count ? takeNumber(rest, ',') : std::nullopt;
+        if (!place || *first > kMaxPlace || *count > kMaxPlace || *place > kMaxPlace)
+            return std::nullopt;
+        for (size_t i = 0; i < *count; ++i)
+            if (!source.frames.emplace(*first + i, *place + i).second)
+                return std::nullopt;
+    }
+    return source;
+}
+
 } // namespace
 
 ServiceArguments ServiceArguments::read(const std::vector<std::string_view>& arguments)
@@ -107,6 +148,12 @@ ServiceArguments ServiceArguments::read(const std::vector<std::string_view>& arg
             result.pieces.emplace_back(value());
             if (result.pieces.back().empty())
                 result.answer = usageFault(localized("--piece takes a file"));
+        } else if (argument == "--reuse") {
+            const std::string_view runs = value();
+            result.frameSource = frameSourceOf(runs);
+            if (!result.frameSource)
+                result.answer =
+                    usageFault(localized("--reuse takes runs and a file, as 0+9@1:a.mov, not {}", {printable(runs)}));
         } else
             result.answer = usageFault(localized("there is no option {}", {printable(argument)}));
     }

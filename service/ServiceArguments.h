@@ -24,6 +24,8 @@ struct ServiceArguments {
     std::optional<MoviePart> part = {};
     /// Movies in place of the frames of a request, in their order.
     std::vector<std::string> pieces = {};
+    /// A movie that some of a request's frames are copied of.
+    std::optional<FrameSource> frameSource = {};
     std::optional<Answer> answer = {};
 
     /// @param arguments  those that follow the program's name; of two that contradict each other the last one counts

@@ -49,11 +49,13 @@ ServiceDelegate::CreatorFactory creatorFactory(const ServiceArguments& arguments
     std::vector<platform::NSURL> pieces;
     for (const std::string& piece : arguments.pieces)
         pieces.push_back(platform::NSURL::fileURLWithPath(piece, false));
-    return [drawsWatermark = arguments.drawsWatermark, part = arguments.part, pieces = std::move(pieces)] {
+    return [drawsWatermark = arguments.drawsWatermark, part = arguments.part, pieces = std::move(pieces),
+            frameSource = arguments.frameSource] {
         auto creator = std::make_shared<morStilloraVideoCreator>();
         creator->setDrawsWatermark(drawsWatermark ? *drawsWatermark : UserSettings::drawsWatermark().value_or(true));
         creator->setPart(part);
         creator->setPieces(pieces);
+        creator->setFrameSource(frameSource);
         return creator;
     };
 }

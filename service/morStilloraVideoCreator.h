@@ -85,11 +85,13 @@ public:
     /// For the frames that are made from now on.
     bool drawsWatermark() const override { return drawsWatermark_; }
     void setDrawsWatermark(bool drawsWatermark) { drawsWatermark_ = drawsWatermark; }
-    /// Both as the process was told when it was started; before the first request.
+    /// All three as the process was told when it was started; before the first request.
     std::optional<MoviePart> part() const override { return part_; }
     void setPart(std::optional<MoviePart> part) { part_ = part; }
     std::vector<platform::NSURL> pieces() const override { return pieces_; }
     void setPieces(std::vector<platform::NSURL> pieces) { pieces_ = std::move(pieces); }
+    std::optional<FrameSource> frameSource() const override { return frameSource_; }
+    void setFrameSource(std::optional<FrameSource> source) { frameSource_ = std::move(source); }
     platform::NSOperationQueue& fbQ() override { return fbQ_; }
     platform::NSOperationQueue& bufferCreationQ() override { return bufferCreationQ_; }
     uint64_t currentNeededPhotoIndex() const override { return currentNeededPhotoIndex_; }
@@ -124,6 +126,7 @@ private:
     std::atomic<bool> drawsWatermark_{true};
     std::optional<MoviePart> part_;
     std::vector<platform::NSURL> pieces_;
+    std::optional<FrameSource> frameSource_;
     std::atomic<uint64_t> currentNeededPhotoIndex_{0};
     platform::AtomicProperty<platform::NSXPCConnectionPtr> xpcConnection_;
     platform::AtomicProperty<platform::NSURL> destinationURL_;

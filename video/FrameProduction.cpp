@@ -75,9 +75,13 @@ void fillBufferArray(VideoStageContext& context, const PhotoList& photos, CGSize
     std::unordered_map<const MORPhoto*, size_t> firstPlaces;
     for (size_t i = 0; i < photos.size(); ++i)
         firstPlaces.try_emplace(photos[i].get(), i);
-    for (const MORPhotoPtr& photo : photos) {
+    const auto reused = context.reusedFrames();
+    for (size_t i = 0; i < photos.size(); ++i) {
         if (context.isCancelled())
             return;
+        if (reused && reused->contains(i))
+            continue;
+        const MORPhotoPtr& photo = photos[i];
         context.bufferCreationQ().addOperationWithBlock(
             [job = FrameJob{context, photo, firstPlaces.at(photo.get()), photos.size(), maxVidSize, reduceBorders}] {
                 render(job);

@@ -6,7 +6,7 @@
 
 /// Replaces the context's `imageBuffers` with a new list and queues one operation a photo on `bufferCreationQ`, each of
 /// which turns its photo into a finished frame of that list. Returns at once. A photo that cannot be shown is logged
-/// and gives no frame; after a cancel nothing more is queued, started or published.
+/// and gives no frame, as does one whose frame is copied; after a cancel nothing more is queued, started or published.
 ///
 /// @param context        must outlive the operations of its `bufferCreationQ`
 /// @param photos         in showing order; one that occurs twice has the index of its first place both times

@@ -35,17 +35,13 @@ bool appendPieces(const VideoStageContext& context, platform::AVAssetWriterInput
         if (first && !packets->isAlike(*first))
             return refuse(platform::localized("{} is coded in another way than the piece before it", {piece.path()}),
                           error);
-        const uint64_t end = index + packets->count();
-        NSError failure;
-        while (auto packet = packets->next(&failure)) {
-            if (context.isCancelled() || index >= count || !input.appendPacket(std::move(*packet), timeOf(index)))
+        for (size_t i = 0; i < packets->count(); ++i) {
+            if (context.isCancelled() || index >= count)
+                return false;
+            auto packet = packets->packet(i, error);
+            if (!packet || !input.appendPacket(std::move(*packet), timeOf(index)))
                 return false;
             appended(index++);
-        }
-        if (failure != NSError() || index != end) {
-            if (error)
-                *error = failure;
-            return false;
         }
         if (!first)
             first = std::move(packets);

@@ -61,10 +61,12 @@ void waitForFrame(const std::shared_ptr<FrameList>& frames, uint64_t& seen, doub
 /// No way out but the frames: too few photos are waited for until the process ends.
 void waitForFirstFrames(const VideoStageContext& context)
 {
+    const auto reused = context.reusedFrames();
+    const size_t copied = reused ? reused->count() : 0;
     uint64_t seen = 0;
     while (true) {
         const auto frames = context.imageBuffers();
-        if (frames && frames->count() >= kFramesBeforeWriting)
+        if (frames && frames->count() + copied >= kFramesBeforeWriting)
             return;
         waitForFrame(frames, seen, kStatusPollSeconds);
     }
@@ -103,11 +105,11 @@ void reportWriting(StageContext& context)
 class FrameFeeder final {
 public:
     FrameFeeder(VideoStageContext& context, std::shared_ptr<AVAssetWriter> writer,
-                std::shared_ptr<AVAssetWriterInputPixelBufferAdaptor> adaptor, uint64_t photoCount,
+                std::shared_ptr<AVAssetWriterInputPixelBufferAdaptor> adaptor, const PhotoList& photos,
                 double durationPerPhoto, RemainingTimeEstimate estimate)
         : context_(context), writer_(std::move(writer)), input_(adaptor->assetWriterInput()),
-          adaptor_(std::move(adaptor)), photoCount_(photoCount), durationPerPhoto_(durationPerPhoto),
-          estimate_(estimate), startTime_(now())
+          adaptor_(std::move(adaptor)), photos_(photos), reused_(context.reusedFrames()),
+          durationPerPhoto_(durationPerPhoto), estimate_(estimate), startTime_(now())
     {}
 
     /// What the input's block does.
@@ -138,7 +140,8 @@ private:
     {
         const uint64_t index = context_.currentNeededPhotoIndex();
         const auto frames = context_.imageBuffers();
-        const bool isThere = frames && frames->contains(index);
+        const bool isCopied = reused_ && reused_->contains(index);
+        const bool isThere = isCopied || (frames && frames->contains(index));
         if (context_.isCancelled()) {
             abandon();
             return false;
@@ -149,15 +152,11 @@ private:
             waitForFrame(frames, seen, kFramePollSeconds);
             return true;
         }
-        auto record = frames->take(index);
-        // The writer alone keeps the buffer now.
-        if (!record || !adaptor_->appendPixelBuffer(std::move(record->buffer), timeOfFrame(index, durationPerPhoto_))) {
+        if (!(isCopied ? copyFrame(index) : appendFrame(*frames, index))) {
             abandon();
             return false;
         }
-        reportRendering(context_, index, photoCount_, std::move(record->icon),
-                        estimate_.secondsLeftAfter(index, record->readBytes, now() - startTime_));
-        if (index + 1 == photoCount_) {
+        if (index + 1 == photos_.size()) {
             reportWriting(context_);
             input_->markAsFinished();
             writer_->finishWritingWithCompletionHandler([] {});
@@ -165,6 +164,34 @@ private:
         }
         context_.setCurrentNeededPhotoIndex(index + 1);
         return input_->isReadyForMoreMediaData();
+    }
+
+    bool appendFrame(FrameList& frames, uint64_t index) REQUIRES(lock_)
+    {
+        auto record = frames.take(index);
+        // The writer alone keeps the buffer now.
+        if (!record || !adaptor_->appendPixelBuffer(std::move(record->buffer), timeOfFrame(index, durationPerPhoto_)))
+            return false;
+        report(index, std::move(record->icon), record->readBytes);
+        return true;
+    }
+
+    bool copyFrame(uint64_t index) REQUIRES(lock_)
+    {
+        NSError error;
+        auto packet = reused_->packet(index, &error);
+        if (!packet)
+            platform::logFailure(kOperation, error.localizedDescription);
+        if (!packet || !input_->appendPacket(std::move(*packet), timeOfFrame(index, durationPerPhoto_)))
+            return false;
+        report(index, nullptr, photos_[index]->fileSize());
+        return true;
+    }
+
+    void report(uint64_t index, platform::NSImagePtr icon, int64_t readBytes) REQUIRES(lock_)
+    {
+        reportRendering(context_, index, photos_.size(), std::move(icon),
+                        estimate_.secondsLeftAfter(index, readBytes, now() - startTime_));
     }
 
     void abandon()
@@ -178,7 +205,8 @@ private:
     const std::shared_ptr<AVAssetWriter> writer_;
     const std::shared_ptr<AVAssetWriterInput> input_;
     const std::shared_ptr<AVAssetWriterInputPixelBufferAdaptor> adaptor_;
-    const uint64_t photoCount_;
+    const PhotoList photos_;
+    const std::shared_ptr<ReusedFrames> reused_;
     const double durationPerPhoto_;
 
     /// Held while feeding.
@@ -212,6 +240,21 @@ platform::AVURLAssetPtr finishedVideo(VideoStageContext& context, const AVAssetW
     return nullptr;
 }
 
+/// Removes a video again whose header does not fit the frames that were copied to it.
+/// @param source  the movie that these are of
+/// @param video   null where there is none
+/// @return the video; null, with the context cancelled, where it does not fit
+platform::AVURLAssetPtr withHeaderOf(const NSURL& source, platform::AVURLAssetPtr video, VideoStageContext& context)
+{
+    NSError reason;
+    if (!video || hasHeaderOfPiece(video->URL(), source, &reason))
+        return video;
+    platform::logFailure(kOperation, reason.localizedDescription);
+    (void)platform::NSFileManager::defaultManager().removeItemAtURL(video->URL());
+    context.setIsCancelled(true);
+    return nullptr;
+}
+
 /// The picture track of pieces that others have made, with the times and the header that it would have had here.
 platform::AVURLAssetPtr joinedVideo(VideoStageContext& context, AVAssetWriter& writer, AVAssetWriterInput& input,
                                     const std::vector<NSURL>& pieces, const PhotoList& photos, double durationPerPhoto,
@@ -225,6 +268,8 @@ platform::AVURLAssetPtr joinedVideo(VideoStageContext& context, AVAssetWriter& w
     };
     NSError reason;
     if (!appendPieces(context, input, pieces, photos.size(), timeOf, appended, &reason)) {
+        if (reason != NSError())
+            platform::logFailure(kOperation, reason.localizedDescription);
         writer.cancelWriting();
     } else {
         reportWriting(context);
@@ -232,15 +277,20 @@ platform::AVURLAssetPtr joinedVideo(VideoStageContext& context, AVAssetWriter& w
         writer.finishWritingWithCompletionHandler([] {});
     }
     waitForEnd(writer);
-    auto video = finishedVideo(context, writer, startTime, error);
-    if (video && !hasHeaderOfPiece(video->URL(), pieces.front(), &reason)) {
-        (void)platform::NSFileManager::defaultManager().removeItemAtURL(video->URL());
-        context.setIsCancelled(true);
-        video = nullptr;
-    }
-    if (reason != NSError())
+    return withHeaderOf(pieces.front(), finishedVideo(context, writer, startTime, error), context);
+}
+
+/// The frames that need not be made; null where all are.
+std::shared_ptr<ReusedFrames> framesToReuse(const VideoStageContext& context, size_t count)
+{
+    auto source = context.frameSource();
+    if (!source)
+        return nullptr;
+    NSError reason;
+    auto frames = ReusedFrames::open(std::move(*source), count, &reason);
+    if (!frames)
         platform::logFailure(kOperation, reason.localizedDescription);
-    return video;
+    return frames;
 }
 
 PhotoList without(PhotoList photos, const PhotoList& failedPhotos)
@@ -304,6 +354,10 @@ platform::AVURLAssetPtr videoWithPhotos(VideoStageContext& context, const PhotoL
                                   .scalingMode = std::string(platform::kAVVideoScalingModeResizeAspect)});
     input->setExpectsMediaDataInRealTime(false);
     input->setMaximumSampleCount(photosToWrite.size());
+    // Places are counted without those that failed.
+    const auto reused = failedPhotos.empty() ? framesToReuse(context, photosToWrite.size()) : nullptr;
+    context.setReusedFrames(reused);
+    input->setMixesPackets(reused != nullptr);
     writer->addInput(input);
     // The operations that render frames code them as well; for these they leave a quarter of the processors free.
     writer->setEncoderCount(std::max<uint64_t>(1, processorCount / 4));
@@ -322,14 +376,16 @@ platform::AVURLAssetPtr videoWithPhotos(VideoStageContext& context, const PhotoL
 
     context.fbQ().cancelAllOperations();
     const auto feeder =
-        std::make_shared<FrameFeeder>(context, writer, adaptor, photosToWrite.size(), durationPerPhoto, estimate);
+        std::make_shared<FrameFeeder>(context, writer, adaptor, photosToWrite, durationPerPhoto, estimate);
     input->requestMediaDataWhenReadyOnQueue(videoWritingQueue(), [feeder] { feeder->feed(); });
 
     waitForEnd(*writer);
     feeder->close();
     context.setImageBuffers(nullptr);
     context.setPixelBufferAdaptor(nullptr);
-    return finishedVideo(context, *writer, feeder->startTime(), error);
+    context.setReusedFrames(nullptr);
+    auto video = finishedVideo(context, *writer, feeder->startTime(), error);
+    return reused ? withHeaderOf(reused->source().movie, std::move(video), context) : video;
 }
 
 const std::shared_ptr<DispatchQueue>& videoWritingQueue()

@@ -8,6 +8,7 @@
 #include "platform/writer/AVAssetWriterInputPixelBufferAdaptor.h"
 #include "util/StageContext.h"
 #include "video/FrameList.h"
+#include "video/ReusedFrames.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -39,6 +40,9 @@ public:
     /// Movies that together hold the coded frames of a request, in their order; empty where its frames are made here.
     virtual std::vector<platform::NSURL> pieces() const { return {}; }
 
+    /// Where some of a request's frames have been made before; nothing where all are made here.
+    virtual std::optional<FrameSource> frameSource() const { return std::nullopt; }
+
     /// The queue that renders frames.
     virtual platform::NSOperationQueue& bufferCreationQ() = 0;
 
@@ -60,6 +64,10 @@ public:
         pixelBufferAdaptor_.set(std::move(adaptor));
     }
 
+    /// The frames that are copied, and none made of; null where there are none. Any thread.
+    std::shared_ptr<ReusedFrames> reusedFrames() const { return reusedFrames_.get(); }
+    void setReusedFrames(std::shared_ptr<ReusedFrames> frames) { reusedFrames_.set(std::move(frames)); }
+
     /// `VideoSize::videoSizeForQuality`.
     virtual platform::CGSize videoSizeForQuality(int64_t quality, const PhotoList& photos,
                                                  uint64_t* totalFileSize = nullptr, PhotoList* failedPhotos = nullptr);
@@ -68,4 +76,5 @@ public:
 
 private:
     platform::AtomicProperty<std::shared_ptr<platform::AVAssetWriterInputPixelBufferAdaptor>> pixelBufferAdaptor_;
+    platform::AtomicProperty<std::shared_ptr<ReusedFrames>> reusedFrames_;
 };

@@ -105,9 +105,10 @@ int runCreateCommand(const CreateOptions& given)
                             bad.empty() ? noPhotosIn(options.photos) : localized("no photo can be used"));
     checked.good = command.sorted(std::move(checked.good), options.order);
     const std::string title = options.title.value_or(titleForPhotos(checked.good));
-    return command.makeMovie(std::move(checked.good), std::move(sounds.good), settingsOf(options), title, std::nullopt,
-                             options.saveFolder, options.use,
-                             {.isPlanAlone = options.plansOnly, .contactSheet = options.contactSheet});
+    return command.makeMovie(
+        std::move(checked.good), std::move(sounds.good), settingsOf(options), title, std::nullopt, options.saveFolder,
+        options.use,
+        {.isPlanAlone = options.plansOnly, .contactSheet = options.contactSheet, .isFresh = options.isFresh});
 }
 
 } // namespace stillora

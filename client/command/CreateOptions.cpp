@@ -194,6 +194,7 @@ std::string readMovieOptions(const CommandArguments& arguments, CreateOptions& o
     if (std::string fault = readWatermark(arguments, options.watermark); !fault.empty())
         return fault;
     options.use = arguments.has("web") ? MovieUse::Web : MovieUse::Anywhere;
+    options.isFresh = arguments.has("fresh");
     options.skipsBad = arguments.has("skip-bad");
     options.isJSON = arguments.has("json");
     options.isQuiet = arguments.has("quiet");

@@ -42,6 +42,8 @@ struct CreateOptions {
     bool isQuiet = false;
     ProgressStyle progress = ProgressStyle::Bar;
     bool skipsBad = false;
+    /// Make every frame, also those that a movie has which was made lately.
+    bool isFresh = false;
     /// Tell what the movie would be, and make none.
     bool plansOnly = false;
     /// Where the frames of the plan are drawn, if they are to be.

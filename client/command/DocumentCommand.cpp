@@ -323,9 +323,10 @@ int runDocumentRender(const DocumentRenderOptions& options)
         return command.fail(kExitBadInput,
                             localized("the photos of {} are to share the length of the music, and there is none",
                                       document->location().native()));
-    return command.makeMovie(std::move(checked.photos), std::move(checked.sounds), settings, title,
-                             settings.title ? std::nullopt : std::optional(document->location()), wish.saveFolder,
-                             wish.use, {.isPlanAlone = wish.plansOnly, .contactSheet = wish.contactSheet});
+    return command.makeMovie(
+        std::move(checked.photos), std::move(checked.sounds), settings, title,
+        settings.title ? std::nullopt : std::optional(document->location()), wish.saveFolder, wish.use,
+        {.isPlanAlone = wish.plansOnly, .contactSheet = wish.contactSheet, .isFresh = wish.isFresh});
 }
 
 namespace {

@@ -318,6 +318,7 @@ int MovieCommand::makeMovie(std::vector<PhotoFacts> photos, std::vector<SoundFac
     if (making.isPlanAlone)
         return tellPlan(request, making.contactSheet);
     request.saveFolder = saveFolder ? withoutDots(*saveFolder) : usualSaveFolder();
+    request.reusesFrames = !making.isFresh;
     teller_.serviceStarts();
     const Result<Movie> outcome = maker_.makeMovie(request, teller_);
     terminal_.clearProgress();
@@ -399,9 +400,17 @@ int MovieCommand::finish(const MovieRequest& request, const Result<Movie>& outco
     note(localizedCount(request.photos.size(), "{} photo of {}, {:.0f} x {:.0f}, {}, {}",
                         "{} photos of {}, {:.0f} x {:.0f}, {}, {}", secondsText(request.plan.timePerPhoto), size.width,
                         size.height, secondsText(request.plan.totalVideoDuration), bytesText(bytes)));
+    const size_t frames = request.plan.frameCount(request.photos.size());
+    if (outcome->reusedFrames > 0)
+        note(localizedCount(frames, "{1} of {0} frame copied from {2}; --fresh makes it anew",
+                            "{1} of {0} frames copied from {2}; --fresh makes them anew", outcome->reusedFrames,
+                            outcome->frameSource.native()));
 
     JSONWriter result = resultOf(path, outcome->faults.empty());
     result.addAll(planAsJSON(request));
+    result.add("reusedFrames", static_cast<int64_t>(outcome->reusedFrames));
+    outcome->reusedFrames > 0 ? result.add("frameSource", outcome->frameSource.native())
+                              : result.addNull("frameSource");
     result.add("bytes", static_cast<int64_t>(bytes)).add("damagedPhotos", asJSON(damagedOf(request.photos)));
     result.add("faults", outcome->faults).addAll(omissionsAsJSON());
     return succeed(path, result, outcome->faults.empty() ? kExitDone : kExitFaultyMovie);

@@ -89,6 +89,8 @@ public:
         bool isPlanAlone = false;
         /// Where the plan's frames are drawn, if they are to be.
         std::optional<std::filesystem::path> contactSheet = std::nullopt;
+        /// Copy no frame of a movie that was made lately.
+        bool isFresh = false;
     };
     /// What is said of --skip-bad where files cannot be used.
     enum class Hint { None, SkipBad, SkipBadPhotos };

@@ -188,6 +188,15 @@ struct Options {
             "Each photo is then told of at least twice a second, by the same bytes of the file: nothing is encoded "
             "anew, and the file grows by eight bytes each time."),
     };
+    const Option fresh{
+        .name = "fresh",
+        .help = localized("make every frame anew; without it, frames that a movie made lately has are copied from it"),
+        .more = localized("A frame is copied only if it would come out the same, and the movie is still there as it "
+                          "was made. A photo "
+                          "that has changed is found by its size, its time and its bytes. Which frames the last movies "
+                          "have is kept in "
+                          "$XDG_CACHE_HOME/stillora/frames."),
+    };
     const Option title{
         .name = "title",
         .value = localized("NAME"),
@@ -416,11 +425,11 @@ CommandText create(const Options& o)
         .exitStatuses = movieStatuses(),
         .forms = {{.operands = localized("PHOTO|SOUND|FOLDER...|DOCUMENT"),
                    .offer = Offer::PhotosAndSounds,
-                   .options = {&o.seconds,       &o.quality,      &o.codec,     &o.soundtrack, &o.loop,
-                               &o.fitMusic,      &o.noSilence,    &o.sort,      &o.reverse,    &o.recursive,
-                               &o.reduceBorders, &o.noWatermark,  &o.watermark, &o.web,        &o.title,
-                               &o.save,          &o.movie,        &o.skipBad,   &o.filesFrom,  &o.null,
-                               &o.dryRun,        &o.contactSheet, &o.events,    &o.progress,   &o.quiet}}},
+                   .options = {&o.seconds,   &o.quality, &o.codec,   &o.soundtrack, &o.loop,          &o.fitMusic,
+                               &o.noSilence, &o.sort,    &o.reverse, &o.recursive,  &o.reduceBorders, &o.noWatermark,
+                               &o.watermark, &o.web,     &o.title,   &o.save,       &o.movie,         &o.skipBad,
+                               &o.filesFrom, &o.null,    &o.fresh,   &o.dryRun,     &o.contactSheet,  &o.events,
+                               &o.progress,  &o.quiet}}},
     };
 }
 
@@ -503,8 +512,8 @@ CommandText document(const Options& o)
                    .operands = localized("DOCUMENT"),
                    .startsWithDocument = true,
                    .options = {&o.seconds, &o.quality, &o.codec, &o.noWatermark, &o.watermark, &o.web, &o.documentTitle,
-                               &o.save, &o.movie, &o.skipBadItems, &o.dryRun, &o.contactSheet, &o.events, &o.progress,
-                               &o.quiet}}},
+                               &o.save, &o.movie, &o.skipBadItems, &o.fresh, &o.dryRun, &o.contactSheet, &o.events,
+                               &o.progress, &o.quiet}}},
     };
 }
 

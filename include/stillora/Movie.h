@@ -181,6 +181,10 @@ struct MovieRequest {
     /// Movies of all parts in their order, without sound: their frames are copied, and none is made anew. The result is
     /// the same movie as of a request without them.
     std::vector<std::filesystem::path> pieces = {};
+    /// Copy the frames that a movie made lately on this machine has, if it is still there as it was: the result is the
+    /// same. What the movie then has is remembered in turn, in the user's folder for caches. Of a part, and of a movie
+    /// of pieces, nothing is.
+    bool reusesFrames = false;
 };
 
 /// How far the service is.
@@ -201,6 +205,9 @@ struct Movie {
     std::filesystem::path path;
     /// What is off about it, one sentence each; as a rule nothing.
     std::vector<std::string> faults;
+    /// How many of its frames were copied of the movie `frameSource`.
+    std::size_t reusedFrames = 0;
+    std::filesystem::path frameSource = {};
 };
 
 /// Makes one movie: starts the service as a child process, sends the request, watches over it, checks what it made and

@@ -1,8 +1,8 @@
 #include "platform/movie/PicturePackets.h"
 
 #include "platform/bytes/ByteReader.h"
+#include "platform/bytes/ByteSource.h"
 #include "platform/foundation/LocalizedText.h"
-#include "platform/libav/FFmpegHandles.h"
 #include "platform/libav/MediaInput.h"
 
 #include <algorithm>
@@ -56,25 +56,29 @@ bool putStartCodes(std::span<uint8_t> packet)
 
 class PicturePacketsFFmpeg final : public PicturePackets {
 public:
-    explicit PicturePacketsFFmpeg(const NSURL& url) : path_(url.path()), packet_(av_packet_alloc()) {}
+    explicit PicturePacketsFFmpeg(const NSURL& url) : path_(url.path()), file_(std::make_shared<const FileBytes>(path_))
+    {}
 
     bool open(const NSURL& url, NSError* error)
     {
-        input_ = openMovieIndex(std::make_shared<const FileBytes>(path_), url, error);
+        input_ = openMovieIndex(file_, url, error);
         if (!input_)
             return false;
         const std::span<AVStream* const> streams(input_->streams, input_->nb_streams);
         const auto isPicture = [](const AVStream* stream) {
             return stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
         };
-        if (!packet_ || std::ranges::count_if(streams, isPicture) != 1)
+        if (std::ranges::count_if(streams, isPicture) != 1)
             return refuse(error);
         stream_ = *std::ranges::find_if(streams, isPicture);
         lengthBytes_ = bytesOfLengths(*stream_->codecpar);
         return lengthBytes_ == 0 || lengthBytes_ == kStartCode.size() || refuse(error);
     }
 
-    size_t count() const override { return static_cast<size_t>(std::max<int64_t>(0, stream_->nb_frames)); }
+    size_t count() const override
+    {
+        return static_cast<size_t>(std::max(0, avformat_index_get_entries_count(stream_)));
+    }
 
     bool isAlike(const PicturePackets& other) const override
     {
@@ -84,18 +88,16 @@ public:
                std::ranges::equal(headerOf(ours), headerOf(theirs));
     }
 
-    std::optional<std::vector<uint8_t>> next(NSError* error) override
+    std::optional<std::vector<uint8_t>> packet(size_t index, NSError* error) override
     {
-        int result = 0;
-        while ((result = av_read_frame(input_.get(), packet_.get())) >= 0 && packet_->stream_index != stream_->index)
-            av_packet_unref(packet_.get());
-        if (result == AVERROR_EOF)
-            return std::nullopt;
-        const bool isWhole = result >= 0 && !(packet_->flags & AV_PKT_FLAG_CORRUPT);
-        std::vector<uint8_t> bytes(packet_->data, packet_->data + (isWhole ? packet_->size : 0));
-        av_packet_unref(packet_.get());
-        if (isWhole && (lengthBytes_ == 0 || putStartCodes(bytes)))
-            return bytes;
+        // Its length as libav keeps it in an index is not negative, and at most a gigabyte.
+        const AVIndexEntry* entry =
+            index < count() ? avformat_index_get_entry(stream_, static_cast<int>(index)) : nullptr;
+        if (entry && entry->pos >= 0 && entry->size <= file_->size() - entry->pos) {
+            std::vector<uint8_t> bytes(static_cast<size_t>(entry->size));
+            if (file_->read(entry->pos, bytes) && (lengthBytes_ == 0 || putStartCodes(bytes)))
+                return bytes;
+        }
         fail(error, kAVFoundationErrorDomain, kAVErrorFileFailedToParse, localized("{} is cut off", {path_}));
         return std::nullopt;
     }
@@ -108,9 +110,9 @@ private:
     }
 
     const std::string path_;
+    const FileBytesPtr file_;
     InputPtr input_;
-    PacketPtr packet_;
-    const AVStream* stream_ = nullptr;
+    AVStream* stream_ = nullptr;
     size_t lengthBytes_ = 0;
 };
 

@@ -12,8 +12,7 @@
 
 namespace platform {
 
-/// The pictures of a movie as they are coded, one after the other. Decodes nothing, and keeps one at a time. One
-/// thread.
+/// The pictures of a movie as they are coded, in any order. Decodes nothing, and keeps none. One thread.
 class PicturePackets {
 public:
     /// @return null for a file that cannot be read, or is no movie with one track of pictures that a writer here makes;
@@ -28,9 +27,10 @@ public:
     /// Whether a decoder that was set up for these understands those of another movie as well.
     virtual bool isAlike(const PicturePackets& other) const = 0;
 
-    /// The next picture as its encoder gave it: of H.264 and HEVC, behind start codes.
-    /// @return nothing at the end, and where the file cannot be read on; `error` then says why
-    [[nodiscard]] virtual std::optional<std::vector<uint8_t>> next(NSError* error = nullptr) = 0;
+    /// A picture as its encoder gave it: of H.264 and HEVC, behind start codes.
+    /// @param index  counted from 0, in the order in which they are shown
+    /// @return nothing, and why, where there is none or the file cannot be read
+    [[nodiscard]] virtual std::optional<std::vector<uint8_t>> packet(size_t index, NSError* error = nullptr) = 0;
 };
 
 } // namespace platform

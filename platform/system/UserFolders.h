@@ -9,4 +9,8 @@ namespace platform {
 /// is an absolute path other than the home folder, which stands for none. May not exist. Any thread.
 std::optional<std::string> videosFolder();
 
+/// The user's folder for what can be made again: `XDG_CACHE_HOME` where it is an absolute path, else ".cache" in the
+/// home folder. May not exist. Any thread.
+std::string cacheFolder();
+
 } // namespace platform

@@ -24,4 +24,10 @@ std::optional<std::string> videosFolder()
     return folder;
 }
 
+std::string cacheFolder()
+{
+    const char* folder = std::getenv("XDG_CACHE_HOME");
+    return folder && *folder == '/' ? std::string(folder) : g_get_home_dir() + std::string("/.cache");
+}
+
 } // namespace platform

@@ -38,8 +38,8 @@ AVAssetWriterSession::~AVAssetWriterSession()
 }
 
 bool AVAssetWriterSession::start(const std::optional<AVVideoSettings>& settings,
-                                 std::optional<size_t> maximumSampleCount, size_t encoderCount, bool indexFirst,
-                                 AVMetadataItemList metadata)
+                                 std::optional<size_t> maximumSampleCount, bool mixesPackets, size_t encoderCount,
+                                 bool indexFirst, AVMetadataItemList metadata)
 {
     {
         LockGuard guard(lock_);
@@ -63,6 +63,7 @@ bool AVAssetWriterSession::start(const std::optional<AVVideoSettings>& settings,
     }
     settings_ = *settings;
     maximumSampleCount_ = maximumSampleCount;
+    mixesPackets_ = mixesPackets;
     indexFirst_ = indexFirst;
     metadata_ = std::move(metadata);
     {
@@ -381,8 +382,11 @@ std::optional<AVAssetWriterSession::Coding> AVAssetWriterSession::nextCoding(Cod
 std::optional<AVAssetWriterSession::Coding> AVAssetWriterSession::takeCoding()
 {
     for (auto frame = queue_.begin(); frame != queue_.end(); ++frame) {
-        const auto encoder =
+        auto encoder =
             std::ranges::find_if(idleEncoders_, [&](const auto& idle) { return idle->accepts(frame->index); });
+        // The frame that it would rather have may come as a packet.
+        if (encoder == idleEncoders_.end() && mixesPackets_)
+            encoder = idleEncoders_.begin();
         if (encoder == idleEncoders_.end())
             continue;
         Coding coding{std::move(*frame), std::move(*encoder)};
@@ -417,7 +421,10 @@ bool AVAssetWriterSession::code(Coding coding)
 {
     NSError error;
     std::vector<uint8_t> bytes;
-    const bool isFine = coding.encoder->encode(std::move(coding.frame.buffer), bytes, &error);
+    // What is coded for nothing stands for the frame before it, which was not coded here.
+    bool isFine =
+        coding.encoder->accepts(coding.frame.index) || coding.encoder->encode(coding.frame.buffer, bytes, &error);
+    isFine = isFine && coding.encoder->encode(std::move(coding.frame.buffer), bytes, &error);
     {
         LockGuard guard(lock_);
         idleEncoders_.push_back(std::move(coding.encoder));

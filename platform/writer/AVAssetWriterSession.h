@@ -41,7 +41,7 @@ public:
     /// @{
     /// Without settings, of an input, it fails.
     bool start(const std::optional<AVVideoSettings>& settings, std::optional<size_t> maximumSampleCount,
-               size_t encoderCount, bool indexFirst, AVMetadataItemList metadata);
+               bool mixesPackets, size_t encoderCount, bool indexFirst, AVMetadataItemList metadata);
     void startAtSourceTime(CMTime startTime);
     void finish(std::function<void()> handler);
     void cancel();
@@ -122,6 +122,7 @@ private:
     const NSURL url_;
     AVVideoSettings settings_;
     std::optional<size_t> maximumSampleCount_;
+    bool mixesPackets_ = false;
     bool indexFirst_ = false;
     AVMetadataItemList metadata_;
     mutable Lock lock_;

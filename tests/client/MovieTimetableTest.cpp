@@ -65,6 +65,22 @@ double lengthOfSound(const std::vector<SoundFacts>& sounds)
     return table.soundDone - table.serviceReady;
 }
 
+TEST(MovieTimetable, FramesThatAreCopiedTakeNoTime)
+{
+    const MovieRequest wanted = request(std::vector<PhotoFacts>(40, jpeg(12)));
+    FrameSource source{platform::NSURL::fileURLWithPath("/a.mov", false), {}};
+    for (size_t i = 0; i < 30; ++i)
+        source.frames.emplace(i, i);
+    const MovieTimetable all = timetableOf(wanted, 2);
+    const MovieTimetable some = timetableOf(wanted, 2, &source);
+    EXPECT_NEAR(some.frames[29], some.frames[0], 1e-9);
+    EXPECT_LT(some.frames[29], all.frames[1]);
+    // Ten of forty are left.
+    const double pictures = some.picturesDone - some.soundDone;
+    EXPECT_LT(pictures, 0.4 * (all.picturesDone - all.soundDone));
+    EXPECT_GT(pictures, 0.1 * (all.picturesDone - all.soundDone));
+}
+
 } // namespace
 
 /// As measured, in milliseconds, within a quarter: formats and sizes are weighed against each other.

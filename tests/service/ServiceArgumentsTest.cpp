@@ -84,3 +84,21 @@ TEST(ServiceArguments, NamePiecesInTheirOrder)
     EXPECT_TRUE(ServiceArguments::read({"--piece"}).answer);
     EXPECT_TRUE(ServiceArguments::read({"--piece", ""}).answer);
 }
+
+TEST(ServiceArguments, TellWhichFramesAreThoseOfAMovie)
+{
+    const ServiceArguments arguments = ServiceArguments::read({"--reuse", "0+3@1,5+1@0:/a: movie, old.mov"});
+    EXPECT_FALSE(arguments.answer);
+    ASSERT_TRUE(arguments.frameSource);
+    EXPECT_EQ(arguments.frameSource->movie.path(), "/a: movie, old.mov");
+    EXPECT_EQ(arguments.frameSource->frames, (std::map<size_t, size_t>{{0, 1}, {1, 2}, {2, 3}, {5, 0}}));
+    for (const char* runs : {"", "0+3@1", "0+3@1:", ":/a.mov", "0+3:/a.mov", "0@3:/a.mov", "0+3@1,:/a.mov",
+                             "-1+3@1:/a.mov", "0+3@x:/a.mov", "0+3@1,2+1@9:/a.mov", "0+99999999@0:/a.mov",
+                             "99999999999999999999+1@0:/a.mov", "0+3@1 ,5+1@0:/a.mov"}) {
+        const auto answer = ServiceArguments::read({"--reuse", runs}).answer;
+        ASSERT_TRUE(answer) << runs;
+        EXPECT_EQ(answer->exitStatus, 2) << runs;
+        EXPECT_NE(answer->text.find("--reuse takes runs and a file"), std::string::npos) << answer->text;
+    }
+    EXPECT_TRUE(ServiceArguments::read({"--reuse"}).answer);
+}

@@ -684,6 +684,80 @@ TEST_F(SilentVideoTest, TellsTheDocumentsNameAsItsTitle)
     EXPECT_EQ(testmovie::probe(asset->URL().path(), "format_tags=title"), (std::vector<std::string>{"Summer in Rome"}));
 }
 
+TEST_F(SilentVideoTest, CopiesFramesOfAnEarlierMovie)
+{
+    const auto hashesOf = [](const AVURLAssetPtr& movie) {
+        return testmovie::outputOf("ffmpeg -v error -i " + testmovie::quoted(movie->URL().path()) +
+                                   " -c copy -f framehash -");
+    };
+    for (const char* codec : {"jpeg", "avc1"}) {
+        indexes.clear();
+        finishFrames(11);
+        const auto whole = write(11, nullptr, 3, codec);
+        ASSERT_TRUE(whole);
+        const auto other = write(11, nullptr, 3, codec);
+        // Those that are made are of both kinds that an encoder of H.264 tells apart, and of one alone.
+        for (const std::vector<size_t>& made : std::vector<std::vector<size_t>>{{}, {7}, {0, 3, 4, 10}}) {
+            indexes = made;
+            TestVideoStageContext again(folder.url(), folder.url());
+            fakeStages(again);
+            FrameSource source{other->URL(), {}};
+            for (size_t i = 0; i < 11; ++i)
+                if (std::ranges::count(made, i) == 0)
+                    source.frames.emplace(i, i);
+            again.setFrameSource(source);
+            const auto movie = videoWithPhotos(again, makePhotos(11), 0, false, 3, codec, nullptr, processorCount);
+            ASSERT_TRUE(movie);
+            EXPECT_EQ(hashesOf(movie), hashesOf(whole)) << codec << " " << made.size();
+        }
+    }
+}
+
+TEST_F(SilentVideoTest, MakesAllFramesWhereThoseOfAnEarlierMovieAreNotThere)
+{
+    finishFrames(11);
+    const auto whole = write(11);
+    ASSERT_TRUE(whole);
+    for (const auto& [source, why] : std::vector<std::pair<FrameSource, std::string>>{
+             {{folder.url("none.mov"), {{0, 0}}}, "none.mov"},
+             {{whole->URL(), {{0, 11}}}, "has other frames than it is said to have"},
+             {{whole->URL(), {{11, 0}}}, "has other frames than it is said to have"},
+             {{whole->URL(), {}}, "has other frames than it is said to have"}}) {
+        TestVideoStageContext again(folder.url(), folder.url());
+        fakeStages(again);
+        again.setFrameSource(source);
+        LogRecorder log;
+        EXPECT_TRUE(videoWithPhotos(again, makePhotos(11), 0, false, 3, std::nullopt, nullptr, processorCount));
+        EXPECT_EQ(photosToRender, 11u);
+        EXPECT_THAT(log.lines(), Contains(HasSubstr(why)));
+    }
+    // Without those photos that failed, the places are others.
+    const PhotoList photos = makePhotos(12);
+    failedPhotos = {photos[3]};
+    TestVideoStageContext again(folder.url(), folder.url());
+    fakeStages(again);
+    again.setFrameSource({whole->URL(), {{0, 1}}});
+    const auto movie = videoWithPhotos(again, photos, 0, false, 3, std::nullopt, nullptr, processorCount);
+    ASSERT_TRUE(movie);
+    EXPECT_TRUE(TemporaryFolder::contentsOf(movie->URL().path()) == TemporaryFolder::contentsOf(whole->URL().path()));
+}
+
+TEST_F(SilentVideoTest, KeepsNothingOfFramesThatWereCodedInAnotherWay)
+{
+    finishFrames(11);
+    const auto jpeg = write(11);
+    ASSERT_TRUE(jpeg);
+    const size_t moviesBefore = movies().size();
+    TestVideoStageContext again(folder.url(), folder.url());
+    fakeStages(again);
+    again.setFrameSource({jpeg->URL(), {{0, 0}}});
+    LogRecorder log;
+    EXPECT_FALSE(videoWithPhotos(again, makePhotos(11), 0, false, 3, "avc1", nullptr, processorCount));
+    EXPECT_TRUE(again.isCancelled());
+    EXPECT_THAT(log.lines(), Contains(HasSubstr("was coded by another version of the encoder")));
+    EXPECT_EQ(movies().size(), moviesBefore);
+}
+
 TEST_F(SilentVideoTest, JoinsPiecesInPlaceOfFrames)
 {
     // The same frames as one movie, and as two of 6 and 5.

@@ -43,6 +43,8 @@ public:
     void setPart(MoviePart part) { part_ = part; }
     std::vector<platform::NSURL> pieces() const override { return pieces_; }
     void setPieces(std::vector<platform::NSURL> pieces) { pieces_ = std::move(pieces); }
+    std::optional<FrameSource> frameSource() const override { return frameSource_; }
+    void setFrameSource(FrameSource source) { frameSource_ = std::move(source); }
     platform::NSOperationQueue& fbQ() override { return fbQ_; }
     void updateProgress(const ProgressUpdate& update) override
     {
@@ -106,6 +108,7 @@ private:
     std::atomic<bool> drawsWatermark_{true};
     std::optional<MoviePart> part_;
     std::vector<platform::NSURL> pieces_;
+    std::optional<FrameSource> frameSource_;
     std::atomic<uint64_t> currentNeededPhotoIndex_{0};
     mutable std::mutex mutex_;
     std::vector<ProgressUpdate> updates_;

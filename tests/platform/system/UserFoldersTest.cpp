@@ -28,3 +28,14 @@ TEST(UserFolders, VideosAreWhereTheEnvironmentOrTheDesktopSays)
     home.makeFile("config/user-dirs.dirs", "XDG_VIDEOS_DIR=\"$HOME/\"\n");
     EXPECT_EQ(videosFolder(), std::nullopt);
 }
+
+TEST(UserFolders, WhatCanBeMadeAgainIsWhereTheEnvironmentSaysOrAtHome)
+{
+    for (const auto& nothing : {std::optional<std::string>(), std::optional<std::string>("cache")}) {
+        const EnvironmentVariable cache("XDG_CACHE_HOME", nothing);
+        EXPECT_TRUE(cacheFolder().ends_with("/.cache")) << cacheFolder();
+        EXPECT_TRUE(cacheFolder().starts_with("/")) << cacheFolder();
+    }
+    const EnvironmentVariable cache("XDG_CACHE_HOME", "/srv/cache");
+    EXPECT_EQ(cacheFolder(), "/srv/cache");
+}

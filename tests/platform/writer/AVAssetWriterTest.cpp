@@ -21,6 +21,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <mutex>
+#include <set>
 #include <string>
 #include <sys/resource.h>
 #include <thread>
@@ -223,14 +224,45 @@ TEST_P(AVAssetWriterOfCodec, WritesTheSameMovieOfPacketsOfAnother)
     EXPECT_EQ(packets->count(), kCount);
     Writing writing(copy, GetParam());
     ASSERT_TRUE(writing.start());
-    NSError error;
-    int64_t index = 0;
-    while (auto packet = packets->next(&error))
-        ASSERT_TRUE(writing.input->appendPacket(std::move(*packet), at(index++ * 10000)));
-    EXPECT_EQ(error, NSError());
+    for (size_t index = 0; index < kCount; ++index) {
+        auto packet = packets->packet(index);
+        ASSERT_TRUE(packet);
+        ASSERT_TRUE(writing.input->appendPacket(std::move(*packet), at(static_cast<int64_t>(index) * 10000)));
+    }
     ASSERT_EQ(writing.finish(), AVAssetWriterStatus::Completed);
     EXPECT_TRUE(TemporaryFolder::contentsOf(copy.path()) == TemporaryFolder::contentsOf(url.path()));
     EXPECT_TRUE(packets->isAlike(*PicturePackets::open(copy)));
+}
+
+TEST_P(AVAssetWriterOfCodec, WritesTheSameMovieOfPacketsAndFrames)
+{
+    constexpr size_t kCount = 9;
+    write(GetParam(), kCount, 10000, 64, 48, 1);
+    const auto packets = PicturePackets::open(url);
+    ASSERT_TRUE(packets);
+    // Those that an encoder codes in turn are of one kind: the first, none of the others, every other one, the last.
+    for (const std::set<size_t>& coded :
+         std::vector<std::set<size_t>>{{0}, {5}, {1, 3, 5, 7}, {0, 2, 4, 6, 8}, {3, 4}, {8}}) {
+        const NSURL copy = folder.url().URLByAppendingPathComponent("mixed.mov", false);
+        std::filesystem::remove(copy.path());
+        Writing writing(copy, GetParam());
+        writing.input->setMixesPackets(true);
+        ASSERT_TRUE(writing.start());
+        for (size_t index = 0; index < kCount; ++index) {
+            const CMTime time = at(static_cast<int64_t>(index) * 10000);
+            if (coded.contains(index)) {
+                ASSERT_TRUE(writing.append(makeNthFrame(64, 48, index), time));
+            } else {
+                auto packet = packets->packet(index);
+                ASSERT_TRUE(packet && writing.input->appendPacket(std::move(*packet), time));
+            }
+        }
+        ASSERT_EQ(writing.finish(), AVAssetWriterStatus::Completed);
+        if (std::string(GetParam()) == "hvc1")
+            EXPECT_TRUE(testmovie::decode(copy.path(), 64, 48) == testmovie::decode(url.path(), 64, 48));
+        else
+            EXPECT_TRUE(TemporaryFolder::contentsOf(copy.path()) == TemporaryFolder::contentsOf(url.path()));
+    }
 }
 
 TEST_F(AVAssetWriterTest, TellsPacketsOfOtherDecodersApart)
@@ -259,12 +291,13 @@ TEST_F(AVAssetWriterTest, RefusesPacketsOfAFileThatIsCutOffOrNoMovie)
     std::filesystem::resize_file(url.path(), std::filesystem::file_size(url.path()) - 10);
     const auto packets = PicturePackets::open(url);
     ASSERT_TRUE(packets);
-    NSError error;
-    size_t count = 0;
-    while (packets->next(&error))
-        ++count;
-    EXPECT_EQ(count, 4u);
-    EXPECT_THAT(error.localizedDescription, HasSubstr(url.path()));
+    for (size_t index = 0; index < 4; ++index)
+        EXPECT_TRUE(packets->packet(index)) << index;
+    for (const size_t index : {4u, 5u}) {
+        NSError error;
+        EXPECT_FALSE(packets->packet(index, &error));
+        EXPECT_THAT(error.localizedDescription, HasSubstr(url.path()));
+    }
 
     std::filesystem::resize_file(url.path(), 20);
     NSError reason;
