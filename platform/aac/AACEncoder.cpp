@@ -2,7 +2,7 @@
 
 #include "platform/aac/AACHalves.h"
 #include "platform/aac/AACMasking.h"
-#include "platform/aac/AACPacket.h"
+#include "platform/aac/AACPacketCoder.h"
 #include "platform/aac/AACTables.h"
 #include "platform/aac/AACTransform.h"
 

@@ -1,4 +1,4 @@
-#include "platform/aac/AACPacket.h"
+#include "platform/aac/AACPacketCoder.h"
 
 #include "platform/aac/AACTables.h"
 
