@@ -18,7 +18,7 @@ struct AACChannel {
     AACSequence sequence = AACSequence::Long;
     /// Short windows in each group; a single 1 for a long window.
     std::vector<uint8_t> groups = {1};
-    /// Where each band starts, in lines, group by group; the last entry is the end.
+    /// Where each band starts, in lines, group by group; the last entry is the end. All are multiples of 4.
     std::vector<uint16_t> bandStarts;
     /// Of grouped short windows: by group, band, then window.
     alignas(32) std::array<float, AACTransform::kLines> lines{};
@@ -30,10 +30,12 @@ struct AACChannel {
 
     /// @name Written by AACPacketCoder
     /// @{
-    /// What lines are rounded from, and its magnitudes to the power of 3/4.
-    alignas(32) std::array<float, AACTransform::kLines> targets{};
+    /// What lines are rounded from, their magnitudes to the power of 3/4; and the largest of each band.
     alignas(32) std::array<float, AACTransform::kLines> roots{};
+    std::array<float, kMostBands> largestRoots{};
     alignas(32) std::array<int16_t, AACTransform::kLines> values{};
+    /// Of the magnitudes of each band's values.
+    std::array<int16_t, kMostBands> largest{};
     std::array<int, kMostBands> wishedSteps{};
     std::array<int, kMostBands> finestSteps{};
     std::array<int, kMostBands> steps{};
@@ -43,6 +45,8 @@ struct AACChannel {
     /// @}
 
     bool isShort() const { return sequence == AACSequence::Short; }
+    /// Bits of a section's length.
+    int lengthBits() const { return isShort() ? 3 : 5; }
     size_t bandCount() const { return bandStarts.size() - 1; }
     size_t bandsPerGroup() const { return bandCount() / groups.size(); }
     size_t width(size_t band) const { return size_t{bandStarts[band + 1]} - bandStarts[band]; }

@@ -1,5 +1,6 @@
 #include "platform/aac/AACPacketCoder.h"
 
+#include "platform/aac/AACBooks.h"
 #include "platform/aac/AACTables.h"
 
 #include <algorithm>
@@ -22,6 +23,8 @@ constexpr int kLargestDifference = 60;
 constexpr int kSmallValue = 12;
 /// Values are rounded up from here, less than a half because small ones are more frequent than large ones.
 constexpr float kRounding = 0.4054F;
+/// What all bands' widths are multiples of.
+constexpr size_t kLinesAtOnce = 4;
 /// Noise of a line, as finely as is worth it: 9 dB below that of samples of 16 bits.
 constexpr float kFinestNoise = 21;
 
@@ -58,73 +61,6 @@ private:
     uint64_t pending_ = 0;
     int pendingBits_ = 0;
 };
-
-int lengthBits(const AACChannel& channel)
-{
-    return channel.isShort() ? 3 : 5;
-}
-
-/// Bits of a magnitude of 16 or more behind its word.
-int escapeBits(int magnitude)
-{
-    return 2 * std::bit_width(static_cast<unsigned>(magnitude)) - 5;
-}
-
-using BandCosts = std::array<uint32_t, kAACBooks>;
-constexpr uint32_t kNever = 1U << 24;
-
-/// Bits of a band's values in each book.
-BandCosts costsOfBand(std::span<const int16_t> values)
-{
-    BandCosts costs;
-    costs.fill(kNever);
-    int largest = 0;
-    for (const int16_t value : values)
-        largest = std::max(largest, std::abs(int{value}));
-    if (largest == 0)
-        costs[0] = 0;
-    std::array<uint32_t, 8> sums{};
-    const auto add = [&sums](const AACCosts& group) {
-        for (size_t i = 0; i < sums.size(); ++i)
-            sums[i] += group[i];
-    };
-    if (largest <= 2) {
-        const bool isSmall = largest <= 1;
-        const auto& table = isSmall ? costsOfSmallQuads() : costsOfQuads();
-        for (size_t i = 0; i < values.size(); i += 4) {
-            const auto digit = [&](size_t j) {
-                return static_cast<size_t>(isSmall ? values[i + j] + 1 : std::abs(int{values[i + j]}));
-            };
-            add(table[((digit(0) * 3 + digit(1)) * 3 + digit(2)) * 3 + digit(3)]);
-        }
-        for (size_t book = isSmall ? 1 : 3; book <= 4; ++book)
-            costs[book] = sums[book - 1];
-        sums = {};
-    }
-    uint32_t escapes = 0;
-    if (largest <= 4) {
-        const auto& table = costsOfSmallPairs();
-        for (size_t i = 0; i < values.size(); i += 2)
-            add(table[static_cast<size_t>((values[i] + 4) * 9 + values[i + 1] + 4)]);
-    } else {
-        const auto& table = costsOfPairs();
-        for (size_t i = 0; i < values.size(); i += 2) {
-            const int first = std::abs(int{values[i]});
-            const int second = std::abs(int{values[i + 1]});
-            add(table[static_cast<size_t>(std::min(first, 16) * 17 + std::min(second, 16))]);
-            if (first >= 16)
-                escapes += static_cast<uint32_t>(escapeBits(first));
-            if (second >= 16)
-                escapes += static_cast<uint32_t>(escapeBits(second));
-        }
-    }
-    for (size_t book = kFirstPairBook; book < costs.size(); ++book) {
-        if (largest <= kLargestOfBook[book])
-            costs[book] = sums[book - kFirstPairBook];
-    }
-    costs[kEscapeBook] += escapes;
-    return costs;
-}
 
 void writeValues(BitWriter& writer, std::span<const int16_t> values, int book)
 {
@@ -191,7 +127,7 @@ void writeWindow(BitWriter& writer, AACShape shape, const AACChannel& channel, s
 
 void writeSections(BitWriter& writer, const AACChannel& channel, size_t used)
 {
-    const int bits = lengthBits(channel);
+    const int bits = channel.lengthBits();
     const size_t longest = (size_t{1} << bits) - 1;
     for (size_t group = 0; group < channel.groups.size(); ++group) {
         const size_t first = group * channel.bandsPerGroup();
@@ -323,13 +259,20 @@ float evenNoiseOf(const AACPacket& packet)
     return count > 0 ? static_cast<float>(std::exp2(sum / count)) : 1;
 }
 
-/// The lines that values are rounded from.
-void setTargets(AACChannel& channel, const AACHalves::Lines& targets)
+/// Has values rounded from these lines.
+void setRoots(AACChannel& channel, const AACHalves::Lines& lines)
 {
-    channel.targets = targets;
-    for (size_t line = 0; line < targets.size(); ++line) {
-        const float magnitude = std::abs(targets[line]);
-        channel.roots[line] = std::sqrt(magnitude * std::sqrt(magnitude));
+    for (size_t line = 0; line < lines.size(); ++line) {
+        const float magnitude = std::abs(lines[line]);
+        channel.roots[line] = std::copysign(std::sqrt(magnitude * std::sqrt(magnitude)), lines[line]);
+    }
+    for (size_t band = 0; band < channel.bandCount(); ++band) {
+        std::array<float, kLinesAtOnce> largest{};
+        for (size_t line = channel.bandStarts[band]; line < channel.bandStarts[band + 1]; line += kLinesAtOnce) {
+            for (size_t i = 0; i < kLinesAtOnce; ++i)
+                largest[i] = std::max(largest[i], std::abs(channel.roots[line + i]));
+        }
+        channel.largestRoots[band] = *std::max_element(largest.begin(), largest.end());
     }
 }
 
@@ -374,7 +317,7 @@ AACPacketCoder::AACPacketCoder()
 
 void AACPacketCoder::prepare(AACChannel& channel, float evenNoise) const
 {
-    setTargets(channel, channel.lines);
+    setRoots(channel, channel.lines);
     for (size_t band = 0; band < channel.bandCount(); ++band) {
         float rootSum = 0;
         float peak = 0;
@@ -406,14 +349,17 @@ void AACPacketCoder::prepare(AACChannel& channel, float evenNoise) const
 void AACPacketCoder::quantizeBand(AACChannel& channel, size_t band) const
 {
     const float scale = inverseRootSteps_[static_cast<size_t>(channel.steps[band])] * channel.gains[band];
-    const size_t end = channel.bandStarts[band + 1];
-    for (size_t line = channel.bandStarts[band]; line < end; ++line) {
-        const auto magnitude = static_cast<int>(channel.roots[line] * scale + kRounding);
-        channel.values[line] = static_cast<int16_t>(channel.targets[line] < 0 ? -magnitude : magnitude);
+    const auto round = [scale](float root) {
+        return static_cast<int16_t>(static_cast<int>(root * scale + std::copysign(kRounding, root)));
+    };
+    channel.largest[band] = round(channel.largestRoots[band]);
+    for (size_t line = channel.bandStarts[band]; line < channel.bandStarts[band + 1]; line += kLinesAtOnce) {
+        for (size_t i = 0; i < kLinesAtOnce; ++i)
+            channel.values[line + i] = round(channel.roots[line + i]);
     }
 }
 
-void AACPacketCoder::limitDifferences(AACChannel& channel)
+void AACPacketCoder::limitDifferences(AACChannel& channel) const
 {
     // Steps are made larger only: a smaller one would not hold the band's peak. What is then cut to zero is no longer
     // coded, which can leave another difference.
@@ -441,20 +387,17 @@ void AACPacketCoder::limitDifferences(AACChannel& channel)
     }
 }
 
-int64_t AACPacketCoder::quantize(AACPacket& packet, int offset)
+void AACPacketCoder::quantize(AACPacket& packet, int offset) const
 {
-    int64_t bits = 0;
     for (size_t index = 0; index < packet.channelCount; ++index) {
         AACChannel& channel = packet.channels[index];
         channel.gains.fill(1);
-        for (size_t band = 0; band < channel.bandCount(); ++band)
+        for (size_t band = 0; band < channel.bandCount(); ++band) {
             channel.steps[band] =
                 std::clamp(channel.wishedSteps[band] + offset, channel.finestSteps[band], kLargestStep);
-        for (size_t band = 0; band < channel.bandCount(); ++band)
             quantizeBand(channel, band);
-        bits += chooseBooks(channel);
+        }
     }
-    return bits;
 }
 
 void AACPacketCoder::keepBandLevels(AACChannel& channel) const
@@ -512,7 +455,7 @@ void AACPacketCoder::quantizeShifted(AACPacket& packet, const std::array<std::ar
         AACChannel& channel = packet.channels[index];
         for (size_t line = 0; line < channel.lines.size(); ++line)
             changes_[index][line] += channel.lines[line];
-        setTargets(channel, changes_[index]);
+        setRoots(channel, changes_[index]);
         for (size_t band = 0; band < channel.bandCount(); ++band)
             quantizeBand(channel, band);
     }
@@ -554,48 +497,6 @@ void AACPacketCoder::keepHalfLevels(AACPacket& packet)
         quantizeShifted(packet, best);
 }
 
-int64_t AACPacketCoder::chooseBooks(AACChannel& channel)
-{
-    constexpr uint32_t kBookBits = 4;
-    // A difference of steps, and one of nothing.
-    constexpr uint32_t kStepBits = 4;
-    const uint32_t sectionBits = kBookBits + static_cast<uint32_t>(lengthBits(channel));
-    std::array<std::array<uint8_t, kAACBooks>, AACChannel::kMostBands> before;
-    uint32_t total = 0;
-    for (size_t group = 0; group < channel.groups.size(); ++group) {
-        const size_t first = group * channel.bandsPerGroup();
-        BandCosts sums{};
-        uint32_t cheapest = 0;
-        uint8_t cheapestBook = 0;
-        for (size_t band = 0; band < channel.bandsPerGroup(); ++band) {
-            BandCosts costs = costsOfBand(channel.valuesOf(first + band));
-            const bool isSilent = costs[0] == 0;
-            uint32_t next = std::numeric_limits<uint32_t>::max();
-            uint8_t nextBook = 0;
-            for (size_t book = 0; book < costs.size(); ++book) {
-                const bool goesOn = band > 0 && sums[book] <= cheapest + sectionBits;
-                before[first + band][book] = goesOn ? static_cast<uint8_t>(book) : cheapestBook;
-                sums[book] = (goesOn ? sums[book] : cheapest + sectionBits) + costs[book] +
-                             (book == 0  ? 0
-                              : isSilent ? 1
-                                         : kStepBits);
-                if (sums[book] < next) {
-                    next = sums[book];
-                    nextBook = static_cast<uint8_t>(book);
-                }
-            }
-            cheapest = next;
-            cheapestBook = nextBook;
-        }
-        total += cheapest;
-        for (size_t band = channel.bandsPerGroup(); band-- > 0;) {
-            channel.books[first + band] = cheapestBook;
-            cheapestBook = before[first + band][cheapestBook];
-        }
-    }
-    return total;
-}
-
 int AACPacketCoder::offsetFor(AACPacket& packet, int wantedBits)
 {
     const int coarseBits = bitsOfCoarsePacket(packet, wantedBits);
@@ -605,7 +506,11 @@ int AACPacketCoder::offsetFor(AACPacket& packet, int wantedBits)
     int coarsest = kMostOffset;
     while (finest < coarsest) {
         const int middle = (finest + coarsest) >> 1;
-        if (quantize(packet, middle) > (middle < enough ? wantedBits : coarseBits))
+        quantize(packet, middle);
+        int bits = 0;
+        for (size_t index = 0; index < packet.channelCount; ++index)
+            bits += bitsOfValues(packet.channels[index]);
+        if (bits > (middle < enough ? wantedBits : coarseBits))
             finest = middle + 1;
         else
             coarsest = middle;
@@ -635,7 +540,7 @@ std::vector<uint8_t> AACPacketCoder::code(AACPacket& packet, int wantedBits)
         if (bytes.size() * 8 <= kMostBits * packet.channelCount)
             break;
         for (size_t index = 0; index < packet.channelCount; ++index)
-            setTargets(packet.channels[index], packet.channels[index].lines);
+            setRoots(packet.channels[index], packet.channels[index].lines);
     }
     return bytes;
 }

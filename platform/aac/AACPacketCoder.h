@@ -23,8 +23,8 @@ private:
     void prepare(AACChannel& channel, float evenNoise) const;
     /// The least change of all steps with which the packet takes no more bits than it may.
     int offsetFor(AACPacket& packet, int wantedBits);
-    /// Returns about how many bits the packet takes with all steps changed by `offset`.
-    int64_t quantize(AACPacket& packet, int offset);
+    /// With all steps changed by `offset`.
+    void quantize(AACPacket& packet, int offset) const;
     void quantizeBand(AACChannel& channel, size_t band) const;
     /// Keeps the energy of every band.
     void keepBandLevels(AACChannel& channel) const;
@@ -34,8 +34,7 @@ private:
     void findErrors(const AACPacket& packet);
     /// Quantizes the lines with so much of each half added to them.
     void quantizeShifted(AACPacket& packet, const std::array<std::array<float, 2>, 2>& shifts);
-    int64_t chooseBooks(AACChannel& channel);
-    void limitDifferences(AACChannel& channel);
+    void limitDifferences(AACChannel& channel) const;
 
     std::vector<float> fourThirds_;
     std::array<float, 256> inverseRootSteps_{};

@@ -170,16 +170,16 @@ std::span<const AACCodeWord> wordsOfBook(size_t index)
     return books[index];
 }
 
-/// Costs of every group of `lines` lines with digits from `lowest` to `highest`, in as many books from `firstBook` on
-/// as there are.
+/// Costs of every group of `lines` lines with digits from `lowest` to `highest`.
 template <size_t size>
-std::array<AACCosts, size> costsOf(int lines, int lowest, int highest, int firstBook, int books)
+std::array<AACCosts, size> costsOf(int lines, int lowest, int highest)
 {
     std::array<AACCosts, size> costs{};
     const int digits = highest - lowest + 1;
+    const int firstBook = lines == 4 ? 1 : kFirstPairBook;
+    const int endBook = lines == 4 ? kFirstPairBook : kAACBooks;
     for (size_t index = 0; index < size; ++index) {
-        for (int i = 0; i < books; ++i) {
-            const int book = firstBook + i;
+        for (int book = firstBook; book < endBook; ++book) {
             const int largest = book == kEscapeBook ? 16 : kLargestOfBook[static_cast<size_t>(book)];
             const int offset = isSignedBook(book) ? largest : 0;
             const int base = isSignedBook(book) ? 2 * largest + 1 : largest + 1;
@@ -197,7 +197,7 @@ std::array<AACCosts, size> costsOf(int lines, int lowest, int highest, int first
                 signs += value != 0 && !isSignedBook(book);
             }
             if (fits)
-                costs[index][static_cast<size_t>(i)] = static_cast<uint16_t>(
+                costs[index][book - firstBook + 1] = static_cast<int16_t>(
                     wordsOfBook(static_cast<size_t>(book))[static_cast<size_t>(word)].length + signs);
         }
     }
@@ -257,25 +257,25 @@ std::span<const AACCodeWord> wordsOfAACBook(int book)
 
 const std::array<AACCosts, 81>& costsOfSmallQuads()
 {
-    static const auto costs = costsOf<81>(4, -1, 1, 1, 4);
+    static const auto costs = costsOf<81>(4, -1, 1);
     return costs;
 }
 
 const std::array<AACCosts, 81>& costsOfQuads()
 {
-    static const auto costs = costsOf<81>(4, 0, 2, 1, 4);
+    static const auto costs = costsOf<81>(4, 0, 2);
     return costs;
 }
 
 const std::array<AACCosts, 81>& costsOfSmallPairs()
 {
-    static const auto costs = costsOf<81>(2, -4, 4, kFirstPairBook, 7);
+    static const auto costs = costsOf<81>(2, -4, 4);
     return costs;
 }
 
 const std::array<AACCosts, 289>& costsOfPairs()
 {
-    static const auto costs = costsOf<289>(2, 0, 16, kFirstPairBook, 7);
+    static const auto costs = costsOf<289>(2, 0, 16);
     return costs;
 }
 

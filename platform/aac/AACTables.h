@@ -40,17 +40,20 @@ constexpr bool isSignedBook(int book)
 /// A book's words, by the magnitudes or signed values as digits, the first line highest.
 std::span<const AACCodeWord> wordsOfAACBook(int book);
 
-/// Bits that one group of lines takes in several books, signs included, escapes not. Books that cannot carry it have
-/// any number.
-using AACCosts = std::array<uint16_t, 8>;
+/// Bits in eight books at once, small enough for 16 bits as long as they are those of one band.
+using AACCosts [[gnu::vector_size(16)]] = int16_t;
 
-/// Costs of four lines in books 1 to 4, by digits of -1 to 1.
+/// Costs of one group of lines, signs included, escapes not: in book i as entry i if it has words of four lines, in
+/// book kFirstPairBook + i as entry i + 1 if it has words of two. Books that cannot carry the group, and other entries,
+/// have any number.
+///
+/// Of four lines, by digits of -1 to 1.
 const std::array<AACCosts, 81>& costsOfSmallQuads();
-/// Costs of four lines in books 3 and 4, which are entries 2 and 3, by digits of 0 to 2.
+/// Of four lines in books 3 and 4, by digits of 0 to 2.
 const std::array<AACCosts, 81>& costsOfQuads();
-/// Costs of two lines in books 5 to 11, by digits of -4 to 4.
+/// Of two lines, by digits of -4 to 4.
 const std::array<AACCosts, 81>& costsOfSmallPairs();
-/// Costs of two lines in books 5 to 11, by digits of 0 to 16.
+/// Of two lines, by digits of 0 to 16.
 const std::array<AACCosts, 289>& costsOfPairs();
 
 } // namespace platform
