@@ -497,25 +497,51 @@ void AACPacketCoder::keepHalfLevels(AACPacket& packet)
         quantizeShifted(packet, best);
 }
 
-int AACPacketCoder::offsetFor(AACPacket& packet, int wantedBits)
+int AACPacketCoder::bitsWith(AACPacket& packet, int offset) const
 {
-    const int coarseBits = bitsOfCoarsePacket(packet, wantedBits);
+    quantize(packet, offset);
+    int bits = 0;
+    for (size_t index = 0; index < packet.channelCount; ++index)
+        bits += bitsOfValues(packet.channels[index]);
+    return bits;
+}
+
+int AACPacketCoder::offsetFor(AACPacket& packet, int wantedBits) const
+{
     // Where noise is masked well enough the packet takes no more than it should.
-    const int enough = kEnoughOffset - static_cast<int>(packet.unevenness);
-    int finest = -kMostOffset;
-    int coarsest = kMostOffset;
-    while (finest < coarsest) {
-        const int middle = (finest + coarsest) >> 1;
-        quantize(packet, middle);
-        int bits = 0;
-        for (size_t index = 0; index < packet.channelCount; ++index)
-            bits += bitsOfValues(packet.channels[index]);
-        if (bits > (middle < enough ? wantedBits : coarseBits))
-            finest = middle + 1;
-        else
-            coarsest = middle;
+    const int enough = std::max(kEnoughOffset - static_cast<int>(packet.unevenness), -kMostOffset);
+    const int enoughBits = bitsWith(packet, enough);
+    const int coarseBits = bitsOfCoarsePacket(packet, wantedBits);
+    const bool isCoarse = enoughBits > coarseBits;
+    const int mostBits = isCoarse ? coarseBits : wantedBits;
+    // An offset with which the packet takes more bits, and one with which it does not; the ends are not tried.
+    int finer = isCoarse ? enough : -kMostOffset - 1;
+    int coarser = isCoarse ? kMostOffset : enough;
+    std::optional<int> finerBits;
+    int coarserBits = 0;
+    if (isCoarse)
+        finerBits = enoughBits;
+    else
+        coarserBits = enoughBits;
+    for (int tries = 1; finer + 1 < coarser; ++tries) {
+        int offset = 0;
+        if (tries % 3 == 0) // Bits do not fall evenly: the guess from both can come near from one side alone.
+            offset = (finer + coarser) >> 1;
+        else if (finerBits)
+            offset = finer + (coarser - finer) * (*finerBits - mostBits) / (*finerBits - coarserBits) + 1;
+        else // About a sixteenth for each step.
+            offset = coarser - 16 * (mostBits - coarserBits) / std::max(coarserBits, 1);
+        offset = std::clamp(offset, finer + 1, coarser - 1);
+        const int bits = bitsWith(packet, offset);
+        if (bits > mostBits) {
+            finer = offset;
+            finerBits = bits;
+        } else {
+            coarser = offset;
+            coarserBits = bits;
+        }
     }
-    return coarsest;
+    return coarser;
 }
 
 std::vector<uint8_t> AACPacketCoder::code(AACPacket& packet, int wantedBits)

@@ -22,7 +22,9 @@ public:
 private:
     void prepare(AACChannel& channel, float evenNoise) const;
     /// The least change of all steps with which the packet takes no more bits than it may.
-    int offsetFor(AACPacket& packet, int wantedBits);
+    int offsetFor(AACPacket& packet, int wantedBits) const;
+    /// Quantizes with all steps changed by `offset` and returns about how many bits the packet takes then.
+    int bitsWith(AACPacket& packet, int offset) const;
     /// With all steps changed by `offset`.
     void quantize(AACPacket& packet, int offset) const;
     void quantizeBand(AACChannel& channel, size_t band) const;
