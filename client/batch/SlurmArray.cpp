@@ -3,6 +3,7 @@
 #include "client/FileReason.h"
 #include "client/LocalizedText.h"
 #include "platform/foundation/FileDescriptor.h"
+#include "platform/foundation/InstalledFiles.h"
 
 #include <algorithm>
 #include <array>
@@ -70,12 +71,6 @@ std::string quoted(const std::string& word)
     return text + "'";
 }
 
-std::string program()
-{
-    std::error_code ignored;
-    return std::filesystem::read_symlink("/proc/self/exe", ignored).native();
-}
-
 /// The indexes of an array end before this number.
 size_t endOfArrays()
 {
@@ -110,7 +105,8 @@ Result<SlurmArray::Jobs> SlurmArray::submit(const StateFolder& state, const Wish
     Jobs jobs;
     jobs.tasks =
         std::max<size_t>(1, std::min(wish.tasks.value_or(std::min(kUsualTasks, endOfArrays() - 1)), wish.turns));
-    const std::string command = fmt::format("exec {} batch {}", quoted(program()), quoted(wish.manifest.native()));
+    const std::string command =
+        fmt::format("exec {} batch {}", quoted(platform::programFile()), quoted(wish.manifest.native()));
     std::string options;
     for (const std::string& option : wish.taskOptions)
         options += fmt::format(" {}", quoted(option));

@@ -61,6 +61,18 @@ std::optional<fs::path> withoutEnd(const fs::path& folder, const fs::path& end)
 
 } // namespace
 
+std::string programFile()
+{
+    // A file that is gone from its place has this behind its name, unless its name is such a one.
+    constexpr std::string_view kGone = " (deleted)";
+    std::error_code failure;
+    std::string file = fs::read_symlink("/proc/self/exe", failure);
+    if (file.ends_with(kGone) && !fs::exists(file, failure))
+        file.resize(file.size() - kGone.size());
+    // Outside of what this process sees as the root it has no place that could be named.
+    return file.starts_with('/') ? file : std::string();
+}
+
 std::vector<std::string> installedPlaces(InstalledFolder folder, std::string_view name)
 {
     std::vector<std::string> places;
@@ -68,7 +80,7 @@ std::vector<std::string> installedPlaces(InstalledFolder folder, std::string_vie
         if (std::find(places.begin(), places.end(), place.native()) == places.end())
             places.push_back(place.native());
     };
-    const fs::path program = folderOf("/proc/self/exe");
+    const fs::path program = fs::path(programFile()).parent_path();
     // What is shared lies in its folder even in a build. Beside an installed program there are those of others: one
     // that is called "locale" among them.
     if (!program.empty() && folder != InstalledFolder::Shared)

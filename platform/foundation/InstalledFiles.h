@@ -6,6 +6,10 @@
 
 namespace platform {
 
+/// The file of the running program, links followed: where it was started from, also when another file was put there
+/// since or it was removed. Empty if it cannot be told.
+std::string programFile();
+
 /// What an installation keeps in folders of its own.
 enum class InstalledFolder {
     /// Programs that other programs start.

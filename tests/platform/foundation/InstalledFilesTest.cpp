@@ -1,6 +1,10 @@
 #include "platform/foundation/InstalledFiles.h"
 
+#include "tests/support/TemporaryFolder.h"
+
+#include <cstdlib>
 #include <filesystem>
+#include <string>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,6 +12,7 @@
 using platform::InstalledFolder;
 using platform::installedPlace;
 using platform::installedPlaces;
+using platform::programFile;
 
 namespace fs = std::filesystem;
 
@@ -47,4 +52,32 @@ TEST(InstalledFilesTest, WhatIsNowhereIsLookedForWhereItWasToBe)
 {
     EXPECT_EQ(installedPlace(InstalledFolder::Shared, "absent"),
               fs::path(INSTALLED_PREFIX) / INSTALLED_SHARED / "absent");
+}
+
+/// Run by a copy of this program, which it replaces as an upgrade does.
+TEST(InstalledFilesTest, DISABLED_IsReplacedWhileItRuns)
+{
+    const fs::path program = fs::canonical("/proc/self/exe");
+    EXPECT_EQ(programFile(), program);
+    fs::copy_file(program, program.string() + ".new");
+    fs::rename(program.string() + ".new", program);
+    EXPECT_FALSE(fs::exists(fs::read_symlink("/proc/self/exe")));
+    EXPECT_EQ(programFile(), program);
+    EXPECT_EQ(installedPlaces(InstalledFolder::Services, "service").front(), program.parent_path() / "service");
+    fs::remove(program);
+    EXPECT_EQ(programFile(), program);
+}
+
+TEST(InstalledFilesTest, ProgramsThatWereReplacedFindWhatLiesBesideThem)
+{
+    // The last name is that of a file whose place is told with the same words as that of a removed one.
+    for (const char* name : {"program", "program (deleted)"}) {
+        const TemporaryFolder folder;
+        const fs::path copy = folder.path(name);
+        fs::copy_file("/proc/self/exe", copy);
+        const std::string command = "'" + copy.native() +
+                                    "' --gtest_also_run_disabled_tests "
+                                    "--gtest_filter=InstalledFilesTest.DISABLED_IsReplacedWhileItRuns >&2";
+        EXPECT_EQ(std::system(command.c_str()), 0) << name;
+    }
 }
