@@ -20,15 +20,19 @@ struct SoundArgument {
     friend bool operator==(const SoundArgument&, const SoundArgument&) = default;
 };
 
+/// A part of a sound file, by times from its start.
+struct SoundSelection {
+    Seconds start{0};
+    Seconds end{0};
+
+    friend bool operator==(const SoundSelection&, const SoundSelection&) = default;
+};
+
 /// A sound file that was found good, and the part of it that is wanted.
 struct SoundFacts {
-    /// A part of a file, by times from its start.
-    struct Selection {
-        Seconds start{0};
-        Seconds end{0};
-
-        friend bool operator==(const Selection&, const Selection&) = default;
-    };
+    /// Defined before this struct: the optional below asks whether it can be made of nothing, which compilers cannot
+    /// say of a nested one yet.
+    using Selection = SoundSelection;
 
     std::filesystem::path path;
     /// Nothing plays the whole file.

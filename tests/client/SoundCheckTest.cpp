@@ -122,4 +122,12 @@ TEST_F(SoundCheck, RefusesMoviesWithoutSound)
     EXPECT_EQ(reasonFor({movie, {}, {}}), "has no sound");
 }
 
+// Both compilers must be able to say that a selection can be made of nothing.
+TEST(SoundFacts, SelectsNothingUntilItIsToldAPart)
+{
+    SoundFacts facts;
+    EXPECT_FALSE(facts.selection);
+    EXPECT_EQ(facts.selection.emplace(), (SoundFacts::Selection{0s, 0s}));
+}
+
 } // namespace
