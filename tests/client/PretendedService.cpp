@@ -1,5 +1,6 @@
 // A rendering service that behaves as its first word of STILLORA_PRETENDED_SERVICE tells; made for the tests of its
-// client. What it was asked for is written to the file that STILLORA_PRETENDED_REQUEST names.
+// client. What it was asked for is written to the file that STILLORA_PRETENDED_REQUEST names. What it "makes" is a copy
+// of the movie STILLORA_PRETENDED_MOVIE, or of "8.mov" in that folder where it was sent 8 photos.
 
 #include "items/morStilloraVideoCreatorProtocol.h"
 #include "platform/connection/NSXPCListener.h"
@@ -63,8 +64,8 @@ public:
                    << " " << sound->selection().start << "-" << sound->selection().end << "\n";
         record.close();
         // The replies of the real service come from another thread too.
-        std::thread([this, save, temporary, document, reply = std::move(reply)]() mutable {
-            run(save.value(), temporary.value(), document.value(), std::move(reply));
+        std::thread([this, photoCount = photos.size(), save, temporary, document, reply = std::move(reply)]() mutable {
+            run(photoCount, save.value(), temporary.value(), document.value(), std::move(reply));
         }).detach();
     }
 
@@ -84,14 +85,17 @@ private:
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
 
-    void run(const NSURL& save, const NSURL& temporary, const NSURL& document, Reply reply)
+    void run(size_t photoCount, const NSURL& save, const NSURL& temporary, const NSURL& document, Reply reply)
     {
         const std::string behaviour = setting("STILLORA_PRETENDED_SERVICE");
         tell("VideoCreationTitleRenderingVideo", 1, 4, 2.5);
         if (behaviour == "makes") {
             const std::string name = platform::stringByDeletingPathExtension(document.lastPathComponent()) + ".mov";
             const std::string movie = save.path() + "/" + name;
-            std::filesystem::copy_file(setting("STILLORA_PRETENDED_MOVIE"), movie);
+            std::filesystem::path copied = setting("STILLORA_PRETENDED_MOVIE");
+            if (is_directory(copied))
+                copied /= std::to_string(photoCount) + ".mov";
+            std::filesystem::copy_file(copied, movie);
             reply(NSURL::fileURLWithPath(movie, false).bookmarkDataOfPathAlone(), std::nullopt, false);
         } else if (behaviour == "claims") {
             reply(NSURL::fileURLWithPath(save.path() + "/nothing.mov", false).bookmarkDataOfPathAlone(), std::nullopt,
