@@ -1,12 +1,12 @@
 #include "client/batch/JobGauge.h"
 
 #include <algorithm>
+#include <charconv>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <system_error>
 #include <utility>
-
-#include <sched.h>
 
 namespace stillora {
 
@@ -47,14 +47,22 @@ double IdleTime::share()
     cpu_set_t set;
     if (sched_getaffinity(0, sizeof set, &set) != 0)
         return 0;
+    std::ifstream lines("/proc/stat");
+    return share(lines, set);
+}
+
+double IdleTime::share(std::istream& lines, const cpu_set_t& processors)
+{
     uint64_t idle = 0;
     uint64_t all = 0;
-    std::ifstream lines("/proc/stat");
     for (std::string line; std::getline(lines, line);) {
         std::istringstream words(line);
         std::string name;
         words >> name;
-        if (!name.starts_with("cpu") || name == "cpu" || !CPU_ISSET(std::stoul(name.substr(3)), &set))
+        size_t number = 0;
+        if (!name.starts_with("cpu") ||
+            std::from_chars(name.data() + 3, name.data() + name.size(), number).ec != std::errc() ||
+            !CPU_ISSET(number, &processors))
             continue;
         // user, nice, system, idle, waiting for disks, and what follows.
         uint64_t ticks = 0;
@@ -67,7 +75,7 @@ double IdleTime::share()
     const uint64_t allBefore = std::exchange(all_, all);
     if (allBefore == 0 || all <= allBefore || idle < idleBefore)
         return 0;
-    return static_cast<double>(idle - idleBefore) / static_cast<double>(all - allBefore);
+    return std::min(1.0, static_cast<double>(idle - idleBefore) / static_cast<double>(all - allBefore));
 }
 
 } // namespace stillora

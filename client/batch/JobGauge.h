@@ -2,7 +2,10 @@
 
 #include <chrono>
 #include <cstdint>
+#include <istream>
 #include <optional>
+
+#include <sched.h>
 
 namespace stillora {
 
@@ -38,8 +41,10 @@ private:
 /// Reads how long processors had nothing to do. One thread.
 class IdleTime final {
 public:
-    /// Since the last call, from 0 to 1; 0 at the first.
+    /// Since the last call, from 0 to 1; 0 at the first, and where the system does not tell.
     double share();
+    /// The same of lines as /proc/stat has them.
+    double share(std::istream& lines, const cpu_set_t& processors);
 
 private:
     uint64_t idle_ = 0;

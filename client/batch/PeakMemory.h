@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <istream>
+#include <string_view>
 
 namespace stillora {
 
@@ -10,5 +12,9 @@ int64_t peakBytesOfChildren();
 
 /// Memory that programs can still take, in bytes; 0 where the system does not tell.
 int64_t availableBytes();
+
+/// The value of a line "NAME:  123 kB", as the system's tables have it, in bytes; 0 where there is none, or none that
+/// can be.
+int64_t bytesIn(std::istream& lines, std::string_view name);
 
 } // namespace stillora

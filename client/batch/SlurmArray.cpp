@@ -24,6 +24,8 @@ namespace {
 /// Enough for any cluster to be busy, few enough for any scheduler to be quick.
 constexpr size_t kUsualTasks = 1000;
 
+constexpr std::string_view kDigits = "0123456789";
+
 struct Answer {
     int status = -1;
     std::string text;
@@ -71,17 +73,6 @@ std::string quoted(const std::string& word)
     return text + "'";
 }
 
-/// The indexes of an array end before this number.
-size_t endOfArrays()
-{
-    const Answer answer = run({"scontrol", "show", "config"});
-    size_t end = kUsualTasks + 1;
-    if (const size_t found = answer.text.find("MaxArraySize"); found != std::string::npos)
-        if (const size_t digits = answer.text.find_first_of("0123456789", found); digits != std::string::npos)
-            std::from_chars(answer.text.data() + digits, answer.text.data() + answer.text.size(), end);
-    return std::max<size_t>(end, 2);
-}
-
 Result<std::string> submitScript(const std::filesystem::path& script, const std::string& text,
                                  const std::vector<std::string>& options)
 {
@@ -93,18 +84,41 @@ Result<std::string> submitScript(const std::filesystem::path& script, const std:
     const Answer answer = run(command);
     if (answer.status != 0)
         return Error{ErrorCode::Failed, {}, localized("sbatch refuses the job: {}", answer.text)};
-    // "JOB;CLUSTER", after any remarks.
-    const std::string last = answer.text.substr(answer.text.rfind('\n') + 1);
-    return last.substr(0, last.find(';'));
+    if (auto job = SlurmArray::jobIn(answer.text))
+        return *std::move(job);
+    return Error{ErrorCode::Failed, {}, localized("sbatch tells no number of a job: {}", answer.text)};
 }
 
 } // namespace
 
+size_t SlurmArray::endOfArrays(std::string_view written)
+{
+    size_t end = kUsualTasks + 1;
+    if (const size_t found = written.find("MaxArraySize"); found != std::string_view::npos)
+        if (const size_t digits = written.find_first_of(kDigits, found); digits != std::string_view::npos)
+            std::from_chars(written.data() + digits, written.data() + written.size(), end);
+    return std::max<size_t>(end, 2);
+}
+
+std::optional<std::string> SlurmArray::jobIn(std::string_view written)
+{
+    // "JOB" or "JOB;CLUSTER", on a line of its own among remarks.
+    while (!written.empty()) {
+        const size_t start = written.rfind('\n') + 1;
+        const std::string_view line = written.substr(start);
+        const std::string_view job = line.substr(0, line.find(';'));
+        if (!job.empty() && job.find_first_not_of(kDigits) == std::string_view::npos)
+            return std::string(job);
+        written = written.substr(0, start == 0 ? 0 : start - 1);
+    }
+    return std::nullopt;
+}
+
 Result<SlurmArray::Jobs> SlurmArray::submit(const StateFolder& state, const Wish& wish)
 {
     Jobs jobs;
-    jobs.tasks =
-        std::max<size_t>(1, std::min(wish.tasks.value_or(std::min(kUsualTasks, endOfArrays() - 1)), wish.turns));
+    const size_t most = std::min(kUsualTasks, endOfArrays(run({"scontrol", "show", "config"}).text) - 1);
+    jobs.tasks = std::max<size_t>(1, std::min(wish.tasks.value_or(most), wish.turns));
     const std::string command =
         fmt::format("exec {} batch {}", quoted(platform::programFile()), quoted(wish.manifest.native()));
     std::string options;

@@ -9,6 +9,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace stillora {
@@ -42,6 +43,16 @@ public:
 
     /// Whether Slurm still has the job, waiting or running. An answer that does not come counts as yes.
     static bool hasJob(const std::string& job);
+
+    /// @name What Slurm's programs write, remarks included
+    /// @{
+    /// From "scontrol show config".
+    /// @return the number that the indexes of arrays end before, at least 2; Slurm's own usual one where none is told
+    static size_t endOfArrays(std::string_view written);
+    /// From "sbatch --parsable".
+    /// @return the job's number, digits alone; nothing where none is told
+    static std::optional<std::string> jobIn(std::string_view written);
+    /// @}
 
 private:
     SlurmArray() = delete;

@@ -21,6 +21,9 @@ namespace {
 constexpr size_t kKeyDigits = 32;
 constexpr size_t kShardDigits = 3;
 
+/// Of a file. The largest is the receipt of a movie of a hundred thousand photos, which takes a tenth of that.
+constexpr off_t kMostBytes = off_t{256} << 20;
+
 struct CloseFolder {
     void operator()(DIR* folder) const { closedir(folder); }
 };
@@ -143,9 +146,10 @@ void StateFolder::makeShard(const std::string& key) const
 
 std::optional<std::string> StateFolder::read(const std::filesystem::path& file)
 {
-    const platform::FileDescriptor descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC));
+    // A pipe would be waited for.
+    const platform::FileDescriptor descriptor(open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     struct stat status = {};
-    if (!descriptor || fstat(descriptor.get(), &status) != 0)
+    if (!descriptor || fstat(descriptor.get(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size > kMostBytes)
         return std::nullopt;
     std::string text(static_cast<size_t>(status.st_size), '\0');
     const ssize_t count = ::read(descriptor.get(), text.data(), text.size());

@@ -73,7 +73,7 @@ public:
     /// Makes the movie's folder if it is missing.
     void makeShard(const std::string& key) const;
 
-    /// @return the file's whole contents; nothing if it cannot be read
+    /// @return the file's whole contents; nothing if it cannot be read, or is nothing that a folder of states holds
     static std::optional<std::string> read(const std::filesystem::path& file);
     /// Writes a file that is not there yet, or whose contents do not matter.
     /// @return 0, or the reason

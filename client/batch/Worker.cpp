@@ -174,7 +174,7 @@ bool Worker::isDead(const std::filesystem::path& claim) const
     if (owner && owner->isOfThisSystem && !owner->isRunning)
         return true;
     // Opened, as a network's file system then asks for the times anew.
-    const platform::FileDescriptor file(open(claim.c_str(), O_RDONLY | O_CLOEXEC));
+    const platform::FileDescriptor file(open(claim.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     struct stat theirs = {};
     struct stat ours = {};
     renew();

@@ -2,12 +2,26 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
+#include <string>
+
 using namespace stillora;
 
 namespace {
 
 constexpr int64_t kGigabyte = int64_t{1} << 30;
 constexpr JobGauge::Measure kIdle{.idle = 0.5, .availableBytes = 8 * kGigabyte, .peakBytes = kGigabyte};
+
+/// Of the first two processors.
+double shareIn(IdleTime& time, const std::string& text)
+{
+    cpu_set_t processors;
+    CPU_ZERO(&processors);
+    CPU_SET(0, &processors);
+    CPU_SET(1, &processors);
+    std::istringstream lines(text);
+    return time.share(lines, processors);
+}
 
 } // namespace
 
@@ -53,4 +67,21 @@ TEST(JobGauge, KeepsToWhatTheUserWants)
     gauge.measured(kIdle, 3);
     gauge.measured({.idle = 0, .availableBytes = 1, .peakBytes = kGigabyte}, 3);
     EXPECT_EQ(gauge.allowed(), 3);
+}
+
+TEST(IdleTime, IsOfTheProcessorsThatMayBeUsed)
+{
+    IdleTime time;
+    EXPECT_EQ(shareIn(time, "cpu 9 9 9 9 9\ncpu0 10 0 0 10 0\ncpu1 10 0 0 10 0\ncpu2 0 0 0 0 0\n"), 0);
+    EXPECT_EQ(shareIn(time, "cpu 9 9 9 9 9\ncpu0 20 0 0 10 0\ncpu1 10 0 0 30 10\ncpu2 0 0 0 9999 0\n"), 0.75);
+}
+
+TEST(IdleTime, IsNoneWhereTheSystemTellsNothingSensible)
+{
+    for (const char* text :
+         {"", "cpu", "cpux 1 2 3 4", "cpu99999999999999999999 1 2 3 4 5", "cpu0", "cpu0 9 0 0 9 0", "cpu1023 1"}) {
+        IdleTime time;
+        (void)shareIn(time, "cpu0 10 0 0 10 0\n");
+        EXPECT_EQ(shareIn(time, text), 0) << text;
+    }
 }

@@ -8,6 +8,9 @@
 #include <map>
 #include <string>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 using namespace stillora;
 
 namespace {
@@ -86,4 +89,14 @@ TEST_F(StateFolderTest, NamesWhatIsInItsWay)
     const auto made = state_.make();
     ASSERT_FALSE(made);
     EXPECT_NE(made.error().message.find(state_.path().native()), std::string::npos) << made.error().message;
+}
+
+TEST_F(StateFolderTest, DoesNotWaitForAPipeNorReadWithoutEnd)
+{
+    state_.makeShard(kKey);
+    ASSERT_EQ(mkfifo(state_.receipt(kKey).c_str(), 0600), 0);
+    EXPECT_FALSE(StateFolder::read(state_.receipt(kKey)));
+    put(state_.failure(kKey));
+    ASSERT_EQ(truncate(state_.failure(kKey).c_str(), off_t{1} << 40), 0);
+    EXPECT_FALSE(StateFolder::read(state_.failure(kKey))) << "of a terabyte of zeros";
 }
