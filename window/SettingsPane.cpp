@@ -1,9 +1,8 @@
 #include "window/SettingsPane.h"
 
 #include "client/LocalizedText.h"
+#include "window/TimeText.h"
 
-#include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <string>
 #include <utility>
@@ -40,10 +39,9 @@ void setChoices(AdwComboRow* row, const std::vector<Choice>& choices)
 /// What was typed, with a comma too, whatever the locale.
 int takeNumber(GtkSpinButton* button, double* value, void*)
 {
-    std::string text = gtk_editable_get_text(GTK_EDITABLE(button));
-    std::replace(text.begin(), text.end(), ',', '.');
-    const auto [end, fault] = std::from_chars(text.data(), text.data() + text.size(), *value);
-    return fault == std::errc() && end == text.data() + text.size() ? TRUE : GTK_INPUT_ERROR;
+    const auto number = numberOfText(gtk_editable_get_text(GTK_EDITABLE(button)));
+    *value = number.value_or(*value);
+    return number ? TRUE : GTK_INPUT_ERROR;
 }
 
 } // namespace

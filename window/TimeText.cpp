@@ -27,6 +27,15 @@ std::optional<double> number(std::string_view text, bool isWhole)
     return value;
 }
 
+/// Without the blanks, and with a point.
+std::string plain(std::string_view typed)
+{
+    std::string text(typed);
+    std::erase(text, ' ');
+    std::replace(text.begin(), text.end(), ',', '.');
+    return text;
+}
+
 } // namespace
 
 std::string textOfTime(Seconds time)
@@ -42,11 +51,14 @@ std::string textOfTime(Seconds time)
     return text;
 }
 
+std::optional<double> numberOfText(std::string_view typed)
+{
+    return number(plain(typed), false);
+}
+
 std::optional<Seconds> timeOfText(std::string_view typed)
 {
-    std::string text(typed);
-    std::erase(text, ' ');
-    std::replace(text.begin(), text.end(), ',', '.');
+    const std::string text = plain(typed);
     double seconds = 0;
     std::string_view rest = text;
     for (int part = 0; part < kMostParts; ++part) {

@@ -34,4 +34,12 @@ TEST(TimeText, ReadsWhatItWrites)
         EXPECT_NEAR(timeOfText(textOfTime(Seconds(seconds)))->count(), seconds, 1e-9);
 }
 
+TEST(TimeText, IsOfNumbersAsPeopleTypeThem)
+{
+    EXPECT_EQ(numberOfText("2.5"), 2.5);
+    EXPECT_EQ(numberOfText(" 2,5"), 2.5);
+    for (const char* text : {"", "x", "nan", "inf", "infinity", "1e9", "-1", "0x10", "2.5 s"})
+        EXPECT_FALSE(numberOfText(text)) << text;
+}
+
 } // namespace stillora::window
