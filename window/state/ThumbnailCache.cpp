@@ -79,26 +79,6 @@ bool isPNG(std::string_view file)
                               [](char a, std::uint8_t b) { return static_cast<std::uint8_t>(a) == b; });
 }
 
-/// The texts that stand before the picture.
-std::map<std::string, std::string, std::less<>> textsOf(std::string_view file)
-{
-    std::map<std::string, std::string, std::less<>> texts;
-    if (!isPNG(file))
-        return texts;
-    for (std::size_t place = kSignature.size(); file.size() - place >= kChunkBytes;) {
-        const std::size_t length = numberAt(file, place);
-        if (length > file.size() - place - kChunkBytes)
-            break;
-        const std::string_view kind = file.substr(place + 4, 4);
-        const std::string_view data = file.substr(place + 8, length);
-        const std::size_t end = data.find('\0');
-        if (kind == "tEXt" && end != std::string_view::npos)
-            texts.emplace(data.substr(0, end), data.substr(end + 1));
-        place += kChunkBytes + length;
-    }
-    return texts;
-}
-
 /// The file with texts right behind its header, where programs look for them.
 std::string withTexts(std::string_view file, const ThumbnailSource& source)
 {
@@ -121,7 +101,7 @@ std::string contentsOf(const fs::path& path)
 /// Whether the texts are those of the file as it is.
 bool isOf(std::string_view file, const ThumbnailSource& source)
 {
-    const auto texts = textsOf(file);
+    const auto texts = textsOfPNG(file);
     const auto address = texts.find(kAddressKey);
     const auto time = texts.find(kTimeKey);
     return address != texts.end() && time != texts.end() && address->second == addressOfFile(source.file) &&
@@ -178,6 +158,25 @@ void keep(const fs::path& cache, std::string_view folder, const ThumbnailSource&
 }
 
 } // namespace
+
+std::map<std::string, std::string, std::less<>> textsOfPNG(std::string_view file)
+{
+    std::map<std::string, std::string, std::less<>> texts;
+    if (!isPNG(file))
+        return texts;
+    for (std::size_t place = kSignature.size(); file.size() - place >= kChunkBytes;) {
+        const std::size_t length = numberAt(file, place);
+        if (length > file.size() - place - kChunkBytes)
+            break;
+        const std::string_view kind = file.substr(place + 4, 4);
+        const std::string_view data = file.substr(place + 8, length);
+        const std::size_t end = data.find('\0');
+        if (kind == "tEXt" && end != std::string_view::npos)
+            texts.emplace(data.substr(0, end), data.substr(end + 1));
+        place += kChunkBytes + length;
+    }
+    return texts;
+}
 
 std::string addressOfFile(const std::filesystem::path& file)
 {

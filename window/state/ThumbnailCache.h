@@ -4,8 +4,11 @@
 
 #include <chrono>
 #include <filesystem>
+#include <functional>
+#include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace stillora::window {
 
@@ -24,6 +27,10 @@ std::filesystem::path thumbnailPath(const std::filesystem::path& cache, const st
 
 /// "file:///", with the bytes that an address may not have as "%20".
 std::string addressOfFile(const std::filesystem::path& file);
+
+/// The texts in a PNG file ("tEXt"), by their keys, of two with one key the first; of a file that is cut off, or none
+/// of PNG, those before that shows.
+std::map<std::string, std::string, std::less<>> textsOfPNG(std::string_view file);
 
 /// The thumbnail of a file, if the cache has one that is as new as the file. It is decoded as any stranger's picture.
 std::optional<Pixels> cachedThumbnail(const std::filesystem::path& cache, const ThumbnailSource& source);

@@ -1,5 +1,6 @@
 #include "client/command/AppsCommand.h"
 #include "client/command/Arguments.h"
+#include "client/command/BatchOptions.h"
 #include "client/command/CommandLine.h"
 #include "client/command/ConvertCommand.h"
 #include "client/command/CreateOptions.h"
@@ -8,6 +9,7 @@
 #include "client/command/DocumentSettings.h"
 #include "client/command/FrameCommand.h"
 #include "client/command/InfoCommand.h"
+#include "client/command/ItemFinder.h"
 #include "client/command/TrimCommand.h"
 #include "client/command/WaveformCommand.h"
 #include "tests/attack/fuzz/Checked.h"
@@ -35,6 +37,7 @@ void readTexts(const std::string& text)
         mustHold(std::isfinite(time->count()) && time->count() >= 0, "a time is a number");
     (void)timeSpanOf(text);
     (void)soundOf(text);
+    (void)readsAsSoundNumber(text);
     (void)heightOf(text);
     for (const std::string& name : DocumentSettings::names()) {
         MovieSettings settings;
@@ -58,9 +61,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t length)
         readTexts(word);
     mustHaveAReason(parseCommandLine(words));
     mustHaveAReason(parseApps(words));
+    mustHaveAReason(parseBatch(words));
     mustHaveAReason(parseConvert(words));
     mustHaveAReason(parseCreate(words));
     mustHaveAReason(parseDocumentNew(words));
+    mustHaveAReason(parseDocumentAdd(words));
+    mustHaveAReason(parseDocumentList(words));
     mustHaveAReason(parseDocumentRender(words));
     mustHaveAReason(parseDocumentCheck(words));
     mustHaveAReason(parseDocumentRemove(words));
