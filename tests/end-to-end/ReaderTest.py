@@ -11,6 +11,9 @@ import stillora
 from stillora import BIN, STILLORA, wait_until
 
 PRETENDED = BIN / "pretended_reader"
+READER = BIN / "stillora-file-reader"
+# For what is to happen at once, on a machine that has much else to do.
+AT_ONCE = 5
 
 
 def children(pid):
@@ -59,7 +62,7 @@ class ReaderTest(stillora.TestCase):
         process, reader = self.start(*arguments)
         for number in signals:
             process.send_signal(number)
-        process.wait(timeout=stillora.DEADLINE)
+        process.wait(timeout=AT_ONCE)
         self.assertEqual(process.returncode, status)
         wait_until(lambda: not is_running(reader), "the reader has ended")
 
@@ -85,6 +88,23 @@ class ReaderTest(stillora.TestCase):
         for command in ("waveform", "convert"):
             with self.subTest(command):
                 self.assertStopped([signal.SIGINT], 130, command, self.file("hang.mp3"), "-o", self.folder / "out.m4a")
+
+    def test_the_reader_gives_up_the_same(self):
+        # As long as there are photos to be read there is a reader.
+        photos = stillora.pictures(self.folder / "photos", 4, 2400, 1600) * 50
+        process = subprocess.Popen([STILLORA, "info", *photos], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                                   stderr=subprocess.DEVNULL, env=self.environment())
+        self.addCleanup(process.communicate)
+        self.addCleanup(process.kill)
+        reader = wait_until(lambda: children(process.pid), "the reader runs")[0]
+        memory = r"(?m)^Max address space +\d+ +\d+ "
+        if stillora.is_sanitized(READER):
+            memory = ""
+        wait_until(lambda: "\nSeccomp:\t2" in Path(f"/proc/{reader}/status").read_text(), "the reader is confined")
+        self.assertIn("\nNoNewPrivs:\t1", Path(f"/proc/{reader}/status").read_text())
+        limits = Path(f"/proc/{reader}/limits").read_text()
+        self.assertRegex(limits, r"(?m)^Max core file size +0 +0 ")
+        self.assertRegex(limits, memory)
 
     def test_the_reader_ends_with_the_program(self):
         process, reader = self.start("info", self.file("hang.jpg"))

@@ -161,6 +161,12 @@ def sanitizer_flags():
     return [f"-fsanitize={sanitizers}"] if sanitizers else []
 
 
+def is_sanitized(program):
+    """Whether a sanitizer watches a program, for which it takes terabytes of addresses."""
+    code = program.read_bytes()
+    return b"__asan_init" in code or b"__tsan_init" in code
+
+
 def knows_landlock():
     """Whether the kernel can keep a process from files, as it tells whoever asks."""
     create_ruleset, asks_for_version, first_version = 444, 1, 2
