@@ -12,6 +12,7 @@
 #include "video/FinalMovie.h"
 #include "video/SilentVideo.h"
 
+#include <malloc.h>
 #include <utility>
 
 using platform::AVURLAsset;
@@ -45,6 +46,13 @@ std::shared_ptr<DispatchQueue> underlyingQueue(std::string_view suffix, platform
 std::optional<NSError> errorOrNone(const NSError& error)
 {
     return error == NSError() ? std::nullopt : std::optional(error);
+}
+
+/// Between two stages: what the threads of one have freed lies in arenas of theirs, where those of the next, and the
+/// libraries' large tables, find little that fits.
+void giveBackFreedMemory()
+{
+    malloc_trim(0);
 }
 
 } // namespace
@@ -214,6 +222,7 @@ morStilloraVideoCreator::WayOut morStilloraVideoCreator::makeMovie(Job& job)
             job.soundtracks, job.totalVideoDuration, job.totalSoundtrackDuration, job.shouldLoopSoundtrack, &job.error);
         if (!job.soundtrack)
             return WayOut::Stopped;
+        giveBackFreedMemory();
     }
     job.error = {};
     if (isCancelled())
@@ -223,6 +232,7 @@ morStilloraVideoCreator::WayOut morStilloraVideoCreator::makeMovie(Job& job)
                                 job.desiredCodec, &job.error);
     if (!job.video || isCancelled())
         return WayOut::Stopped;
+    giveBackFreedMemory();
 
     job.error = {};
     job.movie = job.soundtrack ? movieByCombiningVideo(job.video, job.soundtrack, job.documentURL, &job.error)
