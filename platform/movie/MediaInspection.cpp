@@ -141,6 +141,8 @@ std::optional<MediaReport> inspectMedia(const NSURL& url, NSError* error)
             continue;
         trackOfStream[i] = report.tracks.size();
         report.tracks.push_back(reportOf(stream, *boxes));
+        // Growing takes half as much again, and silence of some hours has a million samples.
+        report.tracks.back().samples.reserve(static_cast<size_t>(avformat_index_get_entries_count(&stream)));
     }
 
     std::vector<MissingDurations> missingDurations(trackOfStream.size());
