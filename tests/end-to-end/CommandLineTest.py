@@ -1,5 +1,6 @@
 """The command line as a user meets it: what it prints, how it ends, and what it makes of bad input."""
 
+import fcntl
 import json
 import os
 import plistlib
@@ -8,6 +9,7 @@ import shutil
 import signal
 import struct
 import subprocess
+import termios
 import time
 import unittest
 import zlib
@@ -323,6 +325,21 @@ class CommandLineTest(stillora.TestCase):
         process.communicate(timeout=stillora.DEADLINE)
         self.assertEqual(process.returncode, 130)
         wait_until(lambda: self.ended(service), "the service ends")
+
+    def test_a_second_signal_is_heard_where_the_first_is_not(self):
+        process = self.start("--json", "--quality", "240", *self.photos * 200)
+        # Of what nobody reads there is soon so much that the program waits in the middle of a line.
+        room = fcntl.fcntl(process.stdout, fcntl.F_SETPIPE_SZ, 4096)
+
+        def waiting():
+            return struct.unpack("i", fcntl.ioctl(process.stdout, termios.FIONREAD, bytes(4)))[0]
+
+        wait_until(lambda: waiting() > room - 1024, "there is no room for a line")
+        # Two of one kind could come as one.
+        process.send_signal(signal.SIGINT)
+        process.send_signal(signal.SIGTERM)
+        self.assertEqual(process.wait(timeout=10), 130)
+        process.communicate()
 
     def test_a_client_that_is_killed_takes_the_service_with_it_and_the_next_job_cleans_up(self):
         process, service = self.started("--quality", "1080", *self.many)
