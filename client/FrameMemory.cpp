@@ -124,8 +124,6 @@ FrameKeys::FrameKeys(const MovieRequest& request, const std::string& program)
     const std::string style = styleOf(request, program);
     const size_t count = request.plan.frameCount(request.photos.size());
     const bool hasWatermark = drawsWatermark(request.watermark);
-    // Of H.264, neighbouring key frames carry different identifiers.
-    const bool mindsPlace = request.codec == "avc1";
     for (const PhotoFacts& photo : request.photos) {
         const FileBytes file(photo.path.native());
         const std::string ends = file.isOpen() ? endsOf(file) : std::string();
@@ -137,9 +135,8 @@ FrameKeys::FrameKeys(const MovieRequest& request, const std::string& program)
                 continue;
             }
             platform::SHA256 hash;
-            hash.add(fmt::format("{} {}.{:09} {} {} {} {}", file.size(), file.state().seconds, file.state().nanoseconds,
-                                 ends, style, hasWatermark && carriesWatermark(place, count),
-                                 mindsPlace ? place % 2 : 0));
+            hash.add(fmt::format("{} {}.{:09} {} {} {}", file.size(), file.state().seconds, file.state().nanoseconds,
+                                 ends, style, hasWatermark && carriesWatermark(place, count)));
             keys_.push_back(hash.digest().substr(0, kKeyLength));
         }
     }

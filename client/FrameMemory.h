@@ -14,7 +14,7 @@ namespace stillora {
 
 /// What tells the frames of a movie from all that would look or be coded otherwise: the photo by its size, its time and
 /// its ends, so that it is known under another name and not taken for what it replaced; the frame's size, codec and
-/// framing, its watermark, its place as far as a codec minds it, and the program that makes it.
+/// framing, its watermark, and the program that makes it.
 class FrameKeys final {
 public:
     /// @param program  the service's file

@@ -357,7 +357,6 @@ platform::AVURLAssetPtr videoWithPhotos(VideoStageContext& context, const PhotoL
     // Places are counted without those that failed.
     const auto reused = failedPhotos.empty() ? framesToReuse(context, photosToWrite.size()) : nullptr;
     context.setReusedFrames(reused);
-    input->setMixesPackets(reused != nullptr);
     writer->addInput(input);
     // The operations that render frames code them as well; for these they leave a quarter of the processors free.
     writer->setEncoderCount(std::max<uint64_t>(1, processorCount / 4));

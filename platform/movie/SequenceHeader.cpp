@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
+#include <utility>
 
 namespace platform {
 namespace {
@@ -91,12 +93,62 @@ public:
         bytes_.back() |= static_cast<uint8_t>(bit << (7 - count_ % 8));
         ++count_;
     }
+    /// An Exp-Golomb code.
+    void putCode(uint32_t value)
+    {
+        const int length = std::bit_width(value + 1);
+        for (int i = 1; i < length; ++i)
+            put(false);
+        for (int i = length - 1; i >= 0; --i)
+            put((value + 1) >> i & 1);
+    }
+    /// The bits of `bytes` from `begin` to before `end`.
+    void putBits(std::span<const uint8_t> bytes, size_t begin, size_t end)
+    {
+        const auto bitAt = [&](size_t at) { return (bytes[at / 8] >> (7 - at % 8) & 1) != 0; };
+        // Once whole bytes can be appended, they are.
+        for (; begin < end && count_ % 8 != 0; ++begin)
+            put(bitAt(begin));
+        const size_t shift = begin % 8;
+        for (; end - begin >= 8; begin += 8, count_ += 8) {
+            const auto high = static_cast<uint8_t>(bytes[begin / 8] << shift);
+            bytes_.push_back(shift == 0 ? high : high | bytes[begin / 8 + 1] >> (8 - shift));
+        }
+        for (; begin < end; ++begin)
+            put(bitAt(begin));
+    }
     const Bytes& bytes() const { return bytes_; }
 
 private:
     Bytes bytes_;
     size_t count_ = 0;
 };
+
+/// Where a unit's content ends: behind the last bit that is set, which ends it.
+/// @param unit  not empty, its last byte no zero
+size_t endOfContent(const Bytes& unit)
+{
+    return 8 * unit.size() - static_cast<size_t>(std::countr_zero(unit.back()));
+}
+
+/// Calls `handle` for the units after start codes; zeros before the next start code belong to that one.
+/// @return how many bytes stand before the first
+template <typename Handle>
+size_t forEachUnit(std::span<const uint8_t> stream, const Handle& handle)
+{
+    auto start = std::search(stream.begin(), stream.end(), kStartCode.begin(), kStartCode.end());
+    const auto before = static_cast<size_t>(start - stream.begin());
+    while (start != stream.end()) {
+        const auto unit = start + kStartCode.size();
+        const auto next = std::search(unit, stream.end(), kStartCode.begin(), kStartCode.end());
+        auto end = next;
+        while (end != unit && *(end - 1) == 0)
+            --end;
+        handle(std::span<const uint8_t>(unit, end), std::span<const uint8_t>(end, next));
+        start = next;
+    }
+    return before;
+}
 
 bool hasChromaFields(uint32_t profile)
 {
@@ -112,9 +164,15 @@ void skipCodesIfFlagged(BitReader& reader, int codes)
             reader.code();
 }
 
+/// What a sequence parameter set of H.264 says of slices.
+struct SliceFacts {
+    uint32_t frameNumberBits = 0;
+    bool areFramesWhole = false;
+};
+
 /// Leaves the reader at the flag that says whether the set tells how pictures are to be shown.
 /// @return false for a set of another kind
-bool skipToUsabilityOfH264(BitReader& reader)
+bool skipToUsabilityOfH264(BitReader& reader, SliceFacts& facts)
 {
     reader.skip(8);
     const uint32_t profile = reader.number(8);
@@ -129,7 +187,7 @@ bool skipToUsabilityOfH264(BitReader& reader)
         if (const bool hasScalingLists = reader.bit(); hasScalingLists)
             return false;
     }
-    reader.code();
+    facts.frameNumberBits = reader.code() + 4;
     const uint32_t orderCountKind = reader.code();
     if (orderCountKind == 0)
         reader.code();
@@ -139,8 +197,8 @@ bool skipToUsabilityOfH264(BitReader& reader)
     reader.skip(1);
     reader.code();
     reader.code();
-    const bool areFramesWhole = reader.bit();
-    reader.skip(areFramesWhole ? 1 : 2);
+    facts.areFramesWhole = reader.bit();
+    reader.skip(facts.areFramesWhole ? 1 : 2);
     skipCodesIfFlagged(reader, 4);
     return true;
 }
@@ -217,8 +275,9 @@ std::optional<Bytes> setWithoutTiming(SequenceHeaderKind kind, const Bytes& set)
     if (set.empty() || set.back() == 0)
         return std::nullopt;
     BitReader reader(set);
+    SliceFacts unwanted;
     const bool isKnown =
-        kind == SequenceHeaderKind::H264 ? skipToUsabilityOfH264(reader) : skipToUsabilityOfHEVC(reader);
+        kind == SequenceHeaderKind::H264 ? skipToUsabilityOfH264(reader, unwanted) : skipToUsabilityOfHEVC(reader);
     if (!isKnown || reader.isPastEnd())
         return std::nullopt;
     if (!reader.bit())
@@ -232,22 +291,21 @@ std::optional<Bytes> setWithoutTiming(SequenceHeaderKind kind, const Bytes& set)
         return std::nullopt;
     if (!hasTiming)
         return set;
-    // The last bit that is set ends the content.
-    size_t end = reader.bitCount();
-    while (!(set[(end - 1) / 8] >> (7 - (end - 1) % 8) & 1))
-        --end;
+    const size_t end = endOfContent(set);
     // What ended already within the timing was no such set.
     if (end <= reader.position())
         return std::nullopt;
     BitWriter writer;
-    BitReader copy(set);
-    while (copy.position() < flag)
-        writer.put(copy.bit());
+    writer.putBits(set, 0, flag);
     writer.put(false);
-    copy.skip(reader.position() - flag);
-    while (copy.position() < end)
-        writer.put(copy.bit());
+    writer.putBits(set, reader.position(), end);
     return writer.bytes();
+}
+
+/// The kind of a unit of H.264, by its first byte.
+int kindOfUnit(uint8_t first)
+{
+    return first & 31;
 }
 
 } // namespace
@@ -256,31 +314,114 @@ std::optional<Bytes> headerWithoutTiming(SequenceHeaderKind kind, std::span<cons
 {
     Bytes result;
     bool isFound = false;
-    auto start = std::search(header.begin(), header.end(), kStartCode.begin(), kStartCode.end());
-    result.assign(header.begin(), start);
-    while (start != header.end()) {
-        const auto unit = start + kStartCode.size();
-        const auto next = std::search(unit, header.end(), kStartCode.begin(), kStartCode.end());
-        result.insert(result.end(), kStartCode.begin(), kStartCode.end());
-        if (unit != next && isSequenceSet(kind, *unit)) {
-            // Zeros at the end belong to the start code that follows.
-            auto end = next;
-            while (end != unit && *(end - 1) == 0)
-                --end;
-            const auto set = setWithoutTiming(kind, unescaped({unit, end}));
-            if (!set)
-                return std::nullopt;
+    bool isKnown = true;
+    const auto append = [&](std::span<const uint8_t> bytes) {
+        result.insert(result.end(), bytes.begin(), bytes.end());
+    };
+    const size_t before = forEachUnit(header, [&](std::span<const uint8_t> unit, std::span<const uint8_t> zeros) {
+        append(kStartCode);
+        const bool isSet = !unit.empty() && isSequenceSet(kind, unit.front());
+        const auto set = isSet ? setWithoutTiming(kind, unescaped(unit)) : std::nullopt;
+        if (set)
             appendEscaped(*set, result);
-            result.insert(result.end(), end, next);
-            isFound = true;
-        } else {
-            result.insert(result.end(), unit, next);
-        }
-        start = next;
-    }
-    if (!isFound)
+        else
+            append(unit);
+        append(zeros);
+        isFound = isFound || set;
+        isKnown = isKnown && (!isSet || set);
+    });
+    if (!isFound || !isKnown)
         return std::nullopt;
+    result.insert(result.begin(), header.begin(), header.begin() + static_cast<std::ptrdiff_t>(before));
     return result;
+}
+
+std::optional<KeyFrameIdentifiers> KeyFrameIdentifiers::ofHeader(std::span<const uint8_t> header)
+{
+    constexpr int kSequenceSet = 7;
+    constexpr int kPictureSet = 8;
+    constexpr uint32_t kMostFrameNumberBits = 16;
+    std::optional<SliceFacts> facts;
+    bool isArithmetic = true;
+    forEachUnit(header, [&](std::span<const uint8_t> unit, std::span<const uint8_t>) {
+        const Bytes set = unescaped(unit);
+        BitReader reader(set);
+        const auto kind = kindOfUnit(static_cast<uint8_t>(reader.number(8)));
+        if (kind == kPictureSet) {
+            reader.code();
+            reader.code();
+            isArithmetic = reader.bit() || reader.isPastEnd();
+        } else if (kind == kSequenceSet) {
+            SliceFacts found;
+            BitReader again(set);
+            if (skipToUsabilityOfH264(again, found) && !again.isPastEnd())
+                facts = found;
+        }
+    });
+    if (!facts || !facts->areFramesWhole || facts->frameNumberBits > kMostFrameNumberBits || isArithmetic)
+        return std::nullopt;
+    return KeyFrameIdentifiers(facts->frameNumberBits);
+}
+
+bool KeyFrameIdentifiers::set(std::vector<uint8_t>& packet, uint32_t identifier) const
+{
+    constexpr int kKeySlice = 5;
+    // A slice's head is far shorter.
+    constexpr size_t kHeadBytes = 64;
+    const auto placeOfIdentifier = [this](BitReader& reader) {
+        reader.skip(8);
+        // The first block, the slice's kind and its parameter set.
+        for (int i = 0; i < 3; ++i)
+            reader.code();
+        reader.skip(frameNumberBits_);
+        return reader.position();
+    };
+    Bytes result;
+    bool isOther = false;
+    bool isWhole = true;
+    const auto append = [&](std::span<const uint8_t> bytes) {
+        result.insert(result.end(), bytes.begin(), bytes.end());
+    };
+    const size_t before = forEachUnit(packet, [&](std::span<const uint8_t> unit, std::span<const uint8_t> zeros) {
+        const bool isSlice = !unit.empty() && kindOfUnit(unit.front()) == kKeySlice;
+        bool isRight = true;
+        if (isSlice) {
+            const Bytes head = unescaped(unit.first(std::min(unit.size(), kHeadBytes)));
+            BitReader reader(head);
+            placeOfIdentifier(reader);
+            isRight = reader.code() == identifier;
+            isWhole = isWhole && reader.position() < 8 * head.size();
+        }
+        // Nothing is copied until something has to be changed.
+        if (!isRight && !std::exchange(isOther, true)) {
+            result.reserve(packet.size() + kHeadBytes);
+            result.assign(packet.begin(), packet.begin() + (unit.data() - kStartCode.size() - packet.data()));
+        }
+        if (!isOther || !isWhole)
+            return;
+        append(kStartCode);
+        if (isRight) {
+            append(unit);
+        } else {
+            const Bytes slice = unescaped(unit);
+            BitReader reader(slice);
+            const size_t place = placeOfIdentifier(reader);
+            reader.code();
+            const size_t end = endOfContent(slice);
+            isWhole = reader.position() < end;
+            if (!isWhole)
+                return;
+            BitWriter writer;
+            writer.putBits(slice, 0, place);
+            writer.putCode(identifier);
+            writer.putBits(slice, reader.position(), end);
+            appendEscaped(writer.bytes(), result);
+        }
+        append(zeros);
+    });
+    if (isOther && isWhole)
+        packet = std::move(result);
+    return isWhole && before < packet.size();
 }
 
 } // namespace platform

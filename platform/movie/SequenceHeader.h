@@ -16,4 +16,23 @@ enum class SequenceHeaderKind { H264, HEVC };
 ///         with scaling lists
 std::optional<std::vector<uint8_t>> headerWithoutTiming(SequenceHeaderKind kind, std::span<const uint8_t> header);
 
+/// Gives key frames of H.264 their identifiers, of which neighbours must not have the same. Those that an encoder gave
+/// them are of its own order of coding.
+class KeyFrameIdentifiers final {
+public:
+    /// @param header  parameter sets after start codes
+    /// @return nothing for a header that no encoder here writes: of half pictures, or with arithmetic coding
+    static std::optional<KeyFrameIdentifiers> ofHeader(std::span<const uint8_t> header);
+
+    /// @param packet      units after start codes; untouched where all slices of key frames in it have the identifier
+    /// @param identifier  0 to 65535
+    /// @return false where a slice is cut off; the packet is then as it was
+    [[nodiscard]] bool set(std::vector<uint8_t>& packet, uint32_t identifier) const;
+
+private:
+    explicit KeyFrameIdentifiers(uint32_t frameNumberBits) : frameNumberBits_(frameNumberBits) {}
+
+    uint32_t frameNumberBits_;
+};
+
 } // namespace platform

@@ -54,8 +54,8 @@ bool AVAssetWriter::startWriting()
 {
     const auto input = input_.get();
     return session_->start(input ? std::optional(input->outputSettings()) : std::nullopt,
-                           input ? input->maximumSampleCount() : std::nullopt, input && input->mixesPackets(),
-                           encoderCount_.get(), shouldOptimizeForNetworkUse(), metadata());
+                           input ? input->maximumSampleCount() : std::nullopt, encoderCount_.get(),
+                           shouldOptimizeForNetworkUse(), metadata());
 }
 
 void AVAssetWriter::startSessionAtSourceTime(CMTime startTime)

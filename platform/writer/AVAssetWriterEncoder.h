@@ -23,22 +23,20 @@ public:
 
     virtual ~AVAssetWriterEncoder() = default;
 
-    /// Whether this encoder may code the movie's frame `index` next.
-    ///
-    /// H.264 wants neighbouring key frames to carry different identifiers, and its encoder alternates between two: one
-    /// that has coded an even number of frames takes an even frame. Some free encoder always accepts the first or
-    /// second waiting frame: were all to want odd frames, more even than odd ones would be coded, so an odd one waits;
-    /// and the other way round.
-    virtual bool accepts(uint64_t index) const
-    {
-        (void)index;
-        return true;
-    }
-
     /// @param buffer  of the settings' size; let go of once its pixels are read
     /// @param packet  out: the coded frame
     [[nodiscard]] virtual bool encode(std::shared_ptr<CVPixelBuffer> buffer, std::vector<uint8_t>& packet,
                                       NSError* error = nullptr) = 0;
+
+    /// Makes a packet of any encoder with these settings the movie's frame `index`: H.264 wants neighbouring key frames
+    /// to carry different identifiers. Any thread.
+    /// @return false for a packet that is no frame of these settings
+    [[nodiscard]] virtual bool number(std::vector<uint8_t>& packet, uint64_t index) const
+    {
+        (void)packet;
+        (void)index;
+        return true;
+    }
 
     /// What a file's header says of the packets. Valid as long as the encoder.
     virtual const AVCodecParameters& parameters() const = 0;

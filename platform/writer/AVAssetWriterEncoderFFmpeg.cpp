@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -123,7 +124,6 @@ public:
         if (!context_ || !parameters_ || !frame_ || !packet_)
             return refuse("no memory");
 
-        alternates_ = codec->id == AV_CODEC_ID_H264;
         AVCodecContext& context = *context_;
         context.width = width;
         context.height = height;
@@ -163,6 +163,12 @@ public:
             return refuse("no memory");
         if ((codec->id == AV_CODEC_ID_H264 || codec->id == AV_CODEC_ID_HEVC) && !leaveOutTiming())
             return refuse("its header cannot be changed");
+        if (codec->id == AV_CODEC_ID_H264) {
+            identifiers_ = KeyFrameIdentifiers::ofHeader(
+                {parameters_->extradata, static_cast<size_t>(parameters_->extradata_size)});
+            if (!identifiers_)
+                return refuse("its header cannot be read");
+        }
 
         converter_ = AVAssetWriterPixelConverter::create(width, height, recipe.layout, error);
         if (!converter_)
@@ -170,7 +176,10 @@ public:
         return takeFrame() || refuse("no memory");
     }
 
-    bool accepts(uint64_t index) const override { return !alternates_ || index % 2 == coded_ % 2; }
+    bool number(std::vector<uint8_t>& packet, uint64_t index) const override
+    {
+        return !identifiers_ || identifiers_->set(packet, static_cast<uint32_t>(index % 2));
+    }
 
     bool encode(std::shared_ptr<CVPixelBuffer> buffer, std::vector<uint8_t>& packet, NSError* error) override
     {
@@ -261,7 +270,7 @@ private:
     FramePtr frame_;
     PacketPtr packet_;
     std::unique_ptr<AVAssetWriterPixelConverter> converter_;
-    bool alternates_ = false;
+    std::optional<KeyFrameIdentifiers> identifiers_;
     uint64_t coded_ = 0;
 };
 

@@ -67,10 +67,6 @@ public:
     std::optional<size_t> maximumSampleCount() const { return maximumSampleCount_.get(); }
     void setMaximumSampleCount(std::optional<size_t> count) { maximumSampleCount_.set(count); }
 
-    /// Whether some frames come as packets and others to be coded; to be set before the writer starts.
-    bool mixesPackets() const { return mixesPackets_.get(); }
-    void setMixesPackets(bool value) { mixesPackets_.set(value); }
-
     /// Whether there is room for another frame: the writer is writing, its session has started, the input is not
     /// finished and the short queue before the encoders is not full.
     bool isReadyForMoreMediaData() const;
@@ -98,7 +94,6 @@ private:
     const AVVideoSettings outputSettings_;
     AtomicProperty<bool> expectsMediaDataInRealTime_;
     AtomicProperty<std::optional<size_t>> maximumSampleCount_;
-    AtomicProperty<bool> mixesPackets_;
     /// The writer's; null until the input is added to one.
     AtomicProperty<std::shared_ptr<AVAssetWriterSession>> session_;
 };

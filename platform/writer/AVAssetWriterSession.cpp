@@ -38,8 +38,8 @@ AVAssetWriterSession::~AVAssetWriterSession()
 }
 
 bool AVAssetWriterSession::start(const std::optional<AVVideoSettings>& settings,
-                                 std::optional<size_t> maximumSampleCount, bool mixesPackets, size_t encoderCount,
-                                 bool indexFirst, AVMetadataItemList metadata)
+                                 std::optional<size_t> maximumSampleCount, size_t encoderCount, bool indexFirst,
+                                 AVMetadataItemList metadata)
 {
     {
         LockGuard guard(lock_);
@@ -63,7 +63,6 @@ bool AVAssetWriterSession::start(const std::optional<AVVideoSettings>& settings,
     }
     settings_ = *settings;
     maximumSampleCount_ = maximumSampleCount;
-    mixesPackets_ = mixesPackets;
     indexFirst_ = indexFirst;
     metadata_ = std::move(metadata);
     {
@@ -366,12 +365,8 @@ std::optional<AVAssetWriterSession::Coding> AVAssetWriterSession::nextCoding(Cod
             auto coding = hasWork ? takeCoding() : std::nullopt;
             if (coding)
                 return coding;
-            const bool lacksEncoder = hasWork && idleEncoders_.empty();
-            if (lacksEncoder && encoderCount_ < encoderLimit_)
+            if (hasWork && encoderCount_ < encoderLimit_)
                 break;
-            // The idle ones want frames that are not there yet.
-            if (isCaller && !lacksEncoder)
-                return std::nullopt;
             workChanged_.wait(lock_);
         }
         ++encoderCount_;
@@ -381,23 +376,15 @@ std::optional<AVAssetWriterSession::Coding> AVAssetWriterSession::nextCoding(Cod
 
 std::optional<AVAssetWriterSession::Coding> AVAssetWriterSession::takeCoding()
 {
-    for (auto frame = queue_.begin(); frame != queue_.end(); ++frame) {
-        auto encoder =
-            std::ranges::find_if(idleEncoders_, [&](const auto& idle) { return idle->accepts(frame->index); });
-        // The frame that it would rather have may come as a packet.
-        if (encoder == idleEncoders_.end() && mixesPackets_)
-            encoder = idleEncoders_.begin();
-        if (encoder == idleEncoders_.end())
-            continue;
-        Coding coding{std::move(*frame), std::move(*encoder)};
-        queue_.erase(frame);
-        idleEncoders_.erase(encoder);
-        // Others may wait for a frame of this queue that will not come now.
-        if (queue_.empty() && ending_)
-            workChanged_.notify_all();
-        return coding;
-    }
-    return std::nullopt;
+    if (queue_.empty() || idleEncoders_.empty())
+        return std::nullopt;
+    Coding coding{std::move(queue_.front()), std::move(idleEncoders_.back())};
+    queue_.pop_front();
+    idleEncoders_.pop_back();
+    // Others may wait for a frame of this queue that will not come now.
+    if (queue_.empty() && ending_)
+        workChanged_.notify_all();
+    return coding;
 }
 
 bool AVAssetWriterSession::addEncoder()
@@ -421,10 +408,7 @@ bool AVAssetWriterSession::code(Coding coding)
 {
     NSError error;
     std::vector<uint8_t> bytes;
-    // What is coded for nothing stands for the frame before it, which was not coded here.
-    bool isFine =
-        coding.encoder->accepts(coding.frame.index) || coding.encoder->encode(coding.frame.buffer, bytes, &error);
-    isFine = isFine && coding.encoder->encode(std::move(coding.frame.buffer), bytes, &error);
+    const bool isFine = coding.encoder->encode(std::move(coding.frame.buffer), bytes, &error);
     {
         LockGuard guard(lock_);
         idleEncoders_.push_back(std::move(coding.encoder));
@@ -451,7 +435,7 @@ void AVAssetWriterSession::startDraining()
 
 void AVAssetWriterSession::drain()
 {
-    while (const auto packet = takePacket()) {
+    while (auto packet = takePacket()) {
         NSError error;
         if (!writePacket(*packet, &error))
             end(AVAssetWriterStatus::Failed, std::move(error));
@@ -471,6 +455,7 @@ std::optional<AVAssetWriterSession::Packet> AVAssetWriterSession::takePacket()
         return std::nullopt;
     }
     Packet packet;
+    packet.index = nextPacket_;
     packet.bytes = std::move(next->second);
     packet.time = times_[nextPacket_];
     packet.timescale = timescale_;
@@ -485,8 +470,12 @@ std::optional<AVAssetWriterSession::Packet> AVAssetWriterSession::takePacket()
     return packet;
 }
 
-bool AVAssetWriterSession::writePacket(const Packet& packet, NSError* error)
+bool AVAssetWriterSession::writePacket(Packet& packet, NSError* error)
 {
+    if (!firstEncoder_->number(packet.bytes, packet.index))
+        return fail(error, kAVFoundationErrorDomain, kAVErrorUnknown,
+                    "frame " + std::to_string(packet.index) + " of " + url_.lastPathComponent() +
+                        " is not coded as the others are");
     if (!std::exchange(hasBegun_, true) && !file_->begin(firstEncoder_->parameters(), packet.timescale, indexFirst_,
                                                          maximumSampleCount_, metadata_, error))
         return false;

@@ -25,7 +25,7 @@ class AVAssetWriterEncoder;
 class AVAssetWriterMovieFile;
 
 /// One movie in the making: what a writer and its input share. Frames wait in a queue for the session's threads, and
-/// for those of callers that code ahead; each coding takes one frame and one idle encoder that accepts it. Whoever
+/// for those of callers that code ahead; each coding takes one frame and one idle encoder. Whoever
 /// finishes the packet that the file needs next writes it and those that wait behind it. The last thread to leave
 /// completes or removes the file. For the writer alone; any thread.
 class AVAssetWriterSession final : public std::enable_shared_from_this<AVAssetWriterSession> {
@@ -41,7 +41,7 @@ public:
     /// @{
     /// Without settings, of an input, it fails.
     bool start(const std::optional<AVVideoSettings>& settings, std::optional<size_t> maximumSampleCount,
-               bool mixesPackets, size_t encoderCount, bool indexFirst, AVMetadataItemList metadata);
+               size_t encoderCount, bool indexFirst, AVMetadataItemList metadata);
     void startAtSourceTime(CMTime startTime);
     void finish(std::function<void()> handler);
     void cancel();
@@ -72,6 +72,7 @@ private:
     };
     enum class Coder { Thread, Caller };
     struct Packet {
+        uint64_t index = 0;
         std::vector<uint8_t> bytes;
         int64_t time = 0;
         int64_t duration = 0;
@@ -95,8 +96,8 @@ private:
     bool startThreads(size_t count);
     /// What a thread does.
     void work();
-    /// Waits for a frame and an idle encoder that accepts it: a thread until no more will come, a caller only for
-    /// encoders that are at work. Makes encoders up to the limit. Nothing, too, if that failed.
+    /// Waits for a frame and an idle encoder: a thread until no more will come, a caller only for encoders that are at
+    /// work. Makes encoders up to the limit. Nothing, too, if that failed.
     std::optional<Coding> nextCoding(Coder coder);
     std::optional<Coding> takeCoding() REQUIRES(lock_);
     /// Adds an idle encoder; on failure the session ends.
@@ -109,7 +110,7 @@ private:
     /// Writes all packets whose turn has come.
     void drain();
     std::optional<Packet> takePacket();
-    [[nodiscard]] bool writePacket(const Packet& packet, NSError* error);
+    [[nodiscard]] bool writePacket(Packet& packet, NSError* error);
     void leave();
 
     /// Decides how it will end, unless that is decided; what is about to complete can still fail or be cancelled.
@@ -122,7 +123,6 @@ private:
     const NSURL url_;
     AVVideoSettings settings_;
     std::optional<size_t> maximumSampleCount_;
-    bool mixesPackets_ = false;
     bool indexFirst_ = false;
     AVMetadataItemList metadata_;
     mutable Lock lock_;

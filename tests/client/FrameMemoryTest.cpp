@@ -109,21 +109,13 @@ TEST_F(FrameKeysTest, FindAPhotoThatChangedUnderItsNameLengthAndTime)
     EXPECT_EQ(same(before), 3u);
 }
 
-TEST_F(FrameKeysTest, MindThePlaceForH264Alone)
+TEST_F(FrameKeysTest, DoNotMindThePlace)
 {
-    const auto moved = [this] {
-        const auto before = keys();
-        std::rotate(request.photos.begin(), request.photos.begin() + 1, request.photos.end());
-        auto now = keys();
-        std::rotate(now.begin(), now.end() - 1, now.end());
-        size_t count = 0;
-        for (size_t i = 0; i < now.size(); ++i)
-            count += now[i] == before[i] ? 1 : 0;
-        return count;
-    };
-    EXPECT_EQ(moved(), 6u);
-    request.codec = "avc1";
-    EXPECT_EQ(moved(), 0u) << "all went from an even place to an odd one, or back";
+    const auto before = keys();
+    std::rotate(request.photos.begin(), request.photos.begin() + 1, request.photos.end());
+    auto now = keys();
+    std::rotate(now.begin(), now.end() - 1, now.end());
+    EXPECT_EQ(now, before);
 }
 
 TEST_F(FrameKeysTest, AreEmptyForPhotosThatCannotBeRead)

@@ -154,5 +154,95 @@ TEST(SequenceHeader, IsRefusedWhereItIsOfAnotherKindOrBroken)
             << length;
 }
 
+Bytes pictureSet(const char* arithmetic)
+{
+    return Bits().number(0x68, 8).add("1 1").add(arithmetic).add("0 1 1 1").unit();
+}
+
+/// A slice of a key frame; its tail has runs of zeros, which a change of the head moves by bits.
+Bytes slice(const std::string& identifier, size_t tailBytes)
+{
+    Bits bits;
+    bits.number(0x65, 8).add("1 0001000 1 0000").add(identifier).add("1 101");
+    for (size_t i = 0; i < tailBytes; ++i)
+        bits.number(i % 7 < 4 ? static_cast<uint32_t>(i % 5 == 0) : static_cast<uint32_t>(i * 37 % 256), 8);
+    return bits.unit();
+}
+
+std::optional<KeyFrameIdentifiers> identifiers()
+{
+    return KeyFrameIdentifiers::ofHeader(header({startOfSet().add("0").unit(), pictureSet("0")}));
+}
+
+TEST(KeyFrameIdentifiers, AreChangedWithoutAnythingElse)
+{
+    const auto numbers = identifiers();
+    ASSERT_TRUE(numbers);
+    const Bytes note{0x06, 0x05, 0x01, 0x80};
+    for (size_t tail = 0; tail < 300; ++tail) {
+        const Bytes zero = header({note, slice("1", tail), note});
+        const Bytes one = header({note, slice("010", tail), note});
+        const Bytes six = header({note, slice("00111", tail), note});
+        Bytes packet = zero;
+        EXPECT_TRUE(numbers->set(packet, 1));
+        EXPECT_EQ(packet, one) << tail;
+        EXPECT_TRUE(numbers->set(packet, 1));
+        EXPECT_EQ(packet, one) << tail;
+        EXPECT_TRUE(numbers->set(packet, 6));
+        EXPECT_EQ(packet, six) << tail;
+        EXPECT_TRUE(numbers->set(packet, 0));
+        EXPECT_EQ(packet, zero) << tail;
+    }
+}
+
+TEST(KeyFrameIdentifiers, AreThoseOfAllSlices)
+{
+    const auto numbers = identifiers();
+    ASSERT_TRUE(numbers);
+    Bytes packet = header({slice("1", 20), slice("010", 30), slice("1", 40)});
+    EXPECT_TRUE(numbers->set(packet, 1));
+    EXPECT_EQ(packet, header({slice("010", 20), slice("010", 30), slice("010", 40)}));
+}
+
+TEST(KeyFrameIdentifiers, AreNotThereInOtherPackets)
+{
+    const auto numbers = identifiers();
+    ASSERT_TRUE(numbers);
+    // Another kind of slice, what stands before a start code, and zeros at the end stay.
+    Bytes other = slice("1", 20);
+    other.front() = 0x61;
+    Bytes packet = header({other});
+    packet.insert(packet.end(), {0, 0});
+    const Bytes before = packet;
+    EXPECT_TRUE(numbers->set(packet, 1));
+    EXPECT_EQ(packet, before);
+    for (Bytes broken :
+         {Bytes{}, Bytes{1, 2, 3}, header({{0x65}}), header({{0x65, 0x88, 0x80}}), header({{0x65, 0, 3, 1}})}) {
+        const Bytes kept = broken;
+        EXPECT_FALSE(numbers->set(broken, 1));
+        EXPECT_EQ(broken, kept);
+    }
+}
+
+TEST(KeyFrameIdentifiers, AreNotReadFromHeadersOfOtherKinds)
+{
+    const auto read = [](const Bytes& bytes) { return KeyFrameIdentifiers::ofHeader(bytes).has_value(); };
+    const Bytes set = startOfSet().add("0").unit();
+    EXPECT_TRUE(read(header({set, pictureSet("0")})));
+    EXPECT_FALSE(read(header({set, pictureSet("1")}))) << "arithmetic coding";
+    EXPECT_FALSE(read(header({set}))) << "no picture set";
+    EXPECT_FALSE(read(header({pictureSet("0")}))) << "no sequence";
+    EXPECT_FALSE(read({}));
+    EXPECT_FALSE(read(header({set, {0x68}})));
+    const Bytes fields = Bits()
+                             .number(0x67, 8)
+                             .number(66, 8)
+                             .number(0xC0, 8)
+                             .number(30, 8)
+                             .add("1 1 011 1 0 00100 011 0 0 1 0 0")
+                             .unit();
+    EXPECT_FALSE(read(header({fields, pictureSet("0")}))) << "half pictures";
+}
+
 } // namespace
 } // namespace platform
