@@ -35,19 +35,19 @@ struct DecodingWork {
 };
 
 /// JPEG is decoded at a fraction of its size, so that the pixels of the file count little.
-constexpr DecodingWork kJPEG{0.44, 7.6};
+constexpr DecodingWork kJPEG{0.33, 9};
 constexpr double kJPEGDecodedPixel = 1.8;
 /// All passes over the picture are decoded, however small it is wanted.
-constexpr DecodingWork kProgressiveJPEG{4, 25};
+constexpr DecodingWork kProgressiveJPEG{3.4, 26};
 
 constexpr DecodingWork kPlainTIFF{4.3, 0};
-constexpr DecodingWork kOtherFormat{13, 0};
+constexpr DecodingWork kOtherFormat{14, 0};
 
 constexpr std::array<std::pair<std::string_view, DecodingWork>, 9> kFormats{{
-    {"png", {4, 5.5}},
+    {"png", {3.5, 4.8}},
     {"webp", {3.4, 47}},
-    {"heic", {10, 85}},
-    {"heif", {10, 85}},
+    {"heic", {6.8, 81}},
+    {"heif", {6.8, 81}},
     {"avif", {2.8, 115}},
     {"tiff", kOtherFormat},
     {"gif", {9.5, 0}},
@@ -69,20 +69,23 @@ constexpr std::array<std::pair<std::string_view, CodingWork>, 9> kCodecs{{
     {"jpeg", {0.5, 1.75}},
     {"avc1", {5, 3.7}},
     {"hvc1", {90, 38}},
-    {"apcn", {11, 9.5}},
-    {"ap4h", {20, 17}},
-    {"apch", {15, 13}},
-    {"apcs", {9, 7.7}},
-    {"apco", {7, 6.2}},
-    {"ap4x", {21, 18}},
+    {"apcn", {15, 13}},
+    {"ap4h", {26, 23}},
+    {"apch", {20, 17}},
+    {"apcs", {13.5, 12.5}},
+    {"apco", {9.5, 9}},
+    {"ap4x", {28, 24}},
 }};
 
 /// To code a sample of music, and one of silence, of each channel; and to take over a second that is coded.
-constexpr double kCodedSample = 100e-9;
+constexpr double kCodedSample = 65e-9;
 constexpr double kSilentSample = 50e-9;
 constexpr double kCopiedSecond = 0.1e-3;
 /// To begin with a file.
 constexpr double kSoundFile = 5e-3;
+/// When a part of a sound is written, so many others are coded already, for each processor: as their threads get out of
+/// step, and each part has to wait for those before it.
+constexpr double kPartsCodedMeanwhile = 0.65;
 /// Of stereo, as it is coded.
 constexpr double kBytesOfSecond = 17.8e3;
 constexpr int kChannels = 2;
@@ -95,13 +98,13 @@ constexpr double kMostBytesOfAAC = 45e3;
 /// What decoding takes beside coding.
 constexpr std::array<std::pair<std::string_view, double>, 8> kDecodingShares{{
     {"mp3", 0.1},
-    {"flac", 0.2},
-    {"ogg", 0.2},
-    {"oga", 0.2},
-    {"opus", 0.45},
-    {"m4a", 0.3},
-    {"mp4", 0.3},
-    {"m4b", 0.3},
+    {"flac", 0.12},
+    {"ogg", 0.12},
+    {"oga", 0.12},
+    {"opus", 0.27},
+    {"m4a", 0.45},
+    {"mp4", 0.45},
+    {"m4b", 0.45},
 }};
 
 /// Until the service runs and has answered; to find out the frame's size, for each photo; to put the movie into its
@@ -387,26 +390,34 @@ private:
     void convert(const PlannedSound& piece)
     {
         now_ += kSoundFile;
+        table_.work += kSoundFile;
         const double length = piece.length.count();
         const double bytes = piece.source ? length * kBytesOfSecond : 0;
-        if (piece.source && isCopied(request_.sounds[*piece.source]))
-            return write(bytes, length * kCopiedSecond);
+        if (piece.source && isCopied(request_.sounds[*piece.source])) {
+            table_.work += length * kCopiedSecond;
+            now_ += length * kCopiedSecond;
+            return write(bytes);
+        }
         const double share =
             piece.source ? workNamed(kDecodingShares, formatOf(request_.sounds[*piece.source]), 0.0) : 0;
         const double packets = packetsOf(request_, piece);
         const double parts =
             std::ceil(packets / static_cast<double>(platform::packetsInPart(static_cast<int64_t>(packets))));
-        const double work = (1 + share) * codingOf(request_, piece) * length / parts;
-        // Those that are coded at once are done at once, and each is seen by itself when it is written.
-        const auto count = static_cast<size_t>(parts);
-        for (size_t part = 0; part < count; ++part)
-            write(bytes / parts, part % static_cast<size_t>(processors_) == 0 ? work : 0);
+        const double work = (1 + share) * codingOf(request_, piece) * length;
+        table_.work += work;
+        const double seconds = work / parts * std::ceil(parts / processors_);
+        // They are written in their order, while those after them are coded.
+        const double codedMeanwhile = kPartsCodedMeanwhile * processors_;
+        const double start = now_;
+        for (double part = 1; part <= parts; ++part) {
+            now_ = start + seconds * std::min(1.0, (part + codedMeanwhile) / parts);
+            write(bytes / parts);
+        }
     }
 
-    void write(double bytes, double seconds)
+    void write(double bytes)
     {
         const double written = table_.sounds.empty() ? 0 : table_.sounds.back().bytes;
-        now_ += seconds;
         table_.sounds.push_back({written + bytes, now_});
     }
 
@@ -463,14 +474,20 @@ MovieTimetable timetableOf(const MovieRequest& request, unsigned processors, con
     MovieTimetable table;
     table.serviceReady = kStart;
     Conversion(request, processors, table).run();
-    table.soundDone = table.soundsConverted + joiningOf(request) / processors;
-    const double pictures = table.soundDone + kSizeOfPhoto * static_cast<double>(request.photos.size()) +
-                            kFirstPixel * frame.width * frame.height;
+    const double joining = joiningOf(request);
+    table.soundDone = table.soundsConverted + joining / processors;
+    const double preparing =
+        kSizeOfPhoto * static_cast<double>(request.photos.size()) + kFirstPixel * frame.width * frame.height;
+    const double pictures = table.soundDone + preparing;
     table.picturesDone = pictures + FramePipeline(frames, processors).run(table.frames);
     for (double& moment : table.frames)
         moment += pictures;
     const double writings = request.plan.sounds.empty() ? 0 : 1;
-    table.end = table.picturesDone + writings * pixels * kBytesPerPixel / kBytesWrittenPerSecond + kEnd;
+    const double writing = writings * pixels * kBytesPerPixel / kBytesWrittenPerSecond;
+    table.end = table.picturesDone + writing + kEnd;
+    table.work += joining + preparing + writing;
+    for (const FrameWork& each : frames)
+        table.work += each.draw + each.code;
     return table;
 }
 

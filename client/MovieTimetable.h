@@ -12,8 +12,7 @@ namespace stillora {
 /// of the service; each moment is at or after those above it.
 struct MovieTimetable {
     double serviceReady = 0;
-    /// What has been written once parts of single files are converted, both growing. Parts that are made at once are
-    /// written at once.
+    /// What has been written once parts of single files are converted, both growing.
     struct Sound {
         double bytes = 0;
         double moment = 0;
@@ -29,6 +28,8 @@ struct MovieTimetable {
     double picturesDone = 0;
     /// The movie is in its place.
     double end = 0;
+    /// What all of it takes of the processors' time, in seconds of one.
+    double work = 0;
 };
 
 /// What a photo takes of one processor.
