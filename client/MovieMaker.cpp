@@ -9,6 +9,7 @@
 #include "client/FreeName.h"
 #include "client/JobFolder.h"
 #include "client/LocalizedText.h"
+#include "client/MachinePace.h"
 #include "client/MovieTimetable.h"
 #include "client/RemainingTime.h"
 #include "client/ServiceConnection.h"
@@ -194,8 +195,9 @@ public:
         : maker_(maker), request_(request), frameSource_(std::move(source)),
           saveFolder_(platform::NSURL::fileURLWithPath(request.saveFolder.native(), true)), observer_(observer),
           mailbox_(std::make_shared<Mailbox>(maker.wakeUp_)),
-          remainingTime_(
-              timetableOf(request, std::thread::hardware_concurrency(), frameSource_ ? &*frameSource_ : nullptr))
+          timetable_(
+              timetableOf(request, std::thread::hardware_concurrency(), frameSource_ ? &*frameSource_ : nullptr)),
+          remainingTime_(timetable_, machinePace_.known())
     {}
 
     Result<Movie> run();
@@ -226,6 +228,7 @@ private:
     void noteFreeSpace();
     void explainFailure(const Mailbox::Answer& answer);
     Error reasonOfMissingFrame();
+    void learnPace() const;
     void endService();
 
     Error failed() const
@@ -262,6 +265,8 @@ private:
     bool isRepeated_ = false;
 
     const Clock::time_point start_ = Clock::now();
+    const MachinePace machinePace_ = MachinePace::ofUser();
+    const MovieTimetable timetable_;
     RemainingTime remainingTime_;
     bool isConverting_ = false;
     /// What is told again, with a newer estimate, while the service says nothing.
@@ -656,6 +661,7 @@ Result<Movie> MovieMaker::Job::finish(Ending ending)
     if (answer_ && answer_->movie) {
         // The bookmark leads to the file even where the service gave it another name than was asked for.
         if (const auto made = platform::NSURL::URLByResolvingBookmarkData(*answer_->movie)) {
+            learnPace();
             Result<Movie> outcome = takeMovie(*made);
             endService();
             return outcome;
@@ -674,6 +680,15 @@ Result<Movie> MovieMaker::Job::finish(Ending ending)
     endService();
     explainFailure(answer_.value_or(Mailbox::Answer{}));
     return failed();
+}
+
+/// Of the processors' time, which other programs change less than the time that passes. Pieces are copied, which is
+/// quicker than the timetable says.
+void MovieMaker::Job::learnPace() const
+{
+    const auto taken = service_->processorTime();
+    if (taken && request_.pieces.empty())
+        machinePace_.learn(taken->count(), timetable_.work);
 }
 
 void MovieMaker::Job::noteFreeSpace()

@@ -12,8 +12,9 @@ namespace {
 /// Too short for a person to read an estimate.
 constexpr Seconds kLeastTime{0.2};
 
-/// How much the timetable's own pace counts, before the machine's own is known: as if so much of the work, and so many
-/// of the timetable's seconds, had been done at it.
+/// How much the expected pace counts, before that of this movie is seen: as if so much of the work, and so many of the
+/// timetable's seconds, had been done at it. A larger share is no better on an idle machine, whose pace is known, and
+/// worse on a busy one.
 constexpr double kExpectedShare = 0.02;
 constexpr double kExpectedSeconds = 0.1;
 
@@ -33,7 +34,9 @@ constexpr double kMostOfSound = 0.95;
 
 } // namespace
 
-RemainingTime::RemainingTime(MovieTimetable timetable) : timetable_(std::move(timetable)) {}
+RemainingTime::RemainingTime(MovieTimetable timetable, std::optional<double> machinePace)
+    : timetable_(std::move(timetable)), expectedPace_(machinePace.value_or(1))
+{}
 
 std::optional<double> RemainingTime::placeOf(std::string_view stage, double progress, double total) const
 {
@@ -91,7 +94,8 @@ Seconds RemainingTime::endByPace(double place, Seconds elapsed) const
 {
     const double work = timetable_.end - timetable_.serviceReady;
     const double expected = kExpectedShare * work + kExpectedSeconds;
-    const double pace = ((elapsed - *answeredAt_).count() + expected) / (place - timetable_.serviceReady + expected);
+    const double pace =
+        ((elapsed - *answeredAt_).count() + expected * expectedPace_) / (place - timetable_.serviceReady + expected);
     return elapsed + Seconds((timetable_.end - place) * pace);
 }
 

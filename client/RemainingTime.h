@@ -12,7 +12,9 @@ namespace stillora {
 /// service, and never less than in the call before.
 class RemainingTime final {
 public:
-    explicit RemainingTime(MovieTimetable timetable);
+    /// @param machinePace  how many times as long as in the timetable work usually takes on this machine; nothing where
+    ///                     that is not known
+    explicit RemainingTime(MovieTimetable timetable, std::optional<double> machinePace = std::nullopt);
 
     /// The service told how far it is.
     /// @param stage  its key of the stage; one that tells nothing of the time is passed over
@@ -32,6 +34,8 @@ private:
     double nextPlace() const;
 
     const MovieTimetable timetable_;
+    /// Before anything is seen.
+    const double expectedPace_;
     /// When the service told something for the first time.
     std::optional<Seconds> answeredAt_;
     /// In the timetable; where the service was when it told last.

@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <ctime>
 #include <utility>
 
 #include <fcntl.h>
@@ -307,6 +308,15 @@ bool ServiceProcess::readLog()
         }
     }
     return true;
+}
+
+std::optional<Seconds> ServiceProcess::processorTime() const
+{
+    clockid_t clock = 0;
+    timespec time = {};
+    if (status_ || clock_getcpuclockid(pid_, &clock) != 0 || clock_gettime(clock, &time) != 0)
+        return std::nullopt;
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
 bool ServiceProcess::waitForEnd(std::chrono::milliseconds limit)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <stillora/Types.h>
+
 #include "platform/foundation/FileDescriptor.h"
 #include "platform/foundation/NSError.h"
 #include "platform/sandbox/Sandbox.h"
@@ -67,6 +69,9 @@ public:
     void setLineHandler(std::function<void(const std::string& line)> handler) { lineHandler_ = std::move(handler); }
     /// The last lines it wrote, newest last; never more than a few hundred.
     const std::vector<std::string>& logLines() const { return logLines_; }
+
+    /// What it has taken of the processors' time so far, of all its threads; nothing once it is known to have ended.
+    std::optional<Seconds> processorTime() const;
 
     /// @return whether the process has ended, after waiting for at most so long
     bool waitForEnd(std::chrono::milliseconds limit);

@@ -1,5 +1,6 @@
 #include <stillora/Movie.h>
 
+#include "client/MachinePace.h"
 #include "platform/files/NSUserDefaults.h"
 #include "platform/movie/MediaInspection.h"
 #include "tests/support/EnvironmentVariable.h"
@@ -226,6 +227,49 @@ TEST_F(MovieMakerTest, PutsTheMovieIntoTheSaveFolderAndTidiesUp)
     EXPECT_EQ(outcome->path, save_.path("Trip v1.2.mov"));
     EXPECT_THAT(outcome->faults, IsEmpty());
     EXPECT_THAT(save_.entries(), ElementsAre("Trip v1.2.mov"));
+}
+
+TEST_F(MovieMakerTest, LearnsHowQuickTheMachineIsFromMoviesThatWereMade)
+{
+    constexpr size_t kPhotosOfMoreThanASecond = 200;
+    const EnvironmentVariable cache("XDG_CACHE_HOME", other_.path("cache"));
+    EXPECT_FALSE(make("fails", kPhotosOfMoreThanASecond));
+    EXPECT_FALSE(MachinePace::ofUser().known());
+    makeMovieFile(kPhotosOfMoreThanASecond);
+    const Result<Movie> outcome = make("makes", kPhotosOfMoreThanASecond);
+    ASSERT_TRUE(outcome) << outcome.error().message;
+    ASSERT_TRUE(MachinePace::ofUser().known());
+    EXPECT_LT(*MachinePace::ofUser().known(), 1) << "a copy is made in no time";
+}
+
+TEST_F(MovieMakerTest, ReckonsWithTheMachineAsItIsKnown)
+{
+    const EnvironmentVariable cache("XDG_CACHE_HOME", other_.path("cache"));
+    setenv("STILLORA_PRETENDED_SERVICE", "waits", 1);
+    /// What is told first of the time left.
+    class Waiter final : public MovieMaker::Observer {
+    public:
+        explicit Waiter(MovieMaker& waitsFor) : maker(waitsFor) {}
+        void progressChanged(const MovieProgress& progress) override
+        {
+            if (!progress.timeLeft || left)
+                return;
+            left = progress.timeLeft;
+            maker.cancel();
+        }
+        MovieMaker& maker;
+        std::optional<Seconds> left;
+    };
+    const auto firstTold = [&] {
+        MovieMaker maker;
+        Waiter waiter(maker);
+        EXPECT_FALSE(maker.makeMovie(requestOf(200), waiter));
+        return waiter.left.value_or(Seconds(0)).count();
+    };
+    const double unknown = firstTold();
+    EXPECT_GT(unknown, 0);
+    MachinePace::ofUser().learn(8, 1);
+    EXPECT_GT(firstTold(), 4 * unknown);
 }
 
 TEST_F(MovieMakerTest, NeverReplacesAnExistingMovie)

@@ -1,5 +1,8 @@
 #include "client/RemainingTime.h"
 
+#include <algorithm>
+#include <cmath>
+#include <optional>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -61,6 +64,17 @@ TEST(RemainingTime, ExpectsTheTimetablesPaceUntilTheMachinesIsKnown)
     RemainingTime time(table);
     time.progressed(kStart, 0, 0, Seconds(0.3));
     EXPECT_NEAR(left(time, 0.3), table.end - table.serviceReady, 1e-6) << "starting says nothing of the pace";
+}
+
+TEST(RemainingTime, ExpectsThePaceThatTheMachineHadBefore)
+{
+    const MovieTimetable table = timetable();
+    RemainingTime time(table, 3);
+    time.progressed(kStart, 0, 0, Seconds(0.3));
+    EXPECT_NEAR(left(time, 0.3), 3 * (table.end - table.serviceReady), 1e-6);
+    for (size_t i = 0; i < 30; ++i)
+        time.progressed(kRendering, static_cast<double>(i + 1), 100, Seconds(3 * table.frames[i]));
+    EXPECT_NEAR(left(time, 3 * table.frames[29]), 3 * (table.end - table.frames[29]), 1);
 }
 
 TEST(RemainingTime, GetsLongerWhileWhatShouldBeDoneIsNot)
@@ -175,4 +189,80 @@ TEST(RemainingTime, IsNextToNothingWhereTheMovieIsWritten)
     EXPECT_NEAR(left(time, table.picturesDone), 1, 0.1);
     time.progressed("VideoCreationWritingFinalVideo", 0.5, 1, Seconds(table.picturesDone + 0.5));
     EXPECT_NEAR(left(time, table.picturesDone + 0.5), 0.5, 0.1);
+}
+
+/// Nothing but photos of one kind, then a kind whose weight is wrong by half.
+TEST(RemainingTime, IsWrongByNoMoreThanTheWeightsOfWhatComesLast)
+{
+    MovieTimetable table = timetable();
+    RemainingTime time(table);
+    time.progressed(kStart, 0, 0, Seconds(table.serviceReady));
+    double elapsed = 0;
+    for (size_t i = 0; i < 100; ++i) {
+        const double step = table.frames[i] - (i == 0 ? 0 : table.frames[i - 1]);
+        elapsed += step * (i <= 50 ? 1 : 1.5);
+        time.progressed(kRendering, static_cast<double>(i + 1), 100, Seconds(elapsed));
+        if (i == 49) {
+            EXPECT_NEAR(left(time, elapsed), 1.5 * (table.frames[99] - table.frames[49]),
+                        0.4 * 1.5 * (table.frames[99] - table.frames[49]));
+        }
+    }
+    EXPECT_NEAR(left(time, elapsed), 1.5 * (table.end - table.frames[99]), 1);
+}
+
+TEST(RemainingTime, SurvivesAMovieOfOnePhotoAndOneOfNone)
+{
+    for (const size_t count : {0, 1}) {
+        MovieTimetable table;
+        table.serviceReady = table.soundsConverted = table.soundDone = 0.1;
+        table.frames.assign(count, 0.5);
+        table.picturesDone = 0.6;
+        table.end = 0.7;
+        RemainingTime time(table);
+        time.progressed(kStart, 0, 0, Seconds(0.1));
+        EXPECT_NEAR(left(time, 0.2), 0.5, 0.05) << count;
+        time.progressed(kRendering, 1, 1, Seconds(0.5));
+        EXPECT_NEAR(left(time, 0.5), 0.2, 0.1) << count;
+        time.progressed("VideoCreationWritingFinalVideo", 1, 1, Seconds(0.7));
+        EXPECT_NEAR(left(time, 0.7), 0, 0.05) << count;
+    }
+}
+
+TEST(RemainingTime, StandsStillWithTheClock)
+{
+    const MovieTimetable table = timetable();
+    RemainingTime time(table);
+    time.progressed(kStart, 0, 0, Seconds(0.3));
+    // All news of the first half at one moment, as after a stop of the program.
+    for (size_t i = 0; i < 50; ++i) {
+        time.progressed(kRendering, static_cast<double>(i + 1), 100, Seconds(0.3));
+        const double now = left(time, 0.3);
+        EXPECT_TRUE(std::isfinite(now) && now >= 0) << i;
+        EXPECT_EQ(left(time, 0.3), now) << "asked twice";
+    }
+    EXPECT_LT(left(time, 0.3), table.end - table.frames[49]);
+    EXPECT_GT(left(time, 60), left(time, 30)) << "and goes on with it";
+}
+
+TEST(RemainingTime, KnowsOfSoundThatLastsLongerThanThePictures)
+{
+    MovieTimetable music = timetable();
+    music.sounds.clear();
+    for (int part = 1; part <= 16; ++part)
+        music.sounds.push_back({100.0 * part, 0.1 + part});
+    music.soundsConverted = 16.1;
+    music.soundDone = 16.3;
+    music.frames.assign(7, 16.8);
+    music.picturesDone = 17;
+    music.end = 17.2;
+    for (const double pace : {0.6, 1.0, 1.7}) {
+        RemainingTime time(music, pace);
+        time.progressed(kStart, 0, 0, Seconds(0.1));
+        for (int part = 1; part <= 16; ++part) {
+            const double elapsed = 0.1 + pace * part;
+            time.soundGrew(100.0 * part, Seconds(elapsed));
+            const double right = pace * (17.1 - std::min(part, 15));
+            EXPECT_NEAR(left(time, elapsed), right, 0.15 * right + pace) << pace << ", " << part;
+        }
+    }
 }

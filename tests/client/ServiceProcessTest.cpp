@@ -109,6 +109,21 @@ TEST(ServiceProcess, IsToldOfTheFilesThatItIsToWorkOn)
     EXPECT_EQ(readSocket(process->takeSocket()), "--one --files 4\n/job/t\nr/photo;w/job;0\n1\n2\n3\n4\n5\n");
 }
 
+TEST(ServiceProcess, TellsWhatItTakesOfTheProcessorsUntilItEnds)
+{
+    const TemporaryFolder folder;
+    const auto process = ServiceProcess::start(
+        program(folder, "i=0; while [ $i -lt 100000 ]; do i=$((i+1)); done; echo done >&3; exec 3>&-; exec sleep 600"));
+    ASSERT_TRUE(process);
+    ASSERT_EQ(readSocket(process->takeSocket()), "done\n");
+    const auto busy = process->processorTime();
+    ASSERT_TRUE(busy);
+    EXPECT_GT(*busy, 5ms) << "a hundred thousand turns";
+    EXPECT_LT(*busy, 60s);
+    process->kill();
+    EXPECT_FALSE(process->processorTime()) << "its number may be another's";
+}
+
 TEST(ServiceProcess, HasASessionOfItsOwnSoThatTheTerminalDoesNotReachIt)
 {
     const TemporaryFolder folder;
