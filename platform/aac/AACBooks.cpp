@@ -59,7 +59,7 @@ int bookOfLeast(const BookCosts& costs)
     return best;
 }
 
-AACCosts costsOfFours(std::span<const int16_t> values, int largest)
+AACCosts costsOfFours(std::span<const int32_t> values, int largest)
 {
     AACCosts sum{};
     if (largest <= 1) {
@@ -73,7 +73,7 @@ AACCosts costsOfFours(std::span<const int16_t> values, int largest)
             sum += costs(values[i], values[i + 1], values[i + 2], values[i + 3]);
     } else if (largest == 2) {
         const auto& table = costsOfQuads();
-        const auto digit = [&](size_t i) { return std::abs(int{values[i]}); };
+        const auto digit = [&](size_t i) { return std::abs(values[i]); };
         for (size_t i = 0; i < values.size(); i += 4)
             sum += table[static_cast<size_t>(((digit(i) * 3 + digit(i + 1)) * 3 + digit(i + 2)) * 3 + digit(i + 3))];
     }
@@ -86,7 +86,7 @@ int escapeBits(int magnitude)
     return 2 * std::bit_width(static_cast<unsigned>(magnitude)) - 5;
 }
 
-AACCosts costsOfTwos(std::span<const int16_t> values, int largest)
+AACCosts costsOfTwos(std::span<const int32_t> values, int largest)
 {
     AACCosts sum{};
     if (largest <= 4) {
@@ -101,8 +101,8 @@ AACCosts costsOfTwos(std::span<const int16_t> values, int largest)
     const auto& table = costsOfPairs();
     int escapes = 0;
     for (size_t i = 0; i < values.size(); i += 2) {
-        const int first = std::abs(int{values[i]});
-        const int second = std::abs(int{values[i + 1]});
+        const int first = std::abs(values[i]);
+        const int second = std::abs(values[i + 1]);
         sum += table[static_cast<size_t>(std::min(first, 16) * 17 + std::min(second, 16))];
         if (first >= 16)
             escapes += escapeBits(first);

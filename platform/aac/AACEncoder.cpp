@@ -1,6 +1,7 @@
 #include "platform/aac/AACEncoder.h"
 
 #include "platform/aac/AACHalves.h"
+#include "platform/aac/AACLanes.h"
 #include "platform/aac/AACMasking.h"
 #include "platform/aac/AACPacketCoder.h"
 #include "platform/aac/AACTables.h"
@@ -12,7 +13,6 @@
 #include <functional>
 #include <limits>
 #include <memory>
-#include <numeric>
 #include <utility>
 
 namespace platform {
@@ -117,7 +117,7 @@ float unevennessOf(std::span<const float> samples)
     float level = 0;
     for (size_t start = 0; start < samples.size(); start += kStretch) {
         const auto stretch = samples.subspan(start, kStretch);
-        const float part = std::inner_product(stretch.begin(), stretch.end(), stretch.begin(), kStretch * 1e-9F);
+        const float part = energyOf(stretch) + kStretch * 1e-9F;
         energy += part;
         level += std::log10(part);
     }
@@ -163,8 +163,10 @@ public:
             else
                 layOutLong(packet_.channels[i], i);
         }
-        for (size_t i = 0; i < channels_; ++i)
+        for (size_t i = 0; i < channels_; ++i) {
+            packet_.halves[i].addUp();
             boundNoise(packet_.channels[i], packet_.halves[i]);
+        }
         if (packet_.sharesWindow)
             chooseStereo();
         return coder_.code(packet_, wantedBits_);
@@ -210,7 +212,7 @@ private:
         for (size_t band = 0; band < channel.bandCount(); ++band) {
             for (size_t half = 0; half < 2; ++half) {
                 const auto lines = std::span(halves.lines[half]).subspan(channel.bandStarts[band], channel.width(band));
-                const float energy = std::inner_product(lines.begin(), lines.end(), lines.begin(), 1.0F);
+                const float energy = energyOf(lines) + 1;
                 const float error = kLevelError * halves.energies[half];
                 channel.levelNoises[band] =
                     std::min(channel.levelNoises[band], error / (4 * kLoudBands * energy) * error);
@@ -248,7 +250,7 @@ private:
             for (size_t i = 0; i < spectra.size(); ++i) {
                 const auto lines =
                     std::span(spectra[i]).subspan(window * AACTransform::kShortLines, AACTransform::kShortLines);
-                now[i] = std::inner_product(lines.begin(), lines.end(), lines.begin(), 1e4F);
+                now[i] = energyOf(lines) + 1e4F;
                 isAlike = isAlike && now[i] < 4 * loudness[i] && loudness[i] < 4 * now[i];
             }
             if (isAlike) {
@@ -315,19 +317,22 @@ private:
         AACChannel& right = packet_.channels[1];
         for (size_t band = 0; band < left.bandCount(); ++band) {
             const size_t end = left.bandStarts[band + 1];
-            float middle = 0;
-            float side = 0;
-            for (size_t line = left.bandStarts[band]; line < end; ++line) {
-                const float sum = left.lines[line] + right.lines[line];
-                const float difference = left.lines[line] - right.lines[line];
-                middle += sum * sum / 4;
-                side += difference * difference / 4;
+            FloatLanes sums{};
+            FloatLanes differences{};
+            for (size_t line = left.bandStarts[band]; line < end; line += kLanes) {
+                const FloatLanes sum = lanesAt(&left.lines[line]) + lanesAt(&right.lines[line]);
+                const FloatLanes difference = lanesAt(&left.lines[line]) - lanesAt(&right.lines[line]);
+                sums += sum * sum;
+                differences += difference * difference;
             }
+            const float middle = sumOf(sums) / 4;
+            const float side = sumOf(differences) / 4;
             // The noise of both comes together in each channel.
             const float threshold = std::min(left.thresholds[band], right.thresholds[band]) / 2;
-            const auto demand = [](float energy, float noise) { return std::log2(1 + energy / noise); };
-            packet_.isMidSide[band] = demand(middle, threshold) + demand(side, threshold) <
-                                      demand(left.energies[band], left.thresholds[band]) +
+            // Bits grow with the logarithm of this, that of a product with both.
+            const auto demand = [](float energy, float noise) { return 1 + double{energy} / noise; };
+            packet_.isMidSide[band] = demand(middle, threshold) * demand(side, threshold) <
+                                      demand(left.energies[band], left.thresholds[band]) *
                                           demand(right.energies[band], right.thresholds[band]);
             if (!packet_.isMidSide[band])
                 continue;

@@ -48,9 +48,9 @@ std::optional<AACWindow> windowOfAAC(std::span<const uint8_t> packet);
 /// heard. The level of 1024 samples is kept, as a rule to 0.3 dB. A packet depends on the sound of kAACLookBehind
 /// packets before it and kAACLookAhead behind it alone, so sound encoded in parts comes out the same. Any thread.
 ///
-/// @param samples      interleaved, whole frames of 1024, full scale at +-1. The first kAACLookBehind frames are only
-///                     looked at. The first packet's window begins behind them and is two frames long; an overlap with
-///                     the packet before it makes up its first frame.
+/// @param samples      interleaved, whole frames of 1024, full scale at +-1, all finite. The first kAACLookBehind
+///                     frames are only looked at. The first packet's window begins behind them and is two frames long;
+///                     an overlap with the packet before it makes up its first frame.
 /// @param before       the window of the packet before the first one, where that comes from another encoder
 /// @param isCancelled  asked once a packet
 /// @return kAACLookBehind + kAACLookAhead packets less than there are frames; nothing if cancelled (no error) or

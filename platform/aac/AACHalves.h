@@ -19,6 +19,12 @@ struct AACHalves {
     Lines firstShares{};
     /// Energy of each half's sound, in the scale of the lines.
     std::array<float, 2> energies{};
+    /// Of the lines of each half, and of one half times the other.
+    std::array<float, 2> squares{};
+    float product = 0;
+
+    /// Sets them once the lines are there.
+    void addUp();
 };
 
 /// What errors of lines do to the energies of the halves.

@@ -1,5 +1,7 @@
 #include "platform/aac/AACMasking.h"
 
+#include "platform/aac/AACLanes.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -57,37 +59,32 @@ AACMasking::AACMasking(AACBandStarts bands, int sampleRateHz) : bands_(bands)
         properties.endNeighbour = std::min<size_t>(lines, bands[band + 1] + missing / 2);
         properties_.push_back(properties);
     }
-    magnitudes_.resize(lines + 1);
-    squares_.resize(lines + 1);
+    powers_.resize(lines);
+    magnitudes_.resize(lines);
 }
 
 void AACMasking::measure(std::span<const float> lines, std::span<float> energies, std::span<float> thresholds)
 {
     // A line's neighbours tell what its own phase hides.
-    float magnitude = 0;
-    float square = 0;
-    for (size_t line = 0; line < lines.size(); ++line) {
-        const float before = line > 0 ? lines[line - 1] : 0;
-        const float after = line + 1 < lines.size() ? lines[line + 1] : 0;
-        const float power = lines[line] * lines[line] + (after - before) * (after - before);
-        magnitudes_[line] = magnitude;
-        squares_[line] = square;
-        magnitude += std::sqrt(power);
-        square += power;
+    const size_t last = lines.size() - 1;
+    powers_[0] = lines[0] * lines[0] + lines[1] * lines[1];
+    for (size_t line = 1; line < last; ++line) {
+        const float slope = lines[line + 1] - lines[line - 1];
+        powers_[line] = lines[line] * lines[line] + slope * slope;
     }
-    magnitudes_[lines.size()] = magnitude;
-    squares_[lines.size()] = square;
+    powers_[last] = lines[last] * lines[last] + lines[last - 1] * lines[last - 1];
+    for (size_t line = 0; line < lines.size(); ++line)
+        magnitudes_[line] = std::sqrt(powers_[line]);
 
     for (size_t band = 0; band < properties_.size(); ++band) {
-        float energy = 0;
-        for (size_t line = bands_[band]; line < bands_[band + 1]; ++line)
-            energy += lines[line] * lines[line];
+        const float energy = energyOf(lines.subspan(bands_[band], size_t{bands_[band + 1]} - bands_[band]));
         energies[band] = energy;
         const Band& properties = properties_[band];
         // 1 for a flat spectrum, about 0.78 for noise; little for a tone.
-        const float count = static_cast<float>(properties.endNeighbour - properties.firstNeighbour);
-        const float mean = (magnitudes_[properties.endNeighbour] - magnitudes_[properties.firstNeighbour]) / count;
-        const float power = (squares_[properties.endNeighbour] - squares_[properties.firstNeighbour]) / count;
+        const size_t neighbours = properties.endNeighbour - properties.firstNeighbour;
+        const auto count = static_cast<float>(neighbours);
+        const float mean = sumOf(std::span(magnitudes_).subspan(properties.firstNeighbour, neighbours)) / count;
+        const float power = sumOf(std::span(powers_).subspan(properties.firstNeighbour, neighbours)) / count;
         const float flatness = power > 0 ? mean * mean / power : 1;
         const float tonality = std::clamp((0.75F - flatness) / 0.45F, 0.0F, 1.0F);
         // Noise hides noise 6 dB below it, a tone 18 dB below.

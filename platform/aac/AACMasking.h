@@ -33,9 +33,9 @@ private:
 
     const AACBandStarts bands_;
     std::vector<Band> properties_;
-    /// Sums over all lines before one, of magnitudes and of their squares.
+    /// Of each line, whatever its phase.
+    std::vector<float> powers_;
     std::vector<float> magnitudes_;
-    std::vector<float> squares_;
 };
 
 } // namespace platform

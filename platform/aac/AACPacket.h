@@ -33,9 +33,9 @@ struct AACChannel {
     /// What lines are rounded from, their magnitudes to the power of 3/4; and the largest of each band.
     alignas(32) std::array<float, AACTransform::kLines> roots{};
     std::array<float, kMostBands> largestRoots{};
-    alignas(32) std::array<int16_t, AACTransform::kLines> values{};
+    alignas(32) std::array<int32_t, AACTransform::kLines> values{};
     /// Of the magnitudes of each band's values.
-    std::array<int16_t, kMostBands> largest{};
+    std::array<int, kMostBands> largest{};
     std::array<int, kMostBands> wishedSteps{};
     std::array<int, kMostBands> finestSteps{};
     std::array<int, kMostBands> steps{};
@@ -50,7 +50,7 @@ struct AACChannel {
     size_t bandCount() const { return bandStarts.size() - 1; }
     size_t bandsPerGroup() const { return bandCount() / groups.size(); }
     size_t width(size_t band) const { return size_t{bandStarts[band + 1]} - bandStarts[band]; }
-    std::span<const int16_t> valuesOf(size_t band) const
+    std::span<const int32_t> valuesOf(size_t band) const
     {
         return std::span(values).subspan(bandStarts[band], width(band));
     }

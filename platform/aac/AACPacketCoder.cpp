@@ -1,6 +1,7 @@
 #include "platform/aac/AACPacketCoder.h"
 
 #include "platform/aac/AACBooks.h"
+#include "platform/aac/AACLanes.h"
 #include "platform/aac/AACTables.h"
 
 #include <algorithm>
@@ -23,8 +24,6 @@ constexpr int kLargestDifference = 60;
 constexpr int kSmallValue = 12;
 /// Values are rounded up from here, less than a half because small ones are more frequent than large ones.
 constexpr float kRounding = 0.4054F;
-/// What all bands' widths are multiples of.
-constexpr size_t kLinesAtOnce = 4;
 /// Noise of a line, as finely as is worth it: 9 dB below that of samples of 16 bits.
 constexpr float kFinestNoise = 21;
 
@@ -62,7 +61,7 @@ private:
     int pendingBits_ = 0;
 };
 
-void writeValues(BitWriter& writer, std::span<const int16_t> values, int book)
+void writeValues(BitWriter& writer, std::span<const int32_t> values, int book)
 {
     const auto words = wordsOfAACBook(book);
     const size_t lines = book < kFirstPairBook ? 4 : 2;
@@ -72,7 +71,7 @@ void writeValues(BitWriter& writer, std::span<const int16_t> values, int book)
     for (size_t i = 0; i < values.size(); i += lines) {
         int word = 0;
         for (size_t j = 0; j < lines; ++j)
-            word = word * base + (isSigned ? values[i + j] + largest : std::min(std::abs(int{values[i + j]}), largest));
+            word = word * base + (isSigned ? values[i + j] + largest : std::min(std::abs(values[i + j]), largest));
         writer.put(words[static_cast<size_t>(word)]);
         if (isSigned)
             continue;
@@ -81,7 +80,7 @@ void writeValues(BitWriter& writer, std::span<const int16_t> values, int book)
                 writer.put(values[i + j] < 0, 1);
         }
         for (size_t j = 0; book == kEscapeBook && j < lines; ++j) {
-            const auto magnitude = static_cast<uint32_t>(std::abs(int{values[i + j]}));
+            const auto magnitude = static_cast<uint32_t>(std::abs(values[i + j]));
             if (magnitude < 16)
                 continue;
             // As many ones as the number has bits beyond five, a zero, then the number without its first bit.
@@ -220,16 +219,17 @@ void shareSteps(AACChannel& channel)
         if (channel.books[band] == 0)
             continue;
         const auto values = channel.valuesOf(band);
-        const bool isSilent = std::all_of(values.begin(), values.end(), [](int16_t value) { return value == 0; });
+        const bool isSilent = std::all_of(values.begin(), values.end(), [](int value) { return value == 0; });
         if (isSilent && step >= 0)
             channel.steps[band] = step;
         step = channel.steps[band];
     }
 }
 
-int stepOf(float size)
+/// The first step whose size is above a power of 2 with this number of quarters as its exponent.
+int stepAbove(float quarters)
 {
-    return static_cast<int>(std::ceil(static_cast<float>(kStepOfOne) + 4 * std::log2(size)));
+    return static_cast<int>(std::ceil(static_cast<float>(kStepOfOne) + quarters));
 }
 
 /// Bits of a packet whose noise is heard, for so many of another: more, and many more where loudness changes within
@@ -244,19 +244,19 @@ int bitsOfCoarsePacket(const AACPacket& packet, int wantedBits)
 /// Masked noise of a line, on the average of those that are heard.
 float evenNoiseOf(const AACPacket& packet)
 {
-    double sum = 0;
-    double count = 0;
+    float sum = 0;
+    float count = 0;
     for (size_t index = 0; index < packet.channelCount; ++index) {
         const AACChannel& channel = packet.channels[index];
         for (size_t band = 0; band < channel.bandCount(); ++band) {
             if (channel.energies[band] <= channel.thresholds[band])
                 continue;
-            const auto width = static_cast<double>(channel.width(band));
+            const auto width = static_cast<float>(channel.width(band));
             sum += width * std::log2(channel.thresholds[band] / width);
             count += width;
         }
     }
-    return count > 0 ? static_cast<float>(std::exp2(sum / count)) : 1;
+    return count > 0 ? std::exp2(sum / count) : 1;
 }
 
 /// Has values rounded from these lines.
@@ -267,12 +267,10 @@ void setRoots(AACChannel& channel, const AACHalves::Lines& lines)
         channel.roots[line] = std::copysign(std::sqrt(magnitude * std::sqrt(magnitude)), lines[line]);
     }
     for (size_t band = 0; band < channel.bandCount(); ++band) {
-        std::array<float, kLinesAtOnce> largest{};
-        for (size_t line = channel.bandStarts[band]; line < channel.bandStarts[band + 1]; line += kLinesAtOnce) {
-            for (size_t i = 0; i < kLinesAtOnce; ++i)
-                largest[i] = std::max(largest[i], std::abs(channel.roots[line + i]));
-        }
-        channel.largestRoots[band] = *std::max_element(largest.begin(), largest.end());
+        FloatLanes largest{};
+        for (size_t line = channel.bandStarts[band]; line < channel.bandStarts[band + 1]; line += kLanes)
+            largest = larger(largest, magnitudes(lanesAt(&channel.roots[line])));
+        channel.largestRoots[band] = std::max({largest[0], largest[1], largest[2], largest[3]});
     }
 }
 
@@ -302,41 +300,61 @@ void combine(const AACPacket& packet, std::array<AACHalves::Lines, 2>& lines)
     }
 }
 
-} // namespace
+/// What decoders make of values and of steps.
+struct Sizes {
+    static constexpr int kLargestValue = kLargestOfBook[kEscapeBook];
 
-AACPacketCoder::AACPacketCoder()
-{
-    for (int value = 0; value <= kLargestOfBook[kEscapeBook]; ++value)
-        fourThirds_.push_back(std::pow(static_cast<float>(value), 4 / 3.0F));
-    for (size_t step = 0; step < stepSizes_.size(); ++step) {
-        const float exponent = (static_cast<float>(step) - kStepOfOne) / 4;
-        stepSizes_[step] = std::exp2(exponent);
-        inverseRootSteps_[step] = std::exp2(-0.75F * exponent);
+    Sizes()
+    {
+        for (int value = -kLargestValue; value <= kLargestValue; ++value)
+            decoded[static_cast<size_t>(value + kLargestValue)] =
+                std::copysign(std::pow(std::abs(static_cast<float>(value)), 4 / 3.0F), static_cast<float>(value));
+        for (int value = 0; value <= kSmallValue; ++value)
+            smallEnergies[static_cast<size_t>(value)] = decodedOf(value) * decodedOf(value);
+        for (size_t step = 0; step < ofSteps.size(); ++step) {
+            const float exponent = (static_cast<float>(step) - kStepOfOne) / 4;
+            ofSteps[step] = std::exp2(exponent);
+            inverseRoots[step] = std::exp2(-0.75F * exponent);
+        }
     }
+    float decodedOf(int value) const { return decoded[static_cast<size_t>(value + kLargestValue)]; }
+
+    /// Of values of step kStepOfOne, from -kLargestValue on.
+    std::array<float, 2 * kLargestValue + 1> decoded{};
+    std::array<float, kSmallValue + 1> smallEnergies{};
+    std::array<float, kLargestStep + 1> ofSteps{};
+    /// To the power of -3/4.
+    std::array<float, kLargestStep + 1> inverseRoots{};
+};
+
+const Sizes& sizes()
+{
+    static const Sizes sizes;
+    return sizes;
 }
 
-void AACPacketCoder::prepare(AACChannel& channel, float evenNoise) const
+/// Decides between which steps each band's is sought.
+void prepare(AACChannel& channel, float evenNoise)
 {
     setRoots(channel, channel.lines);
+    AACHalves::Lines squareRoots;
+    for (size_t line = 0; line < squareRoots.size(); ++line)
+        squareRoots[line] = std::sqrt(std::abs(channel.lines[line]));
     for (size_t band = 0; band < channel.bandCount(); ++band) {
-        float rootSum = 0;
-        float peak = 0;
-        for (size_t line = channel.bandStarts[band]; line < channel.bandStarts[band + 1]; ++line) {
-            const float magnitude = std::abs(channel.lines[line]);
-            rootSum += std::sqrt(magnitude);
-            peak = std::max(peak, magnitude);
-        }
-        rootSum = std::max(rootSum, 1e-6F);
+        const float rootSum =
+            std::max(sumOf(std::span(squareRoots).subspan(channel.bandStarts[band], channel.width(band))), 1e-6F);
         // A step adds a twelfth of its square to each line; by the power law of values it grows with the root of the
         // line's cube root, 4/3 of it.
         constexpr float kNoiseOfStep = 16 / 9.0F / 12;
         const auto stepOfNoise = [&](float noise) {
-            return stepOf(std::pow(noise / (kNoiseOfStep * rootSum), 2 / 3.0F)) - 1;
+            // A step's size is the noise to the power of 2/3, and has four steps to the double.
+            return stepAbove(8 / 3.0F * std::log2(noise / (kNoiseOfStep * rootSum))) - 1;
         };
-        const auto lines = static_cast<float>(channel.bandStarts[band + 1] - channel.bandStarts[band]);
+        const auto lines = static_cast<float>(channel.width(band));
         // The largest value that can be coded bounds the step from below: beyond it the peak would be cut off.
-        const float largest = fourThirds_.back() * 0.999F;
-        const int bound = peak > 0 ? stepOf(peak / largest) : 0;
+        constexpr float kLargest = 0.999F * Sizes::kLargestValue;
+        const float largest = channel.largestRoots[band];
+        const int bound = largest > 0 ? stepAbove(16 / 3.0F * std::log2(largest / kLargest)) : 0;
         // Half way between noise that follows the mask and noise that is the same everywhere: as little is heard of it,
         // and the sound's strong parts, its level with them, are nearer to the source.
         const float masked = channel.thresholds[band] / lines;
@@ -346,20 +364,112 @@ void AACPacketCoder::prepare(AACChannel& channel, float evenNoise) const
     }
 }
 
-void AACPacketCoder::quantizeBand(AACChannel& channel, size_t band) const
+void quantizeBand(AACChannel& channel, size_t band)
 {
-    const float scale = inverseRootSteps_[static_cast<size_t>(channel.steps[band])] * channel.gains[band];
-    const auto round = [scale](float root) {
-        return static_cast<int16_t>(static_cast<int>(root * scale + std::copysign(kRounding, root)));
-    };
-    channel.largest[band] = round(channel.largestRoots[band]);
-    for (size_t line = channel.bandStarts[band]; line < channel.bandStarts[band + 1]; line += kLinesAtOnce) {
-        for (size_t i = 0; i < kLinesAtOnce; ++i)
-            channel.values[line + i] = round(channel.roots[line + i]);
+    const float scale = sizes().inverseRoots[static_cast<size_t>(channel.steps[band])] * channel.gains[band];
+    channel.largest[band] = static_cast<int>(channel.largestRoots[band] * scale + kRounding);
+    if (channel.largest[band] == 0) {
+        std::fill_n(&channel.values[channel.bandStarts[band]], channel.width(band), 0);
+        return;
+    }
+    for (size_t line = channel.bandStarts[band]; line < channel.bandStarts[band + 1]; line += kLanes) {
+        const FloatLanes exact = lanesAt(&channel.roots[line]) * scale;
+        const FloatLanes rounded = exact + (exact < 0 ? sameInAll(-kRounding) : sameInAll(kRounding));
+        put(__builtin_convertvector(rounded, IntLanes), &channel.values[line]);
     }
 }
 
-void AACPacketCoder::limitDifferences(AACChannel& channel) const
+/// With all steps changed by `offset`.
+void quantize(AACPacket& packet, int offset)
+{
+    for (size_t index = 0; index < packet.channelCount; ++index) {
+        AACChannel& channel = packet.channels[index];
+        channel.gains.fill(1);
+        for (size_t band = 0; band < channel.bandCount(); ++band) {
+            channel.steps[band] =
+                std::clamp(channel.wishedSteps[band] + offset, channel.finestSteps[band], kLargestStep);
+            quantizeBand(channel, band);
+        }
+    }
+}
+
+/// Quantizes with all steps changed by `offset` and returns about how many bits the packet takes then.
+int bitsWith(AACPacket& packet, int offset)
+{
+    quantize(packet, offset);
+    int bits = 0;
+    for (size_t index = 0; index < packet.channelCount; ++index)
+        bits += bitsOfValues(packet.channels[index]);
+    return bits;
+}
+
+/// The least change of all steps with which the packet takes no more bits than it may.
+int offsetFor(AACPacket& packet, int wantedBits)
+{
+    // Where noise is masked well enough the packet takes no more than it should.
+    const int enough = std::max(kEnoughOffset - static_cast<int>(packet.unevenness), -kMostOffset);
+    const int enoughBits = bitsWith(packet, enough);
+    const int coarseBits = bitsOfCoarsePacket(packet, wantedBits);
+    const bool isCoarse = enoughBits > coarseBits;
+    const int mostBits = isCoarse ? coarseBits : wantedBits;
+    // An offset with which the packet takes more bits, and one with which it does not; the ends are not tried.
+    int finer = isCoarse ? enough : -kMostOffset - 1;
+    int coarser = isCoarse ? kMostOffset : enough;
+    std::optional<int> finerBits;
+    int coarserBits = 0;
+    if (isCoarse)
+        finerBits = enoughBits;
+    else
+        coarserBits = enoughBits;
+    for (int tries = 1; finer + 1 < coarser; ++tries) {
+        int offset = 0;
+        if (tries % 3 == 0) // Bits do not fall evenly: the guess from both can come near from one side alone.
+            offset = (finer + coarser) >> 1;
+        else if (finerBits)
+            offset = finer + (coarser - finer) * (*finerBits - mostBits) / (*finerBits - coarserBits) + 1;
+        else // About a sixteenth for each step.
+            offset = coarser - 16 * (mostBits - coarserBits) / std::max(coarserBits, 1);
+        offset = std::clamp(offset, finer + 1, coarser - 1);
+        const int bits = bitsWith(packet, offset);
+        if (bits > mostBits) {
+            finer = offset;
+            finerBits = bits;
+        } else {
+            coarser = offset;
+            coarserBits = bits;
+        }
+    }
+    return coarser;
+}
+
+/// Keeps the energy of every band.
+void keepBandLevels(AACChannel& channel)
+{
+    // Rounding down takes away from the level of what is coded coarsely.
+    for (size_t band = 0; band < channel.bandCount(); ++band) {
+        const float size = sizes().ofSteps[static_cast<size_t>(channel.steps[band])];
+        float& gain = channel.gains[band];
+        for (int pass = 0; pass < 3; ++pass) {
+            if (channel.largest[band] == 0 || channel.largest[band] > kSmallValue)
+                break;
+            const auto values = channel.valuesOf(band);
+            const auto energyAt = [&](size_t i) {
+                return sizes().smallEnergies[static_cast<size_t>(std::abs(values[i]))];
+            };
+            FloatLanes energies{};
+            for (size_t i = 0; i < values.size(); i += kLanes)
+                energies += FloatLanes{energyAt(i), energyAt(i + 1), energyAt(i + 2), energyAt(i + 3)};
+            const float ratio = channel.energies[band] / (sumOf(energies) * size * size);
+            if (std::abs(ratio - 1) < 0.02F)
+                break;
+            // Values follow the power of 3/8 of an energy; more of them also become larger than zero.
+            gain = std::clamp(gain * std::pow(ratio, 0.3F), 0.85F, 1.2F);
+            quantizeBand(channel, band);
+        }
+    }
+}
+
+void limitDifferences(AACChannel& channel)
 {
     // Steps are made larger only: a smaller one would not hold the band's peak. What is then cut to zero is no longer
     // coded, which can leave another difference.
@@ -387,57 +497,16 @@ void AACPacketCoder::limitDifferences(AACChannel& channel) const
     }
 }
 
-void AACPacketCoder::quantize(AACPacket& packet, int offset) const
-{
-    for (size_t index = 0; index < packet.channelCount; ++index) {
-        AACChannel& channel = packet.channels[index];
-        channel.gains.fill(1);
-        for (size_t band = 0; band < channel.bandCount(); ++band) {
-            channel.steps[band] =
-                std::clamp(channel.wishedSteps[band] + offset, channel.finestSteps[band], kLargestStep);
-            quantizeBand(channel, band);
-        }
-    }
-}
-
-void AACPacketCoder::keepBandLevels(AACChannel& channel) const
-{
-    // Rounding down takes away from the level of what is coded coarsely.
-    for (size_t band = 0; band < channel.bandCount(); ++band) {
-        const auto values = channel.valuesOf(band);
-        const float size = stepSizes_[static_cast<size_t>(channel.steps[band])];
-        float& gain = channel.gains[band];
-        for (int pass = 0; pass < 3; ++pass) {
-            float energy = 0;
-            int largest = 0;
-            for (const int16_t value : values) {
-                const int magnitude = std::abs(int{value});
-                largest = std::max(largest, magnitude);
-                energy += fourThirds_[static_cast<size_t>(magnitude)] * fourThirds_[static_cast<size_t>(magnitude)];
-            }
-            if (largest == 0 || largest > kSmallValue)
-                break;
-            const float ratio = channel.energies[band] / (energy * size * size);
-            if (std::abs(ratio - 1) < 0.02F)
-                break;
-            // Values follow the power of 3/8 of an energy; more of them also become larger than zero.
-            gain = std::clamp(gain * std::pow(ratio, 0.3F), 0.85F, 1.2F);
-            quantizeBand(channel, band);
-        }
-    }
-}
+} // namespace
 
 void AACPacketCoder::findErrors(const AACPacket& packet)
 {
     for (size_t index = 0; index < packet.channelCount; ++index) {
         const AACChannel& channel = packet.channels[index];
         for (size_t band = 0; band < channel.bandCount(); ++band) {
-            const float size = stepSizes_[static_cast<size_t>(channel.steps[band])];
-            for (size_t line = channel.bandStarts[band]; line < channel.bandStarts[band + 1]; ++line) {
-                const int value = channel.values[line];
-                const float magnitude = fourThirds_[static_cast<size_t>(std::abs(value))] * size;
-                changes_[index][line] = (value < 0 ? -magnitude : magnitude) - channel.lines[line];
-            }
+            const float size = sizes().ofSteps[static_cast<size_t>(channel.steps[band])];
+            for (size_t line = channel.bandStarts[band]; line < channel.bandStarts[band + 1]; ++line)
+                changes_[index][line] = sizes().decodedOf(channel.values[line]) * size - channel.lines[line];
         }
     }
     separate(packet, changes_);
@@ -495,53 +564,6 @@ void AACPacketCoder::keepHalfLevels(AACPacket& packet)
     }
     if (best != shifts)
         quantizeShifted(packet, best);
-}
-
-int AACPacketCoder::bitsWith(AACPacket& packet, int offset) const
-{
-    quantize(packet, offset);
-    int bits = 0;
-    for (size_t index = 0; index < packet.channelCount; ++index)
-        bits += bitsOfValues(packet.channels[index]);
-    return bits;
-}
-
-int AACPacketCoder::offsetFor(AACPacket& packet, int wantedBits) const
-{
-    // Where noise is masked well enough the packet takes no more than it should.
-    const int enough = std::max(kEnoughOffset - static_cast<int>(packet.unevenness), -kMostOffset);
-    const int enoughBits = bitsWith(packet, enough);
-    const int coarseBits = bitsOfCoarsePacket(packet, wantedBits);
-    const bool isCoarse = enoughBits > coarseBits;
-    const int mostBits = isCoarse ? coarseBits : wantedBits;
-    // An offset with which the packet takes more bits, and one with which it does not; the ends are not tried.
-    int finer = isCoarse ? enough : -kMostOffset - 1;
-    int coarser = isCoarse ? kMostOffset : enough;
-    std::optional<int> finerBits;
-    int coarserBits = 0;
-    if (isCoarse)
-        finerBits = enoughBits;
-    else
-        coarserBits = enoughBits;
-    for (int tries = 1; finer + 1 < coarser; ++tries) {
-        int offset = 0;
-        if (tries % 3 == 0) // Bits do not fall evenly: the guess from both can come near from one side alone.
-            offset = (finer + coarser) >> 1;
-        else if (finerBits)
-            offset = finer + (coarser - finer) * (*finerBits - mostBits) / (*finerBits - coarserBits) + 1;
-        else // About a sixteenth for each step.
-            offset = coarser - 16 * (mostBits - coarserBits) / std::max(coarserBits, 1);
-        offset = std::clamp(offset, finer + 1, coarser - 1);
-        const int bits = bitsWith(packet, offset);
-        if (bits > mostBits) {
-            finer = offset;
-            finerBits = bits;
-        } else {
-            coarser = offset;
-            coarserBits = bits;
-        }
-    }
-    return coarser;
 }
 
 std::vector<uint8_t> AACPacketCoder::code(AACPacket& packet, int wantedBits)

@@ -13,34 +13,18 @@ namespace platform {
 /// Finds the steps of a packet's bands and writes it. No state between packets; one thread at a time.
 class AACPacketCoder final {
 public:
-    AACPacketCoder();
-
     /// @param wantedBits  the packet takes about as many; less where the sound needs no more
     /// @param packet      its channels are used up
     std::vector<uint8_t> code(AACPacket& packet, int wantedBits);
 
 private:
-    void prepare(AACChannel& channel, float evenNoise) const;
-    /// The least change of all steps with which the packet takes no more bits than it may.
-    int offsetFor(AACPacket& packet, int wantedBits) const;
-    /// Quantizes with all steps changed by `offset` and returns about how many bits the packet takes then.
-    int bitsWith(AACPacket& packet, int offset) const;
-    /// With all steps changed by `offset`.
-    void quantize(AACPacket& packet, int offset) const;
-    void quantizeBand(AACChannel& channel, size_t band) const;
-    /// Keeps the energy of every band.
-    void keepBandLevels(AACChannel& channel) const;
     /// Keeps the energy of each half of left and right.
     void keepHalfLevels(AACPacket& packet);
     /// Writes what decoding adds to the lines of left and right to `changes_`.
     void findErrors(const AACPacket& packet);
     /// Quantizes the lines with so much of each half added to them.
     void quantizeShifted(AACPacket& packet, const std::array<std::array<float, 2>, 2>& shifts);
-    void limitDifferences(AACChannel& channel) const;
 
-    std::vector<float> fourThirds_;
-    std::array<float, 256> inverseRootSteps_{};
-    std::array<float, 256> stepSizes_{};
     /// Of the lines of each channel.
     std::array<AACHalves::Lines, 2> changes_{};
 };

@@ -18,7 +18,7 @@ namespace {
 constexpr int kCannot = 1'000'000;
 
 /// Bits of a band's values in a book, word by word.
-int bitsInBook(std::span<const int16_t> values, int book)
+int bitsInBook(std::span<const int32_t> values, int book)
 {
     const int largestOfBook = kLargestOfBook[static_cast<size_t>(book)];
     int bits = 0;
@@ -26,7 +26,7 @@ int bitsInBook(std::span<const int16_t> values, int book)
     for (size_t i = 0; i < values.size(); i += lines) {
         size_t word = 0;
         for (size_t j = i; j < i + lines; ++j) {
-            const int magnitude = std::abs(int{values[j]});
+            const int magnitude = std::abs(values[j]);
             if (magnitude > largestOfBook)
                 return kCannot;
             const int digits = std::min(largestOfBook, 16);
@@ -50,7 +50,7 @@ int bitsOfChoice(const AACChannel& channel, std::span<const int> books)
     for (size_t band = 0; band < books.size(); ++band) {
         const auto values = channel.valuesOf(band);
         bits += bitsInBook(values, books[band]);
-        const bool isSilent = std::ranges::all_of(values, [](int16_t value) { return value == 0; });
+        const bool isSilent = std::ranges::all_of(values, [](int value) { return value == 0; });
         if (books[band] != 0)
             bits += isSilent ? 1 : 4;
         if (band % channel.bandsPerGroup() == 0 || books[band] != books[band - 1])
@@ -82,8 +82,8 @@ void fill(AACChannel& channel, std::minstd_rand& random)
         channel.largest[band] = 0;
         for (size_t line = channel.bandStarts[band]; line < channel.bandStarts[band + 1]; ++line) {
             const int value = static_cast<int>(random() % (2 * static_cast<unsigned>(most) + 1)) - most;
-            channel.values[line] = static_cast<int16_t>(value);
-            channel.largest[band] = std::max<int16_t>(channel.largest[band], static_cast<int16_t>(std::abs(value)));
+            channel.values[line] = value;
+            channel.largest[band] = std::max(channel.largest[band], std::abs(value));
         }
     }
 }
