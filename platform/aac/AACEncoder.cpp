@@ -44,17 +44,20 @@ public:
         std::vector<float> levels(attacks_.size());
         std::vector<float> slopes(attacks_.size());
         std::vector<float> bends(attacks_.size());
-        float last = 0;
-        float lastSlope = 0;
+        // The last two samples of the stretch before, then the stretch.
+        std::array<float, 2 + kStretch> part{};
+        std::array<float, kStretch> changes;
         for (size_t stretch = 0; stretch < attacks_.size(); ++stretch) {
-            for (size_t i = 0; i < kStretch; ++i) {
-                const float sample = samples[(stretch * kStretch + i) * channels + channel];
-                const float slope = sample - std::exchange(last, sample);
-                const float bend = slope - std::exchange(lastSlope, slope);
-                levels[stretch] += sample * sample;
-                slopes[stretch] += slope * slope;
-                bends[stretch] += bend * bend;
-            }
+            std::copy(part.end() - 2, part.end(), part.begin());
+            for (size_t i = 0; i < kStretch; ++i)
+                part[2 + i] = samples[(stretch * kStretch + i) * channels + channel];
+            levels[stretch] = energyOf(std::span(part).subspan(2));
+            for (size_t i = 0; i < kStretch; ++i)
+                changes[i] = part[i + 2] - part[i + 1];
+            slopes[stretch] = energyOf(changes);
+            for (size_t i = 0; i < kStretch; ++i)
+                changes[i] = part[i + 2] - 2 * part[i + 1] + part[i];
+            bends[stretch] = energyOf(changes);
         }
         // High sounds set in more sharply than low ones, which they must not hide behind.
         find(bends, 10);
@@ -143,15 +146,17 @@ public:
                               AACShape falling)
     {
         lookAround(around);
-        const auto window = around.subspan(kFrame * channels_, 2 * kFrame * channels_);
         packet_.shape = falling;
         packet_.sharesWindow = channels_ == 2 && sequences[0] == sequences[1];
         packet_.unevenness = 0;
+        const bool isAsLookedAt = rising == kShape && falling == kShape;
         for (size_t i = 0; i < channels_; ++i) {
-            Samples samples = channelOf(window, i);
+            Samples samples = lookAt(i, 1).samples;
             packet_.unevenness = std::max(packet_.unevenness, unevennessOf(samples));
-            transform_->transform(samples, sequences[i], rising, falling, spectra_[i]);
             packet_.channels[i].sequence = sequences[i];
+            isLookedAt_[i] = isAsLookedAt && sequences[i] == AACSequence::Long;
+            if (!isLookedAt_[i])
+                transform_->transform(samples, sequences[i], rising, falling, spectra_[i]);
             packet_.halves[i].energies = takeFirstHalf(samples, packet_.channels[i].isShort());
             transform_->transform(samples, sequences[i], rising, falling, firstHalves_[i]);
         }
@@ -177,26 +182,29 @@ private:
     using Samples = std::array<float, AACTransform::kSamples>;
     using Bands = std::array<float, AACChannel::kMostBands>;
 
-    Samples channelOf(std::span<const float> window, size_t index) const
-    {
+    /// A channel's sound in a long window of the usual shape, and what it masks.
+    struct Look {
         Samples samples;
-        for (size_t i = 0; i < samples.size(); ++i)
-            samples[i] = window[i * channels_ + index];
-        return samples;
-    }
+        Spectrum spectrum;
+        Bands energies;
+        Bands masked;
+    };
+
+    /// @param place  0 for the window a frame before the packet's, 1 for the packet's and 2 for that behind it
+    Look& lookAt(size_t channel, size_t place) { return looks_[channel][(oldestLook_ + place) % kLooks]; }
 
     /// Finds what long windows mask a frame before the packet, in its place and a frame behind it.
     void lookAround(std::span<const float> around)
     {
+        oldestLook_ = (oldestLook_ + 1) % kLooks;
         for (size_t i = 0; i < channels_; ++i) {
-            auto& masked = masked_[i];
-            std::rotate(masked.begin(), masked.begin() + 1, masked.end());
-            for (size_t place = hasLooked_ ? masked.size() - 1 : 0; place < masked.size(); ++place) {
-                Spectrum spectrum;
-                Bands energies;
+            for (size_t place = hasLooked_ ? kLooks - 1 : 0; place < kLooks; ++place) {
+                Look& look = lookAt(i, place);
                 const auto window = around.subspan(place * kFrame * channels_, 2 * kFrame * channels_);
-                transform_->transform(channelOf(window, i), AACSequence::Long, kShape, kShape, spectrum);
-                longMasking_.measure(spectrum, energies, masked[place]);
+                for (size_t sample = 0; sample < look.samples.size(); ++sample)
+                    look.samples[sample] = window[sample * channels_ + i];
+                transform_->transform(look.samples, AACSequence::Long, kShape, kShape, look.spectrum);
+                longMasking_.measure(look.spectrum, look.energies, look.masked);
             }
         }
         hasLooked_ = true;
@@ -225,13 +233,20 @@ private:
         const auto bands = longMasking_.bands();
         channel.groups = {1};
         channel.bandStarts.assign(bands.begin(), bands.end());
-        channel.lines = spectra_[index];
-        longMasking_.measure(channel.lines, channel.energies, channel.thresholds);
+        const Look& own = lookAt(index, 1);
+        if (isLookedAt_[index]) {
+            channel.lines = own.spectrum;
+            channel.energies = own.energies;
+            channel.thresholds = own.masked;
+        } else {
+            channel.lines = spectra_[index];
+            longMasking_.measure(channel.lines, channel.energies, channel.thresholds);
+        }
         // A tenth of the noise is heard in the window before, beside the sound there, and a tenth in the one behind.
         constexpr float kElsewhere = 5;
         for (size_t band = 0; band < channel.bandCount(); ++band)
-            channel.thresholds[band] = std::min({channel.thresholds[band], kElsewhere * masked_[index].front()[band],
-                                                 kElsewhere * masked_[index].back()[band]});
+            channel.thresholds[band] = std::min({channel.thresholds[band], kElsewhere * lookAt(index, 0).masked[band],
+                                                 kElsewhere * lookAt(index, 2).masked[band]});
         AACHalves& halves = packet_.halves[index];
         halves.lines[0] = firstHalves_[index];
         std::transform(channel.lines.begin(), channel.lines.end(), halves.lines[0].begin(), halves.lines[1].begin(),
@@ -357,12 +372,15 @@ private:
     const std::unique_ptr<AACTransform> transform_;
     AACPacketCoder coder_;
     AACPacket packet_;
+    static constexpr size_t kLooks = 3;
+    std::array<std::array<Look, kLooks>, 2> looks_{};
+    size_t oldestLook_ = 0;
+    bool hasLooked_ = false;
+    /// Of each channel: whether the packet's window is the one that was looked at; else its lines are here.
+    std::array<bool, 2> isLookedAt_{};
     std::array<Spectrum, 2> spectra_{};
     /// Of the sound in the first half of the packet's window.
     std::array<Spectrum, 2> firstHalves_{};
-    /// Of each channel: what is masked in the windows around.
-    std::array<std::array<Bands, 3>, 2> masked_{};
-    bool hasLooked_ = false;
 };
 
 } // namespace
