@@ -46,6 +46,8 @@ public:
     void progressChanged(const MovieProgress& progress) override
     {
         updates.push_back(progress);
+        if (cancels > 0)
+            cancelled = std::chrono::steady_clock::now();
         for (int i = 0; i < cancels; ++i)
             maker->cancel();
         cancels = 0;
@@ -53,6 +55,7 @@ public:
     std::vector<MovieProgress> updates;
     MovieMaker* maker = nullptr;
     int cancels = 0;
+    std::chrono::steady_clock::time_point cancelled;
 };
 
 class MovieMakerTest : public testing::Test {
@@ -407,9 +410,9 @@ TEST_F(MovieMakerTest, IsCancelledBetweenUpdates)
 TEST_F(MovieMakerTest, EndsAServiceThatDoesNotAnswerACancel)
 {
     listener_.cancels = 1;
-    const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(kindOf(make("ignores")), Kind::Cancelled);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
+    // It gets 0.3 seconds; the rest is a busy machine's.
+    EXPECT_LT(std::chrono::steady_clock::now() - listener_.cancelled, 3s);
     EXPECT_THAT(save_.entries(), IsEmpty());
 }
 
