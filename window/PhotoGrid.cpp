@@ -66,6 +66,8 @@ PhotoGrid::PhotoGrid(const Glib::RefPtr<Gtk::Builder>& builder, WindowState& sta
     const auto adjustment = scroll_->get_vadjustment();
     adjustment->signal_value_changed().connect([this] { scheduleView(); });
     adjustment->signal_changed().connect([this] { scheduleView(); });
+    // Of the width.
+    scroll_->get_hadjustment()->signal_changed().connect([this] { scheduleView(); });
 
     connections_.push_back(state_.session.photosChanged.connect([this](ListChange change) { photosChanged(change); }));
     connections_.push_back(state_.selection.changed.connect([this] { showSelection(); }));
@@ -106,16 +108,12 @@ void PhotoGrid::unbind(const Glib::RefPtr<Gtk::ListItem>& item)
 {
     auto* cell = dynamic_cast<PhotoCell*>(item->get_child());
     cells_.erase(cell);
-    cell->setPhoto({}, 0);
-    cell->show({}, {}, {});
+    cell->clear();
 }
 
 void PhotoGrid::show(PhotoCell& cell)
 {
     const PhotoID photo = *cell.photo();
-    // Numbers of the photos behind a change are other ones.
-    if (const auto index = state_.session.indexOf(photo))
-        cell.setPhoto(photo, *index);
     const PhotoState& state = state_.photos.state(photo);
     cell.show(state_.session.photo(photo).title, state, textureOf(state_.thumbnails.thumbnail(photo)));
     cell.setPlaying(playing_ == photo);
@@ -154,8 +152,10 @@ void PhotoGrid::photosChanged(ListChange change)
     isTaking_ = true;
     entries_->splice(static_cast<guint>(change.position), static_cast<guint>(change.removed), added);
     isTaking_ = false;
+    // Numbers of the photos behind a change are other ones.
     for (PhotoCell* cell : cells_)
-        show(*cell);
+        if (const auto index = state_.session.indexOf(*cell->photo()))
+            cell->setPhoto(*cell->photo(), *index);
     showSelection();
     scheduleView();
 }
@@ -253,9 +253,24 @@ void PhotoGrid::scheduleView()
     isViewScheduled_ = true;
     viewing_ = Glib::signal_idle().connect([this] {
         isViewScheduled_ = false;
+        fitColumns();
         tellView();
         return false;
     });
+}
+
+/// The list makes rows of as many photos as it may have columns, not as it has: of 30 columns nine hundred.
+void PhotoGrid::fitColumns()
+{
+    if (cells_.empty() || scroll_->get_width() <= 0)
+        return;
+    int minimum = 0;
+    int natural = 0;
+    int ignored = 0;
+    (*cells_.begin())->get_parent()->measure(Gtk::Orientation::HORIZONTAL, -1, minimum, natural, ignored, ignored);
+    const int columns = (scroll_->get_width() + natural - 1) / natural;
+    if (static_cast<int>(grid_->get_max_columns()) != columns)
+        grid_->set_max_columns(static_cast<guint>(columns));
 }
 
 void PhotoGrid::tellView()

@@ -71,6 +71,7 @@ private:
     void scrollTo(std::size_t index);
     void focusWhenShown(PhotoID photo);
     void scheduleView();
+    void fitColumns();
     void tellView();
     std::optional<Landing> landingAt(double x, double y) const;
     void scrollWhileDragging();

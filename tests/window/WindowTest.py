@@ -84,6 +84,28 @@ class PhotosTest(TestCase):
         window.press("Control+z")
         window.see_photos("a", "b", "c", "d")
 
+    def test_many_photos_stand_in_all_the_columns_that_fit_and_few_wait_beside_the_screen(self):
+        for number in range(300):
+            os.link(self.photos / "a.jpg", self.photos / f"e{number}.jpg")
+        settings = Path(os.environ["XDG_STATE_HOME"], "stillora", "window.ini")
+        settings.parent.mkdir(parents=True)
+        settings.write_text("[Window]\nwidth=1240\nheight=800\nmaximized=true\n")
+        window = self.start(self.photos)
+        window.see("label", "304 photos")
+
+        grid = window.see("table")
+
+        def columns():
+            boxes = [grid.get_child_at_index(i).get_component_iface().get_extents(program.people.Atspi.CoordType.WINDOW)
+                     for i in range(grid.get_child_count())]
+            drawn = [box for box in boxes if box.width > 0 and box.height > 0]
+            first = [box for box in drawn if box.y == min(box.y for box in drawn)]
+            # The number of those that fit, and of all that the toolkit has at hand.
+            return len(first), window.place(grid)[2] // first[0].width, len(boxes)
+
+        wait_until(lambda: (found := columns())[0] == found[1] > 4, lambda: f"a whole row, but {columns()}", 60)
+        self.assertLess(columns()[2], 33 * (columns()[1] + 1))
+
     def sort(self, window, label):
         window.click(window.see("push button", "Sort the photos"))
         window.choose(label)

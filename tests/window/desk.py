@@ -21,7 +21,7 @@ WINDOW_MANAGER = """<?xml version="1.0" encoding="UTF-8"?>
 
 
 class Desk:
-    def __init__(self, width=1400, height=900, **changes):
+    def __init__(self, width=1600, height=900, **changes):
         self.folder = Path(tempfile.mkdtemp(prefix="desk-"))
         self.processes = []
         home = self.folder / "home"
