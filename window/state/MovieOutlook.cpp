@@ -139,7 +139,8 @@ std::string MovieOutlook::lengthText() const
 
 std::string MovieOutlook::frameSizeText() const
 {
-    return frameSize_ ? fmt::format("{} × {}", frameSize_->width, frameSize_->height) : std::string();
+    // Isolated from left to right: between words of another direction the height would come first.
+    return frameSize_ ? fmt::format("\u2066{} × {}\u2069", frameSize_->width, frameSize_->height) : std::string();
 }
 
 std::string MovieOutlook::bytesText() const

@@ -37,7 +37,7 @@ public:
     /// @{
     /// "2 minutes, 5 seconds".
     std::string lengthText() const;
-    /// "1920 × 1080".
+    /// "1920 × 1080", the width first in texts of either direction.
     std::string frameSizeText() const;
     /// "about 24 MB".
     std::string bytesText() const;

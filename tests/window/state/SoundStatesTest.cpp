@@ -77,7 +77,7 @@ TEST_F(SoundStatesTest, TogetherWithThePhotosMakeAMovie)
     EXPECT_EQ(outlook_.music().length, 8s);
     EXPECT_EQ(outlook_.lengthText(), "8 seconds");
     EXPECT_EQ(outlook_.photosText(), "3 photos; 1 of them cannot be used");
-    EXPECT_EQ(outlook_.frameSizeText(), "320 × 240");
+    EXPECT_EQ(outlook_.frameSizeText(), "\u2066320 × 240\u2069");
     EXPECT_GT(outlook_.estimatedBytes(), 0U);
     const auto small = outlook_.estimatedBytes();
     bool isTold = false;
