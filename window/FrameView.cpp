@@ -86,6 +86,8 @@ void FrameView::togglePlaying()
 
 void FrameView::draftChanged()
 {
+    if (state_.draft.state() != Draft::State::Ready)
+        prepared_.reset();
     switch (state_.draft.state()) {
     case Draft::State::Making:
         if (mode_ == Mode::PlayingDraft)
@@ -100,6 +102,8 @@ void FrameView::draftChanged()
             const auto current = state_.selection.current();
             seekWanted_ = current ? state_.draft.startOf(*current) : std::nullopt;
             start(state_.draft.path(), Mode::PlayingDraft);
+        } else if (mode_ == Mode::Frame) {
+            prepare();
         }
         break;
     case Draft::State::Failed:
@@ -123,9 +127,20 @@ void FrameView::play(const std::filesystem::path& movie)
     start(movie, Mode::PlayingMovie);
 }
 
+/// Opening it takes longer than anybody who presses a button expects.
+void FrameView::prepare()
+{
+    const std::string path = state_.draft.path().string();
+    if (!prepared_ || prepared_->get_file()->get_path() != path)
+        prepared_ = Gtk::MediaFile::create_for_filename(path);
+}
+
 void FrameView::start(const std::filesystem::path& movie, Mode mode)
 {
-    media_ = Gtk::MediaFile::create_for_filename(movie.string());
+    if (mode == Mode::PlayingDraft)
+        prepare();
+    media_ =
+        mode == Mode::PlayingDraft ? std::exchange(prepared_, {}) : Gtk::MediaFile::create_for_filename(movie.string());
     picture_->set_paintable(media_);
     controls_->set_media_stream(media_);
     message_->set_visible(false);
@@ -133,6 +148,7 @@ void FrameView::start(const std::filesystem::path& movie, Mode mode)
     setMode(mode);
     watched_.push_back(media_->property_timestamp().signal_changed().connect([this] { tellPhoto(); }));
     watched_.push_back(media_->property_prepared().signal_changed().connect([this] { mediaChanged(); }));
+    watched_.push_back(media_->property_ended().signal_changed().connect([this] { mediaChanged(); }));
     watched_.push_back(media_->property_error().signal_changed().connect([this] { mediaChanged(); }));
     media_->play();
     mediaChanged();
@@ -147,6 +163,11 @@ void FrameView::mediaChanged()
         stopPlaying();
         if (playingFailed)
             playingFailed(reason);
+        return;
+    }
+    if (media_->get_ended()) {
+        // The button plays it once more.
+        stopPlaying();
         return;
     }
     if (media_->is_prepared() && seekWanted_) {
@@ -195,6 +216,8 @@ void FrameView::stopPlaying()
     setMode(Mode::Frame);
     state_.draft.stop();
     showFrame();
+    // Where it is still there, it is to play at once again.
+    draftChanged();
     if (playingChanged)
         playingChanged(std::nullopt);
 }

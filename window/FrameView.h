@@ -44,6 +44,7 @@ private:
 
     void showFrame();
     void draftChanged();
+    void prepare();
     void start(const std::filesystem::path& movie, Mode mode);
     void mediaChanged();
     void tellPhoto();
@@ -62,6 +63,8 @@ private:
     Gtk::MediaControls* const controls_;
     Mode mode_ = Mode::Frame;
     Glib::RefPtr<Gtk::MediaFile> media_;
+    /// The draft, opened before it is to be played; null where none is ready.
+    Glib::RefPtr<Gtk::MediaFile> prepared_;
     /// Where a draft begins to play once it can.
     std::optional<Seconds> seekWanted_;
     std::optional<PhotoID> told_;

@@ -18,6 +18,10 @@ WindowApplication::WindowApplication() : Gtk::Application("app.stillora.Window",
 
 WindowApplication::~WindowApplication()
 {
+    if (power_) {
+        g_signal_handlers_disconnect_by_data(power_, this);
+        g_object_unref(power_);
+    }
     window_.reset();
     if (state_)
         state_->finish();
@@ -49,11 +53,23 @@ void WindowApplication::showWindow()
 {
     if (!window_) {
         state_ = std::make_unique<WindowState>(loop_, folders_);
+        watchPower();
         reference();
         window_ =
             std::make_unique<MainWindow>(Glib::make_refptr_for_instance<Gtk::Application>(this), *state_, remembered_);
     }
     window_->present();
+}
+
+/// The desktop asks for power to be saved where its owner wants that, and when the battery is low.
+void WindowApplication::watchPower()
+{
+    const auto tell = +[](WindowApplication* application) {
+        application->state_->setHasPowerToSpare(!g_power_profile_monitor_get_power_saver_enabled(application->power_));
+    };
+    power_ = g_power_profile_monitor_dup_default();
+    g_signal_connect_swapped(power_, "notify::power-saver-enabled", G_CALLBACK(tell), this);
+    tell(this);
 }
 
 void WindowApplication::on_activate()

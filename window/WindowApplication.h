@@ -7,6 +7,7 @@
 
 #include <memory>
 
+#include <gtk/gtk.h>
 #include <gtkmm/application.h>
 
 namespace stillora::window {
@@ -26,12 +27,14 @@ protected:
 
 private:
     void showWindow();
+    void watchPower();
     void showAbout();
 
     GLibMainLoop loop_;
     const WindowFolders folders_ = WindowFolders::usual();
     RememberedState remembered_{folders_.state};
     std::unique_ptr<WindowState> state_;
+    GPowerProfileMonitor* power_ = nullptr;
     std::unique_ptr<MainWindow> window_;
 };
 

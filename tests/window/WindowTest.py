@@ -148,6 +148,51 @@ class MovieTest(TestCase):
         self.assertEqual(kinds, {"video", "audio"})
 
 
+class PlayingTest(TestCase):
+    def position(self, window):
+        return window.see("slider", "Position").get_value_iface().get_current_value()
+
+    def see_it_play_to_its_end(self, window):
+        """Where the pictures last eight seconds and the music two: the player is not to end with the music."""
+        window.see("push button", "Stop")
+        wait_until(lambda: self.position(window) > 5, "the pictures to go on without music")
+        wait_until(lambda: window.can("Play"), "the end")
+
+    def start_with_two_photos(self):
+        (self.photos / "c.jpg").unlink()
+        (self.photos / "d.jpg").unlink()
+        tone(self.folder / "one.wav", 2)
+        window = self.start(self.photos, self.folder / "one.wav", XDG_DATA_DIRS=self.data_without_programs())
+        window.see_photos("a", "b")
+        window.see("label", contains="The pictures last 8 seconds")
+        wait_until(lambda: window.can("Play"), "photos to play")
+        return window
+
+    def data_without_programs(self):
+        data = self.folder / "share"
+        data.mkdir()
+        for each in Path("/usr/share").iterdir():
+            if each.name != "applications":
+                (data / each.name).symlink_to(each)
+        return str(data)
+
+    def test_a_draft_plays_to_its_end_and_once_more(self):
+        window = self.start_with_two_photos()
+        for _ in range(2):
+            window.click(window.see("push button", "Play"))
+            self.see_it_play_to_its_end(window)
+
+    def test_a_movie_that_was_made_plays_in_the_window_where_no_other_program_plays_it(self):
+        window = self.start_with_two_photos()
+        window.press("Control+Return")
+        window.see("text", "Name")
+        window.press("Enter")
+        window.click(window.see("push button", contains="Play Movie"))
+        self.see_it_play_to_its_end(window)
+        window.click(window.see("push button", contains="Play Movie"))
+        window.see("push button", "Stop")
+
+
 class MusicTest(TestCase):
     def test_a_part_is_chosen_by_a_handle_and_by_a_typed_time(self):
         window = self.start(self.photos, SAMPLES / "Music.m4a")

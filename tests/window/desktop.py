@@ -12,13 +12,16 @@ from Xlib.protocol import event
 
 
 class HeldService:
-    """A rendering service that does nothing until it is let go, so that a movie takes as long as a test wants."""
+    """A rendering service that does nothing until it is let go, so that a movie takes as long as a test wants. Drafts that
+    nobody waits for yet are made as ever."""
 
     def __init__(self, folder):
         self.note = Path(folder, "service-waits")
         self.program = Path(folder, "held-service")
-        self.program.write_text(f"#!/bin/sh\necho $$ >'{self.note}.new'\nmv '{self.note}.new' '{self.note}'\n"
-                                f"kill -STOP $$\nexec '{BIN}/stillora-video-creator' \"$@\"\n")
+        service = f"'{BIN}/stillora-video-creator' \"$@\"\n"
+        self.program.write_text(f"#!/bin/sh\ntest $(nice) -le {os.nice(0)} || exec {service}"
+                                f"echo $$ >'{self.note}.new'\nmv '{self.note}.new' '{self.note}'\n"
+                                f"kill -STOP $$\nexec {service}")
         self.program.chmod(0o755)
 
     def process(self):

@@ -34,7 +34,21 @@ struct Background::Shared {
     std::size_t working GUARDED_BY(lock) = 0;
 };
 
-Background::Background(MainLoop& loop) : shared_(std::make_shared<Shared>())
+namespace {
+
+constexpr int kLowNiceness = 10;
+
+const std::shared_ptr<platform::DispatchQueue>& queueFor(Urgency urgency)
+{
+    static const auto& usual = *new auto(platform::DispatchQueue::global());
+    static const auto& low = *new auto(platform::DispatchQueue::create(
+        "low urgency", {.kind = platform::DispatchQueue::Kind::Concurrent, .niceness = kLowNiceness}));
+    return urgency == Urgency::Low ? low : usual;
+}
+
+} // namespace
+
+Background::Background(MainLoop& loop, Urgency urgency) : shared_(std::make_shared<Shared>()), urgency_(urgency)
 {
     shared_->owner = this;
     const platform::LockGuard guard(shared_->lock);
@@ -55,7 +69,7 @@ void Background::start(std::move_only_function<Delivery()> work)
         const platform::LockGuard guard(shared_->lock);
         ++shared_->working;
     }
-    platform::DispatchQueue::global()->async([shared = shared_, work = std::move(work)]() mutable {
+    queueFor(urgency_)->async([shared = shared_, work = std::move(work)]() mutable {
         Delivery delivery = work();
         // What it held, as the lock of a document, is free when the main thread hears of its end.
         work = nullptr;

@@ -10,11 +10,14 @@
 
 namespace stillora::window {
 
+/// Whether somebody waits for a work. Of low urgency it stands back for all others.
+enum class Urgency { Usual, Low };
+
 /// Work beside the main thread, whose results come back to it. Goes with the object that uses the results: what is
 /// still running when it goes ends by itself, and its results are dropped. Main thread.
 class Background final {
 public:
-    explicit Background(MainLoop& loop);
+    explicit Background(MainLoop& loop, Urgency urgency = Urgency::Usual);
     ~Background();
     Background(const Background&) = delete;
     Background& operator=(const Background&) = delete;
@@ -45,6 +48,7 @@ private:
     void start(std::move_only_function<Delivery()> work);
 
     const std::shared_ptr<Shared> shared_;
+    const Urgency urgency_;
     std::size_t running_ = 0;
 };
 

@@ -17,6 +17,11 @@ namespace {
 
 /// Until the document was left alone for so long, a draft is not made anew.
 constexpr std::chrono::milliseconds kQuiet{400};
+/// The same of a draft that nobody waits for.
+constexpr std::chrono::milliseconds kLongQuiet{1000};
+/// No more is made ahead than takes a few seconds.
+constexpr std::size_t kMostPhotosAhead = 60;
+constexpr Seconds kLongestMusicAhead{600};
 /// Longer movies are drafted with fewer lines, so that they are there as soon.
 constexpr std::size_t kMostPhotosOfLarge = 60;
 constexpr std::int64_t kLarge = 360;
@@ -87,32 +92,64 @@ bool Draft::isAsWanted() const
 void Draft::want()
 {
     isWanted_ = true;
-    if (state_ == State::Ready && isAsWanted())
+    if (isAhead_ && isAsWanted()) {
+        isAhead_ = false;
+        setState(State::Making);
+    } else if (state_ == State::Ready && isAsWanted()) {
         changed.emit();
-    else if (state_ != State::Making || !isAsWanted())
+    } else if (!outlook_.isComplete()) {
+        cancelWork();
+        waitsForFiles_ = true;
+        setState(State::Making);
+    } else if (state_ != State::Making || !isAsWanted()) {
         make();
+    }
 }
 
 void Draft::stop()
 {
     isWanted_ = false;
     ++postponements_;
-    if (state_ != State::Making)
+    if (state_ == State::Making) {
+        cancelWork();
+        setState(State::None);
+    }
+    makeAheadSoon();
+}
+
+void Draft::setMakesAhead(bool makesAhead)
+{
+    if (std::exchange(makesAhead_, makesAhead) == makesAhead)
         return;
-    work_.reset();
-    made_.reset();
-    setState(State::None);
+    if (!makesAhead && isAhead_)
+        cancelWork();
+    makeAheadSoon();
 }
 
 void Draft::outlookChanged()
 {
-    if (state_ == State::None || isAsWanted())
+    if ((isAhead_ || state_ != State::None) && isAsWanted())
         return;
     if (isWanted_) {
-        makeSoon();
+        if (waitsForFiles_ && outlook_.isComplete())
+            make();
+        else if (!waitsForFiles_ && state_ != State::None)
+            makeSoon();
         return;
     }
-    setState(State::None);
+    if (isAhead_)
+        cancelWork();
+    if (state_ != State::None)
+        setState(State::None);
+    makeAheadSoon();
+}
+
+void Draft::cancelWork()
+{
+    work_.reset();
+    made_.reset();
+    isAhead_ = false;
+    waitsForFiles_ = false;
 }
 
 void Draft::makeSoon()
@@ -126,10 +163,26 @@ void Draft::makeSoon()
     });
 }
 
+void Draft::makeAheadSoon()
+{
+    if (!makesAhead_ || isWanted_ || isAhead_ || state_ == State::Ready)
+        return;
+    loop_.postAfter(kLongQuiet, [this, alive = isAlive_, mine = ++postponements_] {
+        if (*alive && mine == postponements_ && makesAhead_ && isWorthMakingAhead())
+            make();
+    });
+}
+
+bool Draft::isWorthMakingAhead() const
+{
+    return outlook_.isComplete() && outlook_.canBeMade() && outlook_.request().photos.size() <= kMostPhotosAhead &&
+           outlook_.request().plan.musicEnd <= kLongestMusicAhead;
+}
+
 void Draft::make()
 {
     ++postponements_;
-    work_.reset();
+    cancelWork();
     if (!outlook_.canBeMade()) {
         error_ = {ErrorCode::NothingToShow, {}, localized("There is no photo to show.")};
         setState(State::Failed);
@@ -145,12 +198,15 @@ void Draft::make()
     request.saveFolder = folder_;
     request.document.reset();
     request.use = MovieUse::Anywhere;
+    isAhead_ = !isWanted_;
     fraction_.reset();
     started_ = std::chrono::steady_clock::now();
-    setState(State::Making);
+    if (!isAhead_)
+        setState(State::Making);
     work_ = std::make_unique<MovieWork>(loop_, std::move(request),
                                         MovieWork::Handlers{[this](const MovieProgress& news) { progressed(news); },
-                                                            [this](Result<Movie> made) { take(std::move(made)); }});
+                                                            [this](Result<Movie> made) { take(std::move(made)); }},
+                                        isAhead_ ? Urgency::Low : Urgency::Usual);
 }
 
 void Draft::progressed(const MovieProgress& progress)
@@ -160,12 +216,14 @@ void Draft::progressed(const MovieProgress& progress)
         const double all = (elapsed + *progress.timeLeft).count();
         fraction_ = std::clamp(all > 0 ? elapsed.count() / all : 0, fraction_.value_or(0), 1.0);
     }
-    changed.emit();
+    if (!isAhead_)
+        changed.emit();
 }
 
 void Draft::take(Result<Movie> made)
 {
     work_.reset();
+    const bool wasAhead = std::exchange(isAhead_, false);
     if (made) {
         std::error_code ignored;
         if (!path_.empty() && path_ != made->path)
@@ -175,6 +233,9 @@ void Draft::take(Result<Movie> made)
         return;
     }
     made_.reset();
+    // Whoever wants it later is told why there is none.
+    if (wasAhead)
+        return;
     error_ = made.error();
     setState(error_.code == ErrorCode::Cancelled ? State::None : State::Failed);
 }

@@ -20,11 +20,12 @@
 namespace stillora::window {
 
 /// A small movie of the document, made by the service into a folder of the cache, to be played in the window. Once it
-/// was wanted, it is made anew when the document changes. Main thread.
+/// was wanted, it is made anew when the document changes. Where that may be, it is made before anybody wants it, so
+/// that it plays at once. Main thread.
 class Draft final {
 public:
     enum class State {
-        /// Nobody wants one.
+        /// Nobody wants one, though one may be made ahead.
         None,
         Making,
         /// It is there, and as the document is.
@@ -39,10 +40,17 @@ public:
     Draft(const Draft&) = delete;
     Draft& operator=(const Draft&) = delete;
 
-    /// Has it made, unless it is there already.
+    /// Has it made, unless it is there already or being made.
     void want();
-    /// Cancels what is being made, and makes no more of them. What is there stays until it is wanted again.
+    /// Nobody wants it any more: cancels what is being made. What is there stays until it is wanted again.
     void stop();
+
+    /// Whether it is made before anybody wants it, once for every state of the document in which that is left alone for
+    /// a moment, standing back for all other programs; where all files are known, of few photos, and of a short movie
+    /// alone. Off at first. Cancels what nobody waits for.
+    void setMakesAhead(bool makesAhead);
+    /// Whether it is being made though nobody wants it yet.
+    bool isMakingAhead() const { return isAhead_; }
 
     State state() const { return state_; }
     /// From 0 to 1 while it is made; nothing while that is not known.
@@ -66,7 +74,10 @@ private:
     void outlookChanged();
     bool isAsWanted() const;
     void makeSoon();
+    void makeAheadSoon();
+    bool isWorthMakingAhead() const;
     void make();
+    void cancelWork();
     void progressed(const MovieProgress& progress);
     void take(Result<Movie> made);
     void setState(State state);
@@ -77,6 +88,10 @@ private:
     const std::filesystem::path folder_;
     State state_ = State::None;
     bool isWanted_ = false;
+    bool makesAhead_ = false;
+    bool isAhead_ = false;
+    /// Whether it is wanted and begins as soon as all files were looked at.
+    bool waitsForFiles_ = false;
     /// How often making was put off; the last time counts.
     unsigned postponements_ = 0;
     std::chrono::steady_clock::time_point started_;

@@ -115,6 +115,7 @@ void MovieOutlook::reckon()
     estimatedBytes_ = 0;
     request_.reset();
     requestPhotos_ = photos_.usableIDs();
+    wasComplete_ = areFilesKnown();
     if (wish.photos.empty())
         return;
     frameSize_ = frameSizeForQuality(settings.quality, wish.photos);
@@ -163,6 +164,11 @@ std::string MovieOutlook::photosText() const
 }
 
 bool MovieOutlook::isComplete() const
+{
+    return wasComplete_ && areFilesKnown();
+}
+
+bool MovieOutlook::areFilesKnown() const
 {
     return photos_.waitingCount() == 0 && !sounds_.isAnyWaiting();
 }

@@ -51,7 +51,7 @@ public:
     const MovieRequest& request() const { return *request_; }
     /// The photos of the request.
     const std::vector<PhotoID>& requestPhotos() const { return requestPhotos_; }
-    /// Whether all files were looked at.
+    /// Whether all files were looked at, and all of this reckoned from what came of that.
     bool isComplete() const;
 
     /// All of the above may be another.
@@ -60,6 +60,7 @@ public:
 private:
     void schedule();
     void reckon();
+    bool areFilesKnown() const;
 
     MainLoop& loop_;
     DocumentSession& session_;
@@ -71,6 +72,7 @@ private:
     std::shared_ptr<const MovieRequest> request_;
     std::vector<PhotoID> requestPhotos_;
     bool isScheduled_ = false;
+    bool wasComplete_ = true;
     const std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
     Connection sessionChanged_;
     Connection photosChanged_;

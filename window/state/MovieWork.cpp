@@ -44,8 +44,9 @@ struct MovieWork::Shared final : MovieMaker::Observer, std::enable_shared_from_t
     std::optional<MovieProgress> news GUARDED_BY(lock);
 };
 
-MovieWork::MovieWork(MainLoop& loop, MovieRequest request, Handlers handlers)
-    : shared_(std::make_shared<Shared>(loop)), background_(loop)
+// A process begins with the niceness of the thread that starts it.
+MovieWork::MovieWork(MainLoop& loop, MovieRequest request, Handlers handlers, Urgency urgency)
+    : shared_(std::make_shared<Shared>(loop)), background_(loop, urgency)
 {
     shared_->handlers = std::move(handlers);
     background_.run(

@@ -23,7 +23,8 @@ public:
     };
 
     /// Starts at once.
-    MovieWork(MainLoop& loop, MovieRequest request, Handlers handlers);
+    /// @param urgency  of low urgency, the service too stands back for other programs
+    MovieWork(MainLoop& loop, MovieRequest request, Handlers handlers, Urgency urgency = Urgency::Usual);
     /// Cancels; no handler is called.
     ~MovieWork();
     MovieWork(const MovieWork&) = delete;

@@ -84,6 +84,12 @@ void Thumbnails::setView(std::size_t first, std::size_t end)
     makeOn();
 }
 
+void Thumbnails::setPaused(bool isPaused)
+{
+    isPaused_ = isPaused;
+    makeOn();
+}
+
 std::optional<PhotoID> Thumbnails::nextWanted()
 {
     const auto& photos = session_.photos();
@@ -104,7 +110,7 @@ std::optional<PhotoID> Thumbnails::nextWanted()
 
 void Thumbnails::makeOn()
 {
-    while (making_.size() < mostAtOnce()) {
+    while (!isPaused_ && making_.size() < mostAtOnce()) {
         const auto id = nextWanted();
         if (!id)
             return;

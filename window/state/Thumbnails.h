@@ -43,6 +43,9 @@ public:
     /// @param end  one behind the last
     void setView(std::size_t first, std::size_t end);
 
+    /// While it waits for nothing but the processors, nothing new is begun.
+    void setPaused(bool isPaused);
+
 private:
     struct Kept {
         PhotoID id;
@@ -58,6 +61,7 @@ private:
     const std::filesystem::path cache_;
     std::size_t viewFirst_ = 0;
     std::size_t viewEnd_ = 0;
+    bool isPaused_ = false;
     /// The one that was asked for last stands first.
     std::list<Kept> kept_;
     std::unordered_map<PhotoID, std::list<Kept>::iterator> found_;

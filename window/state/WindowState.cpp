@@ -16,6 +16,21 @@ WindowState::WindowState(MainLoop& loop, const WindowFolders& folders)
       frame(loop, session, selection, photos, outlook), draft(loop, outlook, folders.cache), making(loop, outlook)
 {
     session.setKnownFacts([this](PhotoID id) { return photos.facts(id); });
+    // Somebody waits for a draft, and nobody for small pictures.
+    draftChanged_ = draft.changed.connect([this] { thumbnails.setPaused(draft.state() == Draft::State::Making); });
+    makingChanged_ = making.changed.connect([this] { letDraftsBeMadeAhead(); });
+    letDraftsBeMadeAhead();
+}
+
+void WindowState::setHasPowerToSpare(bool hasPower)
+{
+    hasPowerToSpare_ = hasPower;
+    letDraftsBeMadeAhead();
+}
+
+void WindowState::letDraftsBeMadeAhead()
+{
+    draft.setMakesAhead(hasPowerToSpare_ && !making.isGoingOn());
 }
 
 void WindowState::setView(std::size_t first, std::size_t end)
@@ -26,6 +41,7 @@ void WindowState::setView(std::size_t first, std::size_t end)
 
 void WindowState::finish()
 {
+    draft.setMakesAhead(false);
     draft.stop();
     making.finish();
     session.finish();

@@ -35,6 +35,8 @@ struct WindowState {
     /// Sets what is on the screen of the photos, for those that work in the background.
     /// @param end  one behind the last
     void setView(std::size_t first, std::size_t end);
+    /// Whether the machine has power for work that nobody waits for.
+    void setHasPowerToSpare(bool hasPower);
     /// Ends all work and saves, for the end of the program: blocks for a few seconds at the most.
     void finish();
 
@@ -47,6 +49,13 @@ struct WindowState {
     FramePreview frame;
     Draft draft;
     MovieMaking making;
+
+private:
+    void letDraftsBeMadeAhead();
+
+    bool hasPowerToSpare_ = true;
+    Connection draftChanged_;
+    Connection makingChanged_;
 };
 
 } // namespace stillora::window

@@ -144,6 +144,64 @@ TEST_F(DraftTest, IsGoneWithTheWindow)
     EXPECT_TRUE(fs::is_empty(cache / "drafts"));
 }
 
+TEST_F(DraftTest, IsThereBeforeItIsWantedWhereThatMayBe)
+{
+    addPhotos(3);
+    draft_.setMakesAhead(true);
+    ASSERT_TRUE(loop_.runUntil([&] { return draft_.isMakingAhead(); }));
+    EXPECT_EQ(draft_.state(), Draft::State::None);
+    ASSERT_TRUE(waitFor(Draft::State::Ready));
+    EXPECT_FALSE(draft_.isMakingAhead());
+    const auto path = draft_.path();
+    int told = 0;
+    const auto connection = draft_.changed.connect([&] { ++told; });
+    draft_.want();
+    EXPECT_EQ(draft_.state(), Draft::State::Ready);
+    EXPECT_EQ(draft_.path(), path);
+    EXPECT_EQ(told, 1);
+}
+
+TEST_F(DraftTest, ThatIsMadeAheadIsTakenOverByWhoeverWantsIt)
+{
+    addPhotos(3);
+    draft_.setMakesAhead(true);
+    ASSERT_TRUE(loop_.runUntil([&] { return draft_.isMakingAhead(); }));
+    draft_.want();
+    EXPECT_EQ(draft_.state(), Draft::State::Making);
+    EXPECT_FALSE(draft_.isMakingAhead());
+    ASSERT_TRUE(waitFor(Draft::State::Ready)) << draft_.error().message;
+}
+
+TEST_F(DraftTest, IsMadeAheadOncePerStateOfTheDocumentAndNotWhileThatChanges)
+{
+    addPhotos(3);
+    draft_.setMakesAhead(true);
+    ASSERT_TRUE(loop_.runUntil([&] { return draft_.isMakingAhead(); }));
+    const auto last = session_->photos()[2];
+    session_->reversePhotos();
+    ASSERT_TRUE(loop_.runUntil([&] { return !draft_.isMakingAhead(); })) << "what nobody needs any more is cancelled";
+    ASSERT_TRUE(waitFor(Draft::State::Ready));
+    EXPECT_EQ(draft_.photoAt(0s), last);
+    session_->reversePhotos();
+    ASSERT_TRUE(waitFor(Draft::State::None));
+    draft_.setMakesAhead(false);
+    bool isTimeUp = false;
+    loop_.postAfter(1500ms, [&] { isTimeUp = true; });
+    ASSERT_TRUE(loop_.runUntil([&] { return isTimeUp || draft_.isMakingAhead(); }));
+    EXPECT_FALSE(draft_.isMakingAhead());
+    EXPECT_EQ(draft_.state(), Draft::State::None);
+}
+
+TEST_F(DraftTest, OfManyPhotosIsMadeOnlyWhereItIsWanted)
+{
+    addPhotos(61);
+    draft_.setMakesAhead(true);
+    bool isTimeUp = false;
+    loop_.postAfter(1500ms, [&] { isTimeUp = true; });
+    ASSERT_TRUE(loop_.runUntil([&] { return isTimeUp || draft_.isMakingAhead(); }));
+    EXPECT_FALSE(draft_.isMakingAhead());
+}
+
 TEST_F(DraftTest, FailsWithoutPhotos)
 {
     draft_.want();
