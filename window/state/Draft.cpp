@@ -92,10 +92,8 @@ bool Draft::isAsWanted() const
 void Draft::want()
 {
     isWanted_ = true;
-    if (isAhead_ && isAsWanted()) {
-        isAhead_ = false;
-        setState(State::Making);
-    } else if (state_ == State::Ready && isAsWanted()) {
+    // What is made ahead is given up: on a busy machine it would never be ready.
+    if (state_ == State::Ready && isAsWanted()) {
         changed.emit();
     } else if (!outlook_.isComplete()) {
         cancelWork();

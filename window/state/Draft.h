@@ -40,7 +40,7 @@ public:
     Draft(const Draft&) = delete;
     Draft& operator=(const Draft&) = delete;
 
-    /// Has it made, unless it is there already or being made.
+    /// Has it made, unless it is there already or being made for somebody.
     void want();
     /// Nobody wants it any more: cancels what is being made. What is there stays until it is wanted again.
     void stop();

@@ -161,7 +161,7 @@ TEST_F(DraftTest, IsThereBeforeItIsWantedWhereThatMayBe)
     EXPECT_EQ(told, 1);
 }
 
-TEST_F(DraftTest, ThatIsMadeAheadIsTakenOverByWhoeverWantsIt)
+TEST_F(DraftTest, ThatIsMadeAheadIsBegunAnewForWhoeverWantsIt)
 {
     addPhotos(3);
     draft_.setMakesAhead(true);
