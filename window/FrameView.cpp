@@ -102,8 +102,6 @@ void FrameView::draftChanged()
             const auto current = state_.selection.current();
             seekWanted_ = current ? state_.draft.startOf(*current) : std::nullopt;
             start(state_.draft.path(), Mode::PlayingDraft);
-        } else if (mode_ == Mode::Frame) {
-            prepare();
         }
         break;
     case Draft::State::Failed:
@@ -127,7 +125,6 @@ void FrameView::play(const std::filesystem::path& movie)
     start(movie, Mode::PlayingMovie);
 }
 
-/// Opening it takes longer than anybody who presses a button expects.
 void FrameView::prepare()
 {
     const std::string path = state_.draft.path().string();
@@ -216,8 +213,6 @@ void FrameView::stopPlaying()
     setMode(Mode::Frame);
     state_.draft.stop();
     showFrame();
-    // Where it is still there, it is to play at once again.
-    draftChanged();
     if (playingChanged)
         playingChanged(std::nullopt);
 }
