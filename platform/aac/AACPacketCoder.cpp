@@ -366,7 +366,10 @@ void prepare(AACChannel& channel, float evenNoise)
 
 void quantizeBand(AACChannel& channel, size_t band)
 {
-    const float scale = sizes().inverseRoots[static_cast<size_t>(channel.steps[band])] * channel.gains[band];
+    // Steps are chosen for the peak; lines that are raised afterwards, to keep the level of short times, stay codable.
+    const float most = static_cast<float>(Sizes::kLargestValue) / std::max(channel.largestRoots[band], 1e-20F);
+    const float scale =
+        std::min(most, sizes().inverseRoots[static_cast<size_t>(channel.steps[band])] * channel.gains[band]);
     channel.largest[band] = static_cast<int>(channel.largestRoots[band] * scale + kRounding);
     if (channel.largest[band] == 0) {
         std::fill_n(&channel.values[channel.bandStarts[band]], channel.width(band), 0);

@@ -196,6 +196,8 @@ void Draft::make()
     request.saveFolder = folder_;
     request.document.reset();
     request.use = MovieUse::Anywhere;
+    // Those of the draft before, which stays until this one is there.
+    request.reusesFrames = true;
     isAhead_ = !isWanted_;
     fraction_.reset();
     started_ = std::chrono::steady_clock::now();

@@ -50,6 +50,7 @@ void MovieMaking::start(const std::string& title, const std::filesystem::path& f
     request.saveFolder = folder;
     // By the document's name the service would name the movie.
     request.document.reset();
+    request.reusesFrames = true;
     state_ = State::Making;
     stage_ = localized("Starting");
     fraction_.reset();
