@@ -1,6 +1,7 @@
 #include "client/FrameMemory.h"
 
 #include "client/WatermarkChoice.h"
+#include "platform/bytes/ByteSource.h"
 #include "platform/faces/CIDetectorModule.h"
 #include "platform/files/NSFileManager.h"
 #include "platform/system/SHA256.h"
@@ -8,9 +9,8 @@
 #include "video/FramePlacement.h"
 
 #include <algorithm>
-#include <array>
+#include <chrono>
 #include <map>
-#include <span>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
@@ -21,7 +21,6 @@ namespace stillora {
 
 namespace {
 
-using platform::FileBytes;
 using platform::FileState;
 using platform::NSURL;
 
@@ -34,10 +33,6 @@ constexpr size_t kMostMovies = 40;
 /// Larger ones are none of ours: a key for each frame of the longest movie takes less.
 constexpr uint64_t kLargestRecord = 64 << 20;
 
-/// Of a photo's bytes at each of its ends. What tells of a change without another length or time is there: marks of
-/// orientation and date at the front, the last of the pixels at the back.
-constexpr int64_t kEndBytes = 16 << 10;
-
 /// Of a digest, in digits: as unlikely to meet as two that are whole.
 constexpr size_t kKeyLength = 32;
 
@@ -49,19 +44,12 @@ std::string textOf(const FileState& state)
     return fmt::format("{} {} {} {}.{:09}", state.device, state.number, state.size, state.seconds, state.nanoseconds);
 }
 
-/// @return empty if it cannot be read
-std::string endsOf(const FileBytes& file)
+/// Whether the file is as it was looked at.
+bool isUnchanged(const PhotoFacts& photo)
 {
-    std::array<uint8_t, kEndBytes> piece;
-    platform::SHA256 hash;
-    const int64_t length = std::min(file.size(), kEndBytes);
-    for (const int64_t start : {int64_t{0}, file.size() - length}) {
-        const auto bytes = std::span(piece).first(static_cast<size_t>(length));
-        if (length == 0 || !file.read(start, bytes))
-            return {};
-        hash.add(std::as_bytes(bytes));
-    }
-    return hash.digest();
+    const FileState state = FileState::ofFile(photo.path.native());
+    const auto modified = std::chrono::seconds(state.seconds) + std::chrono::nanoseconds(state.nanoseconds);
+    return state.size == photo.fileSize && modified == photo.modified.time_since_epoch();
 }
 
 /// What all frames of a request have in common.
@@ -119,33 +107,25 @@ std::vector<StoredRecord> recordsIn(const std::filesystem::path& folder)
 } // namespace
 
 FrameKeys::FrameKeys(const MovieRequest& request, const std::string& program)
-    : framesPerPhoto_(request.plan.framesPerPhoto)
+    : photos_(request.photos), framesPerPhoto_(request.plan.framesPerPhoto)
 {
     const std::string style = styleOf(request, program);
-    const size_t count = request.plan.frameCount(request.photos.size());
+    const size_t count = request.plan.frameCount(photos_.size());
     const bool hasWatermark = drawsWatermark(request.watermark);
-    for (const PhotoFacts& photo : request.photos) {
-        const FileBytes file(photo.path.native());
-        const std::string ends = file.isOpen() ? endsOf(file) : std::string();
-        photos_.push_back({photo.path.native(), file.state()});
-        for (size_t i = 0; i < framesPerPhoto_; ++i) {
-            const size_t place = keys_.size();
-            if (ends.empty()) {
-                keys_.emplace_back();
-                continue;
-            }
-            platform::SHA256 hash;
-            hash.add(fmt::format("{} {}.{:09} {} {} {}", file.size(), file.state().seconds, file.state().nanoseconds,
-                                 ends, style, hasWatermark && carriesWatermark(place, count)));
-            keys_.push_back(hash.digest().substr(0, kKeyLength));
-        }
+    for (size_t place = 0; place < count; ++place) {
+        const PhotoFacts& photo = photos_[place / framesPerPhoto_];
+        platform::SHA256 hash;
+        hash.add(fmt::format("{} {} {} {} {}", photo.fileSize, photo.modified.time_since_epoch().count(),
+                             photo.fingerprint, style, hasWatermark && carriesWatermark(place, count)));
+        keys_.push_back(photo.fingerprint.empty() ? std::string() : hash.digest().substr(0, kKeyLength));
     }
+    forgetChangedPhotos();
 }
 
 void FrameKeys::forgetChangedPhotos()
 {
     for (size_t i = 0; i < photos_.size(); ++i)
-        if (FileState::ofFile(photos_[i].path) != photos_[i].state)
+        if (!isUnchanged(photos_[i]))
             std::fill_n(keys_.begin() + static_cast<std::ptrdiff_t>(i * framesPerPhoto_), framesPerPhoto_,
                         std::string());
 }

@@ -2,7 +2,6 @@
 
 #include <stillora/Movie.h>
 
-#include "platform/bytes/ByteSource.h"
 #include "video/ReusedFrames.h"
 
 #include <filesystem>
@@ -17,23 +16,19 @@ namespace stillora {
 /// framing, its watermark, and the program that makes it.
 class FrameKeys final {
 public:
+    /// @param request  outlives the object
     /// @param program  the service's file
     FrameKeys(const MovieRequest& request, const std::string& program);
 
-    /// One a frame, in the movie's order; empty for a photo that cannot be read.
+    /// One a frame, in the movie's order; empty for a photo that is not as it was looked at.
     const std::vector<std::string>& keys() const { return keys_; }
 
-    /// Takes back those of photos that have been written to since.
+    /// Takes back those of photos that have been written to since they were looked at.
     void forgetChangedPhotos();
 
 private:
-    struct Photo {
-        std::string path;
-        platform::FileState state;
-    };
-
-    size_t framesPerPhoto_;
-    std::vector<Photo> photos_;
+    const std::vector<PhotoFacts>& photos_;
+    const size_t framesPerPhoto_;
     std::vector<std::string> keys_;
 };
 

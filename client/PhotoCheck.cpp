@@ -80,6 +80,7 @@ Findings::Finding lookInto(const PhotoCandidate& candidate, const std::function<
     finding.facts.fileSize = status.st_size;
     finding.facts.isCutOff = answer->isCutOff;
     finding.facts.isProgressive = answer->isProgressive;
+    finding.facts.fingerprint = answer->fingerprint;
     finding.facts.taken = answer->taken;
     finding.facts.modified = timeOf(status.st_mtim);
     finding.kind = Findings::Kind::Good;

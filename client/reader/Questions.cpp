@@ -74,7 +74,9 @@ bool isPlausible(const FileFacts& facts)
 
 bool isPlausible(const PhotoLook& look)
 {
-    return look.kind != PhotoLook::Kind::Good || (isPictureSize(look.size) && (!look.taken || isDate(*look.taken)));
+    constexpr size_t kDigestLength = 64;
+    return look.kind != PhotoLook::Kind::Good || (isPictureSize(look.size) && (!look.taken || isDate(*look.taken)) &&
+                                                  look.fingerprint.size() <= kDigestLength);
 }
 
 bool isPlausible(const SoundMeasure& measure)

@@ -48,6 +48,8 @@ struct PhotoLook {
     Size size;
     bool isCutOff = false;
     bool isProgressive = false;
+    /// As in `PhotoFacts`.
+    std::string fingerprint;
     std::optional<DateTaken> taken;
     /// Of a bad one, without its path.
     std::string reason;
@@ -335,7 +337,7 @@ void fields(Coder& coder, FileFacts& facts)
 template <typename Coder>
 void fields(Coder& coder, PhotoLook& look)
 {
-    coder(look.kind, look.size, look.isCutOff, look.isProgressive, look.taken, look.reason);
+    coder(look.kind, look.size, look.isCutOff, look.isProgressive, look.fingerprint, look.taken, look.reason);
 }
 
 template <typename Coder>

@@ -102,6 +102,8 @@ struct PhotoFacts {
     std::chrono::sys_time<std::chrono::nanoseconds> modified = {};
     /// A JPEG file that comes ever finer, in several passes: decoding it takes several times as long.
     bool isProgressive = false;
+    /// Tells its bytes from others of the same length; empty where they were not looked at.
+    std::string fingerprint = {};
 };
 
 /// What is wrong with a photo that is cut off, as a sentence without the path.

@@ -155,6 +155,10 @@ TEST(Questions, BelieveNoPhotoThatCannotBe)
     EXPECT_FALSE(isPlausible(look));
     look.taken = DateTaken{{}, std::chrono::minutes(-90)};
     EXPECT_TRUE(isPlausible(look));
+    look.fingerprint = std::string(64, 'a');
+    EXPECT_TRUE(isPlausible(look));
+    look.fingerprint += 'a';
+    EXPECT_FALSE(isPlausible(look));
 }
 
 TEST(Questions, BelieveNoSoundThatCannotBe)

@@ -166,6 +166,25 @@ TEST_F(PhotoCheck, TellsWhichPhotosComeInPasses)
     EXPECT_TRUE(checked.good[1].isProgressive);
 }
 
+TEST_F(PhotoCheck, TellsPhotosOfTheSameLengthApartByTheirEnds)
+{
+    const std::string first = picture("first.bmp", 320, 240);
+    const auto with = [&](const std::string& name, size_t place) {
+        std::string bytes = TemporaryFolder::contentsOf(first);
+        bytes[place < bytes.size() ? place : bytes.size() - 1] ^= 1;
+        return folder_.makeFile(name, bytes);
+    };
+    const CheckedPhotos checked = check({first, folder_.makeFile("same.bmp", TemporaryFolder::contentsOf(first)),
+                                         with("front.bmp", 16'000), with("back.bmp", 1'000'000)});
+    ASSERT_THAT(checked.good, SizeIs(4));
+    EXPECT_EQ(checked.good[0].fingerprint.size(), 64u);
+    EXPECT_EQ(checked.good[1].fingerprint, checked.good[0].fingerprint);
+    EXPECT_NE(checked.good[2].fingerprint, checked.good[0].fingerprint);
+    EXPECT_NE(checked.good[3].fingerprint, checked.good[0].fingerprint);
+    // Shorter than what is looked at.
+    EXPECT_EQ(check({picture("small.png", 8, 8)}).good[0].fingerprint.size(), 64u);
+}
+
 TEST_F(PhotoCheck, PassesOverFilesOfAFolderThatAreNoPictures)
 {
     const std::string text = folder_.makeFile("README", "not a picture");
