@@ -336,8 +336,15 @@ class CommandLineTest(stillora.TestCase):
 
         shortest = len(b'{"event": "check", "done": 1, "total": 1200}\n')
         wait_until(lambda: waiting() > room - shortest, "there is no room for a line")
-        # Two of one kind could come as one.
+
+        def waits(number):
+            status = Path(f"/proc/{process.pid}/status").read_text()
+            return any(int(line.split()[1], 16) >> (number - 1) & 1
+                       for line in status.splitlines() if line.startswith(("SigPnd", "ShdPnd")))
+
+        # Two of one kind could come as one, and of two that come together the later is handled first.
         process.send_signal(signal.SIGINT)
+        wait_until(lambda: not waits(signal.SIGINT), "the first signal comes")
         process.send_signal(signal.SIGTERM)
         self.assertEqual(process.wait(timeout=10), 130)
         process.communicate()
