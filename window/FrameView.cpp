@@ -86,8 +86,6 @@ void FrameView::togglePlaying()
 
 void FrameView::draftChanged()
 {
-    if (state_.draft.state() != Draft::State::Ready)
-        prepared_.reset();
     switch (state_.draft.state()) {
     case Draft::State::Making:
         if (mode_ == Mode::PlayingDraft)
@@ -125,19 +123,9 @@ void FrameView::play(const std::filesystem::path& movie)
     start(movie, Mode::PlayingMovie);
 }
 
-void FrameView::prepare()
-{
-    const std::string path = state_.draft.path().string();
-    if (!prepared_ || prepared_->get_file()->get_path() != path)
-        prepared_ = Gtk::MediaFile::create_for_filename(path);
-}
-
 void FrameView::start(const std::filesystem::path& movie, Mode mode)
 {
-    if (mode == Mode::PlayingDraft)
-        prepare();
-    media_ =
-        mode == Mode::PlayingDraft ? std::exchange(prepared_, {}) : Gtk::MediaFile::create_for_filename(movie.string());
+    media_ = Gtk::MediaFile::create_for_filename(movie.string());
     picture_->set_paintable(media_);
     controls_->set_media_stream(media_);
     message_->set_visible(false);

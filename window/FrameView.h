@@ -44,7 +44,6 @@ private:
 
     void showFrame();
     void draftChanged();
-    void prepare();
     void start(const std::filesystem::path& movie, Mode mode);
     void mediaChanged();
     void tellPhoto();
@@ -63,8 +62,6 @@ private:
     Gtk::MediaControls* const controls_;
     Mode mode_ = Mode::Frame;
     Glib::RefPtr<Gtk::MediaFile> media_;
-    /// The draft, opened before it is to be played; null where none is ready.
-    Glib::RefPtr<Gtk::MediaFile> prepared_;
     /// Where a draft begins to play once it can.
     std::optional<Seconds> seekWanted_;
     std::optional<PhotoID> told_;
