@@ -69,19 +69,6 @@ std::optional<int> descriptorOf(std::string_view text)
                                                                                      : std::nullopt;
 }
 
-/// "FIRST/COUNT"
-std::optional<MoviePart> partOf(std::string_view text)
-{
-    MoviePart part;
-    const char* const end = text.data() + text.size();
-    const auto first = std::from_chars(text.data(), end, part.first);
-    if (first.ec != std::errc() || first.ptr == end || *first.ptr != '/')
-        return std::nullopt;
-    const auto count = std::from_chars(first.ptr + 1, end, part.movieCount);
-    const bool isFine = count.ec == std::errc() && count.ptr == end && part.first % 2 == 0;
-    return isFine && part.first < part.movieCount ? std::optional(part) : std::nullopt;
-}
-
 /// Takes the number that a text begins with, and what must stand behind it.
 /// @return nothing if that is not there
 std::optional<size_t> takeNumber(std::string_view& text, char end)
@@ -92,6 +79,17 @@ std::optional<size_t> takeNumber(std::string_view& text, char end)
         return std::nullopt;
     text.remove_prefix(static_cast<size_t>(rest + 1 - text.data()));
     return number;
+}
+
+/// "FIRST/COUNT"
+std::optional<MoviePart> partOf(std::string text)
+{
+    text += '\n';
+    std::string_view rest = text;
+    const auto first = takeNumber(rest, '/');
+    const auto count = first ? takeNumber(rest, '\n') : std::nullopt;
+    const bool isFine = count && rest.empty() && *first % 2 == 0 && *first < *count;
+    return isFine ? std::optional(MoviePart{*first, *count}) : std::nullopt;
 }
 
 /// "FIRST+COUNT@PLACE,FIRST+COUNT@PLACE:FILE"
@@ -140,7 +138,7 @@ ServiceArguments ServiceArguments::read(const std::vector<std::string_view>& arg
                     usageFault(localized("--files takes the number of a descriptor, not {}", {printable(number)}));
         } else if (argument == "--part") {
             const std::string_view part = value();
-            result.part = partOf(part);
+            result.part = partOf(std::string(part));
             if (!result.part)
                 result.answer = usageFault(
                     localized("--part takes an even number and a larger one, as 20/100, not {}", {printable(part)}));

@@ -19,7 +19,7 @@
 
 /// Some frames of a movie, made by themselves.
 struct MoviePart {
-    /// Where the first of them stands in the movie. Even, so that neighbouring key frames differ at the joints, too.
+    /// Where the first of them stands in the movie; even.
     size_t first = 0;
     /// Frames of the whole movie.
     size_t movieCount = 0;

@@ -11,7 +11,7 @@ namespace {
 /// More than the five that the service waits for, whatever is lost by beginning at even frames.
 constexpr size_t kLeastFrames = 8;
 
-/// The frames before a piece. Key frames alternate between two kinds, and an encoder begins with the first.
+/// The frames before a piece, of which the service takes an even number.
 size_t framesBefore(size_t number, size_t count, size_t frames)
 {
     return number > count ? frames : (number - 1) * frames / count / 2 * 2;

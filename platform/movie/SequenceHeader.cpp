@@ -13,9 +13,25 @@ using Bytes = std::vector<uint8_t>;
 
 constexpr std::array<uint8_t, 3> kStartCode{0, 0, 1};
 
+/// Kinds of units of H.264.
+constexpr int kKeySlice = 5;
+constexpr int kSequenceSet = 7;
+constexpr int kPictureSet = 8;
+
+/// The kind of a unit of H.264, by its first byte.
+int kindOfUnit(uint8_t first)
+{
+    return first & 31;
+}
+
 bool isSequenceSet(SequenceHeaderKind kind, uint8_t first)
 {
-    return kind == SequenceHeaderKind::H264 ? (first & 31) == 7 : (first >> 1 & 63) == 33;
+    return kind == SequenceHeaderKind::H264 ? kindOfUnit(first) == kSequenceSet : (first >> 1 & 63) == 33;
+}
+
+void append(std::span<const uint8_t> more, Bytes& bytes)
+{
+    bytes.insert(bytes.end(), more.begin(), more.end());
 }
 
 /// A unit without the bytes that keep its content from looking like a start code.
@@ -302,12 +318,6 @@ std::optional<Bytes> setWithoutTiming(SequenceHeaderKind kind, const Bytes& set)
     return writer.bytes();
 }
 
-/// The kind of a unit of H.264, by its first byte.
-int kindOfUnit(uint8_t first)
-{
-    return first & 31;
-}
-
 } // namespace
 
 std::optional<Bytes> headerWithoutTiming(SequenceHeaderKind kind, std::span<const uint8_t> header)
@@ -315,18 +325,15 @@ std::optional<Bytes> headerWithoutTiming(SequenceHeaderKind kind, std::span<cons
     Bytes result;
     bool isFound = false;
     bool isKnown = true;
-    const auto append = [&](std::span<const uint8_t> bytes) {
-        result.insert(result.end(), bytes.begin(), bytes.end());
-    };
     const size_t before = forEachUnit(header, [&](std::span<const uint8_t> unit, std::span<const uint8_t> zeros) {
-        append(kStartCode);
+        append(kStartCode, result);
         const bool isSet = !unit.empty() && isSequenceSet(kind, unit.front());
         const auto set = isSet ? setWithoutTiming(kind, unescaped(unit)) : std::nullopt;
         if (set)
             appendEscaped(*set, result);
         else
-            append(unit);
-        append(zeros);
+            append(unit, result);
+        append(zeros, result);
         isFound = isFound || set;
         isKnown = isKnown && (!isSet || set);
     });
@@ -338,8 +345,6 @@ std::optional<Bytes> headerWithoutTiming(SequenceHeaderKind kind, std::span<cons
 
 std::optional<KeyFrameIdentifiers> KeyFrameIdentifiers::ofHeader(std::span<const uint8_t> header)
 {
-    constexpr int kSequenceSet = 7;
-    constexpr int kPictureSet = 8;
     constexpr uint32_t kMostFrameNumberBits = 16;
     std::optional<SliceFacts> facts;
     bool isArithmetic = true;
@@ -365,7 +370,6 @@ std::optional<KeyFrameIdentifiers> KeyFrameIdentifiers::ofHeader(std::span<const
 
 bool KeyFrameIdentifiers::set(std::vector<uint8_t>& packet, uint32_t identifier) const
 {
-    constexpr int kKeySlice = 5;
     // A slice's head is far shorter.
     constexpr size_t kHeadBytes = 64;
     const auto placeOfIdentifier = [this](BitReader& reader) {
@@ -379,9 +383,6 @@ bool KeyFrameIdentifiers::set(std::vector<uint8_t>& packet, uint32_t identifier)
     Bytes result;
     bool isOther = false;
     bool isWhole = true;
-    const auto append = [&](std::span<const uint8_t> bytes) {
-        result.insert(result.end(), bytes.begin(), bytes.end());
-    };
     const size_t before = forEachUnit(packet, [&](std::span<const uint8_t> unit, std::span<const uint8_t> zeros) {
         const bool isSlice = !unit.empty() && kindOfUnit(unit.front()) == kKeySlice;
         bool isRight = true;
@@ -399,9 +400,9 @@ bool KeyFrameIdentifiers::set(std::vector<uint8_t>& packet, uint32_t identifier)
         }
         if (!isOther || !isWhole)
             return;
-        append(kStartCode);
+        append(kStartCode, result);
         if (isRight) {
-            append(unit);
+            append(unit, result);
         } else {
             const Bytes slice = unescaped(unit);
             BitReader reader(slice);
@@ -417,7 +418,7 @@ bool KeyFrameIdentifiers::set(std::vector<uint8_t>& packet, uint32_t identifier)
             writer.putBits(slice, reader.position(), end);
             appendEscaped(writer.bytes(), result);
         }
-        append(zeros);
+        append(zeros, result);
     });
     if (isOther && isWhole)
         packet = std::move(result);

@@ -26,7 +26,7 @@ public:
 
     /// @param packet      units after start codes; untouched where all slices of key frames in it have the identifier
     /// @param identifier  0 to 65535
-    /// @return false where a slice is cut off; the packet is then as it was
+    /// @return false where a slice is cut off or there is no unit; the packet is then as it was
     [[nodiscard]] bool set(std::vector<uint8_t>& packet, uint32_t identifier) const;
 
 private:
