@@ -96,6 +96,27 @@ class FrameReuseTest(stillora.TestCase):
         shutil.move(third["movie"], self.save / "moved.mov")
         self.assertEqual(self.made(self.photos)["reusedFrames"], 0)
 
+    def test_frames_that_do_not_fit_are_not_kept(self):
+        other = self.made(self.photos, "--codec", "jpeg")
+        wanted = self.made(self.photos)
+        # As if the movie had those frames that it was wanted for.
+        records = {record.read_bytes().split(b"\0")[1].decode(): record
+                   for record in (self.home / ".cache/stillora/frames").iterdir()}
+        mark, movie, state, *_ = records[other["movie"]].read_bytes().split(b"\0")
+        keys = records[wanted["movie"]].read_bytes().split(b"\0")[3:]
+        records[wanted["movie"]].write_bytes(b"\0".join([mark, movie, state, *keys]))
+        again = self.made(self.photos)
+        self.assertEqual((again["reusedFrames"], again["frameSource"], again["faults"]), (0, None, []))
+        self.assertSameAsFresh(again, self.photos)
+        self.assertEqual(sorted(path.name for path in self.save.iterdir() if path.suffix == ".mov"),
+                         sorted(Path(made["movie"]).name for made in (other, wanted, again)))
+
+    def test_odd_places(self):
+        save = self.save / os.fsdecode(b"a: 0+1@2,\xff\n'")
+        options = [*self.settings(()), "--save", save, "--json"]
+        made = [json.loads(self.run_stillora("create", *self.photos, *options).out.splitlines()[-1]) for _ in range(2)]
+        self.assertEqual([event["reusedFrames"] for event in made], [0, self.COUNT])
+
     def test_few_photos_and_sound(self):
         stillora.run("ffmpeg", "-v", "error", "-f", "lavfi", "-i", "sine=d=2", self.folder / "song.wav")
         photos = [*self.photos[:2], self.folder / "song.wav"]
