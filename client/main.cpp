@@ -7,12 +7,15 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <malloc.h>
 #include <variant>
 
 using namespace stillora;
 
 int main(int argc, char** argv)
 {
+    // Threads share memory that was got early: one that gets none for itself would be ended by GLib, without sense.
+    mallopt(M_ARENA_MAX, 2);
     platform::holdStandardDescriptors();
     // A reader that goes away is noticed when writing fails.
     std::signal(SIGPIPE, SIG_IGN);
