@@ -31,9 +31,8 @@ if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT STILLORA_SANITIZE)
     target_compile_options(project_options INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
 endif()
 if(STILLORA_SANITIZE)
-    # With the assertions, which the build type of the presets leaves out. Checks of every access are slow to optimise, and
-    # a report needs no more than lines: so the build takes half the time.
-    target_compile_options(project_options INTERFACE -fsanitize=${STILLORA_SANITIZE} -fno-omit-frame-pointer -UNDEBUG -O1 -g1)
+    # With the assertions, which the build types leave out.
+    target_compile_options(project_options INTERFACE -fsanitize=${STILLORA_SANITIZE} -fno-omit-frame-pointer -UNDEBUG)
     target_link_options(project_options INTERFACE -fsanitize=${STILLORA_SANITIZE})
     if(STILLORA_SANITIZE MATCHES "undefined")
         target_compile_options(project_options INTERFACE -fno-sanitize-recover=undefined)

@@ -1,4 +1,5 @@
 #include "platform/decoders/ImageDecoder.h"
+#include "platform/decoders/JPEGPlanes.h"
 #include "platform/foundation/Handle.h"
 #include "platform/foundation/LocalizedText.h"
 #include "platform/picturefiles/JPEGHeader.h"
@@ -162,6 +163,9 @@ private:
         kind.subsampleY = subsampling == TJSAMP_420 || subsampling == TJSAMP_440 ? 1 : 0;
         kind.shownWidth = static_cast<double>(header_.width) * factor.num / factor.denom;
         kind.shownHeight = static_cast<double>(header_.height) * factor.num / factor.denom;
+        // The start of a file, of which no more is asked than that, is not for those who give up where something is
+        // missing.
+        const bool isFast = !header_.hasManyScans && bytes.size() == file().length() && canDecodeJPEGPlanes();
         PlaneMemory memory(kind, scaled.width, scaled.height);
         if (!memory.isReady())
             return failDecoding(error, localized("needs more memory than there is"));
@@ -171,7 +175,8 @@ private:
             pointers[i] = memory.row(i, 0);
             strides[i] = static_cast<int>(memory.planes().planes[i].bytesPerRow);
         }
-        if (!succeeded(tjDecompressToYUVPlanes(decompressor_.get(), bytes.data(), bytes.size(), pointers.data(),
+        if (!(isFast && decodeJPEGPlanes(bytes, static_cast<unsigned>(factor.denom), memory)) &&
+            !succeeded(tjDecompressToYUVPlanes(decompressor_.get(), bytes.data(), bytes.size(), pointers.data(),
                                                static_cast<int>(scaled.width), strides.data(),
                                                static_cast<int>(scaled.height), kFlags),
                        error))

@@ -82,7 +82,7 @@ void undoPaeth(std::span<uint8_t> row, const uint8_t* above)
         const Words toUp = magnitude(left - aboveLeft);
         const Words toAboveLeft = magnitude(left + up - aboveLeft - aboveLeft);
         const Words other = toUp <= toAboveLeft ? up : aboveLeft;
-        const Words nearest = (toLeft <= toUp) & (toLeft <= toAboveLeft) ? left : other;
+        const Words nearest = ((toLeft <= toUp) & (toLeft <= toAboveLeft)) ? left : other;
         left = (load(&row[x]) + nearest) & 0xFF;
         store<kStep>(left, &row[x]);
         aboveLeft = up;

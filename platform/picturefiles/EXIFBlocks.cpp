@@ -47,8 +47,8 @@ bool isTangledBlock(std::span<const uint8_t> block)
 {
     constexpr std::array<std::array<uint8_t, 4>, 2> kMarks = {{{'I', 'I', 42, 0}, {'M', 'M', 0, 42}}};
     return std::ranges::any_of(kMarks, [block](const auto& mark) {
-        const auto found = std::ranges::search(block, mark);
-        return !found.empty() && isTangled({found.begin(), block.end()});
+        const auto found = std::search(block.begin(), block.end(), mark.begin(), mark.end());
+        return found != block.end() && isTangled({found, block.end()});
     });
 }
 

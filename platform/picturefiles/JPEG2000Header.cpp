@@ -80,10 +80,10 @@ void takeSegment(uint16_t mark, std::span<const uint8_t> segment, JPEG2000Header
 std::optional<JPEG2000Header> readJPEG2000Header(std::span<const uint8_t> bytes)
 {
     constexpr std::array<uint8_t, 4> kStart = {0xFF, 0x4F, 0xFF, 0x51};
-    const auto found = std::ranges::search(bytes, kStart);
-    if (found.empty())
+    const auto found = std::search(bytes.begin(), bytes.end(), kStart.begin(), kStart.end());
+    if (found == bytes.end())
         return std::nullopt;
-    const auto stream = bytes.subspan(static_cast<size_t>(found.begin() - bytes.begin()));
+    const auto stream = bytes.subspan(static_cast<size_t>(found - bytes.begin()));
     auto header = readSizes(stream);
     if (!header)
         return std::nullopt;

@@ -8,7 +8,7 @@ PlaneMemory::PlaneMemory(const ImagePlanes& kind, size_t width, size_t height)
     : pictureWidth_(width), pictureHeight_(height), planes_(kind)
 {
     const auto whole = [](size_t side, unsigned subsampling) {
-        return (side + subsampling) >> subsampling << subsampling;
+        return (side + (size_t{1} << subsampling) - 1) >> subsampling << subsampling;
     };
     planes_.width = whole(width, planes_.subsampleX);
     planes_.height = whole(height, planes_.subsampleY);

@@ -1,0 +1,263 @@
+#include "platform/decoders/JPEGPlanes.h"
+
+#include "platform/decoders/JPEGScan.h"
+
+#include "platform/foundation/Handle.h"
+
+#include <dlfcn.h>
+#include <turbojpeg.h>
+
+#include <algorithm>
+#include <array>
+#include <csetjmp>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+// It needs the types of the headers above.
+#include <jpeglib.h>
+
+namespace platform {
+
+namespace {
+
+using InverseTransform = void (*)(j_decompress_ptr, jpeg_component_info*, JCOEFPTR, JSAMPARRAY, JDIMENSION);
+
+/// What libjpeg and all that came of it have behind `jpeg_decompress_struct::idct`.
+struct InverseTransforms {
+    void (*start)(j_decompress_ptr);
+    InverseTransform ofComponents[MAX_COMPONENTS];
+};
+
+constexpr size_t kBlockSide = DCTSIZE;
+
+/// Whether both lie in the same library.
+template <typename One, typename Other>
+bool areNeighbours(One one, Other other)
+{
+    Dl_info here{};
+    Dl_info there{};
+    return dladdr(reinterpret_cast<const void*>(one), &here) != 0 &&
+           dladdr(reinterpret_cast<const void*>(other), &there) != 0 && here.dli_fbase == there.dli_fbase;
+}
+
+/// The library, up to the begin of a file's scan.
+class Library final {
+public:
+    Library()
+    {
+        info_.err = jpeg_std_error(&errors_);
+        info_.client_data = this;
+        errors_.error_exit = [](j_common_ptr info) {
+            std::longjmp(static_cast<Library*>(info->client_data)->failed_, 1);
+        };
+        errors_.emit_message = [](j_common_ptr info, int level) { info->err->num_warnings += level < 0; };
+    }
+    ~Library() { jpeg_destroy_decompress(&info_); }
+    Library(const Library&) = delete;
+    Library& operator=(const Library&) = delete;
+
+    /// Reads the headers and gets ready; nothing that is not as usual.
+    [[nodiscard]] bool begin(std::span<const uint8_t> bytes, unsigned denominator)
+    {
+        if (setjmp(failed_) != 0)
+            return false;
+        jpeg_create_decompress(&info_);
+        jpeg_mem_src(&info_, bytes.data(), bytes.size());
+        if (jpeg_read_header(&info_, TRUE) != JPEG_HEADER_OK || info_.progressive_mode || info_.arith_code ||
+            info_.data_precision != 8 || info_.comps_in_scan != info_.num_components)
+            return false;
+        info_.scale_num = 1;
+        info_.scale_denom = denominator;
+        info_.raw_data_out = TRUE;
+        return jpeg_start_decompress(&info_) && errors_.num_warnings == 0 &&
+               areNeighbours(transforms().ofComponents[0], &jpeg_start_decompress);
+    }
+
+    jpeg_decompress_struct& info() { return info_; }
+    const InverseTransforms& transforms() const { return *reinterpret_cast<const InverseTransforms*>(info_.idct); }
+
+private:
+    jpeg_decompress_struct info_{};
+    jpeg_error_mgr errors_{};
+    std::jmp_buf failed_{};
+};
+
+/// The blocks of one component in a unit, and the codes they have.
+struct Component {
+    jpeg_component_info* info;
+    size_t across, down;
+    const JPEGCodes* first;
+    const JPEGCodes* other;
+    int prediction = 0;
+};
+
+/// A whole picture.
+class Picture final {
+public:
+    Picture(Library& library, PlaneMemory& planes)
+        : info_(library.info()), planes_(planes), side_(kBlockSide / info_.scale_denom),
+          transform_(library.transforms().ofComponents[0]),
+          scan_(std::make_unique<JPEGScan>(std::span(info_.src->next_input_byte, info_.src->bytes_in_buffer)))
+    {}
+
+    [[nodiscard]] bool decode()
+    {
+        if (!findComponents())
+            return false;
+        unsigned untilMark = info_.restart_interval;
+        unsigned marks = 0;
+        for (size_t y = 0; y < info_.MCU_rows_in_scan; ++y) {
+            beginRow(y);
+            for (size_t x = 0; x < info_.MCUs_per_row; ++x) {
+                if (info_.restart_interval != 0 && untilMark-- == 0) {
+                    if (!scan_->beginInterval(marks++ % 8))
+                        return false;
+                    untilMark = info_.restart_interval - 1;
+                    for (Component& component : components_)
+                        component.prediction = 0;
+                }
+                if (!decodeUnit(x))
+                    return false;
+            }
+        }
+        return true;
+    }
+
+private:
+    [[nodiscard]] bool findComponents()
+    {
+        codes_.reserve(2 * size_t{NUM_HUFF_TBLS});
+        size_t blocks = 0;
+        for (int i = 0; i < info_.comps_in_scan; ++i) {
+            jpeg_component_info* const info = info_.cur_comp_info[i];
+            // Alone it is coded block by block, whatever its ratio.
+            const bool isAlone = info_.comps_in_scan == 1;
+            Component component{info, isAlone ? 1U : static_cast<size_t>(info->h_samp_factor),
+                                isAlone ? 1U : static_cast<size_t>(info->v_samp_factor),
+                                codes(JPEGCodes::Kind::First, info_.dc_huff_tbl_ptrs[info->dc_tbl_no]),
+                                codes(JPEGCodes::Kind::Other, info_.ac_huff_tbl_ptrs[info->ac_tbl_no])};
+            if (!component.first || !component.other || info->component_index != i || !info->quant_table)
+                return false;
+            blocks += component.across * component.down;
+            components_.push_back(component);
+        }
+        return blocks <= JPEGScan::kMostBlocks && components_.size() == planes_.planes().count;
+    }
+
+    const JPEGCodes* codes(JPEGCodes::Kind kind, const JHUFF_TBL* table)
+    {
+        if (!table)
+            return nullptr;
+        auto made = JPEGCodes::of(kind, std::span<const uint8_t, 16>(table->bits + 1, 16), table->huffval);
+        if (!made)
+            return nullptr;
+        return codes_.emplace_back(std::make_unique<JPEGCodes>(*made)).get();
+    }
+
+    /// Finds the rows that a row of units fills; nothing for those behind the picture.
+    void beginRow(size_t unitY)
+    {
+        for (size_t plane = 0; plane < components_.size(); ++plane)
+            for (size_t i = 0, y = unitY * components_[plane].down * side_; i < rows_[plane].size(); ++i, ++y)
+                rows_[plane][i] = y < planes_.height(plane) ? planes_.row(plane, y) : nullptr;
+    }
+
+    [[nodiscard]] bool decodeUnit(size_t unitX)
+    {
+        scan_->beginUnit();
+        for (size_t plane = 0; plane < components_.size(); ++plane) {
+            Component& component = components_[plane];
+            for (size_t down = 0; down < component.down; ++down)
+                for (size_t across = 0; across < component.across; ++across) {
+                    JPEGScan::Block block;
+                    if (!scan_->readBlock(*component.first, *component.other, component.prediction, block))
+                        return false;
+                    transform(plane, block, (unitX * component.across + across) * side_, &rows_[plane][down * side_]);
+                }
+        }
+        return scan_->endUnit();
+    }
+
+    void transform(size_t plane, JPEGScan::Block& block, size_t x, JSAMPROW* rows)
+    {
+        jpeg_component_info* const component = components_[plane].info;
+        const size_t width = planes_.width(plane);
+        if (x + side_ <= width && rows[side_ - 1]) {
+            transform_(&info_, component, block.coefficients.data(), rows, static_cast<JDIMENSION>(x));
+            return;
+        }
+        std::array<std::array<uint8_t, kBlockSide>, kBlockSide> samples{};
+        std::array<JSAMPROW, kBlockSide> edge{};
+        std::ranges::transform(samples, edge.begin(), [](auto& row) { return row.data(); });
+        transform_(&info_, component, block.coefficients.data(), edge.data(), 0);
+        for (size_t i = 0; i < side_ && rows[i] && x < width; ++i)
+            std::memcpy(rows[i] + x, edge[i], std::min(side_, width - x));
+    }
+
+    jpeg_decompress_struct& info_;
+    PlaneMemory& planes_;
+    /// Of a transformed block, in samples.
+    const size_t side_;
+    const InverseTransform transform_;
+    const std::unique_ptr<JPEGScan> scan_;
+    std::vector<Component> components_;
+    /// Of each component, as many as a row of units has.
+    std::array<std::array<JSAMPROW, MAX_SAMP_FACTOR * kBlockSide>, 4> rows_{};
+    std::vector<std::unique_ptr<JPEGCodes>> codes_;
+};
+
+/// Whether the library's inner parts are where they have always been: a small picture comes out as by its own way.
+bool isAsKnown()
+{
+    constexpr size_t kSide = 20;
+    std::array<uint8_t, 3 * kSide * kSide> pixels{};
+    for (size_t i = 0; i < pixels.size(); ++i)
+        pixels[i] = static_cast<uint8_t>(i * i >> 3);
+    const Handle<void, tjDestroy> coder(tjInitCompress());
+    const Handle<void, tjDestroy> decoder(tjInitDecompress());
+    unsigned char* packed = nullptr;
+    unsigned long length = 0;
+    if (!coder || !decoder ||
+        tjCompress2(coder.get(), pixels.data(), kSide, 0, kSide, TJPF_RGB, &packed, &length, TJSAMP_444, 90, 0) != 0)
+        return false;
+    const Handle<unsigned char, tjFree> owner(packed);
+    for (const unsigned denominator : {1U, 2U, 4U, 8U}) {
+        const size_t side = (kSide + denominator - 1) / denominator;
+        ImagePlanes kind;
+        kind.family = ImagePlanes::Family::YUV;
+        kind.count = 3;
+        PlaneMemory planes(kind, side, side);
+        std::array<std::array<uint8_t, kSide * kSide>, 3> expected{};
+        std::array<unsigned char*, 3> pointers = {expected[0].data(), expected[1].data(), expected[2].data()};
+        const auto strideAndSize = static_cast<int>(side);
+        std::array<int, 3> strides = {strideAndSize, strideAndSize, strideAndSize};
+        if (!planes.isReady() || !decodeJPEGPlanes({packed, length}, denominator, planes) ||
+            tjDecompressToYUVPlanes(decoder.get(), packed, length, pointers.data(), strideAndSize, strides.data(),
+                                    strideAndSize, 0) != 0)
+            return false;
+        for (size_t plane = 0; plane < 3; ++plane)
+            for (size_t y = 0; y < side; ++y)
+                if (std::memcmp(planes.row(plane, y), expected[plane].data() + y * side, side) != 0)
+                    return false;
+    }
+    return true;
+}
+
+} // namespace
+
+bool canDecodeJPEGPlanes()
+{
+    static const bool kIsAsKnown = isAsKnown();
+    return kIsAsKnown;
+}
+
+bool decodeJPEGPlanes(std::span<const uint8_t> bytes, unsigned denominator, PlaneMemory& planes)
+{
+    Library library;
+    return library.begin(bytes, denominator) && Picture(library, planes).decode();
+}
+
+} // namespace platform

@@ -1,0 +1,218 @@
+#include "platform/decoders/JPEGPlanes.h"
+
+#include "platform/decoders/JPEGScan.h"
+#include "tests/support/JPEGComparison.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <random>
+#include <string>
+#include <vector>
+
+// It needs the types of the headers above.
+#include <jpeglib.h>
+
+using namespace platform;
+using test::compareJPEG;
+using test::JPEGOutcome;
+
+namespace {
+
+constexpr std::array<unsigned, 4> kDenominators = {1, 2, 4, 8};
+
+struct Kind {
+    unsigned width = 61, height = 43;
+    int quality = 90;
+    /// Of the brightness, in colours; 0 for a grey picture.
+    int across = 2, down = 2;
+    unsigned restartInterval = 0;
+    bool hasOwnCodes = false, isProgressive = false;
+    /// How far neighbours differ.
+    unsigned noise = 40;
+};
+
+/// A picture of waves and noise, coded by libjpeg.
+std::vector<uint8_t> encoded(const Kind& kind)
+{
+    jpeg_compress_struct info{};
+    jpeg_error_mgr errors{};
+    info.err = jpeg_std_error(&errors);
+    jpeg_create_compress(&info);
+    unsigned char* packed = nullptr;
+    unsigned long length = 0;
+    jpeg_mem_dest(&info, &packed, &length);
+    info.image_width = kind.width;
+    info.image_height = kind.height;
+    info.input_components = kind.across == 0 ? 1 : 3;
+    info.in_color_space = kind.across == 0 ? JCS_GRAYSCALE : JCS_RGB;
+    jpeg_set_defaults(&info);
+    jpeg_set_quality(&info, kind.quality, TRUE);
+    info.restart_interval = kind.restartInterval;
+    info.optimize_coding = kind.hasOwnCodes;
+    if (kind.across != 0) {
+        info.comp_info[0].h_samp_factor = kind.across;
+        info.comp_info[0].v_samp_factor = kind.down;
+    }
+    if (kind.isProgressive)
+        jpeg_simple_progression(&info);
+    jpeg_start_compress(&info, TRUE);
+    std::minstd_rand chance(kind.width * 1000 + kind.height);
+    std::vector<uint8_t> row(static_cast<size_t>(kind.width) * static_cast<unsigned>(info.input_components));
+    for (unsigned y = 0; y < kind.height; ++y) {
+        for (size_t x = 0; x < row.size(); ++x)
+            row[x] = static_cast<uint8_t>(100 + (x * y / 7) % 60 + (kind.noise ? chance() % kind.noise : 0));
+        unsigned char* pointer = row.data();
+        jpeg_write_scanlines(&info, &pointer, 1);
+    }
+    jpeg_finish_compress(&info);
+    jpeg_destroy_compress(&info);
+    std::vector<uint8_t> bytes(packed, packed + length);
+    std::free(packed);
+    return bytes;
+}
+
+void expectEqual(const std::vector<uint8_t>& bytes, const std::string& what)
+{
+    for (const unsigned denominator : kDenominators)
+        EXPECT_EQ(compareJPEG(bytes, denominator), JPEGOutcome::Equal) << what << ", 1/" << denominator;
+}
+
+/// Where the bytes of the scan begin.
+size_t scanOf(const std::vector<uint8_t>& bytes)
+{
+    constexpr std::array<uint8_t, 2> kScan = {0xFF, 0xDA};
+    const auto mark = std::ranges::search(bytes, kScan).begin() - bytes.begin();
+    const auto at = static_cast<size_t>(mark) + 2;
+    return at + (size_t{bytes[at]} << 8 | bytes[at + 1]);
+}
+
+} // namespace
+
+TEST(JPEGPlanesTest, GetsOnWithTheLibraryThatIsThere)
+{
+    EXPECT_TRUE(canDecodeJPEGPlanes());
+}
+
+TEST(JPEGPlanesTest, AreTheLibrarysOwnAtAllSizesAndSamplings)
+{
+    for (const auto& [across, down] : {std::pair{1, 1}, {2, 1}, {2, 2}, {1, 2}, {4, 1}, {0, 0}})
+        for (const auto& [width, height] :
+             {std::pair{1U, 1U}, {8U, 8U}, {5U, 3U}, {17U, 9U}, {32U, 16U}, {33U, 16U}, {101U, 67U}, {640U, 3U}})
+            expectEqual(encoded({.width = width, .height = height, .across = across, .down = down}),
+                        std::to_string(across) + "x" + std::to_string(down) + " of " + std::to_string(width) + "x" +
+                            std::to_string(height));
+}
+
+TEST(JPEGPlanesTest, AreTheLibrarysOwnFromTheCoarsestToTheFinest)
+{
+    for (const int quality : {1, 10, 50, 85, 96, 100})
+        for (const unsigned noise : {0U, 3U, 120U})
+            for (const bool hasOwnCodes : {false, true})
+                expectEqual(
+                    encoded(
+                        {.width = 203, .height = 150, .quality = quality, .hasOwnCodes = hasOwnCodes, .noise = noise}),
+                    "quality " + std::to_string(quality) + ", noise " + std::to_string(noise));
+}
+
+// Longer than what is looked at at a time, and with all there is between intervals.
+TEST(JPEGPlanesTest, GoOnOverMarksAndLongScans)
+{
+    for (const unsigned interval : {0U, 1U, 2U, 7U, 64U, 1000U})
+        expectEqual(encoded({.width = 900, .height = 301, .quality = 98, .restartInterval = interval, .noise = 120}),
+                    "every " + std::to_string(interval));
+}
+
+TEST(JPEGPlanesTest, LeaveOtherKindsAlone)
+{
+    EXPECT_EQ(compareJPEG(encoded({.isProgressive = true}), 1), JPEGOutcome::LeftAlone);
+    ImagePlanes kind;
+    kind.count = 3;
+    PlaneMemory planes(kind, 61, 43);
+    EXPECT_FALSE(decodeJPEGPlanes({}, 1, planes));
+    const std::vector<uint8_t> noise(1000, 0x5A);
+    EXPECT_FALSE(decodeJPEGPlanes(noise, 1, planes));
+    // Of another number of components than there are planes.
+    EXPECT_FALSE(decodeJPEGPlanes(encoded({.across = 0, .down = 0}), 1, planes));
+    EXPECT_TRUE(decodeJPEGPlanes(encoded({.across = 1, .down = 1}), 1, planes));
+}
+
+TEST(JPEGPlanesTest, GiveUpWhereTheScanIsCutOff)
+{
+    const auto whole = encoded({.restartInterval = 3});
+    const size_t scan = scanOf(whole);
+    // The last bytes are the end's mark, and what of the last unit is only needed to fill up.
+    for (size_t length = scan; length + 4 < whole.size(); ++length)
+        ASSERT_EQ(compareJPEG(std::span(whole).first(length), 1), JPEGOutcome::LeftAlone) << length - scan;
+    EXPECT_EQ(compareJPEG(std::span(whole).first(whole.size() - 2), 1), JPEGOutcome::Equal);
+}
+
+TEST(JPEGPlanesTest, GiveUpWhereAMarkIsMissingOrAnother)
+{
+    const auto whole = encoded({.restartInterval = 2});
+    size_t marks = 0;
+    for (size_t at = scanOf(whole); at + 2 < whole.size(); ++at) {
+        if (whole[at] != 0xFF || whole[at + 1] == 0)
+            continue;
+        ++marks;
+        auto another = whole;
+        another[at + 1] = static_cast<uint8_t>(0xD0 + (whole[at + 1] + 1) % 8);
+        EXPECT_EQ(compareJPEG(another, 2), JPEGOutcome::LeftAlone);
+        auto missing = whole;
+        missing.erase(missing.begin() + static_cast<ptrdiff_t>(at), missing.begin() + static_cast<ptrdiff_t>(at) + 2);
+        EXPECT_EQ(compareJPEG(missing, 2), JPEGOutcome::LeftAlone);
+        auto between = whole;
+        between.insert(between.begin() + static_cast<ptrdiff_t>(at), 0x55);
+        EXPECT_EQ(compareJPEG(between, 2), JPEGOutcome::LeftAlone);
+    }
+    EXPECT_GE(marks, 4U);
+}
+
+// Most such files are still valid, but for the picture: then it has to be the same one.
+TEST(JPEGPlanesTest, ShowOfDamageWhatTheLibraryShows)
+{
+    std::minstd_rand chance(1);
+    std::array<unsigned, 3> outcomes{};
+    for (const Kind& kind :
+         {Kind{}, Kind{.quality = 100, .noise = 200}, Kind{.restartInterval = 4, .hasOwnCodes = true},
+          Kind{.quality = 20, .across = 1, .down = 1}, Kind{.across = 0, .down = 0}}) {
+        const auto whole = encoded(kind);
+        const size_t scan = scanOf(whole);
+        for (unsigned i = 0; i < 400; ++i) {
+            auto damaged = whole;
+            // Every fourth time in front of the scan, where sizes, codes and tables are.
+            const size_t from = i % 4 == 0 ? 0 : scan;
+            for (unsigned changes = 1 + i % 3; changes > 0; --changes)
+                damaged[from + chance() % (whole.size() - from)] ^= static_cast<uint8_t>(1U << chance() % 8);
+            const JPEGOutcome outcome = compareJPEG(damaged, kDenominators[i % 4], 1 << 20);
+            ++outcomes[static_cast<size_t>(outcome)];
+            EXPECT_NE(outcome, JPEGOutcome::Different) << i;
+        }
+    }
+    EXPECT_GT(outcomes[static_cast<size_t>(JPEGOutcome::Equal)], 200U);
+    EXPECT_GT(outcomes[static_cast<size_t>(JPEGOutcome::LeftAlone)], 200U);
+}
+
+TEST(JPEGCodesTest, AreNotMadeOfWhatAreNone)
+{
+    using Kind = JPEGCodes::Kind;
+    std::array<uint8_t, 16> counts{};
+    std::vector<uint8_t> symbols = {0, 1, 2};
+    EXPECT_TRUE(JPEGCodes::of(Kind::Other, counts, {}));
+    counts[0] = 3;
+    EXPECT_FALSE(JPEGCodes::of(Kind::Other, counts, symbols)) << "three codes of a bit";
+    counts[0] = 1;
+    counts[1] = 2;
+    EXPECT_TRUE(JPEGCodes::of(Kind::Other, counts, symbols));
+    EXPECT_FALSE(JPEGCodes::of(Kind::Other, counts, std::span(symbols).first(2))) << "a code without a symbol";
+    counts[15] = 1;
+    symbols.push_back(3);
+    EXPECT_FALSE(JPEGCodes::of(Kind::Other, counts, symbols)) << "a code beyond the last";
+    counts[15] = 0;
+    symbols[2] = 16;
+    EXPECT_FALSE(JPEGCodes::of(Kind::First, counts, symbols)) << "a difference of 16 bits";
+    EXPECT_TRUE(JPEGCodes::of(Kind::Other, counts, symbols));
+}
