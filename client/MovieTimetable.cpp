@@ -35,7 +35,7 @@ struct DecodingWork {
 };
 
 /// JPEG is decoded at a fraction of its size, so that the pixels of the file count little.
-constexpr DecodingWork kJPEG{0.33, 9};
+constexpr DecodingWork kJPEG{0.33, 6.5};
 constexpr double kJPEGDecodedPixel = 1.8;
 /// All passes over the picture are decoded, however small it is wanted.
 constexpr DecodingWork kProgressiveJPEG{3.4, 26};
