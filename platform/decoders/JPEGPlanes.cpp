@@ -32,6 +32,9 @@ struct InverseTransforms {
 };
 
 constexpr size_t kBlockSide = DCTSIZE;
+/// Of a unit in one plane. Rows of planes end where a unit does, or behind: none is written to beyond its row.
+constexpr size_t kMostUnitSide = MAX_SAMP_FACTOR * kBlockSide;
+static_assert(alignedRow(1) % kMostUnitSide == 0);
 
 /// Whether both lie in the same library.
 template <typename One, typename Other>
@@ -144,6 +147,7 @@ private:
             blocks += component.across * component.down;
             components_.push_back(component);
         }
+        nowhere_.resize(planes_.planes().planes[0].bytesPerRow);
         return blocks <= JPEGScan::kMostBlocks && components_.size() == planes_.planes().count;
     }
 
@@ -157,12 +161,12 @@ private:
         return codes_.emplace_back(std::make_unique<JPEGCodes>(*made)).get();
     }
 
-    /// Finds the rows that a row of units fills; nothing for those behind the picture.
+    /// Finds the rows that a row of units fills; those below the picture go nowhere.
     void beginRow(size_t unitY)
     {
         for (size_t plane = 0; plane < components_.size(); ++plane)
             for (size_t i = 0, y = unitY * components_[plane].down * side_; i < rows_[plane].size(); ++i, ++y)
-                rows_[plane][i] = y < planes_.height(plane) ? planes_.row(plane, y) : nullptr;
+                rows_[plane][i] = y < planes_.height(plane) ? planes_.row(plane, y) : nowhere_.data();
     }
 
     [[nodiscard]] bool decodeUnit(size_t unitX)
@@ -175,26 +179,11 @@ private:
                     JPEGScan::Block block;
                     if (!scan_->readBlock(*component.first, *component.other, component.prediction, block))
                         return false;
-                    transform(plane, block, (unitX * component.across + across) * side_, &rows_[plane][down * side_]);
+                    transform_(&info_, component.info, block.coefficients.data(), &rows_[plane][down * side_],
+                               static_cast<JDIMENSION>((unitX * component.across + across) * side_));
                 }
         }
         return scan_->endUnit();
-    }
-
-    void transform(size_t plane, JPEGScan::Block& block, size_t x, JSAMPROW* rows)
-    {
-        jpeg_component_info* const component = components_[plane].info;
-        const size_t width = planes_.width(plane);
-        if (x + side_ <= width && rows[side_ - 1]) {
-            transform_(&info_, component, block.coefficients.data(), rows, static_cast<JDIMENSION>(x));
-            return;
-        }
-        std::array<std::array<uint8_t, kBlockSide>, kBlockSide> samples{};
-        std::array<JSAMPROW, kBlockSide> edge{};
-        std::ranges::transform(samples, edge.begin(), [](auto& row) { return row.data(); });
-        transform_(&info_, component, block.coefficients.data(), edge.data(), 0);
-        for (size_t i = 0; i < side_ && rows[i] && x < width; ++i)
-            std::memcpy(rows[i] + x, edge[i], std::min(side_, width - x));
     }
 
     jpeg_decompress_struct& info_;
@@ -205,7 +194,8 @@ private:
     const std::unique_ptr<JPEGScan> scan_;
     std::vector<Component> components_;
     /// Of each component, as many as a row of units has.
-    std::array<std::array<JSAMPROW, MAX_SAMP_FACTOR * kBlockSide>, 4> rows_{};
+    std::array<std::array<JSAMPROW, kMostUnitSide>, 4> rows_{};
+    std::vector<uint8_t> nowhere_;
     std::vector<std::unique_ptr<JPEGCodes>> codes_;
 };
 

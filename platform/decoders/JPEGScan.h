@@ -70,7 +70,7 @@ public:
     static constexpr size_t kMostBlocks = 10;
 
     /// Coefficients in rows, as they are multiplied and transformed; what is behind them is of no meaning.
-    struct alignas(64) Block {
+    struct alignas(32) Block {
         std::array<int16_t, kBlockSamples + 1> coefficients{};
     };
 
