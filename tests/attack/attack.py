@@ -212,8 +212,8 @@ class Programs:
         harm = self.harm(ran)
         if not harm:
             return ran, []
-        if len(names) == 1:
-            return ran, [(names[0], harm)]
+        if len(names) <= 1:
+            return ran, [(name, harm) for name in names]
         half = len(names) // 2
         found = self.culprits(names[:half], arguments)[1] + self.culprits(names[half:], arguments)[1]
         # Several at once take the memory of several; all else is bad also where none is so by itself.
