@@ -32,9 +32,10 @@ struct InverseTransforms {
 };
 
 constexpr size_t kBlockSide = DCTSIZE;
-/// Of a unit in one plane. Rows of planes end where a unit does, or behind: none is written to beyond its row.
+/// Of a unit in one plane.
 constexpr size_t kMostUnitSide = MAX_SAMP_FACTOR * kBlockSide;
-static_assert(alignedRow(1) % kMostUnitSide == 0);
+// A block that begins within a plane ends within its rows.
+static_assert(alignedRow(1) % kBlockSide == 0);
 
 /// Whether both lie in the same library.
 template <typename One, typename Other>
@@ -148,6 +149,9 @@ private:
             components_.push_back(component);
         }
         nowhere_.resize(planes_.planes().planes[0].bytesPerRow);
+        // Where the first component is not the finest, the library makes its blocks larger, and so does the transform.
+        if (static_cast<size_t>(info_.comp_info[0].DCT_scaled_size) != side_)
+            return false;
         return blocks <= JPEGScan::kMostBlocks && components_.size() == planes_.planes().count;
     }
 
@@ -179,8 +183,10 @@ private:
                     JPEGScan::Block block;
                     if (!scan_->readBlock(*component.first, *component.other, component.prediction, block))
                         return false;
-                    transform_(&info_, component.info, block.coefficients.data(), &rows_[plane][down * side_],
-                               static_cast<JDIMENSION>((unitX * component.across + across) * side_));
+                    const size_t x = (unitX * component.across + across) * side_;
+                    if (x < planes_.width(plane))
+                        transform_(&info_, component.info, block.coefficients.data(), &rows_[plane][down * side_],
+                                   static_cast<JDIMENSION>(x));
                 }
         }
         return scan_->endUnit();

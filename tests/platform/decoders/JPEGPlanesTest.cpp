@@ -30,6 +30,8 @@ struct Kind {
     int quality = 90;
     /// Of the brightness, in colours; `across` is 0 for a grey picture, whose ratio has no meaning.
     int across = 2, down = 2;
+    /// Of both colours.
+    int colorsAcross = 1, colorsDown = 1;
     unsigned restartInterval = 0;
     bool hasOwnCodes = false, isProgressive = false;
     /// How far neighbours differ.
@@ -56,6 +58,10 @@ std::vector<uint8_t> encoded(const Kind& kind)
     info.optimize_coding = kind.hasOwnCodes;
     info.comp_info[0].h_samp_factor = std::max(kind.across, 1);
     info.comp_info[0].v_samp_factor = std::max(kind.down, 1);
+    for (int i = 1; i < info.input_components; ++i) {
+        info.comp_info[i].h_samp_factor = kind.colorsAcross;
+        info.comp_info[i].v_samp_factor = kind.colorsDown;
+    }
     if (kind.isProgressive)
         jpeg_simple_progression(&info);
     jpeg_start_compress(&info, TRUE);
@@ -136,6 +142,28 @@ TEST(JPEGPlanesTest, GoOnOverMarksAndLongScans)
         EXPECT_EQ(expectEqual({.width = 912, .height = 301, .quality = 98, .restartInterval = interval, .noise = 120},
                               "every " + std::to_string(interval)),
                   kDenominators.size());
+}
+
+// Units of three blocks are no part of the length that rows are aligned to.
+TEST(JPEGPlanesTest, EndWithTheirRowsWhateverAUnitHas)
+{
+    for (const unsigned width : {64U, 128U, 256U})
+        EXPECT_EQ(expectEqual({.width = width, .height = 24, .across = 3, .down = 1, .colorsAcross = 3},
+                              std::to_string(width)),
+                  kDenominators.size());
+}
+
+TEST(JPEGPlanesTest, LeaveColorsThatAreFinerThanBrightnessAlone)
+{
+    ImagePlanes kind;
+    kind.count = 3;
+    for (const unsigned denominator : kDenominators) {
+        PlaneMemory planes(kind, 64, 64);
+        EXPECT_EQ(decodeJPEGPlanes(
+                      encoded({.width = 64, .height = 64, .across = 1, .down = 1, .colorsAcross = 2, .colorsDown = 2}),
+                      denominator, planes),
+                  denominator == 1);
+    }
 }
 
 TEST(JPEGPlanesTest, LeaveOtherKindsAlone)
