@@ -37,12 +37,6 @@ FrameView::FrameView(const Glib::RefPtr<Gtk::Builder>& builder, WindowState& sta
     showFrame();
 }
 
-FrameView::~FrameView()
-{
-    playingChanged = {};
-    stopPlaying();
-}
-
 void FrameView::setMode(Mode mode)
 {
     mode_ = mode;

@@ -24,7 +24,6 @@ namespace stillora::window {
 class FrameView final {
 public:
     FrameView(const Glib::RefPtr<Gtk::Builder>& builder, WindowState& state);
-    ~FrameView();
     FrameView(const FrameView&) = delete;
     FrameView& operator=(const FrameView&) = delete;
 

@@ -70,8 +70,7 @@ constexpr std::array kShortcuts{
 
 } // namespace
 
-MainWindow::MainWindow(const Glib::RefPtr<Gtk::Application>& application, WindowState& state,
-                       RememberedState& remembered)
+MainWindow::MainWindow(Gtk::Application& application, WindowState& state, RememberedState& remembered)
     : state_(state), remembered_(remembered),
       builder_(Gtk::Builder::create_from_resource("/app/stillora/Stillora/window.ui")),
       window_(builder_->get_widget<Gtk::ApplicationWindow>("window")), application_(application),
@@ -80,14 +79,15 @@ MainWindow::MainWindow(const Glib::RefPtr<Gtk::Application>& application, Window
       frame_(builder_, state), music_(builder_, state), settings_(builder_, state), makingBar_(builder_, state),
       recent_(std::dynamic_pointer_cast<Gio::Menu>(builder_->get_object("recent-menu")))
 {
-    window_->set_application(application);
+    application.add_window(*window_);
     window_->set_icon_name("app.stillora.Stillora");
     if (remembered_.values.width > 0 && remembered_.values.height > 0)
         window_->set_default_size(remembered_.values.width, remembered_.values.height);
     if (remembered_.values.isMaximized)
         window_->maximize();
-    window_->set_help_overlay(*Gtk::Builder::create_from_resource("/app/stillora/Stillora/gtk/help-overlay.ui")
-                                   ->get_widget<Gtk::ShortcutsWindow>("help_overlay"));
+    const auto keys = Gtk::Builder::create_from_resource("/app/stillora/Stillora/gtk/help-overlay.ui");
+    gtk_application_window_set_help_overlay(window_->gobj(),
+                                            GTK_SHORTCUTS_WINDOW(gtk_builder_get_object(keys->gobj(), "help_overlay")));
     setUpActions();
     setUpConflict();
     setUpDropping();
@@ -131,7 +131,16 @@ MainWindow::MainWindow(const Glib::RefPtr<Gtk::Application>& application, Window
     nameButtonsOnce(GTK_WIDGET(window_->gobj()));
 }
 
-MainWindow::~MainWindow() = default;
+MainWindow::~MainWindow()
+{
+    connections_.clear();
+    frame_.playingChanged = {};
+    frame_.stopPlaying();
+    makeDialog_.reset();
+    // The widgets go while those still live whom they tell of it.
+    window_.reset();
+    builder_.reset();
+}
 
 void MainWindow::present()
 {
@@ -186,7 +195,7 @@ void MainWindow::setUpActions()
             state_.session.open(recentPlaces_[index]);
     });
     for (const Shortcut& shortcut : kShortcuts)
-        application_->set_accel_for_action(shortcut.action, shortcut.keys);
+        application_.set_accel_for_action(shortcut.action, shortcut.keys);
     // A key of entries too, which take it first: the window gets what nobody else wants.
     auto* controller = gtk_shortcut_controller_new();
     const auto add = [controller](const char* keys, void (*run)(MainWindow&), MainWindow* window) {
@@ -467,7 +476,7 @@ void MainWindow::make()
                                              remembered_.values.movieFolder = chosen;
                                              remembered_.save();
                                          }
-                                         application_->withdraw_notification(kNotification);
+                                         application_.withdraw_notification(kNotification);
                                          if (state_.outlook.canBeMade())
                                              state_.making.start(title, chosen);
                                      });
@@ -486,7 +495,7 @@ void MainWindow::makingChanged()
     auto notification =
         Gio::Notification::create(isMade ? localized("Your movie is ready") : localized("No movie was made"));
     notification->set_body(isMade ? state_.making.path().filename().string() : state_.making.error().message);
-    application_->send_notification(kNotification, notification);
+    application_.send_notification(kNotification, notification);
 }
 
 void MainWindow::playMovie()
@@ -510,7 +519,7 @@ void MainWindow::showMovie()
         std::string folder;
     };
     g_dbus_connection_call(
-        g_application_get_dbus_connection(G_APPLICATION(application_->gobj())), "org.freedesktop.FileManager1",
+        g_application_get_dbus_connection(G_APPLICATION(application_.gobj())), "org.freedesktop.FileManager1",
         "/org/freedesktop/FileManager1", "org.freedesktop.FileManager1", "ShowItems",
         g_variant_new("(^ass)", addresses, ""), nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr,
         [](GObject* connection, GAsyncResult* result, void* data) {

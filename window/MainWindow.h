@@ -31,7 +31,7 @@ class MainWindow final {
 public:
     /// @param state       outlives the window
     /// @param remembered  outlives the window
-    MainWindow(const Glib::RefPtr<Gtk::Application>& application, WindowState& state, RememberedState& remembered);
+    MainWindow(Gtk::Application& application, WindowState& state, RememberedState& remembered);
     ~MainWindow();
     MainWindow(const MainWindow&) = delete;
     MainWindow& operator=(const MainWindow&) = delete;
@@ -78,9 +78,9 @@ private:
 
     WindowState& state_;
     RememberedState& remembered_;
-    const Glib::RefPtr<Gtk::Builder> builder_;
-    const std::unique_ptr<Gtk::ApplicationWindow> window_;
-    const Glib::RefPtr<Gtk::Application> application_;
+    Glib::RefPtr<Gtk::Builder> builder_;
+    std::unique_ptr<Gtk::ApplicationWindow> window_;
+    Gtk::Application& application_;
     AdwToastOverlay* const toasts_;
     AdwWindowTitle* const title_;
     PhotoGrid grid_;

@@ -43,12 +43,6 @@ MusicPane::MusicPane(const Glib::RefPtr<Gtk::Builder>& builder, WindowState& sta
     showPlan();
 }
 
-MusicPane::~MusicPane()
-{
-    for (const SoundID sound : shown_)
-        list_->remove(*rows_.at(sound));
-}
-
 std::unique_ptr<MusicRow> MusicPane::makeRow(SoundID sound)
 {
     auto row = std::make_unique<MusicRow>(state_, sound);

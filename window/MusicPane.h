@@ -19,7 +19,6 @@ namespace stillora::window {
 class MusicPane final {
 public:
     MusicPane(const Glib::RefPtr<Gtk::Builder>& builder, WindowState& state);
-    ~MusicPane();
     MusicPane(const MusicPane&) = delete;
     MusicPane& operator=(const MusicPane&) = delete;
 

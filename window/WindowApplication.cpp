@@ -2,11 +2,13 @@
 
 #include "client/LocalizedText.h"
 
+#include <csignal>
 #include <filesystem>
 #include <vector>
 
 #include <adwaita.h>
 #include <giomm/file.h>
+#include <glib-unix.h>
 #include <gtkmm/cssprovider.h>
 #include <gtkmm/settings.h>
 #include <gtkmm/stylecontext.h>
@@ -15,17 +17,6 @@ namespace stillora::window {
 
 WindowApplication::WindowApplication() : Gtk::Application("app.stillora.Window", Gio::Application::Flags::HANDLES_OPEN)
 {}
-
-WindowApplication::~WindowApplication()
-{
-    if (power_) {
-        g_signal_handlers_disconnect_by_data(power_, this);
-        g_object_unref(power_);
-    }
-    window_.reset();
-    if (state_)
-        state_->finish();
-}
 
 Glib::RefPtr<WindowApplication> WindowApplication::create()
 {
@@ -47,6 +38,33 @@ void WindowApplication::on_startup()
             window_->widget().close();
     });
     set_accel_for_action("app.quit", "<Control>q");
+    quitOnSignals();
+}
+
+/// Who ends a desktop's programs does not wait for an answer: all is kept, and nothing is asked.
+void WindowApplication::quitOnSignals()
+{
+    for (const int signal : {SIGHUP, SIGINT, SIGTERM})
+        g_unix_signal_add(
+            signal,
+            +[](gpointer application) -> gboolean {
+                static_cast<WindowApplication*>(application)->quit();
+                return G_SOURCE_CONTINUE;
+            },
+            this);
+}
+
+void WindowApplication::on_shutdown()
+{
+    if (power_) {
+        g_signal_handlers_disconnect_by_data(power_, this);
+        g_object_unref(power_);
+    }
+    window_.reset();
+    if (state_)
+        state_->finish();
+    state_.reset();
+    Gtk::Application::on_shutdown();
 }
 
 void WindowApplication::showWindow()
@@ -54,9 +72,7 @@ void WindowApplication::showWindow()
     if (!window_) {
         state_ = std::make_unique<WindowState>(loop_, folders_);
         watchPower();
-        reference();
-        window_ =
-            std::make_unique<MainWindow>(Glib::make_refptr_for_instance<Gtk::Application>(this), *state_, remembered_);
+        window_ = std::make_unique<MainWindow>(*this, *state_, remembered_);
     }
     window_->present();
 }

@@ -16,7 +16,6 @@ namespace stillora::window {
 class WindowApplication final : public Gtk::Application {
 public:
     static Glib::RefPtr<WindowApplication> create();
-    ~WindowApplication() override;
 
 protected:
     WindowApplication();
@@ -24,9 +23,11 @@ protected:
     void on_startup() override;
     void on_activate() override;
     void on_open(const type_vec_files& files, const Glib::ustring& hint) override;
+    void on_shutdown() override;
 
 private:
     void showWindow();
+    void quitOnSignals();
     void watchPower();
     void showAbout();
 

@@ -63,6 +63,13 @@ class MakingTest(TestCase):
         self.assertEqual(self.movies(), [])
         self.assertIsNone(self.service.process())
 
+    def test_nothing_is_asked_where_the_desktop_ends_it(self):
+        self.make()
+        self.window.close()
+        self.assertEqual(self.movies(), [])
+        self.assertIsNone(self.service.process())
+        self.start().see_photos("a", "b", "c", "d")
+
 
 if __name__ == "__main__":
     unittest.main()
