@@ -1,9 +1,9 @@
 #include "tests/window/state/TestLoop.h"
 #include "window/state/MovieOutlook.h"
-#include "window/state/PhotoStates.h"
-#include "window/state/Selection.h"
 #include "window/state/SoundStates.h"
-#include "window/state/Thumbnails.h"
+#include "window/state/photos/PhotoStates.h"
+#include "window/state/photos/Selection.h"
+#include "window/state/photos/Thumbnails.h"
 
 #include <algorithm>
 #include <chrono>

@@ -1,8 +1,8 @@
 #include "window/FrameView.h"
 
-#include "client/LocalizedText.h"
-#include "window/Accessibility.h"
-#include "window/Textures.h"
+#include "client/text/LocalizedText.h"
+#include "window/toolkit/Accessibility.h"
+#include "window/toolkit/Textures.h"
 
 #include <algorithm>
 #include <chrono>

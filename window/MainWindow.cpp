@@ -1,7 +1,7 @@
 #include "window/MainWindow.h"
 
-#include "client/LocalizedText.h"
-#include "window/Accessibility.h"
+#include "client/text/LocalizedText.h"
+#include "window/toolkit/Accessibility.h"
 
 #include <array>
 #include <utility>

@@ -3,11 +3,11 @@
 #include "window/FrameView.h"
 #include "window/MakeDialog.h"
 #include "window/MakingBar.h"
-#include "window/MusicPane.h"
-#include "window/PhotoGrid.h"
-#include "window/RememberedState.h"
 #include "window/SettingsPane.h"
+#include "window/music/MusicPane.h"
+#include "window/photos/PhotoGrid.h"
 #include "window/state/WindowState.h"
+#include "window/toolkit/RememberedState.h"
 
 #include <filesystem>
 #include <functional>

@@ -1,8 +1,8 @@
 #include "window/MakeDialog.h"
 
-#include "client/LocalizedText.h"
-#include "window/Accessibility.h"
+#include "client/text/LocalizedText.h"
 #include "window/state/MovieMaking.h"
+#include "window/toolkit/Accessibility.h"
 
 #include <utility>
 

@@ -1,7 +1,7 @@
 #include "window/MakingBar.h"
 
-#include "client/LocalizedText.h"
-#include "window/Textures.h"
+#include "client/text/LocalizedText.h"
+#include "window/toolkit/Textures.h"
 
 #include <string>
 

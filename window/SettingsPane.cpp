@@ -1,7 +1,7 @@
 #include "window/SettingsPane.h"
 
-#include "client/LocalizedText.h"
-#include "window/TimeText.h"
+#include "client/text/LocalizedText.h"
+#include "window/toolkit/TimeText.h"
 
 #include <cmath>
 #include <string>

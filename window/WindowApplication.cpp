@@ -1,6 +1,6 @@
 #include "window/WindowApplication.h"
 
-#include "client/LocalizedText.h"
+#include "client/text/LocalizedText.h"
 
 #include <csignal>
 #include <filesystem>

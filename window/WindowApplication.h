@@ -1,9 +1,9 @@
 #pragma once
 
-#include "window/GLibMainLoop.h"
 #include "window/MainWindow.h"
-#include "window/RememberedState.h"
 #include "window/state/WindowState.h"
+#include "window/toolkit/GLibMainLoop.h"
+#include "window/toolkit/RememberedState.h"
 
 #include <memory>
 

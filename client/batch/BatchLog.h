@@ -1,6 +1,6 @@
 #pragma once
 
-#include "client/JSONWriter.h"
+#include "client/text/JSONWriter.h"
 #include "platform/foundation/FileDescriptor.h"
 
 #include <filesystem>

@@ -1,9 +1,9 @@
 #include "client/batch/BatchRun.h"
 
-#include "client/LocalizedText.h"
 #include "client/batch/JobGauge.h"
 #include "client/batch/PeakMemory.h"
-#include "client/command/RememberedSettings.h"
+#include "client/command/making/RememberedSettings.h"
+#include "client/text/LocalizedText.h"
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/foundation/Lock.h"
 

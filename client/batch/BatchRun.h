@@ -1,9 +1,9 @@
 #pragma once
 
 #include "client/batch/BatchForecast.h"
-#include "client/batch/LineIndex.h"
 #include "client/batch/LineWork.h"
 #include "client/batch/StateFolder.h"
+#include "client/batch/manifest/LineIndex.h"
 
 #include <chrono>
 #include <filesystem>

@@ -1,8 +1,8 @@
 #include "client/batch/BatchStatus.h"
 
-#include "client/JSONValue.h"
-#include "client/batch/LineIndex.h"
 #include "client/batch/Worker.h"
+#include "client/batch/manifest/LineIndex.h"
+#include "client/text/JSONValue.h"
 
 #include <algorithm>
 #include <chrono>

@@ -1,11 +1,11 @@
 #include "client/batch/LineWork.h"
 
-#include "client/FileReason.h"
-#include "client/FreeName.h"
-#include "client/JSONValue.h"
-#include "client/LocalizedText.h"
 #include "client/batch/PeakMemory.h"
-#include "client/command/MoviePreparation.h"
+#include "client/command/making/MoviePreparation.h"
+#include "client/files/FreeName.h"
+#include "client/text/FileReason.h"
+#include "client/text/JSONValue.h"
+#include "client/text/LocalizedText.h"
 
 #include <algorithm>
 #include <cerrno>

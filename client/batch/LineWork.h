@@ -3,12 +3,12 @@
 #include <stillora/Movie.h>
 
 #include "client/batch/BatchLog.h"
-#include "client/batch/ManifestLine.h"
-#include "client/batch/MovieInputs.h"
-#include "client/batch/MoviePieces.h"
 #include "client/batch/Receipt.h"
 #include "client/batch/StateFolder.h"
 #include "client/batch/Worker.h"
+#include "client/batch/manifest/ManifestLine.h"
+#include "client/batch/manifest/MovieInputs.h"
+#include "client/batch/manifest/MoviePieces.h"
 
 #include <atomic>
 #include <chrono>

@@ -1,8 +1,8 @@
 #include "client/batch/Receipt.h"
 
-#include "client/JSONValue.h"
-#include "client/JSONWriter.h"
 #include "client/batch/StateFolder.h"
+#include "client/text/JSONValue.h"
+#include "client/text/JSONWriter.h"
 
 #include <algorithm>
 #include <charconv>

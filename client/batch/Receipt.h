@@ -1,7 +1,7 @@
 #pragma once
 
-#include "client/batch/ManifestReader.h"
-#include "client/batch/MovieInputs.h"
+#include "client/batch/manifest/ManifestReader.h"
+#include "client/batch/manifest/MovieInputs.h"
 
 #include <cstdint>
 #include <filesystem>

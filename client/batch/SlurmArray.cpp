@@ -1,7 +1,7 @@
 #include "client/batch/SlurmArray.h"
 
-#include "client/FileReason.h"
-#include "client/LocalizedText.h"
+#include "client/text/FileReason.h"
+#include "client/text/LocalizedText.h"
 #include "platform/foundation/FileDescriptor.h"
 #include "platform/foundation/InstalledFiles.h"
 

@@ -1,6 +1,6 @@
 #include "client/batch/StateFolder.h"
 
-#include "client/FileReason.h"
+#include "client/text/FileReason.h"
 #include "platform/foundation/FileDescriptor.h"
 
 #include <algorithm>

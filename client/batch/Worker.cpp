@@ -1,8 +1,8 @@
 #include "client/batch/Worker.h"
 
-#include "client/FileReason.h"
-#include "client/JSONValue.h"
-#include "client/JSONWriter.h"
+#include "client/text/FileReason.h"
+#include "client/text/JSONValue.h"
+#include "client/text/JSONWriter.h"
 
 #include <cerrno>
 #include <cstdlib>

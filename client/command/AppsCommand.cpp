@@ -2,11 +2,11 @@
 
 #include <stillora/Files.h>
 
-#include "client/FileReason.h"
-#include "client/JSONWriter.h"
-#include "client/LocalizedText.h"
-#include "client/Text.h"
-#include "client/command/CommandOutput.h"
+#include "client/command/terminal/CommandOutput.h"
+#include "client/text/FileReason.h"
+#include "client/text/JSONWriter.h"
+#include "client/text/LocalizedText.h"
+#include "client/text/Text.h"
 #include "platform/foundation/LocaleEncoding.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "client/command/Arguments.h"
+#include "client/command/options/Arguments.h"
 
 #include <string>
 #include <vector>

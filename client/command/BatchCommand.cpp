@@ -1,14 +1,14 @@
 #include "client/command/BatchCommand.h"
 
-#include "client/FileReason.h"
-#include "client/LocalizedText.h"
-#include "client/Text.h"
 #include "client/batch/BatchRun.h"
 #include "client/batch/BatchStatus.h"
-#include "client/batch/ManifestCheck.h"
 #include "client/batch/SlurmArray.h"
-#include "client/command/CommandOutput.h"
-#include "client/command/SignalWatch.h"
+#include "client/batch/manifest/ManifestCheck.h"
+#include "client/command/terminal/CommandOutput.h"
+#include "client/command/terminal/SignalWatch.h"
+#include "client/text/FileReason.h"
+#include "client/text/LocalizedText.h"
+#include "client/text/Text.h"
 #include "platform/foundation/LocaleEncoding.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "client/command/BatchOptions.h"
+#include "client/command/options/BatchOptions.h"
 
 namespace stillora {
 

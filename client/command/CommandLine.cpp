@@ -1,9 +1,9 @@
 #include "client/command/CommandLine.h"
 
-#include "client/LocalizedText.h"
-#include "client/command/ExitStatus.h"
-#include "client/command/HelpText.h"
-#include "client/command/Suggestion.h"
+#include "client/command/options/HelpText.h"
+#include "client/command/options/Suggestion.h"
+#include "client/command/terminal/ExitStatus.h"
+#include "client/text/LocalizedText.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "client/command/Arguments.h"
 #include "client/command/Command.h"
+#include "client/command/options/Arguments.h"
 
 #include <string>
 #include <variant>

@@ -3,13 +3,13 @@
 #include "client/command/Command.h"
 #include "client/command/ConvertCommand.h"
 #include "client/command/CreateCommand.h"
-#include "client/command/DoctorCommand.h"
-#include "client/command/DocumentCommand.h"
 #include "client/command/FrameCommand.h"
 #include "client/command/InfoCommand.h"
 #include "client/command/SettingsCommand.h"
 #include "client/command/TrimCommand.h"
 #include "client/command/WaveformCommand.h"
+#include "client/command/doctor/DoctorCommand.h"
+#include "client/command/document/DocumentCommand.h"
 
 namespace stillora {
 

@@ -4,12 +4,12 @@
 #include <stillora/Photos.h>
 #include <stillora/Sounds.h>
 
-#include "client/LocalizedText.h"
-#include "client/command/DocumentCommand.h"
-#include "client/command/MovieCommand.h"
-#include "client/command/MoviePreparation.h"
-#include "client/command/Operands.h"
-#include "client/command/RememberedSettings.h"
+#include "client/command/document/DocumentCommand.h"
+#include "client/command/making/MovieCommand.h"
+#include "client/command/making/MoviePreparation.h"
+#include "client/command/making/RememberedSettings.h"
+#include "client/command/options/Operands.h"
+#include "client/text/LocalizedText.h"
 
 #include <algorithm>
 #include <iterator>

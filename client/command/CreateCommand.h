@@ -1,6 +1,6 @@
 #pragma once
 
-#include "client/command/CreateOptions.h"
+#include "client/command/options/CreateOptions.h"
 
 namespace stillora {
 

@@ -3,9 +3,9 @@
 #include <stillora/Photos.h>
 #include <stillora/Picture.h>
 
-#include "client/LocalizedText.h"
-#include "client/command/CommandOutput.h"
-#include "client/command/FileIdentity.h"
+#include "client/command/making/FileIdentity.h"
+#include "client/command/terminal/CommandOutput.h"
+#include "client/text/LocalizedText.h"
 
 #include <fmt/format.h>
 

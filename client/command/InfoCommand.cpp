@@ -4,13 +4,13 @@
 #include <stillora/Photos.h>
 #include <stillora/Picture.h>
 
-#include "client/FactsOfFile.h"
-#include "client/JSONWriter.h"
-#include "client/LocalizedText.h"
-#include "client/Text.h"
-#include "client/command/CommandOutput.h"
-#include "client/command/FileIdentity.h"
-#include "client/command/Swatch.h"
+#include "client/command/making/FileIdentity.h"
+#include "client/command/terminal/CommandOutput.h"
+#include "client/command/terminal/Swatch.h"
+#include "client/questions/FactsOfFile.h"
+#include "client/text/JSONWriter.h"
+#include "client/text/LocalizedText.h"
+#include "client/text/Text.h"
 #include "platform/dispatch/NSOperationQueue.h"
 #include "platform/files/NSURL.h"
 #include "platform/foundation/LocaleEncoding.h"

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "client/command/Arguments.h"
-#include "client/command/NameList.h"
+#include "client/command/options/Arguments.h"
+#include "client/command/options/NameList.h"
 
 #include <optional>
 #include <string>

@@ -1,14 +1,14 @@
 #include "client/command/SettingsCommand.h"
 
-#include "client/JSONWriter.h"
-#include "client/LocalizedText.h"
-#include "client/Text.h"
-#include "client/command/Arguments.h"
-#include "client/command/CommandOutput.h"
-#include "client/command/ExitStatus.h"
-#include "client/command/HelpText.h"
-#include "client/command/RememberedSettings.h"
-#include "client/command/Suggestion.h"
+#include "client/command/making/RememberedSettings.h"
+#include "client/command/options/Arguments.h"
+#include "client/command/options/HelpText.h"
+#include "client/command/options/Suggestion.h"
+#include "client/command/terminal/CommandOutput.h"
+#include "client/command/terminal/ExitStatus.h"
+#include "client/text/JSONWriter.h"
+#include "client/text/LocalizedText.h"
+#include "client/text/Text.h"
 #include "platform/foundation/LocaleEncoding.h"
 
 #include <algorithm>

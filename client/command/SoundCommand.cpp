@@ -1,7 +1,7 @@
 #include "client/command/SoundCommand.h"
 
-#include "client/LocalizedText.h"
-#include "client/Text.h"
+#include "client/text/LocalizedText.h"
+#include "client/text/Text.h"
 #include "platform/files/NSURL.h"
 #include "platform/foundation/NSString.h"
 

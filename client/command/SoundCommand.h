@@ -3,8 +3,8 @@
 #include <stillora/Sounds.h>
 #include <stillora/Waveform.h>
 
-#include "client/command/CommandOutput.h"
-#include "client/command/SignalWatch.h"
+#include "client/command/terminal/CommandOutput.h"
+#include "client/command/terminal/SignalWatch.h"
 
 #include <optional>
 #include <string>

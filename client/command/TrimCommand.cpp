@@ -2,8 +2,8 @@
 
 #include <stillora/Waveform.h>
 
-#include "client/LocalizedText.h"
 #include "client/command/SoundCommand.h"
+#include "client/text/LocalizedText.h"
 
 namespace stillora {
 

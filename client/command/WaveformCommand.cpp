@@ -1,9 +1,9 @@
 #include "client/command/WaveformCommand.h"
 
-#include "client/LocalizedText.h"
-#include "client/Text.h"
-#include "client/command/FileIdentity.h"
 #include "client/command/SoundCommand.h"
+#include "client/command/making/FileIdentity.h"
+#include "client/text/LocalizedText.h"
+#include "client/text/Text.h"
 
 #include <charconv>
 #include <string_view>

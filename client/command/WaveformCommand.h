@@ -2,7 +2,7 @@
 
 #include <stillora/Waveform.h>
 
-#include "client/command/Arguments.h"
+#include "client/command/options/Arguments.h"
 
 #include <string>
 #include <vector>

@@ -3,9 +3,9 @@
 // translations, in the language of the environment. With a suffix only the places that end in it are filled, so that a
 // template can have several languages, one run each. Runs while the project is built, and is not installed.
 
-#include "client/LocalizedText.h"
-#include "client/command/HelpText.h"
-#include "client/command/OptionTable.h"
+#include "client/command/options/HelpText.h"
+#include "client/command/options/OptionTable.h"
+#include "client/text/LocalizedText.h"
 #include "platform/foundation/NSBundle.h"
 
 #include <algorithm>

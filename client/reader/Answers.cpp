@@ -1,6 +1,6 @@
 #include "client/reader/Answers.h"
 
-#include "client/reader/Coding.h"
+#include "client/questions/Coding.h"
 
 namespace stillora {
 

@@ -1,6 +1,6 @@
-#include "client/ClientError.h"
 #include "client/reader/Answers.h"
 #include "client/reader/MovieCheck.h"
+#include "client/text/ClientError.h"
 #include "platform/files/NSURL.h"
 #include "platform/movie/MediaInspection.h"
 #include "platform/movie/RepeatedPictures.h"

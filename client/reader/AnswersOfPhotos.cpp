@@ -1,8 +1,8 @@
 #include "client/reader/Answers.h"
 
-#include "client/FileReason.h"
 #include "client/reader/PhotoWork.h"
 #include "client/reader/PictureSize.h"
+#include "client/text/FileReason.h"
 #include "platform/bytes/ByteSource.h"
 #include "platform/decoders/CGImageSource.h"
 #include "platform/files/NSURL.h"

@@ -1,7 +1,7 @@
 #include "client/reader/Answers.h"
 
-#include "client/ClientError.h"
-#include "client/DataBytes.h"
+#include "client/text/ClientError.h"
+#include "client/text/DataBytes.h"
 #include "platform/decoders/CGImageSource.h"
 #include "platform/files/NSURL.h"
 #include "platform/graphics/NSImage.h"

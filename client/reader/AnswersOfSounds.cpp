@@ -1,10 +1,10 @@
 #include "client/reader/Answers.h"
 
-#include "client/ClientError.h"
-#include "client/LocalizedText.h"
 #include "client/reader/SoundRange.h"
 #include "client/reader/SoundWork.h"
 #include "client/reader/WorkLimit.h"
+#include "client/text/ClientError.h"
+#include "client/text/LocalizedText.h"
 #include "platform/media/AVURLAsset.h"
 #include "platform/media/CMTime.h"
 #include "platform/media/SoundPlanning.h"

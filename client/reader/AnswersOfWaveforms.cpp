@@ -1,10 +1,10 @@
 #include "client/reader/Answers.h"
 
 #include "audio/MORAudioWaveImageWaveForm.h"
-#include "client/LocalizedText.h"
 #include "client/reader/SoundRange.h"
 #include "client/reader/SoundWork.h"
 #include "client/reader/WorkLimit.h"
+#include "client/text/LocalizedText.h"
 #include "platform/graphics/NSImage.h"
 #include "platform/media/AVURLAsset.h"
 

@@ -1,7 +1,7 @@
 #include "client/reader/MovieCheck.h"
 
-#include "client/LocalizedText.h"
-#include "client/Text.h"
+#include "client/text/LocalizedText.h"
+#include "client/text/Text.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "client/reader/Questions.h"
+#include "client/questions/Questions.h"
 #include "platform/media/CMTime.h"
 #include "platform/movie/MediaInspection.h"
 

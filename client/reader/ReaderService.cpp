@@ -1,8 +1,8 @@
 #include "client/reader/ReaderService.h"
 
+#include "client/questions/Coding.h"
+#include "client/questions/ReaderMessage.h"
 #include "client/reader/Answers.h"
-#include "client/reader/Coding.h"
-#include "client/reader/ReaderMessage.h"
 #include "client/reader/WorkLimit.h"
 #include "platform/bytes/GivenFile.h"
 #include "platform/files/NSURL.h"

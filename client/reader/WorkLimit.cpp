@@ -1,6 +1,6 @@
 #include "client/reader/WorkLimit.h"
 
-#include "client/reader/ReaderMessage.h"
+#include "client/questions/ReaderMessage.h"
 
 #include <csignal>
 #include <span>

@@ -1,8 +1,8 @@
 // Stands in for the program that reads files: what it does follows from a file's name. Channels are served by the real
 // program's own code.
 
+#include "client/questions/Coding.h"
 #include "client/reader/Answers.h"
-#include "client/reader/Coding.h"
 #include "client/reader/ReaderService.h"
 #include "platform/foundation/NSLog.h"
 

@@ -393,7 +393,7 @@ class FileManagersTest(stillora.TestCase):
         action.read(self.prefix / "share/nemo/actions/stillora.nemo_action", encoding="utf-8")
         action = action["Nemo Action"]
         # What "stillora create" takes out of a folder is what the entry is offered for.
-        listing = (SOURCE / "client/PhotoListing.cpp").read_text()
+        listing = (SOURCE / "client/photos/PhotoListing.cpp").read_text()
         pictures = re.search(r"kPictureExtensions\{([^}]*)\}", listing)[1]
         names = set(action["Extensions"].rstrip(";").split(";"))
         self.assertEqual(names, {"dir"} | set(re.findall(r'"(\w+)"', pictures)))

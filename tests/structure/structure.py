@@ -43,9 +43,9 @@ ROOMS = {
 LONGEST_ROOM = 3000
 
 # What each folder may use besides itself; every room of platform/ stands as "platform/NAME".
-ALL_PLATFORM = [f"platform/{name}" for name in ROOMS]
+ROOMS_OF_PLATFORM = [f"platform/{name}" for name in ROOMS]
 USES = {f"platform/{name}": [f"platform/{used}" for used in uses.split()] for name, uses in ROOMS.items()}
-USES["util"] = ALL_PLATFORM
+USES["util"] = ROOMS_OF_PLATFORM
 USES["items"] = ["util"] + USES["util"]
 USES["video"] = ["items"] + USES["items"]
 USES["audio"] = ["items"] + USES["items"]
@@ -162,7 +162,7 @@ def check_window_public(root):
     for path in files_below(root, CODE):
         if folder_of(path) == "window":
             for line, name, quoted in includes(root, path):
-                if quoted and folder_of(name) == "client" and name != "client/LocalizedText.h":
+                if quoted and folder_of(name) == "client" and name != "client/text/LocalizedText.h":
                     yield f"{path}:{line}: \"{name}\" is no public header of the client library"
 
 
@@ -190,15 +190,46 @@ def check_linked_rooms(root):
                     yield f"{path}:{line}: {room} is linked with {name[0]}, which it may not use"
 
 
+def room_of(path):
+    """A room of platform/ with what is inside it, or any other folder of the product by itself."""
+    folder = folder_of(path)
+    return folder if folder in ROOMS_OF_PLATFORM else path.parent.as_posix()
+
+
+def code_of_product(root):
+    return [path for path in files_below(root, CODE) if folder_of(path) in USES]
+
+
 def check_room_size(root):
-    """No room of platform has grown so long that nobody knows all of it."""
-    lengths = dict.fromkeys(ROOMS, 0)
-    for path in files_below(root, CODE):
-        if len(path.parts) > 2 and path.parts[0] == "platform" and path.parts[1] in lengths:
-            lengths[path.parts[1]] += read(root, path).count("\n")
+    """No room has grown so long that nobody knows all of it."""
+    lengths = {}
+    for path in code_of_product(root):
+        room = room_of(path)
+        lengths[room] = lengths.get(room, 0) + read(root, path).count("\n")
     for room, lines in lengths.items():
         if lines > LONGEST_ROOM:
-            yield f"platform/{room}:1: {lines} lines, of at most {LONGEST_ROOM}: it is two rooms"
+            yield f"{room}:1: {lines} lines, of at most {LONGEST_ROOM}: it is two rooms"
+
+
+def check_circles(root):
+    """Of two rooms one may know the other, not each the other, by way of a third neither."""
+    uses = {}
+    for path in code_of_product(root):
+        for line, name, quoted in includes(root, path):
+            if quoted and (Path(root) / name).is_file() and room_of(Path(name)) != room_of(path):
+                uses.setdefault(room_of(path), {}).setdefault(room_of(Path(name)), f"{path}:{line}")
+
+    def reached(room, passed):
+        for other in uses.get(room, {}):
+            if other not in passed:
+                passed.add(other)
+                reached(other, passed)
+        return passed
+
+    for room, others in sorted(uses.items()):
+        for other, place in sorted(others.items()):
+            if room in reached(other, set()):
+                yield f"{place}: {room} uses {other}, which uses {room}"
 
 
 def check_third_party_headers(root):
@@ -226,7 +257,7 @@ def check_third_party_headers(root):
                 allowed, where = Path("window/state") not in path.parents, "widgets"
             elif FORMATTING.match(name):
                 # The one header whose templates let the compiler check the fields of translated texts.
-                allowed, where = source or str(path) == "client/LocalizedText.h", "sources"
+                allowed, where = source or str(path) == "client/text/LocalizedText.h", "sources"
             elif DESKTOP.match(name):
                 allowed, where = unit == "platform" or (unit in ("client", "service", "window") and source), "platform"
             else:

@@ -93,9 +93,9 @@ class StructureTest(unittest.TestCase):
         self.assertFault("reader-alone", "client/Plan.cpp:2:", "CGImageSource")
 
     def test_a_window_that_reaches_behind_the_public_headers_is_found(self):
-        self.write("window/A.cpp", '#include "client/LocalizedText.h"\n#include "client/FileReader.h"\n')
+        self.write("window/A.cpp", '#include "client/text/LocalizedText.h"\n#include "client/questions/FileReader.h"\n')
         self.assertFault("window-public", "window/A.cpp:2:", "FileReader")
-        self.write("window/A.cpp", '#include "client/LocalizedText.h"\n#include <stillora/Plan.h>\n')
+        self.write("window/A.cpp", '#include "client/text/LocalizedText.h"\n#include <stillora/Plan.h>\n')
         self.assertEqual(self.faults("window-public"), [])
 
     def test_a_room_may_use_only_rooms_that_stand_before_it(self):
@@ -116,6 +116,25 @@ class StructureTest(unittest.TestCase):
         self.assertEqual(self.faults("room-size"), [])
         self.write("platform/media/AVAsset.cpp", "\n\n")
         self.assertFault("room-size", "platform/media:1:", "3001")
+
+    def test_rooms_inside_a_folder_are_counted_each(self):
+        self.write("client/files/Copy.cpp", "\n" * structure.LONGEST_ROOM)
+        self.write("client/text/Text.cpp", "\n" * structure.LONGEST_ROOM)
+        self.assertEqual(self.faults("room-size"), [])
+        self.write("client/text/Names.cpp", "\n")
+        self.assertFault("room-size", "client/text:1:", "3001")
+
+    def test_rooms_that_use_each_other_are_found(self):
+        self.write("client/files/Copy.h", '#pragma once\n#include "client/text/Names.h"\n')
+        self.write("client/text/Names.h", "#pragma once\n")
+        self.assertEqual(self.faults("circles"), [])
+        self.write("client/text/Names.h", '#pragma once\n#include "client/photos/Order.h"\n')
+        self.write("client/photos/Order.h", "#pragma once\n")
+        self.assertEqual(self.faults("circles"), [])
+        self.write("client/photos/Order.cpp", '#include "client/files/Copy.h"\n')
+        faults = self.faults("circles")
+        self.assertEqual(len(faults), 3, faults)
+        self.assertIn("client/photos/Order.cpp:1: client/photos uses client/files", "\n".join(faults))
 
     def test_an_include_not_written_from_the_root_is_found(self):
         self.write("video/A.cpp", '#include "FrameList.h"\n')

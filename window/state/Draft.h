@@ -3,12 +3,12 @@
 #include <stillora/Error.h>
 #include <stillora/Types.h>
 
-#include "window/state/DocumentSession.h"
-#include "window/state/Items.h"
-#include "window/state/MainLoop.h"
 #include "window/state/MovieOutlook.h"
 #include "window/state/MovieWork.h"
-#include "window/state/Signal.h"
+#include "window/state/document/DocumentSession.h"
+#include "window/state/document/Items.h"
+#include "window/state/loop/MainLoop.h"
+#include "window/state/loop/Signal.h"
 
 #include <chrono>
 #include <filesystem>

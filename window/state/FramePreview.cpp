@@ -1,6 +1,6 @@
 #include "window/state/FramePreview.h"
 
-#include "window/state/PhotoStates.h"
+#include "window/state/photos/PhotoStates.h"
 
 #include <algorithm>
 #include <cstdint>

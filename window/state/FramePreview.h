@@ -3,12 +3,12 @@
 #include <stillora/Error.h>
 #include <stillora/Picture.h>
 
-#include "window/state/Background.h"
-#include "window/state/DocumentSession.h"
-#include "window/state/Items.h"
 #include "window/state/MovieOutlook.h"
-#include "window/state/Selection.h"
-#include "window/state/Signal.h"
+#include "window/state/document/DocumentSession.h"
+#include "window/state/document/Items.h"
+#include "window/state/loop/Background.h"
+#include "window/state/loop/Signal.h"
+#include "window/state/photos/Selection.h"
 
 #include <cstddef>
 #include <memory>

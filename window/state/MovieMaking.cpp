@@ -2,7 +2,7 @@
 
 #include <stillora/Localization.h>
 
-#include "client/LocalizedText.h"
+#include "client/text/LocalizedText.h"
 
 #include <algorithm>
 #include <cmath>

@@ -4,10 +4,10 @@
 #include <stillora/Movie.h>
 #include <stillora/Types.h>
 
-#include "window/state/MainLoop.h"
 #include "window/state/MovieOutlook.h"
 #include "window/state/MovieWork.h"
-#include "window/state/Signal.h"
+#include "window/state/loop/MainLoop.h"
+#include "window/state/loop/Signal.h"
 
 #include <chrono>
 #include <filesystem>

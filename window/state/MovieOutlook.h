@@ -3,12 +3,12 @@
 #include <stillora/Movie.h>
 #include <stillora/Types.h>
 
-#include "window/state/DocumentSession.h"
-#include "window/state/MainLoop.h"
 #include "window/state/MusicPlan.h"
-#include "window/state/PhotoStates.h"
-#include "window/state/Signal.h"
 #include "window/state/SoundStates.h"
+#include "window/state/document/DocumentSession.h"
+#include "window/state/loop/MainLoop.h"
+#include "window/state/loop/Signal.h"
+#include "window/state/photos/PhotoStates.h"
 
 #include <cstdint>
 #include <memory>

@@ -3,8 +3,8 @@
 #include <stillora/Error.h>
 #include <stillora/Movie.h>
 
-#include "window/state/Background.h"
-#include "window/state/MainLoop.h"
+#include "window/state/loop/Background.h"
+#include "window/state/loop/MainLoop.h"
 
 #include <functional>
 #include <memory>

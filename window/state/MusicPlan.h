@@ -3,7 +3,7 @@
 #include <stillora/Movie.h>
 #include <stillora/Types.h>
 
-#include "window/state/Items.h"
+#include "window/state/document/Items.h"
 
 #include <cstddef>
 #include <optional>

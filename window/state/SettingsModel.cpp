@@ -1,6 +1,6 @@
 #include "window/state/SettingsModel.h"
 
-#include "client/LocalizedText.h"
+#include "client/text/LocalizedText.h"
 
 #include <algorithm>
 

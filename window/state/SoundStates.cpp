@@ -3,7 +3,7 @@
 #include <stillora/Picture.h>
 #include <stillora/Waveform.h>
 
-#include "client/LocalizedText.h"
+#include "client/text/LocalizedText.h"
 
 #include <algorithm>
 #include <cstddef>

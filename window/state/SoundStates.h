@@ -5,10 +5,10 @@
 #include <stillora/Sounds.h>
 #include <stillora/Types.h>
 
-#include "window/state/Background.h"
-#include "window/state/DocumentSession.h"
-#include "window/state/Items.h"
-#include "window/state/Signal.h"
+#include "window/state/document/DocumentSession.h"
+#include "window/state/document/Items.h"
+#include "window/state/loop/Background.h"
+#include "window/state/loop/Signal.h"
 
 #include <filesystem>
 #include <memory>

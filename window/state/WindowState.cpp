@@ -1,7 +1,7 @@
 #include "window/state/WindowState.h"
 
-#include "window/state/ThumbnailCache.h"
-#include "window/state/UserFolders.h"
+#include "window/state/photos/ThumbnailCache.h"
+#include "window/state/photos/UserFolders.h"
 
 namespace stillora::window {
 

@@ -1,15 +1,15 @@
 #pragma once
 
-#include "window/state/DocumentSession.h"
 #include "window/state/Draft.h"
 #include "window/state/FramePreview.h"
-#include "window/state/MainLoop.h"
 #include "window/state/MovieMaking.h"
 #include "window/state/MovieOutlook.h"
-#include "window/state/PhotoStates.h"
-#include "window/state/Selection.h"
 #include "window/state/SoundStates.h"
-#include "window/state/Thumbnails.h"
+#include "window/state/document/DocumentSession.h"
+#include "window/state/loop/MainLoop.h"
+#include "window/state/photos/PhotoStates.h"
+#include "window/state/photos/Selection.h"
+#include "window/state/photos/Thumbnails.h"
 
 #include <filesystem>
 

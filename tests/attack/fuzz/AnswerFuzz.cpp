@@ -1,5 +1,5 @@
-#include "client/reader/Coding.h"
-#include "client/reader/Questions.h"
+#include "client/questions/Coding.h"
+#include "client/questions/Questions.h"
 #include "tests/attack/fuzz/Checked.h"
 
 #include <array>

@@ -1,4 +1,4 @@
-#include "client/batch/LineIndex.h"
+#include "client/batch/manifest/LineIndex.h"
 #include "tests/attack/fuzz/Checked.h"
 #include "tests/attack/fuzz/FuzzedFile.h"
 

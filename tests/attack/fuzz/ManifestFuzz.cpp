@@ -1,6 +1,6 @@
-#include "client/JSONValue.h"
-#include "client/JSONWriter.h"
-#include "client/batch/ManifestLine.h"
+#include "client/batch/manifest/ManifestLine.h"
+#include "client/text/JSONValue.h"
+#include "client/text/JSONWriter.h"
 #include "tests/attack/fuzz/Checked.h"
 
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "client/ServiceConnection.h"
+#include "client/service/ServiceConnection.h"
 #include "tests/attack/fuzz/Checked.h"
 #include "video/FrameFailure.h"
 

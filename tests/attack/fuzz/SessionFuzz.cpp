@@ -1,5 +1,5 @@
 #include "tests/attack/fuzz/Checked.h"
-#include "window/state/SessionFile.h"
+#include "window/state/document/SessionFile.h"
 
 #include <string>
 #include <string_view>

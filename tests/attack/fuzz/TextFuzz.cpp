@@ -1,5 +1,5 @@
-#include "client/Text.h"
-#include "client/command/NameList.h"
+#include "client/command/options/NameList.h"
+#include "client/text/Text.h"
 #include "platform/foundation/NSGeometry.h"
 #include "platform/foundation/PluralForms.h"
 #include "tests/attack/fuzz/Checked.h"

@@ -1,5 +1,5 @@
 #include "tests/attack/fuzz/Checked.h"
-#include "window/state/ThumbnailCache.h"
+#include "window/state/photos/ThumbnailCache.h"
 
 #include <string_view>
 

@@ -1,5 +1,5 @@
 #include "tests/attack/fuzz/Checked.h"
-#include "window/TimeText.h"
+#include "window/toolkit/TimeText.h"
 
 #include <cmath>
 #include <string>

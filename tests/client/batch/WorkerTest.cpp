@@ -1,6 +1,6 @@
 #include "client/batch/Worker.h"
 
-#include "client/JSONWriter.h"
+#include "client/text/JSONWriter.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>

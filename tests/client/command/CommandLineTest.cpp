@@ -1,7 +1,7 @@
 #include "client/command/CommandLine.h"
 
-#include "client/command/CreateOptions.h"
-#include "client/command/HelpText.h"
+#include "client/command/options/CreateOptions.h"
+#include "client/command/options/HelpText.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

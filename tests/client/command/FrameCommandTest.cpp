@@ -1,7 +1,7 @@
 #include "client/command/FrameCommand.h"
 
-#include "client/command/CreateOptions.h"
-#include "client/command/ExitStatus.h"
+#include "client/command/options/CreateOptions.h"
+#include "client/command/terminal/ExitStatus.h"
 #include "platform/files/NSFileManager.h"
 #include "platform/files/NSUserDefaults.h"
 #include "platform/graphics/NSImage.h"

@@ -2,8 +2,8 @@
 
 #include "client/command/InfoCommand.h"
 
-#include "client/command/ExitStatus.h"
-#include "client/command/Swatch.h"
+#include "client/command/terminal/ExitStatus.h"
+#include "client/command/terminal/Swatch.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestPicture.h"
 #include "tests/support/TestSound.h"

@@ -1,6 +1,6 @@
 // The real program, with a service that behaves as the test likes, on pipes and on a terminal.
 
-#include "client/Text.h"
+#include "client/text/Text.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <algorithm>

@@ -2,8 +2,8 @@
 
 #include <stillora/Movie.h>
 
-#include "client/command/ExitStatus.h"
-#include "client/command/RememberedSettings.h"
+#include "client/command/making/RememberedSettings.h"
+#include "client/command/terminal/ExitStatus.h"
 #include "platform/files/NSUserDefaults.h"
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/TemporaryFolder.h"

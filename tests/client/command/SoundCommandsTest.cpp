@@ -4,7 +4,7 @@
 #include "client/command/TrimCommand.h"
 #include "client/command/WaveformCommand.h"
 
-#include "client/command/ExitStatus.h"
+#include "client/command/terminal/ExitStatus.h"
 #include "client/reader/SoundRange.h"
 #include "platform/graphics/NSImage.h"
 #include "tests/support/TemporaryFolder.h"

@@ -3,7 +3,7 @@
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestPicture.h"
 #include "tests/window/state/TestLoop.h"
-#include "window/state/DocumentSession.h"
+#include "window/state/document/DocumentSession.h"
 
 #include <filesystem>
 #include <memory>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "window/state/MainLoop.h"
+#include "window/state/loop/MainLoop.h"
 
 #include <algorithm>
 #include <chrono>
