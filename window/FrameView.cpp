@@ -2,6 +2,7 @@
 
 #include "client/text/LocalizedText.h"
 #include "window/toolkit/Accessibility.h"
+#include "window/toolkit/Player.h"
 #include "window/toolkit/Textures.h"
 
 #include <algorithm>
@@ -74,6 +75,7 @@ void FrameView::togglePlaying()
         return;
     }
     setMode(Mode::PreparingDraft);
+    preparePlayer();
     state_.draft.want();
     draftChanged();
 }

@@ -20,7 +20,7 @@ NAMES = {"Control": "Control_L", "Shift": "Shift_L", "Alt": "Alt_L", "Enter": "R
 SIGNS = {" ": "space", ".": "period", ",": "comma", ":": "colon", "/": "slash", "-": "minus", "_": "underscore", "?": "question"}
 
 
-def wait_until(condition, what, deadline=DEADLINE):
+def wait_until(condition, what, deadline=DEADLINE, pause=0.02):
     end = time.monotonic() + deadline
     context = GLib.MainContext.default()
     while True:
@@ -35,7 +35,7 @@ def wait_until(condition, what, deadline=DEADLINE):
             return result
         if time.monotonic() > end:
             raise AssertionError(f"not within {deadline} s: {what() if callable(what) else what}")
-        time.sleep(0.02)
+        time.sleep(pause)
 
 
 class Person:

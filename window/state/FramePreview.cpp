@@ -8,6 +8,13 @@
 
 namespace stillora::window {
 
+namespace {
+
+/// Lines that a part of a screen shows at most; a frame of more would be made small each time that it is drawn.
+constexpr double kMostLines = 1080;
+
+} // namespace
+
 /// All that a frame depends on.
 struct FramePreview::Wish {
     PhotoID photo{};
@@ -62,7 +69,7 @@ void FramePreview::update()
         auto wish = std::make_shared<Wish>();
         wish->photo = *current;
         wish->facts = state->facts;
-        wish->style.quality = static_cast<std::int64_t>(outlook_.frameSize()->height);
+        wish->style.quality = static_cast<std::int64_t>(std::min(outlook_.frameSize()->height, kMostLines));
         wish->style.reducesBorders = session_.settings().reducesBorders;
         wish->style.showsFaces = showsFaces_;
         wish->style.watermark = session_.settings().watermark;
