@@ -49,8 +49,15 @@ void FrameView::setMode(Mode mode)
     setAccessibleName(*play_, name);
 }
 
+void FrameView::fitFrame()
+{
+    if (const int height = picture_->get_height(); height > 0)
+        state_.frame.setShownLines(height * picture_->get_scale_factor());
+}
+
 void FrameView::showFrame()
 {
+    fitFrame();
     if (mode_ == Mode::PlayingDraft || mode_ == Mode::PlayingMovie)
         return;
     const auto photo = state_.frame.photo();

@@ -32,6 +32,8 @@ public:
     /// Plays a movie that was made.
     void play(const std::filesystem::path& movie);
     void stopPlaying();
+    /// To be called when the window has another size.
+    void fitFrame();
 
     /// Told which photo is on the screen; nothing once nothing plays any more.
     std::function<void(std::optional<PhotoID>)> playingChanged;

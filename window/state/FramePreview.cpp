@@ -1,19 +1,14 @@
 #include "window/state/FramePreview.h"
 
+#include "window/state/SettingsModel.h"
 #include "window/state/photos/PhotoStates.h"
 
 #include <algorithm>
 #include <cstdint>
+#include <limits>
 #include <utility>
 
 namespace stillora::window {
-
-namespace {
-
-/// Lines that a part of a screen shows at most; a frame of more would be made small each time that it is drawn.
-constexpr double kMostLines = 1080;
-
-} // namespace
 
 /// All that a frame depends on.
 struct FramePreview::Wish {
@@ -49,6 +44,16 @@ void FramePreview::setShowsFaces(bool showsFaces)
     update();
 }
 
+void FramePreview::setShownLines(int lines)
+{
+    std::int64_t most = std::numeric_limits<std::int64_t>::max();
+    for (const SizeChoice& choice : sizeChoices())
+        if (choice.quality >= lines)
+            most = std::min(most, choice.quality);
+    if (std::exchange(mostLines_, most) != most)
+        update();
+}
+
 void FramePreview::update()
 {
     const auto current = selection_.current();
@@ -69,7 +74,7 @@ void FramePreview::update()
         auto wish = std::make_shared<Wish>();
         wish->photo = *current;
         wish->facts = state->facts;
-        wish->style.quality = static_cast<std::int64_t>(std::min(outlook_.frameSize()->height, kMostLines));
+        wish->style.quality = std::min(static_cast<std::int64_t>(outlook_.frameSize()->height), mostLines_);
         wish->style.reducesBorders = session_.settings().reducesBorders;
         wish->style.showsFaces = showsFaces_;
         wish->style.watermark = session_.settings().watermark;

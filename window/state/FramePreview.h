@@ -11,6 +11,7 @@
 #include "window/state/photos/Selection.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -27,6 +28,10 @@ public:
     /// Whether the faces are outlined.
     void setShowsFaces(bool showsFaces);
     bool showsFaces() const { return showsFaces_; }
+
+    /// How many lines of the screen the frame takes. One with more lines than the movie's next larger size would be
+    /// made small again each time that it is shown.
+    void setShownLines(int lines);
 
     /// Of which the frame is; nothing where none is current.
     std::optional<PhotoID> photo() const { return photo_; }
@@ -52,6 +57,8 @@ private:
     PhotoStates& states_;
     MovieOutlook& outlook_;
     bool showsFaces_ = false;
+    /// At first those of a small window.
+    std::int64_t mostLines_ = 360;
     std::optional<PhotoID> photo_;
     std::shared_ptr<const Pixels> frame_;
     std::size_t faceCount_ = 0;

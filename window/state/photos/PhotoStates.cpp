@@ -19,7 +19,9 @@ constexpr std::chrono::milliseconds kTellingInterval{200};
 /// As many as there are processors, so that the reader has always one at hand.
 std::size_t mostAtOnce()
 {
-    return std::max(1U, std::thread::hardware_concurrency());
+    // Asking takes several files of the system.
+    static const std::size_t processors = std::max(1U, std::thread::hardware_concurrency());
+    return processors;
 }
 
 PhotoState stateOf(const CheckedPhotos& checked)

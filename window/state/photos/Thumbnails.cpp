@@ -13,7 +13,9 @@ namespace {
 
 std::size_t mostAtOnce()
 {
-    return std::max(1U, std::thread::hardware_concurrency());
+    // Asking takes several files of the system.
+    static const std::size_t processors = std::max(1U, std::thread::hardware_concurrency());
+    return processors;
 }
 
 /// What came of the wish for a thumbnail.
