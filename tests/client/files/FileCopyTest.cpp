@@ -6,7 +6,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 
 #include <sys/stat.h>
@@ -17,8 +16,10 @@ namespace {
 
 std::string contentOf(const std::string& path)
 {
+    std::string content(std::filesystem::file_size(path), '\0');
     std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    EXPECT_TRUE(file.read(content.data(), static_cast<std::streamsize>(content.size())));
+    return content;
 }
 
 blkcnt_t blocksOf(const std::string& path)

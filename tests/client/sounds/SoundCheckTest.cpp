@@ -100,6 +100,8 @@ TEST_F(SoundCheck, RefusesWhatIsNoSound)
 
 TEST_F(SoundCheck, TakesNoLongerOverNothingThanItIsWorth)
 {
+    if (platform::kBuiltWithSanitizer)
+        GTEST_SKIP() << "has twenty times as long there, all of which it takes";
     const std::string path = sound("sparse.caf", 1);
     {
         // One sample a second: packets are many and short.
@@ -110,9 +112,7 @@ TEST_F(SoundCheck, TakesNoLongerOverNothingThanItIsWorth)
     ASSERT_EQ(truncate(path.c_str(), off_t{1} << 36), 0);
     // And a bit more, for what it holds.
     EXPECT_THAT(reasonFor({path, {}, {}}),
-                testing::MatchesRegex(platform::kBuiltWithSanitizer
-                                          ? ".*more than 30[.0-9]* s of the processor's time, and a file that.*"
-                                          : ".*more than 1[.]5[0-9]* s of the processor's time, and a file that.*"));
+                testing::MatchesRegex(".*more than 1[.]5[0-9]* s of the processor's time, and a file that.*"));
 }
 
 TEST_F(SoundCheck, RefusesMoviesWithoutSound)
