@@ -11,6 +11,9 @@
 #include <string>
 #include <utility>
 
+#include <glibmm/main.h>
+#include <gtkmm/drawingarea.h>
+
 namespace stillora::window {
 
 namespace {
@@ -34,6 +37,15 @@ FrameView::FrameView(const Glib::RefPtr<Gtk::Builder>& builder, WindowState& sta
     connections_.push_back(state_.draft.changed.connect([this] { draftChanged(); }));
     connections_.push_back(state_.selection.changed.connect([this] { selectionChanged(); }));
     connections_.push_back(state_.session.opened.connect([this] { stopPlaying(); }));
+    builder->get_widget<Gtk::DrawingArea>("frame-size")->signal_resize().connect([this](int, int height) {
+        const auto lines = static_cast<std::size_t>(std::max(height, 1) * picture_->get_scale_factor());
+        // Nothing may change its size while sizes are given out.
+        resized_.disconnect();
+        resized_ = Glib::signal_idle().connect([this, lines] {
+            state_.frame.setShownLines(lines);
+            return false;
+        });
+    });
     nameMediaControls(GTK_WIDGET(controls_->gobj()));
     showFrame();
 }
@@ -49,15 +61,13 @@ void FrameView::setMode(Mode mode)
     setAccessibleName(*play_, name);
 }
 
-void FrameView::fitFrame()
+FrameView::~FrameView()
 {
-    if (const int height = picture_->get_height(); height > 0)
-        state_.frame.setShownLines(height * picture_->get_scale_factor());
+    resized_.disconnect();
 }
 
 void FrameView::showFrame()
 {
-    fitFrame();
     if (mode_ == Mode::PlayingDraft || mode_ == Mode::PlayingMovie)
         return;
     const auto photo = state_.frame.photo();

@@ -24,6 +24,7 @@ namespace stillora::window {
 class FrameView final {
 public:
     FrameView(const Glib::RefPtr<Gtk::Builder>& builder, WindowState& state);
+    ~FrameView();
     FrameView(const FrameView&) = delete;
     FrameView& operator=(const FrameView&) = delete;
 
@@ -32,9 +33,6 @@ public:
     /// Plays a movie that was made.
     void play(const std::filesystem::path& movie);
     void stopPlaying();
-    /// To be called when the window has another size.
-    void fitFrame();
-
     /// Told which photo is on the screen; nothing once nothing plays any more.
     std::function<void(std::optional<PhotoID>)> playingChanged;
     /// Told why nothing can be played, a sentence.
@@ -67,6 +65,7 @@ private:
     std::optional<Seconds> seekWanted_;
     std::optional<PhotoID> told_;
     std::vector<sigc::connection> watched_;
+    sigc::connection resized_;
     std::vector<Connection> connections_;
 };
 

@@ -96,9 +96,6 @@ MainWindow::MainWindow(Gtk::Application& application, WindowState& state, Rememb
         if (window_->is_active())
             state_.session.lookAgain();
     });
-    for (const char* size : {"notify::default-width", "notify::default-height", "notify::maximized"})
-        g_signal_connect_swapped(window_->gobj(), size, G_CALLBACK(+[](FrameView* frame) { frame->fitFrame(); }),
-                                 &frame_);
     frame_.playingChanged = [this](std::optional<PhotoID> photo) { grid_.setPlaying(photo); };
     frame_.playingFailed = [this](const std::string& reason) { say(reason); };
 

@@ -7,8 +7,10 @@
 #include "client/text/DataBytes.h"
 #include "client/text/LocalizedText.h"
 #include "platform/encoders/ImageEncoder.h"
+#include "platform/pixels/ImageScaler.h"
 #include "video/FramePlacement.h"
 
+#include <algorithm>
 #include <utility>
 
 #include <fmt/format.h>
@@ -107,11 +109,19 @@ Result<Frame> renderFrame(const PhotoFacts& photo, const FrameStyle& style)
                  static_cast<std::size_t>(frame->faceCount)};
 }
 
-Result<FramePixels> drawFrame(const PhotoFacts& photo, const FrameStyle& style, FramePlace place)
+Result<FramePixels> drawFrame(const PhotoFacts& photo, const FrameStyle& style, FramePlace place, std::size_t mostLines)
 {
-    const auto frame = frameOf(photo, style, place);
+    auto frame = frameOf(photo, style, place);
     if (!frame)
         return frame.error();
+    if (mostLines > 0 && frame->image.height > mostLines) {
+        platform::CGImage smaller;
+        if (!platform::scaleImage(frame->image,
+                                  std::max<size_t>(1, frame->image.width * mostLines / frame->image.height), mostLines,
+                                  smaller))
+            return Error{ErrorCode::Failed, {}, localized("there is not enough memory for the picture")};
+        frame->image = std::move(smaller);
+    }
     return FramePixels{pixelsOf(frame->image), static_cast<std::size_t>(frame->faceCount)};
 }
 

@@ -79,11 +79,12 @@ struct FramePixels {
 };
 
 /// As `renderFrame`, for a display.
-/// @param photo  as it was checked
-/// @param style  how it is shown
-/// @param place  of the photo in its movie
+/// @param photo      as it was checked
+/// @param style      how it is shown
+/// @param place      of the photo in its movie
+/// @param mostLines  a frame of more is scaled down to so many, once it is drawn; 0 leaves it as it is
 STILLORA_EXPORT Result<FramePixels> drawFrame(const PhotoFacts& photo, const FrameStyle& style = {},
-                                              FramePlace place = {});
+                                              FramePlace place = {}, std::size_t mostLines = 0);
 
 /// The average colour of a picture file; nothing for what is no picture.
 STILLORA_EXPORT std::optional<Color> averageColorOf(const std::filesystem::path& file);

@@ -1,11 +1,10 @@
 #include "window/state/FramePreview.h"
 
-#include "window/state/SettingsModel.h"
 #include "window/state/photos/PhotoStates.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdint>
-#include <limits>
 #include <utility>
 
 namespace stillora::window {
@@ -16,13 +15,14 @@ struct FramePreview::Wish {
     PhotoFacts facts;
     FrameStyle style;
     FramePlace place;
+    std::size_t mostLines = 0;
 
     bool isSameAs(const Wish& other) const
     {
         return photo == other.photo && facts.path == other.facts.path && facts.modified == other.facts.modified &&
                style.quality == other.style.quality && style.reducesBorders == other.style.reducesBorders &&
                style.showsFaces == other.style.showsFaces && style.watermark == other.style.watermark &&
-               place.index == other.place.index && place.count == other.place.count;
+               place.index == other.place.index && place.count == other.place.count && mostLines == other.mostLines;
     }
 };
 
@@ -44,12 +44,10 @@ void FramePreview::setShowsFaces(bool showsFaces)
     update();
 }
 
-void FramePreview::setShownLines(int lines)
+void FramePreview::setShownLines(std::size_t lines)
 {
-    std::int64_t most = std::numeric_limits<std::int64_t>::max();
-    for (const SizeChoice& choice : sizeChoices())
-        if (choice.quality >= lines)
-            most = std::min(most, choice.quality);
+    // In steps, so that a window that is drawn larger is not drawn anew at each pixel.
+    const std::size_t most = std::bit_ceil(lines);
     if (std::exchange(mostLines_, most) != most)
         update();
 }
@@ -74,12 +72,13 @@ void FramePreview::update()
         auto wish = std::make_shared<Wish>();
         wish->photo = *current;
         wish->facts = state->facts;
-        wish->style.quality = std::min(static_cast<std::int64_t>(outlook_.frameSize()->height), mostLines_);
+        wish->style.quality = static_cast<std::int64_t>(outlook_.frameSize()->height);
         wish->style.reducesBorders = session_.settings().reducesBorders;
         wish->style.showsFaces = showsFaces_;
         wish->style.watermark = session_.settings().watermark;
         if (place != photos.end())
             wish->place = {static_cast<std::size_t>(place - photos.begin()), photos.size()};
+        wish->mostLines = mostLines_;
         wish_ = std::move(wish);
         draw();
     } else {
@@ -94,7 +93,7 @@ void FramePreview::draw()
         return;
     isDrawing_ = true;
     drawn_ = wish_;
-    background_.run([wish = wish_] { return drawFrame(wish->facts, wish->style, wish->place); },
+    background_.run([wish = wish_] { return drawFrame(wish->facts, wish->style, wish->place, wish->mostLines); },
                     [this, wish = wish_](Result<FramePixels> drawn) {
                         isDrawing_ = false;
                         // Another one may be wanted by now.

@@ -11,7 +11,6 @@
 #include "window/state/photos/Selection.h"
 
 #include <cstddef>
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -29,9 +28,9 @@ public:
     void setShowsFaces(bool showsFaces);
     bool showsFaces() const { return showsFaces_; }
 
-    /// How many lines of the screen the frame takes. One with more lines than the movie's next larger size would be
-    /// made small again each time that it is shown.
-    void setShownLines(int lines);
+    /// How many lines of the screen the frame takes. One with many more would be made small again each time that it is
+    /// shown: it is drawn as for the movie, and made so small once.
+    void setShownLines(std::size_t lines);
 
     /// Of which the frame is; nothing where none is current.
     std::optional<PhotoID> photo() const { return photo_; }
@@ -58,7 +57,7 @@ private:
     MovieOutlook& outlook_;
     bool showsFaces_ = false;
     /// At first those of a small window.
-    std::int64_t mostLines_ = 360;
+    std::size_t mostLines_ = 512;
     std::optional<PhotoID> photo_;
     std::shared_ptr<const Pixels> frame_;
     std::size_t faceCount_ = 0;

@@ -2,6 +2,8 @@
 
 #include "platform/dispatch/DispatchQueue.h"
 
+#include <mutex>
+
 #include <dlfcn.h>
 #include <glib.h>
 
@@ -9,7 +11,8 @@ namespace stillora::window {
 
 void preparePlayer()
 {
-    static const bool isAsked = [] {
+    static std::once_flag isAsked;
+    std::call_once(isAsked, [] {
         platform::DispatchQueue::global()->async([] {
             // The toolkit loads the same library when it plays; where it is not installed, it tells so then.
             void* library = dlopen("libgstreamer-1.0.so.0", RTLD_NOW);
@@ -17,9 +20,7 @@ void preparePlayer()
             if (const auto start = library ? reinterpret_cast<Start>(dlsym(library, "gst_init_check")) : nullptr)
                 start(nullptr, nullptr, nullptr);
         });
-        return true;
-    }();
-    static_cast<void>(isAsked);
+    });
 }
 
 } // namespace stillora::window

@@ -126,6 +126,20 @@ TEST(Picture, OfAFrameCarriesTheWatermarkWhereItsMovieDoes)
     EXPECT_EQ(frameAt({2, 5}, Watermark::Drawn).bytes, plain.bytes) << "of five the middle ones have none";
 }
 
+TEST(Picture, OfAFrameIsMadeSmallerAsItIsInItsMovie)
+{
+    const TemporaryFolder folder;
+    // Fills a quarter of its frame, and would all of one with as few lines.
+    const PhotoFacts photo{.path = savedJPEG(folder, 640, 360), .size = {640, 360}};
+    const auto frame = drawFrame(photo, {.quality = 720, .watermark = Watermark::Absent}, {}, 360);
+    ASSERT_TRUE(frame) << frame.error().message;
+    EXPECT_EQ(frame->pixels.width, 640);
+    EXPECT_EQ(frame->pixels.height, 360);
+    EXPECT_EQ(pixelAt(frame->pixels, 150, 180), (Pixel{0, 0, 0, 255}));
+    EXPECT_NEAR(pixelAt(frame->pixels, 170, 180)[0], test::kRed[0], 8);
+    EXPECT_EQ(drawFrame(photo, {.quality = 240}, {}, 360)->pixels.height, 240) << "never enlarged";
+}
+
 /// A request for a movie of plain photos of one size, without a watermark.
 MovieRequest requestFor(const TemporaryFolder& folder, const std::vector<test::Color>& colors)
 {

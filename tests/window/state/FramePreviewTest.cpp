@@ -34,19 +34,35 @@ protected:
     FramePreview frame_{loop_, *session_, selection_, photos_, outlook_};
 };
 
-TEST_F(FramePreviewTest, HasTheLinesOfAMovieThatFillTheScreensPart)
+TEST_F(FramePreviewTest, HasHardlyMoreLinesThanTheScreenShows)
 {
-    EXPECT_EQ(lines(), 360);
-    frame_.setShownLines(361);
-    EXPECT_EQ(lines(), 480);
-    frame_.setShownLines(240);
-    EXPECT_EQ(lines(), 240);
+    EXPECT_EQ(lines(), 512);
+    frame_.setShownLines(257);
+    EXPECT_EQ(lines(), 512);
+    frame_.setShownLines(256);
+    EXPECT_EQ(lines(), 256);
 }
 
 TEST_F(FramePreviewTest, NeverHasMoreLinesThanItsMovie)
 {
     frame_.setShownLines(5000);
     EXPECT_EQ(lines(), 720);
+}
+
+TEST_F(FramePreviewTest, ShowsAPhotoThatDoesNotFillItsMovieWithTheBordersThatItHasThere)
+{
+    MovieSettings settings = session_->settings();
+    settings.quality = 2160;
+    session_->setSettings(settings);
+    ASSERT_TRUE(loop_.runUntil([&] { return outlook_.frameSize() && outlook_.frameSize()->height == 2160; }));
+    EXPECT_EQ(lines(), 512);
+    const Pixels& pixels = *frame_.frame();
+    const auto blueAt = [&](int x, int y) {
+        return std::to_integer<int>(
+            pixels.bytes[static_cast<std::size_t>(y) * pixels.rowBytes + static_cast<std::size_t>(4 * x + 2)]);
+    };
+    EXPECT_EQ(blueAt(pixels.width / 4, pixels.height / 2), 0);
+    EXPECT_GT(blueAt(pixels.width / 2, pixels.height / 2), 200);
 }
 
 } // namespace

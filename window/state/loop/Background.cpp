@@ -2,6 +2,8 @@
 
 #include "platform/dispatch/DispatchQueue.h"
 
+#include <algorithm>
+#include <thread>
 #include <vector>
 
 namespace stillora::window {
@@ -53,6 +55,13 @@ Background::Background(MainLoop& loop, Urgency urgency) : shared_(std::make_shar
     shared_->owner = this;
     const platform::LockGuard guard(shared_->lock);
     shared_->loop = &loop;
+}
+
+std::size_t Background::mostAtOnce()
+{
+    // Asking takes several files of the system.
+    static const std::size_t processors = std::max(1U, std::thread::hardware_concurrency());
+    return processors;
 }
 
 Background::~Background()

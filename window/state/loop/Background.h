@@ -35,6 +35,9 @@ public:
         });
     }
 
+    /// As many works of one kind as there are processors, so that who reads files has always one at hand.
+    static std::size_t mostAtOnce();
+
     /// Of works whose results have not come back yet.
     std::size_t running() const { return running_; }
 

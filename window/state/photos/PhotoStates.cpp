@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <iterator>
 #include <map>
-#include <thread>
 #include <utility>
 
 namespace stillora::window {
@@ -15,14 +14,6 @@ namespace stillora::window {
 namespace {
 
 constexpr std::chrono::milliseconds kTellingInterval{200};
-
-/// As many as there are processors, so that the reader has always one at hand.
-std::size_t mostAtOnce()
-{
-    // Asking takes several files of the system.
-    static const std::size_t processors = std::max(1U, std::thread::hardware_concurrency());
-    return processors;
-}
 
 PhotoState stateOf(const CheckedPhotos& checked)
 {
@@ -104,7 +95,7 @@ std::optional<PhotoID> PhotoStates::nearest(const std::unordered_set<PhotoID>& w
 
 void PhotoStates::lookOn()
 {
-    while (looking_.size() < mostAtOnce()) {
+    while (looking_.size() < Background::mostAtOnce()) {
         const auto id = waiting_.empty() ? std::nullopt : nearest(waiting_);
         if (!id)
             return;

@@ -4,19 +4,11 @@
 
 #include <algorithm>
 #include <chrono>
-#include <thread>
 #include <utility>
 
 namespace stillora::window {
 
 namespace {
-
-std::size_t mostAtOnce()
-{
-    // Asking takes several files of the system.
-    static const std::size_t processors = std::max(1U, std::thread::hardware_concurrency());
-    return processors;
-}
 
 /// What came of the wish for a thumbnail.
 struct Made {
@@ -112,7 +104,7 @@ std::optional<PhotoID> Thumbnails::nextWanted()
 
 void Thumbnails::makeOn()
 {
-    while (!isPaused_ && making_.size() < mostAtOnce()) {
+    while (!isPaused_ && making_.size() < Background::mostAtOnce()) {
         const auto id = nextWanted();
         if (!id)
             return;
