@@ -7,10 +7,8 @@
 #include "client/text/DataBytes.h"
 #include "client/text/LocalizedText.h"
 #include "platform/encoders/ImageEncoder.h"
-#include "platform/pixels/ImageScaler.h"
 #include "video/FramePlacement.h"
 
-#include <algorithm>
 #include <utility>
 
 #include <fmt/format.h>
@@ -78,7 +76,7 @@ Error unread(const Error& error, const std::filesystem::path& file)
 namespace {
 
 /// A photo as the frame of a movie, as it is decoded.
-Result<PictureAnswer> frameOf(const PhotoFacts& photo, const FrameStyle& style, FramePlace place)
+Result<PictureAnswer> frameOf(const PhotoFacts& photo, const FrameStyle& style, FramePlace place, std::size_t mostLines)
 {
     const auto frame = FileReader::shared().ask(
         FrameQuestion{.file = photo.path,
@@ -86,7 +84,8 @@ Result<PictureAnswer> frameOf(const PhotoFacts& photo, const FrameStyle& style, 
                       .frame = frameSizeForQuality(style.quality, {photo}),
                       .reducesBorders = style.reducesBorders,
                       .carriesWatermark = drawsWatermark(style.watermark) && carriesWatermark(place.index, place.count),
-                      .showsFaces = style.showsFaces});
+                      .showsFaces = style.showsFaces,
+                      .mostLines = mostLines});
     if (!frame)
         return unread(frame.error(), photo.path);
     if (!*frame)
@@ -99,7 +98,7 @@ Result<PictureAnswer> frameOf(const PhotoFacts& photo, const FrameStyle& style, 
 
 Result<Frame> renderFrame(const PhotoFacts& photo, const FrameStyle& style)
 {
-    const auto frame = frameOf(photo, style, {});
+    const auto frame = frameOf(photo, style, {}, 0);
     if (!frame)
         return frame.error();
     auto picture = pngOf(*frame);
@@ -111,17 +110,9 @@ Result<Frame> renderFrame(const PhotoFacts& photo, const FrameStyle& style)
 
 Result<FramePixels> drawFrame(const PhotoFacts& photo, const FrameStyle& style, FramePlace place, std::size_t mostLines)
 {
-    auto frame = frameOf(photo, style, place);
+    const auto frame = frameOf(photo, style, place, mostLines);
     if (!frame)
         return frame.error();
-    if (mostLines > 0 && frame->image.height > mostLines) {
-        platform::CGImage smaller;
-        if (!platform::scaleImage(frame->image,
-                                  std::max<size_t>(1, frame->image.width * mostLines / frame->image.height), mostLines,
-                                  smaller))
-            return Error{ErrorCode::Failed, {}, localized("there is not enough memory for the picture")};
-        frame->image = std::move(smaller);
-    }
     return FramePixels{pixelsOf(frame->image), static_cast<std::size_t>(frame->faceCount)};
 }
 

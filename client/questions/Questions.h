@@ -135,6 +135,8 @@ struct FrameQuestion {
     bool carriesWatermark = false;
     /// Finds and outlines the faces.
     bool showsFaces = false;
+    /// A frame of more is scaled down to so many, once it is drawn; 0 leaves it as it is.
+    uint64_t mostLines = 0;
 };
 
 /// How loud a sound is over time. The answer's errors do not name the file.
@@ -387,7 +389,7 @@ template <typename Coder>
 void fields(Coder& coder, FrameQuestion& question)
 {
     coder(question.file, question.photoSize, question.frame, question.reducesBorders, question.carriesWatermark,
-          question.showsFaces);
+          question.showsFaces, question.mostLines);
 }
 
 constexpr WaveformStyle::Ground lastOf(WaveformStyle::Ground)

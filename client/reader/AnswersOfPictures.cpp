@@ -5,6 +5,7 @@
 #include "platform/decoders/CGImageSource.h"
 #include "platform/files/NSURL.h"
 #include "platform/graphics/NSImage.h"
+#include "platform/pixels/ImageScaler.h"
 #include "util/MORImageCategory.h"
 #include "video/FramePlacement.h"
 #include "video/PhotoFrame.h"
@@ -126,6 +127,13 @@ Result<PictureAnswer> answerTo(const FrameQuestion& question)
         return Error{};
     if (question.showsFaces)
         drawFaces(*image, *frame);
+    const size_t lines = question.mostLines;
+    platform::CGImage smaller;
+    if (lines > 0 && image->height > lines) {
+        if (!platform::scaleImage(*image, std::max<size_t>(1, image->width * lines / image->height), lines, smaller))
+            return Error{};
+        *image = std::move(smaller);
+    }
     return PictureAnswer{std::move(*image), frame->faces.size(), {}};
 }
 
