@@ -236,14 +236,18 @@ void RowCollector::add(const Sample* samples)
     squares_.addRow(samples);
     if (nextRow_ % factor_ != 0 && nextRow_ != picture_.height)
         return;
-    squares_.finish<Sample>([&](size_t column, size_t band, Sample mean) {
-        const bool isSpread = bands_ == 2 && band == 0;
-        for (size_t plane = bands_ == 2 ? 3 * band : band; plane < (isSpread ? 3 : planeCount_); ++plane) {
-            rowOfPlane<Sample>(plane, row / factor_)[column] = mean;
-            if (!isSpread)
-                break;
-        }
-    });
+    std::array<Sample*, 4> rows{};
+    for (size_t plane = 0; plane < planeCount_; ++plane)
+        rows[plane] = rowOfPlane<Sample>(plane, row / factor_);
+    if (bands_ == 2)
+        squares_.finish<Sample>([&rows](size_t column, size_t band, Sample mean) {
+            if (band == 0)
+                rows[0][column] = rows[1][column] = rows[2][column] = mean;
+            else
+                rows[3][column] = mean;
+        });
+    else
+        squares_.finish<Sample>([&rows](size_t column, size_t band, Sample mean) { rows[band][column] = mean; });
 }
 
 ImagePlanes RowCollector::planes() const

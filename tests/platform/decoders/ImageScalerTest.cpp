@@ -152,6 +152,26 @@ TEST(RowCollector, AveragesSquaresOfLargePictures)
     }
 }
 
+TEST(RowCollector, SpreadsGreyOverTheColours)
+{
+    for (const size_t wanted : {size_t{40}, size_t{10}, size_t{4}}) {
+        RowCollector rows({40, 40}, 2, true, {wanted, wanted});
+        std::vector<uint8_t> row;
+        for (size_t x = 0; x < 40; ++x)
+            row.insert(row.end(), {200, 51});
+        for (size_t y = 0; y < 40; ++y)
+            rows.addRow(row.data());
+        const platform::ImagePlanes planes = rows.planes();
+        ASSERT_EQ(planes.count, 4U);
+        for (size_t plane = 0; plane < 4; ++plane)
+            for (size_t y = 0; y < planes.height; ++y)
+                for (size_t x = 0; x < planes.width; ++x)
+                    ASSERT_EQ(planes.planes[plane].samples[y * planes.planes[plane].bytesPerRow + x],
+                              plane == 3 ? 51 : 40)
+                        << wanted << ", " << plane << ": " << x << ", " << y;
+    }
+}
+
 TEST(RowCollector, KeepsSixteenBits)
 {
     // A ramp of 300 numbers of 16 bits, which 8 bits know as two, at its own size and averaged in squares.
