@@ -6,6 +6,7 @@
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/TemporaryFolder.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -14,6 +15,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <semaphore>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -405,6 +407,33 @@ TEST_F(MovieMakerTest, IsCancelledBetweenUpdates)
     listener_.cancels = 1;
     EXPECT_EQ(kindOf(make("waits")), Kind::Cancelled);
     EXPECT_THAT(save_.entries(), IsEmpty());
+}
+
+/// It looks by itself every 150 ms, the first time so long after the update.
+TEST_F(MovieMakerTest, HearsACancelOfAnotherThreadAtOnce)
+{
+    auto quickest = std::chrono::steady_clock::duration::max();
+    for (int i = 0; i < 5; ++i) {
+        MovieMaker maker({.stall = 60'000ms, .cancel = 60'000ms});
+        class Caller final : public MovieMaker::Observer {
+        public:
+            void progressChanged(const MovieProgress&) override { isHeard.release(); }
+            std::counting_semaphore<> isHeard{0};
+        } caller;
+        std::chrono::steady_clock::time_point cancelled;
+        std::jthread other([&] {
+            caller.isHeard.acquire();
+            std::this_thread::sleep_for(30ms);
+            cancelled = std::chrono::steady_clock::now();
+            maker.cancel();
+        });
+        setenv("STILLORA_PRETENDED_SERVICE", "waits", 1);
+        ASSERT_EQ(kindOf(maker.makeMovie(requestOf(6), caller)), Kind::Cancelled);
+        other.join();
+        quickest = std::min(quickest, std::chrono::steady_clock::now() - cancelled);
+    }
+    // One of several is enough: a machine may be busy.
+    EXPECT_LT(quickest, 75ms);
 }
 
 TEST_F(MovieMakerTest, EndsAServiceThatDoesNotAnswerACancel)
