@@ -73,12 +73,6 @@ std::optional<Error> copySound(const SoundFacts& sound, SoundCopyQuestion::Way w
     return *copied ? std::nullopt : std::optional(copied->error());
 }
 
-/// The hidden folder beside a file's place in which it grows, and of which nothing is left if the caller stops this.
-std::unique_ptr<JobFolder> jobBeside(const NSURL& place, NSError* error)
-{
-    return JobFolder::create(place.URLByDeletingLastPathComponent(), error);
-}
-
 /// Gives a file that is whole its name.
 Result<SoundFile> moved(const NSURL& growing, const std::filesystem::path& file)
 {
@@ -91,9 +85,20 @@ Result<SoundFile> moved(const NSURL& growing, const std::filesystem::path& file)
     return errorOf(error, file);
 }
 
-} // namespace
-
-namespace {
+/// It grows in a hidden folder beside its place, of which nothing is left if the caller stops this.
+Result<SoundFile> copyTo(const std::filesystem::path& file, const SoundFacts& sound, SoundCopyQuestion::Way way,
+                         const WorkProgress& progress)
+{
+    const NSURL place = NSURL::fileURLWithPath(file.native());
+    NSError error;
+    const auto job = JobFolder::create(place.URLByDeletingLastPathComponent(), &error);
+    if (!job)
+        return errorOf(error, file);
+    const NSURL growing = job->temporaryURL().URLByAppendingPathComponent(place.lastPathComponent(), false);
+    if (auto failure = copySound(sound, way, growing, *job, progress))
+        return *std::move(failure);
+    return moved(growing, file);
+}
 
 Result<PictureAnswer> drawnWaveform(const SoundFacts& sound, const WaveformStyle& style, const WorkProgress& progress)
 {
@@ -176,28 +181,12 @@ Result<SoundFile> convertSound(const SoundFacts& sound, const std::filesystem::p
 Result<SoundFile> convertSoundToFile(const SoundFacts& sound, const std::filesystem::path& file,
                                      const WorkProgress& progress)
 {
-    const NSURL place = NSURL::fileURLWithPath(file.native());
-    NSError error;
-    const auto job = jobBeside(place, &error);
-    if (!job)
-        return errorOf(error, file);
-    const NSURL growing = job->temporaryURL().URLByAppendingPathComponent(place.lastPathComponent(), false);
-    if (auto failure = copySound(sound, SoundCopyQuestion::Way::Encoded, growing, *job, progress))
-        return *std::move(failure);
-    return moved(growing, file);
+    return copyTo(file, sound, SoundCopyQuestion::Way::Encoded, progress);
 }
 
 Result<SoundFile> trimSound(const SoundFacts& sound, const std::filesystem::path& file, const WorkProgress& progress)
 {
-    const NSURL place = NSURL::fileURLWithPath(file.native());
-    NSError error;
-    const auto job = jobBeside(place, &error);
-    if (!job)
-        return errorOf(error, file);
-    const NSURL growing = job->temporaryURL().URLByAppendingPathComponent(place.lastPathComponent(), false);
-    if (auto failure = copySound(sound, SoundCopyQuestion::Way::PacketByPacket, growing, *job, progress))
-        return *std::move(failure);
-    return moved(growing, file);
+    return copyTo(file, sound, SoundCopyQuestion::Way::PacketByPacket, progress);
 }
 
 } // namespace stillora

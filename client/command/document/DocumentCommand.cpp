@@ -23,6 +23,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -146,28 +147,11 @@ MovieCommand::Wish outputOf(const CreateOptions& wish, std::string_view product)
             .isInputTaken = wish.list && wish.list->isStandardInput()};
 }
 
-int runNew(const DocumentFillOptions& given)
+/// Makes or opens a document, and adds what is listed to it.
+/// @param documentFor  gives nothing, and the exit status, where it told why there is none
+int runFilling(DocumentFillOptions options,
+               std::optional<Document> (*documentFor)(const DocumentFillOptions&, MovieCommand&, int& status))
 {
-    DocumentFillOptions options = given;
-    const auto read = addListedNames(options.movie.list, options.files);
-    MovieCommand command(outputOf(options.movie, "document"));
-    if (!read)
-        return command.fail(kExitBadInput, read.error().message);
-    if (const auto missing = command.failWithoutReader([&] { return !command.isCancelled(); }))
-        return *missing;
-    auto document = Document::create(options.document);
-    if (!document)
-        return command.fail(kExitFailed, document.error().message);
-    CreateOptions movie = options.movie;
-    for (const std::string& fault : RememberedSettings::complete(movie))
-        command.note(fault);
-    document->setSettings(settingsOf(movie));
-    return fill(*document, options, command);
-}
-
-int runAdd(const DocumentFillOptions& given)
-{
-    DocumentFillOptions options = given;
     const auto read = addListedNames(options.movie.list, options.files);
     MovieCommand command(outputOf(options.movie, "document"));
     if (!read)
@@ -175,12 +159,41 @@ int runAdd(const DocumentFillOptions& given)
     if (const auto missing = command.failWithoutReader([&] { return !command.isCancelled(); }))
         return *missing;
     int status = kExitDone;
+    auto document = documentFor(options, command, status);
+    return document ? fill(*document, options, command) : status;
+}
+
+std::optional<Document> newDocument(const DocumentFillOptions& options, MovieCommand& command, int& status)
+{
+    auto document = Document::create(options.document);
+    if (!document) {
+        status = command.fail(kExitFailed, document.error().message);
+        return std::nullopt;
+    }
+    CreateOptions movie = options.movie;
+    for (const std::string& fault : RememberedSettings::complete(movie))
+        command.note(fault);
+    document->setSettings(settingsOf(movie));
+    return *std::move(document);
+}
+
+std::optional<Document> documentToFill(const DocumentFillOptions& options, MovieCommand& command, int& status)
+{
     auto document = openForChange(options.document, command, status);
-    if (!document)
-        return status;
-    for (const BadItem& item : badItemsOf(*document))
-        command.note(fmt::format("{}: {}", item.path, item.reason));
-    return fill(*document, options, command);
+    if (document)
+        for (const BadItem& item : badItemsOf(*document))
+            command.note(fmt::format("{}: {}", item.path, item.reason));
+    return document;
+}
+
+int runNew(const DocumentFillOptions& options)
+{
+    return runFilling(options, newDocument);
+}
+
+int runAdd(const DocumentFillOptions& options)
+{
+    return runFilling(options, documentToFill);
 }
 
 /// In JSON as a document that could not be changed: there is nothing else to tell of it.
