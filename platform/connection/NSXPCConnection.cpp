@@ -569,15 +569,13 @@ namespace {
 void startTaskThread()
 {
     g_thread_pool_set_max_idle_time(0);
-    const auto started = std::make_shared<std::binary_semaphore>(0);
+    static std::counting_semaphore<> started{0};
     const ObjectPtr<GTask> task(g_task_new(nullptr, nullptr, nullptr, nullptr));
-    g_task_set_task_data(task.get(), new std::shared_ptr<std::binary_semaphore>(started),
-                         [](gpointer data) { delete static_cast<std::shared_ptr<std::binary_semaphore>*>(data); });
-    g_task_run_in_thread(task.get(), [](GTask* own, gpointer, gpointer data, GCancellable*) {
-        (*static_cast<std::shared_ptr<std::binary_semaphore>*>(data))->release();
+    g_task_run_in_thread(task.get(), [](GTask* own, gpointer, gpointer, GCancellable*) {
+        started.release();
         g_task_return_boolean(own, TRUE);
     });
-    if (!started->try_acquire_for(kLongestThreadStart))
+    if (!started.try_acquire_for(kLongestThreadStart))
         throw std::system_error(EAGAIN, std::generic_category(), "no thread can be made");
 }
 

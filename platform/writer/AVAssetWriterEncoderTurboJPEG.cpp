@@ -53,8 +53,10 @@ public:
             return fail(error, kAVFoundationErrorDomain, kAVErrorUnknown, "a frame's pixels cannot be read back");
         // Green is most of the brightness.
         constexpr size_t kGreen = 2;
+        constexpr double kMostEdges = 1.0 / 256;
         const bool isSharp =
-            hasSharpEdges(buffer->baseAddress() + kGreen, 4, buffer->width(), buffer->height(), buffer->bytesPerRow());
+            sharpEdgesOf(buffer->baseAddress() + kGreen, 4, buffer->width(), buffer->height(), buffer->bytesPerRow())
+                .share > kMostEdges;
         unsigned char* to = output_.get();
         unsigned long size = outputBytes_;
         const int result =
