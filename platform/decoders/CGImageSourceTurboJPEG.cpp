@@ -71,9 +71,15 @@ private:
     bool probe(NSError* error) override
     {
         constexpr size_t kFirstRowsBytes = 64 * 1024;
+        // Of a large picture of several passes these are most of the first, whose coefficients all have to be in
+        // memory.
+        constexpr uint64_t kLargePixels = 2'000'000;
+        constexpr size_t kFirstRowsBytesOfLarge = 8 * 1024;
+        const bool isShort = header_.hasManyScans && pixelCount() > kLargePixels;
         const DecodingShare share(cost().memory);
+        const auto start = file().first(header_.length + (isShort ? kFirstRowsBytesOfLarge : kFirstRowsBytes));
         CGImage image;
-        return decode(file().first(header_.length + kFirstRowsBytes), 1, 1, image, error);
+        return (header_.hasManyScans && canReadJPEGScans(start)) || decode(start, 1, 1, image, error);
     }
 
     bool decode(std::span<const uint8_t> bytes, size_t width, size_t height, CGImage& image, NSError* error)

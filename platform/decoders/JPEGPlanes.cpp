@@ -80,6 +80,28 @@ public:
                areNeighbours(transforms().ofComponents[0], &jpeg_start_decompress);
     }
 
+    /// Reads the coefficients of all scans as far as the bytes go, and makes no picture of them.
+    [[nodiscard]] bool readScans(std::span<const uint8_t> bytes)
+    {
+        constexpr int kMostScans = 500;
+        if (setjmp(failed_) != 0)
+            return false;
+        jpeg_create_decompress(&info_);
+        jpeg_mem_src(&info_, bytes.data(), bytes.size());
+        // Where they end the library waits for more, which does not come.
+        info_.src->fill_input_buffer = [](j_decompress_ptr) -> boolean { return FALSE; };
+        if (jpeg_read_header(&info_, TRUE) != JPEG_HEADER_OK || info_.data_precision != 8 ||
+            (info_.num_components != 1 && info_.num_components != 3))
+            return false;
+        info_.buffered_image = TRUE;
+        if (!jpeg_start_decompress(&info_))
+            return false;
+        int read = JPEG_SCAN_COMPLETED;
+        while (read != JPEG_SUSPENDED && read != JPEG_REACHED_EOI && info_.input_scan_number <= kMostScans)
+            read = jpeg_consume_input(&info_);
+        return info_.input_scan_number <= kMostScans;
+    }
+
     jpeg_decompress_struct& info() { return info_; }
     const InverseTransforms& transforms() const { return *reinterpret_cast<const InverseTransforms*>(info_.idct); }
 
@@ -254,6 +276,11 @@ bool decodeJPEGPlanes(std::span<const uint8_t> bytes, unsigned denominator, Plan
 {
     Library library;
     return library.begin(bytes, denominator) && Picture(library, planes).decode();
+}
+
+bool canReadJPEGScans(std::span<const uint8_t> bytes)
+{
+    return Library().readScans(bytes);
 }
 
 } // namespace platform

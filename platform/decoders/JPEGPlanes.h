@@ -19,4 +19,10 @@ namespace platform {
 /// @return false where anything is damaged or unusual; the library is to be asked then, and the planes hold nothing
 [[nodiscard]] bool decodeJPEGPlanes(std::span<const uint8_t> bytes, unsigned denominator, PlaneMemory& planes);
 
+/// Whether libjpeg gets over the start of a file whose picture comes in several scans, as far as it is there. To make a
+/// picture of them, however small, would take many times as long.
+/// @param bytes  from the file's start, all its headers and some of its picture
+/// @return false where it does not, and where that would tell little; a picture is to be tried then
+[[nodiscard]] bool canReadJPEGScans(std::span<const uint8_t> bytes);
+
 } // namespace platform

@@ -30,8 +30,7 @@ std::optional<WebPPixels> WebPPixels::inFile(ImageFile& file)
 bool WebPPixels::hasFirstRows(ImageFile& file) const
 {
     constexpr size_t kContainerBytes = 8;
-    constexpr size_t kFirstRowsBytes = size_t{1} << 17;
-    const auto start = file.first(kHeaderBytes + kFirstRowsBytes);
+    const auto start = file.first(kHeaderBytes);
     const auto length = littleEndian32(start, 4);
     if (!length || *length > file.length() - kContainerBytes)
         return false;
@@ -39,10 +38,22 @@ bool WebPPixels::hasFirstRows(ImageFile& file) const
         WebPINewYUVA(nullptr, 0, 0, nullptr, 0, 0, nullptr, 0, 0, nullptr, 0, 0));
     if (!decoder)
         return false;
-    const auto status = WebPIAppend(decoder.get(), start.data(), start.size());
-    int lastRow = 0;
-    return (status == VP8_STATUS_OK || status == VP8_STATUS_SUSPENDED) &&
-           WebPIDecGetYUV(decoder.get(), &lastRow, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr) && lastRow > 0;
+    // In front of the first row there is what all rows are made of, up to half a megabyte of it.
+    size_t given = 0;
+    for (size_t next = kHeaderBytes; given < file.length(); next *= 2) {
+        const auto bytes = file.first(next).subspan(given);
+        if (bytes.empty())
+            return false;
+        const auto status = WebPIAppend(decoder.get(), bytes.data(), bytes.size());
+        given += bytes.size();
+        int lastRow = 0;
+        if (status != VP8_STATUS_OK && status != VP8_STATUS_SUSPENDED)
+            return false;
+        if (WebPIDecGetYUV(decoder.get(), &lastRow, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr) &&
+            lastRow > 0)
+            return true;
+    }
+    return false;
 }
 
 std::optional<ImagePlanes> WebPPixels::read(ImageFile& file) const

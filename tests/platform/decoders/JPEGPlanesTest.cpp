@@ -2,6 +2,7 @@
 
 #include "platform/decoders/JPEGScan.h"
 #include "tests/support/JPEGComparison.h"
+#include "tests/support/TestPicture.h"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +12,9 @@
 #include <cstdlib>
 #include <memory>
 #include <random>
+#include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 // It needs the types of the headers above.
@@ -276,4 +279,30 @@ TEST(JPEGCodesTest, AreNotMadeOfWhatAreNone)
     symbols[2] = 16;
     EXPECT_FALSE(JPEGCodes::of(Kind::First, counts, symbols)) << "a difference of 16 bits";
     EXPECT_TRUE(JPEGCodes::of(Kind::Other, counts, symbols));
+}
+
+TEST(JPEGScans, AreReadAsFarAsTheyAreThere)
+{
+    const auto bytes = test::jpegBytes(test::textured(1600, 1300), {.isProgressive = true});
+    for (const size_t count : {bytes.size(), bytes.size() / 2, size_t{8192}})
+        EXPECT_TRUE(platform::canReadJPEGScans(std::span(bytes).first(count))) << count;
+    EXPECT_FALSE(platform::canReadJPEGScans(std::span(bytes).first(200))) << "the headers end in front of a picture";
+    EXPECT_FALSE(platform::canReadJPEGScans({}));
+}
+
+TEST(JPEGScans, AreLeftToOthersWhereTheirTablesAreBad)
+{
+    auto bytes = test::jpegBytes(test::textured(640, 480), {.isProgressive = true});
+    constexpr std::array<uint8_t, 2> kTable = {0xFF, 0xC4};
+    // The first table, and one between two passes.
+    const auto first = std::ranges::search(bytes, kTable).begin();
+    const auto last = std::ranges::find_end(bytes, kTable).begin();
+    ASSERT_LT(first, last);
+    for (const auto place : {first, last}) {
+        // So many codes of one bit there cannot be.
+        const uint8_t count = std::exchange(place[5], uint8_t{200});
+        EXPECT_FALSE(platform::canReadJPEGScans(bytes));
+        place[5] = count;
+    }
+    EXPECT_TRUE(platform::canReadJPEGScans(bytes));
 }

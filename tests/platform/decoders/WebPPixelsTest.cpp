@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <random>
 
 using platform::ImageFile;
 using platform::WebPPixels;
@@ -82,6 +84,21 @@ TEST_F(WebPPixelsTest, SeesAFileThatIsCutOff)
     }
     const auto half = fileOf({whole.begin(), whole.begin() + static_cast<ptrdiff_t>(whole.size() / 2)});
     EXPECT_FALSE(WebPPixels::inFile(*half)->read(*half));
+}
+
+TEST_F(WebPPixelsTest, GetsToTheFirstRowsOfLargePicturesOfMuchDetail)
+{
+    std::minstd_rand random(1);
+    test::Picture grain = test::textured(2400, 1800);
+    for (uint8_t& sample : grain.samples)
+        sample = static_cast<uint8_t>(std::min<unsigned>(sample + random() % 40, 255));
+    auto bytes = encoded(grain, {"-c:v", "libwebp", "-quality", "90", "-compression_level", "1"});
+    constexpr size_t kFrameTag = 20;
+    const size_t firstPartition = (bytes[kFrameTag] | bytes[kFrameTag + 1] << 8 | bytes[kFrameTag + 2] << 16) >> 5;
+    ASSERT_GT(firstPartition, 80'000U);
+    EXPECT_TRUE(WebPPixels::inFile(*fileOf(bytes))->hasFirstRows(*fileOf(bytes)));
+    bytes.resize(firstPartition);
+    EXPECT_FALSE(WebPPixels::inFile(*fileOf(bytes))->hasFirstRows(*fileOf(bytes)));
 }
 
 TEST_F(WebPPixelsTest, SeesPixelsThatCannotBeDecoded)
