@@ -1,13 +1,18 @@
 #include "platform/vips/module/PictureModule.h"
 
+#include <gmodule.h>
 #include <vips/vips.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <memory>
 #include <new>
+#include <string>
 #include <string_view>
 #include <type_traits>
 #include <vector>
+
+#include <dlfcn.h>
 
 namespace {
 
@@ -48,6 +53,22 @@ gint64 seekTo(VipsSourceCustom*, gint64 offset, int whence, Picture* picture)
     return picture->position = position;
 }
 
+/// Loads the one of the library's modules that is needed, where it is not a part of the library itself.
+void loadHEIF()
+{
+    static const bool kIsTried = [] {
+        Dl_info library{};
+        if (dladdr(reinterpret_cast<const void*>(&vips_init), &library) == 0)
+            return false;
+        const auto folder = "vips-modules-" + std::to_string(vips_version(0)) + "." + std::to_string(vips_version(1));
+        const auto file = std::filesystem::path(library.dli_fname).parent_path() / folder / "vips-heif.so";
+        if (GModule* const module = g_module_open(file.c_str(), G_MODULE_BIND_LOCAL))
+            g_module_make_resident(module);
+        return true;
+    }();
+    static_cast<void>(kIsTried);
+}
+
 /// Named, not found by content: no other loader can be talked into opening the file.
 VipsImage* load(std::string_view format, VipsSource* source)
 {
@@ -57,6 +78,8 @@ VipsImage* load(std::string_view format, VipsSource* source)
                           : format == "tiff" ? vips_tiffload_source
                           : format == "gif"  ? vips_gifload_source
                                              : vips_heifload_source;
+    if (loader == vips_heifload_source)
+        loadHEIF();
     VipsImage* image = nullptr;
     return loader(source, &image, "access", VIPS_ACCESS_SEQUENTIAL, nullptr) == 0 ? image : nullptr;
 }

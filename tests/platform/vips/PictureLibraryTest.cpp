@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -30,4 +31,17 @@ TEST(PictureLibrary, LeavesASettledEnvironmentAlone)
     ASSERT_TRUE(platform::pictureLibrary());
     EXPECT_EQ(environ, place);
     EXPECT_EQ(environment(), before);
+}
+
+TEST(PictureLibrary, BringsNoModulesOfItsOwn)
+{
+    platform::settlePictureLibrary();
+    ASSERT_TRUE(platform::pictureLibrary());
+    std::ifstream maps("/proc/self/maps");
+    bool isThere = false;
+    for (std::string line; std::getline(maps, line);) {
+        isThere = isThere || line.find("libvips.so") != line.npos;
+        EXPECT_EQ(line.find("vips-modules"), line.npos) << line;
+    }
+    EXPECT_TRUE(isThere);
 }
