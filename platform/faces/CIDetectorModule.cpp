@@ -22,14 +22,14 @@ constexpr const char* kModelName = "face_detection_back_256x256_barracuda.onnx";
 /// More faces than anyone can see in a picture.
 constexpr size_t kMostFaces = 1024;
 
-/// The first that exists; the first of all where none does, so that a message can name it.
+/// The first that exists; where none does the last, at which it would be installed, so that a message can name it.
 std::string chosen(const std::vector<std::string>& paths)
 {
     const auto found = std::find_if(paths.begin(), paths.end(),
                                     [](const std::string& path) { return access(path.c_str(), F_OK) == 0; });
     if (found != paths.end())
         return *found;
-    return paths.empty() ? "" : paths.front();
+    return paths.empty() ? "" : paths.back();
 }
 
 } // namespace
