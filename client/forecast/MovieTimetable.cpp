@@ -32,7 +32,11 @@ constexpr double kNanosecond = 1e-9;
 struct DecodingWork {
     double perPixel = 0;
     double perByte = 0;
+    /// More for each pixel of a picture that is unpacked whole, where it no longer fits into the processor's caches.
+    double perUncachedPixel = 0;
 };
+
+constexpr double kCachedPixels = 4e6;
 
 /// JPEG is decoded at a fraction of its size, so that the pixels of the file count little.
 constexpr DecodingWork kJPEG{0.9, 5};
@@ -40,25 +44,20 @@ constexpr double kJPEGDecodedPixel = 1.8;
 /// All passes over the picture are decoded, however small it is wanted.
 constexpr DecodingWork kProgressiveJPEG{3.8, 22};
 
-constexpr DecodingWork kPNG{3, 2.75};
 constexpr DecodingWork kPlainTIFF{4.3, 0};
+constexpr DecodingWork kPackedTIFF{12.5, 0, 6};
 constexpr DecodingWork kOtherFormat{12.5, 0};
 
 constexpr std::array<std::pair<std::string_view, DecodingWork>, 8> kFormats{{
+    {"png", {3, 2.75, 6}},
     {"webp", {4.5, 43}},
     {"heic", {6.8, 81}},
     {"heif", {6.8, 81}},
     {"avif", {2.8, 115}},
-    {"tiff", kOtherFormat},
     {"gif", {9.5, 0}},
     {"jp2", {2, 215}},
     {"j2k", {2, 215}},
 }};
-
-/// Formats without loss are unpacked to a whole picture. What of it does not fit into the processor's caches takes
-/// longer: so much more for each pixel beyond so many.
-constexpr double kUncachedPixel = 6;
-constexpr double kCachedPixels = 4e6;
 
 /// To put a photo into its frame, for each pixel that it fills, and for each of the frame.
 constexpr double kDrawnPixel = 1.15;
@@ -180,16 +179,16 @@ double decodingOf(const PhotoFacts& photo, const Area& area)
 {
     const std::string format = platform::lowercaseASCII(platform::pathExtension(photo.path.native()));
     const auto bytes = static_cast<double>(photo.fileSize);
-    const auto work = [&](DecodingWork each) { return each.perPixel * area.photo + each.perByte * bytes; };
+    const auto work = [&](DecodingWork each) {
+        return each.perPixel * area.photo + each.perByte * bytes +
+               each.perUncachedPixel * std::max(0.0, area.photo - kCachedPixels);
+    };
     if (format == "jpg" || format == "jpeg")
         return work(photo.isProgressive ? kProgressiveJPEG : kJPEG) + kJPEGDecodedPixel * decodedPixelsOfJPEG(area);
-    const double uncached = kUncachedPixel * std::max(0.0, area.photo - kCachedPixels);
     const double bytesPerPixel = bytes / std::max(area.photo, 1.0);
     const bool isWhole = std::abs(bytesPerPixel - std::round(bytesPerPixel)) < 0.01;
     if (format == "tif" || format == "tiff")
-        return isWhole ? work(kPlainTIFF) : work(kOtherFormat) + uncached;
-    if (format == "png")
-        return work(kPNG) + uncached;
+        return work(isWhole ? kPlainTIFF : kPackedTIFF);
     return work(workNamed(kFormats, format, kOtherFormat));
 }
 

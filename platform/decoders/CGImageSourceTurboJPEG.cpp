@@ -105,17 +105,14 @@ private:
             static_cast<size_t>(fullHeight) != header_.height)
             return failDecoding(error, localized("is damaged: its headers contradict each other"));
 
-        const auto* const scale = std::ranges::find_if(kScales, [&](tjscalingfactor factor) {
-            return static_cast<size_t>(TJSCALED(fullWidth, factor)) >= width &&
-                   static_cast<size_t>(TJSCALED(fullHeight, factor)) >= height;
+        const auto* const scale = std::ranges::find_if(kScales, [&](tjscalingfactor each) {
+            return sizeAt(each).width >= width && sizeAt(each).height >= height;
         });
         const tjscalingfactor factor = scale == kScales.end() ? kScales.back() : *scale;
-        const PixelSize scaled = {static_cast<size_t>(TJSCALED(fullWidth, factor)),
-                                  static_cast<size_t>(TJSCALED(fullHeight, factor))};
 
         if (space == TJCS_YCbCr || space == TJCS_GRAY)
-            return decodePlanes(bytes, factor, scaled, subsampling, width, height, image, error);
-        return decodePixels(bytes, factor, scaled, space, width, height, image, error);
+            return decodePlanes(bytes, factor, subsampling, width, height, image, error);
+        return decodePixels(bytes, factor, space, width, height, image, error);
     }
 
     ColorDescription colors() const
@@ -156,9 +153,16 @@ private:
         return failDecoding(error, localized("cannot be decoded: {}", {tjGetErrorStr2(decompressor_.get())}));
     }
 
-    bool decodePlanes(std::span<const uint8_t> bytes, tjscalingfactor factor, PixelSize scaled, int subsampling,
-                      size_t width, size_t height, CGImage& image, NSError* error)
+    PixelSize sizeAt(tjscalingfactor factor) const
     {
+        return {static_cast<size_t>(TJSCALED(static_cast<int>(header_.width), factor)),
+                static_cast<size_t>(TJSCALED(static_cast<int>(header_.height), factor))};
+    }
+
+    bool decodePlanes(std::span<const uint8_t> bytes, tjscalingfactor factor, int subsampling, size_t width,
+                      size_t height, CGImage& image, NSError* error)
+    {
+        const PixelSize scaled = sizeAt(factor);
         ImagePlanes kind;
         const bool isGrey = subsampling == TJSAMP_GRAY;
         kind.family = isGrey ? ImagePlanes::Family::Grey : ImagePlanes::Family::YUV;
@@ -187,13 +191,8 @@ private:
                                                static_cast<int>(scaled.height), kFlags),
                        error))
             return false;
-        if (isTooCoarse(factor, memory.planes().planes[0], scaled)) {
-            const tjscalingfactor finer{1, factor.denom / 2};
-            return decodePlanes(bytes, finer,
-                                {static_cast<size_t>(TJSCALED(static_cast<int>(header_.width), finer)),
-                                 static_cast<size_t>(TJSCALED(static_cast<int>(header_.height), finer))},
-                                subsampling, width, height, image, error);
-        }
+        if (isTooCoarse(factor, memory.planes().planes[0], scaled))
+            return decodePlanes(bytes, {1, factor.denom / 2}, subsampling, width, height, image, error);
         memory.repeatEdges();
         return finish(memory.planes(), width, height, colors(), image, error);
     }
@@ -212,9 +211,10 @@ private:
         return edges.share > kMostEdges || edges.shareOnFlatGround > kMostEdgesOnFlatGround;
     }
 
-    bool decodePixels(std::span<const uint8_t> bytes, tjscalingfactor factor, PixelSize scaled, int space, size_t width,
-                      size_t height, CGImage& image, NSError* error)
+    bool decodePixels(std::span<const uint8_t> bytes, tjscalingfactor factor, int space, size_t width, size_t height,
+                      CGImage& image, NSError* error)
     {
+        const PixelSize scaled = sizeAt(factor);
         const bool isInk = space == TJCS_CMYK || space == TJCS_YCCK;
         const size_t bands = isInk ? 4 : 3;
         std::vector<uint8_t> pixels(scaled.width * scaled.height * bands);

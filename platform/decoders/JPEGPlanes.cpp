@@ -83,6 +83,7 @@ public:
     /// Reads the coefficients of all scans as far as the bytes go, and makes no picture of them.
     [[nodiscard]] bool readScans(std::span<const uint8_t> bytes)
     {
+        // As of TurboJPEG's own limit.
         constexpr int kMostScans = 500;
         if (setjmp(failed_) != 0)
             return false;

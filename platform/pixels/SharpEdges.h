@@ -8,10 +8,10 @@ namespace platform {
 /// How many pairs of neighbouring samples of a picture lie far apart: more than 64 steps of 256. Of photographs at the
 /// size of a frame up to one in thirty does, of text and line art one in fifteen and more.
 struct SharpEdges {
-    /// Of all pairs.
+    /// Of all pairs, from 0 to 1.
     double share = 0;
-    /// Of all pairs those beside which, a few samples away, nothing changes. There waves around the edge would be seen:
-    /// of photographs one in two hundred at the most, of text one in twenty.
+    /// Of all pairs too, from 0 to `share`: those beside which, a few samples away, nothing changes. There waves around
+    /// the edge would be seen. Of photographs one in two hundred at the most, of text one in twenty.
     double shareOnFlatGround = 0;
 };
 

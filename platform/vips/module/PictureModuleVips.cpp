@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <string>
 #include <string_view>
@@ -56,17 +57,16 @@ gint64 seekTo(VipsSourceCustom*, gint64 offset, int whence, Picture* picture)
 /// Loads the one of the library's modules that is needed, where it is not a part of the library itself.
 void loadHEIF()
 {
-    static const bool kIsTried = [] {
+    static std::once_flag isTried;
+    std::call_once(isTried, [] {
         Dl_info library{};
         if (dladdr(reinterpret_cast<const void*>(&vips_init), &library) == 0)
-            return false;
+            return;
         const auto folder = "vips-modules-" + std::to_string(vips_version(0)) + "." + std::to_string(vips_version(1));
         const auto file = std::filesystem::path(library.dli_fname).parent_path() / folder / "vips-heif.so";
         if (GModule* const module = g_module_open(file.c_str(), G_MODULE_BIND_LOCAL))
             g_module_make_resident(module);
-        return true;
-    }();
-    static_cast<void>(kIsTried);
+    });
 }
 
 /// Named, not found by content: no other loader can be talked into opening the file.
