@@ -63,27 +63,46 @@ constexpr std::array<std::pair<std::string_view, DecodingWork>, 8> kFormats{{
 constexpr double kDrawnPixel = 1.15;
 constexpr double kFramePixel = 0.17;
 
-/// What coding takes, in nanoseconds for each pixel of the photo and for each of the frame, which black ones take too.
+/// Frames are made on all processors at once, which share memory and caches: so much longer takes each than alone.
+constexpr double kAmongOthers = 1.12;
+
+/// What coding takes, in nanoseconds: for each pixel of the photo, for each of the frame, which black ones take too,
+/// and for each byte of detail.
 struct CodingWork {
     double perDrawnPixel = 0;
     double perFramePixel = 0;
+    double perByteOfDetail = 0;
 };
 
 constexpr std::array<std::pair<std::string_view, CodingWork>, 9> kCodecs{{
-    {"jpeg", {0.5, 1.75}},
-    {"avc1", {5, 3.7}},
-    {"hvc1", {90, 38}},
-    {"apcn", {15, 13}},
-    {"ap4h", {26, 23}},
-    {"apch", {20, 17}},
-    {"apcs", {13.5, 12.5}},
-    {"apco", {9.5, 9}},
-    {"ap4x", {28, 24}},
+    {"jpeg", {0.4, 1.75, 2}},
+    {"avc1", {4, 3.7, 5}},
+    {"hvc1", {40, 38, 270}},
+    {"apcn", {1, 13, 40}},
+    {"ap4h", {30, 15.5, 1}},
+    {"apch", {20, 9.7, 12}},
+    {"apcs", {1, 10.3, 30}},
+    {"apco", {0, 9.8, 16}},
+    {"ap4x", {27, 15.5, 4}},
 }};
 
-/// To code a sample of music, and one of silence, of each channel; and to take over a second that is coded.
-constexpr double kCodedSample = 65e-9;
-constexpr double kSilentSample = 50e-9;
+/// Bytes of detail in a pixel of a frame, as a good encoder would spend them: those of most photos that were made
+/// smaller; and of one in its own size, for each byte that its file spends on a pixel.
+constexpr double kUsualDetail = 0.25;
+constexpr std::array<std::pair<std::string_view, double>, 6> kDetailOfFiles{{
+    {"jpg", 1.7},
+    {"jpeg", 1.7},
+    {"webp", 2.7},
+    {"heic", 1.35},
+    {"heif", 1.35},
+    {"avif", 2},
+}};
+
+/// To code a sample of music of each channel; a packet of silence, and one that is joined; and to take over a second
+/// that is coded.
+constexpr double kCodedSample = 45e-9;
+constexpr double kSilentPacket = 27e-6;
+constexpr double kJoinedSilentPacket = 50e-6;
 constexpr double kCopiedSecond = 0.1e-3;
 /// To begin with a file.
 constexpr double kSoundFile = 5e-3;
@@ -101,14 +120,14 @@ constexpr double kMostBytesOfAAC = 45e3;
 
 /// What decoding takes beside coding.
 constexpr std::array<std::pair<std::string_view, double>, 8> kDecodingShares{{
-    {"mp3", 0.1},
-    {"flac", 0.12},
-    {"ogg", 0.12},
-    {"oga", 0.12},
-    {"opus", 0.27},
-    {"m4a", 0.45},
-    {"mp4", 0.45},
-    {"m4b", 0.45},
+    {"mp3", 0.15},
+    {"flac", 0.18},
+    {"ogg", 0.15},
+    {"oga", 0.15},
+    {"opus", 0.4},
+    {"m4a", 0.7},
+    {"mp4", 0.7},
+    {"m4b", 0.7},
 }};
 
 /// Until the service runs and has answered; to find out the frame's size, for each photo; to put the movie into its
@@ -175,9 +194,24 @@ double decodedPixelsOfJPEG(const Area& area)
     return area.photo / (divisor * divisor);
 }
 
+std::string formatOf(const std::filesystem::path& file)
+{
+    return platform::lowercaseASCII(platform::pathExtension(file.native()));
+}
+
+/// Bytes in all that is drawn of a photo.
+double detailOf(const PhotoFacts& photo, const Area& area)
+{
+    const double spent = static_cast<double>(photo.fileSize) / std::max(area.photo, 1.0);
+    const double ofFile = spent * workNamed(kDetailOfFiles, formatOf(photo.path), 0.0);
+    // Grain goes with the size, and what is left is as fine as in others.
+    const double perPixel = ofFile > 0 ? area.scale * ofFile + (1 - area.scale) * kUsualDetail : kUsualDetail;
+    return perPixel * area.drawn;
+}
+
 double decodingOf(const PhotoFacts& photo, const Area& area)
 {
-    const std::string format = platform::lowercaseASCII(platform::pathExtension(photo.path.native()));
+    const std::string format = formatOf(photo.path);
     const auto bytes = static_cast<double>(photo.fileSize);
     const auto work = [&](DecodingWork each) {
         return each.perPixel * area.photo + each.perByte * bytes +
@@ -333,15 +367,10 @@ private:
     std::vector<Task> coding_;
 };
 
-std::string formatOf(const SoundFacts& sound)
-{
-    return platform::lowercaseASCII(platform::pathExtension(sound.path.native()));
-}
-
 /// Whether the service takes its packets over.
 bool isCopied(const SoundFacts& sound)
 {
-    const std::string format = formatOf(sound);
+    const std::string format = formatOf(sound.path);
     if (format != "m4a" && format != "mp4" && format != "m4b")
         return false;
     std::error_code error;
@@ -354,23 +383,24 @@ double rateOf(const SoundFacts& sound)
     return sound.sampleRateHz > 0 ? sound.sampleRateHz : kUsualRate;
 }
 
-/// As the client writes it: mono and at a low rate where there is no music that it has to go with.
-double silentSecond(const MovieRequest& request)
+/// As the client writes silence: at a low rate where there is no music that it has to go with.
+double rateOf(const MovieRequest& request, const PlannedSound& piece)
 {
-    return kSilentSample * (request.sounds.empty() ? kRateOfSilence : kChannels * rateOf(request.sounds.back()));
+    if (piece.source)
+        return rateOf(request.sounds[*piece.source]);
+    return request.sounds.empty() ? kRateOfSilence : rateOf(request.sounds.back());
 }
 
 /// To code a second of a piece anew.
-double codingOf(const MovieRequest& request, const PlannedSound& piece)
+double codingOf(const MovieRequest& request, const PlannedSound& piece, double silentPacket)
 {
-    return piece.source ? kCodedSample * kChannels * rateOf(request.sounds[*piece.source]) : silentSecond(request);
+    const double rate = rateOf(request, piece);
+    return piece.source ? kCodedSample * kChannels * rate : silentPacket * rate / platform::kAACPacketLength;
 }
 
 double packetsOf(const MovieRequest& request, const PlannedSound& piece)
 {
-    const double silence = request.sounds.empty() ? kRateOfSilence : kUsualRate;
-    const double rate = piece.source ? rateOf(request.sounds[*piece.source]) : silence;
-    return std::max(1.0, std::ceil(piece.length.count() * rate / platform::kAACPacketLength));
+    return std::max(1.0, std::ceil(piece.length.count() * rateOf(request, piece) / platform::kAACPacketLength));
 }
 
 /// As many parts as there are processors are coded at once, and one that is left over by one processor alone.
@@ -406,11 +436,11 @@ private:
             return write(bytes);
         }
         const double share =
-            piece.source ? workNamed(kDecodingShares, formatOf(request_.sounds[*piece.source]), 0.0) : 0;
+            piece.source ? workNamed(kDecodingShares, formatOf(request_.sounds[*piece.source].path), 0.0) : 0;
         const double packets = packetsOf(request_, piece);
         const double parts =
             std::ceil(packets / static_cast<double>(platform::packetsInPart(static_cast<int64_t>(packets))));
-        const double work = (1 + share) * codingOf(request_, piece) * length;
+        const double work = (1 + share) * codingOf(request_, piece, kSilentPacket) * length;
         table_.work += work;
         const double seconds = work / parts * std::ceil(parts / processors_);
         // They are written in their order, while those after them are coded.
@@ -447,7 +477,7 @@ double joiningOf(const MovieRequest& request)
     for (const PlannedSound& piece : plan.sounds) {
         const double next = std::min(start + piece.length.count(), end);
         const double coded = next - (start > 0 ? start : std::min(fade, next));
-        seconds += std::max(0.0, coded) * codingOf(request, piece);
+        seconds += std::max(0.0, coded) * codingOf(request, piece, kJoinedSilentPacket);
         start = next;
     }
     return seconds;
@@ -460,8 +490,11 @@ FrameWork workOfPhoto(const PhotoFacts& photo, const MovieRequest& request, Size
     const Area area = areaOf(photo, frame, request.reducesBorders);
     const CodingWork coding = workNamed(kCodecs, request.codec, kCodecs.front().second);
     const double share = request.codec == "hvc1" && area.frame <= kSmallFramePixels ? kSmallFrameShare : 1;
-    return {kNanosecond * (decodingOf(photo, area) + kDrawnPixel * area.drawn + kFramePixel * area.frame),
-            kNanosecond * share * (coding.perDrawnPixel * area.drawn + coding.perFramePixel * area.frame)};
+    const double perDetail = coding.perByteOfDetail * detailOf(photo, area);
+    return {kAmongOthers * kNanosecond *
+                (decodingOf(photo, area) + kDrawnPixel * area.drawn + kFramePixel * area.frame),
+            kAmongOthers * kNanosecond * share *
+                (coding.perDrawnPixel * area.drawn + coding.perFramePixel * area.frame + perDetail)};
 }
 
 MovieTimetable timetableOf(const MovieRequest& request, unsigned processors, const FrameSource* reused)

@@ -12,14 +12,14 @@ namespace {
 /// Too short for a person to read an estimate.
 constexpr Seconds kLeastTime{0.2};
 
-/// How much the expected pace counts, before that of this movie is seen: as if so much of the work, and so many of the
+/// How much the expected pace counts, before that of a part is seen: as if so much of the work, and so many of the
 /// timetable's seconds, had been done at it. A larger share is no better on an idle machine, whose pace is known, and
 /// worse on a busy one.
 constexpr double kExpectedShare = 0.02;
 constexpr double kExpectedSeconds = 0.1;
 
 /// News changes the estimate by and by, as single photos take longer or shorter than they should: in this share of the
-/// whole time, and sooner at first, when little is known, in that of the time until then.
+/// whole time, and sooner at first, when little is known, in that of the time since the part began.
 constexpr double kShareOfInertia = 0.04;
 constexpr double kShareOfInertiaAtFirst = 0.25;
 
@@ -35,7 +35,8 @@ constexpr double kMostOfSound = 0.95;
 } // namespace
 
 RemainingTime::RemainingTime(MovieTimetable timetable, std::optional<double> machinePace)
-    : timetable_(std::move(timetable)), expectedPace_(machinePace.value_or(1))
+    : timetable_(std::move(timetable)), part_{timetable_.serviceReady, timetable_.soundDone, Seconds(0),
+                                              machinePace.value_or(1)}
 {}
 
 std::optional<double> RemainingTime::placeOf(std::string_view stage, double progress, double total) const
@@ -60,7 +61,7 @@ void RemainingTime::answered(Seconds elapsed)
 {
     if (answeredAt_)
         return;
-    answeredAt_ = reachedAt_ = elapsed;
+    answeredAt_ = reachedAt_ = part_.startedAt = elapsed;
     place_ = timetable_.serviceReady;
     end_ = endByPace(place_, elapsed);
 }
@@ -89,25 +90,36 @@ void RemainingTime::soundGrew(double bytes, Seconds elapsed)
     }
 }
 
-/// As if the work went on as quickly as it did since the service answered.
+/// Pictures are expected to be made as quickly as the sound was.
+void RemainingTime::beganPictures(double place, Seconds elapsed)
+{
+    if (!std::exchange(isOfPictures_, true))
+        part_ = {place, timetable_.end, elapsed, paceAt(place, elapsed)};
+}
+
+double RemainingTime::paceAt(double place, Seconds elapsed) const
+{
+    const double expected = kExpectedShare * (part_.end - part_.start) + kExpectedSeconds;
+    return ((elapsed - part_.startedAt).count() + expected * part_.expectedPace) / (place - part_.start + expected);
+}
+
+/// As if the work went on as quickly as it did since this part of it began.
 Seconds RemainingTime::endByPace(double place, Seconds elapsed) const
 {
-    const double work = timetable_.end - timetable_.serviceReady;
-    const double expected = kExpectedShare * work + kExpectedSeconds;
-    const double pace =
-        ((elapsed - *answeredAt_).count() + expected * expectedPace_) / (place - timetable_.serviceReady + expected);
-    return elapsed + Seconds((timetable_.end - place) * pace);
+    return elapsed + Seconds((timetable_.end - place) * paceAt(place, elapsed));
 }
 
 void RemainingTime::reached(double place, Seconds elapsed)
 {
+    if (place >= timetable_.soundDone)
+        beganPictures(place, elapsed);
     // Frames are told of as they are handed over, several at a time; the first of them says when.
     if (place <= place_)
         return;
     place_ = place;
     const Seconds passed = elapsed - std::exchange(reachedAt_, elapsed);
     const Seconds end = endByPace(place, elapsed);
-    const Seconds inertia = std::min(kShareOfInertia * end, kShareOfInertiaAtFirst * (elapsed - *answeredAt_));
+    const Seconds inertia = std::min(kShareOfInertia * end, kShareOfInertiaAtFirst * (elapsed - part_.startedAt));
     const double share = inertia > Seconds(0) ? 1 - std::exp(-(passed / inertia)) : 1;
     end_ += share * (end - end_);
 }

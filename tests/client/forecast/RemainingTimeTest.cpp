@@ -77,6 +77,32 @@ TEST(RemainingTime, ExpectsThePaceThatTheMachineHadBefore)
     EXPECT_NEAR(left(time, 3 * table.frames[29]), 3 * (table.end - table.frames[29]), 1);
 }
 
+/// Sound half as quick as it should be, or twice: pictures go by themselves.
+TEST(RemainingTime, IsRightWhereSoundAndPicturesDifferInPace)
+{
+    MovieTimetable table = timetable();
+    for (size_t i = 0; i < 100; ++i)
+        table.frames[i] = 3 + 0.2 * static_cast<double>(i);
+    table.picturesDone = 23;
+    table.end = 23.5;
+    for (const double ofSound : {0.5, 2.0}) {
+        RemainingTime time(table);
+        const auto clock = [&](double place) {
+            return Seconds(place <= table.soundDone ? ofSound * place
+                                                    : ofSound * table.soundDone + place - table.soundDone);
+        };
+        time.progressed(kStart, 0, 0, clock(table.serviceReady));
+        time.progressed("VideoCreationTitleCalculatingVideoSize", 1, 100, clock(table.soundDone));
+        for (size_t i = 0; i < 100; ++i) {
+            time.progressed(kRendering, static_cast<double>(i + 1), 100, clock(table.frames[i]));
+            const double right = table.end - table.frames[i];
+            if (i >= 25) {
+                EXPECT_NEAR(left(time, clock(table.frames[i]).count()), right, 0.15 * right) << ofSound << ", " << i;
+            }
+        }
+    }
+}
+
 TEST(RemainingTime, GetsLongerWhileWhatShouldBeDoneIsNot)
 {
     const MovieTimetable table = timetable();
