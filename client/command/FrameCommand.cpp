@@ -27,7 +27,6 @@ Parsed<FrameOptions> parseFrame(const std::vector<std::string>& arguments)
         return *answer;
     const auto& given = std::get<CommandArguments>(read);
     FrameOptions options;
-    options.output = given.value("output").value_or("");
     options.reducesBorders = given.has("reduce-borders");
     options.showsFaces = given.has("show-faces");
     std::string fault;
@@ -37,8 +36,8 @@ Parsed<FrameOptions> parseFrame(const std::vector<std::string>& arguments)
         fault = readWatermark(given, options.watermark);
     if (fault.empty())
         fault = readOnly(given, OnlyOperand::Photo, options.photo);
-    if (fault.empty() && options.output.empty())
-        fault = localized("-o takes the path of the PNG file to be made");
+    if (fault.empty())
+        fault = readPNG(given.value("output").value_or(""), options.output);
     if (!fault.empty())
         return usageError(fault, "frame");
     return options;

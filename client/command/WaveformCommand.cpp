@@ -46,7 +46,6 @@ Parsed<WaveformOptions> parseWaveform(const std::vector<std::string>& arguments)
         return *answer;
     const auto& given = std::get<CommandArguments>(read);
     WaveformOptions options;
-    options.output = given.value("output").value_or("");
     options.ground = given.has("on-white") ? WaveformOptions::Ground::White : WaveformOptions::Ground::Clear;
     options.isJSON = given.has("json");
     options.isQuiet = given.has("quiet");
@@ -55,8 +54,8 @@ Parsed<WaveformOptions> parseWaveform(const std::vector<std::string>& arguments)
         fault = readSize(*size, options);
     if (fault.empty())
         fault = readSound(given, options.sound);
-    if (fault.empty() && options.output.empty())
-        fault = localized("-o takes the path of the PNG file to be made");
+    if (fault.empty())
+        fault = readPNG(given.value("output").value_or(""), options.output);
     if (!fault.empty())
         return usageError(fault, "waveform");
     return options;

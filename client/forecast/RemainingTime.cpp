@@ -18,6 +18,9 @@ constexpr Seconds kLeastTime{0.2};
 constexpr double kExpectedShare = 0.02;
 constexpr double kExpectedSeconds = 0.1;
 
+/// Less sound than that, in the timetable's seconds, tells of beginnings and not of the pace that pictures will have.
+constexpr double kTellingSound = 1;
+
 /// News changes the estimate by and by, as single photos take longer or shorter than they should: in this share of the
 /// whole time, and sooner at first, when little is known, in that of the time since the part began.
 constexpr double kShareOfInertia = 0.04;
@@ -94,19 +97,20 @@ void RemainingTime::soundGrew(double bytes, Seconds elapsed)
 void RemainingTime::beganPictures(double place, Seconds elapsed)
 {
     if (!std::exchange(isOfPictures_, true))
-        part_ = {place, timetable_.end, elapsed, paceAt(place, elapsed)};
+        part_ = {place, timetable_.end, elapsed, paceAt(place, elapsed, kTellingSound)};
 }
 
-double RemainingTime::paceAt(double place, Seconds elapsed) const
+/// @param expected  seconds of the timetable for which the expected pace counts
+double RemainingTime::paceAt(double place, Seconds elapsed, double expected) const
 {
-    const double expected = kExpectedShare * (part_.end - part_.start) + kExpectedSeconds;
     return ((elapsed - part_.startedAt).count() + expected * part_.expectedPace) / (place - part_.start + expected);
 }
 
 /// As if the work went on as quickly as it did since this part of it began.
 Seconds RemainingTime::endByPace(double place, Seconds elapsed) const
 {
-    return elapsed + Seconds((timetable_.end - place) * paceAt(place, elapsed));
+    const double expected = kExpectedShare * (part_.end - part_.start) + kExpectedSeconds;
+    return elapsed + Seconds((timetable_.end - place) * paceAt(place, elapsed, expected));
 }
 
 void RemainingTime::reached(double place, Seconds elapsed)

@@ -32,7 +32,7 @@ private:
     void answered(Seconds elapsed);
     void reached(double place, Seconds elapsed);
     void beganPictures(double place, Seconds elapsed);
-    double paceAt(double place, Seconds elapsed) const;
+    double paceAt(double place, Seconds elapsed, double expected) const;
     Seconds endByPace(double place, Seconds elapsed) const;
     double nextPlace() const;
 

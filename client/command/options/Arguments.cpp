@@ -6,10 +6,12 @@
 #include "client/command/terminal/ExitStatus.h"
 #include "client/text/LocalizedText.h"
 #include "client/text/Text.h"
+#include "platform/files/NSURL.h"
 #include "platform/foundation/LocaleEncoding.h"
 #include "platform/foundation/NSString.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -284,6 +286,19 @@ std::string faultOfSecond(OnlyOperand kind, const std::string& second)
 }
 
 } // namespace
+
+std::string readPNG(const std::string& text, std::string& path, std::string_view name)
+{
+    constexpr std::array<std::string_view, 10> kOtherPictures = {"avif", "bmp", "gif", "heic", "jpeg",
+                                                                 "jpg",  "pdf", "tif", "tiff", "webp"};
+    if (text.empty())
+        return localized("{} takes the path of the PNG file to be made", name);
+    const std::string extension = platform::lowercaseASCII(platform::pathExtension(text));
+    if (std::ranges::count(kOtherPictures, extension) > 0)
+        return localized("{} takes the path of a .png file, not of a .{} file", name, extension);
+    path = text;
+    return {};
+}
 
 std::string readOnly(const CommandArguments& arguments, OnlyOperand kind, std::string& path)
 {

@@ -93,6 +93,8 @@ std::string heightOf(const std::string& typed);
 std::string readWatermark(const CommandArguments& arguments, Watermark& watermark);
 /// The part of a sound that --range tells: "START-END", of which one may be left out.
 std::string readRange(const std::string& text, SoundArgument& sound, std::string_view name = "--range");
+/// Where a PNG file is to be made; the name of another kind of picture is a mistake.
+std::string readPNG(const std::string& text, std::string& path, std::string_view name = "-o");
 /// @}
 
 /// @name Each reads what a command is about. Returns what is wrong, or nothing.

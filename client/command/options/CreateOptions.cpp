@@ -199,11 +199,14 @@ std::string readMovieOptions(const CommandArguments& arguments, CreateOptions& o
     options.isJSON = arguments.has("json");
     options.isQuiet = arguments.has("quiet");
     options.plansOnly = arguments.has("dry-run");
-    options.contactSheet = arguments.value("contact-sheet");
-    if (options.contactSheet && !options.plansOnly)
-        return localized("--contact-sheet goes with --dry-run");
-    if (options.contactSheet && options.contactSheet->empty())
-        return localized("--contact-sheet takes the path of the PNG file to be made");
+    if (const auto sheet = arguments.value("contact-sheet")) {
+        if (!options.plansOnly)
+            return localized("--contact-sheet goes with --dry-run");
+        std::string path;
+        if (std::string fault = readPNG(*sheet, path, "--contact-sheet"); !fault.empty())
+            return fault;
+        options.contactSheet = path;
+    }
     options.order.isReversed = arguments.has("reverse");
     if (arguments.has("recursive"))
         options.innerFolders = InnerFolders::Listed;

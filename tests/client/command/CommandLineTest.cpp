@@ -205,6 +205,8 @@ TEST(CommandLine, RefusesWhatItCannotUseAndSaysWhy)
         {{"create", "a", "-o", ""}, "is empty"},
         {{"create", "a", "--contact-sheet", "b.png"}, "--contact-sheet goes with --dry-run"},
         {{"create", "a", "--dry-run", "--contact-sheet", ""}, "--contact-sheet takes the path of the PNG file"},
+        {{"create", "a", "--dry-run", "--contact-sheet", "a.pdf"},
+         "--contact-sheet takes the path of a .png file, not of"},
         {{"create", "a", "--soundtrack", "s", "--fit-music", "--loop"}, "--fit-music leaves nothing to --loop"},
         {{"create", "a", "--soundtrack", "s", "--fit-music", "--seconds", "3"}, "without --seconds"},
         {{"create", "a", "--save", ""}, "--save"},

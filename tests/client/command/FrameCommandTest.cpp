@@ -135,6 +135,7 @@ TEST(FrameCommandLine, SaysWhatIsWrong)
           Case{{"frame", "", "-o", "b.png"}, "no photo was given"},
           Case{{"frame", "a.jpg"}, "-o takes the path of the PNG file to be made"},
           Case{{"frame", "a.jpg", "-o", ""}, "-o takes the path of the PNG file to be made"},
+          Case{{"frame", "a.jpg", "-o", "b.TIFF"}, "-o takes the path of a .png file, not of a .tiff file"},
           Case{{"frame", "a.jpg", "-o", "b.png", "--quality", "700"}, "--quality takes auto, smallest, 240"},
           Case{{"frame", "a.jpg", "b.jpg", "-o", "c.png"}, "b.jpg"},
           Case{{"frame", "a.jpg", "-o", "b.png", "--watermark", "--no-watermark"}, "contradict"},

@@ -103,6 +103,18 @@ TEST(RemainingTime, IsRightWhereSoundAndPicturesDifferInPace)
     }
 }
 
+TEST(RemainingTime, ExpectsLittleOfPicturesByAMomentOfSound)
+{
+    MovieTimetable table = timetable();
+    table.sounds = {{100, 0.13}};
+    table.soundsConverted = table.soundDone = 0.13;
+    RemainingTime time(table);
+    time.progressed(kStart, 0, 0, Seconds(0.1));
+    // Three times as long as it should take.
+    time.progressed("VideoCreationTitleCalculatingVideoSize", 1, 100, Seconds(0.19));
+    EXPECT_NEAR(left(time, 0.25), table.end, 0.1 * table.end);
+}
+
 TEST(RemainingTime, GetsLongerWhileWhatShouldBeDoneIsNot)
 {
     const MovieTimetable table = timetable();
