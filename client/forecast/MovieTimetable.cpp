@@ -101,8 +101,8 @@ constexpr std::array<std::pair<std::string_view, double>, 6> kDetailOfFiles{{
 /// To code a sample of music of each channel; a packet of silence, and one that is joined; and to take over a second
 /// that is coded.
 constexpr double kCodedSample = 45e-9;
-constexpr double kSilentPacket = 27e-6;
-constexpr double kJoinedSilentPacket = 50e-6;
+constexpr double kSilentPacket = 18e-6;
+constexpr double kJoinedSilentPacket = 26e-6;
 constexpr double kCopiedSecond = 0.1e-3;
 /// To begin with a file.
 constexpr double kSoundFile = 5e-3;
@@ -454,6 +454,9 @@ private:
 
     void write(double bytes)
     {
+        // Silence takes so few that nobody sees them grow.
+        if (bytes <= 0)
+            return;
         const double written = table_.sounds.empty() ? 0 : table_.sounds.back().bytes;
         table_.sounds.push_back({written + bytes, now_});
     }

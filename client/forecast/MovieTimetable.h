@@ -12,7 +12,7 @@ namespace stillora {
 /// of the service; each moment is at or after those above it.
 struct MovieTimetable {
     double serviceReady = 0;
-    /// What has been written once parts of single files are converted, both growing.
+    /// What has been written once parts of single files are converted, both growing. Silence has no part in it.
     struct Sound {
         double bytes = 0;
         double moment = 0;

@@ -131,11 +131,13 @@ void RemainingTime::reached(double place, Seconds elapsed)
 /// Where the service will tell something again.
 double RemainingTime::nextPlace() const
 {
-    for (const auto& sound : timetable_.sounds)
-        if (sound.moment > place_)
-            return sound.moment;
-    if (place_ < timetable_.soundDone)
-        return timetable_.soundDone;
+    // That the last sound is written is not told by its bytes.
+    for (size_t i = 0; i + 1 < timetable_.sounds.size(); ++i)
+        if (timetable_.sounds[i].moment > place_)
+            return timetable_.sounds[i].moment;
+    for (const double told : {timetable_.soundsConverted, timetable_.soundDone})
+        if (place_ < told)
+            return told;
     const auto& frames = timetable_.frames;
     const auto next = std::ranges::upper_bound(frames, place_) - frames.begin();
     const auto last = next == 0 ? next : next + kMostHeldUpFrames;

@@ -145,11 +145,38 @@ public:
     std::vector<uint8_t> code(std::span<const float> around, std::span<const AACSequence> sequences, AACShape rising,
                               AACShape falling)
     {
+        const bool isAsLookedAt = rising == kShape && falling == kShape;
+        const bool isSilent = isAsLookedAt &&
+                              std::ranges::count(sequences, AACSequence::Long) == std::ssize(sequences) &&
+                              around.front() == 0 && energyOf(around) == 0;
+        if (!isSilent)
+            return codeSound(around, sequences, isAsLookedAt, rising, falling);
+        if (silence_.empty())
+            silence_ = codeSound(around, sequences, isAsLookedAt, rising, falling);
+        // What was looked at last is as silent as what lies before the end of this silence.
+        return silence_;
+    }
+
+private:
+    using Spectrum = std::array<float, AACTransform::kLines>;
+    using Samples = std::array<float, AACTransform::kSamples>;
+    using Bands = std::array<float, AACChannel::kMostBands>;
+
+    /// A channel's sound in a long window of the usual shape, and what it masks.
+    struct Look {
+        Samples samples;
+        Spectrum spectrum;
+        Bands energies;
+        Bands masked;
+    };
+
+    std::vector<uint8_t> codeSound(std::span<const float> around, std::span<const AACSequence> sequences,
+                                   bool isAsLookedAt, AACShape rising, AACShape falling)
+    {
         lookAround(around);
         packet_.shape = falling;
         packet_.sharesWindow = channels_ == 2 && sequences[0] == sequences[1];
         packet_.unevenness = 0;
-        const bool isAsLookedAt = rising == kShape && falling == kShape;
         for (size_t i = 0; i < channels_; ++i) {
             Samples samples = lookAt(i, 1).samples;
             packet_.unevenness = std::max(packet_.unevenness, unevennessOf(samples));
@@ -176,19 +203,6 @@ public:
             chooseStereo();
         return coder_.code(packet_, wantedBits_);
     }
-
-private:
-    using Spectrum = std::array<float, AACTransform::kLines>;
-    using Samples = std::array<float, AACTransform::kSamples>;
-    using Bands = std::array<float, AACChannel::kMostBands>;
-
-    /// A channel's sound in a long window of the usual shape, and what it masks.
-    struct Look {
-        Samples samples;
-        Spectrum spectrum;
-        Bands energies;
-        Bands masked;
-    };
 
     /// @param place  0 for the window a frame before the packet's, 1 for the packet's and 2 for that behind it
     Look& lookAt(size_t channel, size_t place) { return looks_[channel][(oldestLook_ + place) % kLooks]; }
@@ -381,6 +395,8 @@ private:
     std::array<Spectrum, 2> spectra_{};
     /// Of the sound in the first half of the packet's window.
     std::array<Spectrum, 2> firstHalves_{};
+    /// The packet of nothing but zeros, all around it as well; empty until there was one.
+    std::vector<uint8_t> silence_;
 };
 
 } // namespace

@@ -268,6 +268,20 @@ TEST(MovieTimetable, KnowsInWhichPiecesSoundIsWritten)
     EXPECT_EQ(of(20, 2).soundsConverted, of(20, 1).soundsConverted);
 }
 
+TEST(MovieTimetable, KnowsThatSilenceTakesTimeAndWritesNothing)
+{
+    MovieRequest wanted = request(std::vector<PhotoFacts>(100, jpeg(2)), {sound("a.mp3", 30)});
+    const MovieTimetable music = timetableOf(wanted, 2);
+    PlannedSound silence;
+    silence.length = Seconds(600);
+    wanted.plan.sounds.push_back(silence);
+    const MovieTimetable table = timetableOf(wanted, 2);
+    EXPECT_EQ(table.sounds.size(), music.sounds.size());
+    // As measured.
+    EXPECT_NEAR(table.soundsConverted - music.soundsConverted, 0.24, 0.05);
+    EXPECT_GT(table.soundDone - table.soundsConverted, music.soundDone - music.soundsConverted + 0.2);
+}
+
 TEST(MovieTimetable, WeighsSoundsAsTheyWereMeasured)
 {
     const auto converted = [](const char* name, int rateHz) {

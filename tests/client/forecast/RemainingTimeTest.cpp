@@ -205,6 +205,19 @@ TEST(RemainingTime, GoesByTheSoundThatIsWritten)
     EXPECT_GT(left(time, 6), 3) << "more bytes than there should be do not end the stage";
 }
 
+TEST(RemainingTime, DoesNotGetLongerWhileSilenceIsConverted)
+{
+    MovieTimetable music = timetable();
+    music.sounds = {{500, 0.3}, {1000, 0.5}};
+    RemainingTime time(music);
+    time.progressed(kStart, 0, 0, Seconds(0.1));
+    time.soundGrew(500, Seconds(0.3));
+    time.soundGrew(1000, Seconds(0.5));
+    const double before = left(time, 0.5);
+    EXPECT_NEAR(left(time, 1.9), before - 1.4, 1e-9);
+    EXPECT_GT(left(time, 5), before - 2) << "but where it takes longer than it should";
+}
+
 TEST(RemainingTime, DoesNotGoByFilesOnceTheSoundIsConverted)
 {
     const MovieTimetable table = timetable();

@@ -131,6 +131,30 @@ TEST(AACEncoder, PartsAreThoseOfTheWhole)
         EXPECT_TRUE(std::ranges::equal(whole.packet(i), i < kCut ? start.packet(i) : end.packet(i - kCut))) << i;
 }
 
+/// Silence is coded once; what is 240 dB below full scale is no different, and is coded packet by packet.
+TEST(AACEncoder, CodesSilenceBetweenSoundsAsItCodesWhatNobodyHears)
+{
+    for (const int channels : {1, 2}) {
+        const auto soundsWithGaps = [&](float gap) {
+            std::vector<float> samples(kPacket * 60 * static_cast<size_t>(channels));
+            std::mt19937 random(7);
+            std::uniform_real_distribution<float> noise(-0.3F, 0.3F);
+            for (size_t i = 0; i < samples.size(); ++i) {
+                // Gaps of one packet and of many, in the middle of packets.
+                const size_t packet = (i / static_cast<size_t>(channels) + kPacket / 3) / kPacket;
+                const bool isSound = packet % 20 < 8 && packet % 20 != 4;
+                samples[i] = isSound ? noise(random) : gap;
+            }
+            return samples;
+        };
+        const PacketRun silent = encode(soundsWithGaps(0), channels);
+        const PacketRun unheard = encode(soundsWithGaps(1e-12F), channels);
+        ASSERT_EQ(silent.count(), unheard.count());
+        for (size_t i = 0; i < silent.count(); ++i)
+            EXPECT_TRUE(std::ranges::equal(silent.packet(i), unheard.packet(i))) << channels << ", " << i;
+    }
+}
+
 TEST(AACEncoder, NoPacketIsLargerThanDecodersTake)
 {
     // Noise that comes and goes with every packet takes as many bits as are given.
