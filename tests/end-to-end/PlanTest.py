@@ -43,8 +43,7 @@ class ForecastTest(stillora.TestCase):
         # 12 frames of 1280 x 720 in four columns and three rows.
         self.assertEqual([stillora.probe(sheet)["video"][0][side] for side in ("width", "height")], [4 * 600 + 8, 3 * 359 + 8])
         self.assertIn("--contact-sheet goes with --dry-run", self.run_stillora(*arguments, expect=2).err)
-        arguments[-1] = self.photos[0]
-        self.assertIn("would replace the photo", self.run_stillora(*arguments, "--dry-run", expect=2).err)
+        self.assertIn("would replace the photo", self.run_stillora(*arguments, sheet, "--dry-run", expect=2).err)
         self.assertEqual(self.leftovers(self.save), [])
 
     def test_a_document_is_planned_too(self):
