@@ -9,7 +9,8 @@ set(STILLORA_WEB_ADDRESS "stillora.app" CACHE STRING "The product's web address,
 
 find_program(CCACHE ccache)
 if(CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-    set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+    # Without the leave it keeps nothing that a precompiled header went into.
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${CCACHE})
 endif()
 
 add_library(project_options INTERFACE)
@@ -39,4 +40,6 @@ if(STILLORA_SANITIZE)
     endif()
 endif()
 find_package(Threads REQUIRED)
+# Some libraries ask for it, and a precompiled header serves those alone that are compiled as it was.
+target_compile_options(project_options INTERFACE -pthread)
 target_link_libraries(project_options INTERFACE Threads::Threads)

@@ -65,7 +65,7 @@ Answer run(const std::vector<std::string>& command)
 }
 
 /// For a shell.
-std::string quoted(const std::string& word)
+std::string shellWord(const std::string& word)
 {
     std::string text = "'";
     for (const char c : word)
@@ -120,10 +120,10 @@ Result<SlurmArray::Jobs> SlurmArray::submit(const StateFolder& state, const Wish
     const size_t most = std::min(kUsualTasks, endOfArrays(run({"scontrol", "show", "config"}).text) - 1);
     jobs.tasks = std::max<size_t>(1, std::min(wish.tasks.value_or(most), wish.turns));
     const std::string command =
-        fmt::format("exec {} batch {}", quoted(platform::programFile()), quoted(wish.manifest.native()));
+        fmt::format("exec {} batch {}", shellWord(platform::programFile()), shellWord(wish.manifest.native()));
     std::string options;
     for (const std::string& option : wish.taskOptions)
-        options += fmt::format(" {}", quoted(option));
+        options += fmt::format(" {}", shellWord(option));
     const std::filesystem::path output = state.path() / "tasks";
     mkdir(output.c_str(), 0777);
     const std::string head = "#!/bin/sh\n#SBATCH --requeue\n#SBATCH --open-mode=append\n";

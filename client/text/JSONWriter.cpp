@@ -10,7 +10,7 @@ namespace stillora {
 
 namespace {
 
-std::string quoted(std::string_view text)
+std::string inQuotes(std::string_view text)
 {
     std::string result = "\"";
     for (const char c : platform::stringByReplacingInvalidUTF8(text)) {
@@ -30,7 +30,7 @@ JSONWriter& JSONWriter::addRaw(std::string_view key, std::string_view value)
 {
     if (!members_.empty())
         members_ += ", ";
-    members_ += quoted(key);
+    members_ += inQuotes(key);
     members_ += ": ";
     members_ += value;
     return *this;
@@ -38,7 +38,7 @@ JSONWriter& JSONWriter::addRaw(std::string_view key, std::string_view value)
 
 JSONWriter& JSONWriter::add(std::string_view key, std::string_view value)
 {
-    return addRaw(key, quoted(value));
+    return addRaw(key, inQuotes(value));
 }
 
 JSONWriter& JSONWriter::add(std::string_view key, bool value)
@@ -79,7 +79,7 @@ JSONWriter& JSONWriter::add(std::string_view key, const std::vector<std::string>
 {
     std::string list;
     for (const std::string& string : strings)
-        list += (list.empty() ? "" : ", ") + quoted(string);
+        list += (list.empty() ? "" : ", ") + inQuotes(string);
     return addRaw(key, "[" + list + "]");
 }
 

@@ -24,7 +24,7 @@ using VariantPtr = Handle<GVariant, g_variant_unref>;
 
 using TextPtr = Handle<char, g_free>;
 
-std::string quoted(std::string_view text)
+std::string inQuotes(std::string_view text)
 {
     size_t end = std::min(text.size(), kQuotedLength);
     // Not within a character: its further bytes begin with the bits 10.
@@ -164,7 +164,7 @@ std::optional<CodedValue> decodeTagged(GVariant* variant, std::string& reason)
         if (std::string_view(space) == "calibrated") {
             color.space = NSColor::Space::Calibrated;
         } else if (std::string_view(space) != "device") {
-            reason = "the colour space " + quoted(space) + " is neither \"device\" nor \"calibrated\"";
+            reason = "the colour space " + inQuotes(space) + " is neither \"device\" nor \"calibrated\"";
             return std::nullopt;
         }
         for (const double component : {color.red, color.green, color.blue, color.alpha}) {
@@ -175,7 +175,7 @@ std::optional<CodedValue> decodeTagged(GVariant* variant, std::string& reason)
         }
         return color;
     }
-    reason = quoted(name) + " is no class of values";
+    reason = inQuotes(name) + " is no class of values";
     return std::nullopt;
 }
 
@@ -201,7 +201,7 @@ std::optional<CodedValue> decodeCodedValue(GVariant* variant, std::string& reaso
             return bytes(variant);
         if (g_variant_is_of_type(variant, G_VARIANT_TYPE("(sv)")))
             return decodeTagged(variant, reason);
-        reason = "type " + quoted(g_variant_get_type_string(variant)) + " stands for no class";
+        reason = "type " + inQuotes(g_variant_get_type_string(variant)) + " stands for no class";
         return std::nullopt;
     }
 }
@@ -232,7 +232,7 @@ std::shared_ptr<NSSecureCoding> decodeObject(GVariant* variant, const std::vecto
             allowed = &(*classes)[i];
     }
     if (!allowed) {
-        reason = "class " + quoted(name) + " is not allowed (allowed: " + names(classes) + ")";
+        reason = "class " + inQuotes(name) + " is not allowed (allowed: " + names(classes) + ")";
         return nullptr;
     }
     NSCoder coder;
@@ -242,14 +242,14 @@ std::shared_ptr<NSSecureCoding> decodeObject(GVariant* variant, const std::vecto
         const auto keyVariant = child(entry.get(), 0);
         const std::string key(text(keyVariant.get()));
         if (coder.values().contains(key)) {
-            reason = "key " + quoted(key) + " is there twice";
+            reason = "key " + inQuotes(key) + " is there twice";
             return nullptr;
         }
         std::string valueReason;
         const VariantPtr content(g_variant_get_variant(child(entry.get(), 1).get()));
         auto value = decodeCodedValue(content.get(), valueReason);
         if (!value) {
-            reason = "key " + quoted(key) + ": " + valueReason;
+            reason = "key " + inQuotes(key) + ": " + valueReason;
             return nullptr;
         }
         coder.encodeObject(std::move(*value), key);
@@ -270,7 +270,7 @@ std::optional<NSXPCValue> decodeValue(GVariant* variant, const std::vector<NSXPC
     const auto allows = [&](const NSXPCClass& container) {
         if (!classes || isNamed(*classes, container.name))
             return true;
-        reason = ": class " + quoted(container.name) + " is not allowed";
+        reason = ": class " + inQuotes(container.name) + " is not allowed";
         return false;
     };
     if (signature == "b")
@@ -360,7 +360,7 @@ std::optional<NSXPCValues> decodeValues(GVariant* body, const NSXPCInterface& in
         const auto value = child(body, i);
         if (arguments[i].signature != g_variant_get_type_string(value.get())) {
             return refuse(describe(arguments, i, ofReply) + ": signature " +
-                          quoted(g_variant_get_type_string(value.get())) + " where \"" + arguments[i].signature +
+                          inQuotes(g_variant_get_type_string(value.get())) + " where \"" + arguments[i].signature +
                           "\" is expected");
         }
     }

@@ -264,7 +264,7 @@ TEST_F(SoundtrackAssembly, BadFilesOfEveryKindEndInTheirErrorWithNoFileLeft)
     writeBytes(folder_.path("norate.wav"), wavHeader(0, 2, 1000) + std::string(1000, '\1'));
     writeBytes(folder_.path("nochannels.wav"), wavHeader(44100, 0, 1000) + std::string(1000, '\1'));
     outputOf("ffmpeg -nostdin -v error -f lavfi -i color=red:s=64x64:r=2 -frames:v 5 -c:v mjpeg " +
-             quoted(folder_.path("silent.mov")));
+             shellWord(folder_.path("silent.mov")));
     const auto good = item("good.wav", 3);
     for (const char* name : {"text.mp3", "empty.mp3", "nothing.wav", "norate.wav", "nochannels.wav", "silent.mov"}) {
         SCOPED_TRACE(name);
@@ -478,8 +478,8 @@ TEST_F(SoundtrackAssembly, LoopingMoreThanFiveSecondsShortNeverReturns)
     const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
     // Only the limit of two seconds of processor time ends it, by a signal, which the shell reports as 128 and more.
     const std::string command =
-        "TMPDIR=" + quoted(folder_.makeFolder("child")) + " sh -c \"ulimit -c 0; " + memoryLimit + "ulimit -t 2; " +
-        quoted(self) +
+        "TMPDIR=" + shellWord(folder_.makeFolder("child")) + " sh -c \"ulimit -c 0; " + memoryLimit + "ulimit -t 2; " +
+        shellWord(self) +
         " --gtest_also_run_disabled_tests "
         "--gtest_filter=SoundtrackAssembly.DISABLED_LoopsUntilTheProcessIsStopped; echo status \\$?\" 2>&1";
     const std::string output = outputOf(command);

@@ -614,13 +614,14 @@ TEST(morStilloraVideoCreator, MakesAMovieWithItsOwnStages)
     PhotoList photoList;
     for (int i = 0; i < 5; ++i) {
         const std::string path = folder.path(std::to_string(i) + ".png");
-        testsound::outputOf("ffmpeg -v error -f lavfi -i color=c=red:s=320x240 -frames:v 1 " + testsound::quoted(path));
+        testsound::outputOf("ffmpeg -v error -f lavfi -i color=c=red:s=320x240 -frames:v 1 " +
+                            testsound::shellWord(path));
         photoList.push_back(std::make_shared<MORPhoto>());
         photoList.back()->setPhotoURL(NSURL::fileURLWithPath(path));
         photoList.back()->setSize({320, 240});
     }
     const std::string sound = folder.path("sound.wav");
-    testsound::outputOf("ffmpeg -v error -f lavfi -i sine=d=5 " + testsound::quoted(sound));
+    testsound::outputOf("ffmpeg -v error -f lavfi -i sine=d=5 " + testsound::shellWord(sound));
     const SoundtrackList soundtrackList{MORSoundtrack::soundtrackWithURL(NSURL::fileURLWithPath(sound), {0, 5, 5})};
     std::ofstream(folder.path("Week.stillora")) << "document";
 
@@ -640,10 +641,10 @@ TEST(morStilloraVideoCreator, MakesAMovieWithItsOwnStages)
     EXPECT_EQ(path, folder.path("Week.mov"));
     EXPECT_EQ(testsound::outputOf("ffprobe -v error -count_frames -show_entries "
                                   "stream=codec_name,nb_read_frames -select_streams v -of csv=p=0 " +
-                                  testsound::quoted(path)),
+                                  testsound::shellWord(path)),
               "h264,5\n");
     EXPECT_EQ(testsound::outputOf("ffprobe -v error -show_entries stream=codec_name -select_streams a -of csv=p=0 " +
-                                  testsound::quoted(path)),
+                                  testsound::shellWord(path)),
               "aac\n");
 }
 

@@ -45,7 +45,7 @@ inline std::shared_ptr<platform::CVPixelBuffer> makePlainFrame(size_t width, siz
 }
 
 /// A path as one word of a shell command.
-inline std::string quoted(const std::string& path)
+inline std::string shellWord(const std::string& path)
 {
     std::string word = "'";
     for (const char c : path)
@@ -72,7 +72,7 @@ inline std::string outputOf(const std::string& command)
 inline std::vector<std::string> probe(const std::string& path, const std::string& entries)
 {
     std::istringstream output(
-        outputOf("ffprobe -v error -of csv=p=0 -show_entries " + entries + " " + quoted(path) + " 2>&1"));
+        outputOf("ffprobe -v error -of csv=p=0 -show_entries " + entries + " " + shellWord(path) + " 2>&1"));
     std::vector<std::string> lines;
     for (std::string line; std::getline(output, line);)
         if (!line.empty())
@@ -84,7 +84,7 @@ inline std::vector<std::string> probe(const std::string& path, const std::string
 inline std::vector<std::vector<uint8_t>> decode(const std::string& path, size_t width, size_t height)
 {
     const std::string bytes =
-        outputOf("ffmpeg -v error -xerror -err_detect explode -threads 1 -i " + quoted(path) +
+        outputOf("ffmpeg -v error -xerror -err_detect explode -threads 1 -i " + shellWord(path) +
                  " -map 0:v -vsync passthrough -sws_flags accurate_rnd+full_chroma_int+full_chroma_inp+bicubic"
                  " -f rawvideo -pix_fmt rgb24 -");
     const size_t frameBytes = 3 * width * height;

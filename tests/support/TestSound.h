@@ -127,7 +127,7 @@ inline void writeWav(const std::string& path, const Sound& sound)
     writeBytes(path, bytes);
 }
 
-inline std::string quoted(const std::string& text)
+inline std::string shellWord(const std::string& text)
 {
     std::string result = "'";
     for (const char c : text)
@@ -139,7 +139,7 @@ inline std::string quoted(const std::string& text)
 inline std::string outputOf(const std::string& command)
 {
     // A command that waits for ever must not hold the tests.
-    FILE* pipe = popen(("timeout 60 sh -c " + quoted(command)).c_str(), "r");
+    FILE* pipe = popen(("timeout 60 sh -c " + shellWord(command)).c_str(), "r");
     if (!pipe)
         throw std::runtime_error("cannot run " + command);
     std::string output;
@@ -154,7 +154,7 @@ inline std::string outputOf(const std::string& command)
 /// Runs the ffmpeg command: `-i input`, then `options`, then the output.
 inline void convertWithFFmpeg(const std::string& input, const std::string& options, const std::string& output)
 {
-    outputOf("ffmpeg -nostdin -v error -y -i " + quoted(input) + " " + options + " " + quoted(output));
+    outputOf("ffmpeg -nostdin -v error -y -i " + shellWord(input) + " " + options + " " + shellWord(output));
 }
 
 /// Decoded by the ffmpeg command, as it plays the file; padding at the end may be left in.
@@ -162,12 +162,12 @@ inline Sound decodeWithFFmpeg(const std::string& path)
 {
     const std::string facts = outputOf("ffprobe -v error -select_streams a:0 -show_entries "
                                        "stream=sample_rate,channels -of csv=p=0 " +
-                                       quoted(path));
+                                       shellWord(path));
     Sound sound;
     if (std::sscanf(facts.c_str(), "%d,%d", &sound.rateHz, &sound.channels) != 2)
         throw std::runtime_error("no sound in " + path);
     const std::string bytes =
-        outputOf("ffmpeg -nostdin -v error -i " + quoted(path) + " -map 0:a:0 -f f32le -c:a pcm_f32le -");
+        outputOf("ffmpeg -nostdin -v error -i " + shellWord(path) + " -map 0:a:0 -f f32le -c:a pcm_f32le -");
     sound.samples.resize(bytes.size() / sizeof(float));
     std::memcpy(sound.samples.data(), bytes.data(), sound.samples.size() * sizeof(float));
     return sound;
@@ -177,7 +177,7 @@ inline Sound decodeWithFFmpeg(const std::string& path)
 inline std::string probe(const std::string& path, const std::string& kind, const std::string& field)
 {
     std::string answer = outputOf("ffprobe -v error -select_streams " + kind + ":0 -show_entries stream=" + field +
-                                  " -of default=nw=1:nk=1 " + quoted(path));
+                                  " -of default=nw=1:nk=1 " + shellWord(path));
     while (!answer.empty() && answer.back() == '\n')
         answer.pop_back();
     return answer;

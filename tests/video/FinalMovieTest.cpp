@@ -43,7 +43,7 @@ protected:
     AVURLAssetPtr makeVideo(int photos, const std::string& codec = "-c:v mjpeg", const std::string& name = "v.mov")
     {
         outputOf("ffmpeg -nostdin -v error -f lavfi -i testsrc=s=128x96:r=1/3 -frames:v " + std::to_string(photos) +
-                 " " + codec + " -video_track_timescale 10000 -movie_timescale 10000 " + quoted(folder_.path(name)));
+                 " " + codec + " -video_track_timescale 10000 -movie_timescale 10000 " + shellWord(folder_.path(name)));
         return AVURLAsset::URLAssetWithURL(folder_.url(name));
     }
 
@@ -70,7 +70,7 @@ protected:
 
     static std::string packetHashes(const std::string& path, const std::string& kind)
     {
-        return outputOf("ffmpeg -nostdin -v error -i " + quoted(path) + " -map 0:" + kind +
+        return outputOf("ffmpeg -nostdin -v error -i " + shellWord(path) + " -map 0:" + kind +
                         " -c copy -f framehash -hash md5 - | grep -v '^#' | awk -F, '{print $NF}'");
     }
 
@@ -201,7 +201,7 @@ TEST_F(FinalMovie, SamplesLieInOrderOfTimeAtMostASecondApart)
     ASSERT_TRUE(movie);
     // Position in the file and time of each packet.
     const std::string list =
-        outputOf("ffprobe -v error -show_entries packet=pos,pts_time -of csv=p=0 " + quoted(movie->URL().path()));
+        outputOf("ffprobe -v error -show_entries packet=pos,pts_time -of csv=p=0 " + shellWord(movie->URL().path()));
     std::vector<std::pair<long, double>> packets;
     std::istringstream lines(list);
     for (std::string line; std::getline(lines, line);) {
@@ -388,7 +388,8 @@ TEST_F(FinalMovie, TellsTheDocumentsNameAsItsTitle)
 {
     const auto title = [&](const std::string& name) {
         const auto movie = combine(makeVideo(5), makeSoundtrack(10), name);
-        return outputOf("ffprobe -v error -of csv=p=0 -show_entries format_tags=title " + quoted(movie->URL().path()));
+        return outputOf("ffprobe -v error -of csv=p=0 -show_entries format_tags=title " +
+                        shellWord(movie->URL().path()));
     };
     EXPECT_EQ(title("Holiday.slides"), "Holiday\n");
     std::filesystem::remove(folder_.path("v.mov"));

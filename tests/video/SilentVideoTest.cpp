@@ -585,7 +585,7 @@ TEST_F(SilentVideoTest, MakesAMovieOfRealPhotos)
     for (int i = 0; i < 6; ++i) {
         const std::string path = folder.path("photo" + std::to_string(i) + ".jpg");
         testmovie::outputOf("ffmpeg -v error -f lavfi -i color=c=" + std::string(i % 2 ? "blue" : "red") +
-                            ":s=640x480 -frames:v 1 " + testmovie::quoted(path) + " 2>&1");
+                            ":s=640x480 -frames:v 1 " + testmovie::shellWord(path) + " 2>&1");
         photos.push_back(std::make_shared<MORPhoto>());
         photos.back()->setPhotoURL(platform::NSURL::fileURLWithPath(path));
         photos.back()->setSize({640, 480});
@@ -687,7 +687,7 @@ TEST_F(SilentVideoTest, TellsTheDocumentsNameAsItsTitle)
 TEST_F(SilentVideoTest, CopiesFramesOfAnEarlierMovie)
 {
     const auto hashesOf = [](const AVURLAssetPtr& movie) {
-        return testmovie::outputOf("ffmpeg -v error -i " + testmovie::quoted(movie->URL().path()) +
+        return testmovie::outputOf("ffmpeg -v error -i " + testmovie::shellWord(movie->URL().path()) +
                                    " -c copy -f framehash -");
     };
     for (const char* codec : {"jpeg", "avc1"}) {
@@ -781,12 +781,12 @@ TEST_F(SilentVideoTest, JoinsPiecesInPlaceOfFrames)
     };
     const auto first = piece(0, 6);
     const auto second = piece(6, 5);
-    const std::string expected =
-        testmovie::outputOf("ffmpeg -v error -i " + testmovie::quoted(whole->URL().path()) + " -c copy -f framehash -");
+    const std::string expected = testmovie::outputOf("ffmpeg -v error -i " + testmovie::shellWord(whole->URL().path()) +
+                                                     " -c copy -f framehash -");
     context.setPieces({first, second});
     const auto joined = write(11);
     ASSERT_TRUE(joined);
-    EXPECT_EQ(testmovie::outputOf("ffmpeg -v error -i " + testmovie::quoted(joined->URL().path()) +
+    EXPECT_EQ(testmovie::outputOf("ffmpeg -v error -i " + testmovie::shellWord(joined->URL().path()) +
                                   " -c copy -f framehash -"),
               expected);
     context.finish();

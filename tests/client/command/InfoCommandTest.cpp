@@ -46,10 +46,10 @@ protected:
     Outcome run(const Arguments& arguments, const std::string& environment = "LANGUAGE=C")
     {
         std::string command =
-            fmt::format("cd {} && env LC_ALL=C.UTF-8 {} timeout 60 {} info", testsound::quoted(folder_.path()),
-                        environment, testsound::quoted(STILLORA_PROGRAM));
+            fmt::format("cd {} && env LC_ALL=C.UTF-8 {} timeout 60 {} info", testsound::shellWord(folder_.path()),
+                        environment, testsound::shellWord(STILLORA_PROGRAM));
         for (const std::string& argument : arguments)
-            command += fmt::format(" {}", testsound::quoted(argument));
+            command += fmt::format(" {}", testsound::shellWord(argument));
         const int status = std::system((command + " >out 2>err").c_str());
         return {WEXITSTATUS(status), TemporaryFolder::contentsOf(folder_.path("out")),
                 TemporaryFolder::contentsOf(folder_.path("err"))};
@@ -210,7 +210,7 @@ TEST_F(InfoCommand, TellsOfAMovieItsPicturesAndItsSound)
 {
     testsound::outputOf("ffmpeg -nostdin -v error -f lavfi -i testsrc=s=320x240:d=2 -f lavfi -i sine=r=48000:d=2 -ac 2 "
                         "-c:v mjpeg " +
-                        testsound::quoted(folder_.path("lying.mov")));
+                        testsound::shellWord(folder_.path("lying.mov")));
     testsound::convertWithFFmpeg(folder_.path("lying.mov"), "-c copy -metadata:s:v rotate=90 -metadata title=Trip",
                                  folder_.path("movie.mov"));
     const Outcome result = run({"movie.mov"});

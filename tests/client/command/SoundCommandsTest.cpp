@@ -456,9 +456,9 @@ TEST_F(SoundCommands, TrimOfASoundThatCannotBeCopiedSaysWhatToDo)
 TEST_F(SoundCommands, OutputThatCannotBeWrittenIsAFailure)
 {
     makeWav("a.wav");
-    const std::string program = quoted(STILLORA_PROGRAM);
-    const std::string command =
-        program + " waveform " + quoted(path("a.wav")) + " -o " + quoted(path("a.png")) + " 2>&1 >/dev/full; echo $?";
+    const std::string program = shellWord(STILLORA_PROGRAM);
+    const std::string command = program + " waveform " + shellWord(path("a.wav")) + " -o " + shellWord(path("a.png")) +
+                                " 2>&1 >/dev/full; echo $?";
     EXPECT_THAT(outputOf(command), EndsWith("could not be written to standard output\n1\n"));
 }
 

@@ -434,7 +434,7 @@ TEST(AVAssetExportSession, BadInputFailsWithASentenceAndLeavesNothing)
     writeBytes(folder.path("norate.wav"), wavHeader(0, 2, 1000) + std::string(1000, '\1'));
     writeBytes(folder.path("nochannels.wav"), wavHeader(44100, 0, 1000) + std::string(1000, '\1'));
     outputOf("ffmpeg -nostdin -v error -f lavfi -i color=red:s=64x64:r=2 -frames:v 5 -c:v mjpeg " +
-             quoted(folder.path("silent.mov")));
+             shellWord(folder.path("silent.mov")));
     ASSERT_EQ(mkfifo(folder.path("pipe.wav").c_str(), 0600), 0);
     const auto before = filesBelow(folder.path());
     for (const char* name : {"missing.mp3", "text.mp3", "empty.wav", "nothing.wav", "norate.wav", "nochannels.wav",

@@ -102,7 +102,7 @@ TEST(AVAsset, TracksKnowTheirAssetAndTheirFormat)
 TEST(AVAsset, TracksOfPicturesHaveNoStreamDescription)
 {
     const TemporaryFolder folder;
-    outputOf("ffmpeg -nostdin -v error -f lavfi -i color=c=red:s=64x64:r=5:d=1 " + quoted(folder.path("t.mov")));
+    outputOf("ffmpeg -nostdin -v error -f lavfi -i color=c=red:s=64x64:r=5:d=1 " + shellWord(folder.path("t.mov")));
     const auto tracks = AVURLAsset::URLAssetWithURL(folder.url("t.mov"))->tracks();
     ASSERT_EQ(tracks.size(), 1U);
     ASSERT_EQ(tracks[0].formatDescriptions.size(), 1U);

@@ -132,7 +132,7 @@ TEST(AVURLAsset, MovieHasTheDurationOfItsHeader)
     const TemporaryFolder folder;
     outputOf("ffmpeg -nostdin -v error -f lavfi -i color=red:s=64x64:r=2 -frames:v 5 -c:v mjpeg -movie_timescale 10000 "
              "-video_track_timescale 10000 " +
-             quoted(folder.path("v.mov")));
+             shellWord(folder.path("v.mov")));
     const AVURLAsset asset(folder.url("v.mov"));
     EXPECT_EQ(asset.duration().value, 25000);
     EXPECT_EQ(asset.duration().timescale, 10000);
@@ -146,10 +146,10 @@ TEST(AVURLAsset, CoverPictureIsNoVideoTrack)
 {
     const TemporaryFolder folder;
     writeWav(folder.path("t.wav"), makeTone(44100, 1, 44100));
-    outputOf("ffmpeg -nostdin -v error -i " + quoted(folder.path("t.wav")) +
+    outputOf("ffmpeg -nostdin -v error -i " + shellWord(folder.path("t.wav")) +
              " -f lavfi -i color=red:s=64x64:d=0.04 -map 0 -map 1 -c:a alac -c:v mjpeg -disposition:v "
              "attached_pic " +
-             quoted(folder.path("t.m4a")));
+             shellWord(folder.path("t.m4a")));
     const AVURLAsset asset(folder.url("t.m4a"));
     ASSERT_EQ(asset.tracks().size(), 1U);
     EXPECT_EQ(asset.duration().value, 44100);

@@ -376,11 +376,11 @@ TEST_F(FileTags, WrittenByEyeD3ReadRight)
     const auto tag = [&](const std::string& name, const std::string& options) {
         const std::string path = makeSound(name, "-id3v2_version 0 -write_id3v1 0");
         testsound::outputOf("LC_ALL=C.UTF-8 eyeD3 --no-color " + options + " -t 'Grüße' -a 'Künstler' -A 'Album' " +
-                            testsound::quoted(path) + " 2>&1");
+                            testsound::shellWord(path) + " 2>&1");
         return path;
     };
     const std::string more =
-        " -b 'Band' --text-frame='TOPE:Original' --add-image=" + testsound::quoted(folder_.path("cover.jpg")) +
+        " -b 'Band' --text-frame='TOPE:Original' --add-image=" + testsound::shellWord(folder_.path("cover.jpg")) +
         ":FRONT_COVER";
     for (const std::string& path : {tag("23.mp3", "--to-v2.3 --encoding=utf16" + more),
                                     tag("24.mp3", "--to-v2.4 --encoding=utf8" + more), tag("1.mp3", "-1")}) {
@@ -401,9 +401,9 @@ TEST_F(FileTags, WrittenByAtomicParsleyReadRight)
     const std::string picture = "\x89PNG\r\n\x1A\n picture";
     folder_.makeFile("cover.png", picture);
     const std::string path = makeSound("a.m4a");
-    testsound::outputOf("LC_ALL=C.UTF-8 AtomicParsley " + testsound::quoted(path) +
+    testsound::outputOf("LC_ALL=C.UTF-8 AtomicParsley " + testsound::shellWord(path) +
                         " --title 'Grüße' --artist 'Künstler' --albumArtist 'Other' --album 'Album' --artwork " +
-                        testsound::quoted(folder_.path("cover.png")) + " --overWrite 2>&1");
+                        testsound::shellWord(folder_.path("cover.png")) + " --overWrite 2>&1");
     EXPECT_EQ(common(path, "title"), "Grüße");
     EXPECT_EQ(common(path, "artist"), "Künstler");
     EXPECT_EQ(common(path, "albumName"), "Album");

@@ -16,7 +16,8 @@ protected:
     /// Makes a movie with the ffmpeg command.
     NSURL make(const std::string& name, const std::string& arguments) const
     {
-        testmovie::outputOf("ffmpeg -v error -y " + arguments + " " + testmovie::quoted(folder.path(name)) + " 2>&1");
+        testmovie::outputOf("ffmpeg -v error -y " + arguments + " " + testmovie::shellWord(folder.path(name)) +
+                            " 2>&1");
         return folder.url(name);
     }
 

@@ -25,7 +25,8 @@ protected:
     /// Makes a movie with the ffmpeg command.
     NSURL make(const std::string& name, const std::string& arguments) const
     {
-        testmovie::outputOf("ffmpeg -v error -y " + arguments + " " + testmovie::quoted(folder.path(name)) + " 2>&1");
+        testmovie::outputOf("ffmpeg -v error -y " + arguments + " " + testmovie::shellWord(folder.path(name)) +
+                            " 2>&1");
         return folder.url(name);
     }
 
@@ -49,7 +50,7 @@ protected:
     {
         std::istringstream output(testmovie::outputOf("ffprobe -v error -of csv=p=0 -select_streams " + kind +
                                                       " -show_data_hash MD5 -show_entries packet=" + entries + " " +
-                                                      testmovie::quoted(movie.path())));
+                                                      testmovie::shellWord(movie.path())));
         std::vector<std::string> lines;
         for (std::string line; std::getline(output, line);)
             lines.push_back(line);

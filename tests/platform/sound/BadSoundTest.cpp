@@ -75,7 +75,7 @@ TEST_F(BadSound, FileThatIsNoSoundIsRefused)
 TEST_F(BadSound, MovieWithoutASoundTrackIsRefused)
 {
     outputOf("ffmpeg -nostdin -v error -f lavfi -i color=red:s=64x64:r=2 -frames:v 5 -c:v mjpeg " +
-             quoted(folder_.path("silent.mov")));
+             shellWord(folder_.path("silent.mov")));
     expectRefused("silent.mov");
 }
 

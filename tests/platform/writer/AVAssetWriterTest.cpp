@@ -413,7 +413,7 @@ TEST_F(AVAssetWriterTest, ClaimsNoFrameRateInItsHeaders)
     for (const char* const codec : {"avc1", "hvc1"}) {
         (void)NSFileManager::defaultManager().removeItemAtURL(url);
         write(codec, 2, 30000, 640, 360);
-        const std::string trace = testmovie::outputOf("ffmpeg -v verbose -i " + testmovie::quoted(url.path()) +
+        const std::string trace = testmovie::outputOf("ffmpeg -v verbose -i " + testmovie::shellWord(url.path()) +
                                                       " -c copy -bsf:v trace_headers -f null - 2>&1");
         // The bitstream filter reads all of the header, so that what comes after the flag is in its place.
         EXPECT_THAT(trace, ContainsRegex("timing_info_present_flag +0 = 0")) << codec;
@@ -426,7 +426,7 @@ TEST_F(AVAssetWriterTest, ClaimsNoFrameRateInItsHeaders)
 TEST_F(AVAssetWriterTest, GivesNeighbouringH264FramesDifferentIdentifiers)
 {
     write("avc1", 12, 10000, 64, 48, 3);
-    const std::string trace = testmovie::outputOf("ffmpeg -v verbose -i " + testmovie::quoted(url.path()) +
+    const std::string trace = testmovie::outputOf("ffmpeg -v verbose -i " + testmovie::shellWord(url.path()) +
                                                   " -c copy -bsf:v trace_headers -f null - 2>&1 | grep idr_pic_id");
     std::vector<char> identifiers;
     std::istringstream lines(trace);
@@ -440,7 +440,7 @@ TEST_F(AVAssetWriterTest, GivesNeighbouringH264FramesDifferentIdentifiers)
 TEST_F(AVAssetWriterTest, KeepsAlphaOpaque)
 {
     write("ap4h", 2, 10000);
-    const std::string alpha = testmovie::outputOf("ffmpeg -v error -i " + testmovie::quoted(url.path()) +
+    const std::string alpha = testmovie::outputOf("ffmpeg -v error -i " + testmovie::shellWord(url.path()) +
                                                   " -vf alphaextract,format=gray -f rawvideo - ");
     ASSERT_EQ(alpha.size(), size_t{2 * 64 * 48});
     EXPECT_TRUE(std::ranges::all_of(alpha, [](char value) { return static_cast<uint8_t>(value) == 255; }));

@@ -150,9 +150,9 @@ protected:
         const std::string number = std::to_string(++runs_);
         const std::string out = folder_.path("out-" + number);
         const std::string err = folder_.path("err-" + number);
-        std::string command = "LC_ALL=C.UTF-8 LANGUAGE= " + testsound::quoted(STILLORA_PROGRAM) + " document";
+        std::string command = "LC_ALL=C.UTF-8 LANGUAGE= " + testsound::shellWord(STILLORA_PROGRAM) + " document";
         for (const std::string& argument : arguments)
-            command.append(" ").append(testsound::quoted(argument));
+            command.append(" ").append(testsound::shellWord(argument));
         const int status = std::system((command + " >" + out + " 2>" + err).c_str());
         Result result{WIFEXITED(status) ? WEXITSTATUS(status) : -1, TemporaryFolder::contentsOf(out),
                       TemporaryFolder::contentsOf(err)};
@@ -288,8 +288,8 @@ TEST_F(DocumentCommand, LosesNothingWhenManyAddAtOnce)
     constexpr int kPrograms = 6;
     std::string command = "LC_ALL=C.UTF-8 LANGUAGE=; export LC_ALL LANGUAGE; ";
     for (int i = 0; i < kPrograms; ++i)
-        command += testsound::quoted(STILLORA_PROGRAM) + " document add --quiet " + testsound::quoted(document()) +
-                   " " + testsound::quoted(photo(1)) + " & ";
+        command += testsound::shellWord(STILLORA_PROGRAM) + " document add --quiet " +
+                   testsound::shellWord(document()) + " " + testsound::shellWord(photo(1)) + " & ";
     testsound::outputOf(command + " wait");
     EXPECT_THAT(saved("Photos"), SizeIs(kPrograms));
     const Result check = run({"check", document()});
@@ -304,8 +304,8 @@ TEST_F(DocumentCommand, TellsThatItWaitsForAnother)
     ASSERT_EQ(flock(folder, LOCK_EX), 0);
     const std::string err = folder_.path("err");
     std::jthread adding([&] {
-        testsound::outputOf("LC_ALL=C.UTF-8 LANGUAGE= " + testsound::quoted(STILLORA_PROGRAM) + " document add " +
-                            testsound::quoted(document()) + " " + testsound::quoted(photo(1)) + " 2>" + err);
+        testsound::outputOf("LC_ALL=C.UTF-8 LANGUAGE= " + testsound::shellWord(STILLORA_PROGRAM) + " document add " +
+                            testsound::shellWord(document()) + " " + testsound::shellWord(photo(1)) + " 2>" + err);
     });
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     while (TemporaryFolder::contentsOf(err).find("waiting for another program") == std::string::npos)
