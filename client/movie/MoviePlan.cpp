@@ -101,17 +101,29 @@ platform::CGSize sizeForSmallest(const std::vector<PhotoFacts>& photos)
     return VideoSize::sizeCoveredBy(smallest);
 }
 
-/// One photo in five may be smaller than the frame, and one of three or four. Of two, neither is most of them.
+/// One photo in five may be smaller than suits the frame, and one of three or four. Of two, neither is most of them.
 size_t mostSmallerPhotos(size_t count)
 {
     return count < 3 ? 0 : std::max<size_t>(1, count / 5);
+}
+
+/// An upright photo leaves a frame black at its sides, whatever the frame's size: its height says how much of it is
+/// seen. A frame beyond full HD is worth its bytes where it is filled.
+platform::CGSize sizeFor(const PhotoFacts& photo)
+{
+    constexpr platform::CGSize kFullHD{1920, 1080};
+    const platform::CGSize covered = VideoSize::sizeCoveredBy({photo.size.width, photo.size.height});
+    if (photo.size.width > photo.size.height)
+        return covered;
+    const platform::CGSize byHeight = VideoSize::sizeCoveredBy({kFullHD.width, photo.size.height});
+    return std::ranges::max(covered, byHeight, {}, &platform::CGSize::height);
 }
 
 platform::CGSize sizeForMost(const std::vector<PhotoFacts>& photos)
 {
     std::vector<platform::CGSize> sizes;
     for (const PhotoFacts& photo : photos)
-        sizes.push_back(VideoSize::sizeCoveredBy({photo.size.width, photo.size.height}));
+        sizes.push_back(sizeFor(photo));
     if (sizes.empty())
         return VideoSize::kSizes.back();
     // The sizes rise in both sides, so that the heights put them in order.

@@ -33,9 +33,10 @@ inline constexpr Seconds kMaxTimePerPhoto{3600};
 inline constexpr std::array<std::string_view, 9> kMovieCodecs{"avc1", "hvc1", "jpeg", "apcn", "ap4h",
                                                               "apch", "apcs", "apco", "ap4x"};
 
-/// The height that suits most photos: the largest that at least four fifths of them cover, each in width and height; of
-/// three and of four photos, all but one. So fourteen photos of 3000 x 2000 and one of 1200 x 1600 make a movie of
-/// 2560 x 1440. Never less than `kSmallestQuality` chooses.
+/// The largest height that suits at least four fifths of the photos; of three and of four photos, all but one. It suits
+/// a photo that covers the frame in width and height and, up to 1920 x 1080, an upright or square one that is as high.
+/// So fourteen photos of 3000 x 2000 and one of 1200 x 1600 make a movie of 2560 x 1440. Never less than
+/// `kSmallestQuality` chooses.
 inline constexpr std::int64_t kAutomaticQuality = 0;
 /// The largest height that the smallest width and the smallest height of all photos cover: of the fifteen photos above,
 /// 854 x 480. Any value that is no height of the table does the same.

@@ -83,13 +83,13 @@ class InstallTest(stillora.TestCase):
         self.installed("share/stillora/models/LICENSE-Apache-2.0.txt")
         photo = Path("/usr/lib/python3/dist-packages/skimage/data/astronaut.png")
         result = self.installed_run("frame", photo, "-o", self.folder / "frame.png", "--show-faces")
-        self.assertEqual((result.returncode, result.stderr), (0, "stillora: 320 x 240, 1 face\n"))
+        self.assertEqual((result.returncode, result.stderr), (0, "stillora: 854 x 480, 1 face\n"))
         module, = (self.prefix / "lib").glob("**/stillora-faces.so")
         self.addCleanup(module.with_suffix(".off").rename, module)
         module.rename(module.with_suffix(".off"))
         result = self.installed_run("frame", photo, "-o", self.folder / "frame.png", "--show-faces")
         self.assertEqual(result.returncode, 0)
-        self.assertTrue(result.stderr.endswith("stillora: 320 x 240, no faces\n"), result.stderr)
+        self.assertTrue(result.stderr.endswith("stillora: 854 x 480, no faces\n"), result.stderr)
         self.assertIn("there is no face detector at ", result.stderr)
 
     def test_the_installed_library_of_pictures_is_needed_for_some(self):

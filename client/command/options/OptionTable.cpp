@@ -40,16 +40,17 @@ struct Options {
     const Option quality{
         .name = "quality",
         .value = localized("Q"),
-        .help = localized("height of the movie: {}; auto, the largest that four fifths of the photos cover (default); "
+        .help = localized("height of the movie: {}; auto, the largest that suits four fifths of the photos (default); "
                           "or smallest, the largest that the smallest photo covers",
                           fmt::join(heightWords(), ", ")),
         .more = localized(
             "1080p and 4k are understood, too. Sizes are 320 x 240, 640 x 360, 854 x 480, 1280 x 720, 1920 x 1080, "
-            "2560 x 1440 and 3840 x 2160. A "
-            "photo covers a size that it is not narrower and not lower than. With auto at least four fifths of the "
-            "photos cover the size, of three or four photos all but one, of two both: 14 photos of 3000 x 2000 and "
-            "one of 1200 x 1600 make a movie of 2560 x 1440. The others are not enlarged and stand in black; a line "
-            "on standard error names or counts them. With smallest the movie of the same 15 photos is 854 x 480."),
+            "2560 x 1440 and 3840 x 2160. A photo covers a size that it is not narrower and not lower than. With auto "
+            "the size suits at least four fifths of the photos, of three or four photos all but one, of two both. It "
+            "suits a photo that covers it and, up to 1920 x 1080, an upright or square one that is as high. So 14 "
+            "photos of 3000 x 2000 and one of 1200 x 1600 make a movie of 2560 x 1440. No photo is enlarged: smaller "
+            "ones stand in black, and a line on standard error names or counts them. With smallest the movie of the "
+            "same 15 photos is 854 x 480."),
         .offer = Offer::Words,
         .words = qualityWords(),
     };
@@ -344,8 +345,8 @@ struct Options {
     const Option frameQuality{
         .name = "quality",
         .value = localized("Q"),
-        .help = localized("height of the frame: {}; auto or smallest, which are the same for one photo, the largest "
-                          "that it covers (default auto)",
+        .help = localized("height of the frame: {}; auto, the largest that suits the photo in a movie (default); or "
+                          "smallest, the largest that it covers",
                           fmt::join(heightWords(), ", ")),
         .offer = Offer::Words,
         .words = qualityWords(),

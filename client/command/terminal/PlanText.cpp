@@ -20,9 +20,10 @@ std::string reasonOfHeight(const MovieRequest& request, Size frame)
     if (request.quality != kAutomaticQuality)
         return localized("the largest that the smallest photo covers");
     const size_t count = request.photos.size();
-    const size_t smaller = photosSmallerThanFrame(frame, request.photos).size();
-    return smaller == 0 ? localized("covered by every photo")
-                        : localized("covered by {} of {} photos", count - smaller, count);
+    const auto suited = static_cast<size_t>(std::ranges::count_if(request.photos, [&](const PhotoFacts& photo) {
+        return frameSizeForQuality(kAutomaticQuality, {photo}).height >= frame.height;
+    }));
+    return suited == count ? localized("suits every photo") : localized("suits {} of {} photos", suited, count);
 }
 
 /// No more figures than an estimate has.

@@ -295,7 +295,7 @@ TEST(MoviePlan, ChoosesTheFrameSizeOfTheSmallestPhotoAsTheServiceDoes)
     EXPECT_EQ(size(-1, {{3000, 500}, {500, 3000}}), (Size{320, 240})) << "the width of one and the height of the other";
 }
 
-TEST(MoviePlan, ChoosesTheFrameSizeThatMostPhotosCover)
+TEST(MoviePlan, ChoosesTheFrameSizeThatSuitsMostPhotos)
 {
     const auto mixed = [](size_t large, size_t small) {
         std::vector<Size> sizes(large, {3000, 2000});
@@ -303,7 +303,7 @@ TEST(MoviePlan, ChoosesTheFrameSizeThatMostPhotosCover)
         return size(kAutomaticQuality, sizes);
     };
     constexpr Size kForLarge{2560, 1440};
-    constexpr Size kForSmall{854, 480};
+    constexpr Size kForSmall{1920, 1080};
     const struct {
         size_t large;
         size_t small;
@@ -319,9 +319,22 @@ TEST(MoviePlan, ChoosesTheFrameSizeThatMostPhotosCover)
     EXPECT_EQ(size(kAutomaticQuality, {{10, 10}}), (Size{320, 240}));
 }
 
+TEST(MoviePlan, ChoosesByTheHeightOfUprightPhotosUpToFullHD)
+{
+    EXPECT_EQ(size(kAutomaticQuality, {{607, 1080}}), (Size{1920, 1080})) << "which a width of 640 would cover at most";
+    EXPECT_EQ(size(kAutomaticQuality, {{607, 1079}}), (Size{1280, 720}));
+    EXPECT_EQ(size(kAutomaticQuality, {{1080, 1080}}), (Size{1920, 1080})) << "square ones are black at the sides, too";
+    EXPECT_EQ(size(kAutomaticQuality, {{1081, 1080}}), (Size{854, 480}));
+    EXPECT_EQ(size(kAutomaticQuality, {{1200, 1600}}), (Size{1920, 1080}));
+    EXPECT_EQ(size(kAutomaticQuality, {{2559, 9000}}), (Size{1920, 1080})) << "more only where it is covered";
+    EXPECT_EQ(size(kAutomaticQuality, {{2560, 9000}}), (Size{2560, 1440}));
+    EXPECT_EQ(size(kAutomaticQuality, {{100, 239}}), (Size{320, 240}));
+    EXPECT_EQ(size(kSmallestQuality, {{607, 1080}}), (Size{320, 240}));
+}
+
 TEST(MoviePlan, ChoosesByEachPhotosOwnSidesNotByTheSmallestOfEach)
 {
-    EXPECT_EQ(size(kAutomaticQuality, {{3000, 500}, {500, 3000}}), (Size{320, 240}));
+    EXPECT_EQ(size(kAutomaticQuality, {{3000, 500}, {500, 3000}}), (Size{854, 480}));
     EXPECT_EQ(size(kAutomaticQuality, {{1300, 3000}, {3000, 800}}), (Size{1280, 720}));
 }
 

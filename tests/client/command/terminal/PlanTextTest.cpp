@@ -31,7 +31,7 @@ MovieRequest request(int64_t quality, std::vector<SoundFacts> sounds = {}, bool 
 TEST(PlanText, TellsLengthHeightSoundAndOrder)
 {
     EXPECT_EQ(planText(request(kAutomaticQuality)), "Rome: 3 photos of 20 s, 1 min\n"
-                                                    "1280 x 720: covered by 2 of 3 photos\n"
+                                                    "1280 x 720: suits 2 of 3 photos\n"
                                                     "sound: none\n"
                                                     "   1  /photos/b.jpg\n"
                                                     "   2  /photos/a.jpg\n"
@@ -45,7 +45,7 @@ TEST(PlanText, SaysWhyTheMovieIsAsHighAsItIs)
     EXPECT_NE(planText(request(240)).find("\n320 x 240: as asked for\n"), std::string::npos);
     MovieRequest even = request(kAutomaticQuality);
     even.photos.pop_back();
-    EXPECT_NE(planText(even).find("\n1280 x 720: covered by every photo\n"), std::string::npos);
+    EXPECT_NE(planText(even).find("\n1280 x 720: suits every photo\n"), std::string::npos);
 }
 
 TEST(PlanText, TellsWhereTheMusicIsRepeatedAndFades)
