@@ -22,30 +22,21 @@ const char* name = "";
 constexpr int kMostRefusedWaits = 500;
 constexpr useconds_t kPauseMicroseconds = 10'000;
 
-/// Takes no memory, of which there may be none.
-[[noreturn]] void end(const char* reason)
-{
-    const auto part = [](const char* text) { return iovec{const_cast<char*>(text), std::strlen(text)}; };
-    const std::array<iovec, 4> line{part(name), part(": "), part(reason), part("\n")};
-    static_cast<void>(!writev(STDERR_FILENO, line.data(), line.size()));
-    _exit(EXIT_FAILURE);
-}
-
 [[noreturn]] void endByException()
 {
     const std::exception_ptr exception = std::current_exception();
     if (!exception)
-        end("the program ended itself");
+        endPlainly("the program ended itself");
     try {
         std::rethrow_exception(exception);
     } catch (const std::bad_alloc&) {
-        end("there is not enough memory");
+        endPlainly("there is not enough memory");
     } catch (const std::system_error& known) {
-        end(known.code() == std::errc::resource_unavailable_try_again ? "no thread can be made" : known.what());
+        endPlainly(known.code() == std::errc::resource_unavailable_try_again ? "no thread can be made" : known.what());
     } catch (const std::exception& known) {
-        end(known.what());
+        endPlainly(known.what());
     } catch (...) {
-        end("an unknown exception was not caught");
+        endPlainly("an unknown exception was not caught");
     }
 }
 
@@ -66,7 +57,7 @@ bool isRepeatedComplaint(const char* message)
         return false;
     const int before = count++;
     if (before >= kMostRefusedWaits)
-        end(message);
+        endPlainly(message);
     usleep(kPauseMicroseconds);
     return before > 0;
 }
@@ -75,11 +66,19 @@ GLogWriterOutput writeLog(GLogLevelFlags level, const GLogField* fields, gsize c
 {
     const char* const message = messageOf(fields, count);
     if ((level & (G_LOG_LEVEL_ERROR | G_LOG_FLAG_FATAL)) != 0)
-        end(message);
+        endPlainly(message);
     return isRepeatedComplaint(message) ? G_LOG_WRITER_HANDLED : g_log_writer_default(level, fields, count, data);
 }
 
 } // namespace
+
+void endPlainly(const char* reason)
+{
+    const auto part = [](const char* text) { return iovec{const_cast<char*>(text), std::strlen(text)}; };
+    const std::array<iovec, 4> line{part(name), part(": "), part(reason), part("\n")};
+    static_cast<void>(!writev(STDERR_FILENO, line.data(), line.size()));
+    _exit(EXIT_FAILURE);
+}
 
 void endPlainlyOnFatalErrors(const char* program)
 {
