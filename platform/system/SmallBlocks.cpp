@@ -1,6 +1,4 @@
-// The C library's own allocator, which ends the program in words where a small block is not to be had. Libraries that
-// read the system's fonts, and others, use such a block without a look, and a program would end by a signal and say
-// nothing. What is larger is answered as ever.
+#include "platform/system/SmallBlocks.h"
 
 #include "platform/system/FatalErrors.h"
 
@@ -17,6 +15,8 @@ void* __libc_realloc(void* block, size_t size);
 
 namespace {
 
+/// Libraries that read the system's fonts, and others, use a small block without a look: the program would end by a
+/// signal, and say nothing.
 void* demanded(void* block, size_t size)
 {
     if (block == nullptr && size <= platform::kLargestSmallBlock)
