@@ -14,6 +14,8 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <system_error>
+#include <thread>
 #include <unordered_map>
 #include <utility>
 #include <variant>
@@ -34,6 +36,14 @@ constexpr NSColor kBlack{};
 
 /// More columns than any image can have.
 constexpr double kMostColumns = 1 << 20;
+
+/// Samples that are worth a thread of their own: some 47 s, a tenth of a second's work.
+constexpr uint64_t kShortestStretch = 1 << 21;
+
+/// Samples that a decoder may have to be given before its own are those that it gives when it starts at the beginning.
+/// MP3 reaches back farthest: over a reservoir of 255 bytes, of which a frame of 576 samples may bring 3 (ISO/IEC
+/// 13818-3, two channels at 8 kbit/s and 24 kHz).
+constexpr int64_t kLead = 65536;
 
 /// What cannot be drawn, in the words of the log.
 struct Failure {
@@ -122,37 +132,123 @@ std::optional<uint64_t> countSamples(const AVAssetTrack& track, CMTime duration)
     return static_cast<uint64_t>(std::min(samples, kMost));
 }
 
+/// Whether the decoder holds nothing from what lies far before a sample. Others, of AAC among them, draw noise from
+/// numbers that go on from the first one.
+bool startsAnywhere(const AVAssetTrack& track)
+{
+    return track.codec == "mp3" || track.codec == "flac" || track.codec == "alac" || track.codec.starts_with("pcm_");
+}
+
 /// Whole pixels of an edge; none where no column could stand, and where there are more than could be drawn.
 double wholePixels(double length)
 {
     return length >= 1 && length <= kMostColumns ? std::trunc(length) : 0;
 }
 
-void readSamples(AVAssetReader& reader, AVAssetReaderTrackOutput& output, const std::function<bool()>& goesOn,
-                 WaveFormColumns& columns)
+/// The next samples of a reader, in order.
+/// @param skipped  samples of no column, before those that count
+/// @return why they are not all there
+std::optional<Failure> readColumns(AVAssetReader& reader, const AVAssetTrack& track, size_t skipped,
+                                   WaveFormColumns& columns)
 {
+    const auto output =
+        std::make_shared<AVAssetReaderTrackOutput>(track, AVAudioSettings{.formatID = kAudioFormatLinearPCM,
+                                                                          .linearPCMBitDepth = 32,
+                                                                          .linearPCMIsFloat = false,
+                                                                          .numberOfChannels = 1});
+    if (!reader.canAddOutput(output))
+        return Failure{"error canAddOutput: " + descriptionOf(reader.error())};
+    output->setAlwaysCopiesSampleData(false);
+    reader.addOutput(output);
+
     std::vector<int32_t> block;
     reader.startReading();
-    while (reader.status() == AVAssetReaderStatus::Reading && (!goesOn || goesOn())) {
-        const CMSampleBufferPtr buffer = output.copyNextSampleBuffer();
+    while (reader.status() == AVAssetReaderStatus::Reading) {
+        const CMSampleBufferPtr buffer = output->copyNextSampleBuffer();
         if (!buffer)
             continue;
         block.resize(buffer->numSamples());
-        if (buffer->copyDataBytes(0, std::as_writable_bytes(std::span(block))))
-            columns.add(block);
+        if (buffer->copyDataBytes(0, std::as_writable_bytes(std::span(block)))) {
+            const size_t passed = std::min(skipped, block.size());
+            columns.add(std::span(block).subspan(passed));
+            skipped -= passed;
+        }
         buffer->invalidate();
     }
+    if (reader.status() != AVAssetReaderStatus::Completed)
+        return Failure{"error reading asset: " + descriptionOf(reader.error())};
+    return std::nullopt;
+}
+
+/// Columns of a track that one thread reads.
+struct Stretch {
+    WaveFormColumns columns;
+    bool isRead = false;
+};
+
+/// In samples of the track.
+struct StretchRange {
+    int64_t start = 0;
+    int64_t length = 0;
+    /// Those before the first column.
+    int64_t lead = 0;
+};
+
+/// Where the sound is long, reads it side by side.
+/// @param range  in the track's time scale, which is its sample rate
+/// @return nothing if that gains nothing, or if it did not succeed: then the sound is to be read in one
+std::optional<WaveFormColumns> readSideBySide(const AVAssetPtr& asset, const AVAssetTrack& track, CMTimeRange range,
+                                              uint64_t samples, uint64_t samplesPerColumn,
+                                              const WaveFormThreads& threads)
+{
+    const uint64_t count = std::min<uint64_t>(threads.count, samples / kShortestStretch);
+    if (count < 2 || !startsAnywhere(track) || !CMTimeRangeIsValid(range) || range.start.value < 0)
+        return std::nullopt;
+    const auto columnsEach = samples / samplesPerColumn / count;
+    const auto samplesEach = static_cast<int64_t>(columnsEach * samplesPerColumn);
+    const auto read = [&](const StretchRange& part, Stretch& stretch) {
+        const auto reader = AVAssetReader::initWithAsset(asset);
+        if (!reader)
+            return;
+        const int32_t rate = range.start.timescale;
+        reader->setTimeRange({CMTimeMake(part.start - part.lead, rate), CMTimeMake(part.lead + part.length, rate)});
+        stretch.isRead = !readColumns(*reader, track, static_cast<size_t>(part.lead), stretch.columns);
+    };
+
+    std::vector<Stretch> stretches(count, Stretch{WaveFormColumns(samplesPerColumn)});
+    try {
+        std::vector<std::jthread> others;
+        for (uint64_t i = 1; i < count; ++i) {
+            const int64_t before = static_cast<int64_t>(i) * samplesEach;
+            const bool isLast = i + 1 == count;
+            const StretchRange part{.start = range.start.value + before,
+                                    .length = isLast ? range.duration.value - before : samplesEach,
+                                    .lead = std::min(kLead, range.start.value + before)};
+            others.push_back(threads.begin([&read, &stretch = stretches[i], part] { read(part, stretch); }));
+        }
+        read({.start = range.start.value, .length = samplesEach}, stretches.front());
+    } catch (const std::system_error&) {
+        return std::nullopt;
+    }
+
+    WaveFormColumns columns(samplesPerColumn);
+    for (const Stretch& stretch : stretches)
+        if (!stretch.isRead || (&stretch != &stretches.back() && stretch.columns.values().size() != columnsEach) ||
+            !columns.append(stretch.columns))
+            return std::nullopt;
+    return columns;
 }
 
 /// @param imageSize  of whole pixels, at least one wide
 std::variant<NSImagePtr, Failure> readWaveForm(const AVAssetPtr& asset, const AVAssetTrack& track, CMTimeRange range,
-                                               CGSize imageSize, const std::function<bool()>& goesOn)
+                                               CGSize imageSize, const WaveFormThreads& threads)
 {
     NSError error;
     const auto reader = AVAssetReader::initWithAsset(asset, &error);
     if (!reader)
         return Failure{"couldnt initiate reader: " + error.localizedDescription};
-    reader->setTimeRange({inTimescaleOf(track, range.start), inTimescaleOf(track, range.duration)});
+    const CMTimeRange inScale{inTimescaleOf(track, range.start), inTimescaleOf(track, range.duration)};
+    reader->setTimeRange(inScale);
 
     const auto samples = countSamples(track, range.duration);
     if (!samples)
@@ -160,21 +256,14 @@ std::variant<NSImagePtr, Failure> readWaveForm(const AVAssetPtr& asset, const AV
     if (*samples == 0)
         return Failure{"samples, sampleRate, channelCount == 0"};
 
-    const auto output =
-        std::make_shared<AVAssetReaderTrackOutput>(track, AVAudioSettings{.formatID = kAudioFormatLinearPCM,
-                                                                          .linearPCMBitDepth = 32,
-                                                                          .linearPCMIsFloat = false,
-                                                                          .numberOfChannels = 1});
-    if (!reader->canAddOutput(output))
-        return Failure{"error canAddOutput: " + descriptionOf(reader->error())};
-    output->setAlwaysCopiesSampleData(false);
-    reader->addOutput(output);
-
-    WaveFormColumns columns(*samples / static_cast<uint64_t>(imageSize.width));
-    readSamples(*reader, *output, goesOn, columns);
-    if (reader->status() != AVAssetReaderStatus::Completed)
-        return Failure{"error reading asset: " + descriptionOf(reader->error())};
-    NSImagePtr image = waveFormImage(imageSize, std::move(columns));
+    const uint64_t samplesPerColumn = std::max<uint64_t>(*samples / static_cast<uint64_t>(imageSize.width), 1);
+    auto columns = readSideBySide(asset, track, inScale, *samples, samplesPerColumn, threads);
+    if (!columns) {
+        columns.emplace(samplesPerColumn);
+        if (const auto failure = readColumns(*reader, track, 0, *columns))
+            return *failure;
+    }
+    NSImagePtr image = waveFormImage(imageSize, *std::move(columns));
     image->render();
     return image;
 }
@@ -226,14 +315,14 @@ void _createWaveFormImageFromAssetTrack(const std::optional<AVAssetTrack>& track
 }
 
 NSImagePtr drawTrack(const AVAssetPtr& asset, const AVAssetTrack& track, CMTimeRange range, CGSize imageSize,
-                     const std::function<bool()>& goesOn, NSError* error)
+                     const WaveFormThreads& threads, NSError* error)
 {
     const bool isWholeTrack = CMTimeRangeEqual(range, kCMTimeRangeZero) || CMTimeRangeEqual(range, kCMTimeRangeInvalid);
     const CGSize whole{wholePixels(imageSize.width), wholePixels(imageSize.height)};
     if (whole.width == 0)
         return _emptyImageInCaseOfErrorWithSize(imageSize);
     auto result = readWaveForm(asset, track, isWholeTrack ? CMTimeRange{kCMTimeZero, track.timeRange.duration} : range,
-                               whole, goesOn);
+                               whole, threads);
     if (const auto* failure = std::get_if<Failure>(&result)) {
         fail(error, kAVFoundationErrorDomain, kAVErrorUnknown, failure->reason);
         return nullptr;

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <optional>
+#include <thread>
 
 /// The steps of drawing a wave form; callers start at MORAudioWaveImage.h.
 namespace MORAudioWaveImage {
@@ -14,14 +15,22 @@ void _createWaveFormImageFromAssetTrack(const std::optional<platform::AVAssetTra
                                         platform::CMTimeRange withSampleRange, platform::CGSize imageSize,
                                         WaveFormHandler completionHandler);
 
-/// Draws the range of a track, and blocks meanwhile.
+/// Threads that a drawing may use beside its own.
+struct WaveFormThreads {
+    /// All in all, the caller's counted.
+    unsigned count = 1;
+    /// Begins the work on a thread of its own; throws std::system_error where there is none to be had.
+    std::function<std::jthread(std::function<void()> work)> begin;
+};
+
+/// Draws the range of a track, and blocks meanwhile. A long sound is read in stretches side by side, if its decoder
+/// gives the same samples wherever it starts: the picture is the same for any number of threads.
 ///
-/// @param range   invalid or zero means the whole track
-/// @param goesOn  asked often; may be empty. Answers whether to go on
-/// @return null if the sound cannot be read, or it was not to go on
+/// @param range  invalid or zero means the whole track
+/// @return null if the sound cannot be read
 [[nodiscard]] platform::NSImagePtr drawTrack(const platform::AVAssetPtr& asset, const platform::AVAssetTrack& track,
                                              platform::CMTimeRange range, platform::CGSize imageSize,
-                                             const std::function<bool()>& goesOn, platform::NSError* error = nullptr);
+                                             const WaveFormThreads& threads, platform::NSError* error = nullptr);
 
 /// A centre line.
 platform::NSImagePtr _emptyImageInCaseOfErrorWithSize(platform::CGSize size);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 namespace {
 
@@ -49,6 +50,19 @@ void WaveFormColumns::add(std::span<const int32_t> samples)
         if (isFull)
             endColumn();
     }
+}
+
+bool WaveFormColumns::append(const WaveFormColumns& next)
+{
+    if (count_ > 0)
+        return false;
+    std::vector<float> values = std::move(values_);
+    values.insert(values.end(), next.values_.begin(), next.values_.end());
+    const float largest = std::max(largest_, next.largest_);
+    *this = next;
+    values_ = std::move(values);
+    largest_ = largest;
+    return true;
 }
 
 /// A sum of logarithms is the logarithm of the product, of which one is taken for the batch. The factors are not

@@ -20,6 +20,12 @@ public:
     /// Full scale is 2^31.
     void add(std::span<const int32_t> samples);
 
+    /// Goes on with the columns of the sound that follows, and with the one of them that is not full.
+    ///
+    /// @param next  its columns are as long as these
+    /// @return false if a column of this sound is not full, which what follows would have to fill
+    [[nodiscard]] bool append(const WaveFormColumns& next);
+
     /// The columns that are full, in order.
     const std::vector<float>& values() const { return values_; }
     /// The loudest of them; -25 if there is none.
@@ -32,7 +38,7 @@ private:
     void addBatch(std::span<const int32_t> samples);
     void endColumn();
 
-    const uint64_t columnLength_;
+    uint64_t columnLength_;
     std::vector<float> values_;
     float largest_ = kQuietest;
 

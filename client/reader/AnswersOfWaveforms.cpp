@@ -9,7 +9,9 @@
 #include "platform/media/AVURLAsset.h"
 
 #include <algorithm>
+#include <functional>
 #include <memory>
+#include <thread>
 #include <utility>
 
 namespace stillora {
@@ -39,7 +41,8 @@ NSImagePtr onWhite(const NSImagePtr& image)
 
 Result<PictureAnswer> answerTo(const WaveformQuestion& question)
 {
-    const WorkLimit limit(workForSamples(question.file));
+    const auto most = workForSamples(question.file);
+    const WorkLimit limit(most);
     const auto failed = [](std::string reason) { return Error{ErrorCode::Unsupported, {}, std::move(reason)}; };
     const auto asset =
         std::make_shared<platform::AVURLAsset>(platform::NSURL::fileURLWithPath(question.file.native(), false),
@@ -50,7 +53,9 @@ Result<PictureAnswer> answerTo(const WaveformQuestion& question)
     platform::NSError error;
     auto drawn = MORAudioWaveImage::drawTrack(
         asset, tracks.front(), timeRangeOf(question.selection, std::max(1, question.sampleRateHz)),
-        {static_cast<double>(question.style.width), static_cast<double>(question.style.height)}, [] { return true; },
+        {static_cast<double>(question.style.width), static_cast<double>(question.style.height)},
+        {.count = std::thread::hardware_concurrency(),
+         .begin = [most](std::function<void()> work) { return WorkLimit::beginAside(most, std::move(work)); }},
         &error);
     if (!drawn)
         return failed(std::move(error.localizedDescription));

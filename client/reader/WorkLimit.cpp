@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <span>
+#include <utility>
 
 #include <unistd.h>
 
@@ -33,6 +34,15 @@ void WorkLimit::setUp()
 void WorkLimit::setChannelOfThread(int channel)
 {
     channelOfThread = channel;
+}
+
+std::jthread WorkLimit::beginAside(std::chrono::milliseconds most, std::function<void()> work)
+{
+    return std::jthread([most, channel = channelOfThread, work = std::move(work)] {
+        setChannelOfThread(channel);
+        const WorkLimit limit(most);
+        work();
+    });
 }
 
 WorkLimit::WorkLimit(std::chrono::milliseconds most)

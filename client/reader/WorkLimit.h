@@ -2,6 +2,8 @@
 
 #include <chrono>
 #include <ctime>
+#include <functional>
+#include <thread>
 
 namespace stillora {
 
@@ -13,6 +15,8 @@ public:
     static void setUp();
     /// Where the calling thread is asked.
     static void setChannelOfThread(int channel);
+    /// Begins work for the question that the calling thread is asked, on a thread that gets so much time as well.
+    static std::jthread beginAside(std::chrono::milliseconds most, std::function<void()> work);
 
     /// @param most  zero is without limit
     explicit WorkLimit(std::chrono::milliseconds most);

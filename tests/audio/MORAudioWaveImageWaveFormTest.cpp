@@ -11,6 +11,10 @@
 
 #include <cmath>
 #include <filesystem>
+#include <functional>
+#include <system_error>
+#include <thread>
+#include <tuple>
 #include <utility>
 
 using namespace platform;
@@ -419,6 +423,106 @@ TEST_F(WaveForm, CentreLineLiesBelowTheMiddleOverTheWholeWidth)
         EXPECT_NEAR(alphaAt(image, x, 3), 128, 1);
         EXPECT_EQ(heightAt(image, x), 2U);
     }
+}
+
+// -- Side by side -----------------------------------------------------------------------------------------------------
+
+namespace {
+
+/// Music of a kind, between silences: three minutes and more of two channels.
+Sound makeLongSound(int rateHz)
+{
+    uint32_t state = 7;
+    return makeSound(rateHz, 2, static_cast<size_t>(190 * rateHz), [=](size_t frame, int channel) mutable {
+        state = state * 1664525U + 1013904223U;
+        const auto noise = static_cast<double>(static_cast<int32_t>(state)) / 0x1p31;
+        const size_t second = frame / static_cast<size_t>(rateHz);
+        const double tone =
+            std::sin(static_cast<double>(frame) * 0.01 * static_cast<double>(1 + second % 13 + channel));
+        return second % 10 == 9 ? 0.0 : 0.4 * tone + 0.1 * noise;
+    });
+}
+
+struct Drawing {
+    NSImagePtr image;
+    size_t threadsBegun = 0;
+};
+
+Drawing drawWith(unsigned threads, const AVAssetPtr& asset, CMTimeRange range = kCMTimeRangeZero)
+{
+    Drawing drawing;
+    const auto begin = [&](std::function<void()> work) {
+        ++drawing.threadsBegun;
+        return std::jthread(std::move(work));
+    };
+    // Columns of some hundred samples, so that a frame that was decoded otherwise shows.
+    drawing.image = drawTrack(asset, asset->tracksWithMediaType("soun").at(0), range, {16000, 60},
+                              {.count = threads, .begin = begin});
+    return drawing;
+}
+
+AVAssetPtr preciseAsset(const NSURL& url)
+{
+    return std::make_shared<AVURLAsset>(url, AVURLAsset::Options{.preferPreciseDurationAndTiming = true});
+}
+
+void expectEqual(const NSImagePtr& one, const NSImagePtr& other)
+{
+    ASSERT_TRUE(one && other);
+    const CGImagePtr first = one->image();
+    const CGImagePtr second = other->image();
+    ASSERT_TRUE(first && second);
+    ASSERT_EQ(first->width, 16000U);
+    ASSERT_EQ(second->width, first->width);
+    for (size_t y = 0; y < first->height; ++y)
+        ASSERT_TRUE(std::equal(first->row(y), first->row(y) + 4 * first->width, second->row(y))) << y;
+}
+
+} // namespace
+
+TEST_F(WaveForm, LongSoundsLookTheSameWhateverReadsThem)
+{
+    writeWav(folder_.path("long.wav"), makeLongSound(24000));
+    const CMTimeRange most{CMTimeMake(1001, 1000), CMTimeMake(1'880'017, 10'000)};
+    const std::vector<std::tuple<std::string, std::string, CMTimeRange>> kinds{
+        // What a frame needs of those before it lies as far back as it can.
+        {"least.mp3", "-b:a 8k", kCMTimeRangeZero},
+        {"varying.mp3", "-ar 44100 -q:a 4", most},
+        {"whole.flac", "-sample_fmt s16", kCMTimeRangeZero},
+        {"whole.m4a", "-c:a alac", most},
+        {"whole.wav", "-c:a pcm_s24le", kCMTimeRangeZero}};
+    for (const auto& [name, options, range] : kinds) {
+        SCOPED_TRACE(name);
+        convertWithFFmpeg(folder_.path("long.wav"), options, folder_.path(name));
+        const auto asset = preciseAsset(folder_.url(name));
+        const Drawing drawing = drawWith(3, asset, range);
+        EXPECT_GE(drawing.threadsBegun, 1U);
+        expectEqual(drawing.image, drawWith(1, asset, range).image);
+    }
+}
+
+TEST_F(WaveForm, ShortSoundsAndThoseOfOneNoiseAreReadByOneThread)
+{
+    writeWav(folder_.path("long.wav"), makeLongSound(24000));
+    convertWithFFmpeg(folder_.path("long.wav"), "-c:a aac", folder_.path("long.m4a"));
+    EXPECT_EQ(drawWith(3, preciseAsset(folder_.url("long.m4a"))).threadsBegun, 0U);
+    EXPECT_EQ(drawWith(3, makeSteps(60 * kRate, 50)).threadsBegun, 0U);
+    EXPECT_EQ(drawWith(1, preciseAsset(folder_.url("long.wav"))).threadsBegun, 0U);
+}
+
+TEST_F(WaveForm, SoundsWhoseStretchesCannotBeReadAreReadInOne)
+{
+    writeWav(folder_.path("long.wav"), makeLongSound(24000));
+    const auto asset = preciseAsset(folder_.url("long.wav"));
+    const AVAssetTrack track = asset->tracksWithMediaType("soun").at(0);
+    const auto none = [](const std::function<void()>&) -> std::jthread {
+        throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
+    };
+    const auto image = drawTrack(asset, track, kCMTimeRangeZero, {16000, 60}, {.count = 3, .begin = none});
+    expectEqual(image, drawWith(1, asset).image);
+    // The track plays for longer than there are samples: those that there are form the columns.
+    const auto beyond = CMTimeRange{CMTimeMake(100, 1), CMTimeMake(190, 1)};
+    expectEqual(drawWith(3, asset, beyond).image, drawWith(1, asset, beyond).image);
 }
 
 // -- Columns and ranges -----------------------------------------------------------------------------------------------

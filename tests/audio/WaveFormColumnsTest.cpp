@@ -73,6 +73,32 @@ TEST(WaveFormColumns, HowTheSamplesComeDoesNotMatter)
                 << perColumn << ", " << atOnce;
 }
 
+TEST(WaveFormColumns, WhatFollowsGoesOnFromAFullColumn)
+{
+    const auto samples = makeNoise(5000);
+    for (const size_t perColumn : {1U, 44U, 300U}) {
+        for (const size_t before : {size_t{0}, perColumn, 7 * perColumn}) {
+            WaveFormColumns columns(perColumn);
+            columns.add(std::span(samples).first(before));
+            WaveFormColumns next(perColumn);
+            // Its last column waits for the samples that come then.
+            next.add(std::span(samples).subspan(before, 2007));
+            ASSERT_TRUE(columns.append(next));
+            columns.add(std::span(samples).subspan(before + 2007));
+            EXPECT_EQ(columns.values(), columnsOf(samples, perColumn)) << perColumn << ", " << before;
+            EXPECT_EQ(columns.largest(), std::ranges::max(columns.values()));
+        }
+    }
+}
+
+TEST(WaveFormColumns, NothingFollowsAColumnThatIsNotFull)
+{
+    WaveFormColumns columns(10);
+    columns.add(std::vector<int32_t>(11));
+    EXPECT_FALSE(columns.append(WaveFormColumns(10)));
+    EXPECT_EQ(columns.values().size(), 1U);
+}
+
 TEST(WaveFormColumns, SilenceIsExactlyTheQuietest)
 {
     WaveFormColumns columns(1000);
