@@ -201,7 +201,7 @@ std::optional<WaveFormColumns> readSideBySide(const AVAssetPtr& asset, const AVA
                                               uint64_t samples, uint64_t samplesPerColumn,
                                               const WaveFormThreads& threads)
 {
-    const uint64_t count = std::min<uint64_t>(threads.count, samples / kShortestStretch);
+    const auto count = static_cast<unsigned>(std::min<uint64_t>(threads.most, samples / kShortestStretch));
     if (count < 2 || !startsAnywhere(track) || !CMTimeRangeIsValid(range) || range.start.value < 0)
         return std::nullopt;
     const auto columnsEach = samples / samplesPerColumn / count;
@@ -217,16 +217,15 @@ std::optional<WaveFormColumns> readSideBySide(const AVAssetPtr& asset, const AVA
 
     std::vector<Stretch> stretches(count, Stretch{WaveFormColumns(samplesPerColumn)});
     try {
-        std::vector<std::jthread> others;
-        for (uint64_t i = 1; i < count; ++i) {
+        std::vector<std::jthread> running;
+        for (unsigned i = 0; i < count; ++i) {
             const int64_t before = static_cast<int64_t>(i) * samplesEach;
             const bool isLast = i + 1 == count;
             const StretchRange part{.start = range.start.value + before,
                                     .length = isLast ? range.duration.value - before : samplesEach,
-                                    .lead = std::min(kLead, range.start.value + before)};
-            others.push_back(threads.begin([&read, &stretch = stretches[i], part] { read(part, stretch); }));
+                                    .lead = i == 0 ? 0 : std::min(kLead, range.start.value + before)};
+            running.push_back(threads.begin(count, [&read, &stretch = stretches[i], part] { read(part, stretch); }));
         }
-        read({.start = range.start.value, .length = samplesEach}, stretches.front());
     } catch (const std::system_error&) {
         return std::nullopt;
     }

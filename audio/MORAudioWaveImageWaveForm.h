@@ -15,12 +15,12 @@ void _createWaveFormImageFromAssetTrack(const std::optional<platform::AVAssetTra
                                         platform::CMTimeRange withSampleRange, platform::CGSize imageSize,
                                         WaveFormHandler completionHandler);
 
-/// Threads that a drawing may use beside its own.
+/// Threads that a drawing may use, for which its own waits.
 struct WaveFormThreads {
-    /// All in all, the caller's counted.
-    unsigned count = 1;
-    /// Begins the work on a thread of its own; throws std::system_error where there is none to be had.
-    std::function<std::jthread(std::function<void()> work)> begin;
+    unsigned most = 1;
+    /// Begins one of so many equal parts of the work on a thread of its own; throws std::system_error where there is
+    /// none to be had.
+    std::function<std::jthread(unsigned parts, std::function<void()> work)> begin;
 };
 
 /// Draws the range of a track, and blocks meanwhile. A long sound is read in stretches side by side, if its decoder

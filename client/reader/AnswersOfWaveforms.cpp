@@ -41,8 +41,7 @@ NSImagePtr onWhite(const NSImagePtr& image)
 
 Result<PictureAnswer> answerTo(const WaveformQuestion& question)
 {
-    const auto most = workForSamples(question.file);
-    const WorkLimit limit(most);
+    WorkLimit limit(workForSamples(question.file));
     const auto failed = [](std::string reason) { return Error{ErrorCode::Unsupported, {}, std::move(reason)}; };
     const auto asset =
         std::make_shared<platform::AVURLAsset>(platform::NSURL::fileURLWithPath(question.file.native(), false),
@@ -54,8 +53,9 @@ Result<PictureAnswer> answerTo(const WaveformQuestion& question)
     auto drawn = MORAudioWaveImage::drawTrack(
         asset, tracks.front(), timeRangeOf(question.selection, std::max(1, question.sampleRateHz)),
         {static_cast<double>(question.style.width), static_cast<double>(question.style.height)},
-        {.count = std::thread::hardware_concurrency(),
-         .begin = [most](std::function<void()> work) { return WorkLimit::beginAside(most, std::move(work)); }},
+        {.most = std::thread::hardware_concurrency(),
+         .begin = [&limit](unsigned count,
+                           std::function<void()> work) { return limit.beginPart(count, std::move(work)); }},
         &error);
     if (!drawn)
         return failed(std::move(error.localizedDescription));

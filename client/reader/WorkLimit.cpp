@@ -2,7 +2,9 @@
 
 #include "client/questions/ReaderMessage.h"
 
+#include <algorithm>
 #include <csignal>
+#include <cstdint>
 #include <span>
 #include <utility>
 
@@ -11,6 +13,18 @@
 namespace stillora {
 
 namespace {
+
+constexpr int64_t kNanosecondsPerSecond = 1'000'000'000;
+
+timespec inTimespec(std::chrono::nanoseconds time)
+{
+    return {.tv_sec = time.count() / kNanosecondsPerSecond, .tv_nsec = time.count() % kNanosecondsPerSecond};
+}
+
+std::chrono::nanoseconds inNanoseconds(timespec time)
+{
+    return std::chrono::nanoseconds(time.tv_sec * kNanosecondsPerSecond + time.tv_nsec);
+}
 
 thread_local int channelOfThread = -1;
 
@@ -36,30 +50,21 @@ void WorkLimit::setChannelOfThread(int channel)
     channelOfThread = channel;
 }
 
-std::jthread WorkLimit::beginAside(std::chrono::milliseconds most, std::function<void()> work)
-{
-    return std::jthread([most, channel = channelOfThread, work = std::move(work)] {
-        setChannelOfThread(channel);
-        const WorkLimit limit(most);
-        work();
-    });
-}
+WorkLimit::WorkLimit(std::chrono::milliseconds most) : WorkLimit(most, most) {}
 
-WorkLimit::WorkLimit(std::chrono::milliseconds most)
+WorkLimit::WorkLimit(std::chrono::nanoseconds most, std::chrono::milliseconds told) : most_(told)
 {
     if (most.count() <= 0)
         return;
     sigevent event = {};
     event.sigev_notify = SIGEV_THREAD_ID;
     event.sigev_signo = SIGXCPU;
-    event.sigev_value.sival_int = static_cast<int>(most.count());
+    event.sigev_value.sival_int = static_cast<int>(told.count());
     event._sigev_un._tid = gettid();
     if (timer_create(CLOCK_THREAD_CPUTIME_ID, &event, &timer_) != 0)
         return;
     isSet_ = true;
-    itimerspec time = {};
-    time.it_value.tv_sec = most.count() / 1000;
-    time.it_value.tv_nsec = most.count() % 1000 * 1'000'000;
+    const itimerspec time{.it_interval = {}, .it_value = inTimespec(most)};
     timer_settime(timer_, 0, &time, nullptr);
 }
 
@@ -67,6 +72,32 @@ WorkLimit::~WorkLimit()
 {
     if (isSet_)
         timer_delete(timer_);
+}
+
+std::jthread WorkLimit::beginPart(unsigned parts, std::function<void()> work)
+{
+    return std::jthread([this, parts, channel = channelOfThread, work = std::move(work)] {
+        setChannelOfThread(channel);
+        {
+            const WorkLimit limit(std::chrono::nanoseconds(most_) / parts, most_);
+            work();
+        }
+        timespec used = {};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
+        takeAway(inNanoseconds(used));
+    });
+}
+
+void WorkLimit::takeAway(std::chrono::nanoseconds used)
+{
+    if (!isSet_)
+        return;
+    const platform::LockGuard guard(lock_);
+    itimerspec time = {};
+    timer_gettime(timer_, &time);
+    // Zero would stop the clock.
+    time.it_value = inTimespec(std::max(inNanoseconds(time.it_value) - used, std::chrono::nanoseconds(1)));
+    timer_settime(timer_, 0, &time, nullptr);
 }
 
 } // namespace stillora
