@@ -109,14 +109,20 @@ size_t mostSmallerPhotos(size_t count)
 
 /// An upright photo leaves a frame black at its sides, whatever the frame's size: its height says how much of it is
 /// seen. A frame beyond full HD is worth its bytes where it is filled.
+bool suits(platform::CGSize frame, const PhotoFacts& photo)
+{
+    constexpr double kHeightOfFullHD = 1080;
+    const bool isUpright = photo.size.width <= photo.size.height;
+    return photo.size.height >= frame.height &&
+           (photo.size.width >= frame.width || (isUpright && frame.height <= kHeightOfFullHD));
+}
+
 platform::CGSize sizeFor(const PhotoFacts& photo)
 {
-    constexpr platform::CGSize kFullHD{1920, 1080};
-    const platform::CGSize covered = VideoSize::sizeCoveredBy({photo.size.width, photo.size.height});
-    if (photo.size.width > photo.size.height)
-        return covered;
-    const platform::CGSize byHeight = VideoSize::sizeCoveredBy({kFullHD.width, photo.size.height});
-    return std::ranges::max(covered, byHeight, {}, &platform::CGSize::height);
+    const auto& sizes = VideoSize::kSizes;
+    const auto largest =
+        std::ranges::find_if(sizes.rbegin(), sizes.rend(), [&](auto size) { return suits(size, photo); });
+    return largest == sizes.rend() ? sizes.front() : *largest;
 }
 
 platform::CGSize sizeForMost(const std::vector<PhotoFacts>& photos)
@@ -184,7 +190,7 @@ std::vector<std::size_t> photosSmallerThanFrame(Size frame, const std::vector<Ph
 {
     std::vector<std::size_t> smaller;
     for (size_t i = 0; i < photos.size(); ++i)
-        if (photos[i].size.width < frame.width || photos[i].size.height < frame.height)
+        if (!suits({frame.width, frame.height}, photos[i]))
             smaller.push_back(i);
     return smaller;
 }

@@ -136,8 +136,8 @@ STILLORA_EXPORT Result<MoviePlan> planMovie(const MovieWish& wish);
 /// @param photos   as they were checked
 STILLORA_EXPORT Size frameSizeForQuality(std::int64_t quality, const std::vector<PhotoFacts>& photos);
 
-/// Indexes of the photos that are narrower or lower than the frame. They are not enlarged: what they leave of it is
-/// black.
+/// Indexes of the photos that do not suit the frame, which are narrower or lower: they are not enlarged, and what they
+/// leave of it is black. An upright or square one suits a frame of up to 1920 x 1080 by its height alone.
 STILLORA_EXPORT std::vector<std::size_t> photosSmallerThanFrame(Size frame, const std::vector<PhotoFacts>& photos);
 /// @}
 

@@ -20,9 +20,7 @@ std::string reasonOfHeight(const MovieRequest& request, Size frame)
     if (request.quality != kAutomaticQuality)
         return localized("the largest that the smallest photo covers");
     const size_t count = request.photos.size();
-    const auto suited = static_cast<size_t>(std::ranges::count_if(request.photos, [&](const PhotoFacts& photo) {
-        return frameSizeForQuality(kAutomaticQuality, {photo}).height >= frame.height;
-    }));
+    const size_t suited = count - photosSmallerThanFrame(frame, request.photos).size();
     return suited == count ? localized("suits every photo") : localized("suits {} of {} photos", suited, count);
 }
 

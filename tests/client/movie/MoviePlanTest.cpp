@@ -357,6 +357,14 @@ TEST(MoviePlan, NamesThePhotosThatAreSmallerThanTheFrame)
         {"", {1280, 720}, 0}, {"", {1279, 720}, 0}, {"", {9000, 719}, 0}, {"", {10, 10}, 0}, {"", {1300, 800}, 0}};
     EXPECT_EQ(photosSmallerThanFrame({1280, 720}, list), (std::vector<size_t>{1, 2, 3}));
     EXPECT_TRUE(photosSmallerThanFrame({320, 240}, {}).empty());
+    EXPECT_EQ(photosSmallerThanFrame({320, 240}, {{"", {240, 320}, 0}, {"", {319, 240}, 0}, {"", {10, 10}, 0}}),
+              (std::vector<size_t>{1, 2}));
+    EXPECT_EQ(
+        photosSmallerThanFrame({1920, 1080}, {{"", {1080, 1080}, 0}, {"", {1079, 1079}, 0}, {"", {1081, 1080}, 0}}),
+        (std::vector<size_t>{1, 2}))
+        << "an upright or square photo is black at its sides in any frame";
+    EXPECT_EQ(photosSmallerThanFrame({2560, 1440}, {{"", {1440, 1440}, 0}, {"", {2560, 3000}, 0}}),
+              (std::vector<size_t>{0}));
 }
 
 } // namespace
